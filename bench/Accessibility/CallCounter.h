@@ -1,0 +1,4 @@
+#pragma once
+
+// D-Bus calls that this process sent so far, by whatever library.
+unsigned long CountedCalls();

@@ -1,0 +1,12 @@
+find_package(Threads REQUIRED)
+find_package(fmt 9 REQUIRED)
+find_package(Boost 1.81 REQUIRED)
+find_path(RAPIDJSON_INCLUDE_DIR rapidjson/document.h REQUIRED)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-ewmh xcb-icccm)
+
+# Stack traces print symbol names through the dynamic symbol table; no external program is started.
+add_library(tessarin_boost INTERFACE)
+target_link_libraries(tessarin_boost INTERFACE Boost::headers Threads::Threads ${CMAKE_DL_LIBS})
+target_link_options(tessarin_boost INTERFACE -rdynamic)

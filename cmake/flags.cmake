@@ -1,0 +1,37 @@
+# Compiler flags live on this interface target; every target of the project links it.
+add_library(tessarin_flags INTERFACE)
+target_compile_options(
+    tessarin_flags
+    INTERFACE -Wall
+              -Wextra
+              -Werror
+              -Wpedantic
+              -Wshadow
+              -Wconversion
+              -Wnon-virtual-dtor
+              -Woverloaded-virtual
+              -Wcast-qual
+              -Wformat=2
+              -Wimplicit-fallthrough
+              # Source paths in messages and exceptions are relative to the project.
+              "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/="
+              "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+if(TESSARIN_SANITIZE)
+    target_compile_options(tessarin_flags INTERFACE "-fsanitize=${TESSARIN_SANITIZE}" -fno-omit-frame-pointer
+                                                    -fno-sanitize-recover=all)
+    target_link_options(tessarin_flags INTERFACE "-fsanitize=${TESSARIN_SANITIZE}")
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # GCC warns about code the sanitizers themselves insert.
+        target_compile_options(tessarin_flags INTERFACE -Wno-maybe-uninitialized -Wno-tsan)
+    endif()
+endif()
+
+# tessarin_library(NAME SOURCES ... PUBLIC_INCLUDE dir LINKS ...)
+function(tessarin_library name)
+    cmake_parse_arguments(ARG "" "PUBLIC_INCLUDE" "SOURCES;LINKS" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    if(ARG_PUBLIC_INCLUDE)
+        target_include_directories(${name} PUBLIC ${ARG_PUBLIC_INCLUDE})
+    endif()
+    target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE tessarin_flags)
+endfunction()

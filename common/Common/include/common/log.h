@@ -1,0 +1,70 @@
+#pragma once
+
+#include <fmt/core.h>
+
+#include <cstdint>
+#include <string_view>
+
+// A message passes when its level is at most the configured one.
+enum class LogLevel : std::int32_t {
+    Unconditional = 0,  // passes every threshold; its line has neither tag nor time stamp
+    Silent = 1,
+    Error = 2,
+    Warn = 3,
+    Info = 4,
+    Debug = 5,
+    Trace = 6,
+};
+
+// "Silent", "Error", "Warn", "Info", "Debug", "Trace", spelled exactly so; any other name is Info.
+LogLevel LogLevelFromString(std::string_view name);
+
+// All of these act on the process's one log, which starts at its first use and is drained when the process
+// exits. They may be called from any thread. None of them waits for the disk, but a setter waits for a batch
+// that is just being written.
+void SetLogLevel(LogLevel level);
+// Folder and base name of the log files, without index and extension. Ignored when empty or not writable.
+void SetLogPath(const char* stem);
+void SetLogFileExtension(const char* extension);  // without the dot; ignored when empty
+void SetLogMaxSize(unsigned int bytes);
+void SetLogConsole(bool on);               // echo every line to the standard error stream as well
+void SetLogFileCount(unsigned int count);  // ignored when 0
+
+// Whether a message of this level would be written now.
+bool LogEnabled(LogLevel level);
+
+// One line at the unconditional level.
+void LogMessage(std::string_view text);
+
+// One line "{file base name}:{line} {function} -- {message}". `file` may be a whole path.
+void LogFull(LogLevel level, std::string_view file, int line, std::string_view function,
+             std::string_view message);
+
+// A rule, the local time and a rule again, at the unconditional level.
+void LogStartMessage();
+
+namespace cmn::detail {
+
+void LogPreformatted(LogLevel level, std::string_view file, int line, std::string_view function,
+                     fmt::string_view format, fmt::format_args args);
+
+template <typename... Args>
+void LogFormatted(LogLevel level, std::string_view file, int line, std::string_view function,
+                  fmt::format_string<Args...> format, Args&&... args) {
+    LogPreformatted(level, file, line, function, fmt::string_view(format), fmt::make_format_args(args...));
+}
+
+}  // namespace cmn::detail
+
+// The body is formatted only when its level passes.
+#define TLOG_AT(level, ...)                                                                \
+    do {                                                                                   \
+        if (::LogEnabled(level))                                                           \
+            ::cmn::detail::LogFormatted(level, __FILE__, __LINE__, __func__, __VA_ARGS__); \
+    } while (false)
+
+#define TLOG_ERROR(...) TLOG_AT(::LogLevel::Error, __VA_ARGS__)
+#define TLOG_WARN(...) TLOG_AT(::LogLevel::Warn, __VA_ARGS__)
+#define TLOG_INFO(...) TLOG_AT(::LogLevel::Info, __VA_ARGS__)
+#define TLOG_DEBUG(...) TLOG_AT(::LogLevel::Debug, __VA_ARGS__)
+#define TLOG_TRACE(...) TLOG_AT(::LogLevel::Trace, __VA_ARGS__)

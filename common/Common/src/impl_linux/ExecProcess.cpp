@@ -1,0 +1,117 @@
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+#include "common/ScopedAction.h"
+#include "common/SystemUtils.h"
+#include "common/exceptions.h"
+#include "common/log.h"
+#include "common/make_error.h"
+#include "common/utf8.h"
+
+namespace cmn {
+
+namespace {
+
+[[noreturn]] void ThrowLaunchError(const std::string& path, int error) {
+    throw_with_trace(make_error("[ExecProcess] Can't launch (", path,
+                                ") Error: ", std::generic_category().message(error)));
+}
+
+struct Pipe {
+    int read;
+    int write;
+};
+
+Pipe OpenPipe(const std::string& path) {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+        ThrowLaunchError(path, errno);
+    return {ends[0], ends[1]};
+}
+
+// Starts the program with both output streams on `output`, default signal handling and nothing blocked,
+// whatever this process has set up for itself.
+pid_t Spawn(const std::string& path, const std::vector<std::string>& arguments, int output) {
+    std::vector<char*> argv{const_cast<char*>(path.c_str())};
+    for (const auto& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    const ScopedAction destroyActions([&] { posix_spawn_file_actions_destroy(&actions); });
+    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
+
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    const ScopedAction destroyAttributes([&] { posix_spawnattr_destroy(&attributes); });
+    sigset_t signals;
+    sigfillset(&signals);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+
+    pid_t pid = 0;
+    const int error = posix_spawn(&pid, path.c_str(), &actions, &attributes, argv.data(), environ);
+    if (error != 0)
+        ThrowLaunchError(path, error);
+    return pid;
+}
+
+std::string ReadToEnd(int fd) {
+    std::string text;
+    std::array<char, 16384> piece{};
+    for (;;) {
+        const auto count = read(fd, piece.data(), piece.size());
+        if (count > 0)
+            text.append(piece.data(), static_cast<std::size_t>(count));
+        else if (count == 0 || errno != EINTR)
+            return text;
+    }
+}
+
+// The exit status, or the number of the signal that ended the program.
+int WaitForEnd(pid_t pid) {
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR)
+            return -1;
+    }
+    return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+}  // namespace
+
+std::string ExecProcess(const std::string& path, const std::vector<std::string>& arguments,
+                        bool logFailures) {
+    const auto pipe = OpenPipe(path);
+    const ScopedAction closeRead([&] { close(pipe.read); });
+    pid_t pid = 0;
+    {
+        const ScopedAction closeWrite([&] { close(pipe.write); });
+        pid = Spawn(path, arguments, pipe.write);
+    }
+    // Reading comes first: a program that fills the pipe does not end before somebody empties it.
+    auto output = ReadToEnd(pipe.read);
+    const int status = WaitForEnd(pid);
+    if (!IsValidUtf8(output))
+        output.clear();
+    const auto joined = fmt::format("{}", fmt::join(arguments, " "));
+    if (status != 0 && logFailures)
+        TLOG_ERROR("{} {} -- ({}) -- {}", path, joined, status, output);
+    TLOG_INFO("{} {} -- ({}) -- {}", path, joined, status, output);
+    return output;
+}
+
+}  // namespace cmn

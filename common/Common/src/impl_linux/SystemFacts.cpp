@@ -1,0 +1,158 @@
+#include "impl_linux/SystemFacts.h"
+
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <sstream>
+#include <vector>
+
+namespace cmn {
+
+namespace {
+
+constexpr std::uint32_t kRouteUp = 0x0001;
+constexpr std::uint32_t kRouteReject = 0x0200;
+
+// Calls back for every line until it returns true.
+template <class F>
+void ForEachLine(std::string_view text, F&& useLine) {
+    while (!text.empty()) {
+        const auto end = text.find('\n');
+        if (useLine(text.substr(0, end)) || end == std::string_view::npos)
+            return;
+        text.remove_prefix(end + 1);
+    }
+}
+
+std::string Unquote(std::string_view value) {
+    const char quote =
+        !value.empty() && (value.front() == '"' || value.front() == '\'') ? value.front() : '\0';
+    if (quote != '\0')
+        value.remove_prefix(1);
+    std::string result;
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        if (quote != '\0' && value[i] == quote)
+            break;
+        if (value[i] == '\\' && quote != '\'' && i + 1 < value.size())
+            ++i;
+        result += value[i];
+    }
+    return result;
+}
+
+std::vector<std::string> Columns(std::string_view line) {
+    std::istringstream in{std::string(line)};
+    std::vector<std::string> columns;
+    for (std::string column; in >> column;)
+        columns.push_back(std::move(column));
+    return columns;
+}
+
+std::optional<std::uint32_t> Number(std::string_view text, int base) {
+    std::uint32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+    if (error != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
+
+// Keeps the interface with the lowest metric.
+class BestRoute {
+ public:
+    void offer(const std::string& interface, std::string_view flags, std::string_view metric,
+               int metricBase) {
+        const auto bits = Number(flags, 16);
+        const auto cost = Number(metric, metricBase);
+        if (!bits || !cost || (*bits & kRouteUp) == 0 || (*bits & kRouteReject) != 0)
+            return;
+        if (interface_.empty() || *cost < cost_) {
+            interface_ = interface;
+            cost_ = *cost;
+        }
+    }
+    const std::string& interface() const { return interface_; }
+
+ private:
+    std::string interface_;
+    std::uint32_t cost_ = 0;
+};
+
+}  // namespace
+
+std::optional<std::string> FindAssignment(std::string_view text, std::string_view name) {
+    std::optional<std::string> value;
+    ForEachLine(text, [&](std::string_view line) {
+        if (line.size() > name.size() && line.starts_with(name) && line[name.size()] == '=')
+            value = Unquote(line.substr(name.size() + 1));
+        return value.has_value();
+    });
+    return value;
+}
+
+std::string DefaultRouteInterface(std::string_view routes) {
+    // Iface Destination Gateway Flags RefCnt Use Metric Mask ...
+    BestRoute best;
+    ForEachLine(routes, [&](std::string_view line) {
+        const auto columns = Columns(line);
+        if (columns.size() >= 8 && columns[1] == "00000000" && columns[7] == "00000000")
+            best.offer(columns[0], columns[3], columns[6], 10);
+        return false;
+    });
+    return best.interface();
+}
+
+std::string DefaultRouteInterfaceV6(std::string_view routes) {
+    // destination length source length next-hop metric refcount use flags interface
+    const std::string any(32, '0');
+    BestRoute best;
+    ForEachLine(routes, [&](std::string_view line) {
+        const auto columns = Columns(line);
+        if (columns.size() >= 10 && columns[0] == any && columns[1] == "00" && columns[9] != "lo")
+            best.offer(columns[9], columns[8], columns[5], 16);
+        return false;
+    });
+    return best.interface();
+}
+
+std::string FormatMACAddress(std::string_view address) {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    std::array<std::uint32_t, 6> bytes{};
+    for (auto& byte : bytes) {
+        const auto value = address.size() >= 2 ? Number(address.substr(0, 2), 16) : std::nullopt;
+        if (!value) {
+            bytes.fill(0);
+            break;
+        }
+        byte = *value;
+        address.remove_prefix(address.size() > 2 ? 3 : 2);
+    }
+    std::string text;
+    for (const auto byte : bytes) {
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 15];
+    }
+    return text;
+}
+
+std::string FormatOSName(std::string_view osRelease, std::string_view machine) {
+    auto name = FindAssignment(osRelease, "NAME").value_or("");
+    if (name.empty())
+        name = "Linux";
+    const auto version = FindAssignment(osRelease, "VERSION_ID").value_or("");
+    if (!version.empty())
+        name += " " + version;
+    return name + " (" + std::string(machine.empty() ? "?" : machine) + ")";
+}
+
+std::optional<std::uint32_t> ParseUserId(std::string_view text) {
+    return Number(text, 10);
+}
+
+std::string StripDeletedMark(std::string path) {
+    constexpr std::string_view kMark = " (deleted)";
+    if (path.ends_with(kMark))
+        path.resize(path.size() - kMark.size());
+    return path;
+}
+
+}  // namespace cmn

@@ -1,0 +1,139 @@
+#include "common/SystemUtils.h"
+
+#include <sys/utsname.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <mutex>
+
+#include "common/bundle.h"
+#include "impl_linux/SystemFacts.h"
+#include "impl_linux/SystemProbe.h"
+#include "impl_linux/UserDatabase.h"
+
+namespace cmn {
+
+namespace {
+
+constexpr auto kPersistPath = "/var/opt/tessarin";
+constexpr auto kUsersRoot = "/home";
+constexpr auto kFullDiskAccessProbe = "/root";
+
+// Recorded while the program is loaded, that is, on its main thread.
+const std::thread::id g_mainThreadId = std::this_thread::get_id();
+
+}  // namespace
+
+int GetPID() {
+    return getpid();
+}
+
+std::optional<UserId> GetUIDByName(const std::string& name) {
+    const auto user = FindUser(name);
+    return user ? std::optional(user->id) : std::nullopt;
+}
+
+std::string GetHostName() {
+    std::array<char, 256> name{};
+    return gethostname(name.data(), name.size() - 1) == 0 ? std::string(name.data()) : std::string();
+}
+
+std::string GetMACAddress() {
+    return MACAddressBelow("");
+}
+
+std::string GetInstalledUserName() {
+    return InstalledUserBelow(kUsersRoot);
+}
+
+std::string GetCurrentUserName() {
+    return ConsoleUserOf("/run/systemd");
+}
+
+std::string GetOSName() {
+    auto release = ReadText("/etc/os-release");
+    if (!release)
+        release = ReadText("/usr/lib/os-release");
+    utsname system{};
+    const bool known = uname(&system) == 0;
+    return FormatOSName(release.value_or(""), known ? system.machine : "");
+}
+
+std::string GetProcessPathForPID(unsigned int pid) {
+    std::array<char, 4096> path{};
+    const auto link = "/proc/" + std::to_string(pid) + "/exe";
+    const auto length = readlink(link.c_str(), path.data(), path.size());
+    return length < 1 ? std::string() : StripDeletedMark({path.data(), static_cast<std::size_t>(length)});
+}
+
+std::string GetCurrentExecutablePath() {
+    static std::mutex mutex;
+    static std::string path;
+    const std::lock_guard lock(mutex);
+    if (path.empty())
+        path = GetProcessPathForPID(static_cast<unsigned int>(getpid()));
+    return path;
+}
+
+std::string GetModuleName() {
+    return GetCurrentExecutablePath();
+}
+
+std::optional<std::string> GetBundleShortVersion() {
+    const auto plist = ReadText(BundlePathOf(GetCurrentExecutablePath()) / "Contents/Info.plist");
+    return plist ? FindPlistString(*plist, "CFBundleShortVersionString") : std::nullopt;
+}
+
+std::string GetInstallationUserHomePath() {
+    const auto name = GetCurrentUserName();
+    const auto user = name.empty() ? std::nullopt : FindUser(name);
+    return user ? user->home : std::string();
+}
+
+std::string GetSharedPath() {
+    const std::filesystem::path executable = GetCurrentExecutablePath();
+    return SharedPathOf(BundlePathOf(executable), executable);
+}
+
+std::string GetPersistPath() {
+    return kPersistPath;
+}
+
+std::string GetUsersRoot() {
+    return kUsersRoot;
+}
+
+bool IsFullDiskAccessGranted() {
+    return CanListFolder(kFullDiskAccessProbe);
+}
+
+int FileTruncate(int fd, unsigned long long length) {
+    return ftruncate(fd, static_cast<off_t>(length));
+}
+
+int FileTruncate(std::FILE* file, unsigned long long length) {
+    return FileTruncate(fileno(file), length);
+}
+
+std::thread::id GetMainThreadID() {
+    return g_mainThreadId;
+}
+
+bool IsOnMainThread() {
+    return std::this_thread::get_id() == g_mainThreadId;
+}
+
+std::optional<std::tm> GetLocalTime(std::time_t time) {
+    std::tm local{};
+    if (localtime_r(&time, &local) == nullptr)
+        return std::nullopt;
+    return local;
+}
+
+void SystemLog(std::string_view message) {
+    syslog(LOG_USER | LOG_NOTICE, "%.*s", static_cast<int>(message.size()), message.data());
+}
+
+}  // namespace cmn

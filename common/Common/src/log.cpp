@@ -1,0 +1,122 @@
+#include "common/log.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <ctime>
+#include <functional>
+#include <map>
+#include <string>
+
+#include "common/LogFile.h"
+#include "common/SystemUtils.h"
+
+namespace {
+
+const std::map<std::string, LogLevel, std::less<>> g_levelNames = {
+    {"Silent", LogLevel::Silent}, {"Error", LogLevel::Error}, {"Warn", LogLevel::Warn},
+    {"Info", LogLevel::Info},     {"Debug", LogLevel::Debug}, {"Trace", LogLevel::Trace},
+};
+
+// The log itself is never destroyed, so that lines of destructors that run later at exit still find it; what
+// ends at exit is its writer, after it has written everything.
+cmn::LogFile& ProcessLog() {
+    struct Holder {
+        Holder() = default;
+        Holder(const Holder&) = delete;
+        Holder& operator=(const Holder&) = delete;
+        ~Holder() { log.close(); }
+        cmn::LogFile& log = *new cmn::LogFile;
+    };
+    static const Holder holder;
+    return holder.log;
+}
+
+std::string_view BaseName(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+// "{base name}:{line} {function} -- ". Most of what a caller pays for a line is formatting; this part of it
+// needs neither a format string nor a look at the buffer for every piece.
+void AppendPlace(fmt::memory_buffer& text, std::string_view file, int line, std::string_view function) {
+    constexpr std::string_view kSeparator = " -- ";
+    const auto name = BaseName(file);
+    const fmt::format_int number(line);
+    const auto begin = text.size();
+    text.resize(begin + name.size() + 1 + number.size() + 1 + function.size() + kSeparator.size());
+    auto* to = text.data() + begin;
+    const auto put = [&to](std::string_view piece) { to = std::copy(piece.begin(), piece.end(), to); };
+    put(name);
+    *to++ = ':';
+    put({number.data(), number.size()});
+    *to++ = ' ';
+    put(function);
+    put(kSeparator);
+}
+
+}  // namespace
+
+LogLevel LogLevelFromString(std::string_view name) {
+    const auto found = g_levelNames.find(name);
+    return found == g_levelNames.end() ? LogLevel::Info : found->second;
+}
+
+void SetLogLevel(LogLevel level) {
+    ProcessLog().setLogLevel(level);
+}
+void SetLogPath(const char* stem) {
+    ProcessLog().setLogPath(stem);
+}
+void SetLogFileExtension(const char* extension) {
+    ProcessLog().setLogFileExtension(extension);
+}
+void SetLogMaxSize(unsigned int bytes) {
+    ProcessLog().setLogMaxSize(bytes);
+}
+void SetLogConsole(bool on) {
+    ProcessLog().setLogConsole(on);
+}
+void SetLogFileCount(unsigned int count) {
+    ProcessLog().setFileCount(count);
+}
+bool LogEnabled(LogLevel level) {
+    return ProcessLog().enabled(level);
+}
+void LogMessage(std::string_view text) {
+    ProcessLog().log(text);
+}
+
+void LogFull(LogLevel level, std::string_view file, int line, std::string_view function,
+             std::string_view message) {
+    auto& log = ProcessLog();
+    if (!log.enabled(level))
+        return;
+    fmt::memory_buffer text;
+    AppendPlace(text, file, line, function);
+    text.append(message.data(), message.data() + message.size());
+    log.log(level, {text.data(), text.size()});
+}
+
+void LogStartMessage() {
+    const std::string rule(60, '=');
+    const auto local = cmn::GetLocalTime(std::time(nullptr));
+    LogMessage(rule);
+    LogMessage(local ? fmt::format("{:%Y.%m.%d %H:%M:%S}", *local) : std::string());
+    LogMessage(rule);
+}
+
+namespace cmn::detail {
+
+void LogPreformatted(LogLevel level, std::string_view file, int line, std::string_view function,
+                     fmt::string_view format, fmt::format_args args) {
+    auto& log = ProcessLog();
+    if (!log.enabled(level))
+        return;
+    fmt::memory_buffer text;
+    AppendPlace(text, file, line, function);
+    fmt::vformat_to(fmt::appender(text), format, args);
+    log.log(level, {text.data(), text.size()});
+}
+
+}  // namespace cmn::detail

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/proto_settings.h"
+#include "useragent/Accessibility.h"
+#include "useragent/WindowList.h"
+#include "usercommon/Dispatch.h"
+#include "usercommon/XPCConnection.h"
+
+namespace useragent {
+
+// True from program load until SIGTERM; written by nothing else.
+extern std::atomic<bool> g_run;
+
+// Clears `g_run` and stops the run loop of the thread that received the signal. Async-signal-safe.
+extern "C" void SigtermHandler(int signalNumber);
+
+// Stops the calling thread's run loop from a signal handler; provided by each platform end.
+void StopCurrentRunLoop();
+
+// Process owner names of the watched browsers, as the applications name themselves.
+std::vector<std::string> BrowserList();
+
+// Log file stem of an agent whose executable has this path: a file name in the folder that holds its bundle.
+std::filesystem::path LogStem(const std::filesystem::path& executable);
+
+// Everything the start-up asks of the system, in the order in which it asks. Main thread.
+class AgentPlatform {
+ public:
+    virtual ~AgentPlatform() = default;
+
+    virtual cmn::proto::TSettings settings() = 0;                 // throws as cmn::proto::GetSettings does
+    virtual std::filesystem::path executablePath() = 0;           // of the running program
+    virtual std::optional<std::string> bundleShortVersion() = 0;  // "CFBundleShortVersionString"
+    virtual std::shared_ptr<Accessibility> accessibility() = 0;   // made at the first call, then the same
+    virtual std::shared_ptr<WindowList> windowList() = 0;
+    virtual std::shared_ptr<cmn::Dispatch> dispatch() = 0;  // made at the first call, then the same
+    virtual std::shared_ptr<cmn::XPCTransport> transport() = 0;
+
+    // What the watcher's thread pauses with; outlives this object.
+    virtual std::function<void(std::chrono::nanoseconds)> sleeper() = 0;
+
+    // Runs the application's main loop; returns its exit code.
+    virtual int runApplication() = 0;
+};
+
+// The whole life of the agent; returns the process's exit code: that of the main loop, or 0 when start-up
+// failed. Throws nothing.
+int RunAgent(AgentPlatform& platform);
+
+}  // namespace useragent

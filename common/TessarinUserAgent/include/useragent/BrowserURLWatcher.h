@@ -1,0 +1,90 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "useragent/Accessibility.h"
+#include "useragent/BrowserURLWatcherContext.h"
+#include "useragent/DeadlineReader.h"
+#include "useragent/WindowList.h"
+
+namespace cmn {
+class UserAgentXPCClient;
+}
+
+namespace useragent {
+
+// What the watcher needs from the system.
+struct WatcherPorts {
+    std::shared_ptr<Accessibility> accessibility;
+    std::shared_ptr<WindowList> windowList;
+    // Blocks the polling thread.
+    std::function<void(std::chrono::nanoseconds)> sleep;
+    MonotonicClock now;
+};
+
+// Follows the address fields of a fixed list of browsers: polls the on-screen windows on a thread of its own,
+// keeps observers on each running browser and reports every change of an address. Accessibility callbacks
+// arrive on the main thread; the watcher is to be destroyed there, never on its polling thread.
+class BrowserURLWatcher {
+ public:
+    // Owner name to process id.
+    using BrowserProcesses = std::map<std::string, std::int32_t>;
+
+    // Starts polling at once. Throws std::system_error when the thread cannot be created.
+    BrowserURLWatcher(const std::vector<std::string>& browsers, WatcherPorts ports);
+
+    // Waits for the polling thread, up to one polling pause.
+    ~BrowserURLWatcher();
+
+    BrowserURLWatcher(const BrowserURLWatcher&) = delete;
+    BrowserURLWatcher& operator=(const BrowserURLWatcher&) = delete;
+
+    // To be called once, by the owner, before the main loop runs. URLs seen earlier are stored but not sent.
+    void setXPCClient(std::weak_ptr<cmn::UserAgentXPCClient> client);
+
+    // The last URL read from the browser's address field; empty when the browser is not watched. Any thread.
+    std::string getURL(const std::string& browser);
+
+ private:
+    using Contexts = std::map<std::string, BrowserURLWatcherContext>;
+
+    void watchBrowserProcess();
+    bool pollOnce();
+    void handleBrowserProcesses(const BrowserProcesses& running, const BrowserProcesses& closed);
+    bool initContext(std::int32_t pid, BrowserURLWatcherContext& context);
+    bool subscribe(std::int32_t pid, const AXElementRef& element, const std::string& notification,
+                   AXObserverCallback callback, std::unique_ptr<AXObserver>& observer);
+    void handleMainWindowChanged(const AXElementRef& element);
+    void handleValueChanged(const AXElementRef& element);
+    Contexts::iterator findContext(std::int32_t pid);
+    void updateURL(const AXElementRef& field, BrowserURLWatcherContext& context);
+
+    const WatcherPorts ports_;
+    // Not locked: written once before any notification is served, read under the mutex. The flag orders the
+    // two.
+    std::weak_ptr<cmn::UserAgentXPCClient> client_;
+    std::atomic<bool> clientSet_{false};
+    std::future<void> pollingTask_;
+    std::atomic<bool> running_{true};
+    BrowserProcesses browsers_;
+    std::mutex mutex_;  // guards contexts_ and every context in it
+    Contexts contexts_;
+};
+
+std::shared_ptr<BrowserURLWatcher> CreateBrowserURLWatcher(std::vector<std::string> browsers,
+                                                           WatcherPorts ports);
+
+// Asks the system whether this process may use the accessibility interface, with the system's prompt when it
+// may not. The answer is only logged.
+void RequestAccesibilityPermission(Accessibility& accessibility);
+
+}  // namespace useragent

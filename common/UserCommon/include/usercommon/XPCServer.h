@@ -1,0 +1,47 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "usercommon/XPCConnection.h"
+
+namespace cmn {
+
+// One listener under a service name. To be owned by a shared pointer: the listener holds its delegate weakly.
+// Thread-safe.
+class XPCServer : public XPCListenerDelegate, public std::enable_shared_from_this<XPCServer> {
+ public:
+    // Does not listen.
+    XPCServer(std::shared_ptr<XPCTransport> transport, std::string machServiceName);
+    ~XPCServer() override = default;
+    XPCServer(const XPCServer&) = delete;
+    XPCServer& operator=(const XPCServer&) = delete;
+
+    void start();
+    void stop();
+
+    // Passes the question on to `shouldAcceptNewConnection`.
+    bool listenerShouldAcceptNewConnection(XPCListener& listener,
+                                           const std::shared_ptr<XPCConnection>& connection) override;
+
+    // Hooks that a service overrides. The base rejects every peer and warns "Not overridden". Called on the
+    // connection's private queue.
+    virtual bool shouldAcceptNewConnection(const std::shared_ptr<XPCConnection>& connection);
+    virtual void connectionDidInvalidate();
+    virtual void connectionDidInterrupt();
+
+    const std::string& machServiceName() const { return machServiceName_; }
+    std::shared_ptr<XPCListener> listener() const;  // null before `start` and after `stop`
+
+ private:
+    void setListener(std::shared_ptr<XPCListener> listener);
+
+    const std::shared_ptr<XPCTransport> transport_;
+    const std::string machServiceName_;
+
+    mutable std::mutex propertyMutex_;  // guards listener_, never held across a call
+    std::shared_ptr<XPCListener> listener_;
+};
+
+}  // namespace cmn

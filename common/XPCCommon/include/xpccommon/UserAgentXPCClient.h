@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "usercommon/Dispatch.h"
+#include "usercommon/XPCConnection.h"
+#include "xpccommon/URLExtractorImpl.h"
+
+namespace cmn {
+
+struct UserAgentXPCClientImpl;
+
+// The agent's end of the user agent service. Connects on construction and keeps reconnecting. Thread-safe.
+class UserAgentXPCClient {
+ public:
+    UserAgentXPCClient(URLExtractorDelegate urlExtractor, std::shared_ptr<Dispatch> dispatch,
+                       std::shared_ptr<XPCTransport> transport);
+
+    // Reports a browser's URL to the daemon. Never blocks and never fails: a report that cannot be delivered
+    // is logged.
+    void sendURL(const std::string& url, const std::string& browser, std::int32_t processID);
+
+ private:
+    std::shared_ptr<UserAgentXPCClientImpl> impl_;
+};
+
+std::shared_ptr<UserAgentXPCClient> CreateUserAgentXPCClient(URLExtractorDelegate urlExtractor,
+                                                             std::shared_ptr<Dispatch> dispatch,
+                                                             std::shared_ptr<XPCTransport> transport);
+
+}  // namespace cmn

@@ -1,0 +1,124 @@
+#include "xpccommon/UserAgentObjCXPCClient.h"
+
+#include <chrono>
+#include <functional>
+#include <utility>
+
+#include "common/log.h"
+
+namespace cmn {
+
+namespace {
+
+constexpr std::chrono::seconds kValidationDeadline{5};
+constexpr std::chrono::seconds kValidationRetryDelay{1};
+
+// One nanosecond in the past, on purpose: such a wait looks at the semaphore and returns at once. Neither the
+// main queue nor the watcher, which reports URLs with its mutex held, may ever wait for the daemon.
+constexpr std::chrono::nanoseconds kPastDeadline{-1};
+
+// What the reconnect is asked with; the base ignores it.
+constexpr int kReconnectArgument = 5;
+
+std::shared_ptr<UserAgentProtocol> RemoteUserAgent(const std::shared_ptr<XPCConnection>& connection,
+                                                   RemoteErrorHandler onError) {
+    return connection ? std::dynamic_pointer_cast<UserAgentProtocol>(
+                            connection->remoteObjectProxy(std::move(onError)))
+                      : nullptr;
+}
+
+}  // namespace
+
+UserAgentObjCXPCClient::UserAgentObjCXPCClient(URLExtractorDelegate delegate,
+                                               std::shared_ptr<Dispatch> dispatch,
+                                               std::shared_ptr<XPCTransport> transport)
+    : XPCClient(std::move(dispatch), std::move(transport), kUserAgentMachServiceName, true),
+      delegate_(std::move(delegate)) {}
+
+void UserAgentObjCXPCClient::willResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
+    connection->setRemoteObjectInterface(CreateUserAgentInterface());
+}
+
+void UserAgentObjCXPCClient::didResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
+    setConnection(connection);
+    validateConnection(connection);
+    setURLExtractor(std::make_shared<URLExtractorImpl>(delegate_));
+}
+
+void UserAgentObjCXPCClient::validateConnection(const std::shared_ptr<XPCConnection>& connection) {
+    // Only the queue owns the block, and only while it runs; the retry therefore normally finds it gone. The
+    // client is not kept alive while the block waits.
+    const auto block = std::make_shared<Dispatch::Task>();
+    *block = [weakSelf = std::weak_ptr(self()), weakBlock = std::weak_ptr(block), queues = dispatch(),
+              connection] {
+        const auto answered = queues->createSemaphore(0);
+        if (const auto proxy = RemoteUserAgent(connection, [](const RemoteError& error) {
+                TLOG_WARN("Remote object proxy error --  {}", error.recoverySuggestion);
+            })) {
+            proxy->version([weakSelf, answered](const std::string&) {
+                if (const auto client = weakSelf.lock()) {
+                    client->connected_ = true;
+                }
+                answered->signal();
+            });
+        }
+        answered->wait(kValidationDeadline);
+        if (const auto client = weakSelf.lock(); client && !client->connected_) {
+            queues->after(kValidationRetryDelay, QueuePriority::high, [weakBlock] {
+                if (const auto retried = weakBlock.lock()) {
+                    (*retried)();
+                }
+            });
+        }
+    };
+    dispatch()->async(QueuePriority::high, [block] { (*block)(); });
+}
+
+void UserAgentObjCXPCClient::setURLExtractor(std::shared_ptr<URLExtractor> extractor) {
+    dispatch()->asyncMain([weakSelf = std::weak_ptr(self()), extractor = std::move(extractor)] {
+        const auto client = weakSelf.lock();
+        if (!client) {
+            return;
+        }
+        const auto proxy = RemoteUserAgent(client->connection(), [](const RemoteError& error) {
+            TLOG_ERROR("Failed to get remote object -- {}", error.recoverySuggestion);
+        });
+        const auto answered = client->dispatch()->createSemaphore(0);
+        if (proxy) {
+            proxy->setURLExtractor(extractor, [answered](bool) { answered->signal(); });
+        }
+        answered->wait(kPastDeadline);
+    });
+}
+
+void UserAgentObjCXPCClient::sendURL(const std::string& url, const std::string& browser,
+                                     std::int32_t processID) {
+    const auto onError = [](const RemoteError&) {
+        // The placeholder is written as it stands: the formatter knows braces only.
+        TLOG_ERROR("Failed to get remote object -- %s");
+    };
+    if (const auto proxy = RemoteUserAgent(connection(), onError)) {
+        proxy->sendURL(url, browser, processID);
+    } else {
+        onError({});
+    }
+    dispatch()->createSemaphore(0)->wait(kPastDeadline);
+}
+
+void UserAgentObjCXPCClient::connectionDidInvalidate() {
+    connected_ = false;
+    TLOG_WARN("Did invalidate -- reconnecting");
+    reconnect(kReconnectArgument);
+}
+
+void UserAgentObjCXPCClient::connectionDidInterrupt() {
+    connected_ = false;
+    TLOG_WARN("Did interrupt -- reconnecting");
+    reconnect(kReconnectArgument);
+}
+
+std::shared_ptr<UserAgentObjCXPCClient> UserAgentObjCXPCClient::self() {
+    return std::static_pointer_cast<UserAgentObjCXPCClient>(shared_from_this());
+}
+
+}  // namespace cmn

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "useragent/Deadlines.h"
+#include "useragent/WindowList.h"
+
+namespace useragent {
+
+// The windows of an X server, as its window manager lists them: no hidden windows, and none without a process
+// id. Connects when it is asked, again after the server went away.
+class XcbWindowList final : public WindowList {
+ public:
+    // `display` as in the environment variable DISPLAY.
+    explicit XcbWindowList(std::string display,
+                           std::chrono::milliseconds callDeadline = kBrowserCallDeadline);
+    ~XcbWindowList() override;
+
+    std::optional<std::vector<WindowInfo>> copyOnScreenWindows() override;
+
+ private:
+    struct Parts;
+    const std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace useragent

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <memory>
+
+#include "linux_usercommon/SerialQueue.h"
+#include "linux_usercommon/TaskPool.h"
+#include "usercommon/Dispatch.h"
+
+namespace cmn {
+
+class QtTaskQueue;
+class SemaphoreRoom;
+
+// Thread pools for the global queues, the Qt event loop of the creating thread as main queue, real time.
+// Tasks often own what owns this object (a client that waits to reconnect owns its dispatch), so the program
+// ends it with `stop`.
+class LinuxDispatch final : public Dispatch {
+ public:
+    // To be created on the main thread; its event loop may start later.
+    LinuxDispatch();
+    // May run on any thread, also within a task.
+    ~LinuxDispatch() override;
+
+    void async(QueuePriority priority, Task task) override;
+    void after(std::chrono::nanoseconds delay, QueuePriority priority, Task task) override;
+    void asyncMain(Task task) override;
+    std::shared_ptr<Semaphore> createSemaphore(long count) override;
+
+    // A queue of its own on the threads of normal priority.
+    std::shared_ptr<SerialQueue> createSerialQueue();
+    const std::shared_ptr<TaskPool>& pool() const { return normal_; }
+
+    // Wakes every wait for a semaphore as timed out, lets running tasks finish, drops the others and ignores
+    // later ones. Not to be called within a task.
+    void stop();
+
+ private:
+    TaskPool& poolFor(QueuePriority priority) { return priority == QueuePriority::high ? *high_ : *normal_; }
+
+    const std::shared_ptr<TaskPool> normal_;
+    const std::shared_ptr<TaskPool> high_;
+    const std::shared_ptr<SemaphoreRoom> semaphores_;
+    const std::shared_ptr<QtTaskQueue> main_;
+};
+
+}  // namespace cmn

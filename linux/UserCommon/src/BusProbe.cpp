@@ -1,0 +1,155 @@
+#include "linux_usercommon/BusProbe.h"
+
+#include <fmt/format.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <boost/asio/dispatch.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/asio/write.hpp>
+#include <iterator>
+#include <utility>
+
+namespace cmn {
+
+namespace {
+
+using boost::asio::local::stream_protocol;
+using ErrorCode = boost::system::error_code;
+
+constexpr std::size_t kLongestAnswer = 4096;
+
+// The opening of the authentication: a NUL, then the user id in hexadecimal digits of its decimal text.
+std::string AuthenticationRequest() {
+    const std::string user = fmt::format("{}", ::getuid());
+    std::string request("\0AUTH EXTERNAL ", 15);
+    for (const char digit : user) {
+        fmt::format_to(std::back_inserter(request), "{:02x}", static_cast<unsigned char>(digit));
+    }
+    return request + "\r\n";
+}
+
+// Lives as long as its operations.
+class Probe : public std::enable_shared_from_this<Probe> {
+ public:
+    Probe(boost::asio::io_context& context, std::vector<BusAddress> addresses,
+          std::chrono::milliseconds deadline, BusProbeHandler handler)
+        : strand_(boost::asio::make_strand(context)),
+          socket_(strand_),
+          timer_(strand_),
+          addresses_(std::move(addresses)),
+          deadline_(deadline),
+          handler_(std::move(handler)) {}
+
+    void start() {
+        boost::asio::dispatch(strand_, [self = shared_from_this()] { self->tryNext(); });
+    }
+
+ private:
+    void tryNext() {
+        if (next_ == addresses_.size()) {
+            handler_({std::nullopt, failure_});
+            return;
+        }
+        const std::string& name = addresses_[next_].socketName;
+        if (name.size() >= sizeof(sockaddr_un::sun_path)) {
+            fail("the socket's name is too long");
+            return;
+        }
+        timer_.expires_after(deadline_);
+        timer_.async_wait([self = shared_from_this(), attempt = next_](const ErrorCode& error) {
+            if (!error && self->next_ == attempt) {
+                self->timedOut_ = true;
+                ErrorCode ignored;
+                self->socket_.close(ignored);
+            }
+        });
+        socket_.async_connect(
+            stream_protocol::endpoint(name),
+            [self = shared_from_this()](const ErrorCode& error) { self->proceed(error, &Probe::ask); });
+    }
+
+    void proceed(const ErrorCode& error, void (Probe::*next)()) {
+        if (error) {
+            fail(error.message());
+        } else {
+            (this->*next)();
+        }
+    }
+
+    void ask() {
+        boost::asio::async_write(socket_, boost::asio::buffer(request_),
+                                 [self = shared_from_this()](const ErrorCode& error, std::size_t) {
+                                     self->proceed(error, &Probe::listen);
+                                 });
+    }
+
+    void listen() {
+        boost::asio::async_read_until(socket_, boost::asio::dynamic_buffer(answer_, kLongestAnswer), "\r\n",
+                                      [self = shared_from_this()](const ErrorCode& error, std::size_t) {
+                                          self->proceed(error, &Probe::judge);
+                                      });
+    }
+
+    void judge() {
+        // A bus that wants another kind of authentication is alive, too.
+        if (!answer_.starts_with("OK") && !answer_.starts_with("REJECTED")) {
+            fail("what answers is not a message bus");
+            return;
+        }
+        timer_.cancel();
+        handler_({addresses_[next_].address, {}});
+    }
+
+    void fail(const std::string& why) {
+        timer_.cancel();
+        if (!failure_.empty()) {
+            failure_ += "; ";
+        }
+        failure_ += fmt::format("{}: {}", addresses_[next_].address,
+                                timedOut_ ? fmt::format("no answer within {} ms", deadline_.count()) : why);
+        timedOut_ = false;
+        answer_.clear();
+        ErrorCode ignored;
+        socket_.close(ignored);
+        ++next_;
+        tryNext();
+    }
+
+    boost::asio::strand<boost::asio::io_context::executor_type> strand_;
+    stream_protocol::socket socket_;
+    boost::asio::steady_timer timer_;
+    const std::vector<BusAddress> addresses_;
+    const std::chrono::milliseconds deadline_;
+    const BusProbeHandler handler_;
+    const std::string request_ = AuthenticationRequest();
+    std::string answer_;
+    std::string failure_;
+    std::size_t next_ = 0;
+    bool timedOut_ = false;
+};
+
+}  // namespace
+
+void ProbeBus(const std::shared_ptr<TaskPool>& pool, std::vector<BusAddress> addresses,
+              std::chrono::milliseconds deadline, BusProbeHandler handler) {
+    if (addresses.empty()) {
+        pool->post([handler = std::move(handler)] {
+            handler({std::nullopt, "no local socket is known for it"});
+        });
+        return;
+    }
+    // Started on the pool: there its context is known to be alive.
+    pool->post([pool = std::weak_ptr(pool), addresses = std::move(addresses), deadline,
+                handler = std::move(handler)]() mutable {
+        if (const auto alive = pool.lock()) {
+            std::make_shared<Probe>(alive->context(), std::move(addresses), deadline, std::move(handler))
+                ->start();
+        }
+    });
+}
+
+}  // namespace cmn

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <memory>
+
+#include "DBusChannelCore.h"
+#include "usercommon/XPCConnection.h"
+
+namespace cmn {
+
+// The connection object as clients and services hold it. Its end is the end of handlers and exported objects;
+// the channel lives on while proxies use it.
+class DBusXPCConnection final : public XPCConnection {
+ public:
+    explicit DBusXPCConnection(std::shared_ptr<DBusChannelCore> core);
+    ~DBusXPCConnection() override;
+    DBusXPCConnection(const DBusXPCConnection&) = delete;
+    DBusXPCConnection& operator=(const DBusXPCConnection&) = delete;
+
+    void setInvalidationHandler(std::function<void()> handler) override;
+    void setInterruptionHandler(std::function<void()> handler) override;
+    void setRemoteObjectInterface(std::shared_ptr<const XPCInterface> interface) override;
+    void setExportedInterface(std::shared_ptr<const XPCInterface> interface) override;
+    void setExportedObject(std::shared_ptr<XPCVersioning> object) override;
+    void resume() override;
+    void invalidate() override;
+    std::shared_ptr<XPCVersioning> remoteObjectProxy(RemoteErrorHandler onError) override;
+
+ private:
+    const std::shared_ptr<DBusChannelCore> core_;
+};
+
+}  // namespace cmn

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+#include "usercommon/Semaphore.h"
+
+namespace cmn {
+
+// What the semaphores of one dispatch share, so that all their waits can be ended at once.
+class SemaphoreRoom {
+ public:
+    // Every wait, present and future, ends at once as if its time had run out.
+    void close();
+
+ private:
+    friend class LinuxSemaphore;
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool closed_ = false;
+};
+
+class LinuxSemaphore final : public Semaphore {
+ public:
+    LinuxSemaphore(std::shared_ptr<SemaphoreRoom> room, long count);
+
+    void signal() override;
+    bool wait(std::chrono::nanoseconds timeout) override;
+
+ private:
+    const std::shared_ptr<SemaphoreRoom> room_;
+    long count_;  // guarded by the room's mutex
+};
+
+}  // namespace cmn

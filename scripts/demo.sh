@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Shows the product at work: builds it, runs service host, agent, Firefox and Chromium, tours a few local pages in both
+# browsers and prints every report as a line of JSON. Screenshots and the agent's log go to build/demo/.
+#
+# Usage: scripts/demo.sh [--own-display] [--build FOLDER]
+#   --own-display     a virtual display even when DISPLAY names a real one
+#   --build FOLDER    use the programs of that build folder; installs and builds nothing
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+command -v python3 >/dev/null || scripts/install-deps.sh demo
+exec python3 scripts/lib/demo.py "$@"

@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages that building, testing and the demo need. Safe to run again: quick when all is there.
+#
+# Usage: scripts/install-deps.sh [GROUP...]     groups: build test demo lint bench fuzz; without any: build test demo lint
+set -euo pipefail
+
+# The one list of packages.
+declare -A packages=(
+    [build]="cmake ninja-build g++ pkg-config libfmt-dev libboost1.81-dev rapidjson-dev qt6-base-dev
+             libxcb1-dev libxcb-ewmh-dev libxcb-icccm4-dev"
+    [test]="libgtest-dev libgmock-dev"
+    [demo]="python3 dbus dbus-daemon at-spi2-core xvfb openbox xdotool x11-utils imagemagick fonts-dejavu-core
+            firefox-esr chromium"
+    [lint]="clang-format clang-tidy shellcheck python3"
+    [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev"
+    [fuzz]="clang libclang-rt-dev"
+)
+# Tests and benchmarks run the same desktop as the demo.
+packages[test]+=" ${packages[demo]}"
+packages[bench]+=" ${packages[demo]}"
+
+wanted=""
+(($# > 0)) || set -- build test demo lint
+for group; do
+    [[ -n ${packages[$group]:-} ]] || { echo "install-deps: no group '$group'" >&2; exit 2; }
+    wanted+=" ${packages[$group]}"
+done
+
+missing=()
+for package in $wanted; do
+    [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] || missing+=("$package")
+done
+if ((${#missing[@]} == 0)); then
+    exit 0
+fi
+
+as_root=()
+if ((EUID != 0)); then
+    if ! command -v sudo >/dev/null; then
+        echo "install-deps: not root and no sudo; please install: ${missing[*]}" >&2
+        exit 1
+    fi
+    as_root=(sudo)
+fi
+
+echo "install-deps: installing ${missing[*]}" >&2
+apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0)
+# Package lists are refreshed only when they are missing or too old.
+if ! compgen -G '/var/lib/apt/lists/*Packages*' >/dev/null; then
+    "${apt[@]}" update </dev/null >&2
+fi
+if ! "${apt[@]}" install -y --no-install-recommends "${missing[@]}" </dev/null >&2; then
+    "${apt[@]}" update </dev/null >&2
+    "${apt[@]}" install -y --no-install-recommends "${missing[@]}" </dev/null >&2
+fi

@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Checks the sources' format (clang-format), the C++ code (clang-tidy) and the shell scripts (shellcheck).
+#
+# Usage: scripts/lint.sh [--format-only] [--changed]
+#   --format-only    no clang-tidy
+#   --changed        clang-tidy only on files that differ from the last commit
+#   --deep           clang-tidy with its slow path-sensitive checks
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+tidy=all
+deep=
+for option; do
+    case $option in
+        --format-only) tidy=no ;;
+        --changed) tidy=changed ;;
+        --deep) deep=deep ;;
+        *) echo "lint.sh: unknown option '$option'" >&2; exit 2 ;;
+    esac
+done
+scripts/install-deps.sh build lint
+
+folders=()
+for folder in common linux macos tools tests bench fuzz; do
+    [[ ! -d $folder ]] || folders+=("$folder")
+done
+
+mapfile -t sources < <(find "${folders[@]}" -name '*.h' -o -name '*.cpp' | sort)
+((${#sources[@]} > 0)) || { echo "lint.sh: found no sources" >&2; exit 1; }
+clang-format --dry-run --Werror "${sources[@]}"
+echo "clang-format: ${#sources[@]} files" >&2
+
+mapfile -t shell < <(find scripts .ci/run -name '*.sh' -o -path .ci/run | sort)
+((${#shell[@]} > 0)) || { echo "lint.sh: found no scripts" >&2; exit 1; }
+shellcheck "${shell[@]}"
+echo "shellcheck: ${#shell[@]} files" >&2
+
+[[ $tidy != no ]] || exit 0
+# Generated headers (forms, meta objects) must be there.
+scripts/build.sh release
+python3 scripts/lib/run_tidy.py build/release "$tidy" $deep

@@ -1,0 +1,80 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test: optimised (unit, bus and desktop tests), then all but the desktop
+# tests under the address and undefined-behaviour sanitizers, then the concurrency tests repeatedly under the thread
+# sanitizer. The last line sums up the three runs. Not zero on any failure, and when there was nothing to run.
+#
+# Usage: scripts/test.sh [--quick] [--label REGEX] [-j N]
+#   --quick          only the optimised run
+#   --label REGEX    only tests with a matching label (unit, bus, concurrency, desktop, architecture ...)
+#   -j N             so many jobs at once, default: one per processor
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+quick=no
+label=""
+jobs=$(nproc)
+while (($#)); do
+    case $1 in
+        --quick) quick=yes ;;
+        --label) label=${2:?--label needs a value}; shift ;;
+        -j) jobs=${2:?-j needs a number}; shift ;;
+        -j*) jobs=${1#-j} ;;
+        -h | --help) sed -n '2,/^set/{/^set/d;s/^# \{0,1\}//;p}' "$0"; exit 0 ;;
+        *) echo "test.sh: unknown option '$1'" >&2; exit 2 ;;
+    esac
+    shift
+done
+
+scripts/install-deps.sh build test
+
+export ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1
+export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
+export UBSAN_OPTIONS=print_stacktrace=1
+
+logs=$(mktemp -d)
+trap 'rm -rf "$logs"' EXIT
+total=0 failed=0 broken=() summary=""
+
+# run PRESET CTEST-OPTION... : builds and tests one preset; keeps going after a failure so that all of it is reported.
+run() {
+    local preset=$1 log=$logs/$1 passed_line counts
+    shift
+    echo "== $preset" >&2
+    if ! scripts/build.sh "$preset" -j "$jobs"; then
+        broken+=("$preset does not build")
+        return
+    fi
+    [[ -z $label ]] || set -- "$@" -L "$label"
+    local status=0
+    "${without_aslr[@]}" ctest --test-dir "build/$preset" -j "$jobs" --output-on-failure --no-tests=ignore "$@" \
+        </dev/null 2>&1 | tee "$log" || status=$?
+    # "98% tests passed, 2 tests failed out of 100"; no such line when nothing matched.
+    passed_line=$(grep -E '^[0-9]+% tests passed' "$log" | tail -1 || true)
+    counts=$(sed -E 's/.*passed, ([0-9]+) tests? failed out of ([0-9]+).*/\1 \2/' <<<"${passed_line:-0 0}")
+    failed=$((failed + ${counts% *}))
+    total=$((total + ${counts#* }))
+    summary+=", $preset ${counts#* }"
+    if ((${counts#* } == 0)) && [[ -z $label ]]; then
+        broken+=("$preset ran no test")
+    elif ((status != 0 && ${counts% *} == 0)); then
+        broken+=("ctest of $preset ended with $status")
+    fi
+}
+
+without_aslr=()
+run release
+if [[ $quick == no ]]; then
+    run asan -LE desktop
+    # The thread sanitizer needs its address ranges free.
+    ! setarch "$(uname -m)" -R true 2>/dev/null || without_aslr=(setarch "$(uname -m)" -R)
+    run tsan -L concurrency --repeat until-fail:3
+fi
+
+((total > 0)) || broken+=("no test ran")
+echo
+echo "Tests per run: ${summary#, }"
+for problem in "${broken[@]}"; do
+    echo "Problem: $problem"
+done
+((total == 0)) || echo "$(((total - failed) * 100 / total))% tests passed, $failed tests failed out of $total"
+((failed == 0 && ${#broken[@]} == 0))

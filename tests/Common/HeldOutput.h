@@ -1,0 +1,105 @@
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "common/LogFile.h"
+
+namespace fake {
+
+// What a log wrote through a HeldOutput, and the handle that stops its writer. Outlives the log.
+class Written {
+ public:
+    struct Pass {
+        std::string file;
+        std::string text;
+    };
+
+    // From now on the writer stops at the beginning of its next pass.
+    void hold() {
+        const std::lock_guard lock(mutex_);
+        held_ = true;
+    }
+    void release() {
+        const std::lock_guard lock(mutex_);
+        held_ = false;
+        changed_.notify_all();
+    }
+    // Waits until the writer has stopped.
+    void waitForStop() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return stopped_; });
+    }
+    void refuseFiles() {
+        const std::lock_guard lock(mutex_);
+        accepts_ = false;
+    }
+    void setTime(std::time_t time) {
+        const std::lock_guard lock(mutex_);
+        time_ = time;
+    }
+
+    std::vector<Pass> passes() {
+        const std::lock_guard lock(mutex_);
+        return passes_;
+    }
+    std::string text() {
+        std::string all;
+        for (const auto& pass : passes())
+            all += pass.text;
+        return all;
+    }
+    std::string echoed() {
+        const std::lock_guard lock(mutex_);
+        return echoed_;
+    }
+
+ private:
+    friend class HeldOutput;
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool held_ = false;
+    bool stopped_ = false;
+    bool accepts_ = true;
+    std::time_t time_ = 1'000'000'000;
+    std::vector<Pass> passes_;
+    std::string echoed_;
+};
+
+// Keeps what a log writes in memory. Empty texts (the log's test whether a file can be opened) never stop.
+class HeldOutput : public cmn::LogOutput {
+ public:
+    explicit HeldOutput(std::shared_ptr<Written> written) : written_(std::move(written)) {}
+
+    std::time_t now() override {
+        const std::lock_guard lock(written_->mutex_);
+        return written_->time_;
+    }
+    bool append(const std::string& file, std::string_view text) override {
+        std::unique_lock lock(written_->mutex_);
+        if (text.empty())
+            return written_->accepts_;
+        written_->stopped_ = written_->held_;
+        written_->changed_.notify_all();
+        written_->changed_.wait(lock, [this] { return !written_->held_; });
+        written_->stopped_ = false;
+        if (written_->accepts_)
+            written_->passes_.push_back({file, std::string(text)});
+        return written_->accepts_;
+    }
+    void echo(std::string_view text) override {
+        const std::lock_guard lock(written_->mutex_);
+        written_->echoed_ += text;
+    }
+
+ private:
+    std::shared_ptr<Written> written_;
+};
+
+}  // namespace fake

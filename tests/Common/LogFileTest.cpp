@@ -1,0 +1,336 @@
+#include <gmock/gmock.h>
+#include <stdlib.h>
+
+#include <limits>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "HeldOutput.h"
+#include "common/LogFile.h"
+#include "common/SystemUtils.h"
+
+namespace {
+
+using fake::HeldOutput;
+using fake::Written;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr auto kOverflowNotice = "The logs were removed from the queue because it overflowed";
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+class LogFileTest : public testing::Test {
+ protected:
+    LogFileTest() {
+        setenv("TZ", "XYZ-3", 1);  // three hours east of Greenwich
+        tzset();
+    }
+    ~LogFileTest() override {
+        unsetenv("TZ");
+        tzset();
+    }
+
+    // Everything that was logged, after the log's end.
+    std::string finish() {
+        log_.reset();
+        return written_->text();
+    }
+
+    std::shared_ptr<Written> written_ = std::make_shared<Written>();
+    std::unique_ptr<cmn::LogFile> log_ =
+        std::make_unique<cmn::LogFile>(std::make_unique<HeldOutput>(written_));
+};
+
+TEST_F(LogFileTest, TagsEachLevelAndStampsItWithLocalTime) {
+    log_->setLogLevel(LogLevel::Trace);
+    for (int level = 1; level <= 6; ++level)
+        log_->log(static_cast<LogLevel>(level), "body");
+    EXPECT_THAT(
+        Lines(finish()),
+        ElementsAre("[unknown_level] [2001.09.09 04:46:40] body", "[ERROR] [2001.09.09 04:46:40] body",
+                    "[ WARN] [2001.09.09 04:46:40] body", "[ INFO] [2001.09.09 04:46:40] body",
+                    "[DEBUG] [2001.09.09 04:46:40] body", "[TRACE] [2001.09.09 04:46:40] body"));
+}
+
+TEST_F(LogFileTest, TagsUnknownLevelsAsUnknown) {
+    log_->setLogLevel(static_cast<LogLevel>(9));
+    log_->log(static_cast<LogLevel>(9), "high");
+    log_->log(static_cast<LogLevel>(-1), "low");
+    EXPECT_THAT(Lines(finish()), ElementsAre("[unknown_level] [2001.09.09 04:46:40] high",
+                                             "[unknown_level] [2001.09.09 04:46:40] low"));
+}
+
+TEST_F(LogFileTest, StampsEachLineWithTheSecondItWasHandedIn) {
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    log_->log(LogLevel::Info, "a");
+    written_->setTime(1'000'000'001);
+    log_->log(LogLevel::Info, "b");
+    written_->setTime(0);
+    log_->log(LogLevel::Info, "c");
+    written_->release();
+    EXPECT_THAT(Lines(finish()),
+                ElementsAre("first", "[ INFO] [2001.09.09 04:46:40] a", "[ INFO] [2001.09.09 04:46:41] b",
+                            "[ INFO] [1970.01.01 03:00:00] c"));
+}
+
+TEST_F(LogFileTest, BeginsAtLevelInfo) {
+    EXPECT_TRUE(log_->enabled(LogLevel::Info));
+    EXPECT_FALSE(log_->enabled(LogLevel::Debug));
+    log_->log(LogLevel::Debug, "dropped");
+    log_->log(LogLevel::Info, "kept");
+    EXPECT_EQ(finish(), "[ INFO] [2001.09.09 04:46:40] kept\n");
+}
+
+TEST_F(LogFileTest, WritesUnconditionalLinesBareAtEveryLevel) {
+    for (const int level : {0, 1, 4, 6}) {
+        log_->setLogLevel(static_cast<LogLevel>(level));
+        log_->log("line " + std::to_string(level));
+    }
+    EXPECT_THAT(Lines(finish()), ElementsAre("line 0", "line 1", "line 4", "line 6"));
+}
+
+TEST_F(LogFileTest, LetsOnlyUnconditionalAndSilentLinesPassAtSilent) {
+    log_->setLogLevel(LogLevel::Silent);
+    for (int level = 0; level <= 6; ++level)
+        log_->log(static_cast<LogLevel>(level), "body");
+    EXPECT_THAT(Lines(finish()), ElementsAre("body", "[unknown_level] [2001.09.09 04:46:40] body"));
+}
+
+TEST_F(LogFileTest, LetsOnlyUnconditionalLinesPassAtLevelZero) {
+    log_->setLogLevel(LogLevel::Unconditional);
+    log_->log(LogLevel::Silent, "silent");
+    log_->log("bare");
+    EXPECT_EQ(finish(), "bare\n");
+}
+
+TEST_F(LogFileTest, WritesWhatCameInMeanwhileInOnePass) {
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    log_->log("second");
+    log_->log("third");
+    written_->release();
+    finish();
+    const auto passes = written_->passes();
+    ASSERT_EQ(passes.size(), 2U);
+    EXPECT_EQ(passes[0].text, "first\n");
+    EXPECT_EQ(passes[1].text, "second\nthird\n");
+}
+
+TEST_F(LogFileTest, NamesTheFileWithAnEmptyStemInTheWorkingDirectory) {
+    EXPECT_EQ(log_->getLogPath(), "_0.log");
+    log_->log("line");
+    finish();
+    EXPECT_EQ(written_->passes().at(0).file, "_0.log");
+}
+
+TEST_F(LogFileTest, NamesFilesByStemIndexAndExtension) {
+    log_->setLogPath("/no such folder/com.tessarin.UserAgent");
+    EXPECT_EQ(log_->getLogPath(), "/no such folder/com.tessarin.UserAgent_0.log");
+    EXPECT_EQ(log_->getLogPath("other"), "other_0.log");
+    log_->setLogFileExtension("txt");
+    EXPECT_EQ(log_->getLogPath(), "/no such folder/com.tessarin.UserAgent_0.txt");
+    EXPECT_EQ(log_->getLogPath(""), "_0.txt");
+}
+
+TEST_F(LogFileTest, KeepsFullQueueOfHundredThousandLines) {
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    for (int i = 0; i < 100'000; ++i)
+        log_->log(std::to_string(i));
+    written_->release();
+    const auto lines = Lines(finish());
+    ASSERT_EQ(lines.size(), 100'001U);
+    EXPECT_EQ(lines[1], "0");
+    EXPECT_EQ(lines.back(), "99999");
+}
+
+TEST_F(LogFileTest, OverflowKeepsTheNewest50001LinesBehindTheNotice) {
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    for (int i = 0; i < 100'001; ++i)
+        log_->log(std::to_string(i));
+    written_->release();
+    finish();
+    const auto passes = written_->passes();
+    ASSERT_EQ(passes.size(), 2U);
+    const auto lines = Lines(passes[1].text);
+    ASSERT_EQ(lines.size(), 50'002U);
+    EXPECT_EQ(lines[0], kOverflowNotice);
+    for (std::size_t i = 1; i < lines.size(); ++i)
+        ASSERT_EQ(lines[i], std::to_string(49'999 + i));
+}
+
+TEST_F(LogFileTest, OverflowCountsTheNoticeAsALine) {
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    // 100,001 lines leave 50,002; 49,998 more fill the queue; the next one overflows it again.
+    for (int i = 0; i < 100'001 + 49'998 + 1; ++i)
+        log_->log(std::to_string(i));
+    written_->release();
+    finish();
+    const auto lines = Lines(written_->passes().at(1).text);
+    ASSERT_EQ(lines.size(), 50'002U);
+    EXPECT_EQ(lines[0], kOverflowNotice);
+    EXPECT_EQ(lines[1], "99999");
+    EXPECT_EQ(lines.back(), "149999");
+}
+
+TEST_F(LogFileTest, OverflowNoticePassesAtLevelSilent) {
+    log_->setLogLevel(LogLevel::Silent);
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    for (int i = 0; i < 100'001; ++i)
+        log_->log(LogLevel::Silent, "line");
+    written_->release();
+    finish();
+    EXPECT_EQ(Lines(written_->passes().at(1).text)[0], kOverflowNotice);
+}
+
+TEST_F(LogFileTest, EchoesTheSameTextThatIsWritten) {
+    log_->setLogConsole(true);
+    log_->log(LogLevel::Error, "one");
+    log_->log("two");
+    const auto text = finish();
+    EXPECT_EQ(text, "[ERROR] [2001.09.09 04:46:40] one\ntwo\n");
+    EXPECT_EQ(written_->echoed(), text);
+}
+
+TEST_F(LogFileTest, EchoesNothingUnlessAsked) {
+    log_->setLogConsole(true);
+    log_->setLogConsole(false);
+    log_->log("line");
+    finish();
+    EXPECT_THAT(written_->echoed(), IsEmpty());
+}
+
+TEST_F(LogFileTest, EchoesOnceWhatNoFileTakes) {
+    written_->refuseFiles();
+    log_->setLogConsole(true);
+    log_->log("line");
+    EXPECT_THAT(finish(), IsEmpty());
+    EXPECT_EQ(written_->echoed(), "line\n");
+}
+
+TEST_F(LogFileTest, KeepsTheStemWhenTheNewOneCannotBeOpened) {
+    log_->setLogPath("/no such folder/good");
+    written_->refuseFiles();
+    log_->setLogPath("/no such folder/bad");
+    EXPECT_EQ(log_->getLogPath(), "/no such folder/good_0.log");
+}
+
+TEST_F(LogFileTest, IgnoresEmptyStemEmptyExtensionAndCountZero) {
+    log_->setLogPath("/no such folder/stem");
+    log_->setLogFileExtension("txt");
+    log_->setLogPath("");
+    log_->setLogFileExtension("");
+    log_->setFileCount(0);
+    EXPECT_EQ(log_->getLogPath(), "/no such folder/stem_0.txt");
+}
+
+TEST_F(LogFileTest, WritesEverythingBeforeItEnds) {
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    for (int i = 0; i < 1'000; ++i)
+        log_->log(std::to_string(i));
+    std::thread end([this] { log_.reset(); });
+    written_->release();
+    end.join();
+    const auto lines = Lines(written_->text());
+    ASSERT_EQ(lines.size(), 1'001U);
+    EXPECT_EQ(lines.back(), "999");
+}
+
+TEST_F(LogFileTest, WritesLinesOfLatecomersAtOnce) {
+    log_->log("early");
+    log_->close();
+    log_->log(LogLevel::Warn, "late");
+    EXPECT_EQ(written_->text(), "early\n[ WARN] [2001.09.09 04:46:40] late\n");
+    log_->close();
+}
+
+TEST_F(LogFileTest, ProducersAndTheNameNeverWaitForTheDisk) {
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    // The writer stands in the middle of a pass; these return all the same.
+    log_->log(LogLevel::Error, "second");
+    EXPECT_EQ(log_->getLogPath(), "_0.log");
+    EXPECT_TRUE(log_->enabled(LogLevel::Error));
+    written_->release();
+    EXPECT_THAT(Lines(finish()), ElementsAre("first", "[ERROR] [2001.09.09 04:46:40] second"));
+}
+
+TEST_F(LogFileTest, SettersWaitForThePassInProgress) {
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    std::atomic<bool> set = false;
+    std::thread setter([&] {
+        log_->setLogPath("/no such folder/stem");
+        set = true;
+    });
+    EXPECT_FALSE(set);
+    EXPECT_EQ(log_->getLogPath(), "_0.log");
+    written_->release();
+    setter.join();
+    EXPECT_EQ(log_->getLogPath(), "/no such folder/stem_0.log");
+}
+
+TEST_F(LogFileTest, KeepsTheOrderOfEachThread) {
+    constexpr int kThreads = 4;
+    constexpr int kLines = 2'000;
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([this, t] {
+            for (int i = 0; i < kLines; ++i) {
+                log_->log(std::to_string(t) + " " + std::to_string(i));
+                if (i % 100 == 0)
+                    log_->setLogLevel(i % 200 == 0 ? LogLevel::Trace : LogLevel::Silent);
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    std::vector<int> next(kThreads, 0);
+    for (const auto& line : Lines(finish())) {
+        std::istringstream in(line);
+        std::size_t thread = 0;
+        int number = -1;
+        in >> thread >> number;
+        ASSERT_EQ(next.at(thread)++, number);
+    }
+    EXPECT_THAT(next, testing::Each(kLines));
+}
+
+TEST(LogFileDeathTest, TimeWithoutLocalFormEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            const auto written = std::make_shared<Written>();
+            written->setTime(std::numeric_limits<std::time_t>::max());
+            cmn::LogFile log(std::make_unique<HeldOutput>(written));
+            log.log(LogLevel::Error, "line");
+        },
+        "time_t value out of range");
+}
+
+}  // namespace

@@ -1,0 +1,276 @@
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "common/LogFile.h"
+#include "common/fs.h"
+#include "support/LogCapture.h"
+
+// The log on real files.
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::hours;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// Writes files as the log does, and keeps what would have gone to the standard error stream.
+class CapturingOutput : public cmn::LogOutput {
+ public:
+    explicit CapturingOutput(std::shared_ptr<std::string> echoed) : echoed_(std::move(echoed)) {}
+    void echo(std::string_view text) override { *echoed_ += text; }
+
+ private:
+    std::shared_ptr<std::string> echoed_;
+};
+
+class LogRingTest : public testing::Test {
+ protected:
+    fs::path file(int index) const { return folder_ / ("log_" + std::to_string(index) + ".log"); }
+    void makeFile(int index, std::size_t size, hours age = hours(0)) {
+        cmn::StrToFile(std::string(size, 'x'), file(index));
+        fs::last_write_time(file(index), fs::file_time_type::clock::now() - age);
+    }
+    std::string content(int index) const { return cmn::FileToStr(file(index)); }
+    std::string stem() const { return (folder_ / "log").string(); }
+
+    void start(unsigned int maxSize, unsigned int fileCount = 2) {
+        log_ = std::make_unique<cmn::LogFile>(std::make_unique<CapturingOutput>(echoed_));
+        // The stem comes first: without one, files in the working directory decide which is chosen.
+        log_->setLogPath(stem());
+        log_->setLogMaxSize(maxSize);
+        log_->setFileCount(fileCount);
+    }
+    // One pass of the writer, done when this returns.
+    void pass(const std::string& text) {
+        log_->log(text);
+        log_.reset();
+    }
+
+    const fake::TemporaryFolder folder_;
+    const std::shared_ptr<std::string> echoed_ = std::make_shared<std::string>();
+    std::unique_ptr<cmn::LogFile> log_;
+};
+
+TEST_F(LogRingTest, CreatesTheFirstFileWhenGivenAStem) {
+    start(10);
+    EXPECT_EQ(log_->getLogPath(), file(0));
+    EXPECT_TRUE(fs::exists(file(0)));
+    EXPECT_FALSE(fs::exists(file(1)));
+    pass("line");
+    EXPECT_EQ(content(0), "line\n");
+    EXPECT_EQ(*echoed_, "");
+}
+
+TEST_F(LogRingTest, AppendsToWhatIsThere) {
+    makeFile(0, 3);
+    start(10);
+    pass("line");
+    EXPECT_EQ(content(0), "xxxline\n");
+}
+
+TEST_F(LogRingTest, ResumesInTheFirstFileWithRoom) {
+    makeFile(0, 10);
+    makeFile(1, 9);
+    makeFile(2, 1);
+    start(10, 3);
+    EXPECT_EQ(log_->getLogPath(), file(1));
+}
+
+TEST_F(LogRingTest, CountsAMissingFileAsRoom) {
+    makeFile(0, 10);
+    start(10);
+    EXPECT_EQ(log_->getLogPath(), file(1));
+    pass("line");
+    EXPECT_EQ(content(0), std::string(10, 'x'));
+    EXPECT_EQ(content(1), "line\n");
+}
+
+TEST_F(LogRingTest, PassesOverAFileOfExactlyTheLimitButAppendsToIt) {
+    makeFile(0, 10, hours(1));
+    makeFile(1, 10, hours(2));
+    start(10);
+    // Both are full at selection: the older one is taken. The writer finds nothing above the limit.
+    EXPECT_EQ(log_->getLogPath(), file(1));
+    pass("line");
+    EXPECT_EQ(content(0), std::string(10, 'x'));
+    EXPECT_EQ(content(1), std::string(10, 'x') + "line\n");
+}
+
+TEST_F(LogRingTest, LeavesTheOlderOfTwoFullFilesForTheOtherWhichItEmpties) {
+    makeFile(0, 11, hours(2));
+    makeFile(1, 12, hours(1));
+    start(10);
+    EXPECT_EQ(log_->getLogPath(), file(0));
+    EXPECT_EQ(content(1), std::string(12, 'x'));
+    pass("line");
+    EXPECT_EQ(content(0), std::string(11, 'x'));
+    EXPECT_EQ(content(1), "line\n");
+}
+
+TEST_F(LogRingTest, WrapsFromTheLastFileToTheFirst) {
+    makeFile(0, 11, hours(1));
+    makeFile(1, 11, hours(2));
+    start(10);
+    EXPECT_EQ(log_->getLogPath(), file(1));
+    pass("line");
+    EXPECT_EQ(content(0), "line\n");
+    EXPECT_EQ(content(1), std::string(11, 'x'));
+}
+
+TEST_F(LogRingTest, TakesTheLowerIndexOfEquallyOldFullFiles) {
+    const auto time = fs::file_time_type::clock::now() - hours(3);
+    for (int i = 0; i < 3; ++i) {
+        makeFile(i, 20);
+        fs::last_write_time(file(i), i == 0 ? time + hours(1) : time);
+    }
+    start(10, 3);
+    EXPECT_EQ(log_->getLogPath(), file(1));
+}
+
+TEST_F(LogRingTest, RingOfOneFileStartsItAnew) {
+    makeFile(0, 11);
+    start(10, 1);
+    pass("line");
+    EXPECT_EQ(content(0), "line\n");
+}
+
+TEST_F(LogRingTest, ChecksTheSizeBeforeABatchOnly) {
+    start(10);
+    const std::string longLine(50, 'a');
+    pass(longLine);
+    EXPECT_EQ(content(0), longLine + "\n");
+    start(10);
+    EXPECT_EQ(log_->getLogPath(), file(1));
+}
+
+TEST_F(LogRingTest, ChoosesAgainWhenTheLimitTheCountOrTheExtensionChanges) {
+    makeFile(0, 15, hours(1));
+    makeFile(1, 15, hours(2));
+    start(10);
+    EXPECT_EQ(log_->getLogPath(), file(1));
+    log_->setLogMaxSize(16);
+    EXPECT_EQ(log_->getLogPath(), file(0));
+    log_->setLogMaxSize(10);
+    EXPECT_EQ(log_->getLogPath(), file(1));
+    log_->setFileCount(3);
+    EXPECT_EQ(log_->getLogPath(), file(2));
+    log_->setFileCount(1);
+    EXPECT_EQ(log_->getLogPath(), file(0));
+    log_->setFileCount(3);
+    log_->setLogFileExtension("txt");
+    EXPECT_EQ(log_->getLogPath(), stem() + "_0.txt");
+}
+
+TEST_F(LogRingTest, IgnoredSettingsLeaveTheRingAsItIs) {
+    makeFile(0, 11, hours(2));
+    makeFile(1, 11, hours(3));
+    makeFile(2, 11, hours(4));
+    start(10, 3);
+    ASSERT_EQ(log_->getLogPath(), file(2));
+    // Nothing is chosen anew either: the first file has room now.
+    fs::remove(file(0));
+    log_->setFileCount(0);
+    log_->setLogPath("");
+    log_->setLogFileExtension("");
+    EXPECT_EQ(log_->getLogPath(), file(2));
+}
+
+TEST_F(LogRingTest, KeepsTheStemWhenTheFolderIsMissing) {
+    start(10);
+    log_->setLogPath((folder_ / "missing" / "log").string());
+    EXPECT_EQ(log_->getLogPath(), file(0));
+    EXPECT_FALSE(fs::exists(folder_ / "missing"));
+    pass("line");
+    EXPECT_EQ(content(0), "line\n");
+}
+
+TEST_F(LogRingTest, KeepsTheStemWhenTheFolderIsAFile) {
+    start(10);
+    cmn::StrToFile("", folder_ / "file");
+    log_->setLogPath((folder_ / "file" / "log").string());
+    pass("line");
+    EXPECT_EQ(content(0), "line\n");
+}
+
+TEST_F(LogRingTest, WritesToStandardErrorWhenTheFolderVanishes) {
+    fs::create_directory(folder_ / "logs");
+    start(10);
+    log_->setLogPath((folder_ / "logs" / "log").string());
+    fs::remove_all(folder_ / "logs");
+    pass("line");
+    EXPECT_EQ(*echoed_, "line\n");
+}
+
+TEST_F(LogRingTest, WritesToStandardErrorWhenTheDiskIsFull) {
+    fs::create_symlink("/dev/full", file(0));
+    start(10);
+    log_->log(LogLevel::Error, "first");
+    log_->log(std::string(1 << 20, 'a'));
+    pass("last");
+    EXPECT_THAT(*echoed_, StartsWith("[ERROR] ["));
+    EXPECT_THAT(*echoed_, HasSubstr("first\n"));
+    EXPECT_THAT(*echoed_, HasSubstr(std::string(1 << 20, 'a') + "\nlast\n"));
+}
+
+TEST_F(LogRingTest, GoesOnWhenTheNextFileCannotBeDeleted) {
+    start(10);
+    ASSERT_EQ(log_->getLogPath(), file(0));
+    log_->log("longer than the limit");
+    while (cmn::FileSizeNoThrow(file(0)) == 0)
+        std::this_thread::yield();
+    // A folder with content can be neither deleted nor opened.
+    fs::create_directories(file(1) / "inside");
+    pass("line");
+    EXPECT_EQ(*echoed_, "line\n");
+    EXPECT_EQ(content(0), "longer than the limit\n");
+    EXPECT_TRUE(fs::exists(file(1) / "inside"));
+}
+
+TEST_F(LogRingTest, ManyThreadsFillARingWithoutLosingALineOfItsLastBatches) {
+    start(1'000);
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([this] {
+            for (int i = 0; i < 500; ++i) {
+                log_->log(LogLevel::Info, "some text to fill the file");
+                if (i % 50 == 0)
+                    log_->setLogMaxSize(1'000 + static_cast<unsigned int>(i));
+                (void)log_->getLogPath();
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    const auto last = log_->getLogPath();
+    EXPECT_THAT(last, StartsWith(stem()));
+    pass("end");
+    const auto texts = content(0) + (fs::exists(file(1)) ? content(1) : "");
+    EXPECT_THAT(texts, HasSubstr("end\n"));
+    EXPECT_EQ(*echoed_, "");
+}
+
+TEST(LogOutputTest, TakesTheTimeFromTheSystemClock) {
+    cmn::LogOutput output;
+    const auto before = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    const auto time = output.now();
+    EXPECT_GE(time, before);
+    EXPECT_LE(time, before + 60);
+}
+
+TEST(LogOutputTest, EchoesToTheStandardErrorStream) {
+    cmn::LogOutput output;
+    testing::internal::CaptureStderr();
+    output.echo(std::string_view("a\0b\n", 4));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string("a\0b\n", 4));
+}
+
+}  // namespace

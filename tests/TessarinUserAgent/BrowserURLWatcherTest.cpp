@@ -1,0 +1,442 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "PollingGate.h"
+#include "RecordingDaemon.h"
+#include "support/FakeAccessibility.h"
+#include "support/FakeWindowList.h"
+#include "support/LogCapture.h"
+#include "useragent/BrowserURLWatcher.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using useragent::AXElementRef;
+using useragent::AXError;
+using useragent::AXValue;
+using useragent::WindowInfo;
+
+constexpr const char* kChanged = "AXValueChanged";
+constexpr const char* kWindowChanged = "AXMainWindowChanged";
+
+class BrowserURLWatcherTest : public testing::Test {
+ protected:
+    void start(const std::vector<std::string>& browsers = {"Safari", "Google Chrome", "Firefox"}) {
+        watcher = useragent::CreateBrowserURLWatcher(
+            browsers, {accessibility, windows, gate.sleeper(),
+                       [this] { return std::chrono::steady_clock::now() + skipped.load(); }});
+        gate.awaitFirstCycle();
+    }
+    void startWithClient() {
+        start();
+        watcher->setXPCClient(daemon.client());
+    }
+    void show(std::vector<WindowInfo> list) { windows->set(std::move(list)); }
+    void TearDown() override {
+        gate.open();
+        watcher.reset();
+    }
+
+    fake::LogCapture log;
+    RecordingDaemon daemon;
+    std::shared_ptr<fake::Accessibility> accessibility = std::make_shared<fake::Accessibility>();
+    std::shared_ptr<fake::WindowList> windows = std::make_shared<fake::WindowList>();
+    std::atomic<std::chrono::nanoseconds> skipped{std::chrono::nanoseconds(0)};
+    PollingGate gate;
+    std::shared_ptr<useragent::BrowserURLWatcher> watcher;
+};
+
+TEST_F(BrowserURLWatcherTest, WatchesABrowserItFindsAndReadsItsURL) {
+    accessibility->addBrowser(11, "a.example/1");
+    show({{"Firefox", 11}});
+    start();
+    EXPECT_EQ(watcher->getURL("Firefox"), "a.example/1");
+    EXPECT_EQ(accessibility->observerCount(), 2);
+    EXPECT_TRUE(log.contains("[ INFO]"));
+    EXPECT_THAT(log.linesWith("Init context for -- Firefox"), testing::SizeIs(1));
+    EXPECT_THAT(log.linesWith("Found URL element for -- Firefox"), testing::SizeIs(1));
+    EXPECT_THAT(log.linesWith("Current URL -- a.example/1"), testing::SizeIs(1));
+}
+
+TEST_F(BrowserURLWatcherTest, PausesFiveSecondsAtTheEndOfEachCycle) {
+    start();
+    gate.cycle();
+    windows->set(std::nullopt);
+    gate.cycle();
+    EXPECT_THAT(gate.pauses(),
+                ElementsAre(std::chrono::seconds(5), std::chrono::seconds(5), std::chrono::seconds(5)));
+}
+
+TEST_F(BrowserURLWatcherTest, SendsEveryChangeWithNameAndPid) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Google Chrome", 11}});
+    startWithClient();
+    browser.field->set("AXValue", "b");
+    EXPECT_EQ(accessibility->notify(browser.field, kChanged), 1);
+    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"b", "Google Chrome", 11}));
+    EXPECT_EQ(watcher->getURL("Google Chrome"), "b");
+    EXPECT_TRUE(log.contains("URL changed for Google Chrome b 11"));
+}
+
+TEST_F(BrowserURLWatcherTest, SendsANotificationAgainThoughTheURLIsTheSame) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    startWithClient();
+    accessibility->notify(browser.field, kChanged);
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"a", "Firefox", 11}, SentURL{"a", "Firefox", 11}));
+}
+
+TEST_F(BrowserURLWatcherTest, SendsTheURLReadWhenAContextIsMade) {
+    startWithClient();
+    accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    gate.cycle();
+    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"a", "Firefox", 11}));
+}
+
+TEST_F(BrowserURLWatcherTest, WithoutClientURLsAreStoredButNotSent) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    start();
+    browser.field->set("AXValue", "b");
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(watcher->getURL("Firefox"), "b");
+    EXPECT_THAT(daemon.sent(), IsEmpty());
+}
+
+TEST_F(BrowserURLWatcherTest, AClientThatIsGoneIsNotUsed) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    startWithClient();
+    daemon.dropClient();
+    browser.field->set("AXValue", "b");
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(watcher->getURL("Firefox"), "b");
+    EXPECT_THAT(daemon.sent(), IsEmpty());
+}
+
+TEST_F(BrowserURLWatcherTest, AnEmptyFieldStoresTheEmptyValueAndSendsNothing) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    startWithClient();
+    browser.field->set("AXValue", "");
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(watcher->getURL("Firefox"), "");
+    EXPECT_THAT(daemon.sent(), IsEmpty());
+}
+
+TEST_F(BrowserURLWatcherTest, ABrowserWithoutOnScreenWindowIsTreatedAsClosed) {
+    accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    start();
+    show({});
+    gate.cycle();
+    EXPECT_EQ(watcher->getURL("Firefox"), "");
+    EXPECT_EQ(accessibility->observerCount(), 0);
+    EXPECT_TRUE(log.contains("getUrl for browser: 'Firefox' -- failed."));
+}
+
+TEST_F(BrowserURLWatcherTest, TheFrontMostWindowDecidesWhichProcessIsWatched) {
+    accessibility->addBrowser(11, "back");
+    accessibility->addBrowser(12, "front");
+    show({{"Other", 9}, {"Firefox", 12}, {"Firefox", 11}});
+    start();
+    EXPECT_EQ(watcher->getURL("Firefox"), "front");
+    EXPECT_THAT(accessibility->preparedPids().back(), ElementsAre(12));
+}
+
+TEST_F(BrowserURLWatcherTest, ABrowserRestartedUnderANewPidGetsANewContext) {
+    const auto before = accessibility->addBrowser(11, "old");
+    show({{"Firefox", 11}});
+    startWithClient();
+    const auto after = accessibility->addBrowser(12, "new");
+    show({{"Firefox", 12}});
+    gate.cycle();
+    EXPECT_EQ(watcher->getURL("Firefox"), "new");
+    EXPECT_EQ(accessibility->notify(before.field, kChanged), 0);
+    EXPECT_EQ(accessibility->notify(after.field, kChanged), 1);
+    EXPECT_THAT(log.linesWith("Init context for -- Firefox"), testing::SizeIs(2));
+}
+
+TEST_F(BrowserURLWatcherTest, ABrowserAlreadyWatchedIsLeftAlone) {
+    accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    start();
+    for (int i = 0; i < 10; ++i) {
+        gate.cycle();
+    }
+    EXPECT_EQ(accessibility->observersCreated(), 2);
+    EXPECT_THAT(log.linesWith("Init context"), testing::SizeIs(1));
+}
+
+TEST_F(BrowserURLWatcherTest, ANameGivenTwiceIsWatchedOnce) {
+    accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    start({"Firefox", "Firefox"});
+    EXPECT_EQ(accessibility->observersCreated(), 2);
+    EXPECT_THAT(log.linesWith("Init context for -- Firefox"), testing::SizeIs(1));
+}
+
+TEST_F(BrowserURLWatcherTest, NamesAreComparedExactly) {
+    accessibility->addBrowser(11, "a");
+    show({{"firefox", 11}, {"Firefox ESR", 11}, {std::nullopt, 11}});
+    start();
+    EXPECT_EQ(accessibility->observersCreated(), 0);
+}
+
+TEST_F(BrowserURLWatcherTest, BrowsersAreInitialisedInNameOrder) {
+    for (const int pid : {1, 2, 3}) {
+        accessibility->addBrowser(pid, "u" + std::to_string(pid));
+    }
+    show({{"Safari", 3}, {"Google Chrome", 2}, {"Firefox", 1}});
+    start();
+    const auto lines = log.linesWith("Current URL -- ");
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_THAT(lines[0], testing::HasSubstr("u1"));
+    EXPECT_THAT(lines[1], testing::HasSubstr("u2"));
+    EXPECT_THAT(lines[2], testing::HasSubstr("u3"));
+}
+
+TEST_F(BrowserURLWatcherTest, AFailedWindowListIsLoggedAndKeepsTheContexts) {
+    accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    start();
+    windows->set(std::nullopt);
+    gate.cycle();
+    EXPECT_EQ(watcher->getURL("Firefox"), "a");
+    EXPECT_THAT(log.linesWith("[ WARN]"),
+                ElementsAre(testing::EndsWith("CGWindowListCopyWindowInfo -- failed.")));
+}
+
+TEST_F(BrowserURLWatcherTest, AMainWindowChangeFindsTheFieldOfTheNewWindow) {
+    const auto browser = accessibility->addBrowser(11, "first");
+    show({{"Firefox", 11}});
+    startWithClient();
+    const auto other = accessibility->addBrowser(11, "second");
+    browser.application->set("AXMainWindow", AXValue(AXElementRef(other.window)));
+    accessibility->setApplication(11, browser.application);
+    EXPECT_EQ(accessibility->notify(browser.application, kWindowChanged), 1);
+    EXPECT_EQ(watcher->getURL("Firefox"), "second");
+    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"second", "Firefox", 11}));
+    EXPECT_EQ(accessibility->notify(browser.field, kChanged), 0);
+    EXPECT_EQ(accessibility->notify(other.field, kChanged), 1);
+    EXPECT_EQ(accessibility->observerCount(), 2);
+    EXPECT_THAT(log.linesWith("Init context"), testing::SizeIs(1))
+        << "a change of window writes no such line";
+}
+
+TEST_F(BrowserURLWatcherTest, AMainWindowWithoutFieldDropsTheContextUntilTheNextCycle) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    start();
+    browser.window->children({});
+    accessibility->notify(browser.application, kWindowChanged);
+    EXPECT_EQ(watcher->getURL("Firefox"), "");
+    EXPECT_EQ(accessibility->observerCount(), 0);
+    browser.window->children({AXElementRef(browser.field)});
+    gate.cycle();
+    EXPECT_EQ(watcher->getURL("Firefox"), "a");
+}
+
+TEST_F(BrowserURLWatcherTest, EachFailureOfSettingUpIsLoggedAndRetriedInTheNextCycle) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    accessibility->setApplication(11, nullptr);
+    start();
+    EXPECT_TRUE(log.contains("AXUIElementCreateApplication -- failed"));
+
+    accessibility->setApplication(11, browser.application);
+    browser.application->fail("AXMainWindow", AXError::cannotComplete);
+    gate.cycle();
+    EXPECT_TRUE(log.contains("Get kAXMainWindowAttribute -- failed: -25204"));
+
+    browser.application->set("AXMainWindow", AXValue(AXElementRef(browser.window)));
+    accessibility->createObserverError = AXError::failure;
+    gate.cycle();
+    EXPECT_TRUE(log.contains("AXObserverCreateWithInfoCallback -- failed: -25200"));
+    EXPECT_TRUE(log.contains("Subscribe kAXMainWindowChangedNotification -- failed"));
+
+    accessibility->createObserverError = AXError::success;
+    accessibility->addNotificationError = AXError::notificationUnsupported;
+    gate.cycle();
+    EXPECT_TRUE(log.contains("AXObserverAddNotification -- failed: -25207"));
+
+    accessibility->addNotificationError = AXError::success;
+    browser.window->children({});
+    gate.cycle();
+    EXPECT_TRUE(log.contains("URL Element not found"));
+    EXPECT_EQ(log.count("[ERROR]"), 7u);
+    EXPECT_EQ(watcher->getURL("Firefox"), "");
+    EXPECT_EQ(accessibility->observerCount(), 0);
+
+    browser.window->children({AXElementRef(browser.field)});
+    gate.cycle();
+    EXPECT_EQ(watcher->getURL("Firefox"), "a");
+    EXPECT_EQ(log.count("Init context for -- Firefox"), 6u);
+}
+
+TEST_F(BrowserURLWatcherTest, AFieldThatCannotBeSubscribedFailsTheContext) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    accessibility->onRead = [this](const std::string& attribute) {
+        if (attribute == "AXChildren") {
+            accessibility->addNotificationError = AXError::notificationUnsupported;
+        }
+    };
+    show({{"Firefox", 11}});
+    start();
+    EXPECT_TRUE(log.contains("Subscribe kAXValueChangedNotification -- failed"));
+    EXPECT_EQ(accessibility->observerCount(), 0);
+}
+
+TEST_F(BrowserURLWatcherTest, AValueThatCannotBeReadKeepsTheStoredURL) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    startWithClient();
+    browser.field->fail("AXValue", AXError::cannotComplete);
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(watcher->getURL("Firefox"), "a");
+    EXPECT_THAT(daemon.sent(), IsEmpty());
+    EXPECT_TRUE(log.contains("AXUIElementCopyAttributeValue -- failed: -25204"));
+}
+
+TEST_F(BrowserURLWatcherTest, AValueWithoutDirectPointerIsConvertedAfterTheOldURLWasLogged) {
+    const auto browser = accessibility->addBrowser(11, "old");
+    show({{"Firefox", 11}});
+    startWithClient();
+    browser.field->set("AXValue", fake::Text("new", fake::String::Storage::convertible));
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(watcher->getURL("Firefox"), "new");
+    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"new", "Firefox", 11}));
+    EXPECT_TRUE(log.contains("URL changed for Firefox -- old"));
+    EXPECT_FALSE(log.contains("URL changed for Firefox -- new"));
+}
+
+TEST_F(BrowserURLWatcherTest, AValueThatCannotBeConvertedSendsTheStoredURLAgain) {
+    const auto browser = accessibility->addBrowser(11, "old");
+    show({{"Firefox", 11}});
+    startWithClient();
+    browser.field->set("AXValue", fake::Text("new", fake::String::Storage::inconvertible));
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(watcher->getURL("Firefox"), "old");
+    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"old", "Firefox", 11}));
+}
+
+TEST_F(BrowserURLWatcherTest, AConversionThatNeedsTheWholeMaximumSizeFails) {
+    // The buffer has one byte more than is passed on, so three bytes of text and a NUL do not fit into three.
+    const auto browser = accessibility->addBrowser(11, "old");
+    show({{"Firefox", 11}});
+    startWithClient();
+    browser.field->set("AXValue", fake::Text("\u20ac", fake::String::Storage::convertible));
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(watcher->getURL("Firefox"), "old");
+}
+
+TEST_F(BrowserURLWatcherTest, AHugeValueIsStoredAndSentWhole) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    startWithClient();
+    const std::string huge(1024 * 1024, 'x');
+    browser.field->set("AXValue", huge);
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(watcher->getURL("Firefox"), huge);
+    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{huge, "Firefox", 11}));
+}
+
+TEST_F(BrowserURLWatcherTest, ANotificationOfAProcessThatIsNotWatchedIsIgnored) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    startWithClient();
+    // An element that claims another process.
+    const auto stranger = std::make_shared<fake::Element>(99);
+    stranger->set("AXValue", "strange");
+    accessibility->getPidError = AXError::invalidUIElement;
+    accessibility->notify(browser.field, kChanged);
+    accessibility->notify(browser.application, kWindowChanged);
+    EXPECT_EQ(log.count("AXUIElementGetPid -- failed: -25202"), 2u);
+    EXPECT_THAT(daemon.sent(), IsEmpty());
+    EXPECT_EQ(watcher->getURL("Firefox"), "a");
+}
+
+TEST_F(BrowserURLWatcherTest, ASearchThatTakesTooLongIsEndedAndSaidSo) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    accessibility->onRead = [this](const std::string& attribute) {
+        if (attribute == "AXRole") {
+            skipped = std::chrono::nanoseconds(std::chrono::seconds(2));
+        }
+    };
+    show({{"Firefox", 11}});
+    start();
+    EXPECT_TRUE(log.contains("The search for the URL field of Firefox took too long and was ended"));
+    EXPECT_TRUE(log.contains("URL Element not found"));
+}
+
+TEST_F(BrowserURLWatcherTest, DestructionRemovesTheObserversBeforeItWaitsForThePollingThread) {
+    accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    start();
+    auto destroyed = std::async(std::launch::async, [this] { watcher.reset(); });
+    while (accessibility->observerCount() > 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(destroyed.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    gate.open();
+    destroyed.get();
+    EXPECT_EQ(accessibility->observerCount(), 0);
+}
+
+TEST_F(BrowserURLWatcherTest, BrowsersArePreparedWithoutTheLockHeld) {
+    accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    start();
+    gate.cycle();
+    EXPECT_THAT(accessibility->preparedPids(), ElementsAre(ElementsAre(11), ElementsAre(11)));
+}
+
+TEST_F(BrowserURLWatcherTest, NotificationsQuestionsAndPollingMayMeet) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    startWithClient();
+    std::atomic<bool> run{true};
+    auto asking = std::async(std::launch::async, [&] {
+        while (run) {
+            const std::string url = watcher->getURL("Firefox");
+            EXPECT_TRUE(url.empty() || url == "a");
+        }
+    });
+    auto polling = std::async(std::launch::async, [&] {
+        for (int i = 0; i < 200; ++i) {
+            show(i % 3 == 0 ? std::vector<WindowInfo>{} : std::vector<WindowInfo>{{"Firefox", 11}});
+            gate.cycle();
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        accessibility->notify(browser.field, kChanged);
+        accessibility->notify(browser.application, kWindowChanged);
+    }
+    polling.get();
+    run = false;
+    asking.get();
+    for (const SentURL& sent : daemon.sent()) {
+        EXPECT_EQ(sent, (SentURL{"a", "Firefox", 11}));
+    }
+}
+
+TEST(RequestAccesibilityPermissionTest, LogsTheAnswerAndAsksOnce) {
+    fake::LogCapture log;
+    fake::Accessibility accessibility;
+    useragent::RequestAccesibilityPermission(accessibility);
+    EXPECT_TRUE(log.contains("[DEBUG]"));
+    EXPECT_TRUE(log.contains("AXIsProcessTrustedWithOptions return true"));
+    accessibility.trusted = false;
+    useragent::RequestAccesibilityPermission(accessibility);
+    EXPECT_THAT(
+        log.linesWith("[ERROR]"),
+        ElementsAre(testing::EndsWith("AXIsProcessTrustedWithOptions return false, UserAgent not trusted")));
+    EXPECT_EQ(accessibility.prompts, 2);
+}
+
+}  // namespace

@@ -1,0 +1,91 @@
+#include "RecordingDaemon.h"
+
+#include <gtest/gtest.h>
+
+#include "xpccommon/UserAgentProtocol.h"
+
+namespace {
+
+class PlainInterface : public cmn::XPCInterface {};
+
+}  // namespace
+
+// This test program's end of the seam: the fake connections need no description of the messages.
+std::shared_ptr<const cmn::XPCInterface> cmn::CreateUserAgentInterface() {
+    return std::make_shared<PlainInterface>();
+}
+
+struct RecordingDaemon::State {
+    std::mutex mutex;
+    std::vector<SentURL> sent;
+    std::shared_ptr<cmn::URLExtractor> extractor;
+};
+
+class RecordingDaemon::Proxy : public cmn::UserAgentProtocol {
+ public:
+    explicit Proxy(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+    void version(std::function<void(const std::string&)> reply) override { reply("1.0"); }
+    void setURLExtractor(std::shared_ptr<cmn::URLExtractor> extractor,
+                         std::function<void(bool)> reply) override {
+        {
+            const std::lock_guard lock(state_->mutex);
+            state_->extractor.swap(extractor);  // the earlier one goes without the lock
+        }
+        reply(true);
+    }
+    void sendURL(const std::string& url, const std::string& browser, std::int32_t processID) override {
+        const std::lock_guard lock(state_->mutex);
+        state_->sent.push_back({url, browser, processID});
+    }
+
+ private:
+    const std::shared_ptr<State> state_;
+};
+
+RecordingDaemon::RecordingDaemon() : state_(std::make_shared<State>()) {
+    transport_->makeProxy = [state = state_](const cmn::RemoteErrorHandler&) {
+        return std::make_shared<Proxy>(state);
+    };
+}
+
+RecordingDaemon::~RecordingDaemon() {
+    dropExtractor();
+    dispatch_->close();
+}
+
+std::shared_ptr<cmn::UserAgentXPCClient> RecordingDaemon::client() {
+    if (!client_) {
+        client_ = std::make_shared<cmn::UserAgentXPCClient>([](const std::string&) { return std::string(); },
+                                                            dispatch_, transport_);
+    }
+    return client_;
+}
+
+std::vector<SentURL> RecordingDaemon::sent() {
+    const std::lock_guard lock(state_->mutex);
+    return state_->sent;
+}
+
+void RecordingDaemon::awaitExtractor() {
+    dispatch_->runUntilIdle();
+    const std::lock_guard lock(state_->mutex);
+    ASSERT_TRUE(state_->extractor) << "the agent registers its extractor as soon as it is connected";
+}
+
+void RecordingDaemon::dropExtractor() {
+    std::shared_ptr<cmn::URLExtractor> dropped;
+    const std::lock_guard lock(state_->mutex);
+    dropped.swap(state_->extractor);
+}
+
+std::string RecordingDaemon::askURL(const std::string& browser) {
+    std::shared_ptr<cmn::URLExtractor> extractor;
+    {
+        const std::lock_guard lock(state_->mutex);
+        extractor = state_->extractor;
+    }
+    std::string url;
+    extractor->getURL(browser, [&](const std::string& answer) { url = answer; });
+    return url;
+}

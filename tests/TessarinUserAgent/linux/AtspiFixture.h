@@ -1,0 +1,52 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "AtspiApplication.h"
+#include "AtspiDesktop.h"
+#include "linux_tessarinuseragent/AtspiAccessibility.h"
+#include "linux_usercommon/LinuxDispatch.h"
+#include "support/LogCapture.h"
+#include "support/WaitFor.h"
+#include "useragent/Accessibility.h"
+
+// Our accessibility end on a desktop that exists only in the test, and how tests look at it.
+class AtspiFixture : public testing::Test {
+ protected:
+    // Tests of what happens without an answer shorten the deadline; the others must not depend on the
+    // machine's load.
+    explicit AtspiFixture(std::chrono::milliseconds callDeadline = std::chrono::seconds(10));
+    ~AtspiFixture() override;
+
+    // The text of a string attribute, or nothing with the error in `error`.
+    std::optional<std::string> text(const useragent::AXElementRef& element, const std::string& attribute);
+    std::optional<std::vector<useragent::AXElementRef>> children(const useragent::AXElementRef& element);
+    useragent::AXElementRef mainWindow(std::int32_t pid = getpid());
+    useragent::AXElementRef addressField(std::int32_t pid = getpid());
+
+    fake::LogCapture log;
+    fake::AtspiDesktop desktop;
+    std::shared_ptr<cmn::LinuxDispatch> dispatch = std::make_shared<cmn::LinuxDispatch>();
+    std::shared_ptr<useragent::AtspiAccessibility> accessibility;
+    useragent::AXError error = useragent::AXError::success;  // of the last read
+};
+
+// Notifications as they arrive.
+class Notifications {
+ public:
+    useragent::AXObserverCallback callback();
+
+    struct Entry {
+        useragent::AXElementRef element;
+        std::string name;
+    };
+    std::vector<Entry> entries;  // main thread
+};

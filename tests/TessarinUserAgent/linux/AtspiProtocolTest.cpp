@@ -1,0 +1,51 @@
+#include <gtest/gtest.h>
+
+#include "AtspiProtocol.h"
+
+using useragent::atspi::AXRoleName;
+using useragent::atspi::State;
+
+namespace {
+
+constexpr auto kEditable = State::editable | State::showing;
+
+TEST(AtspiProtocol, EditableEntryOfOneLineIsATextField) {
+    EXPECT_EQ(AXRoleName(79, kEditable | State::singleLine), "AXTextField");
+}
+
+TEST(AtspiProtocol, EditableComboBoxIsATextField) {
+    EXPECT_EQ(AXRoleName(11, kEditable), "AXTextField");
+}
+
+TEST(AtspiProtocol, EntryWithTheRoleOfTextIsATextField) {
+    EXPECT_EQ(AXRoleName(61, kEditable | State::singleLine), "AXTextField");
+}
+
+TEST(AtspiProtocol, EntryOfSeveralLinesIsNoTextField) {
+    EXPECT_EQ(AXRoleName(79, kEditable | State::multiLine), "AXTextArea");
+    EXPECT_EQ(AXRoleName(79, kEditable), "AXTextArea");
+}
+
+TEST(AtspiProtocol, EntryThatCannotBeEditedIsNoTextField) {
+    EXPECT_EQ(AXRoleName(79, State::showing | State::singleLine), "AXTextArea");
+    EXPECT_EQ(AXRoleName(11, State::showing | State::singleLine), "AXPopUpButton");
+}
+
+TEST(AtspiProtocol, PasswordIsNoTextField) {
+    EXPECT_EQ(AXRoleName(40, kEditable | State::singleLine), "AXUnknown");
+}
+
+TEST(AtspiProtocol, OtherRolesHaveTheirNearestName) {
+    EXPECT_EQ(AXRoleName(23, 0), "AXWindow");
+    EXPECT_EQ(AXRoleName(43, 0), "AXButton");
+    EXPECT_EQ(AXRoleName(63, 0), "AXToolbar");
+    EXPECT_EQ(AXRoleName(95, 0), "AXWebArea");
+    EXPECT_EQ(AXRoleName(116, 0), "AXStaticText");
+}
+
+TEST(AtspiProtocol, RolesNobodyKnowsAreUnknown) {
+    EXPECT_EQ(AXRoleName(0, 0), "AXUnknown");
+    EXPECT_EQ(AXRoleName(4000000000U, ~0ULL), "AXUnknown");
+}
+
+}  // namespace

@@ -1,0 +1,312 @@
+#include <chrono>
+#include <csignal>
+#include <memory>
+#include <thread>
+
+#include "AtspiFixture.h"
+#include "support/ChildProcess.h"
+
+using useragent::AXElementRef;
+using useragent::AXError;
+using useragent::AXObserver;
+using useragent::kAXMainWindowChangedNotification;
+using useragent::kAXValueChangedNotification;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::chrono::milliseconds kDeadline = 500ms;
+
+// Longer than one deadline, shorter than several in a row.
+constexpr std::chrono::milliseconds kOneWait = 4 * kDeadline;
+
+// An application that can be stopped and killed.
+class Browser {
+ public:
+    explicit Browser(fake::AtspiDesktop& desktop, const std::string& url = "start")
+        : process_({ATSPI_PROGRAM, desktop.accessibilityBus.address()}),
+          busName_(process_.readLine().value_or("")) {
+        const std::string paths = tell("window Page|" + url);
+        frame = paths.substr(0, paths.find(' '));
+        field = paths.substr(paths.find(' ') + 1);
+        desktop.registerApplication(busName_);
+    }
+
+    std::int32_t pid() const { return process_.pid(); }
+    const std::string& busName() const { return busName_; }
+
+    void say(const std::string& line) const { process_.write(line + "\n"); }
+    std::string heard() { return process_.readLine().value_or("nothing"); }
+    std::string tell(const std::string& line) {
+        say(line);
+        return heard();
+    }
+    void edit(const std::string& text) { EXPECT_EQ(tell("edit " + field + "|" + text), "done"); }
+
+    void stop() const {
+        process_.signal(SIGSTOP);
+        // The signal does its work in its own time.
+        std::this_thread::sleep_for(20ms);
+    }
+    void resume() const { process_.signal(SIGCONT); }
+    void kill() {
+        process_.signal(SIGKILL);
+        process_.wait();
+    }
+
+    std::string frame, field;
+
+ private:
+    fake::ChildProcess process_;
+    std::string busName_;
+};
+
+class AtspiRecoveryTest : public AtspiFixture {
+ protected:
+    AtspiRecoveryTest() : AtspiFixture(kDeadline) {}
+
+    std::unique_ptr<AXObserver> observe(std::int32_t pid, const AXElementRef& element,
+                                        const std::string& notification) {
+        std::unique_ptr<AXObserver> observer;
+        EXPECT_EQ(accessibility->createObserver(pid, seen.callback(), observer), AXError::success);
+        EXPECT_EQ(observer->addNotification(element, notification), AXError::success);
+        observer->addToMainRunLoop();
+        return observer;
+    }
+
+    std::chrono::milliseconds timeOf(const std::function<void()>& action) {
+        const auto start = std::chrono::steady_clock::now();
+        action();
+        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                     start);
+    }
+
+    Notifications seen;
+};
+
+TEST_F(AtspiRecoveryTest, WaitsForASilentApplicationOnlyUntilTheDeadline) {
+    fake::AtspiApplication application(desktop.accessibilityBus.address());
+    application.addWindow("Page", "start");
+    desktop.registerApplication(application.busName());
+    const AXElementRef field = addressField();
+    application.hold();
+    const auto time = timeOf([&] { EXPECT_FALSE(text(field, "AXValue")); });
+    EXPECT_EQ(error, AXError::cannotComplete);
+    EXPECT_GE(time, kDeadline - 50ms);
+    EXPECT_LT(time, kOneWait);
+    EXPECT_EQ(log.count("does not answer"), 1U);
+}
+
+TEST_F(AtspiRecoveryTest, ReadsAgainWhatWasNotAnsweredInTime) {
+    fake::AtspiApplication application(desktop.accessibilityBus.address());
+    const auto window = application.addWindow("Page", "start");
+    desktop.registerApplication(application.busName());
+    const auto observer = observe(getpid(), addressField(), kAXValueChangedNotification);
+    application.hold();
+    application.edit(window.field, "missed");
+    ASSERT_TRUE(fake::WaitFor([&] { return log.contains("does not answer"); }));
+    // Its bus library answers pings all the time, so the second read is on its way.
+    application.release();
+    ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    EXPECT_EQ(text(seen.entries.back().element, "AXValue"), "missed");
+}
+
+TEST_F(AtspiRecoveryTest, ExaminesAWindowAgainThatItCouldNotExamineInTime) {
+    fake::AtspiApplication application(desktop.accessibilityBus.address());
+    application.addWindow("Page", "start");
+    const auto second = application.addWindow("Second", "second");
+    desktop.registerApplication(application.busName());
+    ASSERT_TRUE(mainWindow());
+    const auto observer =
+        observe(getpid(), accessibility->createApplication(getpid()), kAXMainWindowChangedNotification);
+    application.hold();
+    application.activate(second.frame, "Second");
+    ASSERT_TRUE(fake::WaitFor([&] { return log.contains("does not answer"); }));
+    application.release();
+    ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    EXPECT_EQ(text(mainWindow(), "AXDescription"), "Second");
+}
+
+TEST_F(AtspiRecoveryTest, WaitsForAStoppedBrowserOnce) {
+    Browser browser(desktop);
+    const AXElementRef field = addressField(browser.pid());
+    ASSERT_TRUE(field);
+    browser.stop();
+    EXPECT_FALSE(text(field, "AXValue"));
+    EXPECT_EQ(error, AXError::cannotComplete);
+    EXPECT_LT(timeOf([&] {
+                  for (int i = 0; i < 20; ++i) {
+                      EXPECT_FALSE(mainWindow(browser.pid()));
+                      EXPECT_EQ(error, AXError::cannotComplete);
+                  }
+              }),
+              kDeadline)
+        << "nobody waits a second time";
+    EXPECT_EQ(log.count("does not answer"), 1U);
+    browser.resume();
+    EXPECT_TRUE(fake::WaitFor([&] { return text(field, "AXValue") == "start"; }));
+    EXPECT_EQ(log.count("answers again"), 1U);
+}
+
+TEST_F(AtspiRecoveryTest, FindsStoppedBrowsersBeforeTheyAreRead) {
+    Browser stopped(desktop);
+    Browser healthy(desktop, "healthy");
+    accessibility->prepare({stopped.pid(), healthy.pid()});
+    stopped.stop();
+    EXPECT_LT(timeOf([&] { accessibility->prepare({stopped.pid(), healthy.pid()}); }), kOneWait);
+    EXPECT_EQ(log.count("does not answer"), 1U);
+    EXPECT_LT(timeOf([&] { EXPECT_FALSE(mainWindow(stopped.pid())); }), kDeadline);
+    EXPECT_EQ(text(addressField(healthy.pid()), "AXValue"), "healthy") << "others are not affected";
+    EXPECT_LT(timeOf([&] { accessibility->prepare({stopped.pid(), healthy.pid()}); }), kDeadline);
+    stopped.resume();
+    EXPECT_TRUE(fake::WaitFor([&] { return addressField(stopped.pid()) != nullptr; }));
+}
+
+TEST_F(AtspiRecoveryTest, NoticesTheRecoveryWithoutTheMainLoop) {
+    Browser browser(desktop);
+    accessibility->prepare({browser.pid()});
+    browser.stop();
+    accessibility->prepare({browser.pid()});
+    EXPECT_FALSE(mainWindow(browser.pid()));
+    browser.resume();
+    for (int i = 0; i < 1000 && !mainWindow(browser.pid()); ++i) {
+        std::this_thread::sleep_for(10ms);
+        accessibility->prepare({browser.pid()});
+    }
+    EXPECT_TRUE(mainWindow(browser.pid()));
+}
+
+TEST_F(AtspiRecoveryTest, TellsTheChangeThatAStoppedBrowserOwed) {
+    Browser browser(desktop);
+    const auto observer = observe(browser.pid(), addressField(browser.pid()), kAXValueChangedNotification);
+    browser.stop();
+    browser.say("edit " + browser.field + "|typed while it hung");
+    accessibility->prepare({browser.pid()});
+    EXPECT_TRUE(seen.entries.empty());
+    browser.resume();
+    ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    EXPECT_EQ(text(seen.entries.back().element, "AXValue"), "typed while it hung");
+}
+
+TEST_F(AtspiRecoveryTest, FindsABrowserThatWasKilledAndStartedAgain) {
+    auto browser = std::make_unique<Browser>(desktop, "first life");
+    const AXElementRef field = addressField(browser->pid());
+    ASSERT_TRUE(field);
+    const auto observer = observe(browser->pid(), field, kAXValueChangedNotification);
+    const std::int32_t oldPid = browser->pid();
+    browser->kill();
+    EXPECT_FALSE(text(field, "AXValue"));
+    EXPECT_EQ(error, AXError::cannotComplete);
+    EXPECT_FALSE(mainWindow(oldPid));
+    desktop.unregisterApplication(browser->busName());
+    browser = std::make_unique<Browser>(desktop, "second life");
+    EXPECT_EQ(text(addressField(browser->pid()), "AXValue"), "second life");
+}
+
+TEST_F(AtspiRecoveryTest, KilledWhileItHungIsForgotten) {
+    Browser browser(desktop);
+    accessibility->prepare({browser.pid()});
+    browser.stop();
+    accessibility->prepare({browser.pid()});
+    browser.kill();
+    EXPECT_FALSE(mainWindow(browser.pid()));
+    Browser next(desktop);
+    EXPECT_TRUE(addressField(next.pid()));
+    EXPECT_EQ(log.count("answers again"), 0U);
+}
+
+TEST_F(AtspiRecoveryTest, FindsTheNewBusNameOfAProcess) {
+    auto application = std::make_unique<fake::AtspiApplication>(desktop.accessibilityBus.address());
+    application->addWindow("Page", "old name");
+    desktop.registerApplication(application->busName());
+    EXPECT_EQ(text(addressField(), "AXValue"), "old name");
+    desktop.unregisterApplication(application->busName());
+    application = std::make_unique<fake::AtspiApplication>(desktop.accessibilityBus.address());
+    application->addWindow("Page", "new name");
+    desktop.registerApplication(application->busName());
+    EXPECT_EQ(text(addressField(), "AXValue"), "new name");
+}
+
+TEST_F(AtspiRecoveryTest, TellsThatEverythingIsToBeFoundAnewWhenTheBusDropped) {
+    auto browser = std::make_unique<Browser>(desktop);
+    const AXElementRef field = addressField(browser->pid());
+    const auto observer = observe(browser->pid(), accessibility->createApplication(browser->pid()),
+                                  kAXMainWindowChangedNotification);
+    desktop.dropBus();
+    EXPECT_FALSE(text(field, "AXValue"));
+    EXPECT_LT(timeOf([&] { accessibility->prepare({browser->pid()}); }), kOneWait);
+    EXPECT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    accessibility->prepare({browser->pid()});
+    QCoreApplication::processEvents();
+    EXPECT_EQ(seen.entries.size(), 1U) << "told once";
+    EXPECT_EQ(log.count("cannot be reached"), 1U);
+    EXPECT_FALSE(accessibility->isProcessTrusted());
+
+    desktop.returnBus();
+    browser = std::make_unique<Browser>(desktop, "back");
+    accessibility->prepare({browser->pid()});
+    EXPECT_EQ(text(addressField(browser->pid()), "AXValue"), "back");
+    EXPECT_FALSE(text(field, "AXValue"));
+    EXPECT_EQ(error, AXError::invalidUIElement) << "the names of the old bus mean nothing on the new one";
+
+    desktop.dropBus();
+    accessibility->prepare({browser->pid()});
+    EXPECT_EQ(log.count("cannot be reached"), 2U) << "said again after it was back";
+}
+
+TEST_F(AtspiRecoveryTest, TellsThatEverythingIsToBeFoundAnewWhenItWasSwitchedOffAndOn) {
+    Browser browser(desktop);
+    ASSERT_TRUE(addressField(browser.pid()));
+    const auto observer = observe(browser.pid(), accessibility->createApplication(browser.pid()),
+                                  kAXMainWindowChangedNotification);
+    desktop.isEnabled = false;
+    accessibility->prepare({browser.pid()});
+    EXPECT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    EXPECT_FALSE(mainWindow(browser.pid()));
+    EXPECT_EQ(error, AXError::apiDisabled);
+    desktop.isEnabled = true;
+    accessibility->prepare({browser.pid()});
+    EXPECT_TRUE(addressField(browser.pid()));
+}
+
+TEST_F(AtspiRecoveryTest, WaitsForAFrozenBusOnlyUntilTheDeadline) {
+    Browser browser(desktop);
+    const AXElementRef field = addressField(browser.pid());
+    ASSERT_TRUE(field);
+    desktop.accessibilityBus.freeze();
+    EXPECT_LT(timeOf([&] { EXPECT_FALSE(text(field, "AXValue")); }), kOneWait);
+    EXPECT_LT(timeOf([&] { accessibility->prepare({browser.pid()}); }), kOneWait);
+    desktop.accessibilityBus.thaw();
+    EXPECT_TRUE(fake::WaitFor([&] {
+        accessibility->prepare({browser.pid()});
+        return text(field, "AXValue") == "start";
+    }));
+}
+
+TEST_F(AtspiRecoveryTest, StartsOnADesktopWhoseBusesAreFrozen) {
+    desktop.sessionBus.freeze();
+    EXPECT_LT(timeOf([&] { EXPECT_FALSE(accessibility->isProcessTrusted()); }), kOneWait);
+    EXPECT_LT(timeOf([&] { EXPECT_FALSE(mainWindow()); }), kOneWait);
+    EXPECT_EQ(error, AXError::apiDisabled);
+    desktop.sessionBus.thaw();
+    desktop.accessibilityBus.freeze();
+    EXPECT_LT(timeOf([&] { EXPECT_FALSE(accessibility->isProcessTrusted()); }), kOneWait);
+    desktop.accessibilityBus.thaw();
+    EXPECT_TRUE(accessibility->isProcessTrusted());
+    Browser browser(desktop);
+    EXPECT_TRUE(addressField(browser.pid()));
+}
+
+TEST_F(AtspiRecoveryTest, DoesNotLookForAnAbsentBusAtEveryRead) {
+    desktop.dropBus();
+    EXPECT_FALSE(accessibility->isProcessTrusted());
+    EXPECT_LT(timeOf([&] {
+                  for (int i = 0; i < 100; ++i) {
+                      EXPECT_FALSE(mainWindow());
+                  }
+              }),
+              kOneWait);
+    EXPECT_EQ(error, AXError::apiDisabled);
+}
+
+}  // namespace

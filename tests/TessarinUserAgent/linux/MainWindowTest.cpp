@@ -1,0 +1,43 @@
+#include <gtest/gtest.h>
+
+#include "MainWindow.h"
+
+using useragent::ChooseMainWindow;
+using useragent::TopLevel;
+using useragent::atspi::State;
+
+namespace {
+
+constexpr auto kInactive = State::showing | State::editable;
+constexpr auto kActive = State::showing | State::active;
+
+const TopLevel kFirst{"/1", 23, kInactive, "first"};
+const TopLevel kSecond{"/2", 23, kInactive, "second"};
+const TopLevel kActiveFrame{"/3", 23, kActive, "active"};
+const TopLevel kActiveMenu{"/4", 23, kActive, ""};
+const TopLevel kActiveDialog{"/5", 16, kActive, "Open File"};
+const TopLevel kBubble{"/6", 23, kInactive, ""};
+
+TEST(MainWindow, IsTheActiveFrame) {
+    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond, kActiveFrame}, "/1"), 2);
+}
+
+TEST(MainWindow, WithoutAnActiveFrameIsTheLastOne) {
+    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond}, "/2"), 1);
+}
+
+TEST(MainWindow, WithoutALastOneIsTheFirstFrameWithATitle) {
+    EXPECT_EQ(ChooseMainWindow({kBubble, kFirst, kSecond}, ""), 1);
+    EXPECT_EQ(ChooseMainWindow({kBubble, kFirst, kSecond}, "/closed"), 1);
+}
+
+TEST(MainWindow, IsNeverAMenuABubbleOrADialog) {
+    EXPECT_EQ(ChooseMainWindow({kActiveMenu, kActiveDialog, kBubble, kFirst, kSecond}, "/2"), 4);
+    EXPECT_EQ(ChooseMainWindow({kActiveMenu, kActiveDialog, kBubble}, "/6"), std::nullopt);
+}
+
+TEST(MainWindow, IsAbsentWithoutWindows) {
+    EXPECT_EQ(ChooseMainWindow({}, ""), std::nullopt);
+}
+
+}  // namespace

@@ -1,0 +1,595 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <QDBusObjectPath>
+#include <QDBusVariant>
+#include <filesystem>
+#include <thread>
+
+#include "DBusFixture.h"
+#include "support/RawPeer.h"
+
+// The client's end of the messages over D-Bus.
+namespace {
+
+using namespace std::chrono_literals;
+using fake::WaitFor;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Clock = std::chrono::steady_clock;
+
+class DBusClientTest : public DBusTest {
+ protected:
+    // A connection to a bus at another address, with short deadlines.
+    std::shared_ptr<cmn::XPCConnection> connectElsewhere(const std::string& address,
+                                                         ConnectionEvents& events) {
+        cmn::DBusXPCOptions other;
+        other.systemBusAddress = address;
+        other.busDeadline = 200ms;
+        transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, other);
+        auto connection = makeConnection(events);
+        connection->resume();
+        return connection;
+    }
+};
+
+// A socket that takes connections and reads, but answers only as told.
+class MuteSocket {
+ public:
+    explicit MuteSocket(const std::string& path, bool authenticates = false) {
+        descriptor_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(::bind(descriptor_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(::listen(descriptor_, 5), 0);
+        if (authenticates) {
+            server_ = std::thread([this] { authenticate(); });
+        }
+    }
+    ~MuteSocket() {
+        ::shutdown(descriptor_, SHUT_RDWR);
+        if (server_.joinable()) {
+            server_.join();
+        }
+        ::close(descriptor_);
+        for (const int client : clients_) {
+            ::close(client);
+        }
+    }
+    MuteSocket(const MuteSocket&) = delete;
+    MuteSocket& operator=(const MuteSocket&) = delete;
+
+ private:
+    // Accepts every authentication, then says nothing more.
+    void authenticate() {
+        for (int client = 0; (client = ::accept4(descriptor_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+            clients_.push_back(client);
+            static constexpr std::string_view kOk = "OK 1234deadbeef1234deadbeef12345678\r\n";
+            ::send(client, kOk.data(), kOk.size(), MSG_NOSIGNAL);
+        }
+    }
+
+    int descriptor_ = -1;
+    std::thread server_;
+    std::vector<int> clients_;
+};
+
+TEST_F(DBusClientTest, CallsAServiceAndGetsEveryTypeBack) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    const auto echo = proxy(*connection, events);
+    std::atomic<int> replies{0};
+    EchoProtocol::Records records;
+    std::vector<std::string> names;
+    EchoProtocol::Flags flags;
+    std::int32_t number = 0;
+    echo->records("file \xe2\x82\xac", [&](const auto& value) { records = value, ++replies; });
+    echo->names([&](const auto& value) { names = value, ++replies; });
+    echo->flags([&](const auto& value) { flags = value, ++replies; });
+    echo->number("four", [&](std::int32_t value) { number = value, ++replies; });
+    ASSERT_TRUE(WaitFor([&] { return replies == 4; })) << events.error();
+    EXPECT_EQ(records, (EchoProtocol::Records{{{"Name", "file \xe2\x82\xac"}, {"costUsd", "12"}},
+                                              {},
+                                              {{"\xc3\xa4", "\xf0\x9f\xa6\x8a"}}}));
+    EXPECT_THAT(names, ElementsAre("a", "", "\xc3\xa4"));
+    EXPECT_EQ(flags, (EchoProtocol::Flags{{"no", false}, {"yes", true}}));
+    EXPECT_EQ(number, 4);
+    EXPECT_EQ(events.errors, 0);
+}
+
+TEST_F(DBusClientTest, AMessageSentBeforeTheServiceIsFoundIsDeliveredOnceItIs) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    proxy(*connection, events)->note("early");
+    EXPECT_TRUE(WaitFor([&] { return server->notes() == std::vector<std::string>{"early"}; }));
+}
+
+TEST_F(DBusClientTest, MessagesArriveInTheirOrder) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    const auto echo = proxy(*connection, events);
+    constexpr std::size_t kCount = 3000;
+    std::vector<std::string> sent;
+    for (std::size_t i = 0; i < kCount; ++i) {
+        sent.push_back(std::to_string(i));
+        echo->note(sent.back());
+    }
+    ASSERT_TRUE(WaitFor([&] { return server->notes().size() == kCount; }));
+    EXPECT_EQ(server->notes(), sent);
+}
+
+TEST_F(DBusClientTest, AnAbsentServiceInvalidatesTheConnection) {
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    EXPECT_FALSE(answers(*connection));
+    EXPECT_TRUE(WaitFor([&] { return events.invalidations == 1; }));
+    EXPECT_EQ(events.interruptions, 0);
+}
+
+TEST_F(DBusClientTest, AMessageToAnAbsentServiceFailsWithWordsThatHelp) {
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    proxy(*connection, events)->note("lost");
+    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
+    EXPECT_THAT(events.suggestion(), HasSubstr("com.example.Echo"));
+    EXPECT_THAT(events.suggestion(), HasSubstr("nobody owns the name"));
+}
+
+TEST_F(DBusClientTest, AMessageAfterTheInvalidationFailsAtOnce) {
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    ASSERT_TRUE(WaitFor([&] { return events.invalidations == 1; }));
+    proxy(*connection, events)->note("lost");
+    EXPECT_TRUE(WaitFor([&] { return events.errors == 1; }));
+}
+
+TEST_F(DBusClientTest, AServiceThatLeavesTheBusInterruptsAndComesBackOverTheSameConnection) {
+    auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    server->stop();
+    ASSERT_TRUE(WaitFor([&] { return events.interruptions == 1; }));
+    EXPECT_FALSE(answers(*connection));
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return answers(*connection); }));
+    EXPECT_EQ(events.interruptions, 1);
+    EXPECT_EQ(events.invalidations, 0);
+}
+
+TEST_F(DBusClientTest, ACallThatAServiceTakesToItsGraveFails) {
+    const auto held = std::make_shared<std::function<void(std::int32_t)>>();
+    auto server = std::make_shared<EchoServer>(transport, kEchoService);
+    server->onNumber = [held](const std::string&, auto reply) { *held = reply; };
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    bool replied = false;
+    proxy(*connection, events)->number("x", [&](std::int32_t) { replied = true; });
+    ASSERT_TRUE(WaitFor([&] { return answers(*connection); }));  // the call before it is with the service
+    server->stop();
+    ASSERT_TRUE(WaitFor([&] { return events.errors == 1 && events.interruptions == 1; }));
+    EXPECT_THAT(events.suggestion(), HasSubstr("went away"));
+    EXPECT_FALSE(replied);
+}
+
+TEST_F(DBusClientTest, ACallFailsWhenTheServiceGivesUpItsNameAndKeepsSilent) {
+    std::atomic<int> asked{0};
+    fake::RawPeer daemon(bus.address(), [&](const QDBusMessage&, const QDBusConnection&) { ++asked; });
+    ASSERT_TRUE(daemon.own(kEchoService));
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    proxy(*connection, events)->version([](const std::string&) { ADD_FAILURE(); });
+    ASSERT_TRUE(WaitFor([&] { return asked == 1; }));
+    ASSERT_TRUE(daemon.release(kEchoService));
+    ASSERT_TRUE(WaitFor([&] { return events.errors == 1 && events.interruptions == 1; }));
+    ASSERT_TRUE(daemon.own(kEchoService));
+    ASSERT_TRUE(WaitFor([&] {
+        proxy(*connection, events)->note("are you back?");
+        return asked > 1;
+    }));
+    EXPECT_EQ(events.invalidations, 0);
+}
+
+TEST_F(DBusClientTest, ALateAnswerArrivesAsLongAsNobodyWentAway) {
+    std::mutex mutex;
+    std::function<void(std::int32_t)> held;
+    auto server = std::make_shared<EchoServer>(transport, kEchoService);
+    server->onNumber = [&](const std::string&, auto reply) {
+        const std::lock_guard lock(mutex);
+        held = reply;
+    };
+    server->start();
+    ConnectionEvents events;
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    const auto connection = connect(events);
+    std::atomic<int> number{0};
+    proxy(*connection, events)->number("x", [&](std::int32_t value) { number = value; });
+    ASSERT_TRUE(answers(*connection)) << "a call that waits does not hold up others";
+    ASSERT_TRUE(WaitFor([&] {
+        const std::lock_guard lock(mutex);
+        return held != nullptr;
+    }));
+    held(7);
+    held(8);  // only the first answer counts
+    ASSERT_TRUE(WaitFor([&] { return number != 0; }));
+    EXPECT_EQ(number, 7);
+    held = nullptr;
+}
+
+TEST_F(DBusClientTest, AServiceThatForgetsToAnswerMakesTheCallFail) {
+    auto server = std::make_shared<EchoServer>(transport, kEchoService);
+    server->onNumber = [](const std::string&, const auto&) {};
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    proxy(*connection, events)->number("x", [](std::int32_t) { ADD_FAILURE(); });
+    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
+    EXPECT_THAT(events.error(), HasSubstr("not answered"));
+}
+
+TEST_F(DBusClientTest, ACallThatIsNeverAnsweredFailsAtTheDeadline) {
+    fake::RawPeer daemon(bus.address(), [](const QDBusMessage&, const QDBusConnection&) {});
+    ASSERT_TRUE(daemon.own(kEchoService));
+    cmn::DBusXPCOptions impatient = options();
+    impatient.replyDeadline = 300ms;
+    transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, impatient);
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    const auto start = Clock::now();
+    proxy(*connection, events)->version([](const std::string&) { ADD_FAILURE(); });
+    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
+    EXPECT_GE(Clock::now() - start, 270ms);  // timers are coarse
+    EXPECT_EQ(events.invalidations + events.interruptions, 0);
+}
+
+TEST_F(DBusClientTest, AnswersOfTheWrongTypeAreErrors) {
+    const std::vector<QVariantList> wrongAnswers = {
+        {},
+        {5},
+        {QStringLiteral("1.0"), 5},
+        {QVariant::fromValue(QDBusVariant(QStringLiteral("1.0")))},
+        {2.5},
+        {QVariant::fromValue(QDBusObjectPath(QStringLiteral("/a")))},
+        {QStringList{QStringLiteral("1.0")}}};
+    int asked = 0;
+    fake::RawPeer daemon(bus.address(), [&](const QDBusMessage& message, const QDBusConnection& connection) {
+        connection.send(message.createReply(wrongAnswers.at(static_cast<std::size_t>(asked++))));
+    });
+    ASSERT_TRUE(daemon.own(kEchoService));
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    const int count = static_cast<int>(std::size(wrongAnswers));
+    for (int i = 0; i < count; ++i) {
+        proxy(*connection, events)->version([](const std::string&) { ADD_FAILURE(); });
+    }
+    ASSERT_TRUE(WaitFor([&] { return events.errors == count; })) << events.errors;
+    EXPECT_THAT(events.error(), HasSubstr("\"as\""));
+}
+
+TEST_F(DBusClientTest, AnErrorAnswerIsHandedOn) {
+    fake::RawPeer daemon(bus.address(), [](const QDBusMessage& message, const QDBusConnection& connection) {
+        connection.send(
+            message.createErrorReply(QStringLiteral("com.example.Broken"), QStringLiteral("so sorry")));
+    });
+    ASSERT_TRUE(daemon.own(kEchoService));
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    proxy(*connection, events)->version([](const std::string&) { ADD_FAILURE(); });
+    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
+    EXPECT_EQ(events.error(), "com.example.Broken: so sorry");
+    EXPECT_THAT(events.suggestion(), HasSubstr("so sorry"));
+}
+
+TEST_F(DBusClientTest, AHugeAnswerIsAnAnswer) {
+    const QString huge(8 * 1024 * 1024, QLatin1Char('x'));
+    fake::RawPeer daemon(bus.address(), [&](const QDBusMessage& message, const QDBusConnection& connection) {
+        connection.send(message.createReply(huge));
+    });
+    ASSERT_TRUE(daemon.own(kEchoService));
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    std::atomic<std::size_t> size{0};
+    proxy(*connection, events)->version([&](const std::string& version) { size = version.size(); });
+    ASSERT_TRUE(WaitFor([&] { return size != 0; })) << events.error();
+    EXPECT_EQ(size, 8U * 1024 * 1024);
+}
+
+TEST_F(DBusClientTest, AMessageThatIsTooLargeFailsAndTheConnectionLives) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    const std::string huge(17 * 1024 * 1024, 'x');
+    proxy(*connection, events)->note(huge);
+    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
+    proxy(*connection, events)->number(huge, [](std::int32_t) { ADD_FAILURE(); });
+    ASSERT_TRUE(WaitFor([&] { return events.errors == 2; }));
+    EXPECT_TRUE(answers(*connection));
+    EXPECT_EQ(events.invalidations + events.interruptions, 0);
+}
+
+TEST_F(DBusClientTest, TextThatIsNoUTF8IsRepairedAndTextEndsAtANul) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    proxy(*connection, events)
+        ->note(
+            "a\xff\xfe"
+            "b\xed\xa0\x80");
+    proxy(*connection, events)->note(std::string("cut\0off", 7));
+    ASSERT_TRUE(WaitFor([&] { return server->notes().size() == 2; })) << events.error();
+    EXPECT_THAT(server->notes()[0], testing::StartsWith("a\xef\xbf\xbd"));
+    EXPECT_EQ(server->notes()[1], "cut");
+    EXPECT_TRUE(answers(*connection));
+}
+
+TEST_F(DBusClientTest, InvalidateCallsTheInvalidationHandlerOnce) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    connection->invalidate();
+    connection->invalidate();
+    ASSERT_TRUE(WaitFor([&] { return events.invalidations == 1; }));
+    EXPECT_FALSE(answers(*connection));
+    EXPECT_EQ(events.invalidations, 1);
+    EXPECT_EQ(events.interruptions, 0);
+}
+
+TEST_F(DBusClientTest, InvalidateBeforeResumeEndsTheConnectionToo) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->invalidate();
+    connection->resume();
+    ASSERT_TRUE(WaitFor([&] { return events.invalidations == 1; }));
+    EXPECT_FALSE(answers(*connection));
+}
+
+TEST_F(DBusClientTest, TheServiceSeesAnInvalidatedConnectionLeave) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    connection->invalidate();
+    EXPECT_TRUE(WaitFor([&] { return server->invalidated == 1; }));
+}
+
+TEST_F(DBusClientTest, ADestroyedConnectionLeavesTheBusAndCallsNoHandler) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    auto connection = connect(events);
+    connection.reset();
+    EXPECT_TRUE(WaitFor([&] { return server->invalidated == 1; }));
+    EXPECT_EQ(events.invalidations + events.interruptions, 0);
+}
+
+TEST_F(DBusClientTest, TheConnectionsOfATransportThatEndsAreInvalidated) {
+    const auto server = startServer();
+    auto other = std::make_shared<cmn::DBusXPCTransport>(dispatch, options());
+    ConnectionEvents events;
+    const auto connection = other->createConnection(kEchoService, cmn::XPCConnectionOptions::privileged);
+    connection->setRemoteObjectInterface(CreateEchoInterface());
+    events.watch(*connection);
+    connection->resume();
+    ASSERT_TRUE(answers(*connection));
+    const auto kept = proxy(*connection, events);
+    other.reset();
+    kept->note("nobody hears this");
+    connection->invalidate();
+    kept->note("nor this");
+    EXPECT_TRUE(WaitFor([&] { return events.invalidations == 1 && server->invalidated == 1; }));
+    EXPECT_THAT(server->notes(), testing::IsEmpty());
+}
+
+TEST_F(DBusClientTest, ALostBusInvalidatesAndFailsWhatWaits) {
+    auto server = std::make_shared<EchoServer>(transport, kEchoService);
+    server->onNumber = [](const std::string&, auto reply) {
+        std::thread([reply] { std::this_thread::sleep_for(500ms); }).detach();  // holds the reply
+    };
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    proxy(*connection, events)->number("x", [](std::int32_t) { ADD_FAILURE(); });
+    ASSERT_TRUE(answers(*connection));
+    bus.kill();
+    ASSERT_TRUE(WaitFor([&] { return events.invalidations == 1 && events.errors == 1; }));
+    EXPECT_EQ(events.interruptions, 0);
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 2; }));
+    EXPECT_EQ(listenerEvents()[1].state, cmn::DBusListenerState::lost);
+}
+
+TEST_F(DBusClientTest, AnAbsentBusInvalidates) {
+    ConnectionEvents events;
+    const auto connection = connectElsewhere("unix:path=/nonexistent/bus", events);
+    proxy(*connection, events)->note("lost");
+    ASSERT_TRUE(WaitFor([&] { return events.invalidations == 1 && events.errors == 1; }));
+    EXPECT_THAT(events.suggestion(), HasSubstr("/nonexistent/bus"));
+}
+
+TEST_F(DBusClientTest, ARefusingSocketInvalidates) {
+    ConnectionEvents events;
+    fake::TemporaryFolder folder;
+    { const MuteSocket closed(folder / "bus"); }
+    const auto connection = connectElsewhere("unix:path=" + (folder / "bus").string(), events);
+    EXPECT_TRUE(WaitFor([&] { return events.invalidations == 1; }));
+}
+
+TEST_F(DBusClientTest, AnAddressThatIsNoLocalSocketInvalidates) {
+    for (const char* address :
+         {"nonsense", "tcp:host=127.0.0.1,port=1", "unix:path=", "unix:path=%zz", ";;"}) {
+        ConnectionEvents events;
+        const auto connection = connectElsewhere(address, events);
+        EXPECT_TRUE(WaitFor([&] { return events.invalidations == 1; })) << address;
+    }
+}
+
+TEST_F(DBusClientTest, ASocketThatAcceptsAndKeepsSilentInvalidatesAfterTheDeadlineAndBlocksNobody) {
+    for (const bool authenticates : {false, true}) {
+        ConnectionEvents events;
+        fake::TemporaryFolder folder;
+        const MuteSocket mute(folder / "bus", authenticates);
+        const auto start = Clock::now();
+        auto connection = connectElsewhere("unix:path=" + (folder / "bus").string(), events);
+        proxy(*connection, events)->note("lost");
+        EXPECT_LT(Clock::now() - start, 150ms) << "nobody waits for the bus";
+        ASSERT_TRUE(WaitFor([&] { return events.invalidations == 1 && events.errors == 1; }));
+        EXPECT_GE(Clock::now() - start, 180ms);  // timers are coarse
+        EXPECT_LT(Clock::now() - start, 10s);
+    }
+}
+
+TEST_F(DBusClientTest, ASilentBusBlocksNeitherInvalidateNorTheEndOfAConnection) {
+    fake::TemporaryFolder folder;
+    const MuteSocket mute(folder / "bus", true);
+    ConnectionEvents events;
+    auto connection = connectElsewhere("unix:path=" + (folder / "bus").string(), events);
+    std::this_thread::sleep_for(50ms);  // it waits for the bus now
+    const auto start = Clock::now();
+    connection->invalidate();
+    connection.reset();
+    connection = makeConnection(events);
+    connection->resume();
+    connection.reset();
+    EXPECT_LT(Clock::now() - start, 100ms);
+}
+
+TEST_F(DBusClientTest, ASilentBusHoldsUpNoOtherBus) {
+    const auto server = startServer();
+    fake::TemporaryFolder folder;
+    const MuteSocket mute(folder / "bus", true);
+    cmn::DBusXPCOptions mixed = options();
+    mixed.sessionBusAddress = "unix:path=" + (folder / "bus").string();
+    transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, mixed);
+    const auto silent = transport->createConnection(kEchoService, cmn::XPCConnectionOptions::none);
+    silent->resume();
+    const auto start = Clock::now();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    EXPECT_LT(Clock::now() - start, 2s) << "the deadline of the silent bus is five seconds";
+}
+
+TEST_F(DBusClientTest, AFrozenBusBlocksNobodyAndDeliversAfterItsThaw) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    const auto echo = proxy(*connection, events);
+    bus.freeze();
+    const auto start = Clock::now();
+    const std::string text(10'000, 'x');
+    for (int i = 0; i < 500; ++i) {  // far more than the socket takes
+        echo->note(text);
+    }
+    const auto second = makeConnection(events);
+    second->resume();
+    EXPECT_LT(Clock::now() - start, 500ms);
+    bus.thaw();
+    EXPECT_TRUE(WaitFor([&] { return server->notes().size() == 500; }));
+    EXPECT_TRUE(answers(*second));
+}
+
+TEST_F(DBusClientTest, AListOfAddressesIsTriedInOrder) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection =
+        connectElsewhere("tcp:host=x;unix:path=/nonexistent/bus;" + bus.address(), events);
+    EXPECT_TRUE(answers(*connection));
+}
+
+TEST_F(DBusClientTest, RepliesAndHandlersRunOneAtATimeAndNeverOnTheMainThread) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = transport->createConnection(kEchoService, cmn::XPCConnectionOptions::privileged);
+    connection->setRemoteObjectInterface(CreateEchoInterface());
+    std::atomic<int> running{0};
+    std::atomic<int> overlaps{0};
+    std::atomic<int> onMain{0};
+    std::atomic<int> done{0};
+    const auto main = std::this_thread::get_id();
+    const auto work = [&] {
+        overlaps += ++running > 1 ? 1 : 0;
+        onMain += std::this_thread::get_id() == main ? 1 : 0;
+        std::this_thread::sleep_for(1ms);
+        --running;
+        ++done;
+    };
+    connection->setInterruptionHandler(work);
+    connection->setInvalidationHandler(work);
+    connection->resume();
+    const auto echo = proxy(*connection, events);
+    for (int i = 0; i < 50; ++i) {
+        echo->number("x", [&](std::int32_t) { work(); });
+    }
+    ASSERT_TRUE(WaitFor([&] { return done == 50; }));
+    server->stop();
+    ASSERT_TRUE(WaitFor([&] { return done == 51; }));
+    connection->invalidate();
+    ASSERT_TRUE(WaitFor([&] { return done == 52; }));
+    EXPECT_EQ(overlaps, 0);
+    EXPECT_EQ(onMain, 0);
+}
+
+TEST_F(DBusClientTest, TheChoiceOfTheBusFollowsThePrivilege) {
+    const auto server = startServer();
+    cmn::DBusXPCOptions split = options();
+    split.sessionBusAddress = "unix:path=/nonexistent/bus";
+    transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, split);
+    const auto privileged = transport->createConnection(kEchoService, cmn::XPCConnectionOptions::privileged);
+    privileged->setRemoteObjectInterface(CreateEchoInterface());
+    privileged->resume();
+    EXPECT_TRUE(answers(*privileged));
+    const auto plain = transport->createConnection(kEchoService, cmn::XPCConnectionOptions::none);
+    plain->setRemoteObjectInterface(CreateEchoInterface());
+    plain->resume();
+    EXPECT_FALSE(answers(*plain));
+}
+
+TEST_F(DBusClientTest, AnAbsentServiceIsNotStartedByTheBus) {
+    fake::PrivateBus starting(fake::PrivateBus::WithService{kEchoService});
+    ConnectionEvents events;
+    const auto connection = connectElsewhere(starting.address(), events);
+    EXPECT_FALSE(answers(*connection));
+    EXPECT_FALSE(starting.serviceWasStarted());
+    // The same bus does start it for who asks for it.
+    const fake::RawPeer other(starting.address());
+    other.send(fake::RawPeer::message(kEchoService, kEchoPath, kEchoService, "Version"));
+    EXPECT_TRUE(WaitFor([&] { return starting.serviceWasStarted(); }));
+}
+
+TEST_F(DBusClientTest, TwoHundredConnectionsLeaveNothingBehind) {
+    const auto server = startServer();
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                             std::filesystem::directory_iterator());
+    };
+    ConnectionEvents events;
+    connect(events);
+    ASSERT_TRUE(WaitFor([&] { return server->invalidated == 1; }));
+    const auto before = descriptors();
+    for (int i = 0; i < 200; ++i) {
+        const auto connection = connect(events);
+        if (i % 2 == 0) {
+            connection->invalidate();
+        }
+    }
+    ASSERT_TRUE(WaitFor([&] { return server->invalidated == 201; }));
+    EXPECT_TRUE(WaitFor([&] { return descriptors() <= before; })) << descriptors() << " after " << before;
+}
+
+}  // namespace

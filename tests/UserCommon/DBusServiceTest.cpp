@@ -1,0 +1,526 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QDBusArgument>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
+#include <QDBusUnixFileDescriptor>
+#include <QDBusVariant>
+#include <QMap>
+#include <condition_variable>
+#include <future>
+#include <stdexcept>
+#include <thread>
+
+#include "DBusFixture.h"
+#include "support/RawPeer.h"
+
+// The service's end of the messages over D-Bus.
+namespace {
+
+using namespace std::chrono_literals;
+using fake::RawPeer;
+using fake::WaitFor;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+class DBusServiceTest : public DBusTest {
+ protected:
+    static QDBusMessage echo(const std::string& member, const QVariantList& arguments = {}) {
+        return RawPeer::message(kEchoService, kEchoPath, kEchoService, member, arguments);
+    }
+};
+
+class Gate {
+ public:
+    void open() {
+        const std::lock_guard lock(mutex_);
+        open_ = true;
+        changed_.notify_all();
+    }
+    void pass() {
+        std::unique_lock lock(mutex_);
+        changed_.wait_for(lock, 20s, [this] { return open_; });
+    }
+
+ private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool open_ = false;
+};
+
+class RecordingDelegate : public EchoDelegate {
+ public:
+    void didCheck(bool result) override { result ? ++yes : ++no; }
+    std::atomic<int> yes{0};
+    std::atomic<int> no{0};
+};
+
+TEST_F(DBusServiceTest, OwnsItsNameWhileItListens) {
+    const auto server = startServer();
+    RawPeer peer(bus.address());
+    EXPECT_TRUE(peer.hasOwner(kEchoService));
+    server->stop();
+    EXPECT_TRUE(WaitFor([&] { return !peer.hasOwner(kEchoService); }));
+}
+
+TEST_F(DBusServiceTest, AListenerThatIsDroppedStopsListening) {
+    auto listener = transport->createListener(kEchoService);
+    listener->resume();
+    RawPeer peer(bus.address());
+    ASSERT_TRUE(WaitFor([&] { return peer.hasOwner(kEchoService); }));
+    listener.reset();
+    EXPECT_TRUE(WaitFor([&] { return !peer.hasOwner(kEchoService); }));
+}
+
+TEST_F(DBusServiceTest, CanBeStartedAgainAfterStop) {
+    const auto server = startServer();
+    server->stop();
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 2; }));
+    RawPeer peer(bus.address());
+    EXPECT_EQ(peer.call(echo("Version")).arguments(), QVariantList{QStringLiteral("1.0")});
+}
+
+TEST_F(DBusServiceTest, ANameThatIsTakenIsReportedAndLogged) {
+    const auto first = startServer();
+    const auto second = std::make_shared<EchoServer>(transport, kEchoService);
+    second->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 2; }));
+    EXPECT_EQ(listenerEvents()[1].state, cmn::DBusListenerState::failed);
+    EXPECT_EQ(listenerEvents()[1].machServiceName, kEchoService);
+    EXPECT_THAT(log.linesWith("Cannot listen"),
+                ElementsAre(AllOf(
+                    testing::StartsWith("[ERROR]"),
+                    EndsWith("Cannot listen as com.example.Echo -- the name is already taken by another "
+                             "process"))));
+    first->stop();
+    RawPeer peer(bus.address());
+    EXPECT_TRUE(WaitFor([&] { return !peer.hasOwner(kEchoService); })) << "the second does not wait in line";
+}
+
+TEST_F(DBusServiceTest, AnAbsentBusIsReportedAndLogged) {
+    cmn::DBusXPCOptions nowhere = options();
+    nowhere.systemBusAddress = "unix:path=/nonexistent/bus";
+    transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, nowhere);
+    const auto server = std::make_shared<EchoServer>(transport, kEchoService);
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    EXPECT_EQ(listenerEvents()[0].state, cmn::DBusListenerState::failed);
+    EXPECT_EQ(log.count("Cannot listen as com.example.Echo -- unix:path=/nonexistent/bus"), 1U);
+}
+
+TEST_F(DBusServiceTest, AnInvalidNameIsReported) {
+    const auto server = std::make_shared<EchoServer>(transport, "no bus name!");
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    EXPECT_EQ(listenerEvents()[0].state, cmn::DBusListenerState::failed);
+}
+
+TEST_F(DBusServiceTest, SeesOneNewConnectionPerPeerAtItsFirstMessage) {
+    const auto server = startServer();
+    const RawPeer idle(bus.address());
+    RawPeer peer(bus.address());
+    EXPECT_EQ(server->accepted, 0);
+    for (int i = 0; i < 3; ++i) {
+        peer.call(echo("Version"));
+    }
+    EXPECT_EQ(server->accepted, 1);
+    RawPeer other(bus.address());
+    other.call(echo("Version"));
+    EXPECT_EQ(server->accepted, 2);
+}
+
+TEST_F(DBusServiceTest, SeesAPeerLeaveTheBus) {
+    const auto server = startServer();
+    {
+        RawPeer peer(bus.address());
+        peer.call(echo("Version"));
+        EXPECT_EQ(server->invalidated, 0);
+    }
+    EXPECT_TRUE(WaitFor([&] { return server->invalidated == 1; }));
+}
+
+TEST_F(DBusServiceTest, SeesAPeerLeaveAlsoWhileItsMessagesWait) {
+    Gate gate;
+    const auto server = std::make_shared<EchoServer>(transport, kEchoService);
+    server->onNote = [&](const std::string&) { gate.pass(); };
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    RawPeer other(bus.address());
+    {
+        RawPeer peer(bus.address());
+        peer.send(echo("Note", {QStringLiteral("slow")}));
+        peer.call(
+            RawPeer::message("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId"));  // it is sent
+    }
+    ASSERT_TRUE(WaitFor([&] { return server->accepted == 1; }));
+    other.call(echo("Version"));  // behind the news that the peer is gone
+    EXPECT_EQ(server->invalidated, 0);
+    gate.open();
+    EXPECT_TRUE(WaitFor([&] { return server->invalidated == 1; }));
+    EXPECT_THAT(server->notes(), ElementsAre("slow"));
+}
+
+TEST_F(DBusServiceTest, TheLastMessagesOfAPeerThatLeavesAreDelivered) {
+    const auto server = startServer();
+    {
+        const RawPeer peer(bus.address());
+        for (int i = 0; i < 200; ++i) {
+            peer.send(echo("Note", {QString::number(i)}));
+        }
+        peer.call(RawPeer::message("org.freedesktop.DBus", "/", "org.freedesktop.DBus",
+                                   "GetId"));  // all are with the bus
+    }
+    ASSERT_TRUE(WaitFor([&] { return server->invalidated == 1; }));
+    EXPECT_THAT(server->notes(), SizeIs(200));
+    EXPECT_EQ(server->notes().back(), "199");
+}
+
+TEST_F(DBusServiceTest, APeerThatIsGoneBeforeItsMessageIsReadLeavesNothingBehind) {
+    const auto server = startServer();
+    for (int i = 0; i < 50; ++i) {
+        const RawPeer peer(bus.address());
+        peer.send(echo("Note", {QStringLiteral("bye")}));
+    }
+    EXPECT_TRUE(
+        WaitFor([&] { return server->invalidated == server->accepted && server->notes().size() <= 50; }));
+    RawPeer peer(bus.address());
+    peer.call(echo("Version"));
+    EXPECT_TRUE(WaitFor([&] { return server->invalidated == server->accepted - 1; }));
+}
+
+TEST_F(DBusServiceTest, StopInvalidatesTheConnectionsItAccepted) {
+    const auto server = startServer();
+    RawPeer one(bus.address());
+    RawPeer two(bus.address());
+    one.call(echo("Version"));
+    two.call(echo("Version"));
+    server->stop();
+    EXPECT_TRUE(WaitFor([&] { return server->invalidated == 2; }));
+}
+
+TEST_F(DBusServiceTest, ServesPeersInParallelAndEachInItsOrder) {
+    Gate gate;
+    const auto server = std::make_shared<EchoServer>(transport, kEchoService);
+    server->onNote = [&](const std::string& text) {
+        if (text == "slow") {
+            gate.pass();
+        }
+    };
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    RawPeer slow(bus.address());
+    RawPeer quick(bus.address());
+    slow.send(echo("Note", {QStringLiteral("slow")}));
+    slow.send(echo("Note", {QStringLiteral("behind slow")}));
+    quick.call(echo("Note", {QStringLiteral("quick")}));
+    EXPECT_THAT(server->notes(), ElementsAre("quick"));
+    gate.open();
+    ASSERT_TRUE(WaitFor([&] { return server->notes().size() == 3; }));
+    EXPECT_THAT(server->notes(), ElementsAre("quick", "slow", "behind slow"));
+}
+
+TEST_F(DBusServiceTest, ARejectedPeerGetsAnErrorForEachMessage) {
+    const auto server = startServer();
+    server->accepts = false;
+    RawPeer peer(bus.address());
+    for (int i = 0; i < 2; ++i) {
+        const QDBusMessage answer = peer.call(echo("Version"));
+        EXPECT_EQ(answer.errorName(), "org.freedesktop.DBus.Error.AccessDenied");
+    }
+    peer.call(echo("Note", {QStringLiteral("x")}));
+    EXPECT_THAT(server->notes(), IsEmpty());
+    EXPECT_EQ(log.count("was not accepted"), 3U);
+}
+
+TEST_F(DBusServiceTest, AConnectionThatTheServiceInvalidatesGetsNoMoreMessages) {
+    class OneShot : public EchoServer {
+     public:
+        using EchoServer::EchoServer;
+        bool shouldAcceptNewConnection(const std::shared_ptr<cmn::XPCConnection>& connection) override {
+            last.set_value(connection);
+            return EchoServer::shouldAcceptNewConnection(connection);
+        }
+        std::promise<std::shared_ptr<cmn::XPCConnection>> last;
+    };
+    const auto server = std::make_shared<OneShot>(transport, kEchoService);
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    RawPeer peer(bus.address());
+    EXPECT_EQ(peer.call(echo("Version")).type(), QDBusMessage::ReplyMessage);
+    server->last.get_future().get()->invalidate();
+    ASSERT_TRUE(WaitFor([&] { return server->invalidated == 1; }));
+    EXPECT_EQ(peer.call(echo("Version")).type(), QDBusMessage::ErrorMessage);
+}
+
+TEST_F(DBusServiceTest, BadMessagesGetAnErrorAndALogLineAndHarmNobody) {
+    qDBusRegisterMetaType<QMap<QString, QString>>();
+    const auto server = startServer();
+    RawPeer peer(bus.address());
+    const QString text = QStringLiteral("x");
+    const auto variant = QVariant::fromValue(QDBusVariant(text));
+    struct Bad {
+        QDBusMessage message;
+        const char* error;
+    };
+    const auto at = [](const char* path, const char* interface, const char* member) {
+        return RawPeer::message(kEchoService, path, interface, member);
+    };
+    const std::vector<Bad> messages = {
+        {echo("Number"), "InvalidArgs"},
+        {echo("Number", {5}), "InvalidArgs"},
+        {echo("Number", {text, text}), "InvalidArgs"},
+        {echo("Number", {variant}), "InvalidArgs"},
+        {echo("Number", {2.5}), "InvalidArgs"},
+        {echo("Number", {QVariant::fromValue(qlonglong{1})}), "InvalidArgs"},
+        {echo("Number", {QByteArray("bytes")}), "InvalidArgs"},
+        {echo("Number", {QVariant::fromValue(QDBusUnixFileDescriptor(0))}), "InvalidArgs"},
+        {echo("Number", {QVariant::fromValue(QMap<QString, QString>{{text, text}})}), "InvalidArgs"},
+        {echo("Check", {text, text}), "InvalidArgs"},  // a string where an object path belongs
+        {echo("Check", {text}), "InvalidArgs"},
+        {echo("Note", {text, QStringList{text}}), "InvalidArgs"},
+        {echo("Version", {text}), "InvalidArgs"},
+        {echo("version"), "UnknownMethod"},
+        {echo("Missing"), "UnknownMethod"},
+        {at(kEchoPath, "com.example.Other", "Version"), "UnknownInterface"},
+        {at("/", kEchoService, "Version"), "UnknownObject"},
+        {at("/com/example", kEchoService, "Version"), "UnknownObject"},
+        {at("/com/example/Echo/below", kEchoService, "Version"), "UnknownObject"},
+        {at(kEchoPath, "org.freedesktop.DBus.Properties", "GetAll"), "UnknownInterface"},
+        {at("/elsewhere", "org.freedesktop.DBus.Introspectable", "Introspect"), "UnknownObject"},
+    };
+    for (const Bad& bad : messages) {
+        EXPECT_EQ(peer.call(bad.message).errorName(),
+                  QStringLiteral("org.freedesktop.DBus.Error.") + bad.error)
+            << bad.message.member().toStdString() << "(" << bad.message.signature().toStdString() << ")";
+    }
+    EXPECT_EQ(log.count(" refused: "), messages.size());
+    EXPECT_THAT(server->notes(), IsEmpty());
+    EXPECT_EQ(peer.call(echo("Version")).arguments(), QVariantList{QStringLiteral("1.0")});
+}
+
+TEST_F(DBusServiceTest, ABadMessageThatWantsNoAnswerIsOnlyLogged) {
+    const auto server = startServer();
+    RawPeer peer(bus.address());
+    peer.send(echo("Number", {5}));
+    peer.send(echo("Missing"));
+    EXPECT_EQ(peer.call(echo("Version")).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(log.count(" refused: "), 2U);
+}
+
+TEST_F(DBusServiceTest, AMessageWithoutInterfaceReachesTheMethod) {
+    const auto server = startServer();
+    RawPeer peer(bus.address());
+    EXPECT_EQ(peer.call(RawPeer::message(kEchoService, kEchoPath, "", "Version")).arguments(),
+              QVariantList{QStringLiteral("1.0")});
+}
+
+TEST_F(DBusServiceTest, AHugeTextIsDelivered) {
+    const auto server = startServer();
+    RawPeer peer(bus.address());
+    const QString huge(20 * 1024 * 1024, QLatin1Char('x'));
+    EXPECT_EQ(peer.call(echo("Number", {huge})).arguments(), QVariantList{20 * 1024 * 1024});
+}
+
+TEST_F(DBusServiceTest, AnExceptionInTheServiceIsAnErrorForTheCaller) {
+    const auto server = std::make_shared<EchoServer>(transport, kEchoService);
+    server->onNumber = [](const std::string&, const auto&) { throw std::runtime_error("out of numbers"); };
+    server->onNote = [](const std::string&) { throw std::runtime_error("out of paper"); };
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    RawPeer peer(bus.address());
+    EXPECT_EQ(peer.call(echo("Number", {QStringLiteral("x")})).errorMessage(), "out of numbers");
+    peer.send(echo("Note", {QStringLiteral("x")}));
+    EXPECT_EQ(peer.call(echo("Version")).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(log.count("out of paper"), 1U);
+}
+
+TEST_F(DBusServiceTest, APeerThatFloodsIsRefusedBeyondTenThousandWaitingMessages) {
+    Gate gate;
+    const auto server = std::make_shared<EchoServer>(transport, kEchoService);
+    server->onNote = [&](const std::string&) { gate.pass(); };
+    server->start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    SetLogLevel(LogLevel::Error);
+    RawPeer flood(bus.address());
+    for (int i = 0; i < 10'050; ++i) {
+        flood.send(echo("Note", {QStringLiteral("x")}));
+    }
+    EXPECT_EQ(flood.call(echo("Version")).errorName(), "org.freedesktop.DBus.Error.LimitsExceeded");
+    RawPeer other(bus.address());
+    EXPECT_EQ(other.call(echo("Version")).type(), QDBusMessage::ReplyMessage);
+    gate.open();
+    EXPECT_TRUE(WaitFor([&] { return flood.call(echo("Version")).type() == QDBusMessage::ReplyMessage; }));
+    EXPECT_GE(server->notes().size(), 9'000U);
+    EXPECT_LT(server->notes().size(), 10'050U);
+}
+
+TEST_F(DBusServiceTest, DescribesItselfToWhoAsks) {
+    const auto server = startServer();
+    RawPeer peer(bus.address());
+    const auto describe = [&](const char* path) {
+        return peer
+            .call(RawPeer::message(kEchoService, path, "org.freedesktop.DBus.Introspectable", "Introspect"))
+            .arguments()
+            .value(0)
+            .toString()
+            .toStdString();
+    };
+    EXPECT_THAT(
+        describe(kEchoPath),
+        AllOf(HasSubstr("<interface name=\"com.example.Echo\">"), HasSubstr("<method name=\"Records\">"),
+              HasSubstr("<arg name=\"text\" type=\"s\" direction=\"in\"/>"),
+              HasSubstr("<arg name=\"delegate\" type=\"o\" direction=\"in\"/>"),
+              HasSubstr("<arg type=\"aa{ss}\" direction=\"out\"/>"), HasSubstr("Method.NoReply"),
+              HasSubstr("org.freedesktop.DBus.Introspectable"), HasSubstr("org.freedesktop.DBus.Peer")));
+    EXPECT_THAT(describe("/"),
+                AllOf(HasSubstr("<node name=\"com\"/>"), testing::Not(HasSubstr("<interface"))));
+    EXPECT_THAT(describe("/com"), HasSubstr("<node name=\"example\"/>"));
+    EXPECT_THAT(describe("/com/example"), HasSubstr("<node name=\"Echo\"/>"));
+}
+
+TEST_F(DBusServiceTest, AnswersPingAndTheMachineId) {
+    const auto server = startServer();
+    RawPeer peer(bus.address());
+    const auto ask = [&](const char* member) {
+        return peer.call(RawPeer::message(kEchoService, kEchoPath, "org.freedesktop.DBus.Peer", member))
+            .type();
+    };
+    EXPECT_EQ(ask("Ping"), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(ask("GetMachineId"), QDBusMessage::ReplyMessage);
+}
+
+TEST_F(DBusServiceTest, CallsBackTheDelegateThatAClientPassed) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    const auto delegate = std::make_shared<RecordingDelegate>();
+    proxy(*connection, events)->check("file", delegate);
+    proxy(*connection, events)->check("", delegate);
+    EXPECT_TRUE(WaitFor([&] { return delegate->yes == 1 && delegate->no == 1; }));
+}
+
+TEST_F(DBusServiceTest, ManyRequestsWithOneDelegateAreAllAnswered) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    const auto delegate = std::make_shared<RecordingDelegate>();
+    const auto echoProxy = proxy(*connection, events);
+    for (int i = 0; i < 500; ++i) {
+        echoProxy->check("file", delegate);
+    }
+    EXPECT_TRUE(WaitFor([&] { return delegate->yes == 500; }));
+    EXPECT_EQ(events.errors, 0);
+}
+
+TEST_F(DBusServiceTest, TheSameDelegateHasTheSamePathAndAnotherOneAnother) {
+    std::mutex mutex;
+    std::vector<std::string> paths;  // guarded by mutex
+    RawPeer daemon(bus.address(), [&](const QDBusMessage& message, const QDBusConnection&) {
+        const std::lock_guard lock(mutex);
+        paths.push_back(message.arguments().at(1).value<QDBusObjectPath>().path().toStdString());
+    });
+    ASSERT_TRUE(daemon.own(kEchoService));
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    const auto first = std::make_shared<RecordingDelegate>();
+    const auto second = std::make_shared<RecordingDelegate>();
+    const auto echoProxy = proxy(*connection, events);
+    echoProxy->check("a", first);
+    echoProxy->check("b", second);
+    echoProxy->check("c", first);
+    echoProxy->check("d", nullptr);
+    ASSERT_TRUE(WaitFor([&] {
+        const std::lock_guard lock(mutex);
+        return paths.size() == 4;
+    }));
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ(paths[0], "/com/example/EchoDelegate/1");
+    EXPECT_EQ(paths[1], "/com/example/EchoDelegate/2");
+    EXPECT_EQ(paths[2], paths[0]);
+    EXPECT_EQ(paths[3], "/") << "stands for none";
+}
+
+TEST_F(DBusServiceTest, ADelegateOfNothingIsNone) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    proxy(*connection, events)->check("file", nullptr);
+    EXPECT_TRUE(
+        WaitFor([&] { return server->notes() == std::vector<std::string>{"check file for nobody"}; }));
+}
+
+TEST_F(DBusServiceTest, AnExportedObjectIsReleasedWithTheConnectionAlsoWhileAProxyLives) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    auto connection = makeConnection(events);
+    auto object = std::make_shared<EchoServer>(transport, "unused");
+    const std::weak_ptr<EchoServer> watched = object;
+    connection->setExportedInterface(CreateEchoInterface());
+    connection->setExportedObject(std::shared_ptr<EchoProtocol>(object, object.get()));
+    connection->resume();
+    ASSERT_TRUE(answers(*connection));
+    object.reset();
+    EXPECT_FALSE(watched.expired());
+    const auto kept = proxy(*connection, events);
+    connection.reset();
+    EXPECT_TRUE(WaitFor([&] { return watched.expired(); }));
+    kept->note("the transport lives on");
+    EXPECT_TRUE(WaitFor([&] { return server->notes().size() == 1; }));
+}
+
+TEST_F(DBusServiceTest, OnlyTheOwnerOfTheServiceMayCallAClientsObjects) {
+    std::atomic<int> delegateCalls{0};
+    std::string path;
+    std::string client;
+    std::atomic<bool> known{false};
+    RawPeer daemon(bus.address(), [&](const QDBusMessage& message, const QDBusConnection&) {
+        path = message.arguments().at(1).value<QDBusObjectPath>().path().toStdString();
+        client = message.service().toStdString();
+        known = true;
+    });
+    ASSERT_TRUE(daemon.own(kEchoService));
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    const auto delegate = std::make_shared<RecordingDelegate>();
+    proxy(*connection, events)->check("a", delegate);
+    ASSERT_TRUE(WaitFor([&] { return known.load(); }));
+    const auto call = RawPeer::message(client, path, "com.example.EchoDelegate", "DidCheck", {true});
+    const RawPeer stranger(bus.address());
+    EXPECT_EQ(stranger.call(call).errorName(), "org.freedesktop.DBus.Error.AccessDenied");
+    EXPECT_EQ(delegate->yes, 0);
+    EXPECT_EQ(daemon.call(call).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(delegate->yes, 1);
+    EXPECT_EQ(log.count("only com.example.Echo may call"), 1U);
+}
+
+TEST_F(DBusServiceTest, AForgedSignalAboutNamesIsNotBelieved) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    const RawPeer liar(bus.address());
+    for (int i = 0; i < 8; ++i) {  // the unique names of both ends are among these
+        QDBusMessage signal = QDBusMessage::createTargetedSignal(
+            QStringLiteral(":1.%1").arg(i), QStringLiteral("/org/freedesktop/DBus"),
+            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameOwnerChanged"));
+        signal.setArguments({QString::fromLatin1(kEchoService), QStringLiteral(":1.0"), QString()});
+        liar.send(signal);
+        signal.setArguments({QStringLiteral(":1.1"), QStringLiteral(":1.1"), QString()});
+        liar.send(signal);
+    }
+    liar.call(
+        RawPeer::message("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId"));  // all are sent
+    EXPECT_TRUE(answers(*connection));
+    EXPECT_EQ(events.interruptions, 0);
+    EXPECT_EQ(server->invalidated, 0);
+    EXPECT_EQ(server->accepted, 1);
+}
+
+}  // namespace

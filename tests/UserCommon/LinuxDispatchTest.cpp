@@ -1,0 +1,266 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "linux_usercommon/LinuxDispatch.h"
+#include "linux_usercommon/SerialQueue.h"
+#include "support/FakeXPCTransport.h"
+#include "support/LogCapture.h"
+#include "support/WaitFor.h"
+#include "usercommon/XPCClient.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using cmn::QueuePriority;
+using fake::WaitFor;
+using testing::Each;
+using Clock = std::chrono::steady_clock;
+
+class LinuxDispatchTest : public testing::Test {
+ protected:
+    ~LinuxDispatchTest() override { dispatch->stop(); }
+
+    std::shared_ptr<cmn::LinuxDispatch> dispatch = std::make_shared<cmn::LinuxDispatch>();
+};
+
+TEST_F(LinuxDispatchTest, RunsATaskOnceOnAnotherThread) {
+    for (const auto priority : {QueuePriority::normal, QueuePriority::high}) {
+        std::atomic<int> runs{0};
+        std::thread::id thread;
+        std::promise<void> ran;
+        dispatch->async(priority, [&] {
+            ++runs;
+            thread = std::this_thread::get_id();
+            ran.set_value();
+        });
+        ran.get_future().get();
+        EXPECT_EQ(runs, 1);
+        EXPECT_NE(thread, std::this_thread::get_id());
+    }
+}
+
+TEST_F(LinuxDispatchTest, RunsTasksOfEachQueueAtTheSameTime) {
+    for (const auto priority : {QueuePriority::normal, QueuePriority::high}) {
+        std::atomic<int> inside{0};
+        std::atomic<int> done{0};
+        for (int i = 0; i < 4; ++i) {
+            dispatch->async(priority, [&] {
+                ++inside;
+                EXPECT_TRUE(WaitFor([&] { return inside == 4; })) << "four tasks run side by side";
+                ++done;
+            });
+        }
+        ASSERT_TRUE(WaitFor([&] { return done == 4; }));
+    }
+}
+
+TEST_F(LinuxDispatchTest, TasksThatBlockOnOneQueueDoNotHoldUpTheOther) {
+    const auto never = dispatch->createSemaphore(0);
+    for (int i = 0; i < 64; ++i) {
+        dispatch->async(QueuePriority::high, [&] { never->wait(20s); });
+    }
+    std::promise<void> ran;
+    dispatch->async(QueuePriority::normal, [&] { ran.set_value(); });
+    EXPECT_EQ(ran.get_future().wait_for(10s), std::future_status::ready);
+    dispatch->stop();
+}
+
+TEST_F(LinuxDispatchTest, RunsADelayedTaskNotBeforeItsTime) {
+    const auto start = Clock::now();
+    std::promise<Clock::time_point> ran;
+    dispatch->after(30ms, QueuePriority::normal, [&] { ran.set_value(Clock::now()); });
+    EXPECT_GE(ran.get_future().get() - start, 30ms);
+}
+
+TEST_F(LinuxDispatchTest, RunsMainTasksInTheirOrderOnTheMainThread) {
+    std::vector<int> order;
+    std::vector<std::thread::id> threads;
+    std::thread other([&] {
+        for (int i = 0; i < 100; ++i) {
+            dispatch->asyncMain([&, i] {
+                order.push_back(i);
+                threads.push_back(std::this_thread::get_id());
+            });
+        }
+    });
+    ASSERT_TRUE(WaitFor([&] { return order.size() == 100; }));
+    other.join();
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+    EXPECT_THAT(threads, Each(std::this_thread::get_id()));
+}
+
+TEST_F(LinuxDispatchTest, AMainTaskMayQueueAnother) {
+    bool done = false;
+    dispatch->asyncMain([&] { dispatch->asyncMain([&] { done = true; }); });
+    EXPECT_TRUE(WaitFor([&] { return done; }));
+}
+
+TEST_F(LinuxDispatchTest, ATaskThatThrowsIsLoggedAndHarmsNobody) {
+    fake::LogCapture log;
+    dispatch->async(QueuePriority::normal, [] { throw std::runtime_error("clumsy task"); });
+    dispatch->asyncMain([] { throw std::runtime_error("clumsy main task"); });
+    dispatch->createSerialQueue()->post([] { throw std::runtime_error("clumsy serial task"); });
+    EXPECT_TRUE(WaitFor([&] { return log.count("clumsy") == 3; }));
+}
+
+TEST_F(LinuxDispatchTest, ASemaphoreCounts) {
+    const auto semaphore = dispatch->createSemaphore(2);
+    EXPECT_TRUE(semaphore->wait(0ns));
+    EXPECT_TRUE(semaphore->wait(-1ns)) << "a deadline in the past takes what is there";
+    EXPECT_FALSE(semaphore->wait(-1ns));
+    EXPECT_FALSE(semaphore->wait(0ns));
+    semaphore->signal();
+    EXPECT_TRUE(semaphore->wait(20s));
+}
+
+TEST_F(LinuxDispatchTest, ASemaphoreWaitsAsLongAsItIsTold) {
+    const auto semaphore = dispatch->createSemaphore(0);
+    const auto start = Clock::now();
+    EXPECT_FALSE(semaphore->wait(20ms));
+    EXPECT_GE(Clock::now() - start, 20ms);
+}
+
+TEST_F(LinuxDispatchTest, ASignalWakesAWaiter) {
+    const auto semaphore = dispatch->createSemaphore(0);
+    dispatch->after(5ms, QueuePriority::normal, [semaphore] { semaphore->signal(); });
+    EXPECT_TRUE(semaphore->wait(std::chrono::nanoseconds::max()));
+}
+
+TEST_F(LinuxDispatchTest, StopWakesWaitersAndDropsWhatHasNotRun) {
+    const auto semaphore = dispatch->createSemaphore(0);
+    const auto owned = std::make_shared<int>(1);
+    std::atomic<bool> woken{false};
+    std::promise<void> inside;
+    dispatch->async(QueuePriority::high, [&] {
+        inside.set_value();
+        EXPECT_FALSE(semaphore->wait(1h));
+        woken = true;
+    });
+    inside.get_future().get();
+    dispatch->after(1h, QueuePriority::normal, [owned] { ADD_FAILURE(); });
+    dispatch->asyncMain([owned] { ADD_FAILURE(); });
+    const auto queue = dispatch->createSerialQueue();
+    const auto start = Clock::now();
+    dispatch->stop();
+    EXPECT_LT(Clock::now() - start, 10s);
+    EXPECT_TRUE(woken);
+    dispatch->async(QueuePriority::normal, [owned] { ADD_FAILURE(); });
+    dispatch->after(0s, QueuePriority::high, [owned] { ADD_FAILURE(); });
+    dispatch->asyncMain([owned] { ADD_FAILURE(); });
+    queue->post([owned] { ADD_FAILURE(); });
+    EXPECT_EQ(owned.use_count(), 1);
+}
+
+TEST_F(LinuxDispatchTest, StopCutsTheRingOfAClientThatWaitsToReconnect) {
+    const auto transport = std::make_shared<fake::XPCTransport>();
+    auto client = std::make_shared<cmn::XPCClient>(dispatch, transport, "com.example.Service", true);
+    client->reconnect(1);
+    const std::weak_ptr<cmn::XPCClient> watched = client;
+    client.reset();
+    dispatch->stop();
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST_F(LinuxDispatchTest, MayEndOnOneOfItsOwnThreads) {
+    for (int i = 0; i < 20; ++i) {
+        auto own = std::make_shared<cmn::LinuxDispatch>();
+        std::promise<void> ended;
+        own->async(QueuePriority::normal, [kept = own, &ended]() mutable {
+            std::this_thread::sleep_for(1ms);
+            kept.reset();
+            ended.set_value();
+        });
+        own.reset();
+        EXPECT_EQ(ended.get_future().wait_for(20s), std::future_status::ready);
+    }
+}
+
+TEST_F(LinuxDispatchTest, OverlappingReconnectsOfAClientRunOneAfterTheOther) {
+    class SlowClient : public cmn::XPCClient {
+     public:
+        using XPCClient::XPCClient;
+        void willResumeConnection(const std::shared_ptr<cmn::XPCConnection>&) override {
+            overlaps += ++inside > 1 ? 1 : 0;
+            std::this_thread::sleep_for(5ms);
+            --inside;
+            ++connects;
+        }
+        std::atomic<int> inside{0}, overlaps{0}, connects{0};
+    };
+    // Delays fall away, so that all reconnects come due at once.
+    class Impatient : public cmn::Dispatch {
+     public:
+        explicit Impatient(std::shared_ptr<cmn::Dispatch> real) : real_(std::move(real)) {}
+        void async(QueuePriority priority, Task task) override { real_->async(priority, std::move(task)); }
+        void after(std::chrono::nanoseconds, QueuePriority priority, Task task) override {
+            real_->async(priority, std::move(task));
+        }
+        void asyncMain(Task task) override { real_->asyncMain(std::move(task)); }
+        std::shared_ptr<cmn::Semaphore> createSemaphore(long count) override {
+            return real_->createSemaphore(count);
+        }
+
+     private:
+        const std::shared_ptr<cmn::Dispatch> real_;
+    };
+    const auto transport = std::make_shared<fake::XPCTransport>();
+    const auto client = std::make_shared<SlowClient>(std::make_shared<Impatient>(dispatch), transport,
+                                                     "com.example.Service", true);
+    for (int i = 0; i < 8; ++i) {
+        client->reconnect(i);
+    }
+    ASSERT_TRUE(WaitFor([&] { return client->connects == 8; }));
+    EXPECT_EQ(client->overlaps, 0);
+}
+
+TEST_F(LinuxDispatchTest, ASerialQueueKeepsTheOrderAndNeverRunsTwoTasksAtOnce) {
+    const auto queue = dispatch->createSerialQueue();
+    std::vector<int> order;  // guarded by the queue
+    std::atomic<int> inside{0};
+    std::atomic<int> overlaps{0};
+    std::atomic<int> done{0};
+    for (int i = 0; i < 1000; ++i) {
+        queue->post([&, i] {
+            overlaps += ++inside > 1 ? 1 : 0;
+            order.push_back(i);
+            --inside;
+            ++done;
+        });
+    }
+    ASSERT_TRUE(WaitFor([&] { return done == 1000; }));
+    EXPECT_EQ(overlaps, 0);
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+}
+
+TEST_F(LinuxDispatchTest, SerialQueuesRunSideBySideAndShareTheThreads) {
+    // More busy queues than threads: each gets its turn.
+    std::vector<std::shared_ptr<cmn::SerialQueue>> queues;
+    std::atomic<int> done{0};
+    for (int i = 0; i < 100; ++i) {
+        queues.push_back(dispatch->createSerialQueue());
+        for (int task = 0; task < 20; ++task) {
+            queues.back()->post([&] { ++done; });
+        }
+    }
+    EXPECT_TRUE(WaitFor([&] { return done == 2000; }));
+}
+
+TEST_F(LinuxDispatchTest, ASerialQueueThatIsDroppedStillRunsItsTasks) {
+    std::atomic<int> done{0};
+    for (int i = 0; i < 10; ++i) {
+        const auto queue = dispatch->createSerialQueue();
+        queue->post([&] { ++done; });
+        queue->post([&] { ++done; });
+    }
+    EXPECT_TRUE(WaitFor([&] { return done == 20; }));
+}
+
+}  // namespace

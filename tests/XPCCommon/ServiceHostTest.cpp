@@ -1,0 +1,326 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <QDBusObjectPath>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <thread>
+
+#include "HostProcess.h"
+#include "linux_usercommon/DBusXPCTransport.h"
+#include "linux_usercommon/LinuxDispatch.h"
+#include "support/HurriedDispatch.h"
+#include "support/LogCapture.h"
+#include "support/PrivateBus.h"
+#include "support/RawPeer.h"
+#include "support/WaitFor.h"
+#include "xpccommon/UserAgentObjCXPCClient.h"
+
+// The service host as its users see it: a process on a bus.
+namespace {
+
+using namespace std::chrono_literals;
+using fake::RawPeer;
+using fake::WaitFor;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr const char* kService = "com.tessarin.UserAgent";
+constexpr const char* kPath = "/com/tessarin/UserAgent";
+
+class ServiceHostTest : public testing::Test {
+ protected:
+    static constexpr int kHurry = 30;
+
+    ~ServiceHostTest() override {
+        if (HasFailure()) {
+            std::cerr << log.text();
+        }
+        real->stop();
+    }
+
+    std::shared_ptr<cmn::UserAgentObjCXPCClient> startClient(
+        cmn::URLExtractorDelegate delegate = [](const auto& name) { return "url of " + name; }) {
+        cmn::DBusXPCOptions options;
+        options.systemBusAddress = bus.address();
+        auto client = std::make_shared<cmn::UserAgentObjCXPCClient>(
+            std::move(delegate), std::make_shared<fake::HurriedDispatch>(real, kHurry),
+            std::make_shared<cmn::DBusXPCTransport>(real, options));
+        client->connect();
+        return client;
+    }
+    static QDBusMessage sendURL(const QString& url, const QString& browser, int pid) {
+        return RawPeer::message(kService, kPath, kService, "SendURL", {url, browser, pid});
+    }
+
+    fake::LogCapture log;
+    fake::PrivateBus bus;
+    std::shared_ptr<cmn::LinuxDispatch> real = std::make_shared<cmn::LinuxDispatch>();
+};
+
+TEST_F(ServiceHostTest, SaysThatItIsADevelopmentTool) {
+    for (const char* option : {"--help", "-h"}) {
+        HostProcess host(bus.address(), {option});
+        EXPECT_EQ(host.process().wait(), 0);
+        std::string text;
+        while (const auto line = host.process().readLine()) {
+            text += *line + "\n";
+        }
+        EXPECT_THAT(text, AllOf(HasSubstr("development tool"), HasSubstr("--bus"), HasSubstr("--json"),
+                                HasSubstr("--log-file"), HasSubstr("--log-level"), HasSubstr("getURL")));
+    }
+}
+
+TEST_F(ServiceHostTest, RefusesBadArgumentsWithStatus2) {
+    const std::vector<std::vector<std::string>> bad = {
+        {"--nonsense"},          {"file"},      {"--bus"}, {"--bus", "other"}, {"--bus="},
+        {"--log-level", "Loud"}, {"--log-file"}};
+    for (const auto& arguments : bad) {
+        HostProcess host(bus.address(), arguments);
+        EXPECT_EQ(host.process().wait(), 2) << arguments[0];
+        EXPECT_THAT(host.process().errors(), AllOf(StartsWith("TessarinServiceHost: "), HasSubstr("--help")));
+    }
+}
+
+TEST_F(ServiceHostTest, EndsWithStatus1WithoutABus) {
+    HostProcess host("unix:path=/nonexistent/bus");
+    EXPECT_EQ(host.process().wait(), 1);
+    EXPECT_THAT(host.process().errors(),
+                HasSubstr("TessarinServiceHost: cannot listen as com.tessarin.UserAgent on the system bus: "
+                          "unix:path=/nonexistent/bus: No such file or directory"));
+}
+
+TEST_F(ServiceHostTest, EndsWithStatus1WhenTheNameIsTaken) {
+    HostProcess first(bus.address());
+    ASSERT_TRUE(first.isReady());
+    HostProcess second(bus.address());
+    EXPECT_EQ(second.process().wait(), 1);
+    EXPECT_THAT(second.process().errors(), HasSubstr("the name is already taken by another process"));
+    EXPECT_FALSE(first.process().wait(0ms)) << "the first is not disturbed";
+}
+
+TEST_F(ServiceHostTest, EndsWithStatus1WhenTheBusIsLost) {
+    HostProcess host(bus.address());
+    ASSERT_TRUE(host.isReady());
+    bus.kill();
+    EXPECT_EQ(host.process().wait(), 1);
+    EXPECT_THAT(host.process().errors(), HasSubstr("can no longer listen"));
+}
+
+TEST_F(ServiceHostTest, ListensOnTheBusItIsToldTo) {
+    HostProcess host("unix:path=/nonexistent/bus", {"--bus", "session"});
+    EXPECT_EQ(host.process().wait(), 1);
+    EXPECT_THAT(host.process().errors(), HasSubstr("on the session bus"));
+}
+
+TEST_F(ServiceHostTest, SaysWhenItIsReady) {
+    HostProcess host(bus.address());
+    const auto ready = host.event();
+    ASSERT_TRUE(ready.IsObject());
+    EXPECT_STREQ(ready["event"].GetString(), "ready");
+    EXPECT_STREQ(ready["service"].GetString(), kService);
+    EXPECT_STREQ(ready["bus"].GetString(), "system");
+    EXPECT_EQ(ready["pid"].GetInt(), host.process().pid());
+    EXPECT_TRUE(RawPeer(bus.address()).hasOwner(kService));
+}
+
+TEST_F(ServiceHostTest, WritesEachReportAtOnceAsOneLineOfJSON) {
+    HostProcess host(bus.address());
+    ASSERT_TRUE(host.isReady());
+    const RawPeer agent(bus.address());
+    const QString texts[] = {
+        QStringLiteral("https://example.com/?a=1&b=\"2\"\\"), QStringLiteral("line\nbreak\r\t\x01\x7f"),
+        QStringLiteral("\u00e4\u20ac\U0001F98A\u2028"), QString(), QString(100'000, QLatin1Char('x'))};
+    int pid = -1;
+    for (const QString& text : texts) {
+        agent.send(sendURL(text, QStringLiteral("Safari"), pid));
+        const auto event = host.event();
+        ASSERT_TRUE(event.IsObject());
+        EXPECT_STREQ(event["event"].GetString(), "url");
+        EXPECT_EQ(QString::fromUtf8(event["url"].GetString()), text);
+        EXPECT_STREQ(event["browser"].GetString(), "Safari");
+        EXPECT_EQ(event["pid"].GetInt(), pid++);
+    }
+}
+
+TEST_F(ServiceHostTest, WritesReadableTextWithoutJSON) {
+    HostProcess host(bus.address(), {});
+    EXPECT_THAT(host.process().readLine().value_or(""),
+                StartsWith("ready service=\"com.tessarin.UserAgent\""));
+    const RawPeer agent(bus.address());
+    agent.send(sendURL(QStringLiteral("https://a/\n"), QStringLiteral("Safari"), 5));
+    EXPECT_EQ(host.process().readLine(), "url url=\"https://a/\\n\" browser=\"Safari\" pid=5");
+}
+
+TEST_F(ServiceHostTest, AsksTheAgentOnCommand) {
+    HostProcess host(bus.address());
+    ASSERT_TRUE(host.isReady());
+    const auto client = startClient();
+    ASSERT_TRUE(WaitFor([&] { return client->connected(); }));
+    host.process().write("getURL  Google Chrome (Beta) \n");
+    auto answer = host.event("getURL");
+    ASSERT_TRUE(answer.IsObject());
+    EXPECT_STREQ(answer["browser"].GetString(), "Google Chrome (Beta)");
+    EXPECT_STREQ(answer["url"].GetString(), "url of Google Chrome");
+    host.process().write("getURL Firefox\ngetURL\n");
+    answer = host.event("getURL");
+    EXPECT_STREQ(answer["url"].GetString(), "");
+    EXPECT_TRUE(host.event("getURL").IsObject());
+}
+
+TEST_F(ServiceHostTest, AQuestionThatWaitsHoldsUpNeitherReportsNorCommands) {
+    HostProcess host(bus.address());
+    ASSERT_TRUE(host.isReady());
+    RawPeer agent(bus.address(), [](const QDBusMessage&, const QDBusConnection&) {});  // never answers
+    agent.call(RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+                                {QVariant::fromValue(QDBusObjectPath("/extractor"))}));
+    host.process().write("getURL Safari\n");
+    agent.send(sendURL(QStringLiteral("u"), QStringLiteral("Safari"), 1));
+    auto event = host.event();
+    ASSERT_TRUE(event.IsObject());
+    EXPECT_STREQ(event["event"].GetString(), "url") << "the answer to getURL comes three seconds later";
+    host.process().write("what is this\n");
+    event = host.event();
+    ASSERT_TRUE(event.IsObject());
+    EXPECT_STREQ(event["event"].GetString(), "error");
+    EXPECT_STREQ(event["message"].GetString(), "unknown command: what is this");
+    host.process().write("quit\n");
+    EXPECT_EQ(host.process().wait(2s), 0) << "nor the end";
+}
+
+TEST_F(ServiceHostTest, WritesValidJSONForBytesThatAreNoUTF8) {
+    HostProcess host(bus.address());
+    ASSERT_TRUE(host.isReady());
+    host.process().write("getURL a\xff\xfe\xc3\n");
+    EXPECT_STREQ(host.event("getURL")["browser"].GetString(), "a\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd");
+    host.process().write("\x80\n");
+    EXPECT_STREQ(host.event("error")["message"].GetString(), "unknown command: \xef\xbf\xbd");
+}
+
+TEST_F(ServiceHostTest, AnOverlongCommandIsGivenUpAndTheNextOneWorks) {
+    HostProcess host(bus.address());
+    ASSERT_TRUE(host.isReady());
+    host.process().write(std::string(200'000, 'x') + "\ngetURL Firefox\n");
+    const auto event = host.event();
+    ASSERT_TRUE(event.IsObject());
+    EXPECT_STREQ(event["event"].GetString(), "getURL");
+}
+
+TEST_F(ServiceHostTest, EndsWithStatus0AfterQuitAndAfterEitherSignal) {
+    for (const int number : {0, SIGTERM, SIGINT}) {
+        HostProcess host(bus.address());
+        ASSERT_TRUE(host.isReady());
+        number == 0 ? host.process().write("quit\n") : host.process().signal(number);
+        EXPECT_EQ(host.process().wait(), 0) << number;
+    }
+    EXPECT_FALSE(RawPeer(bus.address()).hasOwner(kService));
+}
+
+TEST_F(ServiceHostTest, TheEndOfTheInputKeepsItRunning) {
+    HostProcess host(bus.address());
+    ASSERT_TRUE(host.isReady());
+    host.process().write("getURL Firefox");  // the unfinished line counts
+    host.process().closeInput();
+    EXPECT_TRUE(host.event("getURL").IsObject());
+    const RawPeer agent(bus.address());
+    agent.send(sendURL(QStringLiteral("u"), QStringLiteral("Safari"), 1));
+    EXPECT_TRUE(host.event("url").IsObject());
+    host.process().signal(SIGTERM);
+    EXPECT_EQ(host.process().wait(), 0);
+}
+
+TEST_F(ServiceHostTest, StopLeavesTheBusAndKeepsRunning) {
+    HostProcess host(bus.address());
+    ASSERT_TRUE(host.isReady());
+    const auto client = startClient();
+    ASSERT_TRUE(WaitFor([&] { return client->connected(); }));
+    host.process().write("stop\n");
+    EXPECT_TRUE(host.event("stopped").IsObject());
+    EXPECT_TRUE(WaitFor([&] { return log.count("Did interrupt -- reconnecting") == 1; }));
+    EXPECT_FALSE(host.process().wait(0ms));
+    host.process().write("quit\n");
+    EXPECT_EQ(host.process().wait(), 0);
+}
+
+TEST_F(ServiceHostTest, WritesItsLogToTheFileOrToTheErrorStream) {
+    fake::TemporaryFolder folder;
+    {
+        HostProcess host(bus.address(), {"--log-file", (folder / "host").string(), "--log-level=Trace"});
+        ASSERT_TRUE(host.process().readLine());
+        host.process().write("quit\n");
+        EXPECT_EQ(host.process().wait(), 0);
+        EXPECT_EQ(host.process().errors(), "");
+        std::ifstream file(folder / "host_0.log");
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        EXPECT_THAT(text, AllOf(HasSubstr("UserAgentObjCXPCServer started"), HasSubstr("Listening as")));
+    }
+    const fake::TemporaryFolder empty;
+    HostProcess host(bus.address(), {"--json"}, empty.path());
+    ASSERT_TRUE(host.isReady());
+    host.process().write("quit\n");
+    EXPECT_EQ(host.process().wait(), 0);
+    EXPECT_THAT(host.process().errors(),
+                AllOf(HasSubstr("Listening as"), testing::Not(HasSubstr("[TRACE]"))));
+    EXPECT_TRUE(std::filesystem::is_empty(empty.path())) << "and nothing into the working directory";
+}
+
+TEST_F(ServiceHostTest, TheClientFindsAHostThatIsKilledAndRestartedTwentyTimes) {
+    const auto client = startClient();
+    for (int round = 1; round <= 20; ++round) {
+        HostProcess host(bus.address());
+        ASSERT_TRUE(host.isReady()) << round << host.process().errors();
+        ASSERT_TRUE(WaitFor([&] { return client->connected(); })) << round;
+        // The extractor is registered again: the host's question finds it.
+        ASSERT_TRUE(WaitFor([&] {
+            host.process().write("getURL Safari\n");
+            return host.event("getURL")["url"].GetString() == std::string("url of Safari");
+        })) << round;
+        client->sendURL("https://example.com/" + std::to_string(round), "Safari", round);
+        const auto report = host.event("url");
+        ASSERT_TRUE(report.IsObject());
+        EXPECT_EQ(report["pid"].GetInt(), round);
+        host.process().signal(SIGKILL);
+        EXPECT_EQ(host.process().wait(), -SIGKILL);
+        ASSERT_TRUE(WaitFor(
+            [&] { return log.count("Did interrupt -- reconnecting") == static_cast<unsigned>(round); }));
+        EXPECT_FALSE(client->connected());
+    }
+}
+
+TEST_F(ServiceHostTest, AHostThatDiesWhileACallWaitsMakesTheCallFail) {
+    auto host = std::make_unique<HostProcess>(bus.address());
+    ASSERT_TRUE(host->isReady());
+    host->process().signal(SIGSTOP);
+    RawPeer agent(bus.address());
+    std::thread killer([&] {
+        std::this_thread::sleep_for(50ms);
+        host->process().signal(SIGKILL);
+    });
+    const QDBusMessage answer = agent.call(RawPeer::message(kService, kPath, kService, "Version"));
+    killer.join();
+    EXPECT_EQ(answer.errorName(), "org.freedesktop.DBus.Error.NoReply");
+}
+
+TEST_F(ServiceHostTest, AStoppedHostHoldsUpNoClient) {
+    HostProcess host(bus.address());
+    ASSERT_TRUE(host.isReady());
+    host.process().signal(SIGSTOP);
+    const auto start = std::chrono::steady_clock::now();
+    const auto client = startClient();
+    for (int i = 0; i < 1000; ++i) {
+        client->sendURL("https://example.com/", "Safari", i);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+    host.process().signal(SIGCONT);
+    for (int i = 0; i < 1000; ++i) {
+        const auto report = host.event("url");
+        ASSERT_TRUE(report.IsObject());
+        ASSERT_EQ(report["pid"].GetInt(), i) << "in their order";
+    }
+}
+
+}  // namespace

@@ -1,0 +1,390 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QDBusArgument>
+#include <QDBusObjectPath>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "linux_usercommon/DBusXPCTransport.h"
+#include "linux_usercommon/LinuxDispatch.h"
+#include "support/HurriedDispatch.h"
+#include "support/LogCapture.h"
+#include "support/PrivateBus.h"
+#include "support/RawPeer.h"
+#include "support/WaitFor.h"
+#include "xpccommon/UserAgentObjCXPCClient.h"
+#include "xpccommon/UserAgentXPCClient.h"
+#include "xpccommon/UserAgentXPCServer.h"
+
+// The user agent service over a real bus: its contract with other programs, and both ends together.
+namespace {
+
+using namespace std::chrono_literals;
+using fake::RawPeer;
+using fake::WaitFor;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::SizeIs;
+
+constexpr const char* kService = "com.tessarin.UserAgent";
+constexpr const char* kPath = "/com/tessarin/UserAgent";
+
+// Calls that a raw peer received. Thread-safe.
+class Received {
+ public:
+    struct Call {
+        std::string path, interface, member, signature, sender;
+        QVariantList arguments;
+        bool wantsAnswer;
+    };
+
+    void add(const QDBusMessage& message) {
+        const std::lock_guard lock(mutex_);
+        calls_.push_back({message.path().toStdString(), message.interface().toStdString(),
+                          message.member().toStdString(), message.signature().toStdString(),
+                          message.service().toStdString(), message.arguments(), message.isReplyRequired()});
+    }
+    std::vector<Call> all(const std::string& member) {
+        const std::lock_guard lock(mutex_);
+        std::vector<Call> found;
+        std::copy_if(calls_.begin(), calls_.end(), std::back_inserter(found),
+                     [&](const Call& call) { return call.member == member; });
+        return found;
+    }
+
+ private:
+    std::mutex mutex_;
+    std::vector<Call> calls_;
+};
+
+class UserAgentDBusTest : public testing::Test {
+ protected:
+    static constexpr int kHurry = 30;  // three seconds are a tenth of one
+
+    UserAgentDBusTest() {
+        cmn::DBusXPCOptions options;
+        options.systemBusAddress = bus.address();
+        options.sessionBusAddress = "unix:path=/nonexistent/bus";  // nothing of this travels there
+        options.onListenerEvent = [this](const cmn::DBusListenerEvent&) { ++listenerEvents; };
+        transport = std::make_shared<cmn::DBusXPCTransport>(real, options);
+    }
+    ~UserAgentDBusTest() override {
+        if (HasFailure()) {
+            std::cerr << log.text();
+        }
+        real->stop();
+    }
+
+    std::unique_ptr<cmn::UserAgentXPCServer> startServer() {
+        const int before = listenerEvents;
+        auto server = cmn::CreateUserAgentXPCServer(
+            [this](const std::string& url, const std::string& browser, std::int32_t pid) {
+                const std::lock_guard lock(mutex);
+                reports.push_back(browser + " " + std::to_string(pid) + " " + url);
+            },
+            hurried, transport);
+        EXPECT_TRUE(WaitFor([&] { return listenerEvents > before; }));
+        return server;
+    }
+    std::shared_ptr<cmn::UserAgentObjCXPCClient> startClient(
+        cmn::URLExtractorDelegate delegate = [](const auto& name) { return "url of " + name; }) {
+        auto client = std::make_shared<cmn::UserAgentObjCXPCClient>(std::move(delegate), hurried, transport);
+        client->connect();
+        return client;
+    }
+    // A daemon that answers as the contract says.
+    RawPeer::Handler goodDaemon() {
+        return [this](const QDBusMessage& message, const QDBusConnection& connection) {
+            received.add(message);
+            if (message.member() == QLatin1String("Version")) {
+                connection.send(message.createReply(QStringLiteral("1.0")));
+            } else if (message.member() == QLatin1String("SetURLExtractor")) {
+                connection.send(message.createReply(true));
+            }
+        };
+    }
+    std::vector<std::string> allReports() {
+        const std::lock_guard lock(mutex);
+        return reports;
+    }
+
+    fake::LogCapture log;
+    fake::PrivateBus bus;
+    std::shared_ptr<cmn::LinuxDispatch> real = std::make_shared<cmn::LinuxDispatch>();
+    std::shared_ptr<fake::HurriedDispatch> hurried = std::make_shared<fake::HurriedDispatch>(real, kHurry);
+    std::shared_ptr<cmn::DBusXPCTransport> transport;
+    std::atomic<int> listenerEvents{0};
+    Received received;
+    std::mutex mutex;
+    std::vector<std::string> reports;  // guarded by mutex
+};
+
+TEST_F(UserAgentDBusTest, TheClientSpeaksTheContract) {
+    RawPeer daemon(bus.address(), goodDaemon());
+    ASSERT_TRUE(daemon.own(kService));
+    const auto client = startClient();
+    ASSERT_TRUE(WaitFor([&] { return client->connected() && received.all("SetURLExtractor").size() == 1; }));
+    client->sendURL("https://example.com/\xc3\xa4?q=1", "Google Chrome", -7);
+    ASSERT_TRUE(WaitFor([&] { return received.all("SendURL").size() == 1; }));
+
+    const auto version = received.all("Version").at(0);
+    EXPECT_EQ(version.path, kPath);
+    EXPECT_EQ(version.interface, kService);
+    EXPECT_EQ(version.signature, "");
+    EXPECT_TRUE(version.wantsAnswer);
+
+    const auto extractor = received.all("SetURLExtractor").at(0);
+    EXPECT_EQ(extractor.signature, "o");
+    EXPECT_TRUE(extractor.wantsAnswer);
+    EXPECT_NE(extractor.arguments[0].value<QDBusObjectPath>().path(), "/");
+
+    const auto report = received.all("SendURL").at(0);
+    EXPECT_EQ(report.path, kPath);
+    EXPECT_EQ(report.interface, kService);
+    EXPECT_EQ(report.signature, "ssi");
+    EXPECT_FALSE(report.wantsAnswer);
+    EXPECT_EQ(report.arguments, (QVariantList{QStringLiteral("https://example.com/ä?q=1"),
+                                              QStringLiteral("Google Chrome"), -7}));
+}
+
+TEST_F(UserAgentDBusTest, TheExtractorSpeaksTheContract) {
+    RawPeer daemon(bus.address(), goodDaemon());
+    ASSERT_TRUE(daemon.own(kService));
+    const auto client = startClient();
+    ASSERT_TRUE(WaitFor([&] { return received.all("SetURLExtractor").size() == 1; }));
+    const auto extractor = received.all("SetURLExtractor").at(0);
+    const std::string path = extractor.arguments[0].value<QDBusObjectPath>().path().toStdString();
+    const auto ask = [&](const char* interface, const char* member, const QVariantList& arguments) {
+        return daemon.call(RawPeer::message(extractor.sender, path, interface, member, arguments));
+    };
+    const QDBusMessage answer = ask("com.tessarin.URLExtractor", "GetURL", {QStringLiteral("Safari")});
+    EXPECT_EQ(answer.signature(), "s");
+    EXPECT_EQ(answer.arguments(), QVariantList{QStringLiteral("url of Safari")});
+    EXPECT_EQ(ask("com.tessarin.URLExtractor", "GetURL", {5}).errorName(),
+              "org.freedesktop.DBus.Error.InvalidArgs");
+    EXPECT_EQ(ask("com.tessarin.URLExtractor", "Other", {}).errorName(),
+              "org.freedesktop.DBus.Error.UnknownMethod");
+    EXPECT_THAT(
+        ask("org.freedesktop.DBus.Introspectable", "Introspect", {}).arguments()[0].toString().toStdString(),
+        HasSubstr("com.tessarin.URLExtractor"));
+}
+
+TEST_F(UserAgentDBusTest, TheServerSpeaksTheContract) {
+    const auto server = startServer();
+    std::atomic<int> asked{0};
+    RawPeer agent(bus.address(), [&](const QDBusMessage& message, const QDBusConnection& connection) {
+        ++asked;
+        received.add(message);
+        connection.send(message.createReply(QStringLiteral("http://here/")));
+    });
+    const QDBusMessage version = agent.call(RawPeer::message(kService, kPath, kService, "Version"));
+    EXPECT_EQ(version.signature(), "s");
+    EXPECT_EQ(version.arguments(), QVariantList{QStringLiteral("1.0")});
+    const QDBusMessage set =
+        agent.call(RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+                                    {QVariant::fromValue(QDBusObjectPath("/my/extractor"))}));
+    EXPECT_EQ(set.signature(), "b");
+    EXPECT_EQ(set.arguments(), QVariantList{true});
+    agent.send(RawPeer::message(kService, kPath, kService, "SendURL",
+                                {QStringLiteral("http://a/"), QStringLiteral("Firefox"), 3}));
+    EXPECT_TRUE(WaitFor([&] { return allReports() == std::vector<std::string>{"Firefox 3 http://a/"}; }));
+
+    EXPECT_EQ(server->getURL("Safari"), "http://here/");
+    const auto question = received.all("GetURL").at(0);
+    EXPECT_EQ(question.path, "/my/extractor");
+    EXPECT_EQ(question.interface, "com.tessarin.URLExtractor");
+    EXPECT_EQ(question.signature, "s");
+    EXPECT_EQ(question.arguments, QVariantList{QStringLiteral("Safari")});
+}
+
+TEST_F(UserAgentDBusTest, AReportThatAsksForAnAnswerAllTheSameGetsAnEmptyOne) {
+    const auto server = startServer();
+    RawPeer agent(bus.address());
+    const QDBusMessage answer = agent.call(RawPeer::message(kService, kPath, kService, "SendURL",
+                                                            {QStringLiteral("u"), QStringLiteral("b"), 1}));
+    EXPECT_EQ(answer.type(), QDBusMessage::ReplyMessage);
+    EXPECT_THAT(answer.arguments(), testing::IsEmpty());
+}
+
+TEST_F(UserAgentDBusTest, AnExtractorAtTheRootPathStandsForNone) {
+    const auto server = startServer();
+    RawPeer agent(bus.address(),
+                  [&](const QDBusMessage& message, const QDBusConnection&) { received.add(message); });
+    const auto set = [&](const char* path) {
+        return agent.call(
+            RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+                             {QVariant::fromValue(QDBusObjectPath(QString::fromLatin1(path)))}));
+    };
+    EXPECT_EQ(set("/my/extractor").arguments(), QVariantList{true});
+    EXPECT_EQ(set("/").arguments(), QVariantList{true});
+    EXPECT_EQ(server->getURL("Safari"), "");
+    EXPECT_THAT(received.all("GetURL"), SizeIs(0));
+}
+
+TEST_F(UserAgentDBusTest, BothEndsExchangeReportsAndQuestions) {
+    const auto server = startServer();
+    const auto client = startClient();
+    ASSERT_TRUE(WaitFor([&] { return client->connected() && log.count("URLExtractor has been set") == 1; }));
+    for (int i = 0; i < 100; ++i) {
+        client->sendURL("https://example.com/" + std::to_string(i), "Safari", i);
+    }
+    ASSERT_TRUE(WaitFor([&] { return allReports().size() == 100; }));
+    EXPECT_EQ(allReports()[99], "Safari 99 https://example.com/99");
+    EXPECT_EQ(server->getURL("Google Chrome (Beta)"), "url of Google Chrome");
+    EXPECT_EQ(server->getURL("Firefox"), "");
+}
+
+TEST_F(UserAgentDBusTest, TheDelegateIsAskedOffTheMainThread) {
+    const auto server = startServer();
+    std::atomic<bool> onMain{true};
+    const auto client = startClient([&, main = std::this_thread::get_id()](const std::string&) {
+        onMain = std::this_thread::get_id() == main;
+        return std::string("u");
+    });
+    ASSERT_TRUE(WaitFor([&] { return log.count("URLExtractor has been set") == 1; }));
+    EXPECT_EQ(server->getURL("Safari"), "u");
+    EXPECT_FALSE(onMain);
+}
+
+TEST_F(UserAgentDBusTest, AnExtractorThatDoesNotAnswerInTimeGivesTheEmptyURL) {
+    const auto server = startServer();
+    std::atomic<bool> release{false};
+    const auto client = startClient([&](const std::string&) {
+        EXPECT_TRUE(WaitFor([&] { return release.load(); }));
+        return std::string("too late");
+    });
+    ASSERT_TRUE(WaitFor([&] { return log.count("URLExtractor has been set") == 1; }));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(server->getURL("Safari"), "");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 3s / kHurry);
+    release = true;
+    EXPECT_TRUE(WaitFor([&] { return server->getURL("Safari") == "too late"; })) << "the connection lives on";
+}
+
+TEST_F(UserAgentDBusTest, AnExtractorThatAnswersWronglyGivesTheEmptyURL) {
+    const auto server = startServer();
+    QVariantList answer{5};
+    RawPeer agent(bus.address(), [&](const QDBusMessage& message, const QDBusConnection& connection) {
+        connection.send(message.createReply(answer));
+    });
+    agent.call(RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+                                {QVariant::fromValue(QDBusObjectPath("/my/extractor"))}));
+    EXPECT_EQ(server->getURL("Safari"), "");
+    EXPECT_EQ(log.count("GetURL -- failed"), 1U);
+}
+
+TEST_F(UserAgentDBusTest, AnExtractorWhoseAgentIsGoneGivesTheEmptyURL) {
+    const auto server = startServer();
+    {
+        RawPeer agent(bus.address());
+        agent.call(RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+                                    {QVariant::fromValue(QDBusObjectPath("/my/extractor"))}));
+    }
+    EXPECT_EQ(server->getURL("Safari"), "");
+    EXPECT_TRUE(WaitFor([&] { return log.count("Connection has been invalidated") == 1; }));
+    EXPECT_EQ(server->getURL("Safari"), "");
+}
+
+TEST_F(UserAgentDBusTest, ADelegateThatThrowsIsAnErrorForTheDaemonNotASilence) {
+    RawPeer daemon(bus.address(), goodDaemon());
+    ASSERT_TRUE(daemon.own(kService));
+    const auto client =
+        startClient([](const std::string&) -> std::string { throw std::runtime_error("no idea"); });
+    ASSERT_TRUE(WaitFor([&] { return received.all("SetURLExtractor").size() == 1; }));
+    const auto extractor = received.all("SetURLExtractor").at(0);
+    const QDBusMessage answer = daemon.call(RawPeer::message(
+        extractor.sender, extractor.arguments[0].value<QDBusObjectPath>().path().toStdString(),
+        "com.tessarin.URLExtractor", "GetURL", {QStringLiteral("Safari")}));
+    EXPECT_EQ(answer.errorName(), "org.freedesktop.DBus.Error.Failed");
+    EXPECT_THAT(answer.errorMessage().toStdString(), HasSubstr("not answered"));
+}
+
+TEST_F(UserAgentDBusTest, AnInterruptedClientComesBackAndRegistersANewExtractor) {
+    auto server = startServer();
+    const auto client = startClient();
+    ASSERT_TRUE(WaitFor([&] { return client->connected() && log.count("URLExtractor has been set") == 1; }));
+    server->stop();
+    ASSERT_TRUE(WaitFor([&] { return log.count("Did interrupt -- reconnecting") == 1; }));
+    EXPECT_FALSE(client->connected());
+    server = startServer();
+    ASSERT_TRUE(WaitFor([&] { return client->connected() && log.count("URLExtractor has been set") == 2; }));
+    EXPECT_EQ(server->getURL("Safari"), "url of Safari");
+    client->sendURL("https://example.com/", "Safari", 1);
+    EXPECT_TRUE(WaitFor([&] { return allReports().size() == 1; }));
+}
+
+TEST_F(UserAgentDBusTest, AClientFindsADaemonThatComesLater) {
+    const auto client = startClient();
+    ASSERT_TRUE(WaitFor([&] { return log.count("Did invalidate -- reconnecting") >= 3; }));
+    client->sendURL("https://example.com/lost", "Safari", 1);
+    EXPECT_TRUE(WaitFor([&] { return log.count("Failed to get remote object -- %s") == 1; }));
+    const auto server = startServer();
+    ASSERT_TRUE(WaitFor([&] { return client->connected(); }));
+    client->sendURL("https://example.com/found", "Safari", 1);
+    EXPECT_TRUE(WaitFor([&] { return allReports().size() == 1; }));
+    EXPECT_THAT(allReports(), ElementsAre("Safari 1 https://example.com/found"));
+}
+
+TEST_F(UserAgentDBusTest, AClientSurvivesTheLossOfTheBus) {
+    auto server = startServer();
+    const auto client = startClient();
+    ASSERT_TRUE(WaitFor([&] { return client->connected(); }));
+    bus.kill();
+    ASSERT_TRUE(WaitFor([&] { return log.count("Did invalidate -- reconnecting") >= 2; }));
+    bus.start();
+    server = startServer();
+    ASSERT_TRUE(WaitFor([&] { return client->connected() && server->getURL("Safari") == "url of Safari"; }));
+}
+
+TEST_F(UserAgentDBusTest, ADaemonThatAnswersTheVersionWronglyIsWarnedAbout) {
+    RawPeer daemon(bus.address(), [](const QDBusMessage& message, const QDBusConnection& connection) {
+        connection.send(message.createReply(QVariantList{1.0}));
+    });
+    ASSERT_TRUE(daemon.own(kService));
+    const auto client = startClient();
+    EXPECT_TRUE(WaitFor([&] {
+        return log.count("Remote object proxy error --  com.tessarin.UserAgent") == 1 &&
+               log.count("Failed to get remote object -- com.tessarin.UserAgent") == 1;
+    }));
+    EXPECT_FALSE(client->connected());
+}
+
+TEST_F(UserAgentDBusTest, ADaemonThatNeverAnswersStillGetsReports) {
+    RawPeer daemon(bus.address(),
+                   [&](const QDBusMessage& message, const QDBusConnection&) { received.add(message); });
+    ASSERT_TRUE(daemon.own(kService));
+    const auto client = startClient();
+    client->sendURL("https://example.com/", "Safari", 1);
+    ASSERT_TRUE(WaitFor([&] { return received.all("SendURL").size() == 1; }));
+    EXPECT_FALSE(client->connected());
+}
+
+TEST_F(UserAgentDBusTest, ReportsNeverWaitWhateverTheStateOfTheDaemon) {
+    const auto start = std::chrono::steady_clock::now();
+    const auto client = startClient();  // nobody there yet
+    for (int i = 0; i < 1000; ++i) {
+        client->sendURL("https://example.com/", "Safari", i);
+    }
+    bus.freeze();
+    const auto frozen = startClient();
+    for (int i = 0; i < 1000; ++i) {
+        client->sendURL("https://example.com/", "Safari", i);
+        frozen->sendURL("https://example.com/", "Safari", i);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+    bus.thaw();
+}
+
+TEST_F(UserAgentDBusTest, ADroppedAgentLeavesTheBus) {
+    const auto server = startServer();
+    {
+        const cmn::UserAgentXPCClient agent([](const std::string&) { return std::string(); }, hurried,
+                                            transport);
+        ASSERT_TRUE(WaitFor([&] { return log.count("URLExtractor has been set") == 1; }));
+    }
+    EXPECT_TRUE(WaitFor([&] { return log.count("Connection has been invalidated") == 1; }));
+}
+
+}  // namespace

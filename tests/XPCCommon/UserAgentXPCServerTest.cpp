@@ -1,0 +1,275 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <vector>
+
+#include "support/FakeDispatch.h"
+#include "support/FakeXPCTransport.h"
+#include "support/LogCapture.h"
+#include "xpccommon/UserAgentXPCServer.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+// The agent's extractor as the daemon reaches it.
+class ScriptedExtractor : public cmn::URLExtractor {
+ public:
+    void getURL(const std::string& browser, std::function<void(const std::string&)> reply) override {
+        asked.push_back(browser);
+        if (failure) {
+            throw std::runtime_error("extractor failed");
+        }
+        if (answers) {
+            reply("url of " + browser);
+        } else {
+            replies.push_back(std::move(reply));
+        }
+    }
+
+    bool answers = true;
+    bool failure = false;
+    std::vector<std::string> asked;
+    std::vector<std::function<void(const std::string&)>> replies;
+};
+
+struct Report {
+    std::string url, browser;
+    std::int32_t pid;
+    bool operator==(const Report&) const = default;
+};
+
+class UserAgentXPCServerTest : public testing::Test {
+ protected:
+    void TearDown() override { dispatch->close(); }
+
+    std::unique_ptr<cmn::UserAgentXPCServer> makeServer() {
+        return cmn::CreateUserAgentXPCServer(
+            [this](const std::string& url, const std::string& browser, std::int32_t pid) {
+                reports.push_back({url, browser, pid});
+            },
+            dispatch, transport);
+    }
+    // A new peer's view of the service.
+    std::shared_ptr<cmn::UserAgentProtocol> connect() {
+        connection = transport->lastListener()->connectPeer();
+        return connection ? std::dynamic_pointer_cast<cmn::UserAgentProtocol>(connection->exportedObject())
+                          : nullptr;
+    }
+
+    fake::LogCapture log;
+    std::shared_ptr<fake::Dispatch> dispatch = std::make_shared<fake::Dispatch>();
+    std::shared_ptr<fake::XPCTransport> transport = std::make_shared<fake::XPCTransport>();
+    std::shared_ptr<fake::XPCConnection> connection;
+    std::shared_ptr<ScriptedExtractor> extractor = std::make_shared<ScriptedExtractor>();
+    std::vector<Report> reports;
+};
+
+TEST_F(UserAgentXPCServerTest, ListensUnderTheUserAgentsNameFromItsConstruction) {
+    const auto server = makeServer();
+    EXPECT_EQ(transport->lastListener()->machServiceName, "com.tessarin.UserAgent");
+    EXPECT_TRUE(transport->lastListener()->resumed);
+    EXPECT_THAT(log.lines(),
+                ElementsAre(AllOf(StartsWith("[TRACE]"), EndsWith(" -- UserAgentObjCXPCServer started"))));
+}
+
+TEST_F(UserAgentXPCServerTest, StopEndsTheListening) {
+    const auto server = makeServer();
+    const auto listener = transport->lastListener();
+    server->stop();
+    EXPECT_TRUE(listener->invalidated);
+    EXPECT_EQ(transport->lastListener(), listener);
+}
+
+TEST_F(UserAgentXPCServerTest, ItsEndIsTheEndOfTheListening) {
+    auto server = makeServer();
+    const auto listener = transport->lastListener();
+    server.reset();
+    EXPECT_TRUE(listener->invalidated);
+}
+
+TEST_F(UserAgentXPCServerTest, AcceptsEveryConnectionAndLogsBeforeAndAfter) {
+    const auto server = makeServer();
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_NE(connect(), nullptr);
+        EXPECT_TRUE(connection->resumed());
+        EXPECT_TRUE(connection->hasHandlers());
+    }
+    const auto lines = log.linesWith("ew connection");
+    ASSERT_EQ(lines.size(), 6u);
+    EXPECT_THAT(lines[0], AllOf(StartsWith("[ INFO]"), EndsWith(" -- Accepting new connection")));
+    EXPECT_THAT(lines[1], AllOf(StartsWith("[ INFO]"), EndsWith(" -- New connection accepted")));
+}
+
+TEST_F(UserAgentXPCServerTest, LogsTheInvalidationOfAConnection) {
+    const auto server = makeServer();
+    connect();
+    connection->sendInvalidation();
+    const auto lines = log.linesWith("nvalidate");
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_THAT(lines[0], AllOf(StartsWith("[ WARN]"), EndsWith(" -- Did invalidate")));
+    EXPECT_THAT(lines[1], AllOf(StartsWith("[ WARN]"), EndsWith(" -- Connection has been invalidated")));
+}
+
+TEST_F(UserAgentXPCServerTest, LogsTheInterruptionOfAConnection) {
+    const auto server = makeServer();
+    connect();
+    connection->sendInterruption();
+    const auto lines = log.linesWith("nterrupt");
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_THAT(lines[0], AllOf(StartsWith("[ WARN]"), EndsWith(" -- Did interrupt")));
+    EXPECT_THAT(lines[1], AllOf(StartsWith("[ WARN]"), EndsWith(" -- Connection has been interrupted")));
+}
+
+TEST_F(UserAgentXPCServerTest, TheHandlersOfAConnectionHoldTheServerWeakly) {
+    const auto server =
+        std::make_shared<cmn::UserAgentObjCXPCServer>(cmn::URLReceivedBlock(), dispatch, transport);
+    const auto peer = std::make_shared<fake::XPCConnection>("", cmn::XPCConnectionOptions::none, nullptr);
+    const long before = server.use_count();
+    server->shouldAcceptNewConnection(peer);
+    EXPECT_EQ(server.use_count(), before + 1) << "only the exported object";
+}
+
+TEST_F(UserAgentXPCServerTest, AnswersVersionWith10) {
+    const auto server = makeServer();
+    std::string version;
+    connect()->version([&](const std::string& answer) { version = answer; });
+    EXPECT_EQ(version, "1.0");
+}
+
+TEST_F(UserAgentXPCServerTest, AnswersYesToAnExtractorAndLogsIt) {
+    const auto server = makeServer();
+    bool answer = false;
+    connect()->setURLExtractor(extractor, [&](bool accepted) { answer = accepted; });
+    EXPECT_TRUE(answer);
+    EXPECT_THAT(log.linesWith("URLExtractor"),
+                testing::Contains(AllOf(StartsWith("[ INFO]"), EndsWith(" -- URLExtractor has been set"))));
+}
+
+TEST_F(UserAgentXPCServerTest, HandsReportsToItsCallback) {
+    const auto server = makeServer();
+    connect()->sendURL("https://example.com/", "Google Chrome", 77);
+    EXPECT_THAT(reports, ElementsAre(Report{"https://example.com/", "Google Chrome", 77}));
+}
+
+TEST_F(UserAgentXPCServerTest, AReportWithoutACallbackIsDropped) {
+    const auto server = cmn::CreateUserAgentXPCServer(nullptr, dispatch, transport);
+    connect()->sendURL("https://example.com/", "Google Chrome", 77);
+    const auto plain =
+        std::make_shared<cmn::UserAgentObjCXPCServer>(cmn::URLReceivedBlock(), dispatch, transport);
+    plain->sendURL("u", "b", 1);
+}
+
+TEST_F(UserAgentXPCServerTest, NoReportArrivesAfterItsEnd) {
+    auto server = makeServer();
+    const auto service = connect();
+    server.reset();
+    service->sendURL("https://example.com/", "Google Chrome", 77);
+    EXPECT_THAT(reports, IsEmpty());
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLWithoutAnExtractorIsEmptyAtOnce) {
+    const auto server = makeServer();
+    EXPECT_EQ(server->getURL("Safari"), "");
+    EXPECT_EQ(dispatch->now(), 0ns);
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLReturnsWhatTheExtractorAnswers) {
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    EXPECT_EQ(server->getURL("Safari"), "url of Safari");
+    EXPECT_THAT(log.linesWith("getUrl"),
+                ElementsAre(AllOf(StartsWith("[TRACE]"), EndsWith(" -- call getUrl for browser: 'Safari'"))));
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLAsksForTheListedBrowserThatTheTextContains) {
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    EXPECT_EQ(server->getURL("The Google Chrome Helper (Renderer)"), "url of Google Chrome");
+    EXPECT_THAT(extractor->asked, ElementsAre("Google Chrome"));
+    EXPECT_EQ(log.count("call getUrl for browser: 'The Google Chrome Helper (Renderer)'"), 1u);
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLTakesTheFirstEntryOfItsListNotOfTheText) {
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    server->getURL("Safari and Google Chrome");
+    EXPECT_THAT(extractor->asked, ElementsAre("Google Chrome"));
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLComparesCaseSensitively) {
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    EXPECT_EQ(server->getURL("safari"), "");
+    EXPECT_EQ(server->getURL("google chrome"), "");
+    EXPECT_EQ(server->getURL(""), "");
+    EXPECT_THAT(extractor->asked, IsEmpty());
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLForFirefoxIsEmptyWithoutAsking) {
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    EXPECT_EQ(server->getURL("Firefox"), "");
+    EXPECT_THAT(extractor->asked, IsEmpty());
+    EXPECT_THAT(log.linesWith("getUrl"),
+                ElementsAre(AllOf(StartsWith("[TRACE]"),
+                                  EndsWith(" -- getUrl called for browser: 'Firefox' -- failed."))));
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLWaitsThreeSecondsThenReturnsTheEmptyURL) {
+    extractor->answers = false;
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    EXPECT_EQ(server->getURL("Safari"), "");
+    EXPECT_EQ(dispatch->now(), 3s);
+    ASSERT_EQ(extractor->replies.size(), 1u);
+    extractor->replies[0]("too late");  // nobody reads it
+    EXPECT_EQ(server->getURL("Firefox"), "");
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLTakesAnAnswerWithinTheThreeSeconds) {
+    extractor->answers = false;
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    dispatch->after(3s - 1ns, cmn::QueuePriority::normal, [&] { extractor->replies.at(0)("just in time"); });
+    EXPECT_EQ(server->getURL("Safari"), "just in time");
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLAsksTheExtractorThatWasSetLast) {
+    const auto server = makeServer();
+    const auto second = std::make_shared<ScriptedExtractor>();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    connect()->setURLExtractor(second, [](bool) {});
+    server->getURL("Safari");
+    EXPECT_THAT(extractor->asked, IsEmpty());
+    EXPECT_THAT(second->asked, ElementsAre("Safari"));
+    EXPECT_EQ(extractor.use_count(), 1) << "the earlier one is let go";
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLAfterAnExtractorOfNothingIsEmptyAtOnce) {
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    connect()->setURLExtractor(nullptr, [](bool) {});
+    EXPECT_EQ(server->getURL("Safari"), "");
+    EXPECT_THAT(extractor->asked, IsEmpty());
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLLogsAStandardExceptionAndIsEmpty) {
+    extractor->failure = true;
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    EXPECT_EQ(server->getURL("Safari"), "");
+    EXPECT_THAT(
+        log.linesWith("Exception"),
+        ElementsAre(AllOf(StartsWith("[DEBUG]"),
+                          EndsWith(" -- getUrl for browser:Exception 'extractor failed' -- failed."))));
+}
+
+}  // namespace

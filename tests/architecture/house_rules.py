@@ -1,0 +1,111 @@
+"""The rules of the source tree, as functions from texts to findings. A finding is a sentence for the developer."""
+
+import re
+from pathlib import Path
+from typing import Iterable, Iterator
+
+PROJECT = Path(__file__).resolve().parents[2]
+
+# Lowest first: a room may include its own headers and those of the rooms before it.
+ROOMS = {"Common": "common", "UserCommon": "usercommon", "XPCCommon": "xpccommon", "TessarinUserAgent": "useragent"}
+LIBRARIES = ("fmt", "boost", "rapidjson")
+STANDARD_HEADERS = frozenset("""
+    algorithm any array atomic bit bitset cassert cctype cerrno cfloat charconv chrono cinttypes climits clocale cmath
+    codecvt compare complex concepts condition_variable csetjmp csignal cstdarg cstddef cstdint cstdio cstdlib cstring
+    ctime cwchar cwctype deque exception execution filesystem format forward_list fstream functional future
+    initializer_list iomanip ios iosfwd iostream istream iterator latch limits list locale map memory memory_resource
+    mutex new numbers numeric optional ostream queue random ranges ratio regex scoped_allocator semaphore set
+    shared_mutex source_location span sstream stack stdexcept stop_token streambuf string string_view strstream
+    syncstream system_error thread tuple type_traits typeindex typeinfo unordered_map unordered_set utility valarray
+    variant vector version
+    """.split())
+
+_PLATFORM_MACRO = re.compile(r"__APPLE__|__MACH__|__OBJC__|__linux|\blinux\b|__unix|\bunix\b|_WIN32|_WIN64|__ANDROID__|"
+                             r"__FreeBSD__|TARGET_OS_|QT_VERSION|_POSIX|__has_include")
+_PLATFORM_TYPE = re.compile(
+    r"\b(Q[A-Z][A-Za-z]+|xcb_\w+|NS[A-Z][A-Za-z]+|CF[A-Z][A-Za-z]*Ref|AXUIElementRef|AXObserverRef|"
+    r"dispatch_\w+_t|xpc_\w+_t|GError|GVariant|Atspi[A-Z]\w+|DBus[A-Z]\w+|"
+    r"pid_t|uid_t|gid_t|mode_t|off_t|ssize_t|dev_t|ino_t|pthread_\w+|sigaction|struct\s+stat)\b")
+_COMMENT_OR_TEXT = re.compile(r'//[^\n]*|/\*.*?\*/|R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"', re.DOTALL)
+
+
+def portable_files() -> list[Path]:
+    """Every source that must not know a platform."""
+    return sorted(path for path in (PROJECT / "common").rglob("*") if path.suffix in (".h", ".cpp")
+                  and not {"impl_linux", "impl_mac"} & set(path.relative_to(PROJECT).parts))
+
+
+def without_comments(text: str, *, keep_texts: bool) -> str:
+    """Same lines; comments, and if asked texts in quotes, emptied."""
+    def blank(match: "re.Match[str]") -> str:
+        found = match.group()
+        if keep_texts and not found.startswith("/"):
+            return found
+        return ("" if found.startswith("/") else '""') + "\n" * found.count("\n")
+
+    return _COMMENT_OR_TEXT.sub(blank, text)
+
+
+def platform_findings(room: str, text: str) -> Iterator[str]:
+    """What makes `text`, a source of the portable half of `room`, depend on a platform or on a higher room."""
+    allowed_rooms = list(ROOMS.values())[:list(ROOMS).index(room) + 1]
+    for number, line in enumerate(without_comments(text, keep_texts=True).split("\n"), 1):
+        include = re.match(r'\s*#\s*include\s*([<"])([^>"]+)[>"]', line)
+        if include:
+            header = include.group(2)
+            first, slash, _ = header.partition("/")
+            if include.group(1) == "<":
+                if header not in STANDARD_HEADERS and not (slash and first in LIBRARIES):
+                    yield f"{number}: includes <{header}>, which is neither standard C++ nor a portable library"
+            elif slash and first not in allowed_rooms:
+                yield f'{number}: includes "{header}", which {room} may not know'
+        elif re.match(r"\s*#\s*(if|ifdef|ifndef|elif|elifdef)\b", line) and _PLATFORM_MACRO.search(line):
+            yield f"{number}: asks for the platform: {line.strip()}"
+        elif re.match(r"\s*#\s*import\b", line):
+            yield f"{number}: imports: {line.strip()}"
+    for number, line in enumerate(without_comments(text, keep_texts=False).split("\n"), 1):
+        for match in _PLATFORM_TYPE.finditer(line):
+            yield f"{number}: uses the platform's {match.group()}"
+
+
+def unregistered_tests(tests: Path) -> Iterator[str]:
+    """Test sources under `tests` that no CMakeLists.txt of their own folder (or the one above) names."""
+    for path in test_sources(tests):
+        lists = [folder / "CMakeLists.txt" for folder in (path.parent, path.parent.parent)]
+        texts = "".join(re.sub(r"#[^\n]*", "", one.read_text()) for one in lists if one.is_file())
+        if not re.search(rf"(?<![\w.-]){re.escape(path.stem)}(\.(cpp|py))?(?![\w.-])", texts):
+            yield f"{path.relative_to(tests)} is not registered in a CMakeLists.txt"
+
+
+def empty_tests(tests: Path) -> Iterator[str]:
+    """Test sources that contain no test."""
+    for path in test_sources(tests):
+        pattern = r"^\s*def test_" if path.suffix == ".py" else r"^\s*(TEST|TEST_F|TEST_P|TYPED_TEST)\("
+        if not re.search(pattern, path.read_text(), re.MULTILINE):
+            yield f"{path.relative_to(tests)} contains no test"
+
+
+_WARNING = re.compile(r'\bTLOG_(?:WARN|ERROR)\(\s*((?:"(?:\\.|[^"\\])*"\s*)+)')
+
+
+def warnings_of(text: str) -> Iterator[str]:
+    """The texts of all log lines of warning or error level in a source, as far as they are written at the call."""
+    for match in _WARNING.finditer(text):
+        yield "".join(re.findall(r'"((?:\\.|[^"\\])*)"', match.group(1)))
+
+
+def unexplained_warnings(text: str, manual: str) -> Iterator[str]:
+    """Log lines whose longest constant piece does not stand in the operations manual."""
+    for warning in warnings_of(text):
+        piece = max(re.split(r"\{[^}]*\}", warning), key=len).strip()
+        if len(piece) > 4 and piece not in manual:
+            yield f"docs/operations.md does not explain '{warning}'"
+
+
+def test_sources(tests: Path) -> list[Path]:
+    return sorted(path for path in tests.rglob("*")
+                  if re.fullmatch(r"\w+Test\.cpp|test_\w+\.py", path.name))
+
+
+def joined(findings: Iterable[str]) -> str:
+    return "\n".join(findings)

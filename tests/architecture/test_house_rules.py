@@ -1,0 +1,138 @@
+"""The source tree keeps its rules, and the checks of the rules notice when it does not."""
+
+import json
+import re
+import sys
+import tempfile
+import unittest
+import xml.etree.ElementTree
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+
+from house_rules import (PROJECT, ROOMS, empty_tests, joined, platform_findings, portable_files, test_sources,
+                         unexplained_warnings, unregistered_tests, warnings_of)
+
+
+class PortableCode(unittest.TestCase):
+    def test_knows_no_platform_and_no_higher_room(self) -> None:
+        findings = []
+        checked = dict.fromkeys(ROOMS, 0)
+        for path in portable_files():
+            name = path.relative_to(PROJECT)
+            room = name.parts[1]
+            checked[room] += 1
+            findings += [f"{name}:{finding}" for finding in platform_findings(room, path.read_text())]
+        self.assertFalse(findings != [], "\n" + joined(findings))
+        for room, count in checked.items():
+            self.assertGreater(count, 0, f"nothing was checked in common/{room}")
+
+
+class CheckOfPortableCode(unittest.TestCase):
+    def findings(self, text: str, room: str = "XPCCommon") -> list[str]:
+        return list(platform_findings(room, text))
+
+    def test_notices_platform_conditions(self) -> None:
+        for line in ("#ifdef __APPLE__", "#if defined(__linux__)", "#  elif defined(_WIN32)", "#if __has_include(<x>)"):
+            self.assertTrue(self.findings(line), line)
+
+    def test_notices_platform_headers(self) -> None:
+        for line in ("#include <unistd.h>", "#include <QString>", "#include <xcb/xcb.h>", "#import <AppKit/AppKit.h>",
+                     "#include <sys/stat.h>"):
+            self.assertTrue(self.findings(line), line)
+
+    def test_notices_platform_types(self) -> None:
+        for line in ("QString name;", "pid_t pid = 0;", "xcb_window_t window;", "NSString* text;", "CFStringRef text;"):
+            self.assertTrue(self.findings(line), line)
+
+    def test_notices_headers_of_higher_rooms_and_of_platform_ends(self) -> None:
+        for header in ("useragent/Agent.h", "linux_usercommon/DBusConnection.h", "macos/X.h"):
+            self.assertTrue(self.findings(f'#include "{header}"'), header)
+
+    def test_accepts_portable_code(self) -> None:
+        text = ('#pragma once\n#include <string>\n#include <fmt/format.h>\n#include <boost/uuid/uuid.hpp>\n'
+                '#include "usercommon/XPCClient.h"\n#include "common/log.h"\n'
+                '// On Linux a QString, pid_t; #include <QString>\n/* NSString */ const char* a = "NSString pid_t";\n'
+                '#if FMT_VERSION >= 100000\n#endif\nstd::int32_t pid;\nclass XPCConnection; class Queue;\n')
+        self.assertEqual(self.findings(text), [])
+
+    def test_counts_lines_across_block_comments(self) -> None:
+        self.assertEqual(self.findings("/* one\ntwo */\nQString s;")[0].split(":")[0], "3")
+
+
+class Tests(unittest.TestCase):
+    def test_are_all_registered(self) -> None:
+        self.assertGreater(len(test_sources(PROJECT / "tests")), 5, "hardly any test was found")
+        findings = list(unregistered_tests(PROJECT / "tests"))
+        self.assertFalse(findings != [], "\n" + joined(findings))
+
+    def test_all_contain_tests(self) -> None:
+        findings = list(empty_tests(PROJECT / "tests"))
+        self.assertFalse(findings != [], "\n" + joined(findings))
+
+    def test_that_are_forgotten_or_empty_are_noticed(self) -> None:
+        with tempfile.TemporaryDirectory() as folder:
+            room = Path(folder) / "Room"
+            room.mkdir()
+            (room / "CMakeLists.txt").write_text("add_test(KnownTest.cpp)\n# OtherTest.cpp\n")
+            (room / "KnownTest.cpp").write_text("TEST(Known, Works) {}\n")
+            (room / "OtherTest.cpp").write_text("// TEST later\n")
+            (room / "test_more.py").write_text("def test_it(self): pass\n")
+            self.assertEqual([finding.split()[0] for finding in unregistered_tests(Path(folder))],
+                             ["Room/OtherTest.cpp", "Room/test_more.py"])
+            self.assertEqual([finding.split()[0] for finding in empty_tests(Path(folder))], ["Room/OtherTest.cpp"])
+
+
+class Operations(unittest.TestCase):
+    def test_every_line_of_warning_or_error_level_is_explained(self) -> None:
+        manual = (PROJECT / "docs/operations.md").read_text()
+        sources = [path for folder in ("common", "linux") for path in sorted((PROJECT / folder).rglob("*.cpp"))]
+        texts = [path.read_text() for path in sources]
+        self.assertGreater(sum(len(list(warnings_of(text))) for text in texts), 20, "hardly any line was found")
+        findings = [finding for text in texts for finding in unexplained_warnings(text, manual)]
+        self.assertFalse(findings != [], "\n" + joined(findings))
+
+    def test_a_line_that_is_not_explained_is_noticed(self) -> None:
+        source = 'TLOG_WARN("The {} is "\n "on fire", thing); TLOG_INFO("fine today"); TLOG_ERROR("known -- {}", x);'
+        self.assertEqual(list(unexplained_warnings(source, "| `known -- …` |")),
+                         ["docs/operations.md does not explain 'The {} is on fire'"])
+
+
+class Packaging(unittest.TestCase):
+    def test_settings_template_states_the_version_and_the_agent(self) -> None:
+        version = re.search(r"TESSARIN_VERSION ([\d.]+)", (PROJECT / "cmake/version.cmake").read_text())
+        assert version
+        settings = json.loads((PROJECT / "packaging/settings.json").read_text())
+        self.assertEqual([(product["Name"], product["Version"], product["NativeName"])
+                          for product in settings["Products"]],
+                         [("Agent", version.group(1), "TessarinUserAgent")])
+
+    def test_settings_template_has_every_variable_that_instancing_fills(self) -> None:
+        text = (PROJECT / "packaging/settings.json").read_text()
+        self.assertEqual(set(re.findall(r"\$\{\w+\}", text)),
+                         {"${INST_KEY}", "${DEV_UUID}", "${INST_PATH}", "${SCAN_ROOT}"})
+
+    def test_settings_template_has_every_key_the_program_writes(self) -> None:
+        settings = json.loads((PROJECT / "packaging/settings.json").read_text())
+        record = (PROJECT / "common/Common/include/common/proto_settings.h").read_text()
+        declared = set(re.findall(r"\b([A-Z]\w+)(?: = \w+| = \{\}|\{\w*\})?;", record))
+        self.assertLessEqual({*settings, *settings["Products"][0]}, declared)
+        not_written = {"DeviceName", "DeviceId", "DisabledFolders", "IsExtensionMenuAvailable", "LastFsStateTag",
+                       "IsExtensionIconsAvailable", "AgentIconDisable", "PollFiltersTimeout", "RateLimitTimeout",
+                       "RepeatIterationTimeout", "ScanRootFolderType", "ServerUser", "ServerPassword", "StateFile"}
+        self.assertEqual(set(settings), declared - not_written - set(settings["Products"][0]))
+
+    def test_bus_policy_is_well_formed_and_names_both_services(self) -> None:
+        policy = xml.etree.ElementTree.parse(PROJECT / "packaging/dbus/com.tessarin.conf").getroot()
+        self.assertEqual({rule.get("own") for rule in policy.findall("policy[@user='root']/allow") if rule.get("own")},
+                         {"com.tessarin.UserAgent", "com.tessarin.FinderExtension"})
+
+    def test_autostart_file_has_the_name_the_program_looks_for(self) -> None:
+        name = "com.tessarin.UserAgent.desktop"
+        source = "".join(path.read_text() for path in (PROJECT / "common/Common/src/impl_linux").glob("*.cpp"))
+        self.assertIn(name, source)
+        self.assertIn("Exec=", (PROJECT / "packaging/autostart" / name).read_text())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,93 @@
+"""What the agent says and does when it may not, or cannot, read a browser."""
+
+from stage import FOUND_SECONDS, Chromium, DesktopTest, main, wait_for
+
+from desktop.notifications import NotificationDaemon
+
+
+class UnreadableBrowser(DesktopTest):
+    def test_chromium_without_accessibility_is_explained_once_and_picked_up_after_a_proper_start(self) -> None:
+        self.need_host()
+        self.need_agent()
+        mark = self.agent.mark()
+        bare = Chromium(self.desktop, accessibility=False)
+        bare.start(self.pages.address("start.html"))
+        try:
+            # Three rounds of trying, one explanation.
+            wait_for(lambda: self.agent.log(mark).count("Init context for -- Google Chrome") >= 3
+                     or "Found URL element for -- Google Chrome" in self.agent.log(mark), FOUND_SECONDS,
+                     "three rounds of looking at the browser")
+            if "Found URL element for -- Google Chrome" in self.agent.log(mark):
+                self.skipTest("this Chromium shows its content without the switch as soon as it is asked")
+            self.assertEqual(self.agent.log(mark).count("--force-renderer-accessibility"), 1)
+            self.assertEqual(self.host.urls(bare.name), [])
+        finally:
+            bare.end()
+        self.need_browser(self.stage.chromium)
+        self.go(self.stage.chromium, "report.html")
+        self.stage.chromium.end()
+
+
+class SwitchedOff(DesktopTest):
+    """Accessibility of the whole session."""
+
+    def setUp(self) -> None:
+        if self.agent.process is not None:
+            self.agent.end()
+        self.need_host()
+        self.addCleanup(self.desktop.set_accessibility, True)
+
+    def start_agent_without_accessibility(self, mark: int) -> None:
+        self.desktop.set_accessibility(False)
+        self.need_agent()
+        self.agent.wait_log("UserAgent not trusted", since=mark)
+
+    def test_agent_asks_once_and_works_without_restart_after_the_button_was_pressed(self) -> None:
+        mark = self.agent.mark()
+        reports = self.host.mark()
+        with NotificationDaemon(self.desktop.session_address) as notifications:
+            self.start_agent_without_accessibility(mark)
+            (shown,) = wait_for(lambda: notifications.shown, 20, "notification")
+            self.assertTrue(shown.actions, "the notification offers no button")
+            self.stage.firefox.start(self.pages.address("start.html"))
+            self.assertFalse(self.desktop.accessibility_enabled())
+            notifications.press(shown, next(iter(shown.actions)))
+            wait_for(self.desktop.accessibility_enabled, 20, "accessibility switched on by the agent")
+            self.expect_report(self.stage.firefox, "start.html", reports, FOUND_SECONDS)
+            self.assertEqual(len(notifications.shown), 1)
+        self.assertEqual(self.agent.log(mark).count("UserAgent not trusted"), 1)
+
+    def test_switching_off_while_running_is_survived(self) -> None:
+        self.need_browser(self.stage.firefox)
+        self.go(self.stage.firefox, "report.html")
+        start = self.agent.mark()
+        with NotificationDaemon(self.desktop.session_address) as notifications:
+            self.desktop.set_accessibility(False)
+            # Its windows going and coming brings the agent to look anew.
+            self.stage.firefox.end()
+            self.stage.firefox.start(self.pages.address("start.html"))
+            mark = self.agent.mark()
+            wait_for(lambda: self.agent.log(mark).count("Init context for -- Firefox") >= 2, FOUND_SECONDS,
+                     "two rounds of looking at the browser")
+            reports = self.host.mark()
+            self.desktop.set_accessibility(True)
+            self.expect_report(self.stage.firefox, "start.html", reports, FOUND_SECONDS)
+            self.stage.firefox.activate()
+            self.go(self.stage.firefox, "second.html")
+            self.assertEqual(notifications.shown, [], "it asks when it starts, not again")
+        self.assertEqual(self.agent.log(start).count("Accessibility is switched off for this session"), 1)
+
+    def test_agent_works_without_a_notification_service(self) -> None:
+        mark = self.agent.mark()
+        self.start_agent_without_accessibility(mark)
+        self.agent.wait_log("org.a11y.Status IsEnabled b true", since=mark)  # the remedy
+        reports = self.host.mark()
+        self.desktop.set_accessibility(True)
+        if self.stage.firefox.process is None:
+            self.stage.firefox.start(self.pages.address("start.html"))
+        self.host.wait_event(lambda event: event.kind == "url" and event.data["browser"] == "Firefox", FOUND_SECONDS,
+                             "report of Firefox", since=reports)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/log.h"
+
+namespace fake {
+
+// Reads the file that the process's log writes.
+class LogReader {
+ public:
+    explicit LogReader(std::filesystem::path file) : file_(std::move(file)) {}
+
+    // Everything logged before this call, complete: waits until a marker sent through the log has been
+    // written.
+    std::string text();
+
+    // The lines of `text` that contain `part`; markers of earlier calls are left out.
+    std::vector<std::string> linesWith(const std::string& part);
+    std::vector<std::string> lines() { return linesWith(""); }
+    bool contains(const std::string& part) { return !linesWith(part).empty(); }
+    std::size_t count(const std::string& part) { return linesWith(part).size(); }
+
+ private:
+    std::filesystem::path file_;
+};
+
+// A new empty folder that is removed with its content.
+class TemporaryFolder {
+ public:
+    TemporaryFolder();
+    ~TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+ private:
+    std::filesystem::path path_;
+};
+
+// Sends the process's log to a file of its own while it lives, at the given level. One at a time.
+class LogCapture : public LogReader {
+ public:
+    explicit LogCapture(LogLevel level = LogLevel::Trace);
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+ private:
+    LogCapture(LogLevel level, TemporaryFolder* folder);
+
+    std::unique_ptr<TemporaryFolder> folder_;
+};
+
+}  // namespace fake

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "support/ChildProcess.h"
+#include "support/LogCapture.h"
+
+namespace fake {
+
+// A message bus of the test's own: a dbus-daemon with its own configuration and socket. Ends with this
+// object.
+class PrivateBus {
+ public:
+    struct WithService {
+        std::string name;
+    };
+
+    PrivateBus() : PrivateBus(WithService{}) {}
+    // The bus starts a program when somebody wants the service of that name.
+    explicit PrivateBus(const WithService& service);
+    ~PrivateBus();
+    PrivateBus(const PrivateBus&) = delete;
+    PrivateBus& operator=(const PrivateBus&) = delete;
+
+    std::string address() const;
+    std::string socket() const;
+
+    // Ends the daemon at once; `start` brings up a new one under the same address.
+    void kill();
+    void start();
+    // A bus that accepts connections but does not do anything.
+    void freeze() const;
+    void thaw() const;
+
+    bool serviceWasStarted() const;
+
+ private:
+    TemporaryFolder folder_;
+    std::unique_ptr<ChildProcess> daemon_;
+};
+
+}  // namespace fake

@@ -1,0 +1,61 @@
+#include "EventWriter.h"
+
+#include <QString>
+
+#include "common/rapidjson.h"
+
+namespace host {
+
+namespace {
+
+using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+
+void WriteText(Writer& writer, std::string_view text) {
+    // Through UTF-16 and back: what is no UTF-8 comes out as replacement characters.
+    const std::string valid =
+        QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())).toStdString();
+    writer.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
+}
+
+void WriteValue(Writer& writer, const EventValue& value) {
+    if (const auto* text = std::get_if<std::string>(&value)) {
+        WriteText(writer, *text);
+    } else {
+        writer.Int(std::get<int>(value));
+    }
+}
+
+}  // namespace
+
+std::string FormatEvent(bool json, std::string_view event, std::initializer_list<EventField> fields) {
+    if (json) {
+        rapidjson::StringBuffer buffer;
+        Writer writer(buffer);
+        writer.StartObject();
+        writer.Key("event");
+        WriteText(writer, event);
+        for (const auto& [name, value] : fields) {
+            writer.Key(name);
+            WriteValue(writer, value);
+        }
+        writer.EndObject();
+        return {buffer.GetString(), buffer.GetSize()};
+    }
+    std::string line(event);
+    for (const auto& [name, value] : fields) {
+        rapidjson::StringBuffer buffer;
+        Writer writer(buffer);
+        WriteValue(writer, value);
+        line += " " + std::string(name) + "=" + std::string(buffer.GetString(), buffer.GetSize());
+    }
+    return line;
+}
+
+void EventWriter::write(std::string_view event, std::initializer_list<EventField> fields) {
+    const std::string line = FormatEvent(json_, event, fields) + "\n";
+    const std::lock_guard lock(mutex_);
+    std::fwrite(line.data(), 1, line.size(), file_);
+    std::fflush(file_);
+}
+
+}  // namespace host

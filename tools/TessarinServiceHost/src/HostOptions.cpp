@@ -1,0 +1,83 @@
+#include "HostOptions.h"
+
+#include <algorithm>
+#include <array>
+
+namespace host {
+
+namespace {
+
+constexpr std::array<const char*, 6> kLevelNames{"Silent", "Error", "Warn", "Info", "Debug", "Trace"};
+
+// The value of an option, as "--name value" or "--name=value"; moves `index` to the last argument used.
+bool TakeValue(const std::vector<std::string>& arguments, std::size_t& index, const std::string& name,
+               std::string& value) {
+    const std::string& argument = arguments[index];
+    if (argument.starts_with(name + "=")) {
+        value = argument.substr(name.size() + 1);
+        return true;
+    }
+    if (argument != name || index + 1 == arguments.size()) {
+        return false;
+    }
+    value = arguments[++index];
+    return true;
+}
+
+}  // namespace
+
+std::variant<HostOptions, HelpWanted, BadArguments> ParseOptions(const std::vector<std::string>& arguments) {
+    HostOptions options;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        std::string value;
+        if (arguments[i] == "--help" || arguments[i] == "-h") {
+            return HelpWanted{};
+        }
+        if (arguments[i] == "--json") {
+            options.json = true;
+        } else if (TakeValue(arguments, i, "--bus", value)) {
+            if (value != "system" && value != "session") {
+                return BadArguments{"--bus takes \"system\" or \"session\", not \"" + value + "\""};
+            }
+            options.bus = value == "system" ? cmn::DBusBus::system : cmn::DBusBus::session;
+        } else if (TakeValue(arguments, i, "--log-file", value)) {
+            options.logFile = value;
+        } else if (TakeValue(arguments, i, "--log-level", value)) {
+            if (std::find(kLevelNames.begin(), kLevelNames.end(), value) == kLevelNames.end()) {
+                return BadArguments{"--log-level takes Silent, Error, Warn, Info, Debug or Trace, not \"" +
+                                    value + "\""};
+            }
+            options.logLevel = LogLevelFromString(value);
+        } else {
+            return BadArguments{"\"" + arguments[i] + "\" is unknown or lacks its value"};
+        }
+    }
+    return options;
+}
+
+const char* HelpText() {
+    return R"(Usage: TessarinServiceHost [options]
+
+A development tool: hosts the daemon's end of the service com.tessarin.UserAgent, so that the agent
+can be run and tested without the product's daemon. Not part of the product.
+
+Options:
+  --bus system|session   bus to listen on (default: system); its address comes from
+                         DBUS_SYSTEM_BUS_ADDRESS or DBUS_SESSION_BUS_ADDRESS when set
+  --json                 write events as JSON, one object a line
+  --log-file STEM        write the log to STEM_0.log, STEM_1.log instead of the standard error stream
+  --log-level NAME       Silent, Error, Warn, Info (default), Debug or Trace
+  -h, --help             this text
+
+Commands, one a line on the standard input (its end does not end the program):
+  getURL BROWSER         ask the registered agent for the browser's URL, waiting at most 3 seconds
+  stop                   stop listening, keep running
+  quit                   end; so do SIGTERM and SIGINT
+
+Events on the standard output: ready, url (a report of the agent), getURL (the answer to the command),
+stopped, error. Exit status: 0 after quit or a signal, 1 when the name or the bus cannot be had or is
+lost, 2 for bad arguments.
+)";
+}
+
+}  // namespace host

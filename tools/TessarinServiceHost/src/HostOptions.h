@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "common/log.h"
+#include "linux_usercommon/DBusXPCTransport.h"
+
+namespace host {
+
+struct HostOptions {
+    cmn::DBusBus bus = cmn::DBusBus::system;
+    bool json = false;
+    std::string logFile;  // stem; empty: the standard error stream
+    LogLevel logLevel = LogLevel::Info;
+};
+
+struct HelpWanted {};
+struct BadArguments {
+    std::string message;
+};
+
+// `arguments` without the program's name.
+std::variant<HostOptions, HelpWanted, BadArguments> ParseOptions(const std::vector<std::string>& arguments);
+
+const char* HelpText();
+
+}  // namespace host

@@ -1,0 +1,81 @@
+#include "ServiceHost.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <utility>
+
+#include "common/SystemUtils.h"
+
+namespace host {
+
+namespace {
+
+// So many questions can wait for the agent at the same time.
+constexpr std::size_t kQuestionThreads = 8;
+
+constexpr std::string_view kGetURL = "getURL";
+
+}  // namespace
+
+ServiceHost::ServiceHost(const HostOptions& options, EventWriter& events, std::function<void(int)> end)
+    : events_(events),
+      busName_(options.bus == cmn::DBusBus::system ? "system" : "session"),
+      end_(std::move(end)),
+      dispatch_(std::make_shared<cmn::LinuxDispatch>()),
+      questions_(std::make_shared<cmn::TaskPool>(kQuestionThreads)),
+      transport_(std::make_shared<cmn::DBusXPCTransport>(
+          dispatch_,
+          cmn::DBusXPCOptions{.listenerBus = options.bus,
+                              .onListenerEvent = [this](const auto& event) { listenerChanged(event); }})) {}
+
+ServiceHost::~ServiceHost() {
+    // Wakes the questions that wait, then lets every task end before what it uses goes.
+    dispatch_->stop();
+    questions_->stop();
+    userAgent_.reset();
+}
+
+void ServiceHost::start() {
+    userAgent_ = cmn::CreateUserAgentXPCServer(
+        [this](const std::string& url, const std::string& browser, std::int32_t pid) {
+            events_.write("url", {{"url", url}, {"browser", browser}, {"pid", pid}});
+        },
+        dispatch_, transport_);
+}
+
+void ServiceHost::listenerChanged(const cmn::DBusListenerEvent& event) {
+    if (event.state == cmn::DBusListenerState::listening) {
+        events_.write("ready",
+                      {{"service", event.machServiceName}, {"bus", busName_}, {"pid", cmn::GetPID()}});
+        return;
+    }
+    const char* const what =
+        event.state == cmn::DBusListenerState::failed ? "cannot listen" : "can no longer listen";
+    std::fprintf(stderr, "TessarinServiceHost: %s as %s on the %s bus: %s\n", what,
+                 event.machServiceName.c_str(), busName_, event.reason.c_str());
+    dispatch_->asyncMain([this] { end_(1); });
+}
+
+void ServiceHost::execute(const std::string& command) {
+    if (command == "quit") {
+        end_(0);
+    } else if (command == "stop") {
+        userAgent_->stop();
+        events_.write("stopped");
+    } else if (command.starts_with(kGetURL) &&
+               (command.size() == kGetURL.size() || command[kGetURL.size()] == ' ')) {
+        const std::size_t text = command.find_first_not_of(' ', kGetURL.size());
+        getURL(text != std::string::npos ? command.substr(text) : std::string());
+    } else {
+        events_.write("error", {{"message", "unknown command: " + command}});
+    }
+}
+
+void ServiceHost::getURL(const std::string& browser) {
+    questions_->post([this, server = userAgent_, browser] {
+        const std::string url = server->getURL(browser);
+        events_.write("getURL", {{"browser", browser}, {"url", url}});
+    });
+}
+
+}  // namespace host

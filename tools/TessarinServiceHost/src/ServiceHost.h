@@ -1,0 +1,44 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "EventWriter.h"
+#include "HostOptions.h"
+#include "linux_usercommon/DBusXPCTransport.h"
+#include "linux_usercommon/LinuxDispatch.h"
+#include "xpccommon/UserAgentXPCServer.h"
+
+namespace host {
+
+// Runs the services and answers the commands. Used on the main thread; events come from anywhere.
+class ServiceHost {
+ public:
+    // `end` is called on the main thread with the exit status.
+    ServiceHost(const HostOptions& options, EventWriter& events, std::function<void(int status)> end);
+    ~ServiceHost();
+    ServiceHost(const ServiceHost&) = delete;
+    ServiceHost& operator=(const ServiceHost&) = delete;
+
+    void start();
+    void execute(const std::string& command);
+
+ private:
+    void listenerChanged(const cmn::DBusListenerEvent& event);
+    void getURL(const std::string& browser);
+
+    EventWriter& events_;
+    const char* const busName_;
+    const std::function<void(int)> end_;
+    const std::shared_ptr<cmn::LinuxDispatch> dispatch_;
+    // Questions to the agent wait for its answer; on threads of their own they hold up nothing else.
+    const std::shared_ptr<cmn::TaskPool> questions_;
+    const std::shared_ptr<cmn::DBusXPCTransport> transport_;
+
+    // The hosted services. The Finder extension service takes its place beside this one.
+    std::shared_ptr<cmn::UserAgentXPCServer> userAgent_;
+};
+
+}  // namespace host
