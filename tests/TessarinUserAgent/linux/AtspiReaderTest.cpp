@@ -322,8 +322,7 @@ TEST_P(AtspiReaderTest, SearchesWithFewRoundTrips) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(, AtspiReaderTest, testing::Bool(), [](const auto& parameter) {
-    return parameter.param ? "Selecting" : "OneByOne";
-});
+INSTANTIATE_TEST_SUITE_P(, AtspiReaderTest, testing::Bool(),
+                         [](const auto& parameter) { return parameter.param ? "Selecting" : "OneByOne"; });
 
 }  // namespace
