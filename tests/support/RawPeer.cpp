@@ -5,6 +5,7 @@
 #include <QDBusVirtualObject>
 #include <QThread>
 #include <atomic>
+#include <mutex>
 #include <stdexcept>
 #include <utility>
 
@@ -35,6 +36,7 @@ class RawPeer::Object : public QDBusVirtualObject {
 
     QString introspect(const QString& /*path*/) const override { return {}; }
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override {
+        const std::lock_guard lock(mutex_);
         if (!onCall_) {
             return false;
         }
@@ -42,8 +44,15 @@ class RawPeer::Object : public QDBusVirtualObject {
         return true;
     }
 
+    // Waits for the handler and lets go of it.
+    void close() {
+        const std::lock_guard lock(mutex_);
+        onCall_ = nullptr;
+    }
+
  private:
-    const Handler onCall_;
+    std::mutex mutex_;
+    Handler onCall_;  // guarded by mutex_
 };
 
 class RawPeer::Thread : public QThread {};
@@ -62,6 +71,7 @@ RawPeer::RawPeer(const std::string& address, Handler onCall)
 }
 
 RawPeer::~RawPeer() {
+    object_->close();
     // The library must not know the object any more when it closes the connection on its own thread.
     connection_.unregisterObject(QStringLiteral("/"), QDBusConnection::UnregisterTree);
     connection_ = QDBusConnection(QString());

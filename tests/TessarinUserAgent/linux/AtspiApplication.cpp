@@ -42,6 +42,7 @@ std::uint64_t RequestedStates(const QDBusMessage& call) {
     QList<int> states;
     rule.beginStructure();
     rule >> states;
+    rule.endStructure();
     std::uint64_t bits = 0;
     for (int i = 0; i < states.size() && i < 2; ++i) {
         bits |= std::uint64_t{static_cast<std::uint32_t>(states[i])} << (32U * static_cast<unsigned>(i));
