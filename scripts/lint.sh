@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Checks the sources' format (clang-format), the C++ code (clang-tidy) and the shell scripts (shellcheck).
 #
-# Usage: scripts/lint.sh [--format-only] [--changed]
+# Usage: scripts/lint.sh [--format-only] [--fix] [--changed] [--deep]
 #   --format-only    no clang-tidy
+#   --fix            formats the C++ code instead of checking its format
 #   --changed        clang-tidy only on files that differ from the last commit
 #   --deep           clang-tidy with its slow path-sensitive checks
 set -euo pipefail
@@ -10,9 +11,11 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 tidy=all
 deep=
+format=(--dry-run --Werror)
 for option; do
     case $option in
         --format-only) tidy=no ;;
+        --fix) format=(-i) ;;
         --changed) tidy=changed ;;
         --deep) deep=deep ;;
         *) echo "lint.sh: unknown option '$option'" >&2; exit 2 ;;
@@ -27,7 +30,7 @@ done
 
 mapfile -t sources < <(find "${folders[@]}" -name '*.h' -o -name '*.cpp' | sort)
 ((${#sources[@]} > 0)) || { echo "lint.sh: found no sources" >&2; exit 1; }
-clang-format --dry-run --Werror "${sources[@]}"
+clang-format "${format[@]}" "${sources[@]}"
 echo "clang-format: ${#sources[@]} files" >&2
 
 mapfile -t shell < <(find scripts .ci/run -name '*.sh' -o -path .ci/run | sort)

@@ -476,7 +476,6 @@ TEST_F(DBusServiceTest, AnExportedObjectIsReleasedWithTheConnectionAlsoWhileAPro
 }
 
 TEST_F(DBusServiceTest, OnlyTheOwnerOfTheServiceMayCallAClientsObjects) {
-    std::atomic<int> delegateCalls{0};
     std::string path;
     std::string client;
     std::atomic<bool> known{false};

@@ -11,11 +11,8 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::AllOf;
-using testing::Each;
 using testing::ElementsAre;
 using testing::EndsWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
 using Queue = fake::Dispatch::Queue;

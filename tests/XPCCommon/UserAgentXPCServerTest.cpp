@@ -15,7 +15,6 @@ using namespace std::chrono_literals;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 

@@ -266,9 +266,9 @@ void BrowserURLWatcher::updateURL(const AXElementRef& field, BrowserURLWatcherCo
     }
 }
 
-std::shared_ptr<BrowserURLWatcher> CreateBrowserURLWatcher(std::vector<std::string> browsers,
+std::shared_ptr<BrowserURLWatcher> CreateBrowserURLWatcher(const std::vector<std::string>& browsers,
                                                            WatcherPorts ports) {
-    return std::make_shared<BrowserURLWatcher>(std::move(browsers), std::move(ports));
+    return std::make_shared<BrowserURLWatcher>(browsers, std::move(ports));
 }
 
 void RequestAccesibilityPermission(Accessibility& accessibility) {

@@ -56,7 +56,7 @@ std::shared_ptr<BusConnection> BusConnection::open(BusSettings settings, Events 
     const std::shared_ptr<DBusThread> thread = settings.thread;
     // Destroyed on its thread, and never in the middle of one of its own events. When the thread has ended,
     // the task is destroyed and the connection with it.
-    const std::shared_ptr<BusConnection> self(
+    std::shared_ptr<BusConnection> self(
         new BusConnection(std::move(settings), std::move(events)), [thread](BusConnection* connection) {
             const auto owned = std::make_shared<std::unique_ptr<BusConnection>>(connection);
             thread->post([owned] { owned->reset(); });

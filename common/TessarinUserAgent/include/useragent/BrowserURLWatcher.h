@@ -80,7 +80,7 @@ class BrowserURLWatcher {
     Contexts contexts_;
 };
 
-std::shared_ptr<BrowserURLWatcher> CreateBrowserURLWatcher(std::vector<std::string> browsers,
+std::shared_ptr<BrowserURLWatcher> CreateBrowserURLWatcher(const std::vector<std::string>& browsers,
                                                            WatcherPorts ports);
 
 // Asks the system whether this process may use the accessibility interface, with the system's prompt when it
