@@ -14,6 +14,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::StartsWith;
 using useragent::AXElementRef;
 using useragent::AXError;
 using useragent::AXValue;
@@ -55,10 +56,10 @@ TEST_F(BrowserURLWatcherTest, WatchesABrowserItFindsAndReadsItsURL) {
     start();
     EXPECT_EQ(watcher->getURL("Firefox"), "a.example/1");
     EXPECT_EQ(accessibility->observerCount(), 2);
-    EXPECT_TRUE(log.contains("[ INFO]"));
-    EXPECT_THAT(log.linesWith("Init context for -- Firefox"), testing::SizeIs(1));
-    EXPECT_THAT(log.linesWith("Found URL element for -- Firefox"), testing::SizeIs(1));
-    EXPECT_THAT(log.linesWith("Current URL -- a.example/1"), testing::SizeIs(1));
+    for (const char* const line :
+         {"Init context for -- Firefox", "Found URL element for -- Firefox", "Current URL -- a.example/1"}) {
+        EXPECT_THAT(log.linesWith(line), ElementsAre(StartsWith("[ INFO]"))) << line;
+    }
 }
 
 TEST_F(BrowserURLWatcherTest, PausesFiveSecondsAtTheEndOfEachCycle) {
@@ -78,7 +79,7 @@ TEST_F(BrowserURLWatcherTest, SendsEveryChangeWithNameAndPid) {
     EXPECT_EQ(accessibility->notify(browser.field, kChanged), 1);
     EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"b", "Google Chrome", 11}));
     EXPECT_EQ(watcher->getURL("Google Chrome"), "b");
-    EXPECT_TRUE(log.contains("URL changed for Google Chrome b 11"));
+    EXPECT_THAT(log.linesWith("URL changed for Google Chrome b 11"), ElementsAre(StartsWith("[DEBUG]")));
 }
 
 TEST_F(BrowserURLWatcherTest, SendsANotificationAgainThoughTheURLIsTheSame) {
@@ -137,7 +138,8 @@ TEST_F(BrowserURLWatcherTest, ABrowserWithoutOnScreenWindowIsTreatedAsClosed) {
     gate.cycle();
     EXPECT_EQ(watcher->getURL("Firefox"), "");
     EXPECT_EQ(accessibility->observerCount(), 0);
-    EXPECT_TRUE(log.contains("getUrl for browser: 'Firefox' -- failed."));
+    EXPECT_THAT(log.linesWith("getUrl for browser: 'Firefox' -- failed."),
+                ElementsAre(StartsWith("[DEBUG]")));
 }
 
 TEST_F(BrowserURLWatcherTest, TheFrontMostWindowDecidesWhichProcessIsWatched) {
@@ -288,7 +290,8 @@ TEST_F(BrowserURLWatcherTest, AFieldThatCannotBeSubscribedFailsTheContext) {
     };
     show({{"Firefox", 11}});
     start();
-    EXPECT_TRUE(log.contains("Subscribe kAXValueChangedNotification -- failed"));
+    EXPECT_THAT(log.linesWith("Subscribe kAXValueChangedNotification -- failed"),
+                ElementsAre(StartsWith("[ERROR]")));
     EXPECT_EQ(accessibility->observerCount(), 0);
 }
 
@@ -300,7 +303,8 @@ TEST_F(BrowserURLWatcherTest, AValueThatCannotBeReadKeepsTheStoredURL) {
     accessibility->notify(browser.field, kChanged);
     EXPECT_EQ(watcher->getURL("Firefox"), "a");
     EXPECT_THAT(daemon.sent(), IsEmpty());
-    EXPECT_TRUE(log.contains("AXUIElementCopyAttributeValue -- failed: -25204"));
+    EXPECT_THAT(log.linesWith("AXUIElementCopyAttributeValue -- failed: -25204"),
+                ElementsAre(StartsWith("[DEBUG]")));
 }
 
 TEST_F(BrowserURLWatcherTest, AValueWithoutDirectPointerIsConvertedAfterTheOldURLWasLogged) {
@@ -311,7 +315,7 @@ TEST_F(BrowserURLWatcherTest, AValueWithoutDirectPointerIsConvertedAfterTheOldUR
     accessibility->notify(browser.field, kChanged);
     EXPECT_EQ(watcher->getURL("Firefox"), "new");
     EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"new", "Firefox", 11}));
-    EXPECT_TRUE(log.contains("URL changed for Firefox -- old"));
+    EXPECT_THAT(log.linesWith("URL changed for Firefox -- old"), ElementsAre(StartsWith("[DEBUG]")));
     EXPECT_FALSE(log.contains("URL changed for Firefox -- new"));
 }
 
@@ -350,15 +354,60 @@ TEST_F(BrowserURLWatcherTest, ANotificationOfAProcessThatIsNotWatchedIsIgnored) 
     const auto browser = accessibility->addBrowser(11, "a");
     show({{"Firefox", 11}});
     startWithClient();
-    // An element that claims another process.
     const auto stranger = std::make_shared<fake::Element>(99);
     stranger->set("AXValue", "strange");
+    EXPECT_EQ(accessibility->notify(browser.field, kChanged, stranger), 1);
+    EXPECT_EQ(accessibility->notify(browser.application, kWindowChanged, stranger), 1);
+    EXPECT_THAT(daemon.sent(), IsEmpty());
+    EXPECT_EQ(watcher->getURL("Firefox"), "a");
+    EXPECT_EQ(accessibility->observersCreated(), 2);
+    EXPECT_EQ(log.count("[ERROR]"), 0u);
+}
+
+TEST_F(BrowserURLWatcherTest, ANotificationWhosePidCannotBeReadIsLoggedAndDropped) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    startWithClient();
     accessibility->getPidError = AXError::invalidUIElement;
     accessibility->notify(browser.field, kChanged);
     accessibility->notify(browser.application, kWindowChanged);
-    EXPECT_EQ(log.count("AXUIElementGetPid -- failed: -25202"), 2u);
+    EXPECT_THAT(log.linesWith("AXUIElementGetPid -- failed: -25202"),
+                ElementsAre(StartsWith("[ERROR]"), StartsWith("[ERROR]")));
     EXPECT_THAT(daemon.sent(), IsEmpty());
     EXPECT_EQ(watcher->getURL("Firefox"), "a");
+}
+
+TEST_F(BrowserURLWatcherTest, AnExceptionEndsNeitherTheWatchingNorTheMainLoop) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    accessibility->onRead = [](const std::string&) { throw std::runtime_error("out of everything"); };
+    start();
+    EXPECT_THAT(log.linesWith("A look at the browsers failed: out of everything"),
+                ElementsAre(StartsWith("[ERROR]")));
+    EXPECT_EQ(accessibility->observerCount(), 0) << "no half context is left";
+    accessibility->onRead = nullptr;
+    gate.cycle();
+    watcher->setXPCClient(daemon.client());
+    EXPECT_EQ(watcher->getURL("Firefox"), "a");
+
+    accessibility->onRead = [](const std::string&) { throw std::runtime_error("again"); };
+    accessibility->notify(browser.field, kChanged);
+    accessibility->notify(browser.application, kWindowChanged);
+    EXPECT_THAT(log.linesWith("A notification of a browser could not be handled: again"),
+                ElementsAre(StartsWith("[ERROR]"), StartsWith("[ERROR]")));
+    accessibility->onRead = nullptr;
+    gate.cycle();
+    EXPECT_EQ(watcher->getURL("Firefox"), "a");
+}
+
+TEST_F(BrowserURLWatcherTest, AnAddressThatIsNotUTF8IsStoredAndSentAsItIs) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    startWithClient();
+    browser.field->set("AXValue", "a\xff\xc3(");
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(watcher->getURL("Firefox"), "a\xff\xc3(");
+    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"a\xff\xc3(", "Firefox", 11}));
 }
 
 TEST_F(BrowserURLWatcherTest, ASearchThatTakesTooLongIsEndedAndSaidSo) {
@@ -370,8 +419,9 @@ TEST_F(BrowserURLWatcherTest, ASearchThatTakesTooLongIsEndedAndSaidSo) {
     };
     show({{"Firefox", 11}});
     start();
-    EXPECT_TRUE(log.contains("The search for the URL field of Firefox took too long and was ended"));
-    EXPECT_TRUE(log.contains("URL Element not found"));
+    EXPECT_THAT(log.linesWith("The search for the URL field of Firefox took too long and was ended"),
+                ElementsAre(StartsWith("[ WARN]")));
+    EXPECT_THAT(log.linesWith("URL Element not found"), ElementsAre(StartsWith("[ERROR]")));
 }
 
 TEST_F(BrowserURLWatcherTest, DestructionRemovesTheObserversBeforeItWaitsForThePollingThread) {
@@ -392,7 +442,13 @@ TEST_F(BrowserURLWatcherTest, BrowsersArePreparedWithoutTheLockHeld) {
     accessibility->addBrowser(11, "a");
     show({{"Firefox", 11}});
     start();
+    bool answered = false;
+    accessibility->onPrepare = [&] {
+        auto question = std::async(std::launch::async, [this] { return watcher->getURL("Firefox"); });
+        answered = question.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    };
     gate.cycle();
+    EXPECT_TRUE(answered);
     EXPECT_THAT(accessibility->preparedPids(), ElementsAre(ElementsAre(11), ElementsAre(11)));
 }
 

@@ -86,6 +86,33 @@ TEST_F(DBusServiceTest, CanBeStartedAgainAfterStop) {
     EXPECT_EQ(peer.call(echo("Version")).arguments(), QVariantList{QStringLiteral("1.0")});
 }
 
+TEST_F(DBusServiceTest, MayBeStoppedAtAnyMomentOfItsStart) {
+    for (int i = 0; i < 60; ++i) {
+        const auto server = std::make_shared<EchoServer>(transport, kEchoService);
+        server->start();
+        std::this_thread::sleep_for(i * 50us);
+        server->stop();
+    }
+    const auto server = startServer();
+    ConnectionEvents events;
+    EXPECT_TRUE(answers(*connect(events)));
+}
+
+TEST_F(DBusServiceTest, AClientMayEndAtAnyMomentOfItsStart) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    constexpr int kClients = 60;
+    for (int i = 0; i < kClients; ++i) {
+        const auto connection = makeConnection(events);
+        connection->resume();
+        proxy(*connection, events)->note("hello");
+        std::this_thread::sleep_for(i * 50us);
+        connection->invalidate();
+    }
+    EXPECT_TRUE(WaitFor([&] { return events.invalidations == kClients; }));
+    EXPECT_TRUE(answers(*connect(events)));
+}
+
 TEST_F(DBusServiceTest, ANameThatIsTakenIsReportedAndLogged) {
     const auto first = startServer();
     const auto second = std::make_shared<EchoServer>(transport, kEchoService);

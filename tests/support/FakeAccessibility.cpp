@@ -126,7 +126,8 @@ void Accessibility::setApplication(std::int32_t pid, ElementPtr application) {
     applications_[pid] = std::move(application);
 }
 
-int Accessibility::notify(const ElementPtr& element, const std::string& notification) {
+int Accessibility::notify(const ElementPtr& element, const std::string& notification,
+                          const AXElementRef& delivered) {
     std::vector<useragent::AXObserverCallback> callbacks;
     {
         const std::lock_guard lock(mutex_);
@@ -138,7 +139,7 @@ int Accessibility::notify(const ElementPtr& element, const std::string& notifica
         }
     }
     for (const auto& callback : callbacks) {
-        callback(element, notification);
+        callback(delivered, notification);
     }
     return static_cast<int>(callbacks.size());
 }
@@ -182,6 +183,9 @@ bool Accessibility::isProcessTrustedWithPrompt() {
 }
 
 void Accessibility::prepare(const std::vector<std::int32_t>& pids) {
+    if (onPrepare) {
+        onPrepare();
+    }
     const std::lock_guard lock(mutex_);
     prepared_.push_back(pids);
 }

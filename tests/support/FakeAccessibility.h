@@ -74,7 +74,11 @@ class Accessibility : public useragent::Accessibility {
     void setApplication(std::int32_t pid, ElementPtr application);
 
     // Calls every observer of that element and notification that is on the main run loop; returns how many.
-    int notify(const ElementPtr& element, const std::string& notification);
+    int notify(const ElementPtr& element, const std::string& notification) {
+        return notify(element, notification, element);
+    }
+    // The same, but the callbacks are told of another element.
+    int notify(const ElementPtr& element, const std::string& notification, const AXElementRef& delivered);
 
     AXError copyAttributeValue(const AXElementRef& element, const std::string& attribute,
                                AXValue& value) override;
@@ -97,6 +101,7 @@ class Accessibility : public useragent::Accessibility {
     std::atomic<AXError> getPidError{AXError::success};
     // Called before each read, outside the fake's lock; may take time or block.
     std::function<void(const std::string& attribute)> onRead;
+    std::function<void()> onPrepare;  // the same before each preparation
 
  private:
     class Observer;

@@ -38,10 +38,10 @@ BrowserURLWatcherContext::~BrowserURLWatcherContext() {
     }
 }
 
-BrowserURLWatcher::BrowserURLWatcher(const std::vector<std::string>& browsers, WatcherPorts ports)
+BrowserURLWatcher::BrowserURLWatcher(std::vector<std::string> browsers, WatcherPorts ports)
     : ports_(std::move(ports)) {
-    for (const std::string& name : browsers) {
-        browsers_.emplace(name, 0);
+    for (std::string& name : browsers) {
+        browsers_.emplace(std::move(name), 0);
     }
     pollingTask_ = std::async(std::launch::async, [this] { watchBrowserProcess(); });
 }
@@ -74,8 +74,13 @@ void BrowserURLWatcher::watchBrowserProcess() {
     while (running_) {
         // Also on early exits: a cycle that failed must not turn into a busy loop.
         const cmn::ScopedAction pause([this] { ports_.sleep(kPollingPause); });
-        if (!pollOnce()) {
-            break;
+        try {
+            if (!pollOnce()) {
+                break;
+            }
+        } catch (const std::exception& error) {
+            // Out of memory or threads, say: the next cycle tries again.
+            TLOG_ERROR("A look at the browsers failed: {}", error.what());
         }
     }
 }
@@ -125,15 +130,23 @@ void BrowserURLWatcher::handleBrowserProcesses(const BrowserProcesses& running,
             contexts_.erase(existing);
         }
         TLOG_INFO("Init context for -- {}", name);
-        BrowserURLWatcherContext& context = contexts_[name];
-        context.name = name;
-        if (!initContext(pid, context)) {
-            contexts_.erase(name);
-            continue;
+        if (addContext(name, pid)) {
+            TLOG_INFO("Found URL element for -- {}", name);
+            TLOG_INFO("Current URL -- {}", contexts_[name].url);
         }
-        TLOG_INFO("Found URL element for -- {}", name);
-        TLOG_INFO("Current URL -- {}", context.url);
     }
+}
+
+bool BrowserURLWatcher::addContext(const std::string& name, std::int32_t pid) {
+    BrowserURLWatcherContext& context = contexts_[name];
+    context.name = name;
+    // Also when an exception ends it: half a context would be taken for a whole one.
+    cmn::ScopedAction drop([&] { contexts_.erase(name); });
+    if (!initContext(pid, context)) {
+        return false;
+    }
+    drop.disarm();
+    return true;
 }
 
 bool BrowserURLWatcher::initContext(std::int32_t pid, BrowserURLWatcherContext& context) {
@@ -152,7 +165,9 @@ bool BrowserURLWatcher::initContext(std::int32_t pid, BrowserURLWatcherContext& 
     }
     if (!subscribe(
             pid, application, kAXMainWindowChangedNotification,
-            [this](const AXElementRef& element, const std::string&) { handleMainWindowChanged(element); },
+            [this](const AXElementRef& element, const std::string&) {
+                handleNoThrow(&BrowserURLWatcher::handleMainWindowChanged, element);
+            },
             context.mainWindowChangedObserver)) {
         TLOG_ERROR("Subscribe kAXMainWindowChangedNotification -- failed");
         return false;
@@ -169,7 +184,9 @@ bool BrowserURLWatcher::initContext(std::int32_t pid, BrowserURLWatcherContext& 
     }
     if (!subscribe(
             pid, field, kAXValueChangedNotification,
-            [this](const AXElementRef& element, const std::string&) { handleValueChanged(element); },
+            [this](const AXElementRef& element, const std::string&) {
+                handleNoThrow(&BrowserURLWatcher::handleValueChanged, element);
+            },
             context.valueChangedObserver)) {
         TLOG_ERROR("Subscribe kAXValueChangedNotification -- failed");
         return false;
@@ -200,6 +217,14 @@ BrowserURLWatcher::Contexts::iterator BrowserURLWatcher::findContext(std::int32_
                         [pid](const auto& entry) { return entry.second.pid == pid; });
 }
 
+void BrowserURLWatcher::handleNoThrow(Handler handler, const AXElementRef& element) noexcept {
+    try {
+        (this->*handler)(element);
+    } catch (const std::exception& error) {
+        TLOG_ERROR("A notification of a browser could not be handled: {}", error.what());
+    }
+}
+
 void BrowserURLWatcher::handleValueChanged(const AXElementRef& element) {
     const std::optional<std::int32_t> pid = PidOf(*ports_.accessibility, element);
     if (!pid) {
@@ -224,11 +249,7 @@ void BrowserURLWatcher::handleMainWindowChanged(const AXElementRef& element) {
     }
     const std::string name = found->second.name;
     contexts_.erase(found);
-    BrowserURLWatcherContext& context = contexts_[name];
-    context.name = name;
-    if (!initContext(*pid, context)) {
-        contexts_.erase(name);
-    }
+    addContext(name, *pid);
 }
 
 void BrowserURLWatcher::updateURL(const AXElementRef& field, BrowserURLWatcherContext& context) {
@@ -266,9 +287,9 @@ void BrowserURLWatcher::updateURL(const AXElementRef& field, BrowserURLWatcherCo
     }
 }
 
-std::shared_ptr<BrowserURLWatcher> CreateBrowserURLWatcher(const std::vector<std::string>& browsers,
+std::shared_ptr<BrowserURLWatcher> CreateBrowserURLWatcher(std::vector<std::string> browsers,
                                                            WatcherPorts ports) {
-    return std::make_shared<BrowserURLWatcher>(browsers, std::move(ports));
+    return std::make_shared<BrowserURLWatcher>(std::move(browsers), std::move(ports));
 }
 
 void RequestAccesibilityPermission(Accessibility& accessibility) {

@@ -40,6 +40,9 @@ void DBusClientChannel::openOnThread() {
 }
 
 void DBusClientChannel::watchServiceOnThread() {
+    if (invalidOnThread()) {
+        return;
+    }
     const auto current = [](DBusClientChannel& core, const std::string& owner) {
         // A change that was reported meanwhile is at least as new as this answer.
         if (core.state_ == State::connecting) {
@@ -85,6 +88,9 @@ void DBusClientChannel::startOnThread(PendingCall call) {
 }
 
 void DBusClientChannel::receivedOnThread(IncomingCall call) {
+    if (invalidOnThread()) {
+        return;
+    }
     if (call.sender == owner_) {
         deliverOnThread(bus_, std::move(call));
         return;

@@ -70,19 +70,28 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
     };
 
     void requestName() {
+        if (!bus_) {
+            return;
+        }
         // One rule for all peers: buses limit the number of rules.
         bus_->watchOwners("arg2=''");
         bus_->callBus("RequestName", {name_, kDoNotQueue}, withSelf([](Core& core, const DBusResult& result) {
-                          if (const auto* error = std::get_if<DBusError>(&result)) {
-                              core.failed(error->message);
-                          } else if (std::get<DBusArguments>(result) != DBusArguments{kPrimaryOwner}) {
-                              core.failed("the name is already taken by another process");
-                          } else {
-                              core.listening_ = true;
-                              TLOG_INFO("Listening as {}", core.name_);
-                              core.report(DBusListenerState::listening, {});
+                          if (core.bus_) {
+                              core.nameAnswered(result);
                           }
                       }));
+    }
+
+    void nameAnswered(const DBusResult& result) {
+        if (const auto* error = std::get_if<DBusError>(&result)) {
+            failed(error->message);
+        } else if (std::get<DBusArguments>(result) != DBusArguments{kPrimaryOwner}) {
+            failed("the name is already taken by another process");
+        } else {
+            listening_ = true;
+            TLOG_INFO("Listening as {}", name_);
+            report(DBusListenerState::listening, {});
+        }
     }
 
     void failed(const std::string& why) {
@@ -92,6 +101,9 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
     }
 
     void lost(const std::string& why) {
+        if (!bus_) {
+            return;
+        }
         if (!listening_) {
             failed(why);
             return;
@@ -150,6 +162,7 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
     const std::string name_;
     const std::shared_ptr<SerialQueue> events_;
     std::weak_ptr<DBusXPCListener> listener_;
+    // None once closed; what had arrived before is still delivered then, and means nothing any more.
     std::shared_ptr<BusConnection> bus_;
     std::map<std::string, Peer> peers_;
     bool resumed_ = false;

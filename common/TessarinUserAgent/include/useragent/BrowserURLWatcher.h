@@ -40,7 +40,7 @@ class BrowserURLWatcher {
     using BrowserProcesses = std::map<std::string, std::int32_t>;
 
     // Starts polling at once. Throws std::system_error when the thread cannot be created.
-    BrowserURLWatcher(const std::vector<std::string>& browsers, WatcherPorts ports);
+    BrowserURLWatcher(std::vector<std::string> browsers, WatcherPorts ports);
 
     // Waits for the polling thread, up to one polling pause.
     ~BrowserURLWatcher();
@@ -60,9 +60,12 @@ class BrowserURLWatcher {
     void watchBrowserProcess();
     bool pollOnce();
     void handleBrowserProcesses(const BrowserProcesses& running, const BrowserProcesses& closed);
+    bool addContext(const std::string& name, std::int32_t pid);
     bool initContext(std::int32_t pid, BrowserURLWatcherContext& context);
     bool subscribe(std::int32_t pid, const AXElementRef& element, const std::string& notification,
                    AXObserverCallback callback, std::unique_ptr<AXObserver>& observer);
+    using Handler = void (BrowserURLWatcher::*)(const AXElementRef& element);
+    void handleNoThrow(Handler handler, const AXElementRef& element) noexcept;
     void handleMainWindowChanged(const AXElementRef& element);
     void handleValueChanged(const AXElementRef& element);
     Contexts::iterator findContext(std::int32_t pid);
@@ -80,7 +83,7 @@ class BrowserURLWatcher {
     Contexts contexts_;
 };
 
-std::shared_ptr<BrowserURLWatcher> CreateBrowserURLWatcher(const std::vector<std::string>& browsers,
+std::shared_ptr<BrowserURLWatcher> CreateBrowserURLWatcher(std::vector<std::string> browsers,
                                                            WatcherPorts ports);
 
 // Asks the system whether this process may use the accessibility interface, with the system's prompt when it
