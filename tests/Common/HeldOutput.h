@@ -54,6 +54,10 @@ class Written {
             all += pass.text;
         return all;
     }
+    int clockReads() {
+        const std::lock_guard lock(mutex_);
+        return clockReads_;
+    }
     std::string echoed() {
         const std::lock_guard lock(mutex_);
         return echoed_;
@@ -68,6 +72,7 @@ class Written {
     bool stopped_ = false;
     bool accepts_ = true;
     std::time_t time_ = 1'000'000'000;
+    int clockReads_ = 0;
     std::vector<Pass> passes_;
     std::string echoed_;
 };
@@ -79,6 +84,7 @@ class HeldOutput : public cmn::LogOutput {
 
     std::time_t now() override {
         const std::lock_guard lock(written_->mutex_);
+        ++written_->clockReads_;
         return written_->time_;
     }
     bool append(const std::string& file, std::string_view text) override {

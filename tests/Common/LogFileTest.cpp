@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <stdlib.h>
 
+#include <chrono>
+#include <future>
 #include <limits>
 #include <memory>
 #include <sstream>
@@ -91,6 +93,14 @@ TEST_F(LogFileTest, BeginsAtLevelInfo) {
     log_->log(LogLevel::Debug, "dropped");
     log_->log(LogLevel::Info, "kept");
     EXPECT_EQ(finish(), "[ INFO] [2001.09.09 04:46:40] kept\n");
+}
+
+TEST_F(LogFileTest, DropsAMessageAboveTheLevelBeforeItIsCopied) {
+    log_->log(LogLevel::Debug, "dropped");
+    // The clock is read before the text is copied.
+    EXPECT_EQ(written_->clockReads(), 0);
+    log_->log(LogLevel::Info, "kept");
+    EXPECT_EQ(written_->clockReads(), 1);
 }
 
 TEST_F(LogFileTest, WritesUnconditionalLinesBareAtEveryLevel) {
@@ -282,15 +292,11 @@ TEST_F(LogFileTest, SettersWaitForThePassInProgress) {
     written_->hold();
     log_->log("first");
     written_->waitForStop();
-    std::atomic<bool> set = false;
-    std::thread setter([&] {
-        log_->setLogPath("/no such folder/stem");
-        set = true;
-    });
-    EXPECT_FALSE(set);
+    auto set = std::async(std::launch::async, [&] { log_->setLogPath("/no such folder/stem"); });
+    EXPECT_EQ(set.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
     EXPECT_EQ(log_->getLogPath(), "_0.log");
     written_->release();
-    setter.join();
+    set.get();
     EXPECT_EQ(log_->getLogPath(), "/no such folder/stem_0.log");
 }
 

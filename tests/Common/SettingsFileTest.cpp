@@ -30,6 +30,11 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 
+// The clock of these tests. Its deadlines are over: who finds a lock taken does not wait.
+SettingsTime LongAgo() {
+    return SettingsTime(std::chrono::seconds(1'000'000'000));
+}
+
 // A lock that does what the test says and asserts how it is used.
 class FakeLock : public SettingsLock {
  public:
@@ -37,8 +42,8 @@ class FakeLock : public SettingsLock {
         std::function<bool()> onLock, std::function<void()> onRelease = [] {})
         : onLock_(std::move(onLock)), onRelease_(std::move(onRelease)) {}
     ~FakeLock() override { onRelease_(); }
-    bool lock(std::chrono::seconds timeout) override {
-        EXPECT_EQ(timeout, std::chrono::seconds(60));
+    bool lock(SettingsTime deadline) override {
+        EXPECT_EQ(deadline, LongAgo() + std::chrono::seconds(60));
         return onLock_();
     }
 
@@ -197,17 +202,21 @@ TEST_F(SaveSettingsTest, DropsTheDaemonsKeysFromTheFile) {
 TEST_F(SaveSettingsTest, EmptiesTheFileBeforeItAsksForTheLock) {
     StrToFile("old", file_);
     std::string atOpen = "never opened";
-    SaveSettingsWith(file_, TSettings(), [&](const fs::path& path) {
-        EXPECT_EQ(path, file_);
-        atOpen = content();
-        return std::make_unique<FakeLock>([] { return true; });
-    });
+    SaveSettingsWith(
+        file_, TSettings(),
+        [&](const fs::path& path) {
+            EXPECT_EQ(path, file_);
+            atOpen = content();
+            return std::make_unique<FakeLock>([] { return true; });
+        },
+        LongAgo);
     EXPECT_EQ(atOpen, "");
 }
 
 TEST_F(SaveSettingsTest, HasWrittenEverythingWhenItReleasesTheLock) {
     std::string atRelease;
-    SaveSettingsWith(file_, Named("linux"), Opening([] { return true; }, [&] { atRelease = content(); }));
+    SaveSettingsWith(file_, Named("linux"), Opening([] { return true; }, [&] { atRelease = content(); }),
+                     LongAgo);
     EXPECT_EQ(atRelease, ObjectToJson(Named("linux")));
 }
 
@@ -215,13 +224,14 @@ TEST_F(SaveSettingsTest, LeavesNothingOfALongerTextThatTheLocksOwnerWrote) {
     SaveSettingsWith(file_, TSettings(), Opening([&] {
                          StrToFile(std::string(100'000, 'x'), file_);
                          return true;
-                     }));
+                     }),
+                     LongAgo);
     EXPECT_EQ(content(), ObjectToJson(TSettings()));
 }
 
 TEST_F(SaveSettingsTest, ThrowsWhenTheLockIsNotToBeHadInTime) {
     StrToFile("old", file_);
-    const auto save = [&] { SaveSettingsWith(file_, TSettings(), Opening([] { return false; })); };
+    const auto save = [&] { SaveSettingsWith(file_, TSettings(), Opening([] { return false; }), LongAgo); };
     EXPECT_THAT(FailuresOf(save), ElementsAre("can't get lock for save settings to file: " + file_.string()));
     EXPECT_THROW(save(), std::runtime_error);
     EXPECT_EQ(content(), "");
@@ -229,7 +239,7 @@ TEST_F(SaveSettingsTest, ThrowsWhenTheLockIsNotToBeHadInTime) {
 
 TEST_F(SaveSettingsTest, TimeoutCarriesACallStack) {
     try {
-        SaveSettingsWith(file_, TSettings(), Opening([] { return false; }));
+        SaveSettingsWith(file_, TSettings(), Opening([] { return false; }), LongAgo);
         FAIL();
     } catch (const boost::exception& e) {
         EXPECT_NE(boost::get_error_info<tag_stacktrace>(e), nullptr);
@@ -239,7 +249,7 @@ TEST_F(SaveSettingsTest, TimeoutCarriesACallStack) {
 TEST_F(SaveSettingsTest, LogsALockThatCannotBeOpened) {
     StrToFile("old", file_);
     fake::LogCapture log;
-    EXPECT_NO_THROW(SaveSettingsWith(file_, TSettings(), FailToOpen));
+    EXPECT_NO_THROW(SaveSettingsWith(file_, TSettings(), FailToOpen, LongAgo));
     EXPECT_THAT(log.lines(),
                 ElementsAre(testing::AllOf(
                     testing::StartsWith("[ERROR] ["),
@@ -250,7 +260,8 @@ TEST_F(SaveSettingsTest, LogsALockThatCannotBeOpened) {
 TEST_F(SaveSettingsTest, LogsALockThatFailsWhenTaken) {
     fake::LogCapture log;
     EXPECT_NO_THROW(SaveSettingsWith(
-        file_, TSettings(), Opening([]() -> bool { throw interprocess_exception("the lock's error"); })));
+        file_, TSettings(), Opening([]() -> bool { throw interprocess_exception("the lock's error"); }),
+        LongAgo));
     EXPECT_TRUE(log.contains("SaveSettings -- Can't save settings: the lock's error, " + file_.string()));
 }
 
@@ -351,9 +362,10 @@ TEST_F(SaveSettingsTest, WaitsForAnotherProcessToGiveUpTheLock) {
 TEST_F(SettingsFileTest, LockOfAFileExcludesOtherProcessesAndHasADeadline) {
     OtherProcess other(file_);
     const auto lock = OpenSettingsFileLock(file_);
-    EXPECT_FALSE(lock->lock(std::chrono::seconds(0)));
+    EXPECT_FALSE(lock->lock(LongAgo()));
+    EXPECT_FALSE(lock->lock(SettingsNow() + std::chrono::milliseconds(20)));
     other.letGo();
-    EXPECT_TRUE(lock->lock(std::chrono::seconds(0)));
+    EXPECT_TRUE(lock->lock(LongAgo()));
 }
 
 TEST_F(SettingsFileTest, LockOfAMissingFileCannotBeOpened) {
@@ -367,13 +379,13 @@ const std::map<std::string, std::string> kValues{{"${INST_KEY}", "the key"}, {"$
 
 TEST_F(InstanceSettingsTest, ReplacesEveryPlaceholderAndKeepsTheRest) {
     StrToFile("${INST_KEY} ${DEV_UUID}${INST_KEY} ${OTHER} $INST_KEY\n", file_);
-    InstanceSettingsWith(file_, kValues, OpenSettingsFileLock);
+    InstanceSettingsWith(file_, kValues, OpenSettingsFileLock, SettingsNow);
     EXPECT_EQ(content(), "the key the uuidthe key ${OTHER} $INST_KEY\n");
 }
 
 TEST_F(InstanceSettingsTest, ShortensTheFileWhenValuesAreShorter) {
     StrToFile(std::string(10'000, ' ') + "${INST_KEY}", file_);
-    InstanceSettingsWith(file_, {{"  ", ""}, {"${INST_KEY}", ""}}, OpenSettingsFileLock);
+    InstanceSettingsWith(file_, {{"  ", ""}, {"${INST_KEY}", ""}}, OpenSettingsFileLock, SettingsNow);
     EXPECT_EQ(content(), "");
 }
 
@@ -387,14 +399,17 @@ TEST_F(InstanceSettingsTest, TouchesTheFileOnlyUnderTheLock) {
                                  atLock = content();
                                  return true;
                              },
-                             [&] { atRelease = content(); }));
+                             [&] { atRelease = content(); }),
+                         LongAgo);
     EXPECT_EQ(atLock, "${INST_KEY}");
     EXPECT_EQ(atRelease, "the key");
 }
 
 TEST_F(InstanceSettingsTest, ThrowsWhenTheLockIsNotToBeHadInTime) {
     StrToFile("${INST_KEY}", file_);
-    const auto instance = [&] { InstanceSettingsWith(file_, kValues, Opening([] { return false; })); };
+    const auto instance = [&] {
+        InstanceSettingsWith(file_, kValues, Opening([] { return false; }), LongAgo);
+    };
     EXPECT_THAT(FailuresOf(instance), ElementsAre("can't get lock"));
     EXPECT_THROW(instance(), std::runtime_error);
     EXPECT_EQ(content(), "${INST_KEY}");
@@ -402,7 +417,7 @@ TEST_F(InstanceSettingsTest, ThrowsWhenTheLockIsNotToBeHadInTime) {
 
 TEST_F(InstanceSettingsTest, LogsALockThatCannotBeOpened) {
     fake::LogCapture log;
-    EXPECT_NO_THROW(InstanceSettingsWith(file_, kValues, FailToOpen));
+    EXPECT_NO_THROW(InstanceSettingsWith(file_, kValues, FailToOpen, LongAgo));
     EXPECT_THAT(log.lines(),
                 ElementsAre(testing::AllOf(
                     testing::StartsWith("[ERROR] ["),
@@ -412,7 +427,7 @@ TEST_F(InstanceSettingsTest, LogsALockThatCannotBeOpened) {
 
 TEST_F(InstanceSettingsTest, LogsAMissingFile) {
     fake::LogCapture log;
-    EXPECT_NO_THROW(InstanceSettingsWith(file_, kValues, OpenSettingsFileLock));
+    EXPECT_NO_THROW(InstanceSettingsWith(file_, kValues, OpenSettingsFileLock, SettingsNow));
     EXPECT_TRUE(
         log.contains(" InstanceSettings -- Can't lock settings file: " + std::string(std::strerror(ENOENT))));
     EXPECT_FALSE(fs::exists(file_));
@@ -421,14 +436,123 @@ TEST_F(InstanceSettingsTest, LogsAMissingFile) {
 TEST_F(InstanceSettingsTest, KeepsTheLockOfAnotherProcessOut) {
     StrToFile("${INST_KEY}", file_);
     OtherProcess other(file_);
+    std::promise<void> opened;
     auto done = std::async(std::launch::async, [&] {
-        InstanceSettingsWith(file_, {{"\n", "x"}}, OpenSettingsFileLock);
+        // What it replaces is only there when the other process has let go.
+        InstanceSettingsWith(
+            file_, {{std::string(1, '\0'), "x"}},
+            [&](const fs::path& path) {
+                auto lock = OpenSettingsFileLock(path);
+                opened.set_value();
+                return lock;
+            },
+            SettingsNow);
     });
-    EXPECT_EQ(done.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    opened.get_future().wait();
+    EXPECT_EQ(done.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
     EXPECT_EQ(content(), "${INST_KEY}");
     other.letGo();
     done.get();
-    EXPECT_EQ(content(), std::string(8'192, '\0'));
+    EXPECT_EQ(content(), std::string(8'192, 'x'));
+}
+
+// Several threads of this process at one file.
+class SettingsThreadsTest : public SettingsFileTest {
+ protected:
+    // They call `meanwhile` in another thread while the file is theirs.
+    void save(const std::function<void()>& meanwhile) const {
+        SaveSettingsWith(file_, TSettings(), InAnotherThread(meanwhile), LongAgo);
+    }
+    void instance(const std::function<void()>& meanwhile) const {
+        InstanceSettingsWith(file_, kValues, InAnotherThread(meanwhile), LongAgo);
+    }
+    // Closing a descriptor of the file would give the owner's lock up.
+    void expectNothingElseTouchesIt() const {
+        const auto before = content();
+        const auto open = [](const fs::path&) -> std::unique_ptr<SettingsLock> {
+            ADD_FAILURE() << "opened beside another thread";
+            throw interprocess_exception("opened");
+        };
+        EXPECT_THAT(FailuresOf([&] { SaveSettingsWith(file_, TSettings(), open, LongAgo); }),
+                    ElementsAre("can't get lock for save settings to file: " + file_.string()));
+        EXPECT_THAT(FailuresOf([&] { InstanceSettingsWith(file_, kValues, open, LongAgo); }),
+                    ElementsAre("can't get lock"));
+        EXPECT_EQ(content(), before);
+    }
+
+ private:
+    static OpenSettingsLock InAnotherThread(const std::function<void()>& meanwhile) {
+        return Opening([=] {
+            std::async(std::launch::async, meanwhile).get();
+            return true;
+        });
+    }
+};
+
+TEST_F(SettingsThreadsTest, NoneTouchesTheFileBesideASave) {
+    bool tried = false;
+    save([&] {
+        expectNothingElseTouchesIt();
+        tried = true;
+    });
+    EXPECT_TRUE(tried);
+    EXPECT_EQ(content(), ObjectToJson(TSettings()));
+}
+
+TEST_F(SettingsThreadsTest, NoneTouchesTheFileBesideAnInstancing) {
+    StrToFile("${INST_KEY}", file_);
+    bool tried = false;
+    instance([&] {
+        expectNothingElseTouchesIt();
+        EXPECT_EQ(content(), "${INST_KEY}");
+        tried = true;
+    });
+    EXPECT_TRUE(tried);
+    EXPECT_EQ(content(), "the key");
+}
+
+// Keeps the deadline it is asked with.
+class DeadlineLock : public SettingsLock {
+ public:
+    explicit DeadlineLock(SettingsTime& seen) : seen_(seen) {}
+    bool lock(SettingsTime deadline) override {
+        seen_ = deadline;
+        return true;
+    }
+
+ private:
+    SettingsTime& seen_;
+};
+
+TEST_F(SettingsThreadsTest, OneDeadlineCoversTheWaitForAThreadAndTheOneForAProcess) {
+    for (const bool saves : {true, false}) {
+        StrToFile("${INST_KEY}", file_);
+        std::vector<SettingsTime> readings;
+        SettingsTime deadline;
+        std::promise<void> begun;
+        const auto now = [&] {
+            readings.push_back(SettingsNow());
+            if (readings.size() == 1)
+                begun.set_value();
+            return readings.back();
+        };
+        const auto open = [&](const fs::path&) { return std::make_unique<DeadlineLock>(deadline); };
+        std::future<void> second;
+        instance([&] {
+            second = std::async(std::launch::async, [&] {
+                if (saves)
+                    SaveSettingsWith(file_, Named("second"), open, now);
+                else
+                    InstanceSettingsWith(file_, {{"the", "a"}}, open, now);
+            });
+            begun.get_future().wait();
+            EXPECT_EQ(second.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+        });
+        second.get();
+        EXPECT_EQ(content(), saves ? ObjectToJson(Named("second")) : "a key");
+        ASSERT_EQ(readings.size(), 1U);
+        EXPECT_EQ(deadline, readings[0] + std::chrono::seconds(60));
+    }
 }
 
 TEST(NativeNameOfTest, IsTheFileNameWithoutExtension) {

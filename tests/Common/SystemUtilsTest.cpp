@@ -192,6 +192,20 @@ TEST_F(ConsoleUserTest, IsNobodyWithoutSeatSessionOrKnownUser) {
     }
 }
 
+TEST_F(ConsoleUserTest, HomeIsThatUsers) {
+    const auto* expected = getpwuid(0);
+    ASSERT_NE(expected, nullptr);
+    write("seats/seat0", "ACTIVE=c1\nACTIVE_UID=0\n");
+    EXPECT_EQ(cmn::HomeOfConsoleUser(root()), expected->pw_dir);
+}
+
+TEST_F(ConsoleUserTest, HomeOfNobodyIsEmpty) {
+    EXPECT_EQ(cmn::HomeOfConsoleUser(root()), "");
+    write("seats/seat0", "ACTIVE=c1\nACTIVE_UID=0\n");
+    write("sessions/c1", "CLASS=greeter\n");
+    EXPECT_EQ(cmn::HomeOfConsoleUser(root()), "");
+}
+
 class InstalledUserTest : public FakeSystem {
     fake::LogCapture log_;  // the listing is logged
 };

@@ -83,6 +83,7 @@ TEST_F(TraverseTest, StoppedFromTheStartIsSilent) {
 TEST_F(TraverseTest, RootThatIsAFileFindsNothing) {
     cmn::StrToFile("x", root_);
     EXPECT_THAT(walk(), IsEmpty());
+    EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(TraverseTest, StopsWithALineWhenToldToWhileItRuns) {

@@ -36,6 +36,9 @@ class FakePlatform : public useragent::AgentPlatform {
     }
 
     cmn::proto::TSettings settings() override {
+        struct sigaction action {};
+        sigaction(SIGTERM, nullptr, &action);
+        sigtermWasHandled = action.sa_handler == useragent::SigtermHandler;
         note("settings");
         return settingsRecord;
     }
@@ -79,6 +82,7 @@ class FakePlatform : public useragent::AgentPlatform {
     }
 
     std::vector<std::string> steps;
+    bool sigtermWasHandled = false;  // before the first step
     std::string failAt;
     std::string failure = "it failed";
     std::filesystem::path executable;
@@ -105,8 +109,9 @@ class AgentTest : public testing::Test {
     fake::LogReader log{platform.logFile};
 };
 
-TEST_F(AgentTest, AsksTheSystemInTheOrderOfTheStartUp) {
+TEST_F(AgentTest, HandlesSigtermAndThenAsksTheSystemInTheOrderOfTheStartUp) {
     EXPECT_EQ(useragent::RunAgent(platform), 7);
+    EXPECT_TRUE(platform.sigtermWasHandled);
     EXPECT_THAT(platform.steps,
                 ElementsAre("settings", "executablePath", "bundleShortVersion", "accessibility", "windowList",
                             "dispatch", "transport", "runApplication"));
@@ -208,7 +213,9 @@ TEST_F(AgentTest, BracesInAFailureMessageAreInterpretedByTheFormatter) {
     EXPECT_TRUE(log.contains(" -- escaped {} braces"));
     platform.failure = "a {} placeholder";
     EXPECT_EQ(useragent::RunAgent(platform), 0);
-    EXPECT_TRUE(log.contains("A start-up failure could not be formatted: "));
+    const auto lines = log.linesWith("A start-up failure could not be formatted: ");
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_THAT(lines[0], testing::EndsWith(" -- a {} placeholder"));
 }
 
 TEST_F(AgentTest, SigtermStopsTheRunLoopAndClearsTheRunFlag) {

@@ -254,6 +254,7 @@ void LogFile::writePass(const std::deque<LogMessage>& batch) {
     formatLines(batch);
     // With an empty stem the name is "_0.log" in the working directory; kept so.
     const bool written = output_->append(fileName(curFile_), lines_);
+    // Also when the file opened but did not take the text (a full disk): the lines would be lost otherwise.
     if (!written || console_)
         output_->echo(lines_);
     lines_.clear();

@@ -61,7 +61,7 @@ TSettings LoadSettings() {
 }
 
 void SaveSettings(const std::filesystem::path& path, const TSettings& settings) {
-    SaveSettingsWith(path, settings, OpenSettingsFileLock);
+    SaveSettingsWith(path, settings, OpenSettingsFileLock, SettingsNow);
 }
 
 void SaveSettings(const TSettings& settings) {
@@ -126,7 +126,7 @@ void InstanceSettings(const std::string& installationKey, const std::filesystem:
                           {"${DEV_UUID}", deviceUuid.empty() ? MakeUUID() : deviceUuid},
                           {"${INST_PATH}", GetSharedPath()},
                           {"${SCAN_ROOT}", root}},
-                         OpenSettingsFileLock);
+                         OpenSettingsFileLock, SettingsNow);
 }
 
 void SetDefaultTestSettings(unsigned long long deviceId, const std::filesystem::path& scanRoot) {

@@ -18,6 +18,10 @@ namespace {
 
 using boost::interprocess::interprocess_exception;
 
+// The lock of a file is the whole process's and is lost when any of the process's descriptors of the file
+// closes. So one thread at a time opens the file to change it.
+std::timed_mutex g_fileMutex;
+
 void LogError(int line, std::string_view function, const std::string& message) {
     LogFull(LogLevel::Error, __FILE__, line, function, message);
 }
@@ -25,6 +29,9 @@ void LogError(int line, std::string_view function, const std::string& message) {
 }  // namespace
 
 TSettings LoadSettingsWith(const std::filesystem::path& path, const ReadSettings& read) {
+    // Takes no lock, and no mutex: a load does not wait for a save. Closing the file gives up the lock of a
+    // save that another thread has in progress, so another process may then write beside it; this gap is
+    // known.
     try {
         try {
             std::ifstream in(path, std::ios::binary);
@@ -39,16 +46,20 @@ TSettings LoadSettingsWith(const std::filesystem::path& path, const ReadSettings
 }
 
 void SaveSettingsWith(const std::filesystem::path& path, const TSettings& settings,
-                      const OpenSettingsLock& openLock) {
-    // The lock is one between processes; this keeps the texts of two threads apart.
-    static std::mutex saving;
-    const std::lock_guard one(saving);
+                      const OpenSettingsLock& openLock, const SettingsClock& now) {
+    const auto fail = [&] {
+        throw_with_trace(make_error("can't get lock for save settings to file: ", path.string()));
+    };
+    const auto deadline = now() + kSettingsLockTimeout;
+    const std::unique_lock one(g_fileMutex, deadline);
+    if (!one)
+        fail();
     try {
         // The file is emptied here, before the lock is taken; kept so.
         std::ofstream out(path, std::ios::binary);
         auto lock = openLock(path);
-        if (!lock->lock(kSettingsLockTimeout))
-            throw_with_trace(make_error("can't get lock for save settings to file: ", path.string()));
+        if (!lock->lock(deadline))
+            fail();
         // Whoever had the lock meanwhile may have left a longer text than this one.
         std::error_code ignored;
         std::filesystem::resize_file(path, 0, ignored);
@@ -64,14 +75,19 @@ void SaveSettingsWith(const std::filesystem::path& path, const TSettings& settin
 }
 
 void InstanceSettingsWith(const std::filesystem::path& path, const std::map<std::string, std::string>& values,
-                          const OpenSettingsLock& openLock) {
+                          const OpenSettingsLock& openLock, const SettingsClock& now) {
+    const auto fail = [] { throw_with_trace(std::runtime_error("can't get lock")); };
+    const auto deadline = now() + kSettingsLockTimeout;
+    const std::unique_lock one(g_fileMutex, deadline);
+    if (!one)
+        fail();
     try {
         // Both streams outlive the lock: closing any descriptor of the file gives it up.
         std::ifstream in(path, std::ios::binary);
         std::ofstream out;
         const auto lock = openLock(path);
-        if (!lock->lock(kSettingsLockTimeout))
-            throw_with_trace(std::runtime_error("can't get lock"));
+        if (!lock->lock(deadline))
+            fail();
         std::string text;
         if (!ReadAll(in, text))
             throw_with_trace(make_error("[InstanceSettings] Can't read (", path.string(), ")"));

@@ -11,9 +11,11 @@ class FileLock : public SettingsLock {
  public:
     explicit FileLock(const std::filesystem::path& path) : lock_(path.c_str()) {}
 
-    bool lock(std::chrono::seconds timeout) override {
-        const auto now = boost::posix_time::microsec_clock::universal_time();
-        return lock_.timed_lock(now + boost::posix_time::seconds(timeout.count()));
+    bool lock(SettingsTime deadline) override {
+        const auto since1970 =
+            std::chrono::duration_cast<std::chrono::microseconds>(deadline.time_since_epoch());
+        return lock_.timed_lock(boost::posix_time::ptime(boost::gregorian::date(1970, 1, 1)) +
+                                boost::posix_time::microseconds(since1970.count()));
     }
 
  private:
@@ -21,6 +23,10 @@ class FileLock : public SettingsLock {
 };
 
 }  // namespace
+
+SettingsTime SettingsNow() {
+    return std::chrono::system_clock::now();
+}
 
 std::unique_ptr<SettingsLock> OpenSettingsFileLock(const std::filesystem::path& path) {
     return std::make_unique<FileLock>(path);

@@ -63,9 +63,8 @@ void Walk(const fs::path& root, const std::function<void(const fs::path&)>& call
     std::error_code error;
     if (!fs::exists(root, error) || error || !keepRunning)
         return;
+    // A root that cannot be listed leaves the iterator at its end; only errors on the way are reported.
     fs::recursive_directory_iterator entries(root, fs::directory_options::skip_permission_denied, error);
-    if (error)
-        Log(LogLevel::Error, __LINE__, "Access to [{}] failed with: {}", root.string(), error.message());
     fs::path::string_type last;  // not a path: copying its components for every entry is dear
     while (entries != fs::recursive_directory_iterator()) {
         const auto& entry = *entries;

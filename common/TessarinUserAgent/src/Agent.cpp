@@ -70,7 +70,7 @@ void LogStartFailure(const std::exception& error) {
     try {
         TLOG_ERROR(fmt::runtime(error.what()));
     } catch (const fmt::format_error& formatError) {
-        TLOG_ERROR("A start-up failure could not be formatted: {}", formatError.what());
+        TLOG_ERROR("A start-up failure could not be formatted: {} -- {}", formatError.what(), error.what());
     }
 }
 

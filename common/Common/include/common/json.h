@@ -10,8 +10,10 @@
 #include "common/rapidjson.h"
 
 // JSON text to records and back. A record type binds itself with two functions found beside it:
-//     void fromJson(const rapidjson::Value&, Record&);   reads the members it knows, leaves the others as
-//     they are void toJson(PrettyWriter&, const Record&);
+//     // Reads the members it knows, leaves the others as they are.
+//     void fromJson(const rapidjson::Value&, Record&);
+//     // Writes one object.
+//     void toJson(PrettyWriter&, const Record&);
 namespace cmn::proto {
 
 using PrettyWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
@@ -38,13 +40,17 @@ std::vector<unsigned char> ReadAll(std::ifstream& in);
 
 // Field readers. A value of a type that a reader does not take throws JsonException; see each for what it
 // takes.
-void fromJson(const rapidjson::Value& value, std::string& out);   // null is empty
-void fromJson(const rapidjson::Value& value, std::int32_t& out);  // number or decimal text, else 0
-void fromJson(const rapidjson::Value& value,
-              std::uint64_t& out);                        // number or decimal text (negative is 0), else 0
-void fromJson(const rapidjson::Value& value, bool& out);  // bool, number, "true", "false", null
-void fromJson(const rapidjson::Value& value,
-              std::vector<std::string>& out);  // array, or text split at every ";"
+
+// Null is empty.
+void fromJson(const rapidjson::Value& value, std::string& out);
+// Number or decimal text, else 0.
+void fromJson(const rapidjson::Value& value, std::int32_t& out);
+// Number or decimal text (negative is 0), else 0.
+void fromJson(const rapidjson::Value& value, std::uint64_t& out);
+// Bool, number, "true", "false", null.
+void fromJson(const rapidjson::Value& value, bool& out);
+// Array, or text split at every ";".
+void fromJson(const rapidjson::Value& value, std::vector<std::string>& out);
 
 // Reads a JSON array, one element per entry.
 template <class X>
@@ -70,7 +76,8 @@ void fromJson(const rapidjson::Value& value, std::optional<X>& out) {
         fromJson(value, out.emplace());
 }
 
-void fromJson(const rapidjson::Value& value, std::optional<std::vector<std::string>>& out);  // arrays only
+// Null or an array.
+void fromJson(const rapidjson::Value& value, std::optional<std::vector<std::string>>& out);
 
 // Field writers.
 void toJson(PrettyWriter& writer, const std::string& value);  // up to its first NUL

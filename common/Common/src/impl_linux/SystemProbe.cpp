@@ -59,6 +59,12 @@ std::string ConsoleUserOf(const std::string& runFolder) {
     return user ? user->name : std::string();
 }
 
+std::string HomeOfConsoleUser(const std::string& runFolder) {
+    const auto name = ConsoleUserOf(runFolder);
+    const auto user = name.empty() ? std::nullopt : FindUser(name);
+    return user ? user->home : std::string();
+}
+
 std::string MACAddressBelow(const std::string& root) {
     const auto routes = ReadText(root + "/proc/net/route");
     if (!routes)

@@ -15,6 +15,8 @@ std::string InstalledUserBelow(const std::string& usersRoot);
 // The active user of the first seat, as logind's folder `runFolder` records it ("" when nobody is logged in
 // there). Asking logind itself could wait for it.
 std::string ConsoleUserOf(const std::string& runFolder);
+// That user's home folder, "" likewise.
+std::string HomeOfConsoleUser(const std::string& runFolder);
 
 // Address of the default route's interface in the folder that holds "proc" and "sys". "" without a table of
 // routes, zeros without a default route.

@@ -19,6 +19,7 @@ namespace {
 
 constexpr auto kPersistPath = "/var/opt/tessarin";
 constexpr auto kUsersRoot = "/home";
+constexpr auto kRunFolder = "/run/systemd";
 constexpr auto kFullDiskAccessProbe = "/root";
 
 // Recorded while the program is loaded, that is, on its main thread.
@@ -49,7 +50,7 @@ std::string GetInstalledUserName() {
 }
 
 std::string GetCurrentUserName() {
-    return ConsoleUserOf("/run/systemd");
+    return ConsoleUserOf(kRunFolder);
 }
 
 std::string GetOSName() {
@@ -87,9 +88,7 @@ std::optional<std::string> GetBundleShortVersion() {
 }
 
 std::string GetInstallationUserHomePath() {
-    const auto name = GetCurrentUserName();
-    const auto user = name.empty() ? std::nullopt : FindUser(name);
-    return user ? user->home : std::string();
+    return HomeOfConsoleUser(kRunFolder);
 }
 
 std::string GetSharedPath() {
