@@ -16,8 +16,10 @@ namespace cmn {
 
 namespace {
 
+// "[ INFO] [2026.11.21 03:11:50] " and the newline.
+constexpr std::size_t kPrefixSize = 32;
 constexpr std::string_view kOverflowNotice = "The logs were removed from the queue because it overflowed";
-constexpr std::size_t kKeptBuffer = 1 << 20;
+constexpr std::size_t kKeptMemory = 1 << 20;
 
 std::string_view LevelTag(LogLevel level) {
     switch (level) {
@@ -89,30 +91,18 @@ void LogFile::log(LogLevel level, std::string_view message) {
     if (!enabled(level))
         return;
     const auto time = output_->now();
-    // Memory of its own only when there is none to reuse; not under the lock.
-    std::string text;
-    if (!canReuse_.load(std::memory_order_relaxed))
-        text = message;
-    std::deque<LogMessage> late;
+    LogQueue late;
     bool wake = false;
     {
         const std::lock_guard lock(queueMutex_);
-        if (text.empty()) {
-            if (!written_.empty()) {
-                text = std::move(written_.front().message);
-                written_.pop_front();
-                canReuse_.store(!written_.empty(), std::memory_order_relaxed);
-            }
-            text = message;
-        }
-        queue_.push_back({level, std::move(text), time});
+        queue_.pushBack({level, message, time});
         wake = std::exchange(writerWaits_, false);
         if (queue_.size() > maxQueue_) {
-            queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(maxQueue_ / 2));
-            queue_.push_front({LogLevel::Unconditional, std::string(kOverflowNotice), time});
+            queue_.dropOldest(maxQueue_ / 2);
+            queue_.pushFront({LogLevel::Unconditional, kOverflowNotice, time});
         }
         if (writerEnded_)
-            late.swap(queue_);
+            std::swap(late, queue_);
     }
     if (wake)
         queueCondition_.notify_all();
@@ -217,38 +207,36 @@ void LogFile::RefreshCurFile() {
 }
 
 void LogFile::logHandler() {
-    std::deque<LogMessage> batch;
+    LogQueue batch;
     while (nextBatch(batch))
         writePass(batch);
 }
 
-// Takes over what was queued. While there is more to write, the entries written last lend their memory to new
-// lines; it is given back before the writer sleeps.
-bool LogFile::nextBatch(std::deque<LogMessage>& batch) {
-    std::deque<LogMessage> unused;
+// Takes over what was queued, and leaves the memory of the last batch for what comes. Before the writer
+// sleeps it gives back what a burst has left.
+bool LogFile::nextBatch(LogQueue& batch) {
+    batch.clear();
     std::unique_lock lock(queueMutex_);
-    unused.swap(written_);
-    if (queue_.empty()) {
-        canReuse_.store(false, std::memory_order_relaxed);
+    if (queue_.empty() && batch.capacity() + queue_.capacity() > kKeptMemory) {
+        LogQueue spare;
+        std::swap(spare, queue_);
         lock.unlock();
-        batch.clear();
-        unused.clear();
+        spare.release();
+        batch.release();
+        releaseLines();
         lock.lock();
-        while (queue_.empty() && running_) {
-            writerWaits_ = true;
-            queueCondition_.wait(lock);
-        }
-        writerWaits_ = false;
-    } else {
-        written_.swap(batch);
-        canReuse_.store(true, std::memory_order_relaxed);
     }
-    batch.swap(queue_);
+    while (queue_.empty() && running_) {
+        writerWaits_ = true;
+        queueCondition_.wait(lock);
+    }
+    writerWaits_ = false;
+    std::swap(batch, queue_);
     writerEnded_ = batch.empty();
     return !batch.empty();
 }
 
-void LogFile::writePass(const std::deque<LogMessage>& batch) {
+void LogFile::writePass(const LogQueue& batch) {
     const std::lock_guard lock(fileMutex_);
     rotate();
     formatLines(batch);
@@ -258,8 +246,6 @@ void LogFile::writePass(const std::deque<LogMessage>& batch) {
     if (!written || console_)
         output_->echo(lines_);
     lines_.clear();
-    if (lines_.capacity() > kKeptBuffer)
-        lines_.shrink_to_fit();
 }
 
 void LogFile::rotate() {
@@ -270,8 +256,14 @@ void LogFile::rotate() {
     std::filesystem::remove(fileName(curFile_), ignored);
 }
 
-void LogFile::formatLines(const std::deque<LogMessage>& batch) {
-    for (const auto& entry : batch) {
+void LogFile::releaseLines() {
+    const std::lock_guard lock(fileMutex_);
+    lines_ = {};
+}
+
+void LogFile::formatLines(const LogQueue& batch) {
+    lines_.reserve(batch.textSize() + batch.size() * kPrefixSize);
+    batch.forEach([this](const LogMessage& entry) {
         if (entry.level != LogLevel::Unconditional) {
             if (entry.time != stampTime_ || stamp_.empty()) {
                 stamp_ = FormatStamp(entry.time);
@@ -282,7 +274,7 @@ void LogFile::formatLines(const std::deque<LogMessage>& batch) {
         }
         lines_ += entry.message;
         lines_ += '\n';
-    }
+    });
 }
 
 std::filesystem::path GetLogPath() {

@@ -4,7 +4,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <ctime>
-#include <deque>
 #include <filesystem>
 #include <memory>
 #include <mutex>
@@ -12,16 +11,10 @@
 #include <string_view>
 #include <thread>
 
+#include "common/LogQueue.h"
 #include "common/log.h"
 
 namespace cmn {
-
-// One queued line.
-struct LogMessage {
-    LogLevel level;
-    std::string message;  // no trailing newline
-    std::time_t time;     // when it was handed in, seconds since 1970
-};
 
 // What the log asks of the world around it. Tests put their own in its place.
 class LogOutput {
@@ -74,10 +67,11 @@ class LogFile {
 
  private:
     void logHandler();
-    bool nextBatch(std::deque<LogMessage>& batch);
-    void writePass(const std::deque<LogMessage>& batch);
+    bool nextBatch(LogQueue& batch);
+    void writePass(const LogQueue& batch);
     void rotate();
-    void formatLines(const std::deque<LogMessage>& batch);
+    void releaseLines();
+    void formatLines(const LogQueue& batch);
     void RefreshCurFile();
     void setCurFile(std::uint32_t index);
     std::string fileName(std::uint32_t index) const;
@@ -93,9 +87,7 @@ class LogFile {
     std::uint64_t maxSize_ = 15'728'640;
     std::uint64_t maxQueue_ = 100'000;
     bool console_ = false;
-    std::deque<LogMessage> queue_;
-    std::deque<LogMessage> written_;     // entries whose memory new lines reuse; their texts are done with
-    std::atomic<bool> canReuse_{false};  // whether written_ holds any
+    LogQueue queue_;
     bool writerWaits_ = false;
     std::mutex queueMutex_;         // guards the above from queue_ on, running_ and writerEnded_
     std::mutex fileMutex_;          // guards the settings and what follows; held during a whole pass
