@@ -258,7 +258,7 @@ void LogFile::rotate() {
 
 void LogFile::releaseLines() {
     const std::lock_guard lock(fileMutex_);
-    lines_ = {};
+    std::string().swap(lines_);
 }
 
 void LogFile::formatLines(const LogQueue& batch) {

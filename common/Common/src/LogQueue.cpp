@@ -37,8 +37,8 @@ void LogQueue::clear() {
 }
 
 void LogQueue::release() {
-    entries_ = {};
-    texts_ = {};
+    std::vector<Entry>().swap(entries_);
+    std::string().swap(texts_);
 }
 
 }  // namespace cmn
