@@ -1,8 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <QDBusObjectPath>
 #include <QDBusVariant>
@@ -10,12 +7,14 @@
 #include <thread>
 
 #include "DBusFixture.h"
+#include "support/MuteSocket.h"
 #include "support/RawPeer.h"
 
 // The client's end of the messages over D-Bus.
 namespace {
 
 using namespace std::chrono_literals;
+using fake::MuteSocket;
 using fake::WaitFor;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -34,48 +33,6 @@ class DBusClientTest : public DBusTest {
         connection->resume();
         return connection;
     }
-};
-
-// A socket that takes connections and reads, but answers only as told.
-class MuteSocket {
- public:
-    explicit MuteSocket(const std::string& path, bool authenticates = false) {
-        descriptor_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(::bind(descriptor_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(descriptor_, 5), 0);
-        if (authenticates) {
-            server_ = std::thread([this] { authenticate(); });
-        }
-    }
-    ~MuteSocket() {
-        ::shutdown(descriptor_, SHUT_RDWR);
-        if (server_.joinable()) {
-            server_.join();
-        }
-        ::close(descriptor_);
-        for (const int client : clients_) {
-            ::close(client);
-        }
-    }
-    MuteSocket(const MuteSocket&) = delete;
-    MuteSocket& operator=(const MuteSocket&) = delete;
-
- private:
-    // Accepts every authentication, then says nothing more.
-    void authenticate() {
-        for (int client = 0; (client = ::accept4(descriptor_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
-            clients_.push_back(client);
-            static constexpr std::string_view kOk = "OK 1234deadbeef1234deadbeef12345678\r\n";
-            ::send(client, kOk.data(), kOk.size(), MSG_NOSIGNAL);
-        }
-    }
-
-    int descriptor_ = -1;
-    std::thread server_;
-    std::vector<int> clients_;
 };
 
 TEST_F(DBusClientTest, CallsAServiceAndGetsEveryTypeBack) {

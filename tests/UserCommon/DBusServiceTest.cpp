@@ -102,8 +102,9 @@ TEST_F(DBusServiceTest, AClientMayEndAtAnyMomentOfItsStart) {
     const auto server = startServer();
     ConnectionEvents events;
     constexpr int kClients = 60;
+    std::vector<std::shared_ptr<cmn::XPCConnection>> ended;  // a connection that is gone tells nobody
     for (int i = 0; i < kClients; ++i) {
-        const auto connection = makeConnection(events);
+        const auto connection = ended.emplace_back(makeConnection(events));
         connection->resume();
         proxy(*connection, events)->note("hello");
         std::this_thread::sleep_for(i * 50us);

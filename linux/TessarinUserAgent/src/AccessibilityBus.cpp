@@ -25,14 +25,20 @@ const atspi::ObjectRef kSessionObject{QStringLiteral("org.a11y.Bus"), QStringLit
 // near a bus that answers.
 cmn::BusProbeResult Probe(const std::shared_ptr<cmn::TaskPool>& pool, const std::string& address,
                           Deadline deadline) {
-    const auto promise = std::make_shared<std::promise<cmn::BusProbeResult>>();
+    // Held by nobody but the handler: when the pool stops, nobody waits for it.
+    auto promise = std::make_shared<std::promise<cmn::BusProbeResult>>();
     std::future<cmn::BusProbeResult> result = promise->get_future();
-    cmn::ProbeBus(pool, cmn::ParseBusAddresses(address), TimeLeft(deadline),
-                  [promise](const cmn::BusProbeResult& found) { promise->set_value(found); });
+    cmn::ProbeBus(
+        pool, cmn::ParseBusAddresses(address), TimeLeft(deadline),
+        [promise = std::move(promise)](const cmn::BusProbeResult& found) { promise->set_value(found); });
     if (result.wait_until(deadline) != std::future_status::ready) {
-        return {std::nullopt, "no answer in time"};
+        return {std::nullopt, "no answer in time", false};
     }
-    return result.get();
+    try {
+        return result.get();
+    } catch (const std::future_error&) {
+        return {std::nullopt, "nobody is left to ask it", false};  // the pool has stopped
+    }
 }
 
 std::string Describe(const QDBusMessage& reply) {
@@ -77,9 +83,14 @@ std::optional<BusLink> AccessibilityBus::check(Deadline deadline) {
         looking_ = true;
         lastLook_ = Clock::now();
     }
-    look(deadline);
+    {
+        const cmn::ScopedAction looked([this] {
+            const std::lock_guard lock(mutex_);
+            looking_ = false;
+        });
+        look(deadline);
+    }
     const std::lock_guard lock(mutex_);
-    looking_ = false;
     return usableLink();
 }
 
@@ -119,8 +130,8 @@ std::optional<AccessibilityBus::Bus> AccessibilityBus::connect(const std::string
                                                                std::string& failure) {
     static std::atomic<int> serial{0};
     const cmn::BusProbeResult alive = Probe(pool_, address, deadline);
-    if (!alive.address) {
-        failure = alive.failure;
+    if (!alive.address || !alive.saidHello) {
+        failure = alive.address ? "the bus does not let this user in" : alive.failure;
         return std::nullopt;
     }
     const QString name = QString::fromStdString(fmt::format("tessarin-accessibility-{}", ++serial));

@@ -115,7 +115,7 @@ bool AtspiAccessibility::isProcessTrustedWithPrompt() {
 
 void AtspiAccessibility::prepare(const std::vector<std::int32_t>& pids) {
     const Deadline deadline = core_->deadline();
-    const std::optional<BusLink> link = core_->bus.check(deadline);
+    const std::optional<BusLink> link = core_->bus.check(HalfWayTo(deadline));
     const std::uint64_t epoch = link ? link->epoch : 0;
     const auto isLost = [epoch](const AtspiSubscription& subscription) {
         return subscription.link().epoch != epoch;

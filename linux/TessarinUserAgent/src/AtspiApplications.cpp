@@ -38,11 +38,11 @@ struct Candidate {
 // The names that belong to one of the processes.
 std::vector<Candidate> OfProcesses(const BusLink& link, const QStringList& names,
                                    const std::set<std::int32_t>& pids, Deadline deadline) {
-    const std::vector<std::int32_t> owners = ProcessIds(link, names, deadline);
+    const auto owners = ProcessIds(link, names, deadline);
     std::vector<Candidate> candidates;
     for (std::size_t i = 0; i < owners.size(); ++i) {
-        if (pids.contains(owners[i])) {
-            candidates.push_back({owners[i], names[static_cast<qsizetype>(i)]});
+        if (owners[i] && pids.contains(*owners[i])) {
+            candidates.push_back({*owners[i], names[static_cast<qsizetype>(i)]});
         }
     }
     return candidates;
@@ -69,28 +69,36 @@ void KeepApplications(const BusLink& link, std::vector<Candidate>& candidates, D
 
 }  // namespace
 
-QStringList RegisteredApplications(const BusLink& link, Deadline deadline) {
+std::optional<QStringList> RegisteredApplications(const BusLink& link, Deadline deadline) {
     const QDBusMessage reply = CallAndWait(
         link.connection,
         atspi::Call({atspi::kRegistryName, atspi::kRootPath}, atspi::kAccessibleInterface, "GetChildren"),
         deadline);
+    const auto applications = atspi::ReadObjects(reply, deadline);
+    if (!applications) {
+        return std::nullopt;
+    }
     QStringList names;
-    for (const atspi::ObjectRef& application :
-         atspi::ReadObjects(reply, deadline).value_or(std::vector<atspi::ObjectRef>())) {
+    for (const atspi::ObjectRef& application : *applications) {
         names.push_back(application.busName);
     }
     names.removeDuplicates();
     return names;
 }
 
-std::vector<std::int32_t> ProcessIds(const BusLink& link, const QStringList& busNames, Deadline deadline) {
+std::vector<std::optional<std::int32_t>> ProcessIds(const BusLink& link, const QStringList& busNames,
+                                                    Deadline deadline) {
     std::vector<QDBusMessage> calls;
     for (const QString& name : busNames) {
         calls.push_back(atspi::CallBus("GetConnectionUnixProcessID", {name}));
     }
-    std::vector<std::int32_t> pids;
+    std::vector<std::optional<std::int32_t>> pids;
     for (const QDBusMessage& reply : CallTogether(link.connection, calls, deadline).messages) {
-        pids.push_back(static_cast<std::int32_t>(atspi::ReadNumber(reply).value_or(0)));
+        if (const auto pid = atspi::ReadNumber(reply)) {
+            pids.emplace_back(static_cast<std::int32_t>(*pid));
+        } else {
+            pids.push_back(atspi::IsNobodyThere(reply) ? std::optional(0) : std::nullopt);
+        }
     }
     return pids;
 }
@@ -122,7 +130,7 @@ void AtspiApplications::lookUp(const BusLink& link, const std::vector<std::int32
     if (wanted.empty()) {
         return;
     }
-    const QStringList registered = RegisteredApplications(link, deadline);
+    const QStringList registered = RegisteredApplications(link, deadline).value_or(QStringList());
     std::vector<Candidate> found = OfProcesses(link, registered, wanted, deadline);
     for (const Candidate& candidate : found) {
         wanted.erase(candidate.pid);

@@ -50,10 +50,13 @@ class AtspiApplications {
     std::map<std::int32_t, int> absences_;
 };
 
-// The unique names of the applications that the registry lists, in its order.
-QStringList RegisteredApplications(const BusLink& link, Deadline deadline);
+// The unique names of the applications that the registry lists, in its order. Nothing when it does not
+// answer.
+std::optional<QStringList> RegisteredApplications(const BusLink& link, Deadline deadline);
 
-// The process ids of the owners of those names; 0 where unknown.
-std::vector<std::int32_t> ProcessIds(const BusLink& link, const QStringList& busNames, Deadline deadline);
+// The process ids of the owners of those names; 0 for a name without one, nothing where the bus did not
+// answer.
+std::vector<std::optional<std::int32_t>> ProcessIds(const BusLink& link, const QStringList& busNames,
+                                                    Deadline deadline);
 
 }  // namespace useragent

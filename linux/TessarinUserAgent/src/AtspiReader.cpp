@@ -36,7 +36,10 @@ AXError ReadMainWindow(const AtspiReading& reading, AXValue& value) {
     const QDBusMessage list = reading.ask(reading.call("GetChildren"));
     const auto children = atspi::ReadObjects(list, reading.deadline());
     if (!children) {
-        return atspi::ErrorOf(list);
+        return Clock::now() >= reading.deadline() ? AXError::cannotComplete : atspi::ErrorOf(list);
+    }
+    if (children->size() > kMostTopLevels) {
+        return AXError::cannotComplete;
     }
     std::vector<QDBusMessage> calls;
     for (const atspi::ObjectRef& child : *children) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <vector>
@@ -26,7 +27,8 @@ class AtspiWindowList final : public WindowList {
 
  private:
     const std::weak_ptr<AtspiCore> core_;
-    std::map<QString, Application> lastSeen_;  // by bus name
+    std::uint64_t epoch_ = 0;
+    std::map<QString, Application> lastSeen_;  // by bus name, of that epoch
 };
 
 }  // namespace useragent

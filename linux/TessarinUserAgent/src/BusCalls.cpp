@@ -88,6 +88,10 @@ std::chrono::milliseconds TimeLeft(Deadline deadline) {
                     std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()));
 }
 
+Deadline HalfWayTo(Deadline deadline) {
+    return deadline - std::max(Clock::duration::zero(), deadline - Clock::now()) / 2;
+}
+
 Replies CallTogether(const QDBusConnection& connection, const std::vector<QDBusMessage>& calls,
                      Deadline deadline) {
     Flight flight(connection, deadline, calls.size());

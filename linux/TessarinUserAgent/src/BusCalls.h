@@ -14,6 +14,9 @@ using Deadline = Clock::time_point;
 // Time left, at least 0, rounded up.
 std::chrono::milliseconds TimeLeft(Deadline deadline);
 
+// The middle of the time left, for a step after which there are others.
+Deadline HalfWayTo(Deadline deadline);
+
 struct Replies {
     // One for each call, in their order; of type InvalidMessage where none came in time.
     std::vector<QDBusMessage> messages;

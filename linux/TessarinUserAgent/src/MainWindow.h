@@ -9,6 +9,9 @@
 
 namespace useragent {
 
+// An application that lists more is not asked about them: before any deadline it could not answer.
+inline constexpr std::size_t kMostTopLevels = 1024;
+
 // A window of an application as its accessibility root lists it.
 struct TopLevel {
     QString path;

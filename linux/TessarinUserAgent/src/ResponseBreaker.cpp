@@ -78,7 +78,7 @@ void ResponseBreaker::settle(const BusLink& link, const QString& busName, std::u
         silent_.erase(found);
     }
     TLOG_INFO("The application with process id {} answers again", pid);
-    calls_.post([onRecovered = onRecovered_, busName] { onRecovered(busName); });
+    onRecovered_(busName);
 }
 
 void ResponseBreaker::forgetOtherEpochs(const BusLink& link) {

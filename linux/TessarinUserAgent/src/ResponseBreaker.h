@@ -16,7 +16,7 @@ namespace useragent {
 // its way without a time limit; its answer ends the state. Any thread.
 class ResponseBreaker {
  public:
-    // Called on the main thread when an application answers again.
+    // Called on any thread when an application answers again.
     using Recovered = std::function<void(const QString& busName)>;
 
     ResponseBreaker(MainThreadCalls& calls, Recovered onRecovered);

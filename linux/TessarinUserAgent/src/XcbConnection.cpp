@@ -8,6 +8,7 @@
 #include <cstring>
 #include <mutex>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -40,14 +41,16 @@ struct XcbConnection::Connector::Attempt {
     bool isFinished = false;
     ConnectionHandle connection;
     int screen = 0;
+
+    // Null when no thread can be had.
+    static std::shared_ptr<Attempt> start(const std::string& display);
 };
 
-XcbConnection::Connector::Connector(std::string display) : display_(std::move(display)) {}
-
-std::unique_ptr<XcbConnection> XcbConnection::Connector::connect(Deadline deadline) {
-    if (!attempt_) {
-        attempt_ = std::make_shared<Attempt>();
-        std::thread([attempt = attempt_, display = display_] {
+std::shared_ptr<XcbConnection::Connector::Attempt> XcbConnection::Connector::Attempt::start(
+    const std::string& display) {
+    auto attempt = std::make_shared<Attempt>();
+    try {
+        std::thread([attempt, display] {
             int screen = 0;
             ConnectionHandle connection(xcb_connect(display.c_str(), &screen));
             const std::lock_guard lock(attempt->mutex);
@@ -56,6 +59,17 @@ std::unique_ptr<XcbConnection> XcbConnection::Connector::connect(Deadline deadli
             attempt->screen = screen;
             attempt->finished.notify_all();
         }).detach();
+    } catch (const std::system_error&) {
+        return nullptr;
+    }
+    return attempt;
+}
+
+XcbConnection::Connector::Connector(std::string display) : display_(std::move(display)) {}
+
+std::unique_ptr<XcbConnection> XcbConnection::Connector::connect(Deadline deadline) {
+    if (!attempt_ && !(attempt_ = Attempt::start(display_))) {
+        return nullptr;
     }
     ConnectionHandle connection;
     int screen = 0;

@@ -6,11 +6,13 @@
 
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/read.hpp>
 #include <boost/asio/read_until.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 #include <boost/asio/write.hpp>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
 namespace cmn {
@@ -22,6 +24,9 @@ using ErrorCode = boost::system::error_code;
 
 constexpr std::size_t kLongestAnswer = 4096;
 
+// Of a message, the part of a fixed size.
+constexpr std::size_t kHeaderSize = 16;
+
 // The opening of the authentication: a NUL, then the user id in hexadecimal digits of its decimal text.
 std::string AuthenticationRequest() {
     const std::string user = fmt::format("{}", ::getuid());
@@ -30,6 +35,48 @@ std::string AuthenticationRequest() {
         fmt::format_to(std::back_inserter(request), "{:02x}", static_cast<unsigned char>(digit));
     }
     return request + "\r\n";
+}
+
+void AppendNumber(std::string& bytes, std::size_t number) {
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+        bytes += static_cast<char>((number >> shift) & 0xFFU);
+    }
+}
+
+void Align(std::string& bytes) {
+    bytes.resize((bytes.size() + 7) / 8 * 8, '\0');
+}
+
+void AppendField(std::string& fields, char code, char type, std::string_view text) {
+    Align(fields);
+    fields.append({code, '\1', type, '\0'});
+    AppendNumber(fields, text.size());
+    fields.append(text).append(1, '\0');
+}
+
+// The end of the authentication, and the call with which every client of a bus begins: little endian, a
+// method call, no flags, version 1; no body, serial number 1; path, interface, member and destination.
+std::string HelloRequest() {
+    std::string fields;
+    AppendField(fields, 1, 'o', "/org/freedesktop/DBus");
+    AppendField(fields, 2, 's', "org.freedesktop.DBus");
+    AppendField(fields, 3, 's', "Hello");
+    AppendField(fields, 6, 's', "org.freedesktop.DBus");
+    std::string call("l\1\0\1", 4);
+    AppendNumber(call, 0);
+    AppendNumber(call, 1);
+    AppendNumber(call, fields.size());
+    call += fields;
+    Align(call);
+    return "BEGIN\r\n" + call;
+}
+
+// Whether a message begins like an answer, be it an error.
+bool IsAnswer(std::string_view message) {
+    constexpr char kMethodReturn = 2;
+    constexpr char kError = 3;
+    return (message[0] == 'l' || message[0] == 'B') &&
+           (message[1] == kMethodReturn || message[1] == kError) && message[3] == 1;
 }
 
 // Lives as long as its operations.
@@ -51,7 +98,7 @@ class Probe : public std::enable_shared_from_this<Probe> {
  private:
     void tryNext() {
         if (next_ == addresses_.size()) {
-            handler_({std::nullopt, failure_});
+            handler_({std::nullopt, failure_, false});
             return;
         }
         const std::string& name = addresses_[next_].socketName;
@@ -80,10 +127,12 @@ class Probe : public std::enable_shared_from_this<Probe> {
         }
     }
 
-    void ask() {
-        boost::asio::async_write(socket_, boost::asio::buffer(request_),
-                                 [self = shared_from_this()](const ErrorCode& error, std::size_t) {
-                                     self->proceed(error, &Probe::listen);
+    void ask() { send(authentication_, &Probe::listen); }
+
+    void send(const std::string& request, void (Probe::*next)()) {
+        boost::asio::async_write(socket_, boost::asio::buffer(request),
+                                 [self = shared_from_this(), next](const ErrorCode& error, std::size_t) {
+                                     self->proceed(error, next);
                                  });
     }
 
@@ -95,13 +144,34 @@ class Probe : public std::enable_shared_from_this<Probe> {
     }
 
     void judge() {
-        // A bus that wants another kind of authentication is alive, too.
-        if (!answer_.starts_with("OK") && !answer_.starts_with("REJECTED")) {
+        if (answer_.starts_with("OK")) {
+            send(hello_, &Probe::listenForHello);
+        } else if (answer_.starts_with("REJECTED")) {
+            succeed(false);  // a bus that wants another kind of authentication is alive, too
+        } else {
             fail("what answers is not a message bus");
-            return;
         }
+    }
+
+    void listenForHello() {
+        answer_.assign(kHeaderSize, '\0');
+        boost::asio::async_read(socket_, boost::asio::buffer(answer_),
+                                [self = shared_from_this()](const ErrorCode& error, std::size_t) {
+                                    self->proceed(error, &Probe::judgeHello);
+                                });
+    }
+
+    void judgeHello() {
+        if (IsAnswer(answer_)) {
+            succeed(true);
+        } else {
+            fail("what answers is not a message bus");
+        }
+    }
+
+    void succeed(bool saidHello) {
         timer_.cancel();
-        handler_({addresses_[next_].address, {}});
+        handler_({addresses_[next_].address, {}, saidHello});
     }
 
     void fail(const std::string& why) {
@@ -125,7 +195,8 @@ class Probe : public std::enable_shared_from_this<Probe> {
     const std::vector<BusAddress> addresses_;
     const std::chrono::milliseconds deadline_;
     const BusProbeHandler handler_;
-    const std::string request_ = AuthenticationRequest();
+    const std::string authentication_ = AuthenticationRequest();
+    const std::string hello_ = HelloRequest();
     std::string answer_;
     std::string failure_;
     std::size_t next_ = 0;
@@ -138,7 +209,7 @@ void ProbeBus(const std::shared_ptr<TaskPool>& pool, std::vector<BusAddress> add
               std::chrono::milliseconds deadline, BusProbeHandler handler) {
     if (addresses.empty()) {
         pool->post([handler = std::move(handler)] {
-            handler({std::nullopt, "no local socket is known for it"});
+            handler({std::nullopt, "no local socket is known for it", false});
         });
         return;
     }

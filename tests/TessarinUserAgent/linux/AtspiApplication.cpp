@@ -81,6 +81,11 @@ void AtspiApplication::setSelects(bool selects) {
     selects_ = selects;
 }
 
+void AtspiApplication::setHeedsLimit(bool heeds) {
+    const std::lock_guard lock(mutex_);
+    heedsLimit_ = heeds;
+}
+
 void AtspiApplication::change(const std::string& path, const std::function<void(AtspiNode&)>& changes) {
     const std::lock_guard lock(mutex_);
     changes(nodes_[path]);
@@ -114,6 +119,11 @@ AtspiApplication::Window AtspiApplication::addWindow(const std::string& title, c
 void AtspiApplication::overrideMethod(const std::string& member, Override handler) {
     const std::lock_guard lock(mutex_);
     overrides_[member] = std::move(handler);
+}
+
+void AtspiApplication::resetMethod(const std::string& member) {
+    const std::lock_guard lock(mutex_);
+    overrides_.erase(member);
 }
 
 void AtspiApplication::hold() {
@@ -221,7 +231,8 @@ QDBusMessage AtspiApplication::matches(const QDBusMessage& call, const AtspiNode
     std::vector<std::string> found;
     for (const std::string& child : node.children) {
         const auto known = nodes_.find(child);
-        if (known != nodes_.end() && (known->second.states & states) == states && found.size() < limit) {
+        if (known != nodes_.end() && (known->second.states & states) == states &&
+            (found.size() < limit || !heedsLimit_)) {
             found.push_back(child);
         }
     }
@@ -235,6 +246,9 @@ QDBusMessage AtspiApplication::property(const QDBusMessage& call, const AtspiNod
     }
     if (name == QLatin1String("AccessibleId")) {
         return call.createReply(Boxed(Text(node.identifier)));
+    }
+    if (name == QLatin1String("ChildCount")) {
+        return call.createReply(Boxed(node.childCount.value_or(static_cast<int>(node.children.size()))));
     }
     return call.createErrorReply(QDBusError::UnknownProperty, QStringLiteral("not known"));
 }

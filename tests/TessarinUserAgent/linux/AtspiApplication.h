@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,7 @@ struct AtspiNode {
     std::map<std::string, std::string> attributes;
     std::string text;
     std::vector<std::string> children;  // paths, or "busname path" for objects of somebody else
+    std::optional<int> childCount;      // as it claims; otherwise the truth
 };
 
 // An application on an accessibility bus that behaves as the test wants. Thread-safe. It does not register
@@ -40,6 +42,8 @@ class AtspiApplication {
     explicit AtspiApplication(const std::string& busAddress);
     // Whether it can list those of an object's children that are in given states. All real ones do.
     void setSelects(bool selects);
+    // Whether it then lists no more than it was asked for.
+    void setHeedsLimit(bool heeds);
 
     std::string busName() const { return peer_->uniqueName(); }
 
@@ -56,6 +60,7 @@ class AtspiApplication {
     // Calls of that method are answered by the handler instead; nothing is answered when it returns nothing.
     using Override = std::function<std::unique_ptr<QDBusMessage>(const QDBusMessage& call)>;
     void overrideMethod(const std::string& member, Override handler);
+    void resetMethod(const std::string& member);
 
     // Calls that come while it is held are answered when it is released, in their order.
     void hold();
@@ -92,6 +97,7 @@ class AtspiApplication {
     std::vector<Held> held_;
     bool isHeld_ = false;
     bool selects_ = true;
+    bool heedsLimit_ = true;
     int lastNumber_ = 0;
 
     std::unique_ptr<RawPeer> peer_;  // last: its thread uses what is above

@@ -48,8 +48,12 @@ void AtspiDesktop::returnBus() {
     startRegistry();
 }
 
-void AtspiDesktop::restartRegistry() {
+void AtspiDesktop::dropRegistry() {
     registry_.reset();
+}
+
+void AtspiDesktop::restartRegistry() {
+    dropRegistry();
     {
         const std::lock_guard lock(mutex_);
         applications_.clear();

@@ -33,6 +33,8 @@ class AtspiDesktop {
     // The accessibility bus and the registry end; `returnBus` brings new ones, without any application.
     void dropBus();
     void returnBus();
+    // The registry ends, the bus does not.
+    void dropRegistry();
     // A new registry takes the place of the old one, and knows nothing.
     void restartRegistry();
 

@@ -83,11 +83,40 @@ TEST_P(AtspiReaderTest, LeavesOutChildrenThatDoNotExist) {
 
 TEST_P(AtspiReaderTest, DoesNotBelieveTheCountOfChildren) {
     // Whatever an application says about their number, only the list counts.
-    EXPECT_EQ(namesOfChildren(mainWindow()).size(), 1U);
-    EXPECT_EQ(application.callsOf("GetChildAtIndex"), 0);
+    for (const int claim : {-1, 1'000'000}) {
+        for (const std::string& path : {std::string(fake::AtspiApplication::kRoot), window.frame}) {
+            application.change(path, [&](fake::AtspiNode& node) { node.childCount = claim; });
+        }
+        EXPECT_EQ(namesOfChildren(mainWindow()).size(), 1U);
+        EXPECT_EQ(text(addressField(), "AXValue"), "example.org/start");
+        EXPECT_EQ(application.callsOf("GetChildAtIndex"), 0);
+    }
     application.change(window.frame, [](fake::AtspiNode& frame) { frame.children.clear(); });
     EXPECT_EQ(namesOfChildren(mainWindow()).size(), 0U);
     EXPECT_EQ(error, AXError::success);
+}
+
+TEST_P(AtspiReaderTest, SurvivesMoreChildrenThanItAskedFor) {
+    for (int i = 0; i < 10'000; ++i) {
+        application.add(window.frame, {});
+    }
+    application.setHeedsLimit(false);
+    const AXElementRef frame = mainWindow();
+    EXPECT_FALSE(children(frame));
+    EXPECT_EQ(error, AXError::cannotComplete);
+    // The same as the children of a child, which come along with the child.
+    const std::string outer = application.add(fake::AtspiApplication::kRoot, named("outer"));
+    application.change(outer, [&](fake::AtspiNode& node) {
+        node.role = 23;
+        node.states |= fake::kActive;
+        node.children = {window.frame};
+    });
+    const auto inner = children(mainWindow());
+    ASSERT_TRUE(inner);
+    ASSERT_EQ(inner->size(), 1U);
+    EXPECT_EQ(text(inner->front(), "AXDescription"), "Page - Browser");
+    EXPECT_FALSE(children(inner->front()));
+    EXPECT_EQ(error, AXError::cannotComplete);
 }
 
 TEST_P(AtspiReaderTest, EndsTheSearchInATreeThatContainsItself) {
@@ -123,6 +152,17 @@ TEST_P(AtspiReaderTest, GivesUpInTimeOnAHundredThousandChildren) {
     EXPECT_FALSE(children(frame));
     EXPECT_EQ(error, AXError::cannotComplete);
     application.change(window.frame, [](fake::AtspiNode& shrunk) { shrunk.children.resize(1); });
+    EXPECT_TRUE(addressField());
+}
+
+TEST_P(AtspiReaderTest, AsksNoneOfAHundredThousandWindows) {
+    for (int i = 0; i < 100'000; ++i) {
+        application.add(fake::AtspiApplication::kRoot, {});
+    }
+    EXPECT_FALSE(mainWindow());
+    EXPECT_EQ(error, AXError::cannotComplete);
+    EXPECT_EQ(application.callsOf("GetState"), 0);
+    application.change(fake::AtspiApplication::kRoot, [](fake::AtspiNode& root) { root.children.resize(1); });
     EXPECT_TRUE(addressField());
 }
 

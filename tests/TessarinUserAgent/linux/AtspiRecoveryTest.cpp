@@ -297,6 +297,23 @@ TEST_F(AtspiRecoveryTest, StartsOnADesktopWhoseBusesAreFrozen) {
     EXPECT_TRUE(addressField(browser.pid()));
 }
 
+TEST_F(AtspiRecoveryTest, ARecoveryIsToldToNobodyOnceAllHasEnded) {
+    Browser browser(desktop);
+    const auto observer = observe(browser.pid(), addressField(browser.pid()), kAXValueChangedNotification);
+    browser.stop();
+    accessibility->prepare({browser.pid()});
+    browser.resume();
+    // Without the main loop, so that what is posted to it is still there at the end.
+    for (int i = 0; i < 1000 && !log.contains("answers again"); ++i) {
+        std::this_thread::sleep_for(10ms);
+        accessibility->prepare({browser.pid()});
+    }
+    ASSERT_TRUE(log.contains("answers again"));
+    accessibility.reset();
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(seen.entries.empty());
+}
+
 TEST_F(AtspiRecoveryTest, DoesNotLookForAnAbsentBusAtEveryRead) {
     desktop.dropBus();
     EXPECT_FALSE(accessibility->isProcessTrusted());

@@ -1,4 +1,5 @@
 #include <csignal>
+#include <thread>
 
 #include "AtspiFixture.h"
 #include "support/ChildProcess.h"
@@ -7,6 +8,38 @@
 using useragent::WindowInfo;
 
 namespace {
+
+// An application with one window that can be stopped and killed.
+class Program {
+ public:
+    Program(fake::AtspiDesktop& desktop, const std::string& name)
+        : process_({ATSPI_PROGRAM, desktop.accessibilityBus.address()}),
+          busName_(process_.readLine().value_or("")),
+          owner_(name + " " + std::to_string(process_.pid())) {
+        process_.write("name " + name + "\nwindow Page|start\n");
+        process_.readLine();
+        process_.readLine();
+        desktop.registerApplication(busName_);
+    }
+
+    const std::string& busName() const { return busName_; }
+    const std::string& owner() const { return owner_; }
+
+    void stop() const {
+        process_.signal(SIGSTOP);
+        // The signal does its work in its own time.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    void kill() {
+        process_.signal(SIGKILL);
+        process_.wait();
+    }
+
+ private:
+    fake::ChildProcess process_;
+    const std::string busName_;
+    const std::string owner_;
+};
 
 class AtspiWindowListTest : public AtspiFixture {
  protected:
@@ -74,21 +107,92 @@ TEST_F(AtspiWindowListTest, LeavesOutHiddenAndMinimisedFramesAndWhatIsNoFrame) {
 }
 
 TEST_F(AtspiWindowListTest, KeepsTheWindowsOfAnApplicationThatDoesNotAnswer) {
-    fake::ChildProcess process({ATSPI_PROGRAM, desktop.accessibilityBus.address()});
-    const std::string busName = process.readLine().value_or("");
-    process.write("name Firefox\nwindow Page|start\n");
-    process.readLine();
-    process.readLine();
-    desktop.registerApplication(busName);
-    const std::vector<std::string> expected{"Firefox " + std::to_string(process.pid())};
+    Program firefox(desktop, "Firefox");
+    const std::vector<std::string> expected{firefox.owner()};
     EXPECT_EQ(owners(), expected);
-    process.signal(SIGSTOP);
+    firefox.stop();
     EXPECT_EQ(owners(), expected);
     EXPECT_EQ(owners(), expected);
-    process.signal(SIGKILL);
-    process.wait();
-    desktop.unregisterApplication(busName);
+    firefox.kill();
+    EXPECT_EQ(owners(), std::vector<std::string>{}) << "who has left the bus is not among those that hang";
+    desktop.unregisterApplication(firefox.busName());
     EXPECT_EQ(owners(), std::vector<std::string>{});
+}
+
+TEST_F(AtspiWindowListTest, AStoppedEditorHidesNoHealthyBrowser) {
+    const Program stopped(desktop, "Text Editor");
+    nameApplication(browser, "Firefox");
+    browser.addWindow("Page", "start");
+    desktop.registerApplication(browser.busName());
+    stopped.stop();
+    EXPECT_EQ(owners(), std::vector{own("Firefox")});
+    EXPECT_EQ(owners(), std::vector{own("Firefox")});
+    EXPECT_EQ(log.count("does not answer"), 1U);
+}
+
+TEST_F(AtspiWindowListTest, AnEditorThatStopsHidesNeitherItselfNorAHealthyBrowser) {
+    const Program other(desktop, "Text Editor");
+    nameApplication(browser, "Firefox");
+    browser.addWindow("Page", "start");
+    desktop.registerApplication(browser.busName());
+    const std::vector<std::string> expected{other.owner(), own("Firefox")};
+    EXPECT_EQ(owners(), expected);
+    other.stop();
+    EXPECT_EQ(owners(), expected);
+    EXPECT_EQ(owners(), expected);
+}
+
+TEST_F(AtspiWindowListTest, KeepsTheWindowsOfAnApplicationThatAnswersOnlyInPart) {
+    nameApplication(browser, "Firefox");
+    browser.addWindow("Page", "start");
+    desktop.registerApplication(browser.busName());
+    for (const char* const member : {"GetState", "GetChildren"}) {
+        EXPECT_EQ(owners(), std::vector{own("Firefox")});
+        browser.overrideMethod(member,
+                               [](const QDBusMessage&) -> std::unique_ptr<QDBusMessage> { return nullptr; });
+        EXPECT_EQ(owners(), std::vector{own("Firefox")}) << member;
+        browser.resetMethod(member);
+    }
+}
+
+TEST_F(AtspiWindowListTest, AFrozenSessionBusChangesNothing) {
+    nameApplication(browser, "Firefox");
+    browser.addWindow("Page", "start");
+    desktop.registerApplication(browser.busName());
+    EXPECT_EQ(owners(), std::vector{own("Firefox")});
+    desktop.sessionBus.freeze();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(owners(), std::vector{own("Firefox")});
+    }
+}
+
+TEST_F(AtspiWindowListTest, IsAbsentWhileTheBusOrTheRegistryDoesNotAnswer) {
+    browser.addWindow("Page", "start");
+    desktop.registerApplication(browser.busName());
+    EXPECT_EQ(owners(), std::vector{own("Fake")});
+    desktop.accessibilityBus.freeze();
+    EXPECT_EQ(owners(), std::nullopt);
+    desktop.accessibilityBus.thaw();
+    EXPECT_TRUE(fake::WaitFor([&] { return owners() == std::vector{own("Fake")}; }));
+    desktop.dropRegistry();
+    EXPECT_EQ(owners(), std::nullopt);
+}
+
+TEST_F(AtspiWindowListTest, KeepsTheWindowsOfAnApplicationThatNowClaimsAHundredThousand) {
+    nameApplication(editor, "Text Editor");
+    editor.addWindow("Notes", "");
+    nameApplication(browser, "Firefox");
+    browser.addWindow("Page", "start");
+    desktop.registerApplication(editor.busName());
+    desktop.registerApplication(browser.busName());
+    const std::vector<std::string> expected{own("Text Editor"), own("Firefox")};
+    EXPECT_EQ(owners(), expected);
+    const int before = editor.callsOf("GetState");
+    for (int i = 0; i < 100'000; ++i) {
+        editor.add(fake::AtspiApplication::kRoot, frame(fake::kShowing));
+    }
+    EXPECT_EQ(owners(), expected);
+    EXPECT_EQ(editor.callsOf("GetState"), before) << "so many are not asked";
 }
 
 TEST_F(AtspiWindowListTest, IsAbsentWithoutTheBus) {

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <xcb/xcb.h>
 
 #include <chrono>
@@ -219,6 +220,39 @@ TEST_F(XcbWindowListTest, ComesBackWithTheServer) {
     windows = std::make_unique<Windows>(server.display());
     windows->list({windows->add(13, "Navigator", "firefox")});
     EXPECT_TRUE(fake::WaitFor([&] { return owners() == std::vector<std::string>{"Firefox 13"}; }));
+}
+
+// No thread can be started while it lives: each would have a stack that no address space can hold.
+class NoMoreThreads {
+ public:
+    NoMoreThreads() {
+        pthread_attr_t huge;
+        pthread_getattr_default_np(&usual_);
+        pthread_getattr_default_np(&huge);
+        pthread_attr_setstacksize(&huge, std::size_t{1} << 47);
+        EXPECT_EQ(pthread_setattr_default_np(&huge), 0);
+        pthread_attr_destroy(&huge);
+    }
+    ~NoMoreThreads() {
+        pthread_setattr_default_np(&usual_);
+        pthread_attr_destroy(&usual_);
+    }
+    NoMoreThreads(const NoMoreThreads&) = delete;
+    NoMoreThreads& operator=(const NoMoreThreads&) = delete;
+
+ private:
+    pthread_attr_t usual_{};
+};
+
+TEST_F(XcbWindowListTest, FailsWhileNoThreadCanBeStartedAndSaysSoOnce) {
+    windows->list({windows->add(12, "Navigator", "firefox")});
+    {
+        const NoMoreThreads noMore;
+        EXPECT_EQ(owners(), std::nullopt);
+        EXPECT_EQ(owners(), std::nullopt);
+    }
+    EXPECT_EQ(log.count("The X server does not answer"), 1U);
+    EXPECT_EQ(owners(), std::vector<std::string>{"Firefox 12"});
 }
 
 TEST(XcbWindowListWithoutServer, FailsAndSaysSoOnce) {

@@ -12,12 +12,13 @@
 
 namespace cmn {
 
-// Finds the first of the addresses behind which a bus answers the opening of the authentication. The bus
-// library connects with a blocking call on a thread that all its connections share: it is only let near a bus
-// that is alive.
+// Finds the first of the addresses behind which a bus answers the authentication and the first call of a
+// client. The bus library connects with a blocking call on a thread that all its connections share: it is
+// only let near a bus that is alive.
 struct BusProbeResult {
     std::optional<std::string> address;
-    std::string failure;  // why there is none
+    std::string failure;     // why there is none
+    bool saidHello = false;  // false for a bus that wants another kind of authentication: it got no call
 };
 using BusProbeHandler = std::function<void(const BusProbeResult&)>;
 

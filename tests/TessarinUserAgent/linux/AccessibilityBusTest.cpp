@@ -1,0 +1,88 @@
+#include <chrono>
+#include <filesystem>
+
+#include "AtspiFixture.h"
+#include "support/MuteSocket.h"
+
+using useragent::AtspiAccessibility;
+using useragent::AXError;
+using useragent::AXValue;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::chrono::milliseconds kDeadline = 500ms;
+
+// Longer than one deadline, shorter than several in a row.
+constexpr std::chrono::milliseconds kOneWait = 4 * kDeadline;
+
+class AccessibilityBusTest : public AtspiFixture {
+ protected:
+    // The socket is no bus, neither as session bus nor as accessibility bus, and holds up no other bus.
+    void expectNoBus() {
+        for (const bool isSessionBus : {true, false}) {
+            AtspiAccessibility tried(dispatch, {isSessionBus ? address : desktop.sessionBus.address(),
+                                                isSessionBus ? "" : address, kDeadline});
+            EXPECT_LT(timeOf([&] { EXPECT_FALSE(tried.isProcessTrusted()); }), kOneWait);
+            EXPECT_LT(timeOf([&] { tried.prepare({getpid()}); }), kOneWait);
+            AXValue value;
+            EXPECT_EQ(tried.copyAttributeValue(tried.createApplication(getpid()), "AXMainWindow", value),
+                      AXError::apiDisabled);
+            EXPECT_LT(timeOf([&] { EXPECT_TRUE(accessibility->isProcessTrusted()); }), kOneWait);
+        }
+    }
+
+    std::chrono::milliseconds timeOf(const std::function<void()>& action) {
+        const auto start = std::chrono::steady_clock::now();
+        action();
+        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                     start);
+    }
+
+    fake::TemporaryFolder folder;
+    const std::string path = folder / "bus";
+    const std::string address = "unix:path=" + path;
+};
+
+TEST_F(AccessibilityBusTest, WaitsForASilentSocketOnlyUntilTheDeadline) {
+    const fake::MuteSocket mute(path);
+    expectNoBus();
+}
+
+TEST_F(AccessibilityBusTest, WaitsOnlyUntilTheDeadlineForASocketThatAuthenticatesAndKeepsSilent) {
+    const fake::MuteSocket mute(path, true);
+    expectNoBus();
+}
+
+TEST_F(AccessibilityBusTest, FailsAtASocketThatLetsNobodyIn) {
+    const fake::MuteSocket refusing(path, true, "REJECTED DBUS_COOKIE_SHA1\r\n");
+    expectNoBus();
+    EXPECT_EQ(log.count("does not let this user in"), 1U);
+}
+
+TEST_F(AccessibilityBusTest, FailsAtASocketThatIsNoBus) {
+    const fake::MuteSocket other(path, true, "220 ready\r\n");
+    expectNoBus();
+    EXPECT_EQ(log.count("is not a message bus"), 1U);
+}
+
+TEST_F(AccessibilityBusTest, TellsWhyASocketThatNobodyListensAtIsNoBus) {
+    { const fake::MuteSocket closed(path); }
+    ASSERT_TRUE(std::filesystem::exists(path));
+    expectNoBus();
+    EXPECT_EQ(log.linesWith(path).size(), 1U) << "once";
+    EXPECT_TRUE(log.contains("refused"));
+}
+
+TEST_F(AccessibilityBusTest, FindsNoBusOnceThePoolHasStopped) {
+    AtspiAccessibility late(dispatch, {desktop.sessionBus.address(), {}, kDeadline});
+    dispatch->stop();
+    EXPECT_LT(timeOf([&] {
+                  EXPECT_FALSE(late.isProcessTrusted());
+                  EXPECT_FALSE(late.isProcessTrusted());
+              }),
+              kDeadline)
+        << "nobody waits for it";
+}
+
+}  // namespace
