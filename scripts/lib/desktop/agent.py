@@ -129,7 +129,7 @@ class Agent:
         bundle = build / "TessarinUserAgent.app"
         if not bundle.is_dir():
             raise TimedOut(f"{bundle} is missing: run scripts/build.sh")
-        shutil.copytree(bundle, self.folder / bundle.name, symlinks=True)
+        shutil.copytree(bundle, self.folder / bundle.name, symlinks=True, dirs_exist_ok=True)
         self.program = self.folder / bundle.name / "Contents/Linux/TessarinUserAgent"
         self.write_settings(log_level)
 
