@@ -10,7 +10,7 @@ namespace {
 std::mutex g_mutex;  // guards g_lines
 std::vector<std::string> g_lines;
 
-void Keep(const char* format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] void Keep(const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     const int size = std::vsnprintf(nullptr, 0, format, arguments);
