@@ -25,7 +25,7 @@ std::vector<std::string> g_lines;
 }  // namespace
 
 // Takes the place of the C library's function in the test program.
-extern "C" void syslog(int /*priority*/, const char* format, ...) {
+extern "C" [[gnu::format(printf, 2, 3)]] void syslog(int /*priority*/, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
     Keep(format, arguments);
