@@ -51,12 +51,12 @@ std::shared_ptr<XcbConnection::Connector::Attempt> XcbConnection::Connector::Att
     auto attempt = std::make_shared<Attempt>();
     try {
         std::thread([attempt, display] {
-            int screen = 0;
-            ConnectionHandle connection(xcb_connect(display.c_str(), &screen));
+            int number = 0;
+            ConnectionHandle made(xcb_connect(display.c_str(), &number));
             const std::lock_guard lock(attempt->mutex);
             attempt->isFinished = true;
-            attempt->connection = std::move(connection);
-            attempt->screen = screen;
+            attempt->connection = std::move(made);
+            attempt->screen = number;
             attempt->finished.notify_all();
         }).detach();
     } catch (const std::system_error&) {
