@@ -7,12 +7,15 @@
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusReply>
 #include <QSocketNotifier>
 #include <chrono>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "linux_usercommon/DBusXPCTransport.h"
@@ -73,31 +76,58 @@ class Stopwatch {
 
 Stopwatch g_stopwatch;
 
+// Starts the watch at the signals of fields one can type in: a browser also tells of the texts in its lists.
 class SignalReceiver : public QObject {
     Q_OBJECT
+ public:
+    explicit SignalReceiver(const QDBusConnection& bus) : bus_(bus) {}
+
  public slots:
-    void textChanged() { g_stopwatch.signalArrived(); }
+    void textChanged(const QDBusMessage& signal) {
+        const auto [known, isNew] = isEditable_.try_emplace({signal.service(), signal.path()}, false);
+        if (isNew) {
+            known->second = askIfEditable(signal);
+        } else if (known->second) {
+            g_stopwatch.signalArrived();
+        }
+    }
+
+ private:
+    bool askIfEditable(const QDBusMessage& signal) const {
+        constexpr unsigned kEditable = 1U << 7U;
+        const QDBusReply<QList<uint>> states =
+            bus_.call(QDBusMessage::createMethodCall(signal.service(), signal.path(),
+                                                     "org.a11y.atspi.Accessible", "GetState"),
+                      QDBus::Block, 1000);
+        return states.isValid() && !states.value().isEmpty() && (states.value().first() & kEditable) != 0;
+    }
+
+    QDBusConnection bus_;
+    std::map<std::pair<QString, QString>, bool> isEditable_;
 };
 
-bool Listen(SignalReceiver& receiver) {
+// Nothing when the bus cannot be reached.
+std::unique_ptr<SignalReceiver> Listen() {
     QDBusMessage question =
         QDBusMessage::createMethodCall("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress");
     const QDBusMessage answer = QDBusConnection::sessionBus().call(question, QDBus::Block, 5000);
     if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().isEmpty()) {
-        return false;
+        return nullptr;
     }
     QDBusConnection bus =
         QDBusConnection::connectToBus(answer.arguments().first().toString(), "accessibility");
-    return bus.connect(QString(), QString(), "org.a11y.atspi.Event.Object", "TextChanged", &receiver,
-                       SLOT(textChanged()));
+    auto receiver = std::make_unique<SignalReceiver>(bus);
+    const bool connected = bus.connect(QString(), QString(), "org.a11y.atspi.Event.Object", "TextChanged",
+                                       receiver.get(), SLOT(textChanged(QDBusMessage)));
+    return connected ? std::move(receiver) : nullptr;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
-    SignalReceiver receiver;
-    if (!Listen(receiver)) {
+    const std::unique_ptr<SignalReceiver> receiver = Listen();
+    if (!receiver) {
         std::fprintf(stderr, "the accessibility bus cannot be reached\n");
         return 1;
     }
