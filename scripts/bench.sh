@@ -6,7 +6,7 @@
 #   --quick          few repetitions; the agent's idle costs over 10 seconds
 #   --undisturbed    the common library's at real-time priority: on a busy machine the wait for a processor outweighs
 #                    what is measured (needs root)
-#   FILTER           only what matches, e.g. Log, Settings, Crc64, Traverse, agent
+#   FILTER           only what matches, e.g. Log, Settings, Crc64, Traverse, agent, accessibility
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -30,7 +30,7 @@ mkdir -p "$results"
 ran=0
 for program in build/bench/bench/Common/*Bench; do
     name=$(basename "$program")
-    [[ -x $program && $name =~ $filter ]] || continue
+    [[ -x $program && ${name,,} =~ ${filter,,} ]] || continue
     echo "== $name" >&2
     "${priority[@]}" "$program" --benchmark_repetitions="$repetitions" --benchmark_min_time="$min_time" \
         --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
@@ -41,7 +41,7 @@ done
 # What needs a desktop of its own and the agent.
 for script in bench/*/*_bench.py; do
     name=$(basename "$script" _bench.py)
-    [[ $name =~ $filter ]] || continue
+    [[ ${name,,} =~ ${filter,,} ]] || continue
     echo "== $name" >&2
     scripts/build.sh release
     options=()
