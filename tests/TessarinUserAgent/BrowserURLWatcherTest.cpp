@@ -448,6 +448,7 @@ TEST_F(BrowserURLWatcherTest, BrowsersArePreparedWithoutTheLockHeld) {
         answered = question.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
     };
     gate.cycle();
+    accessibility->onPrepare = nullptr;
     EXPECT_TRUE(answered);
     EXPECT_THAT(accessibility->preparedPids(), ElementsAre(ElementsAre(11), ElementsAre(11)));
 }

@@ -23,11 +23,11 @@ using Clock = std::chrono::steady_clock;
 class DBusClientTest : public DBusTest {
  protected:
     // A connection to a bus at another address, with short deadlines.
-    std::shared_ptr<cmn::XPCConnection> connectElsewhere(const std::string& address,
-                                                         ConnectionEvents& events) {
+    std::shared_ptr<cmn::XPCConnection> connectElsewhere(const std::string& address, ConnectionEvents& events,
+                                                         std::chrono::milliseconds deadline = 200ms) {
         cmn::DBusXPCOptions other;
         other.systemBusAddress = address;
-        other.busDeadline = 200ms;
+        other.busDeadline = deadline;
         transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, other);
         auto connection = makeConnection(events);
         connection->resume();
@@ -403,11 +403,11 @@ TEST_F(DBusClientTest, ASocketThatAcceptsAndKeepsSilentInvalidatesAfterTheDeadli
         fake::TemporaryFolder folder;
         const MuteSocket mute(folder / "bus", authenticates);
         const auto start = Clock::now();
-        auto connection = connectElsewhere("unix:path=" + (folder / "bus").string(), events);
+        auto connection = connectElsewhere("unix:path=" + (folder / "bus").string(), events, 1s);
         proxy(*connection, events)->note("lost");
-        EXPECT_LT(Clock::now() - start, 150ms) << "nobody waits for the bus";
+        EXPECT_LT(Clock::now() - start, 900ms) << "nobody waits for the bus";
         ASSERT_TRUE(WaitFor([&] { return events.invalidations == 1 && events.errors == 1; }));
-        EXPECT_GE(Clock::now() - start, 180ms);  // timers are coarse
+        EXPECT_GE(Clock::now() - start, 950ms);  // timers are coarse
         EXPECT_LT(Clock::now() - start, 10s);
     }
 }
@@ -416,7 +416,7 @@ TEST_F(DBusClientTest, ASilentBusBlocksNeitherInvalidateNorTheEndOfAConnection) 
     fake::TemporaryFolder folder;
     const MuteSocket mute(folder / "bus", true);
     ConnectionEvents events;
-    auto connection = connectElsewhere("unix:path=" + (folder / "bus").string(), events);
+    auto connection = connectElsewhere("unix:path=" + (folder / "bus").string(), events, 20s);
     std::this_thread::sleep_for(50ms);  // it waits for the bus now
     const auto start = Clock::now();
     connection->invalidate();
@@ -424,7 +424,7 @@ TEST_F(DBusClientTest, ASilentBusBlocksNeitherInvalidateNorTheEndOfAConnection) 
     connection = makeConnection(events);
     connection->resume();
     connection.reset();
-    EXPECT_LT(Clock::now() - start, 100ms);
+    EXPECT_LT(Clock::now() - start, 10s) << "a call waited for the bus";
 }
 
 TEST_F(DBusClientTest, ASilentBusHoldsUpNoOtherBus) {

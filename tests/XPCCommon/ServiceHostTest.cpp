@@ -161,9 +161,13 @@ TEST_F(ServiceHostTest, AsksTheAgentOnCommand) {
     ASSERT_TRUE(host.isReady());
     const auto client = startClient();
     ASSERT_TRUE(WaitFor([&] { return client->connected(); }));
-    host.process().write("getURL  Google Chrome (Beta) \n");
-    auto answer = host.event("getURL");
-    ASSERT_TRUE(answer.IsObject());
+    // The agent may still be registering its extractor.
+    rapidjson::Document answer;
+    ASSERT_TRUE(WaitFor([&] {
+        host.process().write("getURL  Google Chrome (Beta) \n");
+        answer = host.event("getURL");
+        return answer.IsObject() && answer["url"].GetStringLength() > 0;
+    }));
     EXPECT_STREQ(answer["browser"].GetString(), "Google Chrome (Beta)");
     EXPECT_STREQ(answer["url"].GetString(), "url of Google Chrome");
     host.process().write("getURL Firefox\ngetURL\n");

@@ -310,7 +310,7 @@ TEST_F(UserAgentDBusTest, AnInterruptedClientComesBackAndRegistersANewExtractor)
     EXPECT_FALSE(client->connected());
     server = startServer();
     ASSERT_TRUE(WaitFor([&] { return client->connected() && log.count("URLExtractor has been set") == 2; }));
-    EXPECT_EQ(server->getURL("Safari"), "url of Safari");
+    EXPECT_TRUE(WaitFor([&] { return server->getURL("Safari") == "url of Safari"; }));
     client->sendURL("https://example.com/", "Safari", 1);
     EXPECT_TRUE(WaitFor([&] { return allReports().size() == 1; }));
 }
