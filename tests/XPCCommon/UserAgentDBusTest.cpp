@@ -244,7 +244,7 @@ TEST_F(UserAgentDBusTest, TheDelegateIsAskedOffTheMainThread) {
         return std::string("u");
     });
     ASSERT_TRUE(WaitFor([&] { return log.count("URLExtractor has been set") == 1; }));
-    EXPECT_EQ(server->getURL("Safari"), "u");
+    EXPECT_TRUE(WaitFor([&] { return server->getURL("Safari") == "u"; }));
     EXPECT_FALSE(onMain);
 }
 
@@ -256,6 +256,8 @@ TEST_F(UserAgentDBusTest, AnExtractorThatDoesNotAnswerInTimeGivesTheEmptyURL) {
         return std::string("too late");
     });
     ASSERT_TRUE(WaitFor([&] { return log.count("URLExtractor has been set") == 1; }));
+    client->sendURL("https://example.com/", "Safari", 1);  // arrives after the extractor is in place
+    ASSERT_TRUE(WaitFor([&] { return allReports().size() == 1; }));
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(server->getURL("Safari"), "");
     EXPECT_GE(std::chrono::steady_clock::now() - start, 3s / kHurry);
