@@ -11,11 +11,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::chrono::milliseconds kDeadline = 500ms;
-
-// Longer than one deadline, shorter than several in a row.
-constexpr std::chrono::milliseconds kOneWait = 4 * kDeadline;
-
 class AccessibilityBusTest : public AtspiFixture {
  protected:
     // The socket is no bus, neither as session bus nor as accessibility bus, and holds up no other bus.
@@ -30,13 +25,6 @@ class AccessibilityBusTest : public AtspiFixture {
                       AXError::apiDisabled);
             EXPECT_LT(timeOf([&] { EXPECT_TRUE(accessibility->isProcessTrusted()); }), kOneWait);
         }
-    }
-
-    std::chrono::milliseconds timeOf(const std::function<void()>& action) {
-        const auto start = std::chrono::steady_clock::now();
-        action();
-        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                     start);
     }
 
     fake::TemporaryFolder folder;

@@ -52,6 +52,12 @@ AXElementRef AtspiFixture::addressField(std::int32_t pid) {
     return window ? useragent::FindURLElement(*accessibility, window, 0) : nullptr;
 }
 
+std::chrono::milliseconds AtspiFixture::timeOf(const std::function<void()>& action) {
+    const auto start = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+}
+
 useragent::AXObserverCallback Notifications::callback() {
     return [this](const AXElementRef& element, const std::string& name) {
         entries.push_back({element, name});

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +19,12 @@
 #include "support/WaitFor.h"
 #include "useragent/Accessibility.h"
 
+// The deadline of a call in tests of what happens without an answer.
+inline constexpr std::chrono::milliseconds kDeadline{500};
+
+// Longer than one deadline, shorter than several in a row.
+inline constexpr std::chrono::milliseconds kOneWait = 4 * kDeadline;
+
 // Our accessibility end on a desktop that exists only in the test, and how tests look at it.
 class AtspiFixture : public testing::Test {
  protected:
@@ -31,6 +38,8 @@ class AtspiFixture : public testing::Test {
     std::optional<std::vector<useragent::AXElementRef>> children(const useragent::AXElementRef& element);
     useragent::AXElementRef mainWindow(std::int32_t pid = getpid());
     useragent::AXElementRef addressField(std::int32_t pid = getpid());
+
+    static std::chrono::milliseconds timeOf(const std::function<void()>& action);
 
     fake::LogCapture log;
     fake::AtspiDesktop desktop;

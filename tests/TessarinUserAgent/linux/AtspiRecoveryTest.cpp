@@ -15,11 +15,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::chrono::milliseconds kDeadline = 500ms;
-
-// Longer than one deadline, shorter than several in a row.
-constexpr std::chrono::milliseconds kOneWait = 4 * kDeadline;
-
 // An application that can be stopped and killed.
 class Browser {
  public:
@@ -72,13 +67,6 @@ class AtspiRecoveryTest : public AtspiFixture {
         EXPECT_EQ(observer->addNotification(element, notification), AXError::success);
         observer->addToMainRunLoop();
         return observer;
-    }
-
-    std::chrono::milliseconds timeOf(const std::function<void()>& action) {
-        const auto start = std::chrono::steady_clock::now();
-        action();
-        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                     start);
     }
 
     Notifications seen;
