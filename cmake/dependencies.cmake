@@ -10,3 +10,5 @@ pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-ewmh xcb-icccm)
 add_library(tessarin_boost INTERFACE)
 target_link_libraries(tessarin_boost INTERFACE Boost::headers Threads::Threads ${CMAKE_DL_LIBS})
 target_link_options(tessarin_boost INTERFACE -rdynamic)
+# The service host's scanner matches with it.
+pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)

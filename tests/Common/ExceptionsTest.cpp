@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "common/causes.h"
 #include "common/exceptions.h"
 #include "common/json.h"
 #include "common/make_error.h"
@@ -113,6 +114,35 @@ TEST(MakeErrorTest, StreamsEveryArgumentInOrder) {
     const auto error = cmn::make_error("a ", 12, std::string(" b "), 18'446'744'073'709'551'615ULL, 'c');
     EXPECT_STREQ(error.what(), "a 12 b 18446744073709551615c");
     EXPECT_STREQ(cmn::make_error().what(), "");
+}
+
+TEST(CausesTest, AreTheNestedExceptionsFromTheOutsideIn) {
+    const auto causesOf = [](const std::function<void()>& body) {
+        try {
+            body();
+        } catch (const std::exception& error) {
+            return cmn::CausesOf(error);
+        }
+        return std::vector<std::string>{"nothing was thrown"};
+    };
+    const auto inner = [] { throw std::runtime_error("inner"); };
+    const auto middle = [&] {
+        try {
+            inner();
+        } catch (const std::exception&) {
+            std::throw_with_nested(std::runtime_error("middle"));
+        }
+    };
+    EXPECT_THAT(causesOf(inner), testing::IsEmpty());
+    EXPECT_THAT(causesOf(middle), testing::ElementsAre("inner"));
+    EXPECT_THAT(causesOf([&] {
+                    try {
+                        middle();
+                    } catch (const std::exception&) {
+                        std::throw_with_nested(std::logic_error("outer"));
+                    }
+                }),
+                testing::ElementsAre("middle", "inner"));
 }
 
 }  // namespace

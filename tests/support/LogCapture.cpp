@@ -51,6 +51,15 @@ LogCapture::~LogCapture() {
     SetLogLevel(LogLevel::Info);
 }
 
+std::vector<std::string> ReadLines(const std::filesystem::path& file) {
+    std::vector<std::string> lines;
+    std::istringstream in(ReadFile(file));
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
 std::string LogReader::text() {
     static std::atomic<int> serial{0};
     const std::string marker = kMarker + std::to_string(++serial);

@@ -29,6 +29,9 @@ class LogReader {
     std::filesystem::path file_;
 };
 
+// The lines of a text file, without their ends; none when there is no such file.
+std::vector<std::string> ReadLines(const std::filesystem::path& file);
+
 // A new empty folder that is removed with its content.
 class TemporaryFolder {
  public:

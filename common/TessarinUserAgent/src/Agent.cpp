@@ -6,6 +6,7 @@
 #include <csignal>
 #include <exception>
 
+#include "common/causes.h"
 #include "common/log.h"
 #include "useragent/BrowserURLWatcher.h"
 #include "xpccommon/UserAgentXPCClient.h"
@@ -55,16 +56,6 @@ int Run(AgentPlatform& platform) {
     return platform.runApplication();
 }
 
-// What led to an exception, outermost first; the text alone rarely says enough to mend it.
-void LogCauses(const std::exception& error) {
-    try {
-        std::rethrow_if_nested(error);
-    } catch (const std::exception& cause) {
-        TLOG_ERROR("caused by: {}", cause.what());
-        LogCauses(cause);
-    }
-}
-
 // The message is deliberately used as the format text, so braces in it are interpreted and may make it fail.
 void LogStartFailure(const std::exception& error) {
     try {
@@ -82,7 +73,9 @@ int RunAgent(AgentPlatform& platform) {
         return Run(platform);
     } catch (const std::exception& error) {
         LogStartFailure(error);
-        LogCauses(error);
+        for (const std::string& cause : cmn::CausesOf(error)) {
+            TLOG_ERROR("caused by: {}", cause);
+        }
     }
     return 0;
 }

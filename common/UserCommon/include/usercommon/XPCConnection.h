@@ -55,7 +55,8 @@ class XPCConnection {
     // Starts the connection; returns at once. An absent service shows up later as invalidation.
     virtual void resume() = 0;
 
-    // Ends the connection; returns at once. The invalidation handler follows.
+    // Ends the connection; returns at once. The invalidation handler follows, also when the connection object
+    // is let go of meanwhile.
     virtual void invalidate() = 0;
 
     // A proxy of the remote object as described by the remote object interface; cast it to the service
