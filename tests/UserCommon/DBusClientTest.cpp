@@ -4,6 +4,7 @@
 #include <QDBusObjectPath>
 #include <QDBusVariant>
 #include <filesystem>
+#include <numeric>
 #include <thread>
 
 #include "DBusFixture.h"
@@ -15,10 +16,28 @@ namespace {
 
 using namespace std::chrono_literals;
 using fake::MuteSocket;
+using fake::RawPeer;
 using fake::WaitFor;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using Clock = std::chrono::steady_clock;
+
+// Answers in the order of their arrival. Thread-safe.
+class Numbers {
+ public:
+    void add(std::int32_t number) {
+        const std::lock_guard lock(mutex_);
+        numbers_.push_back(number);
+    }
+    std::vector<std::int32_t> all() {
+        const std::lock_guard lock(mutex_);
+        return numbers_;
+    }
+
+ private:
+    std::mutex mutex_;
+    std::vector<std::int32_t> numbers_;
+};
 
 class DBusClientTest : public DBusTest {
  protected:
@@ -83,6 +102,68 @@ TEST_F(DBusClientTest, MessagesArriveInTheirOrder) {
     EXPECT_EQ(server->notes(), sent);
 }
 
+TEST_F(DBusClientTest, MoreCallsThanABusAllowsAtOnceAreAnsweredInTheirOrder) {
+    const auto server = startServer();
+    server->onNumber = [](const std::string& text, const auto& reply) { reply(std::stoi(text)); };
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    const auto echo = proxy(*connection, events);
+    constexpr std::int32_t kCount = 2000;
+    const auto answers = std::make_shared<Numbers>();
+    for (std::int32_t i = 0; i < kCount; ++i) {
+        echo->number(std::to_string(i), [answers](std::int32_t answer) { answers->add(answer); });
+    }
+    echo->note("after them");
+    ASSERT_TRUE(WaitFor([&] { return answers->all().size() == kCount; }));
+    std::vector<std::int32_t> expected(kCount);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(answers->all(), expected);
+    EXPECT_TRUE(WaitFor([&] { return server->notes() == std::vector<std::string>{"after them"}; }));
+    EXPECT_EQ(events.errors, 0) << events.error();
+}
+
+TEST_F(DBusClientTest, CallsThatPileUpAtAServiceThatHangsFailInTheEnd) {
+    RawPeer service(bus.address(), [](const QDBusMessage&, const QDBusConnection&) {});  // never answers
+    ASSERT_TRUE(service.own("com.example.Echo"));
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    const auto echo = proxy(*connection, events);
+    for (int i = 0; i < 10'500; ++i) {
+        echo->version([](const std::string&) {});
+    }
+    EXPECT_TRUE(WaitFor([&] { return events.errors >= 400; })) << "more than so many do not wait";
+    EXPECT_THAT(events.error(), HasSubstr("Too many messages are waiting"));
+    EXPECT_LE(events.errors, 500);
+    service.release("com.example.Echo");
+    EXPECT_TRUE(WaitFor([&] { return events.errors == 10'500; })) << "the others fail when it leaves";
+}
+
+TEST_F(DBusClientTest, AConnectionThatIsLetGoWithManyOpenCallsLeavesTheBus) {
+    std::mutex mutex;
+    std::string client;
+    RawPeer service(bus.address(), [&](const QDBusMessage& call, const QDBusConnection&) {
+        const std::lock_guard lock(mutex);
+        client = call.service().toStdString();  // and never answers
+    });
+    ASSERT_TRUE(service.own("com.example.Echo"));
+    ConnectionEvents events;
+    auto connection = makeConnection(events);
+    connection->resume();
+    auto echo = proxy(*connection, events);
+    for (int i = 0; i < 300; ++i) {
+        echo->version([echo](const std::string&) {});
+    }
+    const auto name = [&] {
+        const std::lock_guard lock(mutex);
+        return client;
+    };
+    ASSERT_TRUE(WaitFor([&] { return !name().empty(); }));
+    echo.reset();
+    connection.reset();
+    EXPECT_TRUE(WaitFor([&] { return !service.hasOwner(name()); }));
+}
+
 TEST_F(DBusClientTest, AnAbsentServiceInvalidatesTheConnection) {
     ConnectionEvents events;
     const auto connection = makeConnection(events);
@@ -143,7 +224,7 @@ TEST_F(DBusClientTest, ACallThatAServiceTakesToItsGraveFails) {
 
 TEST_F(DBusClientTest, ACallFailsWhenTheServiceGivesUpItsNameAndKeepsSilent) {
     std::atomic<int> asked{0};
-    fake::RawPeer daemon(bus.address(), [&](const QDBusMessage&, const QDBusConnection&) { ++asked; });
+    RawPeer daemon(bus.address(), [&](const QDBusMessage&, const QDBusConnection&) { ++asked; });
     ASSERT_TRUE(daemon.own(kEchoService));
     ConnectionEvents events;
     const auto connection = makeConnection(events);
@@ -199,7 +280,7 @@ TEST_F(DBusClientTest, AServiceThatForgetsToAnswerMakesTheCallFail) {
 }
 
 TEST_F(DBusClientTest, ACallThatIsNeverAnsweredFailsAtTheDeadline) {
-    fake::RawPeer daemon(bus.address(), [](const QDBusMessage&, const QDBusConnection&) {});
+    RawPeer daemon(bus.address(), [](const QDBusMessage&, const QDBusConnection&) {});
     ASSERT_TRUE(daemon.own(kEchoService));
     cmn::DBusXPCOptions impatient = options();
     impatient.replyDeadline = 300ms;
@@ -224,7 +305,7 @@ TEST_F(DBusClientTest, AnswersOfTheWrongTypeAreErrors) {
         {QVariant::fromValue(QDBusObjectPath(QStringLiteral("/a")))},
         {QStringList{QStringLiteral("1.0")}}};
     int asked = 0;
-    fake::RawPeer daemon(bus.address(), [&](const QDBusMessage& message, const QDBusConnection& connection) {
+    RawPeer daemon(bus.address(), [&](const QDBusMessage& message, const QDBusConnection& connection) {
         connection.send(message.createReply(wrongAnswers.at(static_cast<std::size_t>(asked++))));
     });
     ASSERT_TRUE(daemon.own(kEchoService));
@@ -240,7 +321,7 @@ TEST_F(DBusClientTest, AnswersOfTheWrongTypeAreErrors) {
 }
 
 TEST_F(DBusClientTest, AnErrorAnswerIsHandedOn) {
-    fake::RawPeer daemon(bus.address(), [](const QDBusMessage& message, const QDBusConnection& connection) {
+    RawPeer daemon(bus.address(), [](const QDBusMessage& message, const QDBusConnection& connection) {
         connection.send(
             message.createErrorReply(QStringLiteral("com.example.Broken"), QStringLiteral("so sorry")));
     });
@@ -256,7 +337,7 @@ TEST_F(DBusClientTest, AnErrorAnswerIsHandedOn) {
 
 TEST_F(DBusClientTest, AHugeAnswerIsAnAnswer) {
     const QString huge(8 * 1024 * 1024, QLatin1Char('x'));
-    fake::RawPeer daemon(bus.address(), [&](const QDBusMessage& message, const QDBusConnection& connection) {
+    RawPeer daemon(bus.address(), [&](const QDBusMessage& message, const QDBusConnection& connection) {
         connection.send(message.createReply(huge));
     });
     ASSERT_TRUE(daemon.own(kEchoService));
@@ -307,6 +388,15 @@ TEST_F(DBusClientTest, InvalidateCallsTheInvalidationHandlerOnce) {
     EXPECT_FALSE(answers(*connection));
     EXPECT_EQ(events.invalidations, 1);
     EXPECT_EQ(events.interruptions, 0);
+}
+
+TEST_F(DBusClientTest, InvalidateCallsTheHandlerAlsoWhenTheConnectionIsLetGoAtOnce) {
+    const auto server = startServer();
+    ConnectionEvents events;
+    auto connection = connect(events);
+    connection->invalidate();
+    connection.reset();
+    EXPECT_TRUE(WaitFor([&] { return events.invalidations == 1; }));
 }
 
 TEST_F(DBusClientTest, InvalidateBeforeResumeEndsTheConnectionToo) {
@@ -524,7 +614,7 @@ TEST_F(DBusClientTest, AnAbsentServiceIsNotStartedByTheBus) {
     EXPECT_FALSE(answers(*connection));
     EXPECT_FALSE(starting.serviceWasStarted());
     // The same bus does start it for who asks for it.
-    const fake::RawPeer other(starting.address());
+    const RawPeer other(starting.address());
     other.send(fake::RawPeer::message(kEchoService, kEchoPath, kEchoService, "Version"));
     EXPECT_TRUE(WaitFor([&] { return starting.serviceWasStarted(); }));
 }

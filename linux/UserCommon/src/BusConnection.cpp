@@ -31,26 +31,26 @@ const std::array<BusSignal, 2> kSignals{{
 // A bus throws out who sends more than it allows (32 MiB on a system bus): refuse well before that.
 constexpr std::size_t kLargestMessage = std::size_t{16} * 1024 * 1024;
 
-QDBusMessage ToMessage(const OutgoingCall& call) {
+QDBusMessage ToMessage(OutgoingCall call) {
     QDBusMessage message = QDBusMessage::createMethodCall(ToQString(call.destination), ToQString(call.path),
                                                           ToQString(call.interface), ToQString(call.member));
     message.setAutoStartService(false);  // a service that is absent stays absent
-    message.setArguments(ToVariants(call.arguments));
+    message.setArguments(ToVariants(std::move(call.arguments)));
     return message;
 }
 
-DBusResult ToResult(const QDBusMessage& message) {
-    if (message.type() != QDBusMessage::ReplyMessage) {
-        return DBusError{message.errorName().toStdString(), message.errorMessage().toStdString()};
+}  // namespace
+
+DBusResult ToResult(const QDBusMessage& answer) {
+    if (answer.type() != QDBusMessage::ReplyMessage) {
+        return DBusError{answer.errorName().toStdString(), answer.errorMessage().toStdString()};
     }
-    if (auto arguments = FromMessage(message)) {
+    if (auto arguments = FromMessage(answer)) {
         return std::move(*arguments);
     }
     return DBusError{dbus_error::kInvalidArgs, fmt::format("The answer has the unexpected signature \"{}\"",
-                                                           message.signature().toStdString())};
+                                                           answer.signature().toStdString())};
 }
-
-}  // namespace
 
 std::shared_ptr<BusConnection> BusConnection::open(BusSettings settings, Events events) {
     const std::shared_ptr<DBusThread> thread = settings.thread;
@@ -117,21 +117,22 @@ void BusConnection::connectTo(const std::string& address) {
     });
 }
 
-void BusConnection::call(const OutgoingCall& call, std::chrono::milliseconds deadline, Answer answer) {
+void BusConnection::call(OutgoingCall call, std::chrono::milliseconds deadline, Answer answer) {
     if (ApproximateSize(call.arguments) > kLargestMessage) {
         settings_.thread->post([weakSelf = weakSelf_, answer = std::move(answer)] {
             if (weakSelf.lock()) {
-                answer(DBusError{dbus_error::kLimitsExceeded, "The message is too large"});
+                answer(QDBusMessage::createError(QLatin1String(dbus_error::kLimitsExceeded),
+                                                 QStringLiteral("The message is too large")));
             }
         });
         return;
     }
     const QDBusPendingCall pending =
-        connection_.asyncCall(ToMessage(call), static_cast<int>(deadline.count()));
+        connection_.asyncCall(ToMessage(std::move(call)), static_cast<int>(deadline.count()));
     if (pending.isFinished()) {  // answered already, or it could not even be sent
         settings_.thread->post([weakSelf = weakSelf_, answer = std::move(answer), pending] {
             if (weakSelf.lock()) {
-                answer(ToResult(pending.reply()));
+                answer(pending.reply());
             }
         });
         return;
@@ -140,38 +141,36 @@ void BusConnection::call(const OutgoingCall& call, std::chrono::milliseconds dea
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
             [answer = std::move(answer)](QDBusPendingCallWatcher* finished) {
                 finished->deleteLater();
-                answer(ToResult(finished->reply()));
+                answer(finished->reply());
             });
 }
 
-void BusConnection::callBus(const char* member, DBusArguments arguments, Answer answer) {
+void BusConnection::callBus(const char* member, DBusArguments arguments,
+                            std::function<void(const DBusResult&)> answer) {
     call({kBusName, kBusPath, kBusName, member, std::move(arguments)}, settings_.busDeadline,
-         std::move(answer));
+         [answer = std::move(answer)](const QDBusMessage& message) { answer(ToResult(message)); });
 }
 
-bool BusConnection::send(const OutgoingCall& call) {
-    return ApproximateSize(call.arguments) <= kLargestMessage && connection_.send(ToMessage(call));
+bool BusConnection::send(OutgoingCall call) const {
+    return ApproximateSize(call.arguments) <= kLargestMessage && connection_.send(ToMessage(std::move(call)));
 }
 
-void BusConnection::answer(std::uint64_t id, const DBusResult& result) {
-    const auto entry = unanswered_.find(id);
-    if (entry == unanswered_.end()) {
+void BusConnection::answer(const QDBusMessage& question, DBusResult result) const {
+    if (question.type() == QDBusMessage::InvalidMessage) {
         return;
     }
-    const QDBusMessage message = entry->second;
-    unanswered_.erase(entry);
     if (const auto* error = std::get_if<DBusError>(&result)) {
-        connection_.send(message.createErrorReply(ToQString(error->name), ToQString(error->message)));
+        connection_.send(question.createErrorReply(ToQString(error->name), ToQString(error->message)));
         return;
     }
-    const auto& arguments = std::get<DBusArguments>(result);
+    auto& arguments = std::get<DBusArguments>(result);
     if (ApproximateSize(arguments) > kLargestMessage) {
-        TLOG_ERROR("An answer to {} is too large to be sent", message.member().toStdString());
-        connection_.send(message.createErrorReply(QLatin1String(dbus_error::kLimitsExceeded),
-                                                  QStringLiteral("The answer is too large")));
+        TLOG_ERROR("An answer to {} is too large to be sent", question.member().toStdString());
+        connection_.send(question.createErrorReply(QLatin1String(dbus_error::kLimitsExceeded),
+                                                   QStringLiteral("The answer is too large")));
         return;
     }
-    connection_.send(message.createReply(ToVariants(arguments)));
+    connection_.send(question.createReply(ToVariants(std::move(arguments))));
 }
 
 void BusConnection::watchOwners(const std::string& condition) {
@@ -207,8 +206,7 @@ QString BusConnection::introspect(const QString& /*path*/) const {
 bool BusConnection::handleMessage(const QDBusMessage& message, const QDBusConnection& /*connection*/) {
     IncomingCall call;
     if (message.isReplyRequired()) {
-        call.id = ++lastId_;
-        unanswered_.emplace(call.id, message);
+        call.question = message;
     }
     call.sender = message.service().toStdString();
     call.path = message.path().toStdString();

@@ -4,9 +4,7 @@
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 #include <chrono>
-#include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,8 +19,8 @@ namespace cmn {
 
 // A method call that arrived.
 struct IncomingCall {
-    std::uint64_t id = 0;  // names it when it is answered; 0 when no answer is wanted
-    std::string sender;    // unique bus name
+    QDBusMessage question;  // what an answer refers to; an invalid message when none is wanted
+    std::string sender;     // unique bus name
     std::string path;
     std::string interface;  // may be empty
     std::string member;
@@ -49,9 +47,13 @@ struct BusSettings {
     std::chrono::milliseconds replyDeadline;  // for the answers of others
 };
 
-// One private connection to a message bus, under a unique name of its own. Lives on the D-Bus thread: all
-// operations and events happen there, none of them waits for the bus. It lets go of the bus when it is
-// destroyed.
+// The arguments of an answer, or what it says went wrong. Any thread: large answers are better read where
+// they are used than on the D-Bus thread.
+DBusResult ToResult(const QDBusMessage& answer);
+
+// One private connection to a message bus, under a unique name of its own. Lives on the D-Bus thread: events
+// happen there, and operations unless they say otherwise; none of them waits for the bus. It lets go of the
+// bus when it is destroyed.
 class BusConnection final : public QDBusVirtualObject {
     Q_OBJECT
 
@@ -63,20 +65,21 @@ class BusConnection final : public QDBusVirtualObject {
         std::function<void(const std::string& name, const std::string& oldOwner, const std::string& newOwner)>
             onNameOwnerChanged;  // see `watchOwners`
     };
-    using Answer = std::function<void(const DBusResult&)>;
+    using Answer = std::function<void(const QDBusMessage&)>;
 
     static std::shared_ptr<BusConnection> open(BusSettings settings, Events events);
     ~BusConnection() override;
 
     // `answer` is called once unless this object is destroyed before.
-    void call(const OutgoingCall& call, Answer answer) {
-        this->call(call, settings_.replyDeadline, std::move(answer));
+    void call(OutgoingCall call, Answer answer) {
+        this->call(std::move(call), settings_.replyDeadline, std::move(answer));
     }
-    void callBus(const char* member, DBusArguments arguments, Answer answer);
-    // Sends a call that wants no answer. False when the connection cannot take it.
-    bool send(const OutgoingCall& call);
-
-    void answer(std::uint64_t id, const DBusResult& result);
+    void callBus(const char* member, DBusArguments arguments, std::function<void(const DBusResult&)> answer);
+    // Sends a call that wants no answer. False when the connection cannot take it. Any thread, once it is
+    // ready.
+    bool send(OutgoingCall call) const;
+    // Does nothing when no answer is wanted. Any thread.
+    void answer(const QDBusMessage& question, DBusResult result) const;
 
     // From now on reports the changes of owners that fulfil a condition of a match rule, for example
     // "arg0='a.name'".
@@ -95,7 +98,7 @@ class BusConnection final : public QDBusVirtualObject {
  private:
     BusConnection(BusSettings settings, Events events);
 
-    void call(const OutgoingCall& call, std::chrono::milliseconds deadline, Answer answer);
+    void call(OutgoingCall call, std::chrono::milliseconds deadline, Answer answer);
     void connectTo(const std::string& address);
     void lost(const std::string& why);
 
@@ -103,8 +106,6 @@ class BusConnection final : public QDBusVirtualObject {
     Events events_;
     std::weak_ptr<BusConnection> weakSelf_;
     QDBusConnection connection_;
-    std::map<std::uint64_t, QDBusMessage> unanswered_;
-    std::uint64_t lastId_ = 0;
 };
 
 }  // namespace cmn

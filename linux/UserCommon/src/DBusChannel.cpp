@@ -18,9 +18,9 @@ struct DBusReply::State {
     State(const State&) = delete;
     State& operator=(const State&) = delete;
 
-    void answer(const std::variant<DBusArguments, DBusError>& result) {
+    void answer(std::variant<DBusArguments, DBusError> result) {
         if (!answered.exchange(true) && send) {
-            send(result);
+            send(std::move(result));
         }
     }
 

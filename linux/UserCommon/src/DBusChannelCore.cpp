@@ -28,8 +28,15 @@ std::string Suggestion(const std::string& peer, const DBusError& error) {
 DBusChannelCore::DBusChannelCore(std::shared_ptr<DBusThread> thread, std::shared_ptr<SerialQueue> queue)
     : thread_(std::move(thread)), queue_(std::move(queue)) {}
 
-void DBusChannelCore::invalidate() {
-    thread_->post([core = shared_from_this()] { core->invalidateOnThread("it was invalidated"); });
+void DBusChannelCore::invalidate(std::shared_ptr<void> connection) {
+    thread_->post([core = shared_from_this(), connection = std::move(connection)] {
+        core->invalidateOnThread("it was invalidated");
+        core->keepForQueued(connection);
+    });
+}
+
+void DBusChannelCore::keepForQueued(std::shared_ptr<void> kept) {
+    queue_->post([kept = std::move(kept)] {});
 }
 
 void DBusChannelCore::abandon() {
@@ -43,7 +50,7 @@ void DBusChannelCore::abandon() {
         object.swap(exportedObject_);
     }
     objects_.clear();
-    thread_->post([core = shared_from_this()] { core->pending_.clear(); });
+    thread_->post([core = shared_from_this()] { core->abandonOnThread(); });
 }
 
 void DBusChannelCore::setInvalidationHandler(std::function<void()> handler) {
@@ -99,6 +106,7 @@ void DBusChannelCore::call(const std::string& path, const DBusInterfaceDescripti
                            const DBusMethod& method, DBusArguments arguments, ReplyHandler onReply,
                            RemoteErrorHandler onError) {
     PendingCall call{{peerName(), path, interface.name, method.name, std::move(arguments)},
+                     method.name,
                      method.out,
                      method.noReply,
                      std::move(onReply),
@@ -116,45 +124,55 @@ DBusObjectPath DBusChannelCore::exportObject(const std::shared_ptr<const void>& 
 
 void DBusChannelCore::sendOnThread(BusConnection& bus, PendingCall call) {
     if (call.noReply) {
-        if (!bus.send(call.message)) {
+        if (!bus.send(std::move(call.message))) {
             fail(call, {dbus_error::kFailed, "The message could not be sent"});
         }
         return;
     }
     const std::uint64_t id = ++lastPending_;
-    bus.call(call.message, [weakCore = weak_from_this(), id](const DBusResult& result) {
+    bus.call(std::move(call.message), [weakCore = weak_from_this(), id](const QDBusMessage& answer) {
         if (const auto core = weakCore.lock()) {
-            core->answeredOnThread(id, result);
+            core->answeredOnThread(id, answer);
         }
     });
-    call.message.arguments.clear();
     pending_.emplace(id, std::move(call));
 }
 
-void DBusChannelCore::answeredOnThread(std::uint64_t id, const DBusResult& result) {
+void DBusChannelCore::answeredOnThread(std::uint64_t id, const QDBusMessage& answer) {
     const auto entry = pending_.find(id);
     if (entry == pending_.end()) {
         return;  // it has failed already
     }
-    const PendingCall call = std::move(entry->second);
+    queue_->post(
+        [core = shared_from_this(), call = std::move(entry->second), answer] { core->finish(call, answer); });
     pending_.erase(entry);
-    const auto* const arguments = std::get_if<DBusArguments>(&result);
-    if (arguments == nullptr) {
-        fail(call, std::get<DBusError>(result));
-    } else if (DBusSignature(*arguments) != call.out) {
-        fail(call, {dbus_error::kInvalidArgs,
-                    fmt::format("{} answered with \"{}\" instead of \"{}\"", call.message.member,
-                                DBusSignature(*arguments), call.out)});
-    } else if (call.onReply) {
-        queue_->post([reply = call.onReply, values = *arguments] { reply(values); });
+    roomOnThread();
+}
+
+void DBusChannelCore::finish(const PendingCall& call, const QDBusMessage& answer) const {
+    DBusResult result = ToResult(answer);
+    auto* const arguments = std::get_if<DBusArguments>(&result);
+    if (arguments != nullptr && DBusSignature(*arguments) != call.out) {
+        result = DBusError{dbus_error::kInvalidArgs,
+                           fmt::format("{} answered with \"{}\" instead of \"{}\"", call.member,
+                                       DBusSignature(*arguments), call.out)};
     }
+    if (const auto* error = std::get_if<DBusError>(&result)) {
+        if (call.onError) {
+            call.onError(toRemoteError(*error));
+        }
+    } else if (call.onReply) {
+        call.onReply(std::move(*arguments));
+    }
+}
+
+RemoteError DBusChannelCore::toRemoteError(const DBusError& error) const {
+    return {fmt::format("{}: {}", error.name, error.message), Suggestion(peerName(), error)};
 }
 
 void DBusChannelCore::fail(const PendingCall& call, const DBusError& error) {
     if (call.onError) {
-        queue_->post([onError = call.onError,
-                      remote = RemoteError{fmt::format("{}: {}", error.name, error.message),
-                                           Suggestion(peerName(), error)}] { onError(remote); });
+        queue_->post([onError = call.onError, remote = toRemoteError(error)] { onError(remote); });
     }
 }
 
@@ -206,21 +224,22 @@ void DBusChannelCore::notify(Handler DBusChannelCore::*handler, bool last) {
     });
 }
 
-DBusReply DBusChannelCore::makeReply(const std::shared_ptr<BusConnection>& bus, std::uint64_t id) const {
-    if (id == 0) {
+DBusReply DBusChannelCore::makeReply(const std::shared_ptr<BusConnection>& bus,
+                                     const QDBusMessage& question) {
+    if (question.type() == QDBusMessage::InvalidMessage) {
         return DBusReply(nullptr);
     }
-    return DBusReply([thread = thread_, weakBus = std::weak_ptr(bus), id](const DBusResult& result) {
-        thread->post([weakBus, id, result] {
-            if (const auto alive = weakBus.lock()) {
-                alive->answer(id, result);
-            }
-        });
+    // Sent by whoever answers: turning a large answer into a message takes long, and the D-Bus thread serves
+    // all peers.
+    return DBusReply([weakBus = std::weak_ptr(bus), question](DBusResult result) {
+        if (const auto alive = weakBus.lock()) {
+            alive->answer(question, std::move(result));
+        }
     });
 }
 
 void DBusChannelCore::deliverOnThread(const std::shared_ptr<BusConnection>& bus, IncomingCall call) {
-    const DBusReply reply = makeReply(bus, call.id);
+    const DBusReply reply = makeReply(bus, call.question);
     if (queuedCalls_ >= kMostQueuedCalls) {
         TLOG_WARN("Message {} of {} refused: too many wait", call.member, call.sender);
         reply.error(dbus_error::kLimitsExceeded, "Too many messages of yours are waiting");

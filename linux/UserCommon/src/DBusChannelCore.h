@@ -27,7 +27,8 @@ class DBusChannelCore : public DBusChannel, public std::enable_shared_from_this<
     DBusChannelCore(std::shared_ptr<DBusThread> thread, std::shared_ptr<SerialQueue> queue);
 
     virtual void resume() = 0;
-    void invalidate();
+    // Keeps `connection` alive until its handler has been called.
+    void invalidate(std::shared_ptr<void> connection);
     // The connection object is gone: forgets handlers, exported objects and waiting replies without calling
     // them.
     void abandon();
@@ -48,7 +49,8 @@ class DBusChannelCore : public DBusChannel, public std::enable_shared_from_this<
  protected:
     struct PendingCall {
         OutgoingCall message;
-        std::string out;  // signature of the expected answer
+        std::string member;  // the message's, which is gone once it is sent
+        std::string out;     // signature of the expected answer
         bool noReply = false;
         ReplyHandler onReply;
         RemoteErrorHandler onError;
@@ -61,11 +63,20 @@ class DBusChannelCore : public DBusChannel, public std::enable_shared_from_this<
 
     void publishExportedObject();
     void sendOnThread(BusConnection& bus, PendingCall call);
+    // Any thread.
     void fail(const PendingCall& call, const DBusError& error);
+    std::size_t pendingOnThread() const { return pending_.size(); }
+    // An answer has come, or a call has failed on its own: there is room for another.
+    virtual void roomOnThread() {}
+    // Nobody wants an answer any more.
+    virtual void abandonOnThread() { pending_.clear(); }
     void failPendingOnThread(const DBusError& error);
     // Ends the channel: waiting calls fail, then the handler is called, once.
     virtual void invalidateOnThread(const std::string& why);
     bool invalidOnThread() const { return invalid_; }
+
+    // Keeps something alive until all that is in the private queue now has run.
+    void keepForQueued(std::shared_ptr<void> kept);
 
     void notifyInterruption();
     // Hands an incoming call to its object on the private queue.
@@ -85,9 +96,11 @@ class DBusChannelCore : public DBusChannel, public std::enable_shared_from_this<
  private:
     using Handler = std::function<void()>;
 
-    void answeredOnThread(std::uint64_t id, const DBusResult& result);
+    void answeredOnThread(std::uint64_t id, const QDBusMessage& answer);
+    void finish(const PendingCall& call, const QDBusMessage& answer) const;
+    RemoteError toRemoteError(const DBusError& error) const;
     void notify(Handler DBusChannelCore::*handler, bool last);
-    DBusReply makeReply(const std::shared_ptr<BusConnection>& bus, std::uint64_t id) const;
+    static DBusReply makeReply(const std::shared_ptr<BusConnection>& bus, const QDBusMessage& question);
 
     const std::shared_ptr<DBusThread> thread_;
     const std::shared_ptr<SerialQueue> queue_;

@@ -7,6 +7,15 @@
 
 namespace cmn {
 
+namespace {
+
+// Buses limit the calls of one connection that are not answered yet, the strictest known to 128; the bus's
+// own services take a few.
+constexpr std::size_t kMostPendingCalls = 100;
+constexpr std::size_t kMostWaitingCalls = 10'000;
+
+}  // namespace
+
 DBusClientChannel::DBusClientChannel(BusSettings settings, std::shared_ptr<SerialQueue> queue,
                                      std::string service)
     : DBusChannelCore(settings.thread, std::move(queue)),
@@ -65,25 +74,44 @@ void DBusClientChannel::ownerChangedOnThread(const std::string& owner) {
     owner_ = owner;
     state_ = owner.empty() ? State::interrupted : State::active;
     if (wasThere) {
-        failPendingOnThread({dbus_error::kNoReply, "The service left the bus"});
+        const DBusError left{dbus_error::kNoReply, "The service left the bus"};
+        failPendingOnThread(left);
+        failWaitingOnThread(left);
         notifyInterruption();
     }
-    if (state_ == State::active) {
-        for (PendingCall& call : std::exchange(waiting_, {})) {
-            sendOnThread(*bus_, std::move(call));
-        }
+    sendWaitingOnThread();
+}
+
+void DBusClientChannel::sendWaitingOnThread() {
+    while (state_ == State::active && !waiting_.empty() && pendingOnThread() < kMostPendingCalls) {
+        PendingCall call = std::move(waiting_.front());
+        waiting_.pop_front();
+        sendOnThread(*bus_, std::move(call));
     }
+}
+
+void DBusClientChannel::failWaitingOnThread(const DBusError& error) {
+    for (const PendingCall& call : std::exchange(waiting_, {})) {
+        fail(call, error);
+    }
+}
+
+void DBusClientChannel::abandonOnThread() {
+    // Their replies usually own the proxy, and it this object.
+    waiting_.clear();
+    DBusChannelCore::abandonOnThread();
 }
 
 void DBusClientChannel::startOnThread(PendingCall call) {
     if (invalidOnThread()) {
         fail(call, endedError());
-    } else if (state_ == State::active) {
-        sendOnThread(*bus_, std::move(call));
     } else if (state_ == State::interrupted) {
         fail(call, {dbus_error::kServiceUnknown, "The service has left the bus"});
+    } else if (waiting_.size() >= kMostWaitingCalls) {
+        fail(call, {dbus_error::kLimitsExceeded, "Too many messages are waiting"});
     } else {
         waiting_.push_back(std::move(call));
+        sendWaitingOnThread();
     }
 }
 
@@ -96,14 +124,12 @@ void DBusClientChannel::receivedOnThread(IncomingCall call) {
         return;
     }
     TLOG_WARN("Message {} of {} refused: only {} may call", call.member, call.sender, service_);
-    bus_->answer(call.id,
+    bus_->answer(call.question,
                  DBusError{dbus_error::kAccessDenied, "Only the owner of " + service_ + " may call"});
 }
 
 void DBusClientChannel::invalidateOnThread(const std::string& why) {
-    for (const PendingCall& call : std::exchange(waiting_, {})) {
-        fail(call, {dbus_error::kDisconnected, why});
-    }
+    failWaitingOnThread({dbus_error::kDisconnected, why});
     bus_.reset();
     DBusChannelCore::invalidateOnThread(why);
 }

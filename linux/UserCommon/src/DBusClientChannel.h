@@ -1,8 +1,7 @@
 #pragma once
 
-#include <optional>
+#include <deque>
 #include <string>
-#include <vector>
 
 #include "DBusChannelCore.h"
 
@@ -26,11 +25,15 @@ class DBusClientChannel final : public DBusChannelCore {
     const std::string& peerName() const override { return service_; }
     void startOnThread(PendingCall call) override;
     void invalidateOnThread(const std::string& why) override;
+    void roomOnThread() override { sendWaitingOnThread(); }
+    void abandonOnThread() override;
 
     void openOnThread();
     void watchServiceOnThread();
     void ownerChangedOnThread(const std::string& owner);
     void receivedOnThread(IncomingCall call);
+    void sendWaitingOnThread();
+    void failWaitingOnThread(const DBusError& error);
 
     const BusSettings settings_;
     const std::string service_;
@@ -38,8 +41,10 @@ class DBusClientChannel final : public DBusChannelCore {
     // Of the D-Bus thread.
     State state_ = State::created;
     std::shared_ptr<BusConnection> bus_;
-    std::string owner_;                 // unique name of the process that owns the service's name
-    std::vector<PendingCall> waiting_;  // calls made before it was known whether there is an owner
+    std::string owner_;  // unique name of the process that owns the service's name
+    // Calls made before it was known whether there is an owner, or while as many as the bus allows are not
+    // answered yet. In their order.
+    std::deque<PendingCall> waiting_;
 };
 
 }  // namespace cmn

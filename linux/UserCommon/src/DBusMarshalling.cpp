@@ -6,18 +6,76 @@
 #include <QList>
 #include <QMap>
 #include <QStringList>
+#include <memory>
 #include <type_traits>
+#include <utility>
+
+#include "common/utf8.h"
 
 namespace cmn {
 
 namespace {
 
+using Records = std::vector<std::map<std::string, std::string>>;
+
+// Records on their way into a message: written as they are, without a copy in Qt's containers.
+struct RecordsArgument {
+    std::shared_ptr<const Records> records;
+};
+
 using QStringMap = QMap<QString, QString>;
 using QBoolMap = QMap<QString, bool>;
 
+QDBusArgument& operator<<(QDBusArgument& argument, const RecordsArgument& value) {
+    argument.beginArray(QMetaType::fromType<QStringMap>());
+    if (value.records) {
+        for (const auto& record : *value.records) {
+            argument.beginMap(QMetaType::fromType<QString>(), QMetaType::fromType<QString>());
+            for (const auto& [key, text] : record) {
+                argument.beginMapEntry();
+                argument << ToQString(key) << ToQString(text);
+                argument.endMapEntry();
+            }
+            argument.endMap();
+        }
+    }
+    argument.endArray();
+    return argument;
+}
+
+std::string ReadText(const QDBusArgument& argument) {
+    QString text;
+    argument >> text;
+    return text.toStdString();
+}
+
+Records ReadRecords(const QDBusArgument& argument) {
+    Records records;
+    argument.beginArray();
+    while (!argument.atEnd()) {
+        auto& record = records.emplace_back();
+        argument.beginMap();
+        while (!argument.atEnd()) {
+            argument.beginMapEntry();
+            std::string key = ReadText(argument);
+            // Usually they come in the order of the keys. The last of several that are equal counts.
+            record.insert_or_assign(record.end(), std::move(key), ReadText(argument));
+            argument.endMapEntry();
+        }
+        argument.endMap();
+    }
+    argument.endArray();
+    return records;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& argument, RecordsArgument& value) {
+    value.records = std::make_shared<const Records>(ReadRecords(argument));
+    return argument;
+}
+
 bool RegisterTypes() {
     qDBusRegisterMetaType<QStringMap>();
-    qDBusRegisterMetaType<QList<QStringMap>>();
+    qDBusRegisterMetaType<RecordsArgument>();
     qDBusRegisterMetaType<QBoolMap>();
     return true;
 }
@@ -44,16 +102,8 @@ QVariant ToVariant(const std::vector<std::string>& value) {
     }
     return {list};
 }
-QVariant ToVariant(const std::vector<std::map<std::string, std::string>>& value) {
-    QList<QStringMap> list;
-    for (const auto& entries : value) {
-        QStringMap map;
-        for (const auto& [key, text] : entries) {
-            map.insert(ToQString(key), ToQString(text));
-        }
-        list.append(map);
-    }
-    return QVariant::fromValue(list);
+QVariant ToVariant(Records&& value) {
+    return QVariant::fromValue(RecordsArgument{std::make_shared<const Records>(std::move(value))});
 }
 QVariant ToVariant(const std::map<std::string, bool>& value) {
     QBoolMap map;
@@ -66,14 +116,7 @@ QVariant ToVariant(const std::map<std::string, bool>& value) {
 std::optional<DBusValue> FromArgument(const QDBusArgument& argument) {
     const QString signature = argument.currentSignature();
     if (signature == QLatin1String("aa{ss}")) {
-        std::vector<std::map<std::string, std::string>> value;
-        for (const QStringMap& entries : qdbus_cast<QList<QStringMap>>(argument)) {
-            auto& map = value.emplace_back();
-            for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
-                map.emplace(entry.key().toStdString(), entry.value().toStdString());
-            }
-        }
-        return value;
+        return ReadRecords(argument);
     }
     if (signature == QLatin1String("a{sb}")) {
         std::map<std::string, bool> value;
@@ -114,8 +157,12 @@ std::optional<DBusValue> FromVariant(const QVariant& variant) {
     }
 }
 
+constexpr std::size_t kLongText = std::size_t{1} << 20;
+
 std::size_t SizeOf(const std::string& text) {
-    return text.size() + 8;
+    // Repaired text may have three bytes for each wrong one. Only for long ones is it worth to look.
+    const std::size_t growth = text.size() > kLongText && !IsValidUtf8(text) ? 3 : 1;
+    return growth * text.size() + 8;
 }
 std::size_t SizeOf(const DBusObjectPath& path) {
     return SizeOf(path.value);
@@ -130,6 +177,7 @@ std::size_t SizeOf(const std::vector<std::string>& list) {
 std::size_t SizeOf(const std::vector<std::map<std::string, std::string>>& list) {
     std::size_t size = 8;
     for (const auto& map : list) {
+        size += 8;
         for (const auto& [key, text] : map) {
             size += SizeOf(key) + SizeOf(text);
         }
@@ -154,11 +202,13 @@ QString ToQString(std::string_view text) {
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
 
-QVariantList ToVariants(const DBusArguments& arguments) {
+QVariantList ToVariants(DBusArguments arguments) {
     [[maybe_unused]] static const bool registered = RegisterTypes();
     QVariantList variants;
-    for (const DBusValue& argument : arguments) {
-        variants.append(std::visit([](const auto& value) { return ToVariant(value); }, argument));
+    for (DBusValue& argument : arguments) {
+        variants.append(
+            std::visit([](auto&& value) { return ToVariant(std::forward<decltype(value)>(value)); },
+                       std::move(argument)));
     }
     return variants;
 }

@@ -6,11 +6,11 @@
 
 #include "linux_usercommon/DBusTypes.h"
 
-// The one place where typed values and Qt's meet. Used on the D-Bus thread only.
+// The one place where typed values and Qt's meet. Any thread.
 namespace cmn {
 
 // Text that is no UTF-8 is repaired; text behind a NUL cannot travel.
-QVariantList ToVariants(const DBusArguments& arguments);
+QVariantList ToVariants(DBusArguments arguments);
 
 // Nothing when an argument has a type that no contract of the product uses.
 std::optional<DBusArguments> FromMessage(const QDBusMessage& message);

@@ -8,7 +8,22 @@ DBusPeerChannel::DBusPeerChannel(std::shared_ptr<DBusThread> thread, std::shared
                                  std::shared_ptr<BusConnection> bus, std::string uniqueName)
     : DBusChannelCore(std::move(thread), std::move(queue)),
       uniqueName_(std::move(uniqueName)),
+      weakBus_(bus),
       bus_(std::move(bus)) {}
+
+void DBusPeerChannel::call(const std::string& path, const DBusInterfaceDescription& interface,
+                           const DBusMethod& method, DBusArguments arguments, ReplyHandler onReply,
+                           RemoteErrorHandler onError) {
+    const auto bus = left_ ? nullptr : weakBus_.lock();
+    if (!method.noReply || !bus) {
+        DBusChannelCore::call(path, interface, method, std::move(arguments), std::move(onReply),
+                              std::move(onError));
+    } else if (!bus->send({uniqueName_, path, interface.name, method.name, std::move(arguments)})) {
+        PendingCall failed;
+        failed.onError = std::move(onError);
+        fail(failed, {dbus_error::kFailed, "The message could not be sent"});
+    }
+}
 
 void DBusPeerChannel::resume() {
     publishExportedObject();
@@ -28,12 +43,9 @@ void DBusPeerChannel::startOnThread(PendingCall call) {
 }
 
 void DBusPeerChannel::invalidateOnThread(const std::string& why) {
+    left_ = true;
     bus_.reset();
     DBusChannelCore::invalidateOnThread(why);
-}
-
-void DBusPeerChannel::keepForQueued(std::shared_ptr<void> kept) {
-    queue()->post([kept = std::move(kept)] {});
 }
 
 }  // namespace cmn

@@ -19,12 +19,15 @@ class DBusPeerChannel final : public DBusChannelCore {
     // On the private queue, before the first message is delivered.
     void setAccepted(bool accepted) { accepted_ = accepted; }
 
+    // What wants no answer is sent at once, like the answers: the peer gets both in their order.
+    void call(const std::string& path, const DBusInterfaceDescription& interface, const DBusMethod& method,
+              DBusArguments arguments, ReplyHandler onReply, RemoteErrorHandler onError) override;
+
     // On the D-Bus thread.
     void receivedOnThread(const std::shared_ptr<BusConnection>& bus, IncomingCall call);
     void invalidateOnThread(const std::string& why) override;
 
-    // Keeps something alive until all that is in the private queue now has run.
-    void keepForQueued(std::shared_ptr<void> kept);
+    using DBusChannelCore::keepForQueued;
 
     const std::string& peerName() const override { return uniqueName_; }
 
@@ -35,6 +38,8 @@ class DBusPeerChannel final : public DBusChannelCore {
     const std::string uniqueName_;
     bool accepted_ = false;  // of the private queue
     std::atomic<bool> resumed_{false};
+    const std::weak_ptr<BusConnection> weakBus_;
+    std::atomic<bool> left_{false};
     std::shared_ptr<BusConnection> bus_;  // of the D-Bus thread; null when invalid
 };
 

@@ -35,7 +35,8 @@ void DBusXPCConnection::resume() {
 }
 
 void DBusXPCConnection::invalidate() {
-    core_->invalidate();
+    // Whoever invalidates usually lets go of it at once; the handler is still to be called.
+    core_->invalidate(shared_from_this());
 }
 
 std::shared_ptr<XPCVersioning> DBusXPCConnection::remoteObjectProxy(RemoteErrorHandler onError) {

@@ -9,7 +9,7 @@ namespace cmn {
 
 // The connection object as clients and services hold it. Its end is the end of handlers and exported objects;
 // the channel lives on while proxies use it.
-class DBusXPCConnection final : public XPCConnection {
+class DBusXPCConnection final : public XPCConnection, public std::enable_shared_from_this<DBusXPCConnection> {
  public:
     explicit DBusXPCConnection(std::shared_ptr<DBusChannelCore> core);
     ~DBusXPCConnection() override;

@@ -45,8 +45,15 @@ DBusXPCTransport::DBusXPCTransport(std::shared_ptr<LinuxDispatch> dispatch, DBus
       thread_(std::make_shared<DBusThread>()) {}
 
 DBusXPCTransport::~DBusXPCTransport() {
-    EndAll(connections_);
-    EndAll(listeners_);
+    stop();
+}
+
+void DBusXPCTransport::stop() {
+    {
+        const std::lock_guard lock(mutex_);
+        EndAll(connections_);
+        EndAll(listeners_);
+    }
     thread_->stop();
 }
 

@@ -11,18 +11,15 @@ namespace cmn {
 
 namespace {
 
-// Validations of connections occupy a thread for seconds while they wait for an answer.
-constexpr unsigned kFewestThreads = 4;
-
-std::shared_ptr<TaskPool> CreatePool() {
-    return std::make_shared<TaskPool>(std::max(kFewestThreads, std::thread::hardware_concurrency()));
+std::shared_ptr<TaskPool> CreatePool(unsigned fewestThreads) {
+    return std::make_shared<TaskPool>(std::max(fewestThreads, std::thread::hardware_concurrency()));
 }
 
 }  // namespace
 
-LinuxDispatch::LinuxDispatch()
-    : normal_(CreatePool()),
-      high_(CreatePool()),
+LinuxDispatch::LinuxDispatch(unsigned fewestThreads)
+    : normal_(CreatePool(fewestThreads)),
+      high_(CreatePool(kDefaultThreads)),
       semaphores_(std::make_shared<SemaphoreRoom>()),
       main_(std::make_shared<QtTaskQueue>()) {}
 

@@ -13,23 +13,29 @@ constexpr std::chrono::hours kLongestWait{24 * 365};
 void SemaphoreRoom::close() {
     const std::lock_guard lock(mutex_);
     closed_ = true;
-    changed_.notify_all();
+    for (std::condition_variable* wait : waits_) {
+        wait->notify_all();
+    }
 }
 
 LinuxSemaphore::LinuxSemaphore(std::shared_ptr<SemaphoreRoom> room, long count)
     : room_(std::move(room)), count_(count) {}
 
 void LinuxSemaphore::signal() {
-    const std::lock_guard lock(room_->mutex_);
-    ++count_;
-    room_->changed_.notify_all();
+    {
+        const std::lock_guard lock(room_->mutex_);
+        ++count_;
+    }
+    changed_.notify_one();
 }
 
 bool LinuxSemaphore::wait(std::chrono::nanoseconds timeout) {
     std::unique_lock lock(room_->mutex_);
     if (count_ <= 0 && timeout.count() > 0) {
         const auto limited = std::min<std::chrono::nanoseconds>(timeout, kLongestWait);
-        room_->changed_.wait_for(lock, limited, [this] { return count_ > 0 || room_->closed_; });
+        room_->waits_.push_back(&changed_);
+        changed_.wait_for(lock, limited, [this] { return count_ > 0 || room_->closed_; });
+        room_->waits_.erase(std::find(room_->waits_.begin(), room_->waits_.end(), &changed_));
     }
     if (count_ <= 0) {
         return false;

@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "usercommon/Semaphore.h"
 
@@ -17,9 +18,9 @@ class SemaphoreRoom {
  private:
     friend class LinuxSemaphore;
 
-    std::mutex mutex_;
-    std::condition_variable changed_;
+    std::mutex mutex_;  // guards what follows and the counts
     bool closed_ = false;
+    std::vector<std::condition_variable*> waits_;
 };
 
 class LinuxSemaphore final : public Semaphore {
@@ -31,7 +32,8 @@ class LinuxSemaphore final : public Semaphore {
 
  private:
     const std::shared_ptr<SemaphoreRoom> room_;
-    long count_;  // guarded by the room's mutex
+    std::condition_variable changed_;  // its own: a signal wakes nobody else
+    long count_;                       // guarded by the room's mutex
 };
 
 }  // namespace cmn

@@ -30,7 +30,7 @@ struct DBusInterfaceDescription {
 // without one, the caller gets an error instead of waiting for ever.
 class DBusReply {
  public:
-    using Send = std::function<void(const std::variant<DBusArguments, DBusError>&)>;
+    using Send = std::function<void(std::variant<DBusArguments, DBusError>)>;
 
     // An empty `send` is a message that wants no answer.
     explicit DBusReply(Send send);
@@ -55,7 +55,7 @@ using DBusObjectHandler =
 // any thread and only queue.
 class DBusChannel {
  public:
-    using ReplyHandler = std::function<void(const DBusArguments&)>;
+    using ReplyHandler = std::function<void(DBusArguments)>;
 
     virtual ~DBusChannel() = default;
 

@@ -50,9 +50,13 @@ struct DBusXPCOptions {
 class DBusXPCTransport final : public XPCTransport {
  public:
     explicit DBusXPCTransport(std::shared_ptr<LinuxDispatch> dispatch, DBusXPCOptions options = {});
-    // Invalidates the connections and listeners that are left and waits for the D-Bus thread to let go of
-    // them.
+    // Calls `stop`.
     ~DBusXPCTransport() override;
+
+    // Invalidates the connections and listeners that are left and waits for the D-Bus thread to let go of
+    // them. What is made later never connects. To be called by the owner before the program ends when others
+    // still hold this object then.
+    void stop();
 
     std::shared_ptr<XPCConnection> createConnection(const std::string& machServiceName,
                                                     XPCConnectionOptions options) override;

@@ -16,8 +16,13 @@ class SemaphoreRoom;
 // ends it with `stop`.
 class LinuxDispatch final : public Dispatch {
  public:
-    // To be created on the main thread; its event loop may start later.
-    LinuxDispatch();
+    // Enough for a client: validations of connections occupy a thread for seconds while they wait.
+    static constexpr unsigned kDefaultThreads = 4;
+
+    // To be created on the main thread; its event loop may start later. `fewestThreads` serve the
+    // queue of normal priority, where requests are handled: a service that blocks in them wants as many as it
+    // serves peers in parallel.
+    explicit LinuxDispatch(unsigned fewestThreads = kDefaultThreads);
     // May run on any thread, also within a task.
     ~LinuxDispatch() override;
 
