@@ -8,8 +8,10 @@
 
 #include "common/rapidjson.h"
 #include "support/ChildProcess.h"
+#include "support/LogCapture.h"
 
-// The service host as a real process.
+// The service host as a real process, with settings and a log of the service of its own unless the arguments
+// name settings.
 class HostProcess {
  public:
     explicit HostProcess(const std::string& busAddress, std::vector<std::string> arguments = {"--json"},
@@ -19,10 +21,14 @@ class HostProcess {
     rapidjson::Document event(std::chrono::milliseconds timeout = std::chrono::seconds(20));
     // The next event of that name, skipping others.
     rapidjson::Document event(const std::string& name);
-    bool isReady() { return event("ready").IsObject(); }
+    // Both services listen.
+    bool isReady() { return event("ready").IsObject() && event("ready").IsObject(); }
 
     fake::ChildProcess& process() { return process_; }
+    // The log of the Finder extension service; complete once the process has ended.
+    std::vector<std::string> serviceLog() const;
 
  private:
+    fake::TemporaryFolder folder_;
     fake::ChildProcess process_;
 };

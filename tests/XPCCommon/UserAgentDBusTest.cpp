@@ -4,7 +4,6 @@
 #include <QDBusArgument>
 #include <QDBusObjectPath>
 #include <mutex>
-#include <set>
 #include <thread>
 
 #include "linux_usercommon/DBusXPCTransport.h"
@@ -13,6 +12,7 @@
 #include "support/LogCapture.h"
 #include "support/PrivateBus.h"
 #include "support/RawPeer.h"
+#include "support/ReceivedCalls.h"
 #include "support/WaitFor.h"
 #include "xpccommon/UserAgentObjCXPCClient.h"
 #include "xpccommon/UserAgentXPCClient.h"
@@ -30,34 +30,6 @@ using testing::SizeIs;
 
 constexpr const char* kService = "com.tessarin.UserAgent";
 constexpr const char* kPath = "/com/tessarin/UserAgent";
-
-// Calls that a raw peer received. Thread-safe.
-class Received {
- public:
-    struct Call {
-        std::string path, interface, member, signature, sender;
-        QVariantList arguments;
-        bool wantsAnswer;
-    };
-
-    void add(const QDBusMessage& message) {
-        const std::lock_guard lock(mutex_);
-        calls_.push_back({message.path().toStdString(), message.interface().toStdString(),
-                          message.member().toStdString(), message.signature().toStdString(),
-                          message.service().toStdString(), message.arguments(), message.isReplyRequired()});
-    }
-    std::vector<Call> all(const std::string& member) {
-        const std::lock_guard lock(mutex_);
-        std::vector<Call> found;
-        std::copy_if(calls_.begin(), calls_.end(), std::back_inserter(found),
-                     [&](const Call& call) { return call.member == member; });
-        return found;
-    }
-
- private:
-    std::mutex mutex_;
-    std::vector<Call> calls_;
-};
 
 class UserAgentDBusTest : public testing::Test {
  protected:
@@ -116,7 +88,7 @@ class UserAgentDBusTest : public testing::Test {
     std::shared_ptr<fake::HurriedDispatch> hurried = std::make_shared<fake::HurriedDispatch>(real, kHurry);
     std::shared_ptr<cmn::DBusXPCTransport> transport;
     std::atomic<int> listenerEvents{0};
-    Received received;
+    fake::ReceivedCalls received;
     std::mutex mutex;
     std::vector<std::string> reports;  // guarded by mutex
 };

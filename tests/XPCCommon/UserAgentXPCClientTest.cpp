@@ -137,6 +137,26 @@ TEST_F(UserAgentXPCClientTest, TheRetryOfTheValidationFindsItsBlockReleasedAndDo
     EXPECT_THAT(daemon.versionQueues, SizeIs(1));
 }
 
+TEST_F(UserAgentXPCClientTest, AReplacedConnectionIsGoneThoughItsValidationStillWaits) {
+    const int before = fake::XPCConnection::alive();
+    daemon.answersVersion = false;
+    const auto client = connectedClient();
+    daemon.transport()->lastConnection()->sendInterruption();
+    dispatch->advance(3s);
+    EXPECT_EQ(daemon.transport()->connectionsCreated(), 2);
+    EXPECT_EQ(dispatch->waiting(), 2U) << "for five seconds each";
+    EXPECT_EQ(fake::XPCConnection::alive(), before + 1);
+}
+
+TEST_F(UserAgentXPCClientTest, AConnectionThatIsReplacedBeforeItsValidationIsNotAsked) {
+    const auto client = makeClient();
+    client->connect();
+    client->connect();
+    dispatch->runUntilIdle();
+    EXPECT_THAT(daemon.versionQueues, SizeIs(1));
+    EXPECT_TRUE(client->connected());
+}
+
 TEST_F(UserAgentXPCClientTest, NoRetryIsScheduledForAConnectedClient) {
     connectedClient();
     EXPECT_EQ(dispatch->pending(), 0u);

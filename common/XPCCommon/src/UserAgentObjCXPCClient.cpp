@@ -4,6 +4,7 @@
 #include <functional>
 #include <utility>
 
+#include "ConnectionValidation.h"
 #include "common/log.h"
 
 namespace cmn {
@@ -11,7 +12,6 @@ namespace cmn {
 namespace {
 
 constexpr std::chrono::seconds kValidationDeadline{5};
-constexpr std::chrono::seconds kValidationRetryDelay{1};
 
 // One nanosecond in the past, on purpose: such a wait looks at the semaphore and returns at once. Neither the
 // main queue nor the watcher, which reports URLs with its mutex held, may ever wait for the daemon.
@@ -46,32 +46,11 @@ void UserAgentObjCXPCClient::didResumeConnection(const std::shared_ptr<XPCConnec
 }
 
 void UserAgentObjCXPCClient::validateConnection(const std::shared_ptr<XPCConnection>& connection) {
-    // Only the queue owns the block, and only while it runs; the retry therefore normally finds it gone. The
-    // client is not kept alive while the block waits.
-    const auto block = std::make_shared<Dispatch::Task>();
-    *block = [weakSelf = std::weak_ptr(self()), weakBlock = std::weak_ptr(block), queues = dispatch(),
-              connection] {
-        const auto answered = queues->createSemaphore(0);
-        if (const auto proxy = RemoteUserAgent(connection, [](const RemoteError& error) {
-                TLOG_WARN("Remote object proxy error --  {}", error.recoverySuggestion);
-            })) {
-            proxy->version([weakSelf, answered](const std::string&) {
-                if (const auto client = weakSelf.lock()) {
-                    client->connected_ = true;
-                }
-                answered->signal();
-            });
-        }
-        answered->wait(kValidationDeadline);
-        if (const auto client = weakSelf.lock(); client && !client->connected_) {
-            queues->after(kValidationRetryDelay, QueuePriority::high, [weakBlock] {
-                if (const auto retried = weakBlock.lock()) {
-                    (*retried)();
-                }
-            });
-        }
-    };
-    dispatch()->async(QueuePriority::high, [block] { (*block)(); });
+    ValidateConnection(dispatch(), connection,
+                       {kValidationDeadline, std::shared_ptr<std::atomic<bool>>(self(), &connected_),
+                        [](const RemoteError& error) {
+                            TLOG_WARN("Remote object proxy error --  {}", error.recoverySuggestion);
+                        }});
 }
 
 void UserAgentObjCXPCClient::setURLExtractor(std::shared_ptr<URLExtractor> extractor) {

@@ -2,8 +2,8 @@
 #include <string>
 #include <utility>
 
+#include "ServiceStubs.h"
 #include "common/log.h"
-#include "linux_usercommon/DBusXPCInterface.h"
 #include "xpccommon/UserAgentProtocol.h"
 
 // How the user agent service travels over D-Bus. Names and signatures are a contract with other programs.
@@ -11,15 +11,13 @@ namespace cmn {
 
 namespace {
 
-using Description = std::shared_ptr<const DBusInterfaceDescription>;
-
 constexpr const char* kVersion = "Version";
 constexpr const char* kSetURLExtractor = "SetURLExtractor";
 constexpr const char* kSendURL = "SendURL";
 constexpr const char* kGetURL = "GetURL";
 
-const Description& UserAgentDescription() {
-    static const Description description = std::make_shared<DBusInterfaceDescription>(
+const DBusDescription& UserAgentDescription() {
+    static const DBusDescription description = std::make_shared<DBusInterfaceDescription>(
         DBusInterfaceDescription{"com.tessarin.UserAgent",
                                  {{kVersion, "", "s"},
                                   {kSetURLExtractor, "o", "b", {"extractor"}},
@@ -27,8 +25,8 @@ const Description& UserAgentDescription() {
     return description;
 }
 
-const Description& URLExtractorDescription() {
-    static const Description description = std::make_shared<DBusInterfaceDescription>(
+const DBusDescription& URLExtractorDescription() {
+    static const DBusDescription description = std::make_shared<DBusInterfaceDescription>(
         DBusInterfaceDescription{"com.tessarin.URLExtractor", {{kGetURL, "s", "s", {"browser"}}}});
     return description;
 }
@@ -36,111 +34,67 @@ const Description& URLExtractorDescription() {
 // The agent's extractor, as the daemon holds it.
 class URLExtractorProxy final : public URLExtractor {
  public:
-    URLExtractorProxy(std::shared_ptr<DBusChannel> channel, std::string path)
-        : channel_(std::move(channel)), path_(std::move(path)) {}
+    explicit URLExtractorProxy(DBusRemoteObject remote) : remote_(std::move(remote)) {}
 
     void getURL(const std::string& browser, std::function<void(const std::string&)> reply) override {
-        const auto& description = *URLExtractorDescription();
-        channel_->call(
-            path_, description, *description.find(kGetURL), {browser},
-            [reply = std::move(reply)](const DBusArguments& answer) {
-                reply(std::get<std::string>(answer[0]));
-            },
-            [](const RemoteError& error) { TLOG_WARN("GetURL -- failed: {}", error.description); });
+        remote_.ask<std::string>(kGetURL, {browser}, std::move(reply));
     }
 
  private:
-    const std::shared_ptr<DBusChannel> channel_;
-    const std::string path_;
+    const DBusRemoteObject remote_;
 };
+
+void LogExtractorError(const RemoteError& error) {
+    TLOG_WARN("GetURL -- failed: {}", error.description);
+}
 
 DBusObjectHandler CreateURLExtractorHandler(std::shared_ptr<URLExtractor> extractor) {
     return [extractor = std::move(extractor)](const std::shared_ptr<DBusChannel>&, const std::string&,
                                               const DBusArguments& arguments, const DBusReply& reply) {
-        extractor->getURL(std::get<std::string>(arguments[0]),
-                          [reply](const std::string& url) { reply({url}); });
+        extractor->getURL(std::get<std::string>(arguments[0]), SendValue<std::string>(reply));
     };
 }
 
 // The service, as the agent holds it.
 class UserAgentProxy final : public UserAgentProtocol {
  public:
-    UserAgentProxy(std::string path, std::shared_ptr<DBusChannel> channel, RemoteErrorHandler onError)
-        : path_(std::move(path)), channel_(std::move(channel)), onError_(std::move(onError)) {}
+    explicit UserAgentProxy(DBusRemoteObject remote) : remote_(std::move(remote)) {}
 
     void version(std::function<void(const std::string&)> reply) override {
-        call(kVersion, {}, [reply = std::move(reply)](const DBusArguments& answer) {
-            reply(std::get<std::string>(answer[0]));
-        });
+        remote_.ask<std::string>(kVersion, {}, std::move(reply));
     }
-
     void setURLExtractor(std::shared_ptr<URLExtractor> extractor, std::function<void(bool)> reply) override {
-        const DBusObjectPath path = channel_->exportObject(extractor, URLExtractorDescription(),
-                                                           CreateURLExtractorHandler(extractor));
-        call(kSetURLExtractor, {path},
-             [reply = std::move(reply)](const DBusArguments& answer) { reply(std::get<bool>(answer[0])); });
+        const DBusObjectPath path = remote_.channel()->exportObject(extractor, URLExtractorDescription(),
+                                                                    CreateURLExtractorHandler(extractor));
+        remote_.ask<bool>(kSetURLExtractor, {path}, std::move(reply));
     }
-
     void sendURL(const std::string& url, const std::string& browser, std::int32_t processID) override {
-        call(kSendURL, {url, browser, processID}, nullptr);
+        remote_.call(kSendURL, {url, browser, processID}, nullptr);
     }
 
  private:
-    void call(const char* method, DBusArguments arguments, DBusChannel::ReplyHandler onReply) {
-        const auto& description = *UserAgentDescription();
-        channel_->call(path_, description, *description.find(method), std::move(arguments),
-                       std::move(onReply), onError_);
-    }
-
-    const std::string path_;
-    const std::shared_ptr<DBusChannel> channel_;
-    const RemoteErrorHandler onError_;
+    const DBusRemoteObject remote_;
 };
 
 void DeliverToUserAgent(UserAgentProtocol& service, const std::shared_ptr<DBusChannel>& peer,
                         const std::string& method, const DBusArguments& arguments, const DBusReply& reply) {
     if (method == kVersion) {
-        service.version([reply](const std::string& version) { reply({version}); });
+        service.version(SendValue<std::string>(reply));
     } else if (method == kSetURLExtractor) {
-        const auto& path = std::get<DBusObjectPath>(arguments[0]);
-        service.setURLExtractor(
-            path.isNone() ? nullptr : std::make_shared<URLExtractorProxy>(peer, path.value),
-            [reply](bool accepted) { reply({accepted}); });
+        service.setURLExtractor(CreatePassedObject<URLExtractorProxy>(
+                                    peer, arguments[0], URLExtractorDescription(), &LogExtractorError),
+                                SendValue<bool>(reply));
     } else if (method == kSendURL) {
         service.sendURL(std::get<std::string>(arguments[0]), std::get<std::string>(arguments[1]),
                         std::get<std::int32_t>(arguments[2]));
     }
 }
 
-class UserAgentDBusInterface final : public DBusXPCInterface {
- public:
-    const std::string& objectPath() const override { return objectPath_; }
-    const Description& description() const override { return UserAgentDescription(); }
-
-    std::shared_ptr<XPCVersioning> createProxy(std::shared_ptr<DBusChannel> channel,
-                                               RemoteErrorHandler onError) const override {
-        return std::make_shared<UserAgentProxy>(objectPath_, std::move(channel), std::move(onError));
-    }
-
-    DBusObjectHandler createHandler(const std::shared_ptr<XPCVersioning>& object) const override {
-        const auto service = std::dynamic_pointer_cast<UserAgentProtocol>(object);
-        if (!service) {
-            return nullptr;
-        }
-        return [service](const std::shared_ptr<DBusChannel>& peer, const std::string& method,
-                         const DBusArguments& arguments, const DBusReply& reply) {
-            DeliverToUserAgent(*service, peer, method, arguments, reply);
-        };
-    }
-
- private:
-    const std::string objectPath_ = "/com/tessarin/UserAgent";
-};
-
 }  // namespace
 
 std::shared_ptr<const XPCInterface> CreateUserAgentInterface() {
-    return std::make_shared<UserAgentDBusInterface>();
+    return std::make_shared<DBusServiceInterface<UserAgentProtocol, UserAgentProxy>>(
+        "/com/tessarin/UserAgent", UserAgentDescription(), &DeliverToUserAgent);
 }
 
 }  // namespace cmn

@@ -1,0 +1,162 @@
+#include "xpccommon/FinderExtensionXPCClient.h"
+
+#include <chrono>
+#include <utility>
+
+#include "ConnectionValidation.h"
+#include "common/SystemUtils.h"
+
+namespace cmn {
+
+namespace {
+
+constexpr std::chrono::nanoseconds kRequestDeadline{100'000'000};
+constexpr std::chrono::nanoseconds kValidationDeadline{1'000'000'000};
+
+// What the reconnect is asked with; the base ignores it.
+constexpr int kReconnectArgument = 1;
+
+constexpr std::int32_t kNoAnswerStatus = 2;
+
+// What a request got. A late answer still writes here; nobody reads it then.
+template <typename Result>
+struct ReceivedAnswer {
+    std::mutex mutex;
+    Result value;
+
+    void set(Result answer) {
+        const std::lock_guard lock(mutex);
+        std::swap(value, answer);
+    }
+    Result take() {
+        const std::lock_guard lock(mutex);
+        return std::move(value);
+    }
+};
+
+}  // namespace
+
+FinderExtensionXPCClient::FinderExtensionXPCClient(std::shared_ptr<Dispatch> dispatch,
+                                                   std::shared_ptr<XPCTransport> transport)
+    : XPCClient(std::move(dispatch), std::move(transport), kFinderExtensionXPCMachServiceName, true) {}
+
+void FinderExtensionXPCClient::willResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
+    connection->setRemoteObjectInterface(FinderExtensionXPCInterface());
+}
+
+void FinderExtensionXPCClient::didResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
+    setConnection(connection);
+    ValidateConnection(dispatch(), connection,
+                       {kValidationDeadline, std::shared_ptr<std::atomic<bool>>(self(), &connected_),
+                        [](const RemoteError& error) {
+                            SystemLog("Remote object proxy error --  " + error.recoverySuggestion);
+                        }});
+}
+
+void FinderExtensionXPCClient::connectionDidInvalidate() {
+    connectionEnded("FinderExtensionXPCClient -- did invalidate");
+}
+
+void FinderExtensionXPCClient::connectionDidInterrupt() {
+    connectionEnded("FinderExtensionXPCClient -- interrupt");
+}
+
+void FinderExtensionXPCClient::connectionEnded(const char* message) {
+    SystemLog(message);
+    connected_ = false;
+    reconnect(kReconnectArgument);
+}
+
+void FinderExtensionXPCClient::afterVersion(std::function<void(const Proxy&)> action) const {
+    const auto current = connection();
+    const auto proxy = current ? std::dynamic_pointer_cast<FinderExtensionCommunicator>(
+                                     current->remoteObjectProxy([](const RemoteError& error) {
+                                         SystemLog("Failed to get remote object -- " + error.description);
+                                     }))
+                               : nullptr;
+    if (proxy) {
+        proxy->version([proxy, action = std::move(action)](const std::string&) { action(proxy); });
+    }
+}
+
+template <typename Result, typename Send>
+Result FinderExtensionXPCClient::ask(Result fallback, Send send) const {
+    const auto received = std::make_shared<ReceivedAnswer<Result>>();
+    received->value = std::move(fallback);
+    const auto answered = dispatch()->createSemaphore(0);
+    afterVersion([received, answered, send = std::move(send)](const Proxy& proxy) {
+        send(*proxy, [received, answered](Result answer) {
+            received->set(std::move(answer));
+            answered->signal();
+        });
+    });
+    answered->wait(kRequestDeadline);
+    return received->take();
+}
+
+std::vector<ScanRecord> FinderExtensionXPCClient::getFileFilters(const std::string& path) {
+    return ask(std::vector<ScanRecord>(), [path](FinderExtensionCommunicator& service, auto reply) {
+        service.getScanResult(path, std::move(reply));
+    });
+}
+
+std::vector<std::string> FinderExtensionXPCClient::allowedExtensions() {
+    return ask(std::vector<std::string>(), [](FinderExtensionCommunicator& service, auto reply) {
+        service.allowedExtensions(std::move(reply));
+    });
+}
+
+std::int32_t FinderExtensionXPCClient::decrypt(const std::string& path) {
+    return ask(kNoAnswerStatus, [path](FinderExtensionCommunicator& service, auto reply) {
+        service.decrypt(path, std::move(reply));
+    });
+}
+
+bool FinderExtensionXPCClient::checkFullDiskAccess() {
+    return ask(false, [](FinderExtensionCommunicator& service, auto reply) {
+        service.checkFullDiskAccess(std::move(reply));
+    });
+}
+
+UIVisibilityStatuses FinderExtensionXPCClient::getUIVisibilityStatuses() {
+    return ask(
+        UIVisibilityStatuses{
+            {kMenuStatusKey, false}, {kIconsStatusKey, false}, {kAgentIconDisableKey, false}},
+        [](FinderExtensionCommunicator& service, auto reply) {
+            service.getUIVisibilityStatuses(std::move(reply));
+        });
+}
+
+void FinderExtensionXPCClient::checkEncryptionStatus(const std::string& path) {
+    afterVersion([path, weakSelf = std::weak_ptr(self())](const Proxy& proxy) {
+        if (const auto client = weakSelf.lock()) {
+            proxy->checkEncryptionStatus(path, client);
+        }
+    });
+}
+
+void FinderExtensionXPCClient::sendLogMessage(const std::string& message, const std::string& level) {
+    afterVersion([message, level](const Proxy& proxy) { proxy->sendLogMessage(message, level); });
+}
+
+void FinderExtensionXPCClient::setCompleteblock(std::function<void(bool)> block) {
+    const std::lock_guard lock(blockMutex_);
+    block_.swap(block);
+}
+
+void FinderExtensionXPCClient::didCheckEncryptionStatus(bool encrypted) {
+    std::function<void(bool)> block;
+    {
+        const std::lock_guard lock(blockMutex_);
+        block = block_;
+    }
+    if (block) {
+        block(encrypted);
+    }
+}
+
+std::shared_ptr<FinderExtensionXPCClient> FinderExtensionXPCClient::self() {
+    return std::static_pointer_cast<FinderExtensionXPCClient>(shared_from_this());
+}
+
+}  // namespace cmn

@@ -1,0 +1,101 @@
+#include "ScriptedFinderExtension.h"
+
+#include <utility>
+
+namespace {
+
+class PlainInterface : public cmn::XPCInterface {};
+
+}  // namespace
+
+// This test program's end of the seam: the fake connections need no description of the messages.
+std::shared_ptr<const cmn::XPCInterface> cmn::FinderExtensionXPCInterface() {
+    return std::make_shared<PlainInterface>();
+}
+
+class ScriptedFinderExtension::Proxy : public cmn::FinderExtensionCommunicator {
+ public:
+    Proxy(ScriptedFinderExtension& service, cmn::RemoteErrorHandler onError)
+        : service_(service), onError_(std::move(onError)) {}
+
+    void version(std::function<void(const std::string&)> reply) override {
+        if (received("version")) {
+            service_.answer(service_.answersVersion, service_.versionDelay, [reply] { reply("1.0"); });
+        }
+    }
+    void checkEncryptionStatus(const std::string& path,
+                               std::shared_ptr<cmn::FinderExtensionDelegate> delegate) override {
+        if (received("checkEncryptionStatus " + path)) {
+            service_.delegates.push_back(delegate);
+            service_.answer(service_.answersRequests, service_.requestDelay,
+                            [delegate, encrypted = service_.encrypted] {
+                                delegate->didCheckEncryptionStatus(encrypted);
+                            });
+        }
+    }
+    void decrypt(const std::string& path, std::function<void(std::int32_t)> reply) override {
+        request("decrypt " + path, reply, service_.status);
+    }
+    void getScanResult(const std::string& path,
+                       std::function<void(std::vector<cmn::ScanRecord>)> reply) override {
+        request("getScanResult " + path, reply, service_.records);
+    }
+    void allowedExtensions(std::function<void(const std::vector<std::string>&)> reply) override {
+        request("allowedExtensions", reply, service_.extensions);
+    }
+    void checkFullDiskAccess(std::function<void(bool)> reply) override {
+        request("checkFullDiskAccess", reply, service_.fullDiskAccess);
+    }
+    void getUIVisibilityStatuses(std::function<void(const cmn::UIVisibilityStatuses&)> reply) override {
+        request("getUIVisibilityStatuses", reply, service_.visibility);
+    }
+    void sendLogMessage(const std::string& message, const std::string& level) override {
+        received("sendLogMessage " + level + " " + message);
+    }
+
+ private:
+    bool received(const std::string& message) {
+        {
+            const std::lock_guard lock(service_.mutex_);
+            service_.messages_.push_back(message);
+        }
+        if (!service_.present) {
+            onError_(service_.error);
+        }
+        return service_.present;
+    }
+    template <typename Reply, typename Answer>
+    void request(const std::string& message, const Reply& reply, const Answer& value) {
+        if (received(message)) {
+            service_.answer(service_.answersRequests, service_.requestDelay,
+                            [reply, value] { reply(value); });
+        }
+    }
+
+    ScriptedFinderExtension& service_;
+    const cmn::RemoteErrorHandler onError_;
+};
+
+ScriptedFinderExtension::ScriptedFinderExtension(std::shared_ptr<fake::Dispatch> dispatch)
+    : dispatch_(std::move(dispatch)) {
+    transport_->makeProxy = [this](cmn::RemoteErrorHandler onError) {
+        return std::make_shared<Proxy>(*this, std::move(onError));
+    };
+}
+
+void ScriptedFinderExtension::answer(bool wanted, std::chrono::nanoseconds delay,
+                                     std::function<void()> send) {
+    if (!wanted) {
+        return;
+    }
+    if (delay.count() == 0) {
+        send();
+    } else {
+        dispatch_->after(delay, cmn::QueuePriority::normal, std::move(send));
+    }
+}
+
+std::vector<std::string> ScriptedFinderExtension::messages() const {
+    const std::lock_guard lock(mutex_);
+    return messages_;
+}
