@@ -4,9 +4,9 @@
 #
 # Usage: scripts/bench.sh [--quick] [--undisturbed] [FILTER]
 #   --quick          few repetitions; the agent's idle costs over 10 seconds
-#   --undisturbed    the common library's at real-time priority: on a busy machine the wait for a processor outweighs
+#   --undisturbed    the benchmarks that need no desktop at real-time priority: on a busy machine the wait for a processor outweighs
 #                    what is measured (needs root)
-#   FILTER           only what matches, e.g. Log, Settings, Crc64, Traverse, agent, accessibility
+#   FILTER           only what matches, e.g. Log, Settings, Crc64, Traverse, Messages, agent, accessibility
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -28,11 +28,13 @@ results=build/bench/results
 rm -rf "$results"
 mkdir -p "$results"
 ran=0
-for program in build/bench/bench/Common/*Bench; do
+for program in build/bench/bench/{Common,Messages}/*Bench; do
     name=$(basename "$program")
     [[ -x $program && ${name,,} =~ ${filter,,} ]] || continue
     echo "== $name" >&2
-    "${priority[@]}" "$program" --benchmark_repetitions="$repetitions" --benchmark_min_time="$min_time" \
+    private_bus=()
+    [[ $program != */Messages/* ]] || private_bus=(dbus-run-session --)
+    "${priority[@]}" "${private_bus[@]}" "$program" --benchmark_repetitions="$repetitions" --benchmark_min_time="$min_time" \
         --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
         --benchmark_out="$results/$name.json" --benchmark_out_format=json >/dev/null
     ran=$((ran + 1))

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: optimised (unit, bus and desktop tests), then all but the desktop
-# tests under the address and undefined-behaviour sanitizers, then the concurrency tests repeatedly under the thread
-# sanitizer. The last line sums up the three runs. Not zero on any failure, and when there was nothing to run.
+# tests under the address and undefined-behaviour sanitizers, then the concurrency tests repeatedly and the load
+# tests once under the thread sanitizer. The last line sums up all runs. Not zero on any failure, and when there was nothing to run.
 #
 # Usage: scripts/test.sh [--quick] [--label REGEX] [-j N]
 #   --quick          only the optimised run
-#   --label REGEX    only tests with a matching label (unit, bus, concurrency, desktop, architecture ...)
+#   --label REGEX    only tests with a matching label (unit, dbus, concurrency, load, desktop, architecture ...)
 #   -j N             so many jobs at once, default: one per processor
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -68,6 +68,7 @@ if [[ $quick == no ]]; then
     # The thread sanitizer needs its address ranges free.
     ! setarch "$(uname -m)" -R true 2>/dev/null || without_aslr=(setarch "$(uname -m)" -R)
     run tsan -L concurrency --repeat until-fail:3
+    run tsan -L load
 fi
 
 ((total > 0)) || broken+=("no test ran")

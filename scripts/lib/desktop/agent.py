@@ -32,6 +32,9 @@ class Event:
         return str(self.data.get("event", ""))
 
 
+_SERVICES = ("com.tessarin.UserAgent", "com.tessarin.FinderExtension")
+
+
 class ServiceHost:
     """The host program with its reports. `on_line` gets every line of its output, on the reading thread."""
 
@@ -47,19 +50,28 @@ class ServiceHost:
         mark = self.mark()
         self.process = self.desktop.processes.start(
             "host", [str(self.program), "--bus", "system", "--json", "--log-level", "Trace",
-                     "--log-file", str(self.desktop.folder / "log" / "TessarinServiceHost")],
+                     "--log-file", str(self.desktop.folder / "log" / "TessarinServiceHost"),
+                     "--settings", str(self._settings())],
             self.desktop.env, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         threading.Thread(target=self._read, args=(self.process.stdout,), daemon=True).start()
         def ready() -> bool:
             if self.process is not None and self.process.poll() is not None:
                 raise RuntimeError(f"the host ended with {self.process.returncode}, see host.log")
-            return any(event.kind == "ready" for event in self.events[mark:])
+            return len([event for event in self.events[mark:] if event.kind == "ready"]) == len(_SERVICES)
 
         try:
             wait_for(ready, 60, "host ready")
         except (TimedOut, RuntimeError):
             self.end()
             raise
+
+    def _settings(self) -> Path:
+        """Settings of its own: the log of the Finder extension service goes beside its other log."""
+        folder = self.desktop.folder / "log"
+        settings = folder / "settings.json"
+        product = {"Name": "Host", "InstallPath": str(folder), "NativeName": self.program.name}
+        settings.write_text(json.dumps({"LogLevel": "Trace", "Products": [product]}))
+        return settings
 
     def end(self, number: int = signal.SIGTERM) -> int:
         assert self.process is not None

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <optional>
+#include <system_error>
 
 namespace host {
 
@@ -22,6 +25,18 @@ bool TakeValue(const std::vector<std::string>& arguments, std::size_t& index, co
     }
     value = arguments[++index];
     return true;
+}
+
+// Not more than a scan can hold in memory.
+constexpr std::size_t kLargestScanLimit = std::size_t{1} << 30;
+
+// Nothing unless the text is a whole number of bytes in the allowed range.
+std::optional<std::size_t> ParseScanLimit(const std::string& text) {
+    std::size_t bytes = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bytes);
+    const bool valid =
+        error == std::errc() && end == text.data() + text.size() && bytes > 0 && bytes <= kLargestScanLimit;
+    return valid ? std::optional(bytes) : std::nullopt;
 }
 
 }  // namespace
@@ -48,6 +63,19 @@ std::variant<HostOptions, HelpWanted, BadArguments> ParseOptions(const std::vect
                                     value + "\""};
             }
             options.logLevel = LogLevelFromString(value);
+        } else if (TakeValue(arguments, i, "--settings", value)) {
+            options.settingsFile = value;
+        } else if (TakeValue(arguments, i, "--classifiers", value)) {
+            options.scanner.classifiers = value;
+        } else if (TakeValue(arguments, i, "--records", value)) {
+            options.scanner.records = value;
+        } else if (TakeValue(arguments, i, "--scan-limit", value)) {
+            const auto bytes = ParseScanLimit(value);
+            if (!bytes) {
+                return BadArguments{"--scan-limit takes a number of bytes from 1 to 1073741824, not \"" +
+                                    value + "\""};
+            }
+            options.scanner.scanLimit = *bytes;
         } else {
             return BadArguments{"\"" + arguments[i] + "\" is unknown or lacks its value"};
         }
@@ -58,8 +86,9 @@ std::variant<HostOptions, HelpWanted, BadArguments> ParseOptions(const std::vect
 const char* HelpText() {
     return R"(Usage: TessarinServiceHost [options]
 
-A development tool: hosts the daemon's end of the service com.tessarin.UserAgent, so that the agent
-can be run and tested without the product's daemon. Not part of the product.
+A development tool: hosts the daemon's end of the services com.tessarin.UserAgent and
+com.tessarin.FinderExtension, so that the agent can be run and tested without the product's daemon.
+Not part of the product.
 
 Options:
   --bus system|session   bus to listen on (default: system); its address comes from
@@ -67,16 +96,24 @@ Options:
   --json                 write events as JSON, one object a line
   --log-file STEM        write the log to STEM_0.log, STEM_1.log instead of the standard error stream
   --log-level NAME       Silent, Error, Warn, Info (default), Debug or Trace
+  --settings FILE        the product's settings (default: settings.json beside the program, else none)
+  --classifiers FILE     what the scanner looks for in files, and the extensions that are allowed;
+                         without it nothing is found
+  --records FILE         fixed scan results for some paths
+  --scan-limit BYTES     how much of a file is looked at (default: 1048576)
   -h, --help             this text
 
 Commands, one a line on the standard input (its end does not end the program):
   getURL BROWSER         ask the registered agent for the browser's URL, waiting at most 3 seconds
+  reload                 read the settings again
   stop                   stop listening, keep running
   quit                   end; so do SIGTERM and SIGINT
 
-Events on the standard output: ready, url (a report of the agent), getURL (the answer to the command),
-stopped, error. Exit status: 0 after quit or a signal, 1 when the name or the bus cannot be had or is
-lost, 2 for bad arguments.
+Events on the standard output: ready (once for each service), url (a report of the agent), getURL (the
+answer to the command), reloaded, stopped, error. The Finder extension service keeps a log of its own in
+the install path that the settings name for this program, else beside the program. Exit status: 0 after
+quit or a signal, 1 when a name or the bus cannot be had or is lost, 2 for bad arguments, also for a file
+among them that cannot be used.
 )";
 }
 

@@ -4,6 +4,7 @@
 #include <variant>
 #include <vector>
 
+#include "FileScanner.h"
 #include "common/log.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 
@@ -14,6 +15,8 @@ struct HostOptions {
     bool json = false;
     std::string logFile;  // stem; empty: the standard error stream
     LogLevel logLevel = LogLevel::Info;
+    std::string settingsFile;  // empty: the program's own, if there is one
+    ScannerOptions scanner;
 };
 
 struct HelpWanted {};

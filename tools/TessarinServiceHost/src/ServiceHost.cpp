@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <utility>
 
+#include "HostSettings.h"
 #include "common/SystemUtils.h"
 
 namespace host {
@@ -13,6 +15,9 @@ namespace {
 // So many questions can wait for the agent at the same time.
 constexpr std::size_t kQuestionThreads = 8;
 
+// So many clients can wait for a scan at the same time without holding up the others.
+constexpr unsigned kRequestThreads = 32;
+
 constexpr std::string_view kGetURL = "getURL";
 
 }  // namespace
@@ -21,18 +26,26 @@ ServiceHost::ServiceHost(const HostOptions& options, EventWriter& events, std::f
     : events_(events),
       busName_(options.bus == cmn::DBusBus::system ? "system" : "session"),
       end_(std::move(end)),
-      dispatch_(std::make_shared<cmn::LinuxDispatch>()),
+      dispatch_(std::make_shared<cmn::LinuxDispatch>(kRequestThreads)),
       questions_(std::make_shared<cmn::TaskPool>(kQuestionThreads)),
       transport_(std::make_shared<cmn::DBusXPCTransport>(
           dispatch_,
           cmn::DBusXPCOptions{.listenerBus = options.bus,
-                              .onListenerEvent = [this](const auto& event) { listenerChanged(event); }})) {}
+                              .onListenerEvent = [this](const auto& event) { listenerChanged(event); }})),
+      settingsFile_(options.settingsFile),
+      scanner_(std::make_shared<FileScanner>(options.scanner)) {
+    UseSettings(settingsFile_);
+    finderExtension_ = cmn::FinderExtensionObjCXPCServer::sharedInstance(transport_);
+    finderExtension_->setScannerService(scanner_);
+}
 
 ServiceHost::~ServiceHost() {
     // Wakes the questions that wait, then lets every task end before what it uses goes.
     dispatch_->stop();
     questions_->stop();
     userAgent_.reset();
+    finderExtension_->stop();
+    transport_->stop();  // the shared instance of the service holds it until the process ends
 }
 
 void ServiceHost::start() {
@@ -41,6 +54,7 @@ void ServiceHost::start() {
             events_.write("url", {{"url", url}, {"browser", browser}, {"pid", pid}});
         },
         dispatch_, transport_);
+    finderExtension_->start();
 }
 
 void ServiceHost::listenerChanged(const cmn::DBusListenerEvent& event) {
@@ -61,13 +75,25 @@ void ServiceHost::execute(const std::string& command) {
         end_(0);
     } else if (command == "stop") {
         userAgent_->stop();
+        finderExtension_->stop();
         events_.write("stopped");
+    } else if (command == "reload") {
+        reload();
     } else if (command.starts_with(kGetURL) &&
                (command.size() == kGetURL.size() || command[kGetURL.size()] == ' ')) {
         const std::size_t text = command.find_first_not_of(' ', kGetURL.size());
         getURL(text != std::string::npos ? command.substr(text) : std::string());
     } else {
         events_.write("error", {{"message", "unknown command: " + command}});
+    }
+}
+
+void ServiceHost::reload() {
+    try {
+        UseSettings(settingsFile_);
+        events_.write("reloaded");
+    } catch (const std::exception& e) {
+        events_.write("error", {{"message", std::string("the settings stay as they are: ") + e.what()}});
     }
 }
 

@@ -6,9 +6,11 @@
 #include <string>
 
 #include "EventWriter.h"
+#include "FileScanner.h"
 #include "HostOptions.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
+#include "xpccommon/FinderExtensionObjCXPCServer.h"
 #include "xpccommon/UserAgentXPCServer.h"
 
 namespace host {
@@ -16,7 +18,8 @@ namespace host {
 // Runs the services and answers the commands. Used on the main thread; events come from anywhere.
 class ServiceHost {
  public:
-    // `end` is called on the main thread with the exit status.
+    // `end` is called on the main thread with the exit status. Throws std::runtime_error when a file that the
+    // options name cannot be used.
     ServiceHost(const HostOptions& options, EventWriter& events, std::function<void(int status)> end);
     ~ServiceHost();
     ServiceHost(const ServiceHost&) = delete;
@@ -28,6 +31,7 @@ class ServiceHost {
  private:
     void listenerChanged(const cmn::DBusListenerEvent& event);
     void getURL(const std::string& browser);
+    void reload();
 
     EventWriter& events_;
     const char* const busName_;
@@ -37,8 +41,12 @@ class ServiceHost {
     const std::shared_ptr<cmn::TaskPool> questions_;
     const std::shared_ptr<cmn::DBusXPCTransport> transport_;
 
-    // The hosted services. The Finder extension service takes its place beside this one.
+    const std::string settingsFile_;
+    const std::shared_ptr<FileScanner> scanner_;
+
+    // The hosted services.
     std::shared_ptr<cmn::UserAgentXPCServer> userAgent_;
+    std::shared_ptr<cmn::FinderExtensionObjCXPCServer> finderExtension_;
 };
 
 }  // namespace host

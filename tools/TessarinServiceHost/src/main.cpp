@@ -6,6 +6,7 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "EventWriter.h"
 #include "HostOptions.h"
 #include "ServiceHost.h"
+#include "common/causes.h"
 #include "common/log.h"
 
 namespace {
@@ -75,5 +77,13 @@ int main(int argc, char** argv) {
         SetLogFileExtension("/");
     }
     QCoreApplication application(argc, argv);
-    return Run(application, options, signalDescriptor);
+    try {
+        return Run(application, options, signalDescriptor);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "TessarinServiceHost: %s\n", e.what());
+        for (const std::string& cause : cmn::CausesOf(e)) {
+            std::fprintf(stderr, "caused by: %s\n", cause.c_str());
+        }
+        return 2;
+    }
 }

@@ -1,0 +1,137 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "SealedFile.h"
+#include "SealedFiles.h"
+
+namespace host {
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::UnorderedElementsAre;
+
+using SealedFileTest = fake::SealedFileFixture;
+
+struct stat StatusOf(const std::filesystem::path& path) {
+    struct stat status {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return status;
+}
+
+TEST_F(SealedFileTest, IsRecognisedByItsFirstLine) {
+    EXPECT_TRUE(IsSealed(file_));
+    seal("");
+    EXPECT_TRUE(IsSealed(file_));
+    for (const auto* other : {"", "TESSARIN HOST SEALED FILE 1", "TESSARIN HOST SEALED FILE 1\r\n",
+                              "TESSARIN HOST SEALED FILE 10\n", " TESSARIN HOST SEALED FILE 1\n"}) {
+        cmn::StrToFile(other, file_);
+        EXPECT_FALSE(IsSealed(file_)) << other;
+    }
+}
+
+TEST_F(SealedFileTest, WhatCannotBeReadIsNotSealed) {
+    ASSERT_EQ(mkfifo((folder_ / "fifo").c_str(), 0600), 0);
+    for (const std::string& path :
+         {std::string(), (folder_ / "missing").string(), (folder_ / "fifo").string(), folder_.path().string(),
+          file_.string() + '\0'}) {
+        EXPECT_FALSE(IsSealed(path)) << path;
+    }
+}
+
+TEST_F(SealedFileTest, UnsealingLeavesTheContent) {
+    fake::LogCapture log(LogLevel::Info);
+    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(content(), content_);
+    EXPECT_FALSE(IsSealed(file_));
+    EXPECT_THAT(names(), ElementsAre("file.txt"));
+    EXPECT_THAT(log.linesWith("[ INFO]"), ElementsAre(EndsWith(" -- Unsealed " + file_.string())));
+}
+
+TEST_F(SealedFileTest, UnsealingTakesOneLineAtATime) {
+    seal(sealed_);
+    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(content(), sealed_);
+    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(content(), content_);
+}
+
+TEST_F(SealedFileTest, UnsealsEmptyContent) {
+    seal("");
+    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(content(), "");
+}
+
+TEST_F(SealedFileTest, UnsealsContentOfManyPieces) {
+    std::string large;
+    while (large.size() < 3'000'000) {
+        large += std::to_string(large.size()) + "\n";
+    }
+    seal(large);
+    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(content(), large);
+}
+
+TEST_F(SealedFileTest, AFileThatIsNotSealedStaysAsItIs) {
+    cmn::StrToFile(content_, file_);
+    const auto before = StatusOf(file_);
+    fake::LogCapture log(LogLevel::Info);
+    EXPECT_EQ(Unseal(file_), UnsealStatus::notSealed);
+    EXPECT_EQ(content(), content_);
+    EXPECT_EQ(StatusOf(file_).st_ino, before.st_ino);
+    EXPECT_THAT(names(), ElementsAre("file.txt"));
+    EXPECT_THAT(log.lines(), ElementsAre(EndsWith(" -- Cannot unseal " + file_.string() + " -- Not sealed")));
+    EXPECT_EQ(log.count("[ WARN]"), 1U);
+}
+
+TEST_F(SealedFileTest, UnsealingKeepsThePermissionBits) {
+    for (const mode_t mode : {0600U, 0640U, 0444U, 04711U, 0777U}) {
+        seal(content_);
+        ASSERT_EQ(chmod(file_.c_str(), mode), 0);
+        EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+        EXPECT_EQ(StatusOf(file_).st_mode & 07777U, mode);
+        std::filesystem::remove(file_);
+    }
+}
+
+TEST_F(SealedFileTest, UnsealingKeepsTheOwner) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root may give files away";
+    }
+    ASSERT_EQ(chown(file_.c_str(), 12'345, 23'456), 0);
+    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(StatusOf(file_).st_uid, 12'345U);
+    EXPECT_EQ(StatusOf(file_).st_gid, 23'456U);
+}
+
+TEST_F(SealedFileTest, UnsealingThroughALinkKeepsTheLink) {
+    std::filesystem::create_directory(folder_ / "other");
+    std::filesystem::create_symlink("../file.txt", folder_ / "other" / "link");
+    std::filesystem::create_symlink("other/link", folder_ / "link");
+    EXPECT_TRUE(IsSealed(folder_ / "link"));
+    EXPECT_EQ(Unseal(folder_ / "link"), UnsealStatus::unsealed);
+    EXPECT_EQ(content(), content_);
+    EXPECT_EQ(std::filesystem::read_symlink(folder_ / "link"), "other/link");
+    EXPECT_EQ(std::filesystem::read_symlink(folder_ / "other" / "link"), "../file.txt");
+    EXPECT_TRUE(S_ISREG(StatusOf(file_).st_mode));
+    EXPECT_THAT(names(), UnorderedElementsAre("file.txt", "link", "other"));
+}
+
+TEST_F(SealedFileTest, OtherHardLinksStaySealed) {
+    std::filesystem::create_hard_link(file_, folder_ / "second");
+    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(content(), content_);
+    EXPECT_EQ(cmn::FileToStr(folder_ / "second"), sealed_);
+}
+
+TEST_F(SealedFileTest, UnsealsAFileWithTheLongestName) {
+    const auto longest = folder_ / std::string(255, 'n');
+    std::filesystem::rename(file_, longest);
+    EXPECT_EQ(Unseal(longest), UnsealStatus::unsealed);
+    EXPECT_EQ(cmn::FileToStr(longest), content_);
+}
+
+}  // namespace
+}  // namespace host

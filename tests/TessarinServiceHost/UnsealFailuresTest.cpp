@@ -1,0 +1,172 @@
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <csignal>
+#include <string>
+
+#include "SealedFiles.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+// The outcome and what the log says of it.
+class UnsealFailuresTest : public fake::SealedFileFixture {
+ protected:
+    std::string refusal(const std::string& path, UnsealStatus expected) {
+        fake::LogCapture log(LogLevel::Info);
+        EXPECT_EQ(Unseal(path), expected);
+        const auto lines = log.linesWith("[ WARN]");
+        EXPECT_THAT(lines, SizeIs(1));
+        const auto reason = lines.empty() ? std::string::npos : lines[0].rfind(" -- ");
+        return reason == std::string::npos ? "no line" : lines[0].substr(reason + 4);
+    }
+};
+
+// As long as it lives, files cannot grow beyond a size.
+class FileSizeLimit {
+ public:
+    explicit FileSizeLimit(rlim_t bytes) : signal_(std::signal(SIGXFSZ, SIG_IGN)) {
+        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &before_), 0);
+        const rlimit limit{.rlim_cur = bytes, .rlim_max = before_.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, signal_);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+    sighandler_t signal_;
+    rlimit before_{};
+};
+
+TEST_F(UnsealFailuresTest, WhatCannotBeReadIsUnreadable) {
+    ASSERT_EQ(mkfifo((folder_ / "fifo").c_str(), 0600), 0);
+    EXPECT_EQ(refusal(folder_ / "missing", UnsealStatus::unreadable), "No such file or directory");
+    EXPECT_EQ(refusal("", UnsealStatus::unreadable), "No such file or directory");
+    EXPECT_EQ(refusal(folder_.path(), UnsealStatus::unreadable), "Not a regular file");
+    EXPECT_EQ(refusal(folder_ / "fifo", UnsealStatus::unreadable), "Not a regular file");
+    EXPECT_EQ(refusal(file_ / "below", UnsealStatus::unreadable), "Not a directory");
+    EXPECT_EQ(refusal(file_.string() + '\0', UnsealStatus::unreadable), "The path holds a NUL character");
+    EXPECT_EQ(refusal("/proc/self/mem", UnsealStatus::unreadable), "Input/output error");
+    EXPECT_EQ(content(), sealed_);
+}
+
+TEST_F(UnsealFailuresTest, AFileWithoutAPlaceIsUnwritable) {
+    const int descriptor = memfd_create("sealed", MFD_CLOEXEC);
+    ASSERT_GE(descriptor, 0);
+    ASSERT_EQ(write(descriptor, sealed_.data(), sealed_.size()), static_cast<ssize_t>(sealed_.size()));
+    const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+    EXPECT_TRUE(IsSealed(path));
+    EXPECT_EQ(refusal(path, UnsealStatus::unwritable), "No such file or directory");
+    EXPECT_EQ(cmn::FileToStr(path), sealed_);
+    close(descriptor);
+}
+
+TEST_F(UnsealFailuresTest, AFolderThatTakesNoFileLeavesTheFileAsItWas) {
+    // Whoever asks: the path of a temporary file beside this one would be too long.
+    fs::path deep = fs::canonical(folder_.path());
+    while (deep.native().size() < PATH_MAX - 10) {
+        const auto left = PATH_MAX - 4 - deep.native().size();
+        deep /= std::string(std::min<std::size_t>(left, 200) - 1, 'd');
+        ASSERT_EQ(mkdir(deep.c_str(), 0700), 0) << deep.native().size();
+    }
+    fs::rename(file_, deep / "f");
+    EXPECT_EQ(refusal(deep / "f", UnsealStatus::unwritable), "File name too long");
+    EXPECT_EQ(cmn::FileToStr(deep / "f"), sealed_);
+}
+
+TEST_F(UnsealFailuresTest, AFullDiskLeavesTheFileAsItWas) {
+    const std::string large(1'000'000, 'x');
+    seal(large);
+    // Full in the middle, and just before the end.
+    for (const std::size_t bytes : {large.size() / 2, large.size() - 10}) {
+        const auto reason = [&] {
+            const FileSizeLimit limit(bytes);
+            return refusal(file_, UnsealStatus::unwritable);
+        }();
+        EXPECT_EQ(reason, "File too large");
+        EXPECT_EQ(content(), std::string(kSealLine) + large);
+        EXPECT_THAT(names(), ElementsAre("file.txt"));
+    }
+    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(content(), large);
+}
+
+TEST_F(UnsealFailuresTest, AnEndBeforeTheReplacementLeavesTheFileAndATemporaryOneAtMost) {
+    ASSERT_EQ(chmod(file_.c_str(), 0640), 0);
+    int calls = 0;
+    UnsealWith(file_, [&] {
+        ++calls;
+        EXPECT_EQ(content(), sealed_);
+        ASSERT_THAT(names(), SizeIs(2));
+        for (const auto& name : names()) {
+            struct stat status {};
+            ASSERT_EQ(stat((folder_ / name).c_str(), &status), 0);
+            EXPECT_EQ(status.st_mode & 07777U, 0640U);
+            EXPECT_EQ(cmn::FileToStr(folder_ / name), name == "file.txt" ? sealed_ : content_);
+        }
+    });
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(UnsealFailuresTest, AnotherThatUnsealsItMeanwhileWins) {
+    auto inner = UnsealStatus::unreadable;
+    EXPECT_EQ(UnsealWith(file_, [&] { inner = Unseal(file_); }), UnsealStatus::notSealed);
+    EXPECT_EQ(inner, UnsealStatus::unsealed);
+    EXPECT_EQ(content(), content_);
+    EXPECT_THAT(names(), ElementsAre("file.txt"));
+}
+
+TEST_F(UnsealFailuresTest, WhatIsSavedMeanwhileIsNotLost) {
+    int saves = 0;
+    EXPECT_EQ(UnsealWith(file_,
+                         [&] {
+                             if (++saves == 1) {
+                                 seal("saved in place");
+                             }
+                         }),
+              UnsealStatus::unsealed);
+    EXPECT_EQ(saves, 2);
+    EXPECT_EQ(content(), "saved in place");
+}
+
+TEST_F(UnsealFailuresTest, AFileThatReplacesItMeanwhileIsNotLost) {
+    EXPECT_EQ(UnsealWith(file_,
+                         [&] {
+                             cmn::StrToFile("new file", folder_ / "new");
+                             fs::rename(folder_ / "new", file_);
+                         }),
+              UnsealStatus::notSealed);
+    EXPECT_EQ(content(), "new file");
+    EXPECT_THAT(names(), ElementsAre("file.txt"));
+}
+
+TEST_F(UnsealFailuresTest, AFileThatIsRemovedMeanwhileDoesNotComeBack) {
+    EXPECT_EQ(UnsealWith(file_, [&] { fs::remove(file_); }), UnsealStatus::unreadable);
+    EXPECT_THAT(names(), IsEmpty());
+}
+
+TEST_F(UnsealFailuresTest, AFileThatChangesAllTheTimeIsUnwritable) {
+    std::string saved;
+    fake::LogCapture log(LogLevel::Info);
+    EXPECT_EQ(UnsealWith(file_, [&] { seal(saved += "more "); }), UnsealStatus::unwritable);
+    EXPECT_THAT(log.lines(), ElementsAre(EndsWith(" -- Cannot unseal " + file_.string() +
+                                                  " -- Others change it all the time")));
+    EXPECT_EQ(content(), std::string(kSealLine) + saved);
+    EXPECT_THAT(names(), ElementsAre("file.txt"));
+}
+
+}  // namespace
+}  // namespace host

@@ -1,0 +1,32 @@
+#include "FileText.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "CutPosition.h"
+#include "RegularFile.h"
+#include "SealedFile.h"
+
+namespace host {
+
+FileText ReadFileText(const std::string& path, std::size_t limit) {
+    RegularFile file(path);
+    FileText result;
+    result.modified = file.status().st_mtim;
+    result.text = file.read(kSealLine.size());
+    if (result.text == kSealLine) {
+        result.text.clear();
+    }
+    // One byte more than is wanted tells whether there is more.
+    const std::size_t wanted = std::min(limit, std::numeric_limits<std::size_t>::max() - 1) + 1;
+    if (result.text.size() < wanted) {
+        result.text += file.read(wanted - result.text.size());
+    }
+    result.isCut = result.text.size() > limit;
+    if (result.isCut) {
+        result.text.resize(CutPosition(result.text, limit));
+    }
+    return result;
+}
+
+}  // namespace host

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+
+namespace host {
+
+// A file opened for reading, through symbolic links. Anything but a regular file is refused without waiting
+// for it. The texts of its errors, std::runtime_error, are the reason alone. Not thread-safe.
+class RegularFile {
+ public:
+    explicit RegularFile(const std::string& path);
+    ~RegularFile();
+    RegularFile(const RegularFile&) = delete;
+    RegularFile& operator=(const RegularFile&) = delete;
+
+    // As it was when the file was opened.
+    const struct stat& status() const { return status_; }
+    // The next bytes, fewer than `size` only at the file's end, whatever size the file claims to have.
+    std::string read(std::size_t size);
+    // Whether `path`, itself no symbolic link, still is this file with the content it had when it was opened.
+    bool isUnchangedAt(const std::filesystem::path& path) const;
+
+ private:
+    int descriptor_ = -1;
+    struct stat status_ {};
+};
+
+}  // namespace host

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+// The host's stand-in for the product's encryption, so that there is something to detect and to take away. It
+// protects nothing: a sealed file is a line and, behind it, the content as it was.
+namespace host {
+
+inline constexpr std::string_view kSealLine = "TESSARIN HOST SEALED FILE 1\n";
+
+// 2 is left to the service, which answers it when there is no scanner.
+enum class UnsealStatus : int { unsealed = 0, notSealed = 1, unreadable = 3, unwritable = 4 };
+
+// False for what cannot be read.
+bool IsSealed(const std::string& path);
+
+// Takes the line away. A symbolic link stays, the file it leads to is replaced by a new one with the same
+// permission bits and, where that is allowed, the same owner; its other hard links stay sealed. When it fails
+// the file is as before. May be called for the same file at the same time, by other processes too. Logs its
+// outcome.
+UnsealStatus Unseal(const std::string& path);
+
+// Calls `beforeReplacing` each time the new content is complete and the old still in place.
+UnsealStatus UnsealWith(const std::string& path, const std::function<void()>& beforeReplacing);
+
+}  // namespace host

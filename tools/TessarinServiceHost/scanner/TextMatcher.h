@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "CheckDigit.h"
+
+namespace host {
+
+struct MatchCounts {
+    std::size_t all = 0;
+    std::size_t distinct = 0;
+};
+
+// Finds a regular expression in texts. Immutable: one object serves many threads.
+class TextMatcher {
+ public:
+    // A pattern in RE2's syntax. Its first capturing group, if it has one, is the match, so that what stands
+    // around it can be part of the pattern. Throws std::runtime_error when RE2 refuses it.
+    TextMatcher(const std::string& pattern, CheckDigit checkDigit);
+    ~TextMatcher();
+    TextMatcher(const TextMatcher&) = delete;
+    TextMatcher& operator=(const TextMatcher&) = delete;
+
+    // Counts the matches that do not overlap, from the left. Empty ones and those with a wrong check digit do
+    // not count. The text may be any bytes; the pattern sees UTF-8 in it where it is well-formed.
+    MatchCounts count(std::string_view text) const;
+
+ private:
+    struct Expression;
+
+    const std::unique_ptr<const Expression> expression_;
+    const CheckDigit checkDigit_;
+};
+
+}  // namespace host
