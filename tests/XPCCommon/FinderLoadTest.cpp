@@ -55,6 +55,11 @@ class FinderLoadTest : public testing::Test {
                 std::map<std::string, std::string>{{"DBUS_SYSTEM_BUS_ADDRESS", bus.address()}}));
         }
     }
+    std::string hostState() {
+        const auto status = host->process().wait(0ms);
+        return (status ? "has ended with " + std::to_string(*status) : std::string("runs")) + "; " +
+               host->process().errors();
+    }
     static std::string name(int client) { return "client" + std::to_string(client); }
     // A client's last line, once it has ended.
     rapidjson::Document result(fake::ChildProcess& client) {
@@ -114,7 +119,7 @@ TEST_F(FinderLoadTest, AServiceThatIsKilledFiftyTimesHoldsUpNobodyAndIsFoundAgai
         ASSERT_NO_FATAL_FAILURE(startHost(generation));
         for (const auto& client : clients) {
             ASSERT_EQ(client->readLine(60s), "generation " + std::to_string(generation))
-                << "connected again; " << client->errors();
+                << "not connected again; the client: " << client->errors() << "\nthe host: " << hostState();
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds(random)));
         host->process().signal(SIGKILL);

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+
+#include "common/proto_settings.h"
+#include "useragent/FileFilters.h"
+
+namespace useragent {
+
+// The labels of the properties window; its table asks the controller. Texts are UTF-8, never markup.
+// Main thread.
+class FileFiltersView {
+ public:
+    virtual ~FileFiltersView() = default;
+
+    virtual void setTotalRiskLabel(const std::string& text) = 0;
+    virtual void setTotalSensetiveRiskLabel(const std::string& text) = 0;
+    virtual void setFileNameLabel(const std::string& text) = 0;
+    virtual void setServerIDLabel(const std::string& text) = 0;
+    virtual void setFileStateLabel(const std::string& text) = 0;
+    virtual void setEncryptionStatusLabel(const std::string& text) = 0;
+    virtual void setEncryptionPredictLabel(const std::string& text) = 0;
+    virtual std::string encryptionInfo() const = 0;
+    virtual void setEncryptionInfo(const std::string& text) = 0;
+};
+
+inline constexpr const char* kSensitiveTypeColumn = "SensitiveType";
+inline constexpr const char* kCountColumn = "Count";
+inline constexpr const char* kCostColumn = "costUsd";
+
+// A check box that nobody can switch.
+struct DisabledCheckBox {
+    bool on = false;
+    bool operator==(const DisabledCheckBox&) const = default;
+};
+using FilterCell = std::variant<std::string, DisabledCheckBox>;
+
+// The content of the properties window of one file: a snapshot, filled once. Main thread.
+class FileFiltersViewController {
+ public:
+    struct Environment {
+        std::function<cmn::proto::TSettings()> settings;
+        std::function<WallTime()> clock;
+    };
+    explicit FileFiltersViewController(Environment environment);
+
+    // The next three before the view is loaded.
+    void setFiltersArray(FilterRecords filtersArray) { filtersArray_ = std::move(filtersArray); }
+    void setFileName(std::optional<std::string> fileName) { fileName_ = std::move(fileName); }
+    void setIsEncrypted(bool isEncrypted) { isEncrypted_ = isEncrypted; }
+
+    // Fills every label. Settings that cannot be read count as those of a new installation.
+    void viewDidLoad(FileFiltersView& view) const;
+
+    std::size_t numberOfRows() const { return filtersArray_.size(); }
+    // `column` is one of the three above or a record's key. Throws std::out_of_range.
+    FilterCell objectValue(const std::string& column, std::size_t row) const;
+    static double getFilterCost(const FilterRecord& record) { return FilterCost(record); }
+
+ private:
+    bool decryptOnly() const;
+
+    const Environment environment_;
+    FilterRecords filtersArray_;
+    std::optional<std::string> fileName_;
+    bool isEncrypted_ = false;
+};
+
+}  // namespace useragent

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <variant>
+
+#include "xpccommon/FinderExtensionProtocol.h"
+
+namespace useragent {
+
+// One value of a scan result as it came from the service: text, or a number where the platform's messages
+// carry numbers. Text is UTF-8.
+using FilterValue = std::variant<std::string, std::int64_t, double, bool>;
+
+// The lenient readings of a value. Text is read as a decimal number after leading blanks and an optional
+// sign; what follows the number is ignored, text without one is 0. Integers that do not fit are the nearest
+// that fits, except that the 32-bit reading of a number keeps its low 32 bits.
+bool BoolValue(const FilterValue& value);  // of text: whether it begins with Y, y, T, t or, after zeros, 1-9
+std::int32_t IntValue(const FilterValue& value);
+std::int64_t IntegerValue(const FilterValue& value);
+double DoubleValue(const FilterValue& value);  // of text: HUGE_VAL and -HUGE_VAL on overflow
+// Text as it is; numbers in decimal, fractions with as many digits as tell them apart, truth as "1" or "0".
+std::string Description(const FilterValue& value);
+
+// What one classifier found in a file. A key that is missing reads as false, 0 and empty text.
+class FilterRecord {
+ public:
+    FilterRecord() = default;
+    explicit FilterRecord(std::map<std::string, FilterValue> values);
+    explicit FilterRecord(const cmn::ScanRecord& record);
+
+    bool boolValue(const std::string& key) const;
+    std::int32_t intValue(const std::string& key) const;
+    std::int64_t integerValue(const std::string& key) const;
+    double doubleValue(const std::string& key) const;
+    std::string description(const std::string& key) const;
+
+ private:
+    FilterValue value(const std::string& key) const;
+
+    std::map<std::string, FilterValue> values_;
+};
+
+inline constexpr const char* kFilterNameKey = "Name";
+inline constexpr const char* kFilterSensitiveTypeKey = "SensitiveType";
+inline constexpr const char* kFilterAmazonIDKey = "AmazonID";
+inline constexpr const char* kFilterUploadedToServerDateKey = "UploadedToServerDate";
+inline constexpr const char* kFilterIsEncryptedKey = "IsEncrypted";
+inline constexpr const char* kFilterIsPrimaryForEncryptionKey = "IsPrimaryForEncryption";
+inline constexpr const char* kFilterLastModifiedDateKey = "LastModifiedDate";  // ns since 1970 UTC
+inline constexpr const char* kFilterEncryptDelayMillisecondsKey = "EncryptDelayMilliseconds";  // ms
+inline constexpr const char* kFilterForceEncryptDateKey = "ForceEncryptDate";  // ns since 1970 UTC
+inline constexpr const char* kFilterCostUsdKey = "costUsd";
+inline constexpr const char* kFilterMatchCountKey = "MatchCount";
+inline constexpr const char* kFilterUniqueCountKey = "UniqueCount";
+inline constexpr const char* kFilterCountUniqueEntriesKey = "CountUniqueEntries";
+inline constexpr const char* kFilterIsOneRecordFileKey = "IsOneRecordFile";
+
+}  // namespace useragent

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace useragent {
+
+// A request to show the properties of a file. Without a path when the URL names none.
+struct PropertiesRequest {
+    std::optional<std::string> path;  // UTF-8
+    bool operator==(const PropertiesRequest&) const = default;
+};
+
+// Longer URLs are ignored: no path is that long.
+inline constexpr std::size_t kLongestPropertiesURL = 64 * 1024;
+
+// Nothing unless the text is a well-formed URL with exactly the product's scheme and host, in their case. Of
+// several "path" items the first counts; "+" stands for itself.
+std::optional<PropertiesRequest> ParsePropertiesURL(std::string_view url);
+
+}  // namespace useragent

@@ -1,0 +1,135 @@
+#include "useragent/AppDelegate.h"
+
+#include <algorithm>
+#include <atomic>
+#include <utility>
+
+#include "common/SystemUtils.h"
+#include "useragent/PropertiesURL.h"
+
+namespace useragent {
+
+namespace {
+
+constexpr std::chrono::seconds kMenuUpdateInterval{300};
+constexpr std::chrono::nanoseconds kEncryptionDeadline{100'000'000};
+
+// What the service's answer is waited for with. A late answer still writes here; nobody reads it then.
+struct EncryptionAnswer {
+    std::atomic<bool> encrypted{false};
+    std::shared_ptr<cmn::Semaphore> received;
+};
+
+FilterRecords ToFilterRecords(const std::vector<cmn::ScanRecord>& records) {
+    return {records.begin(), records.end()};
+}
+
+}  // namespace
+
+struct AppDelegate::Entry {
+    std::unique_ptr<PropertiesWindow> window;
+};
+
+AppDelegate::AppDelegate(Environment environment) : environment_(std::move(environment)) {}
+
+AppDelegate::~AppDelegate() = default;
+
+void AppDelegate::applicationDidFinishLaunching() {
+    xpcClient_ =
+        std::make_shared<cmn::FinderExtensionXPCClient>(environment_.dispatch, environment_.transport);
+    xpcClient_->connect();
+    statusItem_ = environment_.interface->createStatusItem(whileAlive(&AppDelegate::menuNeedsUpdate));
+    statusItem_->setImage(StatusImage::menuIcon);
+    environment_.dispatch->asyncMain(whileAlive(&AppDelegate::updateMenu));
+    environment_.interface->scheduleRepeatingTimer(kMenuUpdateInterval, whileAlive(&AppDelegate::updateMenu));
+}
+
+std::function<void()> AppDelegate::whileAlive(void (AppDelegate::*action)()) {
+    return [weakSelf = weak_from_this(), action] {
+        if (const auto self = weakSelf.lock()) {
+            (self.get()->*action)();
+        }
+    };
+}
+
+void AppDelegate::updateMenu() {
+    const bool granted = xpcClient_->checkFullDiskAccess();
+    statusItem_->setImage(granted ? StatusImage::menuIcon : StatusImage::menuIconRed);
+    environment_.appMenu->updateMenu(granted);
+    if (granted) {
+        checkAgentIconPermission();
+    } else {
+        // What is missing is shown even to those who switched the icon off.
+        statusItem_->setVisible(true);
+    }
+}
+
+void AppDelegate::checkAgentIconPermission() {
+    const auto statuses = xpcClient_->getUIVisibilityStatuses();
+    const auto disabled = statuses.find(cmn::kAgentIconDisableKey);
+    statusItem_->setVisible(disabled == statuses.end() || !disabled->second);
+}
+
+void AppDelegate::openURLs(const std::vector<std::string>& urls) {
+    for (const std::string& url : urls) {
+        if (const auto request = ParsePropertiesURL(url)) {
+            showFileFilters(request->path);
+        }
+    }
+}
+
+void AppDelegate::showFileFilters(const std::optional<std::string>& path) {
+    auto controller = std::make_unique<FileFiltersViewController>(environment_.properties);
+    const std::string asked = path.value_or(std::string());
+    controller->setFiltersArray(ToFilterRecords(xpcClient_->getFileFilters(asked)));
+    controller->setFileName(path);
+    controller->setIsEncrypted(checkFileEncryption(asked));
+
+    const auto entry = std::make_shared<Entry>();
+    entry->window = environment_.interface->createPropertiesWindow(
+        std::move(controller), [weakSelf = weak_from_this(), entry = entry.get()] {
+            if (const auto self = weakSelf.lock()) {
+                self->windowWillClose(entry);
+            }
+        });
+    if (!entry->window) {
+        cmn::SystemLog("Error: Could not load FileFiltersViewController from storyboard.");
+        return;
+    }
+    entry->window->show();
+    const std::lock_guard lock(windowsMutex_);
+    fileFiltersWindows_.push_back(entry);
+}
+
+bool AppDelegate::checkFileEncryption(const std::string& path) {
+    if (!xpcClient_->connected()) {
+        return false;
+    }
+    const auto answer = std::make_shared<EncryptionAnswer>();
+    answer->received = environment_.dispatch->createSemaphore(0);
+    xpcClient_->setCompleteblock([answer](bool encrypted) {
+        answer->encrypted = encrypted;
+        answer->received->signal();
+    });
+    xpcClient_->checkEncryptionStatus(path);
+    answer->received->wait(kEncryptionDeadline);
+    return answer->encrypted;
+}
+
+std::size_t AppDelegate::openWindows() const {
+    const std::lock_guard lock(windowsMutex_);
+    return fileFiltersWindows_.size();
+}
+
+void AppDelegate::windowWillClose(const Entry* entry) {
+    std::shared_ptr<Entry> closed;  // destroyed without the lock
+    const std::lock_guard lock(windowsMutex_);
+    const auto found = std::find_if(fileFiltersWindows_.begin(), fileFiltersWindows_.end(),
+                                    [entry](const auto& open) { return open.get() == entry; });
+    if (found != fileFiltersWindows_.end()) {
+        closed = std::move(*found);
+        fileFiltersWindows_.erase(found);
+    }
+}
+
+}  // namespace useragent

@@ -1,0 +1,203 @@
+#include "useragent/FilterRecord.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <locale>
+#include <sstream>
+#include <string_view>
+#include <utility>
+
+namespace useragent {
+
+namespace {
+
+constexpr std::string_view kBlanks = " \t\n\v\f\r";
+constexpr std::string_view kDigits = "0123456789";
+
+bool IsDigit(char c) {
+    return kDigits.find(c) != std::string_view::npos;
+}
+
+std::string_view WithoutLeadingBlanks(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+    return text;
+}
+
+// Removes a leading sign; true for a minus.
+bool TakeSign(std::string_view& text) {
+    if (text.empty() || (text.front() != '-' && text.front() != '+')) {
+        return false;
+    }
+    const bool negative = text.front() == '-';
+    text.remove_prefix(1);
+    return negative;
+}
+
+std::size_t CountDigits(std::string_view text) {
+    return std::min(text.find_first_not_of(kDigits), text.size());
+}
+
+template <typename Integer>
+Integer ReadInteger(std::string_view text) {
+    using Limits = std::numeric_limits<Integer>;
+    text = WithoutLeadingBlanks(text);
+    const bool negative = TakeSign(text);
+    Integer value = 0;  // built from the negative side, which reaches further
+    for (const char c : text.substr(0, CountDigits(text))) {
+        const auto digit = static_cast<Integer>(c - '0');
+        if (value < (Limits::min() + digit) / 10) {
+            return negative ? Limits::min() : Limits::max();
+        }
+        value = static_cast<Integer>(value * 10 - digit);
+    }
+    if (negative) {
+        return value;
+    }
+    return value == Limits::min() ? Limits::max() : static_cast<Integer>(-value);
+}
+
+// The part of the text that is a decimal number; empty when it does not begin with one.
+std::string_view DecimalNumber(std::string_view text) {
+    text = WithoutLeadingBlanks(text);
+    std::string_view rest = text;
+    TakeSign(rest);
+    std::size_t digits = CountDigits(rest);
+    rest.remove_prefix(digits);
+    if (rest.starts_with('.')) {
+        const std::size_t fraction = CountDigits(rest.substr(1));
+        digits += fraction;
+        rest.remove_prefix(fraction + 1);
+    }
+    if (digits == 0) {
+        return {};
+    }
+    if (rest.starts_with('e') || rest.starts_with('E')) {
+        std::string_view exponent = rest.substr(1);
+        TakeSign(exponent);
+        const std::size_t length = CountDigits(exponent);
+        if (length > 0) {
+            rest = exponent.substr(length);
+        }
+    }
+    return text.substr(0, text.size() - rest.size());
+}
+
+double ReadDouble(std::string_view text) {
+    std::istringstream number{std::string(DecimalNumber(text))};
+    number.imbue(std::locale::classic());
+    double value = 0;
+    number >> value;
+    // What a stream makes of a number that is too large is the largest one.
+    return number.fail() && std::abs(value) >= std::numeric_limits<double>::max()
+               ? std::copysign(HUGE_VAL, value)
+               : value;
+}
+
+bool ReadBool(std::string_view text) {
+    text = WithoutLeadingBlanks(text);
+    TakeSign(text);
+    text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
+    return !text.empty() &&
+           (std::string_view("YyTt").find(text.front()) != std::string_view::npos || IsDigit(text.front()));
+}
+
+// Toward zero, to the nearest that fits; not a number is 0.
+std::int64_t Truncated(double number) {
+    constexpr double kLimit = 9223372036854775808.0;
+    if (std::isnan(number)) {
+        return 0;
+    }
+    if (number >= kLimit) {
+        return std::numeric_limits<std::int64_t>::max();
+    }
+    return number <= -kLimit ? std::numeric_limits<std::int64_t>::min() : static_cast<std::int64_t>(number);
+}
+
+std::int32_t Truncated32(double number) {
+    return static_cast<std::int32_t>(std::clamp<std::int64_t>(Truncated(number),
+                                                              std::numeric_limits<std::int32_t>::min(),
+                                                              std::numeric_limits<std::int32_t>::max()));
+}
+
+template <typename... Readings>
+struct Reading : Readings... {
+    using Readings::operator()...;
+};
+template <typename... Readings>
+Reading(Readings...) -> Reading<Readings...>;
+
+}  // namespace
+
+bool BoolValue(const FilterValue& value) {
+    return std::visit(Reading{[](const std::string& text) { return ReadBool(text); },
+                              [](const auto& number) { return number != 0; }},
+                      value);
+}
+
+std::int32_t IntValue(const FilterValue& value) {
+    return std::visit(Reading{[](const std::string& text) { return ReadInteger<std::int32_t>(text); },
+                              [](double number) { return Truncated32(number); },
+                              [](std::int64_t number) { return static_cast<std::int32_t>(number); },
+                              [](bool truth) { return std::int32_t{truth}; }},
+                      value);
+}
+
+std::int64_t IntegerValue(const FilterValue& value) {
+    return std::visit(Reading{[](const std::string& text) { return ReadInteger<std::int64_t>(text); },
+                              [](double number) { return Truncated(number); },
+                              [](const auto& number) { return static_cast<std::int64_t>(number); }},
+                      value);
+}
+
+double DoubleValue(const FilterValue& value) {
+    return std::visit(Reading{[](const std::string& text) { return ReadDouble(text); },
+                              [](const auto& number) { return static_cast<double>(number); }},
+                      value);
+}
+
+std::string Description(const FilterValue& value) {
+    return std::visit(Reading{[](const std::string& text) { return text; },
+                              [](bool truth) { return std::string(truth ? "1" : "0"); },
+                              // Whole numbers have no point.
+                              [](double number) {
+                                  return std::floor(number) == number && std::abs(number) < 1e15
+                                             ? fmt::format("{:.0f}", number)
+                                             : fmt::format("{}", number);
+                              },
+                              [](std::int64_t number) { return fmt::format("{}", number); }},
+                      value);
+}
+
+FilterRecord::FilterRecord(std::map<std::string, FilterValue> values) : values_(std::move(values)) {}
+
+FilterRecord::FilterRecord(const cmn::ScanRecord& record) : values_(record.begin(), record.end()) {}
+
+FilterValue FilterRecord::value(const std::string& key) const {
+    const auto found = values_.find(key);
+    return found != values_.end() ? found->second : FilterValue();
+}
+
+bool FilterRecord::boolValue(const std::string& key) const {
+    return BoolValue(value(key));
+}
+
+std::int32_t FilterRecord::intValue(const std::string& key) const {
+    return IntValue(value(key));
+}
+
+std::int64_t FilterRecord::integerValue(const std::string& key) const {
+    return IntegerValue(value(key));
+}
+
+double FilterRecord::doubleValue(const std::string& key) const {
+    return DoubleValue(value(key));
+}
+
+std::string FilterRecord::description(const std::string& key) const {
+    return Description(value(key));
+}
+
+}  // namespace useragent

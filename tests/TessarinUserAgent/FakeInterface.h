@@ -1,0 +1,120 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/FakeAccessibility.h"
+#include "useragent/AppDelegate.h"
+
+namespace fake {
+
+class MenuItem : public useragent::MenuItem {
+ public:
+    void setContent(const useragent::MenuItemContent& content) override { contents.push_back(content); }
+
+    const useragent::MenuItemContent& shown() const { return contents.back(); }
+
+    std::vector<useragent::MenuItemContent> contents;
+};
+
+class SettingsPanes : public useragent::SettingsPanes {
+ public:
+    void openFullDiskAccess() override { opened.emplace_back("full disk access"); }
+    void openAccessibility() override { opened.emplace_back("accessibility"); }
+
+    std::vector<std::string> opened;
+};
+
+class FileManagerExtension : public useragent::FileManagerExtension {
+ public:
+    bool isExtensionEnabled() override { return enabled; }
+    void showExtensionManagementInterface() override { ++shown; }
+
+    bool enabled = true;
+    int shown = 0;
+};
+
+// An AppMenu on fakes.
+struct Menu {
+    useragent::AppMenu make() {
+        return useragent::AppMenu({fulldisk, accessibilityItem, finder, version},
+                                  {accessibility, extension, panes, agentProduct});
+    }
+
+    std::shared_ptr<MenuItem> fulldisk = std::make_shared<MenuItem>();
+    std::shared_ptr<MenuItem> accessibilityItem = std::make_shared<MenuItem>();
+    std::shared_ptr<MenuItem> finder = std::make_shared<MenuItem>();
+    std::shared_ptr<MenuItem> version = std::make_shared<MenuItem>();
+    std::shared_ptr<Accessibility> accessibility = std::make_shared<Accessibility>();
+    std::shared_ptr<FileManagerExtension> extension = std::make_shared<FileManagerExtension>();
+    std::shared_ptr<SettingsPanes> panes = std::make_shared<SettingsPanes>();
+    std::function<cmn::proto::TSettingsProduct()> agentProduct = [] {
+        cmn::proto::TSettingsProduct product;
+        product.Version = "4.5.6";
+        return product;
+    };
+};
+
+// Keeps what the delegate shows. Windows are closed by their `willClose`.
+class Interface : public useragent::ApplicationInterface {
+ public:
+    struct Window {
+        std::unique_ptr<useragent::FileFiltersViewController> controller;
+        std::function<void()> willClose;
+        bool shown = false;
+        bool destroyed = false;
+    };
+
+    std::shared_ptr<useragent::StatusItem> createStatusItem(std::function<void()> menuNeedsUpdate) override {
+        openMenu = std::move(menuNeedsUpdate);
+        return std::make_shared<Item>(*this);
+    }
+    std::unique_ptr<useragent::PropertiesWindow> createPropertiesWindow(
+        std::unique_ptr<useragent::FileFiltersViewController> controller,
+        std::function<void()> willClose) override {
+        if (!makesWindows) {
+            return nullptr;
+        }
+        windows.push_back(std::make_shared<Window>());
+        windows.back()->controller = std::move(controller);
+        windows.back()->willClose = std::move(willClose);
+        return std::make_unique<Handle>(windows.back());
+    }
+    void scheduleRepeatingTimer(std::chrono::seconds interval, std::function<void()> tick) override {
+        timerInterval = interval;
+        timerTick = std::move(tick);
+    }
+
+    std::vector<useragent::StatusImage> images;
+    bool visible = true;
+    std::function<void()> openMenu;
+    bool makesWindows = true;
+    std::vector<std::shared_ptr<Window>> windows;
+    std::chrono::seconds timerInterval{};
+    std::function<void()> timerTick;
+
+ private:
+    class Item : public useragent::StatusItem {
+     public:
+        explicit Item(Interface& owner) : owner_(owner) {}
+        void setImage(useragent::StatusImage image) override { owner_.images.push_back(image); }
+        void setVisible(bool visible) override { owner_.visible = visible; }
+
+     private:
+        Interface& owner_;
+    };
+    class Handle : public useragent::PropertiesWindow {
+     public:
+        explicit Handle(std::shared_ptr<Window> window) : window_(std::move(window)) {}
+        ~Handle() override { window_->destroyed = true; }
+        void show() override { window_->shown = true; }
+
+     private:
+        const std::shared_ptr<Window> window_;
+    };
+};
+
+}  // namespace fake

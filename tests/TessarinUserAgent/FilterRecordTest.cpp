@@ -1,0 +1,169 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "useragent/FilterRecord.h"
+
+namespace {
+
+using useragent::BoolValue;
+using useragent::Description;
+using useragent::DoubleValue;
+using useragent::FilterRecord;
+using useragent::FilterValue;
+using useragent::IntegerValue;
+using useragent::IntValue;
+
+constexpr auto kLargest32 = std::numeric_limits<std::int32_t>::max();
+constexpr auto kSmallest32 = std::numeric_limits<std::int32_t>::min();
+constexpr auto kLargest64 = std::numeric_limits<std::int64_t>::max();
+constexpr auto kSmallest64 = std::numeric_limits<std::int64_t>::min();
+
+FilterValue Text(const char* text) {
+    return std::string(text);
+}
+FilterValue Number(std::int64_t number) {
+    return number;
+}
+
+TEST(BoolValueTest, TextIsTrueWhenItBeginsWithALetterOfYesOrTrueOrADigitThatIsNotZero) {
+    for (const char* text : {"YES", "yes", "y", "Yup", "true", "TRUE", "t", "1", "9", "5 apples", "17"}) {
+        EXPECT_TRUE(BoolValue(Text(text))) << text;
+    }
+    for (const char* text : {"", "NO", "no", "false", "0", "x1", "on", "."}) {
+        EXPECT_FALSE(BoolValue(Text(text))) << text;
+    }
+}
+
+TEST(BoolValueTest, LeadingBlanksASignAndZerosOfTextAreSkipped) {
+    EXPECT_TRUE(BoolValue(Text(" \t\nYES")));
+    EXPECT_TRUE(BoolValue(Text("+1")));
+    EXPECT_TRUE(BoolValue(Text("-0002")));
+    EXPECT_TRUE(BoolValue(Text("  007")));
+    EXPECT_FALSE(BoolValue(Text("-000")));
+    EXPECT_FALSE(BoolValue(Text("0 1")));
+    EXPECT_FALSE(BoolValue(Text("0.5")));
+    EXPECT_FALSE(BoolValue(Text("- 1")));
+    EXPECT_FALSE(BoolValue(Text("--1")));
+}
+
+TEST(BoolValueTest, ANumberIsTrueUnlessItIsZero) {
+    EXPECT_TRUE(BoolValue(Number(-1)));
+    EXPECT_TRUE(BoolValue(Number(std::int64_t{1} << 40)));
+    EXPECT_FALSE(BoolValue(Number(0)));
+    EXPECT_TRUE(BoolValue(0.25));
+    EXPECT_FALSE(BoolValue(0.0));
+    EXPECT_TRUE(BoolValue(true));
+    EXPECT_FALSE(BoolValue(false));
+}
+
+TEST(IntValueTest, TextIsReadUpToWhatIsNoDigit) {
+    EXPECT_EQ(IntValue(Text("42")), 42);
+    EXPECT_EQ(IntValue(Text("  42 apples")), 42);
+    EXPECT_EQ(IntValue(Text("+7")), 7);
+    EXPECT_EQ(IntValue(Text("-7.9")), -7);
+    EXPECT_EQ(IntValue(Text("1e3")), 1);
+    EXPECT_EQ(IntValue(Text("0x10")), 0);
+    EXPECT_EQ(IntValue(Text("007")), 7);
+}
+
+TEST(IntValueTest, TextThatDoesNotBeginWithANumberIsZero) {
+    for (const char* text : {"", " ", "abc", "- 5", "+-5", ".5", "YES"}) {
+        EXPECT_EQ(IntValue(Text(text)), 0) << text;
+        EXPECT_EQ(IntegerValue(Text(text)), 0) << text;
+    }
+}
+
+TEST(IntValueTest, TextThatDoesNotFitIsTheNearestThatFits) {
+    EXPECT_EQ(IntValue(Text("2147483647")), kLargest32);
+    EXPECT_EQ(IntValue(Text("2147483648")), kLargest32);
+    EXPECT_EQ(IntValue(Text("99999999999999999999999")), kLargest32);
+    EXPECT_EQ(IntValue(Text("-2147483648")), kSmallest32);
+    EXPECT_EQ(IntValue(Text("-2147483649")), kSmallest32);
+}
+
+TEST(IntValueTest, ANumberKeepsItsLowBitsAndAFractionIsCutOff) {
+    EXPECT_EQ(IntValue(Number((std::int64_t{1} << 32) + 5)), 5);
+    EXPECT_EQ(IntValue(-2.9), -2);
+    EXPECT_EQ(IntValue(1e20), kLargest32);
+    EXPECT_EQ(IntValue(std::nan("")), 0);
+    EXPECT_EQ(IntValue(true), 1);
+}
+
+TEST(IntegerValueTest, HoldsSixtyFourBitsAndSaturatesBeyond) {
+    EXPECT_EQ(IntegerValue(Text("9223372036854775807")), kLargest64);
+    EXPECT_EQ(IntegerValue(Text("9223372036854775808")), kLargest64);
+    EXPECT_EQ(IntegerValue(Text("-9223372036854775808")), kSmallest64);
+    EXPECT_EQ(IntegerValue(Text("-9223372036854775809")), kSmallest64);
+    EXPECT_EQ(IntegerValue(Text(" 1795219200000000000ns")), 1795219200000000000);
+    EXPECT_EQ(IntegerValue(1e300), kLargest64);
+    EXPECT_EQ(IntegerValue(-1e300), kSmallest64);
+    EXPECT_EQ(IntegerValue(-1.5), -1);
+    EXPECT_EQ(IntegerValue(Number(kSmallest64)), kSmallest64);
+}
+
+TEST(DoubleValueTest, TextIsReadAsADecimalNumberWhateverFollows) {
+    EXPECT_EQ(DoubleValue(Text("0.5")), 0.5);
+    EXPECT_EQ(DoubleValue(Text(" \n-2.25 dollars")), -2.25);
+    EXPECT_EQ(DoubleValue(Text("+.5")), 0.5);
+    EXPECT_EQ(DoubleValue(Text("5.")), 5);
+    EXPECT_EQ(DoubleValue(Text("1e3")), 1000);
+    EXPECT_EQ(DoubleValue(Text("1E-2x")), 0.01);
+    EXPECT_EQ(DoubleValue(Text("1e")), 1);
+    EXPECT_EQ(DoubleValue(Text("1e+")), 1);
+    EXPECT_EQ(DoubleValue(Text("1,5")), 1);
+    EXPECT_EQ(DoubleValue(Text("1.2.3")), 1.2);
+}
+
+TEST(DoubleValueTest, WhatIsNoDecimalNumberIsZero) {
+    for (const char* text : {"", ".", "-", "abc", "inf", "nan", "- 1", "e5", "$5"}) {
+        EXPECT_EQ(DoubleValue(Text(text)), 0) << text;
+    }
+    EXPECT_EQ(DoubleValue(Text("0x1F")), 0);
+}
+
+TEST(DoubleValueTest, TextThatIsTooLargeIsInfinityAndTooSmallIsZero) {
+    EXPECT_EQ(DoubleValue(Text("1e999")), HUGE_VAL);
+    EXPECT_EQ(DoubleValue(Text("-1e999")), -HUGE_VAL);
+    EXPECT_EQ(DoubleValue(Text("1e-999")), 0);
+}
+
+TEST(DoubleValueTest, NumbersAreConverted) {
+    EXPECT_EQ(DoubleValue(Number(-3)), -3);
+    EXPECT_EQ(DoubleValue(0.1), 0.1);
+    EXPECT_EQ(DoubleValue(true), 1);
+}
+
+TEST(DescriptionTest, TextStaysAndNumbersAreDecimal) {
+    EXPECT_EQ(Description(Text(" <b>as it is</b> ")), " <b>as it is</b> ");
+    EXPECT_EQ(Description(Number(-12)), "-12");
+    EXPECT_EQ(Description(0.5), "0.5");
+    EXPECT_EQ(Description(3.0), "3");
+    EXPECT_EQ(Description(0.1), "0.1");
+    EXPECT_EQ(Description(true), "1");
+    EXPECT_EQ(Description(false), "0");
+}
+
+TEST(FilterRecordTest, AKeyThatIsMissingReadsAsNothing) {
+    const FilterRecord record(cmn::ScanRecord{{"Name", "Cards"}});
+    EXPECT_EQ(record.description("Name"), "Cards");
+    EXPECT_FALSE(record.boolValue("IsEncrypted"));
+    EXPECT_EQ(record.intValue("MatchCount"), 0);
+    EXPECT_EQ(record.integerValue("LastModifiedDate"), 0);
+    EXPECT_EQ(record.doubleValue("costUsd"), 0);
+    EXPECT_EQ(record.description("AmazonID"), "");
+}
+
+TEST(FilterRecordTest, ReadsNumbersAndTextAlike) {
+    const FilterRecord numbers({{"MatchCount", std::int64_t{3}}, {"costUsd", 0.5}, {"SensitiveType", true}});
+    const FilterRecord texts(
+        cmn::ScanRecord{{"MatchCount", "3"}, {"costUsd", "0.5"}, {"SensitiveType", "1"}});
+    for (const FilterRecord& record : {numbers, texts}) {
+        EXPECT_EQ(record.intValue("MatchCount"), 3);
+        EXPECT_EQ(record.doubleValue("costUsd"), 0.5);
+        EXPECT_TRUE(record.boolValue("SensitiveType"));
+    }
+}
+
+}  // namespace
