@@ -73,10 +73,18 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, RecordsArgument& 
     return argument;
 }
 
+template <typename Type>
+void RegisterType() {
+    qDBusRegisterMetaType<Type>();
+    // Otherwise worked out at the first use, by every thread that comes at that moment: one may then free
+    // what another has just been given, and the bus library ends the process for the broken signature.
+    QDBusMetaType::typeToSignature(QMetaType::fromType<Type>());
+}
+
 bool RegisterTypes() {
-    qDBusRegisterMetaType<QStringMap>();
-    qDBusRegisterMetaType<RecordsArgument>();
-    qDBusRegisterMetaType<QBoolMap>();
+    RegisterType<QStringMap>();
+    RegisterType<RecordsArgument>();
+    RegisterType<QBoolMap>();
     return true;
 }
 
