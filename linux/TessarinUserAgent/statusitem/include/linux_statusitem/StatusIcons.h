@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QIcon>
+
+#include "useragent/AppDelegate.h"
+#include "useragent/AppMenu.h"
+
+namespace useragent {
+
+// The product's pictures, compiled in: pixmaps of the sizes that panels, menus and windows ask for.
+// Main thread, once there is a QApplication.
+QIcon StatusIcon(StatusImage image);
+// Of an item of the menu: a red mark when it is red, whatever its image; null for none.
+QIcon MenuItemIcon(const MenuItemContent& content);
+// Of the product's windows.
+QIcon ApplicationIcon();
+
+}  // namespace useragent

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "linux_statusitem/StatusMenu.h"
+#include "useragent/AppDelegate.h"
+
+namespace useragent {
+
+// The status item in the desktop's status area: over the session bus (StatusNotifierItem), or in a tray of
+// the X server (XEmbed) while no panel offers the former. Appears when a panel comes and moves on when it
+// goes; without one, or without a bus, nothing is shown and nothing fails. Main thread.
+class TrayStatusItem : public StatusItem {
+ public:
+    // Visible, with the normal image, as soon as a panel has answered. `menuNeedsUpdate` is called each time
+    // the user is about to see the menu.
+    TrayStatusItem(std::shared_ptr<StatusMenu> menu, std::function<void()> menuNeedsUpdate);
+    ~TrayStatusItem() override;
+    TrayStatusItem(const TrayStatusItem&) = delete;
+    TrayStatusItem& operator=(const TrayStatusItem&) = delete;
+
+    void setImage(StatusImage image) override;
+    void setVisible(bool visible) override;
+
+ private:
+    class Tray;
+
+    const std::unique_ptr<Tray> tray_;
+};
+
+}  // namespace useragent

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QObject>
+#include <QString>
+#include <memory>
+
+#include "TrayIcon.h"
+#include "linux_statusitem/StatusMenu.h"
+
+namespace useragent {
+
+class ItemAdaptor;
+
+// A status notifier item with its menu, on a connection of its own to the session bus: panels let go of it
+// when that ends. Nothing here waits for a panel.
+//
+// Not the toolkit's item: that one asks the watcher in blocking calls each time it is made, and once a
+// process has drawn an icon in a window the toolkit makes no other kind.
+class BusTrayIcon : public TrayIcon {
+ public:
+    // Where panels learn of items.
+    static constexpr const char* kWatcher = "org.kde.StatusNotifierWatcher";
+    static constexpr const char* kWatcherPath = "/StatusNotifierWatcher";
+
+    // The menu must outlive this object.
+    BusTrayIcon(StatusMenu& menu, StatusImage image);
+    ~BusTrayIcon() override;
+    BusTrayIcon(const BusTrayIcon&) = delete;
+    BusTrayIcon& operator=(const BusTrayIcon&) = delete;
+
+    void setImage(StatusImage image) override;
+    void hostAnswered() override;
+
+ private:
+    const QString name_;
+    QDBusConnection bus_;
+    QObject itemObject_;
+    QObject menuObject_;
+    ItemAdaptor* item_ = nullptr;  // belongs to its object
+};
+
+}  // namespace useragent

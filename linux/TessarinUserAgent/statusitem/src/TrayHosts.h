@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QDBusPendingCallWatcher>
+#include <QDBusServiceWatcher>
+#include <QObject>
+#include <chrono>
+#include <functional>
+#include <memory>
+
+namespace useragent {
+
+// Where the session shows status items.
+enum class TrayRoad {
+    sessionBus,    // a panel is registered with the watcher of status notifier items
+    windowSystem,  // there is none: what is left is a tray of the X server, now or later
+};
+
+// Finds out, and notices when it changes. The toolkit asks the watcher in blocking calls each time it makes
+// an icon; so it is only let near one that has just answered. Main thread.
+class TrayHosts : public QObject {
+    Q_OBJECT
+
+ public:
+    // A desktop that is just starting takes its time.
+    static constexpr std::chrono::milliseconds kTimeout{25'000};
+
+    // `onAnswer` is called with every answer, never from inside `ask`; it need not differ from the last.
+    // A watcher that is silent for `timeout` is asked again.
+    explicit TrayHosts(std::function<void(TrayRoad)> onAnswer, std::chrono::milliseconds timeout = kTimeout);
+
+ public slots:
+    // Does not wait.
+    void ask();
+
+ private:
+    void answered(QDBusPendingCallWatcher& answer);
+
+    const std::function<void(TrayRoad)> onAnswer_;
+    const std::chrono::milliseconds timeout_;
+    QDBusConnection bus_;
+    QDBusServiceWatcher owners_;
+    std::unique_ptr<QDBusPendingCallWatcher> answer_;  // what is waited for; an older question's is ignored
+    bool saidSilent_ = false;
+};
+
+}  // namespace useragent

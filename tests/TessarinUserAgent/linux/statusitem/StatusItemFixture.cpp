@@ -1,0 +1,70 @@
+#include "StatusItemFixture.h"
+
+#include <stdexcept>
+
+#include "useragent/AppMenu.h"
+
+namespace statusitem {
+namespace {
+
+fake::PrivateBus* g_sessionBus = nullptr;
+
+}  // namespace
+
+Session::Session() : display_({"Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-screen", "0", "640x480x24"}) {
+    const std::string number = display_.readLine().value_or("");
+    if (number.empty()) {
+        throw std::runtime_error("Xvfb -- failed: " + display_.errors());
+    }
+    g_sessionBus = &bus_;
+    if (qEnvironmentVariableIsSet(kWithoutBus)) {
+        bus_.kill();
+    }
+    qputenv("DISPLAY", (":" + number).c_str());
+    qputenv("DBUS_SESSION_BUS_ADDRESS", bus_.address().c_str());
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    // Those of the developer's own desktop.
+    for (const char* const name : {"DESKTOP_SESSION", "QT_QPA_PLATFORMTHEME", "QT_SCALE_FACTOR",
+                                   "QT_STYLE_OVERRIDE", "WAYLAND_DISPLAY", "XDG_CURRENT_DESKTOP"}) {
+        qunsetenv(name);
+    }
+}
+
+Session::~Session() {
+    g_sessionBus = nullptr;
+}
+
+fake::PrivateBus& SessionBus() {
+    return *g_sessionBus;
+}
+
+std::shared_ptr<useragent::StatusMenu> StatusItemFixture::makeMenu() {
+    auto made = std::make_shared<useragent::StatusMenu>([this] { calls.emplace_back("quit"); });
+    made->setSelections({[this] { calls.emplace_back("option1"); }, [this] { calls.emplace_back("option2"); },
+                         [this] { calls.emplace_back("option3"); }});
+    return made;
+}
+
+void StatusItemFixture::createItem() {
+    item = std::make_unique<useragent::TrayStatusItem>(menu, [this] {
+        calls.emplace_back("needsUpdate");
+        onNeedsUpdate();
+    });
+}
+
+std::string StatusItemFixture::createItemIn(PanelStandIn& panel) {
+    fillMenu(true);
+    createItem();
+    return panel.waitForItem();
+}
+
+void StatusItemFixture::fillMenu(bool fullDiskAccess) {
+    const useragent::MenuItems& items = menu->items();
+    items.fulldiskItem->setContent(
+        {fullDiskAccess ? "Full disk access: On" : "Full disk access: Off", !fullDiskAccess});
+    items.accessibilityItem->setContent({"Accessibility: On", false, useragent::MenuImage::accessibility});
+    items.finderItem->setContent({"Finder Extension: Off"});
+    items.versionItem->setContent({"v. 1.2.3"});
+}
+
+}  // namespace statusitem

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "PanelStandIn.h"
+#include "linux_statusitem/TrayStatusItem.h"
+#include "support/ChildProcess.h"
+#include "support/PrivateBus.h"
+
+namespace statusitem {
+
+// The session that the program runs in: an X server, a message bus, no desktop. One at a time, before the
+// application.
+class Session {
+ public:
+    Session();
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+ private:
+    fake::PrivateBus bus_;
+    fake::ChildProcess display_;
+};
+
+fake::PrivateBus& SessionBus();
+
+// With this in the environment, the session's bus is dead from the start on.
+inline constexpr const char* kWithoutBus = "TESSARIN_TEST_WITHOUT_BUS";
+
+// An item with its menu, filled as when everything is in order. Panels come and go as the test likes.
+class StatusItemFixture : public testing::Test {
+ protected:
+    static std::string address() { return SessionBus().address(); }
+
+    // The item; it is not there before.
+    void createItem();
+    // The same, in this panel; its bus name.
+    std::string createItemIn(PanelStandIn& panel);
+    void fillMenu(bool fullDiskAccess);
+
+    std::vector<std::string> calls;  // of the callbacks, in order
+    std::function<void()> onNeedsUpdate = [] {};
+    std::shared_ptr<useragent::StatusMenu> menu = makeMenu();
+    std::unique_ptr<useragent::TrayStatusItem> item;
+
+ private:
+    std::shared_ptr<useragent::StatusMenu> makeMenu();
+};
+
+}  // namespace statusitem

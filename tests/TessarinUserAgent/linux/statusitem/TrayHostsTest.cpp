@@ -1,0 +1,73 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "StatusItemFixture.h"
+#include "TrayHosts.h"
+#include "support/LogCapture.h"
+#include "support/WaitFor.h"
+
+using statusitem::PanelStandIn;
+using statusitem::SessionBus;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using useragent::TrayHosts;
+using useragent::TrayRoad;
+using namespace std::chrono_literals;
+
+namespace {
+
+class TrayHostsTest : public testing::Test {
+ protected:
+    bool waitForAnswers(std::size_t count) {
+        return fake::WaitFor([&] { return answers.size() >= count; });
+    }
+
+    std::vector<TrayRoad> answers;
+    std::function<void(TrayRoad)> record = [this](TrayRoad road) { answers.push_back(road); };
+};
+
+TEST_F(TrayHostsTest, WithoutAWatcherOnlyTheWindowSystemIsLeft) {
+    TrayHosts hosts(record);
+    hosts.ask();
+    EXPECT_THAT(answers, IsEmpty()) << "it answers from the event loop";
+    EXPECT_TRUE(waitForAnswers(1));
+    EXPECT_THAT(answers, ElementsAre(TrayRoad::windowSystem));
+}
+
+TEST_F(TrayHostsTest, TellsWhenAWatcherComesAndGoes) {
+    TrayHosts hosts(record);
+    {
+        PanelStandIn panel(SessionBus().address());
+        EXPECT_TRUE(waitForAnswers(1));
+        EXPECT_EQ(answers.back(), TrayRoad::sessionBus);
+    }
+    EXPECT_TRUE(fake::WaitFor([&] { return answers.back() == TrayRoad::windowSystem; }));
+}
+
+TEST_F(TrayHostsTest, SilentWatcherIsAskedAgainAndSaidOnce) {
+    fake::LogCapture log;
+    PanelStandIn panel(SessionBus().address(), {.answers = false});
+    TrayHosts hosts(record, 100ms);
+    hosts.ask();
+    EXPECT_TRUE(fake::WaitFor([&] { return panel.questions() >= 3; }));
+    EXPECT_THAT(answers, IsEmpty());
+    panel.answerAgain();
+    EXPECT_TRUE(waitForAnswers(1));
+    EXPECT_EQ(answers.front(), TrayRoad::sessionBus);
+    EXPECT_EQ(log.count("The desktop's status area does not answer; the status item waits for it"), 1U);
+}
+
+TEST_F(TrayHostsTest, OnlyTheNewestQuestionIsAnswered) {
+    PanelStandIn panel(SessionBus().address());
+    TrayHosts hosts(record);
+    hosts.ask();
+    hosts.ask();
+    hosts.ask();
+    EXPECT_TRUE(waitForAnswers(1));
+    fake::WaitFor([] { return false; }, 200ms);
+    EXPECT_THAT(answers, ElementsAre(TrayRoad::sessionBus));
+}
+
+}  // namespace

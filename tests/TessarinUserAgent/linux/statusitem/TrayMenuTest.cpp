@@ -1,0 +1,170 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QImage>
+#include <QMenu>
+#include <stdexcept>
+
+#include "StatusItemFixture.h"
+#include "support/LogCapture.h"
+#include "support/WaitFor.h"
+
+using statusitem::Entry;
+using statusitem::PanelStandIn;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+// The menu as the desktop's panel gets it over the bus.
+class TrayMenuTest : public statusitem::StatusItemFixture {
+ protected:
+    std::vector<std::string> labels() {
+        std::vector<std::string> found;
+        for (const Entry& entry : panel.layout(name)) {
+            found.push_back(entry.isSeparator ? "-" : entry.label);
+        }
+        return found;
+    }
+
+    PanelStandIn panel{address()};
+    std::string name = createItemIn(panel);
+};
+
+TEST_F(TrayMenuTest, PanelReadsTheItemsInTheirOrder) {
+    EXPECT_THAT(labels(), ElementsAre("Full disk access: On", "Accessibility: On", "Finder Extension: Off",
+                                      "v. 1.2.3", "-", "Quit Tessarin User Agent"));
+    const std::vector<Entry> entries = panel.layout(name);
+    EXPECT_FALSE(entries.at(3).enabled);
+    EXPECT_TRUE(entries.at(0).enabled);
+}
+
+TEST_F(TrayMenuTest, IsBroughtUpToDateBeforeThePanelIsAnswered) {
+    onNeedsUpdate = [this] { fillMenu(false); };
+    panel.aboutToShow(name);
+    EXPECT_THAT(calls, ElementsAre("needsUpdate"));
+    EXPECT_THAT(panel.signalsOf(name), Contains("ItemsPropertiesUpdated"));
+    EXPECT_EQ(labels().front(), "Full disk access: Off");
+    panel.aboutToShow(name);
+    EXPECT_EQ(calls.size(), 2U);
+}
+
+TEST_F(TrayMenuTest, PanelThatOnlyReadsGetsTheLastTexts) {
+    fillMenu(false);
+    EXPECT_EQ(labels().front(), "Full disk access: Off");
+    EXPECT_THAT(calls, IsEmpty());
+}
+
+TEST_F(TrayMenuTest, PanelThatDoesNotAskBeforeIsServedWhenItHasOpenedTheMenu) {
+    onNeedsUpdate = [this] { fillMenu(false); };
+    panel.event(name, 0, "opened");
+    EXPECT_THAT(calls, ElementsAre("needsUpdate"));
+    EXPECT_EQ(labels().front(), "Full disk access: Off");
+    panel.event(name, 0, "closed");
+    panel.aboutToShow(name);
+    panel.event(name, 0, "opened");
+    EXPECT_EQ(calls.size(), 2U) << "asked before, it need not be updated again";
+}
+
+TEST_F(TrayMenuTest, PanelIsToldWhetherTheMenuChangedWhenItAsked) {
+    onNeedsUpdate = [this] { fillMenu(false); };
+    EXPECT_TRUE(panel.aboutToShow(name));
+    EXPECT_FALSE(panel.aboutToShow(name));
+}
+
+TEST_F(TrayMenuTest, TitleIsShownAsItIs) {
+    menu->items().versionItem->setContent({"v. 1_rc & more"});
+    // A single one would be taken for the mark of a keyboard shortcut.
+    EXPECT_EQ(labels().at(3), "v. 1__rc & more");
+}
+
+TEST_F(TrayMenuTest, PanelsMayAskInGroupsAndForOneProperty) {
+    const std::vector<Entry> entries = panel.layout(name);
+    std::vector<std::string> asked;
+    for (const Entry& entry : panel.group(name, {entries.at(1).number, entries.at(3).number})) {
+        asked.push_back(entry.label);
+    }
+    EXPECT_THAT(asked, ElementsAre("Accessibility: On", "v. 1.2.3"));
+    EXPECT_EQ(panel.menuProperty(name, entries.at(2).number, "label"), "Finder Extension: Off");
+    panel.clickInGroup(name, {entries.at(0).number, entries.at(2).number});
+    EXPECT_TRUE(fake::WaitFor([this] { return calls.size() == 2; }));
+    EXPECT_THAT(calls, ElementsAre("option1", "option3"));
+}
+
+TEST_F(TrayMenuTest, StrangeRequestsAreAnswered) {
+    panel.event(name, 4711, "clicked");
+    panel.event(name, -1, "clicked");
+    panel.event(name, 0, "clicked");
+    panel.event(name, 1, "unheard-of");
+    EXPECT_EQ(labels().size(), 6U);
+    EXPECT_THAT(calls, IsEmpty());
+}
+
+TEST_F(TrayMenuTest, RedItemHasARedMark) {
+    EXPECT_TRUE(panel.layout(name).at(0).iconData.isEmpty());
+    EXPECT_FALSE(panel.layout(name).at(1).iconData.isEmpty());
+    fillMenu(false);
+    const QImage mark = QImage::fromData(panel.layout(name).at(0).iconData, "PNG");
+    ASSERT_FALSE(mark.isNull());
+    const QColor colour = mark.pixelColor(mark.width() / 5, mark.height() / 2);
+    EXPECT_GT(colour.red(), colour.green() + 100);
+    fillMenu(true);
+    EXPECT_TRUE(panel.layout(name).at(0).iconData.isEmpty());
+}
+
+TEST_F(TrayMenuTest, UpdateThatChangesNothingIsNotToldToThePanel) {
+    onNeedsUpdate = [this] { fillMenu(true); };
+    panel.forgetSignals();
+    panel.aboutToShow(name);
+    EXPECT_THAT(calls, ElementsAre("needsUpdate"));
+    EXPECT_THAT(panel.signalsOf(name), IsEmpty());
+}
+
+TEST_F(TrayMenuTest, ChangedItemIsToldWithoutANewLayout) {
+    panel.forgetSignals();
+    menu->items().versionItem->setContent({"v. 2"});
+    EXPECT_THAT(panel.signalsOf(name), ElementsAre("ItemsPropertiesUpdated"));
+}
+
+TEST_F(TrayMenuTest, ClickCallsTheSelection) {
+    for (const char* const label :
+         {"Full disk access: On", "Accessibility: On", "Finder Extension: Off", "Quit Tessarin User Agent"}) {
+        panel.click(name, label);
+    }
+    EXPECT_TRUE(fake::WaitFor([this] { return calls.size() == 4; }));
+    EXPECT_THAT(calls, ElementsAre("option1", "option2", "option3", "quit"));
+}
+
+TEST_F(TrayMenuTest, UpdateThatThrowsIsLoggedAndThePanelAnswered) {
+    fake::LogCapture log;
+    onNeedsUpdate = [] { throw std::runtime_error("no service"); };
+    panel.aboutToShow(name);
+    EXPECT_TRUE(log.contains("The status menu -- failed: no service"));
+    EXPECT_EQ(labels().size(), 6U);
+}
+
+TEST_F(TrayMenuTest, ActivationShowsOurOwnMenuUpToDate) {
+    onNeedsUpdate = [this] { fillMenu(false); };
+    panel.activate(name);
+    EXPECT_TRUE(fake::WaitFor([this] { return menu->drawnMenu().isVisible(); }));
+    EXPECT_THAT(calls, ElementsAre("needsUpdate"));
+    menu->drawnMenu().hide();
+}
+
+TEST_F(TrayMenuTest, MenuIsTheSameInThePanelThatComesAfterTheFirst) {
+    fillMenu(false);
+    item->setVisible(false);
+    ASSERT_TRUE(panel.waitForNoItem());
+    item->setVisible(true);
+    name = panel.waitForItem();
+    EXPECT_THAT(labels(), ElementsAre("Full disk access: Off", "Accessibility: On", "Finder Extension: Off",
+                                      "v. 1.2.3", "-", "Quit Tessarin User Agent"));
+    panel.forgetSignals();
+    menu->items().versionItem->setContent({"v. 2"});
+    EXPECT_THAT(panel.signalsOf(name), ElementsAre("ItemsPropertiesUpdated"));
+    panel.click(name, "Finder Extension: Off");
+    EXPECT_TRUE(fake::WaitFor([this] { return calls.size() == 1; }));
+}
+
+}  // namespace

@@ -1,0 +1,139 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <xcb/xcb.h>
+
+#include <QApplication>
+#include <QImage>
+#include <QMenu>
+#include <QMouseEvent>
+#include <QWidget>
+#include <cstdlib>
+
+#include "StatusItemFixture.h"
+#include "support/ChildProcess.h"
+#include "support/WaitFor.h"
+
+using statusitem::PanelStandIn;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using useragent::StatusImage;
+
+namespace {
+
+// A tray that knows nothing but windows of others put into it.
+class Tray {
+ public:
+    Tray() : process_({"trayer", "--edge", "bottom", "--widthtype", "request"}) {}
+
+ private:
+    fake::ChildProcess process_;
+};
+
+class TrayWindowTest : public statusitem::StatusItemFixture {
+ protected:
+    TrayWindowTest() : connection_(xcb_connect(nullptr, nullptr)) { fillMenu(true); }
+    ~TrayWindowTest() override {
+        item.reset();
+        xcb_disconnect(connection_);
+    }
+
+    // Our window, where it has become part of a tray; else null.
+    QWidget* embedded() {
+        for (QWidget* const window : QApplication::topLevelWidgets()) {
+            if (window->inherits("QSystemTrayIconSys") && window->isVisible() && isInside(window->winId())) {
+                return window;
+            }
+        }
+        return nullptr;
+    }
+    QWidget* waitForEmbedded() {
+        return fake::WaitFor([this] { return embedded() != nullptr; }) ? embedded() : nullptr;
+    }
+    bool waitForNotEmbedded() {
+        return fake::WaitFor([this] { return embedded() == nullptr; });
+    }
+
+ private:
+    bool isInside(WId window) {
+        xcb_query_tree_reply_t* const tree = xcb_query_tree_reply(
+            connection_, xcb_query_tree(connection_, static_cast<xcb_window_t>(window)), nullptr);
+        const bool inside = tree != nullptr && tree->parent != tree->root;
+        std::free(tree);
+        return inside;
+    }
+
+    xcb_connection_t* const connection_;
+};
+
+TEST_F(TrayWindowTest, ItemIsInTheTrayAndSaysItsState) {
+    const Tray tray;
+    createItem();
+    QWidget* const window = waitForEmbedded();
+    ASSERT_NE(window, nullptr);
+    item->setImage(StatusImage::menuIconRed);
+    EXPECT_EQ(window->accessibleName(), QStringLiteral("Tessarin: full disk access is missing"));
+    EXPECT_EQ(window->toolTip(), QStringLiteral("Tessarin: full disk access is missing"));
+    item->setImage(StatusImage::menuIcon);
+    EXPECT_EQ(window->accessibleName(), QStringLiteral("Tessarin User Agent"));
+    item->setVisible(false);
+    EXPECT_TRUE(waitForNotEmbedded());
+    item->setVisible(true);
+    EXPECT_NE(waitForEmbedded(), nullptr);
+}
+
+TEST_F(TrayWindowTest, ItemAppearsInATrayThatComesLateAndInTheNextOne) {
+    createItem();
+    item->setImage(StatusImage::menuIconRed);
+    for (int round = 0; round < 2; ++round) {
+        const Tray tray;
+        const QWidget* const window = waitForEmbedded();
+        ASSERT_NE(window, nullptr) << round;
+        EXPECT_EQ(window->toolTip(), QStringLiteral("Tessarin: full disk access is missing"));
+        EXPECT_EQ(window->accessibleName(), QStringLiteral("Tessarin: full disk access is missing"));
+    }
+    EXPECT_TRUE(waitForNotEmbedded());
+}
+
+TEST_F(TrayWindowTest, ItemMovesToAPanelOnTheBusAndBack) {
+    const Tray tray;
+    createItem();
+    ASSERT_NE(waitForEmbedded(), nullptr);
+    for (int round = 0; round < 2; ++round) {
+        {
+            PanelStandIn panel(address());
+            EXPECT_NE(panel.waitForItem(), "");
+            EXPECT_TRUE(waitForNotEmbedded());
+        }
+        EXPECT_NE(waitForEmbedded(), nullptr);
+    }
+}
+
+TEST_F(TrayWindowTest, WatcherWithoutAHostLeavesTheItemInTheTray) {
+    const Tray tray;
+    PanelStandIn panel(address(), {.hasHost = false});
+    createItem();
+    EXPECT_NE(waitForEmbedded(), nullptr);
+    EXPECT_THAT(panel.items(), IsEmpty());
+    panel.setHost(true);
+    EXPECT_NE(panel.waitForItem(), "");
+    EXPECT_TRUE(waitForNotEmbedded());
+}
+
+TEST_F(TrayWindowTest, BothButtonsShowTheMenuUpToDate) {
+    const Tray tray;
+    createItem();
+    QWidget* const window = waitForEmbedded();
+    ASSERT_NE(window, nullptr);
+    for (const Qt::MouseButton button : {Qt::LeftButton, Qt::RightButton}) {
+        calls.clear();
+        const QPointF at(3, 3);
+        QMouseEvent press(QEvent::MouseButtonPress, at, window->mapToGlobal(at), button, button,
+                          Qt::NoModifier);
+        QApplication::sendEvent(window, &press);
+        EXPECT_TRUE(menu->drawnMenu().isVisible());
+        EXPECT_THAT(calls, ElementsAre("needsUpdate"));
+        menu->drawnMenu().hide();
+    }
+}
+
+}  // namespace
