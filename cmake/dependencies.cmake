@@ -2,7 +2,7 @@ find_package(Threads REQUIRED)
 find_package(fmt 9 REQUIRED)
 find_package(Boost 1.81 REQUIRED)
 find_path(RAPIDJSON_INCLUDE_DIR rapidjson/document.h REQUIRED)
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Widgets Svg)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-ewmh xcb-icccm)
 

@@ -363,6 +363,18 @@ TEST_F(FinderExtensionXPCServerTest, AnswersWhetherThereIsFullDiskAccess) {
     EXPECT_THAT(answers, ElementsAre(cmn::IsFullDiskAccessGranted()));
 }
 
+TEST_F(FinderExtensionXPCServerTest, AsksAnotherProbeForFullDiskAccessAnewEachTime) {
+    start();
+    bool granted = false;
+    server->setFullDiskAccessProbe([&granted] { return granted; });
+    std::vector<bool> answers;
+    const auto ask = [&] { server->checkFullDiskAccess([&](bool answer) { answers.push_back(answer); }); };
+    ask();
+    granted = true;
+    ask();
+    EXPECT_THAT(answers, ElementsAre(false, true));
+}
+
 TEST_F(FinderExtensionXPCServerTest, QuestionsWithoutAReplyFunctionAreNoError) {
     startWithScanner();
     server->version(nullptr);

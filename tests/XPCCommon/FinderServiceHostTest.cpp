@@ -167,6 +167,17 @@ TEST_F(FinderServiceHostTest, AnswersForItsOwnProcessWhetherThereIsFullDiskAcces
     EXPECT_EQ(startClient()->checkFullDiskAccess(), cmn::IsFullDiskAccessGranted());
 }
 
+TEST_F(FinderServiceHostTest, FullDiskAccessComesAndGoesWithAFolderOfTheUsersChoice) {
+    const auto probe = folder / "probe";
+    const auto host = startHost({"--full-disk-access-folder", probe.string()});
+    const auto client = startClient();
+    EXPECT_FALSE(client->checkFullDiskAccess());
+    std::filesystem::create_directory(probe);
+    EXPECT_TRUE(client->checkFullDiskAccess());
+    std::filesystem::remove(probe);
+    EXPECT_FALSE(client->checkFullDiskAccess());
+}
+
 TEST_F(FinderServiceHostTest, KeepsALogOfTheService) {
     const auto host = startHost();
     {

@@ -35,7 +35,8 @@ void Send(const std::shared_ptr<FinderExtensionDelegate>& delegate, bool encrypt
 }  // namespace
 
 FinderExtensionObjCXPCServer::FinderExtensionObjCXPCServer(std::shared_ptr<XPCTransport> transport)
-    : XPCServer(std::move(transport), kFinderExtensionXPCMachServiceName) {
+    : XPCServer(std::move(transport), kFinderExtensionXPCMachServiceName),
+      fullDiskAccessProbe_(IsFullDiskAccessGranted) {
     const LogLevel level = LogLevelFromString(proto::GetSettings().LogLevel);
     const std::filesystem::path folder = proto::GetProduct("").InstallPath;
     logger_.setLogPath((folder / kLogFileName).string());
@@ -140,7 +141,7 @@ void FinderExtensionObjCXPCServer::getUIVisibilityStatuses(
 }
 
 void FinderExtensionObjCXPCServer::checkFullDiskAccess(std::function<void(bool)> reply) {
-    Send(reply, IsFullDiskAccessGranted());
+    Send(reply, fullDiskAccessProbe_());
 }
 
 void FinderExtensionObjCXPCServer::decrypt(const std::string& path, std::function<void(std::int32_t)> reply) {

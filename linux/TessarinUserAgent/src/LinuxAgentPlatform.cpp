@@ -1,8 +1,12 @@
 #include "LinuxAgentPlatform.h"
 
 #include <thread>
+#include <utility>
 
 #include "common/SystemUtils.h"
+#include "linux_filemanagers/LinuxFileManagerExtension.h"
+#include "linux_filemanagers/LinuxSettingsPanes.h"
+#include "linux_interface/QtApplicationInterface.h"
 #include "linux_tessarinuseragent/AtspiAccessibility.h"
 #include "linux_tessarinuseragent/LinuxWindowList.h"
 #include "linux_usercommon/DBusXPCTransport.h"
@@ -10,10 +14,20 @@
 
 namespace useragent {
 
-LinuxAgentPlatform::LinuxAgentPlatform(int& argc, char** argv)
-    : application_(argc, argv), stopper_(application_) {
-    QCoreApplication::setApplicationName("TessarinUserAgent");
+namespace {
+
+WallTime WallClockNow() {
+    return std::chrono::time_point_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now());
 }
+
+}  // namespace
+
+LinuxAgentPlatform::LinuxAgentPlatform(QApplication& application, AtspiSettings accessibility,
+                                       ApplicationService& service, LaunchRequest launch)
+    : stopper_(application),
+      accessibilitySettings_(std::move(accessibility)),
+      service_(service),
+      launch_(std::move(launch)) {}
 
 LinuxAgentPlatform::~LinuxAgentPlatform() {
     // Tasks that wait to run again, such as a reconnect, own what owns these objects.
@@ -55,12 +69,40 @@ std::function<void(std::chrono::nanoseconds)> LinuxAgentPlatform::sleeper() {
 }
 
 int LinuxAgentPlatform::runApplication() {
-    return QCoreApplication::exec();
+    const auto resources = executablePath().parent_path().parent_path() / "Resources";
+    const auto statusMenu = std::make_shared<StatusMenu>([] { QCoreApplication::quit(); });
+    const auto appMenu = std::make_shared<AppMenu>(
+        statusMenu->items(),
+        AppMenu::Environment{atspi(),
+                             std::make_shared<LinuxFileManagerExtension>(resources / "file-managers"),
+                             std::make_shared<LinuxSettingsPanes>(resources / "help" / "permissions.html"),
+                             [] { return cmn::proto::GetProduct("Agent"); }});
+    statusMenu->setSelections({[appMenu] { appMenu->option1Selected(); },
+                               [appMenu] { appMenu->option2Selected(); },
+                               [appMenu] { appMenu->option3Selected(); }});
+    const auto interface = std::make_shared<QtApplicationInterface>(statusMenu);
+    const auto delegate = std::make_shared<AppDelegate>(AppDelegate::Environment{
+        interface, appMenu, queues(), transport(), {cmn::proto::GetSettings, WallClockNow}});
+    delegate->applicationDidFinishLaunching();
+
+    const auto open = [interface, delegate](const LaunchRequest& request) {
+        interface->setActivationToken(request.activationToken);
+        delegate->openURLs(request.urls);
+    };
+    // After the first refresh: by then the service has usually been reached.
+    queues()->asyncMain([this, open] {
+        open(launch_);
+        service_.setHandler(open);
+    });
+    const int exitCode = QCoreApplication::exec();
+    service_.setHandler(nullptr);
+    statusMenu->setSelections({});
+    return exitCode;
 }
 
 const std::shared_ptr<AtspiAccessibility>& LinuxAgentPlatform::atspi() {
     if (!accessibility_) {
-        accessibility_ = std::make_shared<AtspiAccessibility>(queues(), SettingsOfThisSession());
+        accessibility_ = std::make_shared<AtspiAccessibility>(queues(), accessibilitySettings_);
     }
     return accessibility_;
 }

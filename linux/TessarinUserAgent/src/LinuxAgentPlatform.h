@@ -1,9 +1,13 @@
 #pragma once
 
-#include <QCoreApplication>
+#include <QApplication>
+#include <memory>
 
 #include "RunLoop.h"
+#include "linux_interface/ApplicationService.h"
+#include "linux_tessarinuseragent/AtspiSettings.h"
 #include "useragent/Agent.h"
+#include "useragent/AppDelegate.h"
 
 namespace cmn {
 class LinuxDispatch;
@@ -16,7 +20,9 @@ class AtspiAccessibility;
 // The one place that makes the agent's real objects on Linux. Main thread.
 class LinuxAgentPlatform : public AgentPlatform {
  public:
-    LinuxAgentPlatform(int& argc, char** argv);
+    // `service` holds the name of the application and what this launch was asked to open.
+    LinuxAgentPlatform(QApplication& application, AtspiSettings accessibility, ApplicationService& service,
+                       LaunchRequest launch);
     ~LinuxAgentPlatform() override;
 
     cmn::proto::TSettings settings() override;
@@ -33,8 +39,10 @@ class LinuxAgentPlatform : public AgentPlatform {
     const std::shared_ptr<AtspiAccessibility>& atspi();
     const std::shared_ptr<cmn::LinuxDispatch>& queues();
 
-    QCoreApplication application_;
     RunLoopStopper stopper_;
+    const AtspiSettings accessibilitySettings_;
+    ApplicationService& service_;
+    const LaunchRequest launch_;
     std::shared_ptr<cmn::LinuxDispatch> dispatch_;
     std::shared_ptr<AtspiAccessibility> accessibility_;
 };

@@ -1,13 +1,72 @@
+#include <QApplication>
 #include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
 
 #include "LinuxAgentPlatform.h"
+#include "SessionSurroundings.h"
 #include "common/SystemUtils.h"
+#include "linux_filemanagers/FileManagerCommand.h"
+#include "linux_statusitem/StatusIcons.h"
 #include "useragent/Agent.h"
+
+namespace {
+
+using useragent::ApplicationService;
+using useragent::LaunchRequest;
+
+// Long enough for an agent that is just starting.
+constexpr std::chrono::seconds kHandOverDeadline{20};
+
+void LeaveOutWhatDoesNotAnswer() {
+    if (!useragent::SessionBusAnswers()) {
+        qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
+    }
+    // Watching browsers needs no display of our own.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !useragent::DisplayAnswers()) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+}
+
+void SetUp() {
+    QCoreApplication::setApplicationName("TessarinUserAgent");
+    QGuiApplication::setDesktopFileName(useragent::kApplicationName);
+    QApplication::setWindowIcon(useragent::ApplicationIcon());
+    QApplication::setQuitOnLastWindowClosed(false);
+}
+
+int Run(int argc, char** argv) {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (!arguments.empty() && arguments.front() == "--file-manager-action") {
+        return useragent::RunFileManagerCommand({arguments.begin() + 1, arguments.end()}, std::cout,
+                                                std::cerr);
+    }
+    const LaunchRequest launch{arguments, useragent::TakeActivationToken()};
+    // Before the environment is changed: accessibility finds its bus also when it comes later.
+    const useragent::AtspiSettings accessibility = useragent::SettingsOfThisSession();
+    LeaveOutWhatDoesNotAnswer();
+    QApplication application(argc, argv);
+    SetUp();
+
+    ApplicationService service(QDBusConnection::sessionBus());
+    if (service.claim() == ApplicationService::Role::second) {
+        const std::string failure = service.handOver(launch, kHandOverDeadline);
+        if (!failure.empty()) {
+            cmn::SystemLog("The running agent did not take the request -- " + failure);
+            std::cerr << "TessarinUserAgent: the running agent did not take the request: " << failure << '\n';
+        }
+        return failure.empty() ? 0 : 1;
+    }
+    useragent::LinuxAgentPlatform platform(application, accessibility, service, launch);
+    return useragent::RunAgent(platform);
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     try {
-        useragent::LinuxAgentPlatform platform(argc, argv);
-        return useragent::RunAgent(platform);
+        return Run(argc, argv);
     } catch (const std::exception& error) {
         // Before the log is set up there is only the system log.
         cmn::SystemLog(error.what());

@@ -44,6 +44,15 @@ class ServiceHost:
         self.events: list[Event] = []
         self.process: Optional[subprocess.Popen] = None
         self._on_line = on_line
+        self._probe = desktop.folder / "full-disk-access"
+        self.set_full_disk_access(True)
+
+    def set_full_disk_access(self, granted: bool) -> None:
+        """What the service answers from now on."""
+        if granted:
+            self._probe.mkdir(exist_ok=True)
+        else:
+            self._probe.rmdir()
 
     def start(self) -> None:
         """Owns its names on the system bus on return."""
@@ -51,7 +60,9 @@ class ServiceHost:
         self.process = self.desktop.processes.start(
             "host", [str(self.program), "--bus", "system", "--json", "--log-level", "Trace",
                      "--log-file", str(self.desktop.folder / "log" / "TessarinServiceHost"),
-                     "--settings", str(self._settings())],
+                     "--settings", str(self._settings()),
+                     "--classifiers", str(PROJECT / "tools/TessarinServiceHost/classifiers.example.json"),
+                     "--full-disk-access-folder", str(self._probe)],
             self.desktop.env, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         threading.Thread(target=self._read, args=(self.process.stdout,), daemon=True).start()
         def ready() -> bool:

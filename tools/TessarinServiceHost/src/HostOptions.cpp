@@ -69,6 +69,8 @@ std::variant<HostOptions, HelpWanted, BadArguments> ParseOptions(const std::vect
             options.scanner.classifiers = value;
         } else if (TakeValue(arguments, i, "--records", value)) {
             options.scanner.records = value;
+        } else if (TakeValue(arguments, i, "--full-disk-access-folder", value)) {
+            options.fullDiskAccessFolder = value;
         } else if (TakeValue(arguments, i, "--scan-limit", value)) {
             const auto bytes = ParseScanLimit(value);
             if (!bytes) {
@@ -101,6 +103,9 @@ Options:
                          without it nothing is found
   --records FILE         fixed scan results for some paths
   --scan-limit BYTES     how much of a file is looked at (default: 1048576)
+  --full-disk-access-folder FOLDER
+                         there is full disk access while this folder can be listed, looked at for each
+                         question; without it the folder is the one of the product
   -h, --help             this text
 
 Commands, one a line on the standard input (its end does not end the program):

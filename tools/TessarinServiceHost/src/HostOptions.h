@@ -17,6 +17,7 @@ struct HostOptions {
     LogLevel logLevel = LogLevel::Info;
     std::string settingsFile;  // empty: the program's own, if there is one
     ScannerOptions scanner;
+    std::string fullDiskAccessFolder;  // empty: as the system says
 };
 
 struct HelpWanted {};

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <utility>
 
 #include "HostSettings.h"
@@ -19,6 +20,12 @@ constexpr std::size_t kQuestionThreads = 8;
 constexpr unsigned kRequestThreads = 32;
 
 constexpr std::string_view kGetURL = "getURL";
+
+bool CanListFolder(const std::string& folder) {
+    std::error_code error;
+    const std::filesystem::directory_iterator entries(folder, error);
+    return !error;
+}
 
 }  // namespace
 
@@ -37,6 +44,10 @@ ServiceHost::ServiceHost(const HostOptions& options, EventWriter& events, std::f
     UseSettings(settingsFile_);
     finderExtension_ = cmn::FinderExtensionObjCXPCServer::sharedInstance(transport_);
     finderExtension_->setScannerService(scanner_);
+    if (!options.fullDiskAccessFolder.empty()) {
+        finderExtension_->setFullDiskAccessProbe(
+            [folder = options.fullDiskAccessFolder] { return CanListFolder(folder); });
+    }
 }
 
 ServiceHost::~ServiceHost() {

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "common/LogFile.h"
 #include "usercommon/XPCServer.h"
@@ -29,6 +31,10 @@ class FinderExtensionObjCXPCServer final : public XPCServer, public FinderExtens
     // Each request holds the scanner for as long as it takes, the service itself never does.
     void setScannerService(std::weak_ptr<IFinderExtensionOperations> scannerService);
 
+    // What is asked instead of the system whether there is full disk access, at each call on the caller's
+    // thread. To be set before the service starts.
+    void setFullDiskAccessProbe(std::function<bool()> probe) { fullDiskAccessProbe_ = std::move(probe); }
+
     void version(std::function<void(const std::string&)> reply) override;
     void checkEncryptionStatus(const std::string& path,
                                std::shared_ptr<FinderExtensionDelegate> delegate) override;
@@ -47,6 +53,7 @@ class FinderExtensionObjCXPCServer final : public XPCServer, public FinderExtens
     std::shared_ptr<FinderExtensionObjCXPCServer> self();
     std::shared_ptr<IFinderExtensionOperations> scanner() const;
 
+    std::function<bool()> fullDiskAccessProbe_;
     LogFile logger_;  // the service's own log, apart from the process's
 
     mutable std::mutex propertyMutex_;  // guards scannerService_, never held across a call

@@ -1,0 +1,129 @@
+#include "PropertiesForm.h"
+
+#include <QCloseEvent>
+#include <QCursor>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QShortcut>
+#include <utility>
+
+#include "FilterTableModel.h"
+#include "ui_PropertiesForm.h"
+
+namespace useragent {
+
+namespace {
+
+constexpr Qt::WindowFlags kWindowKind = Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                                        Qt::WindowSystemMenuHint | Qt::WindowMaximizeButtonHint |
+                                        Qt::WindowCloseButtonHint | Qt::WindowStaysOnTopHint;
+
+QString ToQString(const std::string& text) {
+    return QString::fromStdString(text);
+}
+
+}  // namespace
+
+PropertiesForm::PropertiesForm(std::unique_ptr<FileFiltersViewController> controller,
+                               std::function<void()> willClose)
+    : QDialog(nullptr, kWindowKind),
+      ui_(std::make_unique<Ui::PropertiesForm>()),
+      controller_(std::move(controller)),
+      willClose_(std::move(willClose)) {
+    ui_->setupUi(this);
+    setSizeGripEnabled(false);
+    setUpLabels();
+    setUpTable();
+    controller_->viewDidLoad(*this);
+    connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, this, &QWidget::close);
+}
+
+PropertiesForm::~PropertiesForm() = default;
+
+void PropertiesForm::setUpLabels() {
+    for (QLabel* label : {ui_->fileStateLabel, ui_->totalRiskLabel, ui_->totalSensetiveRiskLabel,
+                          ui_->encryptionStatusLabel, ui_->encryptionPredictLabel}) {
+        // What a file's name or a service says is never markup.
+        label->setTextFormat(Qt::PlainText);
+        label->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+        label->setFocusPolicy(Qt::StrongFocus);
+    }
+}
+
+void PropertiesForm::setUpTable() {
+    QTableView& table = *ui_->tableView;
+    table.setModel(new FilterTableModel(controller_, this));
+    QHeaderView& header = *table.horizontalHeader();
+    header.setSectionResizeMode(QHeaderView::Interactive);
+    header.setSectionResizeMode(0, QHeaderView::Stretch);
+    // As wide as the headers ask: looking at all cells takes long with many.
+    for (int section = 1; section < header.count(); ++section) {
+        header.resizeSection(section, header.sectionSizeHint(section) + fontMetrics().averageCharWidth());
+    }
+    QHeaderView& rows = *table.verticalHeader();
+    rows.setSectionResizeMode(QHeaderView::Fixed);
+    rows.setDefaultSectionSize(fontMetrics().height() + 6);
+}
+
+void PropertiesForm::centre() {
+    const QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
+    screen = screen != nullptr ? screen : QGuiApplication::primaryScreen();
+    if (screen != nullptr) {
+        QRect place(QPoint(), size());
+        place.moveCenter(screen->availableGeometry().center());
+        move(place.topLeft());
+    }
+}
+
+void PropertiesForm::closeEvent(QCloseEvent* event) {
+    event->accept();
+    if (const auto willClose = std::exchange(willClose_, nullptr)) {
+        willClose();
+    }
+}
+
+void PropertiesForm::changeEvent(QEvent* event) {
+    QDialog::changeEvent(event);
+    // Some window managers offer to minimise it all the same.
+    if (event->type() == QEvent::WindowStateChange && isMinimized()) {
+        setWindowState(windowState() & ~Qt::WindowMinimized);
+    }
+}
+
+void PropertiesForm::setTotalRiskLabel(const std::string& text) {
+    ui_->totalRiskLabel->setText(ToQString(text));
+}
+
+void PropertiesForm::setTotalSensetiveRiskLabel(const std::string& text) {
+    ui_->totalSensetiveRiskLabel->setText(ToQString(text));
+}
+
+void PropertiesForm::setFileNameLabel(const std::string& text) {
+    ui_->fileNameLabel->showText(ToQString(text));
+}
+
+void PropertiesForm::setServerIDLabel(const std::string& text) {
+    ui_->serverIDLabel->showText(ToQString(text));
+}
+
+void PropertiesForm::setFileStateLabel(const std::string& text) {
+    ui_->fileStateLabel->setText(ToQString(text));
+}
+
+void PropertiesForm::setEncryptionStatusLabel(const std::string& text) {
+    ui_->encryptionStatusLabel->setText(ToQString(text));
+}
+
+void PropertiesForm::setEncryptionPredictLabel(const std::string& text) {
+    ui_->encryptionPredictLabel->setText(ToQString(text));
+}
+
+std::string PropertiesForm::encryptionInfo() const {
+    return ui_->encryptionInfo->toPlainText().toStdString();
+}
+
+void PropertiesForm::setEncryptionInfo(const std::string& text) {
+    ui_->encryptionInfo->setPlainText(ToQString(text));
+}
+
+}  // namespace useragent

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QDialog>
+#include <functional>
+#include <memory>
+
+#include "useragent/FileFiltersViewController.h"
+
+namespace Ui {
+class PropertiesForm;
+}
+
+namespace useragent {
+
+// The properties window of one file. Main thread.
+class PropertiesForm : public QDialog, private FileFiltersView {
+    Q_OBJECT
+
+ public:
+    // Fills itself from the controller. `willClose` is called once, when the user closes the window.
+    PropertiesForm(std::unique_ptr<FileFiltersViewController> controller, std::function<void()> willClose);
+    ~PropertiesForm() override;
+
+    void reject() override { close(); }
+
+    // On the screen where the user works, in its middle.
+    void centre();
+
+ protected:
+    void closeEvent(QCloseEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+ private:
+    void setTotalRiskLabel(const std::string& text) override;
+    void setTotalSensetiveRiskLabel(const std::string& text) override;
+    void setFileNameLabel(const std::string& text) override;
+    void setServerIDLabel(const std::string& text) override;
+    void setFileStateLabel(const std::string& text) override;
+    void setEncryptionStatusLabel(const std::string& text) override;
+    void setEncryptionPredictLabel(const std::string& text) override;
+    std::string encryptionInfo() const override;
+    void setEncryptionInfo(const std::string& text) override;
+
+    void setUpLabels();
+    void setUpTable();
+
+    const std::unique_ptr<Ui::PropertiesForm> ui_;
+    const std::shared_ptr<const FileFiltersViewController> controller_;
+    std::function<void()> willClose_;
+};
+
+}  // namespace useragent

@@ -1,0 +1,72 @@
+#include "linux_interface/QtApplicationInterface.h"
+
+#include <QTimer>
+#include <exception>
+#include <utility>
+#include <vector>
+
+#include "PropertiesForm.h"
+#include "StartupNotification.h"
+#include "common/log.h"
+#include "linux_statusitem/TrayStatusItem.h"
+
+namespace useragent {
+
+namespace {
+
+class FormWindow : public PropertiesWindow {
+ public:
+    FormWindow(std::unique_ptr<PropertiesForm> form, std::string activationToken)
+        : form_(form.release()), activationToken_(std::move(activationToken)) {}
+    ~FormWindow() override {
+        form_->hide();
+        form_->deleteLater();  // it may be in the middle of its own event
+    }
+    FormWindow(const FormWindow&) = delete;
+    FormWindow& operator=(const FormWindow&) = delete;
+
+    void show() override {
+        form_->centre();
+        ShowActivated(*form_, activationToken_);
+    }
+
+ private:
+    PropertiesForm* const form_;
+    const std::string activationToken_;
+};
+
+}  // namespace
+
+struct QtApplicationInterface::Timers {
+    std::vector<std::unique_ptr<QTimer>> running;
+};
+
+QtApplicationInterface::QtApplicationInterface(std::shared_ptr<StatusMenu> menu)
+    : menu_(std::move(menu)), timers_(std::make_unique<Timers>()) {}
+
+QtApplicationInterface::~QtApplicationInterface() = default;
+
+std::shared_ptr<StatusItem> QtApplicationInterface::createStatusItem(std::function<void()> menuNeedsUpdate) {
+    return std::make_shared<TrayStatusItem>(menu_, std::move(menuNeedsUpdate));
+}
+
+std::unique_ptr<PropertiesWindow> QtApplicationInterface::createPropertiesWindow(
+    std::unique_ptr<FileFiltersViewController> controller, std::function<void()> willClose) {
+    try {
+        auto form = std::make_unique<PropertiesForm>(std::move(controller), std::move(willClose));
+        return std::make_unique<FormWindow>(std::move(form), std::exchange(activationToken_, {}));
+    } catch (const std::exception& e) {
+        TLOG_ERROR("A properties window cannot be made: {}", e.what());
+        return nullptr;
+    }
+}
+
+void QtApplicationInterface::scheduleRepeatingTimer(std::chrono::seconds interval,
+                                                    std::function<void()> tick) {
+    auto timer = std::make_unique<QTimer>();
+    QObject::connect(timer.get(), &QTimer::timeout, timer.get(), std::move(tick));
+    timer->start(interval);
+    timers_->running.push_back(std::move(timer));
+}
+
+}  // namespace useragent

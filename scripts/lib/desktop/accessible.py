@@ -1,0 +1,76 @@
+"""Reads applications as a screen reader does, over the accessibility bus."""
+
+from typing import Iterator
+
+from .bus import Bus, BusError
+from .session import Desktop
+
+_ACCESSIBLE = "org.a11y.atspi.Accessible"
+_TEXT = "org.a11y.atspi.Text"
+_ROOT = "/org/a11y/atspi/accessible/root"
+
+STATES = {"checked": 4, "enabled": 8}
+
+
+class Node:
+    """One object of an application."""
+
+    def __init__(self, bus: Bus, application: str, path: str) -> None:
+        self._bus = bus
+        self._application = application
+        self.path = path
+
+    @property
+    def name(self) -> str:
+        return str(self._bus.get_property(self._application, self.path, _ACCESSIBLE, "Name"))
+
+    @property
+    def role(self) -> str:
+        return str(self._call("GetRoleName")[0])
+
+    @property
+    def text(self) -> str:
+        """Of a text field; of anything else its name."""
+        try:
+            return str(self._bus.call(self._application, self.path, _TEXT, "GetText", "ii", (0, -1))[0])
+        except BusError:
+            return self.name
+
+    def has_state(self, state: str) -> bool:
+        words = self._call("GetState")[0]
+        number = STATES[state]
+        return bool(words[number // 32] >> (number % 32) & 1)
+
+    def children(self) -> list["Node"]:
+        return [Node(self._bus, application, path) for application, path in self._call("GetChildren")[0]]
+
+    def below(self) -> Iterator["Node"]:
+        for child in self.children():
+            yield child
+            yield from child.below()
+
+    def _call(self, member: str) -> list:
+        return self._bus.call(self._application, self.path, _ACCESSIBLE, member)
+
+
+class AccessibleDesktop:
+    """All applications that show themselves to screen readers. Closed by close()."""
+
+    def __init__(self, desktop: Desktop) -> None:
+        address = desktop.session_bus.call("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress")[0]
+        self._bus = Bus(str(address))
+
+    def close(self) -> None:
+        self._bus.close()
+
+    def windows(self, application: str, title: str) -> list[Node]:
+        """The frames of that title."""
+        root = Node(self._bus, "org.a11y.atspi.Registry", _ROOT)
+        found = []
+        for node in root.children():
+            try:
+                if node.name == application:
+                    found += [window for window in node.children() if window.name == title]
+            except BusError:
+                pass  # it has just ended
+        return found
