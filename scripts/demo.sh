@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Shows the product at work: builds it, runs service host, agent, Firefox and Chromium, tours a few local pages in both
-# browsers and prints every report as a line of JSON. Screenshots and the agent's log go to build/demo/.
+# Shows the product at work: builds it, runs service host, agent, panel, Firefox and Chromium, opens menu and properties
+# windows, tours a few local pages in both browsers and prints every report as a line of JSON. Screenshots and the agent's
+# log go to build/demo/.
 #
 # Usage: scripts/demo.sh [--own-display] [--build FOLDER]
 #   --own-display     a virtual display even when DISPLAY names a real one

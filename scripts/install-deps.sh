@@ -10,7 +10,8 @@ declare -A packages=(
              libxcb1-dev libxcb-ewmh-dev libxcb-icccm4-dev libre2-dev"
     [test]="libgtest-dev libgmock-dev"
     [demo]="python3 dbus dbus-daemon at-spi2-core xvfb openbox xdotool x11-utils imagemagick fonts-dejavu-core
-            firefox-esr chromium"
+            xfce4-panel xfconf xdg-utils
+            fonts-noto-color-emoji firefox-esr chromium"
     [lint]="clang-format clang-tidy shellcheck python3"
     [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev"
     [fuzz]="clang libclang-rt-dev"

@@ -12,6 +12,7 @@ sys.dont_write_bytecode = True
 
 from desktop.agent import Agent, Event, ServiceHost, plain  # noqa: E402
 from desktop.browsers import Browser, Chromium, Firefox  # noqa: E402
+from desktop.interface_tour import InterfaceTour, install_url_scheme  # noqa: E402
 from desktop.pages import PageServer  # noqa: E402
 from desktop.processes import Interrupted, Processes, TimedOut, raise_on_signals  # noqa: E402
 from desktop.session import PROJECT, Desktop  # noqa: E402
@@ -117,12 +118,19 @@ def run(folder: Path, own_display: bool, results: Path) -> None:
         host = ServiceHost(desktop, folder, on_line=lambda line: print(line, flush=True))
         agent = Agent(desktop, folder, log_level="Debug")
         tour = Tour(desktop, host, pages, results)
+        interface = InterfaceTour(desktop, host, agent, results, say)
         try:
             host.start()
             say("the service host is ready")
+            install_url_scheme(desktop, agent)
+            if private_display:
+                interface.panel.start()  # a display of yours has one
             agent.start()
             agent.wait_log("Starting TessarinUserAgent")
             say("the agent is running")
+            if private_display:
+                interface.status_item()
+            interface.properties()
             browsers = [Firefox(desktop), Chromium(desktop)]
             for number, browser in enumerate(browsers):
                 tour.start(browser)

@@ -56,7 +56,9 @@ class Demo(unittest.TestCase):
         self.assertEqual(answers["Firefox"], "")
         results = PROJECT / "build/demo"
         self.assertIn("Starting TessarinUserAgent", (results / "com.tessarin.UserAgent_0.log").read_text())
-        self.assertGreater((results / "both-browsers.png").stat().st_size, 10000)
+        for shot in ("both-browsers", "menu", "menu-without-full-disk-access", "menu-again", "properties-customers",
+                     "properties-contract-sealed", "properties-shopping"):
+            self.assertGreater((results / f"{shot}.png").stat().st_size, 10000, shot)
         self.assert_nothing_is_left()
 
     def test_interrupted_at_any_moment_it_leaves_nothing_behind(self) -> None:

@@ -70,5 +70,15 @@ class Panel:
         return list(self.desktop.session_bus.get_property(_WATCHER, "/StatusNotifierWatcher", _WATCHER,
                                                           "RegisteredStatusNotifierItems"))
 
+    def click_item(self) -> None:
+        """On the first status item; a second click closes what the first opened."""
+        area = wait_for(lambda: self.desktop.xdotool("search", "--onlyvisible", "--class", "wrapper").split(), 20,
+                        "status item in the panel")[0]
+        self.desktop.xdotool("mousemove", "--window", area, "12", "15", "click", "1")
+
+    def move_pointer_away(self) -> None:
+        """So that no tool tip covers anything."""
+        self.desktop.xdotool("mousemove", "200", "600")
+
     def _owned(self, name: str) -> bool:
         return self.desktop.session_bus.owner(name) is not None

@@ -35,6 +35,7 @@ PropertiesForm::PropertiesForm(std::unique_ptr<FileFiltersViewController> contro
     setUpLabels();
     setUpTable();
     controller_->viewDidLoad(*this);
+    ui_->tableView->setFocus();  // not the path, which would show its beginning only
     connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, this, &QWidget::close);
 }
 
