@@ -16,6 +16,10 @@ target_compile_options(
               # Source paths in messages and exceptions are relative to the project.
               "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/="
               "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    # Fully optimised, a text in front of a std::string makes GCC 12 warn of copies that cannot be.
+    target_compile_options(tessarin_flags INTERFACE -Wno-restrict)
+endif()
 if(TESSARIN_SANITIZE)
     target_compile_options(tessarin_flags INTERFACE "-fsanitize=${TESSARIN_SANITIZE}" -fno-omit-frame-pointer
                                                     -fno-sanitize-recover=all)

@@ -6,7 +6,7 @@
 #   --quick          few repetitions; the agent's idle costs over 10 seconds
 #   --undisturbed    the benchmarks that need no desktop at real-time priority: on a busy machine the wait for a processor outweighs
 #                    what is measured (needs root)
-#   FILTER           only what matches, e.g. Log, Settings, Crc64, Traverse, Messages, agent, accessibility
+#   FILTER           only what matches, e.g. Log, Settings, Crc64, Traverse, Messages, Interface, agent, accessibility
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -28,12 +28,12 @@ results=build/bench/results
 rm -rf "$results"
 mkdir -p "$results"
 ran=0
-for program in build/bench/bench/{Common,Messages}/*Bench; do
+for program in build/bench/bench/{Common,Messages,Interface}/*Bench; do
     name=$(basename "$program")
     [[ -x $program && ${name,,} =~ ${filter,,} ]] || continue
     echo "== $name" >&2
     private_bus=()
-    [[ $program != */Messages/* ]] || private_bus=(dbus-run-session --)
+    [[ $program == */Common/* ]] || private_bus=(dbus-run-session --)
     "${priority[@]}" "${private_bus[@]}" "$program" --benchmark_repetitions="$repetitions" --benchmark_min_time="$min_time" \
         --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
         --benchmark_out="$results/$name.json" --benchmark_out_format=json >/dev/null

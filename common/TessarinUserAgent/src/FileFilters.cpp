@@ -90,7 +90,7 @@ std::string CostText(double dollars) {
 }
 
 std::string RiskText(double dollars) {
-    return "$" + CostText(dollars);
+    return fmt::format("${:.2f}", dollars);
 }
 
 EncryptionPrediction PredictEncryption(const FilterRecords& records, WallTime now,
