@@ -101,7 +101,7 @@ class Interface : public useragent::ApplicationInterface {
      public:
         explicit Item(Interface& owner) : owner_(owner) {}
         void setImage(useragent::StatusImage image) override { owner_.images.push_back(image); }
-        void setVisible(bool visible) override { owner_.visible = visible; }
+        void setVisible(bool shown) override { owner_.visible = shown; }
 
      private:
         Interface& owner_;

@@ -9,6 +9,7 @@ from urllib.parse import quote
 from stage import DesktopTest, main, wait_for
 
 from desktop.accessible import AccessibleDesktop, Node
+from desktop.interface_tour import install_url_scheme, open_properties
 
 TITLE = "Tessarin Properties"
 SEALED = b"TESSARIN HOST SEALED FILE 1\n"
@@ -99,6 +100,24 @@ class WhatAWindowSays(PropertiesTest):
 
 
 class WindowsComeAndGo(PropertiesTest):
+    def test_the_desktops_opener_reaches_the_agent_that_runs_and_starts_one_that_does_not(self) -> None:
+        install_url_scheme(self.desktop, self.agent)
+        path = self.write("mail 1.txt", b"jane@example.com")
+        open_properties(self.desktop, path)
+        (window,) = self.wait_windows(1)
+        self.assertIn(path, self.texts(window))
+        self.agent.end()
+        wait_for(lambda: not self.windows(), PATIENCE, "the window gone with the agent")
+        opener = self.desktop.processes.start(
+            "opener", ["xdg-open", url_for(path)], self.desktop.env)  # may stay until the agent ends
+        try:
+            (window,) = self.wait_windows(1)
+            self.assertIn(path, self.texts(window))
+        finally:
+            subprocess.run(["pkill", "-f", str(self.agent.program)], check=False)
+            self.desktop.processes.end(opener)
+        wait_for(lambda: not self.windows(), PATIENCE, "the window gone with the agent")
+
     def test_other_urls_open_nothing(self) -> None:
         self.request("tessarin-scheme://other?path=/x", "Tessarin-scheme://showProperties", "https://showProperties",
                      "tessarin-scheme://showProperties?path=%zz")

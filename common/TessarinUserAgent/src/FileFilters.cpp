@@ -35,7 +35,8 @@ void VisitEncrypting(const FilterRecord& record, WallTime now, const std::functi
                      EncryptionPrediction& prediction) {
     const double modified = SecondsOf(record, kFilterLastModifiedDateKey);
     const std::int64_t delay = record.integerValue(kFilterEncryptDelayMillisecondsKey);
-    const double due = modified + static_cast<double>(delay / kMillisecondsPerSecond);
+    const std::int64_t delaySeconds = delay / kMillisecondsPerSecond;  // without the parts of a second
+    const double due = modified + static_cast<double>(delaySeconds);
     prediction.flaggedName = record.description(kFilterNameKey);
     if (record.boolValue(kFilterIsPrimaryForEncryptionKey)) {
         prediction.overrideName = prediction.flaggedName;

@@ -14,7 +14,7 @@ struct PropertiesRequest {
 };
 
 // Longer URLs are ignored: no path is that long.
-inline constexpr std::size_t kLongestPropertiesURL = 64 * 1024;
+inline constexpr std::size_t kLongestPropertiesURL = std::size_t{64} * 1024;
 
 // Nothing unless the text is a well-formed URL with exactly the product's scheme and host, in their case. Of
 // several "path" items the first counts; "+" stands for itself.
