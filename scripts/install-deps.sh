@@ -8,10 +8,10 @@ set -euo pipefail
 declare -A packages=(
     [build]="cmake ninja-build g++ pkg-config libfmt-dev libboost1.81-dev rapidjson-dev qt6-base-dev libqt6svg6-dev
              libxcb1-dev libxcb-ewmh-dev libxcb-icccm4-dev libre2-dev"
-    [test]="libgtest-dev libgmock-dev"
-    [demo]="python3 dbus dbus-daemon at-spi2-core xvfb openbox xdotool x11-utils imagemagick fonts-dejavu-core
+    [test]="libgtest-dev libgmock-dev desktop-file-utils"
+    [demo]="python3 procps dbus dbus-daemon at-spi2-core xvfb openbox xdotool x11-utils imagemagick fonts-dejavu-core
             xfce4-panel xfconf xdg-utils
-            fonts-noto-color-emoji firefox-esr chromium"
+            fonts-noto-color-emoji trayer firefox-esr chromium"
     [lint]="clang-format clang-tidy shellcheck python3"
     [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev"
     [fuzz]="clang libclang-rt-dev"

@@ -4,6 +4,7 @@
 #include <QDBusMessage>
 #include <QDBusPendingReply>
 #include <QDBusVariant>
+#include <QMetaObject>
 #include <QString>
 #include <utility>
 
@@ -32,9 +33,18 @@ TrayHosts::TrayHosts(std::function<void(TrayRoad)> onAnswer, std::chrono::millis
     for (const char* const signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
         bus_.connect(kWatcher, kWatcherPath, kWatcher, QLatin1String(signal), this, SLOT(ask()));
     }
+    // From the bus library itself, when the bus is lost.
+    bus_.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
+                 QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
+                 SLOT(ask()));
 }
 
 void TrayHosts::ask() {
+    if (!bus_.isConnected()) {
+        QMetaObject::invokeMethod(
+            this, [this] { onAnswer_(TrayRoad::windowSystem); }, Qt::QueuedConnection);
+        return;
+    }
     QDBusMessage question = QDBusMessage::createMethodCall(
         kWatcher, kWatcherPath, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
     question.setArguments({kWatcher, QStringLiteral("IsStatusNotifierHostRegistered")});

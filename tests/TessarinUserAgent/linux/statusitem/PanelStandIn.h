@@ -65,7 +65,7 @@ class PanelStandIn : public QObject {
     void clickInGroup(const std::string& item, const QList<int>& entries);
     // Whether the item says that its menu changed.
     bool aboutToShow(const std::string& item);
-    void event(const std::string& item, int entry, const char* what);
+    void menuEvent(const std::string& item, int entry, const char* what);
     void click(const std::string& item, const std::string& label);
 
     // Names of the signals that came from that item and its menu up to now.

@@ -58,12 +58,12 @@ TEST_F(TrayMenuTest, PanelThatOnlyReadsGetsTheLastTexts) {
 
 TEST_F(TrayMenuTest, PanelThatDoesNotAskBeforeIsServedWhenItHasOpenedTheMenu) {
     onNeedsUpdate = [this] { fillMenu(false); };
-    panel.event(name, 0, "opened");
+    panel.menuEvent(name, 0, "opened");
     EXPECT_THAT(calls, ElementsAre("needsUpdate"));
     EXPECT_EQ(labels().front(), "Full disk access: Off");
-    panel.event(name, 0, "closed");
+    panel.menuEvent(name, 0, "closed");
     panel.aboutToShow(name);
-    panel.event(name, 0, "opened");
+    panel.menuEvent(name, 0, "opened");
     EXPECT_EQ(calls.size(), 2U) << "asked before, it need not be updated again";
 }
 
@@ -93,10 +93,10 @@ TEST_F(TrayMenuTest, PanelsMayAskInGroupsAndForOneProperty) {
 }
 
 TEST_F(TrayMenuTest, StrangeRequestsAreAnswered) {
-    panel.event(name, 4711, "clicked");
-    panel.event(name, -1, "clicked");
-    panel.event(name, 0, "clicked");
-    panel.event(name, 1, "unheard-of");
+    panel.menuEvent(name, 4711, "clicked");
+    panel.menuEvent(name, -1, "clicked");
+    panel.menuEvent(name, 0, "clicked");
+    panel.menuEvent(name, 1, "unheard-of");
     EXPECT_EQ(labels().size(), 6U);
     EXPECT_THAT(calls, IsEmpty());
 }

@@ -8,6 +8,7 @@
 #include <QMouseEvent>
 #include <QWidget>
 #include <cstdlib>
+#include <memory>
 
 #include "StatusItemFixture.h"
 #include "support/ChildProcess.h"
@@ -134,6 +135,37 @@ TEST_F(TrayWindowTest, BothButtonsShowTheMenuUpToDate) {
         EXPECT_THAT(calls, ElementsAre("needsUpdate"));
         menu->drawnMenu().hide();
     }
+}
+
+// Each in a process of its own: the bus that a process had at its start cannot be had again.
+using TrayWindowDeathTest = TrayWindowTest;
+
+TEST_F(TrayWindowDeathTest, ItemIsInTheTrayWithoutASessionBus) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    setenv(statusitem::kWithoutBus, "1", 1);
+    EXPECT_EXIT(
+        {
+            const Tray tray;
+            createItem();
+            std::_Exit(waitForEmbedded() != nullptr ? 42 : 1);
+        },
+        testing::ExitedWithCode(42), "");
+    unsetenv(statusitem::kWithoutBus);
+}
+
+TEST_F(TrayWindowDeathTest, ItemMovesToTheTrayWhenTheSessionBusIsLost) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        {
+            const Tray tray;
+            createItem();
+            const bool waited = waitForEmbedded() != nullptr;
+            auto panel = std::make_unique<PanelStandIn>(address());
+            const bool moved = !panel->waitForItem().empty() && waitForNotEmbedded();
+            statusitem::SessionBus().kill();
+            std::_Exit(waited && moved && waitForEmbedded() != nullptr ? 42 : 1);
+        },
+        testing::ExitedWithCode(42), "");
 }
 
 }  // namespace
