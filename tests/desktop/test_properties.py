@@ -4,13 +4,16 @@ import json
 import subprocess
 import time
 from pathlib import Path
+from typing import Optional
 from urllib.parse import quote
 
 from stage import DesktopTest, main, wait_for
 
 from desktop.accessible import AccessibleDesktop, Node
+from desktop.bus import Bus
 from desktop.interface_tour import install_url_scheme, open_properties
 
+SERVICE = "com.tessarin.FinderExtension"
 TITLE = "Tessarin Properties"
 SEALED = b"TESSARIN HOST SEALED FILE 1\n"
 PATIENCE = 30
@@ -38,6 +41,16 @@ class PropertiesTest(DesktopTest):
         out, err = done.communicate(timeout=PATIENCE)
         self.assertEqual((done.returncode, out), (0, ""), err)
 
+    def show(self, path: str, expected: str) -> Node:
+        """Asks until a window says so: an answer that took the service longer than 100 ms is not in the window."""
+        def shown() -> Optional[Node]:
+            self.close_all()
+            self.request(url_for(path))
+            (window,) = self.wait_windows(1)
+            return window if expected in self.texts(window) else None
+
+        return wait_for(shown, PATIENCE, f"'{expected}' for {path}", pause=0.5)
+
     def windows(self) -> list[Node]:
         return self.reader.windows("TessarinUserAgent", TITLE)
 
@@ -64,8 +77,7 @@ class PropertiesTest(DesktopTest):
 class WhatAWindowSays(PropertiesTest):
     def test_a_sensitive_file_with_its_classifiers_risk_and_prediction(self) -> None:
         path = self.write("customers.csv", b"jane@example.com,4111 1111 1111 1111\njoe@example.com\n")
-        self.request(url_for(path))
-        (window,) = self.wait_windows(1)
+        window = self.show(path, "Scanned: Pending server sync")
         texts = self.texts(window)
         for expected in (path, "Scanned: Pending server sync", "$151.00", "$150.00", "Status: Not Encrypted",
                          "The file should not be encrypted"):
@@ -82,9 +94,7 @@ class WhatAWindowSays(PropertiesTest):
         self.assertEqual(headers, ["Classifier", "Sensitive", "Count", "Risk (USD)"])
 
     def test_an_encrypted_file_says_so(self) -> None:
-        self.request(url_for(self.write("sealed.txt", SEALED + b"anything")))
-        (window,) = self.wait_windows(1)
-        self.assertIn("Status: Encrypted", self.texts(window))
+        self.show(self.write("sealed.txt", SEALED + b"anything"), "Status: Encrypted")
 
     def test_a_file_without_findings_and_a_request_without_a_path_are_pending(self) -> None:
         self.request(url_for(self.write("notes.txt", b"nothing here")), "tessarin-scheme://showProperties")
@@ -163,19 +173,12 @@ class WindowsComeAndGo(PropertiesTest):
 class TheService(PropertiesTest):
     def settle(self) -> None:
         """Until the agent gets answers of the service again."""
-        def answered() -> bool:
-            self.request(url_for(self.write("probe.txt", SEALED)))
-            done = any("Status: Encrypted" in self.texts(window) for window in self.windows())
-            self.close_all()
-            return done
-
-        wait_for(answered, 60, "the service found again", pause=0.5)
+        self.show(self.write("probe.txt", SEALED), "Status: Encrypted")
+        self.close_all()
 
     def test_absent_it_costs_the_findings_only_and_a_window_outlives_it(self) -> None:
         path = self.write("mail.txt", b"jane@example.com")
-        self.settle()
-        self.request(url_for(path))
-        (window,) = self.wait_windows(1)
+        window = self.show(path, "Scanned: Pending server sync")
         self.host.end()
         self.addCleanup(self.settle)
         self.addCleanup(self.need_host)
@@ -194,6 +197,39 @@ class TheService(PropertiesTest):
         self.request(url_for(self.write("mail.txt", b"jane@example.com")))
         (window,) = self.wait_windows(1)
         self.assertIn("Pending scan", self.texts(window))
+
+
+    def test_an_answer_that_is_200_ms_late_is_lost_and_the_next_window_has_those_in_time(self) -> None:
+        self.host.end()
+        self.addCleanup(self.settle)
+        self.addCleanup(self.need_host)
+        asked: list[str] = []
+        delay = [0.2]
+
+        def scan(arguments: list, _sender: str) -> tuple[str, list]:
+            asked.append(str(arguments[0]))
+            time.sleep(delay[0])
+            return "aa{ss}", [[{"Name": "Cards", "AmazonID": "a-7"}]]
+
+        with Bus(self.desktop.system_address) as service:
+            for member, answer in (("Version", ("s", ["1.0"])), ("CheckFullDiskAccess", ("b", [True])),
+                                   ("GetUIVisibilityStatuses", ("a{sb}", [{"agentIconDisable": False}]))):
+                service.serve(SERVICE, member, lambda _arguments, _sender, answer=answer: answer)
+            service.serve(SERVICE, "CheckEncryptionStatus", lambda _arguments, _sender: ("", []))
+            service.serve(SERVICE, "GetScanResult", scan)
+            service.own(SERVICE)
+
+            def reached() -> bool:
+                self.request(url_for("/late"))
+                return "/late" in asked
+
+            wait_for(reached, 60, "the agent connected again", pause=0.5)
+            for window in self.windows():
+                self.assertIn("Pending scan", self.texts(window))
+            self.close_all()
+            delay[0] = 0
+            window = self.show("/prompt", "a-7")
+            self.assertIn("Status: Not Encrypted", self.texts(window))
 
 
 class BrokenSurroundings(PropertiesTest):
