@@ -84,11 +84,12 @@ FilterRecord Record(const char* name, const char* sensitive, const char* cost, c
                                         {"AmazonID", "5f1c-22"}});
 }
 
-TEST(LooksTest, ThePropertiesWindow) {
+void ExpectWindowLike(const QPalette& palette, const char* name) {
     if (!QFontDatabase::families().contains("DejaVu Sans")) {
         FAIL() << "the font of the pictures is not installed: fonts-dejavu-core";
     }
     QApplication::setStyle(QStyleFactory::create("Fusion"));
+    QApplication::setPalette(palette);
     QFont font("DejaVu Sans");
     font.setPixelSize(12);
     QApplication::setFont(font);
@@ -101,7 +102,15 @@ TEST(LooksTest, ThePropertiesWindow) {
     useragent::PropertiesForm form(std::move(controller), [] {});
     form.show();
     QCoreApplication::processEvents();
-    ExpectLike(form.grab().toImage(), "properties", 4);
+    ExpectLike(form.grab().toImage(), name, 4);
+}
+
+TEST(LooksTest, ThePropertiesWindow) {
+    ExpectWindowLike(QPalette(QColor(239, 239, 239)), "properties");
+}
+
+TEST(LooksTest, ThePropertiesWindowInADarkTheme) {
+    ExpectWindowLike(QPalette(QColor(50, 50, 54)), "properties-dark");
 }
 
 }  // namespace
