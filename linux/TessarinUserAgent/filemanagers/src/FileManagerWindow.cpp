@@ -38,6 +38,8 @@ QString PlaceOf(FileManager manager) {
     return {};
 }
 
+constexpr int kWidth = 380;
+
 QLabel* PlainLabel(const char* name, QWidget* parent, const QString& text = {}) {
     auto* label = new QLabel(parent);
     label->setObjectName(QLatin1String(name));
@@ -114,6 +116,7 @@ FileManagerWindow::FileManagerWindow(std::shared_ptr<const FileManagerEntries> e
     connect(installButton_, &QPushButton::clicked, this, [this] { installOrRemove(); });
     connect(closeButton, &QPushButton::clicked, this, [this] { close(); });
     refresh();
+    resize(kWidth, layout()->totalHeightForWidth(kWidth));
     installButton_->setFocus();
 }
 
@@ -149,6 +152,7 @@ void FileManagerWindow::refresh() {
         statusLabel_->text() + QLatin1Char(' ') +
         (isInstalled ? QStringLiteral("Removes it from %1.") : QStringLiteral("Adds it to %1."))
             .arg(Name(manager)));
+    makeRoom();
 }
 
 void FileManagerWindow::installOrRemove() {
@@ -173,6 +177,15 @@ void FileManagerWindow::showMessage(const QString& text) {
     if (!text.isEmpty()) {
         QAccessibleEvent alert(messageLabel_, QAccessible::Alert);
         QAccessible::updateAccessibility(&alert);
+    }
+    makeRoom();
+}
+
+void FileManagerWindow::makeRoom() {
+    layout()->activate();
+    const int needed = layout()->totalHeightForWidth(width());
+    if (needed > height()) {
+        resize(width(), needed);
     }
 }
 

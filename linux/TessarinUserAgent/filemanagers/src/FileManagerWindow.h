@@ -29,6 +29,7 @@ class FileManagerWindow : public QDialog {
     void refresh();
     void installOrRemove();
     void showMessage(const QString& text);
+    void makeRoom();  // texts that became longer are not cut off
 
     const std::shared_ptr<const FileManagerEntries> entries_;
     QComboBox* fileManagerBox_ = nullptr;

@@ -76,6 +76,18 @@ TEST_F(FileManagerWindowTest, InstallsAndRemovesForTheFileManagerOfTheDesktop) {
     EXPECT_TRUE(fake::FilesBelow(home.temporary.path()).empty());
 }
 
+TEST_F(FileManagerWindowTest, GrowsWithItsTexts) {
+    home.currentDesktop = "XFCE";
+    show();
+    click("installButton");
+    QApplication::processEvents();
+    for (const QLabel* label : windows().value(0)->findChildren<QLabel*>()) {
+        if (label->isVisible() && label->wordWrap()) {
+            EXPECT_GE(label->height(), label->heightForWidth(label->width())) << label->text().toStdString();
+        }
+    }
+}
+
 TEST_F(FileManagerWindowTest, OffersTheOtherFileManagersToo) {
     home.currentDesktop = "XFCE";
     home.programs = {"dolphin"};
