@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/SystemUtils.h"
+#include "common/bundle.h"
 #include "linux_filemanagers/LinuxFileManagerExtension.h"
 #include "linux_filemanagers/LinuxSettingsPanes.h"
 #include "linux_interface/QtApplicationInterface.h"
@@ -69,7 +70,7 @@ std::function<void(std::chrono::nanoseconds)> LinuxAgentPlatform::sleeper() {
 }
 
 int LinuxAgentPlatform::runApplication() {
-    const auto resources = executablePath().parent_path().parent_path() / "Resources";
+    const auto resources = cmn::BundlePathOf(executablePath()) / "Contents/Resources";
     const auto statusMenu = std::make_shared<StatusMenu>([] { QCoreApplication::quit(); });
     const auto appMenu = std::make_shared<AppMenu>(
         statusMenu->items(),

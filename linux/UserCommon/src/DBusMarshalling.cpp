@@ -1,7 +1,6 @@
 #include "DBusMarshalling.h"
 
 #include <QDBusArgument>
-#include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QList>
 #include <QMap>
@@ -11,6 +10,7 @@
 #include <utility>
 
 #include "common/utf8.h"
+#include "linux_usercommon/RegisterDBusType.h"
 
 namespace cmn {
 
@@ -73,18 +73,10 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, RecordsArgument& 
     return argument;
 }
 
-template <typename Type>
-void RegisterType() {
-    qDBusRegisterMetaType<Type>();
-    // Otherwise worked out at the first use, by every thread that comes at that moment: one may then free
-    // what another has just been given, and the bus library ends the process for the broken signature.
-    QDBusMetaType::typeToSignature(QMetaType::fromType<Type>());
-}
-
 bool RegisterTypes() {
-    RegisterType<QStringMap>();
-    RegisterType<RecordsArgument>();
-    RegisterType<QBoolMap>();
+    RegisterDBusType<QStringMap>();
+    RegisterDBusType<RecordsArgument>();
+    RegisterDBusType<QBoolMap>();
     return true;
 }
 

@@ -1,8 +1,9 @@
 #include "BusTypes.h"
 
-#include <QDBusMetaType>
 #include <QImage>
 #include <QtEndian>
+
+#include "linux_usercommon/RegisterDBusType.h"
 
 namespace useragent {
 namespace {
@@ -104,16 +105,16 @@ const QDBusArgument& operator>>(const QDBusArgument& in, BusMenuEvent& event) {
 }
 
 void RegisterBusTypes() {
-    qDBusRegisterMetaType<BusPixmap>();
-    qDBusRegisterMetaType<BusPixmaps>();
-    qDBusRegisterMetaType<BusToolTip>();
-    qDBusRegisterMetaType<BusMenuItem>();
-    qDBusRegisterMetaType<BusMenuItems>();
-    qDBusRegisterMetaType<BusMenuRemoved>();
-    qDBusRegisterMetaType<BusMenuRemovedList>();
-    qDBusRegisterMetaType<BusMenuLayout>();
-    qDBusRegisterMetaType<BusMenuEvent>();
-    qDBusRegisterMetaType<BusMenuEvents>();
+    cmn::RegisterDBusType<BusPixmap>();
+    cmn::RegisterDBusType<BusPixmaps>();
+    cmn::RegisterDBusType<BusToolTip>();
+    cmn::RegisterDBusType<BusMenuItem>();
+    cmn::RegisterDBusType<BusMenuItems>();
+    cmn::RegisterDBusType<BusMenuRemoved>();
+    cmn::RegisterDBusType<BusMenuRemovedList>();
+    cmn::RegisterDBusType<BusMenuLayout>();
+    cmn::RegisterDBusType<BusMenuEvent>();
+    cmn::RegisterDBusType<BusMenuEvents>();
     // The bus library looks the parameters of signals and methods up by the names that stand there.
     qRegisterMetaType<BusPixmaps>("useragent::BusPixmaps");
     qRegisterMetaType<BusMenuItems>("useragent::BusMenuItems");
