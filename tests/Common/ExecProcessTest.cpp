@@ -31,7 +31,7 @@ class ExecProcessTest : public testing::Test {
 };
 
 testing::Matcher<std::string> Line(const std::string& tag, const std::string& body) {
-    return AllOf(StartsWith(tag + " ["), HasSubstr(" ExecProcess.cpp:"), EndsWith(" ExecProcess -- " + body));
+    return AllOf(StartsWith(tag + " ["), HasSubstr(" exec_report.cpp:"), EndsWith(" ExecProcess -- " + body));
 }
 
 TEST_F(ExecProcessTest, ReturnsBothOutputsInTheOrderTheyWereWritten) {

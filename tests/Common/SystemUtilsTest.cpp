@@ -14,7 +14,8 @@
 #include "common/fs.h"
 #include "common/log.h"
 #include "impl_linux/SystemProbe.h"
-#include "impl_linux/UserDatabase.h"
+#include "impl_posix/UserDatabase.h"
+#include "installed_user.h"
 #include "support/LogCapture.h"
 #include "support/SystemLogCapture.h"
 
@@ -212,23 +213,27 @@ class InstalledUserTest : public FakeSystem {
 
 constexpr auto kStartFile = "/.config/autostart/com.tessarin.UserAgent.desktop";
 
+std::string InstalledUserBelow(const std::string& usersRoot) {
+    return cmn::InstalledUserBelow(usersRoot, kStartFile + 1);
+}
+
 TEST_F(InstalledUserTest, IsTheFirstOfTwoInTheOrderOfTheListing) {
     fs::create_directories(folder_ / "adam");
     write(std::string("zoe") + kStartFile, "");
     write(std::string("berta") + kStartFile, "");
-    EXPECT_EQ(cmn::InstalledUserBelow(root()), "berta");
+    EXPECT_EQ(InstalledUserBelow(root()), "berta");
 }
 
 TEST_F(InstalledUserTest, TakesAStartFileOfAnyType) {
     fs::create_directories(folder_ / ("carl" + std::string(kStartFile)));
-    EXPECT_EQ(cmn::InstalledUserBelow(root()), "carl");
+    EXPECT_EQ(InstalledUserBelow(root()), "carl");
 }
 
 TEST_F(InstalledUserTest, IsEmptyWhenNobodyHasTheStartFile) {
-    EXPECT_EQ(cmn::InstalledUserBelow(root()), "");
+    EXPECT_EQ(InstalledUserBelow(root()), "");
     fs::create_directories(folder_ / "adam");
-    EXPECT_EQ(cmn::InstalledUserBelow(root()), "");
-    EXPECT_EQ(cmn::InstalledUserBelow(root() + "/missing"), "");
+    EXPECT_EQ(InstalledUserBelow(root()), "");
+    EXPECT_EQ(InstalledUserBelow(root() + "/missing"), "");
 }
 
 TEST_F(FakeSystem, FolderThatCannotBeListedForAnyReasonIsNoAccess) {

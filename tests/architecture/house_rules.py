@@ -32,7 +32,7 @@ _COMMENT_OR_TEXT = re.compile(r'//[^\n]*|/\*.*?\*/|R"(\w*)\(.*?\)\1"|"(?:\\.|[^"
 def portable_files() -> list[Path]:
     """Every source that must not know a platform."""
     return sorted(path for path in (PROJECT / "common").rglob("*") if path.suffix in (".h", ".cpp")
-                  and not {"impl_linux", "impl_mac"} & set(path.relative_to(PROJECT).parts))
+                  and not {"impl_linux", "impl_mac", "impl_posix"} & set(path.relative_to(PROJECT).parts))
 
 
 def without_comments(text: str, *, keep_texts: bool) -> str:

@@ -1,6 +1,4 @@
 #include <fcntl.h>
-#include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,9 +11,9 @@
 #include "common/ScopedAction.h"
 #include "common/SystemUtils.h"
 #include "common/exceptions.h"
-#include "common/log.h"
 #include "common/make_error.h"
 #include "common/utf8.h"
+#include "exec_report.h"
 
 namespace cmn {
 
@@ -107,10 +105,7 @@ std::string ExecProcess(const std::string& path, const std::vector<std::string>&
     const int status = WaitForEnd(pid);
     if (!IsValidUtf8(output))
         output.clear();
-    const auto joined = fmt::format("{}", fmt::join(arguments, " "));
-    if (status != 0 && logFailures)
-        TLOG_ERROR("{} {} -- ({}) -- {}", path, joined, status, output);
-    TLOG_INFO("{} {} -- ({}) -- {}", path, joined, status, output);
+    ReportExecProcess(path, arguments, status, output, logFailures);
     return output;
 }
 

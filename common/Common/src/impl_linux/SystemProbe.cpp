@@ -1,23 +1,17 @@
 #include "impl_linux/SystemProbe.h"
 
 #include <dirent.h>
-#include <sys/stat.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
-#include <vector>
 
-#include "common/SystemUtils.h"
 #include "impl_linux/SystemFacts.h"
-#include "impl_linux/UserDatabase.h"
+#include "impl_posix/UserDatabase.h"
 
 namespace cmn {
 
 namespace {
 
-constexpr auto kAgentStartFile = ".config/autostart/com.tessarin.UserAgent.desktop";
 constexpr std::size_t kMaxTextFile = 1 << 20;
 
 }  // namespace
@@ -32,17 +26,6 @@ std::optional<std::string> ReadText(const std::string& path) {
         return std::nullopt;
     text.resize(static_cast<std::size_t>(in.gcount()));
     return text;
-}
-
-std::string InstalledUserBelow(const std::string& usersRoot) {
-    std::istringstream users(ExecProcess("/bin/bash", {"-c", "ls " + usersRoot}, true));
-    for (std::string name; std::getline(users, name);) {
-        struct stat status {};
-        const auto startFile = std::filesystem::path(usersRoot) / name / kAgentStartFile;
-        if (!name.empty() && stat(startFile.c_str(), &status) == 0)
-            return name;
-    }
-    return {};
 }
 
 std::string ConsoleUserOf(const std::string& runFolder) {

@@ -9,9 +9,6 @@ namespace cmn {
 // The first mebibyte of a file, empty when it cannot be read.
 std::optional<std::string> ReadText(const std::string& path);
 
-// The first user, in the order of "ls", whose home below `usersRoot` holds the agent's start file.
-std::string InstalledUserBelow(const std::string& usersRoot);
-
 // The active user of the first seat, as logind's folder `runFolder` records it ("" when nobody is logged in
 // there). Asking logind itself could wait for it.
 std::string ConsoleUserOf(const std::string& runFolder);

@@ -11,7 +11,7 @@
 #include "common/bundle.h"
 #include "impl_linux/SystemFacts.h"
 #include "impl_linux/SystemProbe.h"
-#include "impl_linux/UserDatabase.h"
+#include "installed_user.h"
 
 namespace cmn {
 
@@ -19,22 +19,11 @@ namespace {
 
 constexpr auto kPersistPath = "/var/opt/tessarin";
 constexpr auto kUsersRoot = "/home";
+constexpr auto kAgentStartFile = ".config/autostart/com.tessarin.UserAgent.desktop";
 constexpr auto kRunFolder = "/run/systemd";
 constexpr auto kFullDiskAccessProbe = "/root";
 
-// Recorded while the program is loaded, that is, on its main thread.
-const std::thread::id g_mainThreadId = std::this_thread::get_id();
-
 }  // namespace
-
-int GetPID() {
-    return getpid();
-}
-
-std::optional<UserId> GetUIDByName(const std::string& name) {
-    const auto user = FindUser(name);
-    return user ? std::optional(user->id) : std::nullopt;
-}
 
 std::string GetHostName() {
     std::array<char, 256> name{};
@@ -46,7 +35,7 @@ std::string GetMACAddress() {
 }
 
 std::string GetInstalledUserName() {
-    return InstalledUserBelow(kUsersRoot);
+    return InstalledUserBelow(kUsersRoot, kAgentStartFile);
 }
 
 std::string GetCurrentUserName() {
@@ -106,29 +95,6 @@ std::string GetUsersRoot() {
 
 bool IsFullDiskAccessGranted() {
     return CanListFolder(kFullDiskAccessProbe);
-}
-
-int FileTruncate(int fd, unsigned long long length) {
-    return ftruncate(fd, static_cast<off_t>(length));
-}
-
-int FileTruncate(std::FILE* file, unsigned long long length) {
-    return FileTruncate(fileno(file), length);
-}
-
-std::thread::id GetMainThreadID() {
-    return g_mainThreadId;
-}
-
-bool IsOnMainThread() {
-    return std::this_thread::get_id() == g_mainThreadId;
-}
-
-std::optional<std::tm> GetLocalTime(std::time_t time) {
-    std::tm local{};
-    if (localtime_r(&time, &local) == nullptr)
-        return std::nullopt;
-    return local;
 }
 
 void SystemLog(std::string_view message) {

@@ -1,4 +1,4 @@
-#include "impl_linux/UserDatabase.h"
+#include "impl_posix/UserDatabase.h"
 
 #include <pwd.h>
 

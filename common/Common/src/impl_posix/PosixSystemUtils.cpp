@@ -1,0 +1,48 @@
+#include <unistd.h>
+
+#include "common/SystemUtils.h"
+#include "impl_posix/UserDatabase.h"
+
+// The answers that are the same on every POSIX system.
+namespace cmn {
+
+namespace {
+
+// Recorded while the program is loaded, that is, on its main thread.
+const std::thread::id g_mainThreadId = std::this_thread::get_id();
+
+}  // namespace
+
+int GetPID() {
+    return getpid();
+}
+
+std::optional<UserId> GetUIDByName(const std::string& name) {
+    const auto user = FindUser(name);
+    return user ? std::optional(user->id) : std::nullopt;
+}
+
+int FileTruncate(int fd, unsigned long long length) {
+    return ftruncate(fd, static_cast<off_t>(length));
+}
+
+int FileTruncate(std::FILE* file, unsigned long long length) {
+    return FileTruncate(fileno(file), length);
+}
+
+std::thread::id GetMainThreadID() {
+    return g_mainThreadId;
+}
+
+bool IsOnMainThread() {
+    return std::this_thread::get_id() == g_mainThreadId;
+}
+
+std::optional<std::tm> GetLocalTime(std::time_t time) {
+    std::tm local{};
+    if (localtime_r(&time, &local) == nullptr)
+        return std::nullopt;
+    return local;
+}
+
+}  // namespace cmn
