@@ -78,6 +78,25 @@ TEST_F(AppDelegateTest, LaunchingShowsTheItemAndRefreshesItOnceTheLaunchHasRetur
     EXPECT_EQ(menu.fulldisk->contents.size(), 1U);
 }
 
+TEST_F(AppDelegateTest, URLsFromBeforeTheLaunchAreOpenedInTheirOrderAfterTheFirstRefresh) {
+    delegate->openURLs({"tessarin-scheme://showProperties?path=/first"});
+    delegate->openURLs({"tessarin-scheme://showProperties?path=/second", "tessarin-scheme://other?path=/x"});
+    EXPECT_THAT(interface->windows, IsEmpty());
+    delegate->applicationDidFinishLaunching();
+    EXPECT_THAT(interface->windows, IsEmpty());
+    dispatch->runUntilIdle();
+    ASSERT_EQ(interface->windows.size(), 2U);
+    EXPECT_EQ(texts(0)["fileName"], "/first");
+    EXPECT_EQ(texts(1)["fileName"], "/second");
+    dispatch->runUntilIdle();
+    EXPECT_EQ(interface->windows.size(), 2U);
+}
+
+TEST_F(AppDelegateTest, BothImagesAreDescribedInDifferentWords) {
+    EXPECT_STRNE(useragent::DescribeImage(StatusImage::menuIcon),
+                 useragent::DescribeImage(StatusImage::menuIconRed));
+}
+
 TEST_F(AppDelegateTest, RefreshesEveryThreeHundredSecondsAndWhenTheMenuOpens) {
     launch();
     EXPECT_EQ(interface->timerInterval, 300s);

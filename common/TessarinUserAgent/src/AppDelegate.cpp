@@ -41,6 +41,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     statusItem_ = environment_.interface->createStatusItem(whileAlive(&AppDelegate::menuNeedsUpdate));
     statusItem_->setImage(StatusImage::menuIcon);
     environment_.dispatch->asyncMain(whileAlive(&AppDelegate::updateMenu));
+    environment_.dispatch->asyncMain(whileAlive(&AppDelegate::openWaitingURLs));
     environment_.interface->scheduleRepeatingTimer(kMenuUpdateInterval, whileAlive(&AppDelegate::updateMenu));
 }
 
@@ -70,7 +71,15 @@ void AppDelegate::checkAgentIconPermission() {
     statusItem_->setVisible(disabled == statuses.end() || !disabled->second);
 }
 
+void AppDelegate::openWaitingURLs() {
+    openURLs(std::exchange(waitingURLs_, {}));
+}
+
 void AppDelegate::openURLs(const std::vector<std::string>& urls) {
+    if (!xpcClient_) {
+        waitingURLs_.insert(waitingURLs_.end(), urls.begin(), urls.end());
+        return;
+    }
     for (const std::string& url : urls) {
         if (const auto request = ParsePropertiesURL(url)) {
             showFileFilters(request->path);

@@ -10,12 +10,11 @@
 
 #include "useragent/AppMenu.h"
 #include "useragent/FileFiltersViewController.h"
+#include "useragent/StatusImage.h"
 #include "usercommon/Dispatch.h"
 #include "xpccommon/FinderExtensionXPCClient.h"
 
 namespace useragent {
-
-enum class StatusImage { menuIcon, menuIconRed };
 
 // The agent's item in the status area. Main thread.
 class StatusItem {
@@ -71,7 +70,8 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 
     static bool applicationSupportsSecureRestorableState() { return true; }
 
-    // Opens one window for each of the product's URLs and ignores the others.
+    // Opens one window for each of the product's URLs and ignores the others. URLs that come before the
+    // launch wait for the first refresh after it: by then the service has usually been reached.
     void openURLs(const std::vector<std::string>& urls);
 
     // Waits for the service, at most 100 ms for each of its two questions.
@@ -80,15 +80,20 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 
     std::size_t openWindows() const;
 
+    // The one connection to the Finder extension service; null before the launch.
+    const std::shared_ptr<cmn::FinderExtensionXPCClient>& xpcClient() const { return xpcClient_; }
+
  private:
     struct Entry;
 
     std::function<void()> whileAlive(void (AppDelegate::*action)());
     void windowWillClose(const Entry* entry);
+    void openWaitingURLs();
 
     const Environment environment_;
     std::shared_ptr<cmn::FinderExtensionXPCClient> xpcClient_;
     std::shared_ptr<StatusItem> statusItem_;
+    std::vector<std::string> waitingURLs_;
     mutable std::mutex windowsMutex_;
     std::vector<std::shared_ptr<Entry>> fileFiltersWindows_;
 };

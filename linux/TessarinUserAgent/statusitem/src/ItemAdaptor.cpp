@@ -10,11 +10,11 @@ namespace useragent {
 ItemAdaptor::ItemAdaptor(QObject* parent, StatusImage image, std::function<void(int x, int y)> showMenu)
     : QDBusAbstractAdaptor(parent),
       showMenu_(std::move(showMenu)),
-      title_(DescribeImage(image)),
+      title_(QString::fromUtf8(DescribeImage(image))),
       pixmaps_(ToBusPixmaps(StatusIcon(image))) {}
 
 void ItemAdaptor::setImage(StatusImage image) {
-    title_ = DescribeImage(image);
+    title_ = QString::fromUtf8(DescribeImage(image));
     pixmaps_ = ToBusPixmaps(StatusIcon(image));
     emit NewTitle();
     emit NewIcon();

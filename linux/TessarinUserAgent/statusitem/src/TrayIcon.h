@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QString>
-
 #include "useragent/AppDelegate.h"
 
 namespace useragent {
@@ -14,11 +12,5 @@ class TrayIcon {
     // The status area answered anew: it may be another one.
     virtual void hostAnswered() = 0;
 };
-
-// The state in words: read aloud, and readable for those who cannot tell the colours.
-inline QString DescribeImage(StatusImage image) {
-    return image == StatusImage::menuIconRed ? QStringLiteral("Tessarin: full disk access is missing")
-                                             : QStringLiteral("Tessarin User Agent");
-}
 
 }  // namespace useragent

@@ -40,7 +40,7 @@ WindowTrayIcon::WindowTrayIcon(StatusMenu& menu, StatusImage image) {
 
 void WindowTrayIcon::setImage(StatusImage image) {
     icon_.setIcon(StatusIcon(image));
-    icon_.setToolTip(DescribeImage(image));
+    icon_.setToolTip(QString::fromUtf8(DescribeImage(image)));
     for (QWidget* const window : QApplication::topLevelWidgets()) {
         NameWindow(window, icon_.toolTip());
     }
