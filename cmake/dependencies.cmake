@@ -1,14 +1,26 @@
+if(TESSARIN_PLATFORM STREQUAL "macos" AND NOT CMAKE_HOST_APPLE)
+    include(${CMAKE_CURRENT_LIST_DIR}/macos-dependencies.cmake)
+    return()
+endif()
+
 find_package(Threads REQUIRED)
 find_package(fmt 9 REQUIRED)
 find_package(Boost 1.81 REQUIRED)
 find_path(RAPIDJSON_INCLUDE_DIR rapidjson/document.h REQUIRED)
+# Stack traces print symbol names through the dynamic symbol table; no external program is started.
+add_library(tessarin_boost INTERFACE)
+target_link_libraries(tessarin_boost INTERFACE Boost::headers Threads::Threads ${CMAKE_DL_LIBS})
+if(TESSARIN_PLATFORM STREQUAL "macos")
+    target_compile_definitions(tessarin_boost INTERFACE BOOST_STACKTRACE_GNU_SOURCE_NOT_REQUIRED)
+    include(${CMAKE_CURRENT_LIST_DIR}/rapidjson.cmake)
+    tessarin_mended_rapidjson(RAPIDJSON_INCLUDE_DIR ${RAPIDJSON_INCLUDE_DIR})
+    return()
+endif()
+target_link_options(tessarin_boost INTERFACE -rdynamic)
+
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Widgets Svg)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-ewmh xcb-icccm)
 
-# Stack traces print symbol names through the dynamic symbol table; no external program is started.
-add_library(tessarin_boost INTERFACE)
-target_link_libraries(tessarin_boost INTERFACE Boost::headers Threads::Threads ${CMAKE_DL_LIBS})
-target_link_options(tessarin_boost INTERFACE -rdynamic)
 # The service host's scanner matches with it.
 pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)

@@ -16,6 +16,10 @@ target_compile_options(
               # Source paths in messages and exceptions are relative to the project.
               "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/="
               "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+if(TESSARIN_PLATFORM STREQUAL "macos")
+    # Reference counting belongs to the sources: what they say depends on it.
+    target_compile_options(tessarin_flags INTERFACE $<$<COMPILE_LANGUAGE:OBJCXX>:-fobjc-arc>)
+endif()
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # Fully optimised, a text in front of a std::string makes GCC 12 warn of copies that cannot be.
     target_compile_options(tessarin_flags INTERFACE -Wno-restrict)

@@ -1,0 +1,17 @@
+# Compiles the portable rooms' public headers as plain C++, in which nothing of a platform's language is understood.
+set(sources)
+foreach(room Common UserCommon XPCCommon TessarinUserAgent)
+    file(GLOB headers RELATIVE ${CMAKE_SOURCE_DIR}/common/${room}/include CONFIGURE_DEPENDS
+         ${CMAKE_SOURCE_DIR}/common/${room}/include/*/*.h)
+    if(NOT headers)
+        message(FATAL_ERROR "common/${room} has no headers to check")
+    endif()
+    list(TRANSFORM headers PREPEND "#include \"")
+    list(TRANSFORM headers APPEND "\"\n")
+    list(JOIN headers "" includes)
+    set(source ${CMAKE_BINARY_DIR}/portable-headers/${room}.cpp)
+    file(CONFIGURE OUTPUT ${source} CONTENT "#ifdef __OBJC__\n#error this is to be plain C++\n#endif\n${includes}" @ONLY)
+    list(APPEND sources ${source})
+endforeach()
+add_library(PortableHeaders OBJECT ${sources})
+target_link_libraries(PortableHeaders PRIVATE TessarinUserAgentCore tessarin_flags)

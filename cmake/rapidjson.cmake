@@ -1,0 +1,16 @@
+# tessarin_mended_rapidjson(RESULT INCLUDE_DIR): sets RESULT to a folder with RapidJSON's headers. In its release 1.1 a template
+# that nobody uses assigns to a constant; newer compilers refuse to read that. Such headers are copied and mended.
+function(tessarin_mended_rapidjson result include_dir)
+    set(faulty "{ s = rhs.s; length = rhs.length; }")
+    file(READ ${include_dir}/rapidjson/document.h text)
+    string(FIND "${text}" "${faulty}" position)
+    if(position EQUAL -1)
+        set(${result} ${include_dir} PARENT_SCOPE)
+        return()
+    endif()
+    set(mended ${CMAKE_BINARY_DIR}/third-party/rapidjson-mended)
+    file(COPY ${include_dir}/rapidjson DESTINATION ${mended})
+    string(REPLACE "${faulty}" "= delete;" text "${text}")
+    file(CONFIGURE OUTPUT ${mended}/rapidjson/document.h CONTENT "${text}" @ONLY)
+    set(${result} ${mended} PARENT_SCOPE)
+endfunction()

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "useragent/Agent.h"
+
+namespace useragent {
+
+// The one place that makes the agent's real objects on macOS. Main thread.
+class MacAgentPlatform final : public AgentPlatform {
+ public:
+    // The arguments of `main`, which outlive this object.
+    MacAgentPlatform(int argc, const char** argv) : argc_(argc), argv_(argv) {}
+
+    cmn::proto::TSettings settings() override;
+    std::filesystem::path executablePath() override;
+    std::optional<std::string> bundleShortVersion() override;
+    std::shared_ptr<Accessibility> accessibility() override;
+    std::shared_ptr<WindowList> windowList() override;
+    std::shared_ptr<cmn::Dispatch> dispatch() override;
+    std::shared_ptr<cmn::XPCTransport> transport() override;
+    std::function<void(std::chrono::nanoseconds)> sleeper() override;
+    int runApplication() override;
+
+ private:
+    const int argc_;
+    const char** const argv_;
+    std::shared_ptr<Accessibility> accessibility_;
+    std::shared_ptr<cmn::Dispatch> dispatch_;
+};
+
+}  // namespace useragent

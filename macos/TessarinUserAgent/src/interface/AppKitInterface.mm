@@ -1,0 +1,129 @@
+#import "interface/AppKitInterface.h"
+
+#include <utility>
+
+#import "interface/FileFiltersViewController.h"
+#import "interface/PropertiesWindowController.h"
+
+namespace useragent {
+
+namespace {
+
+NSString* NameOf(StatusImage image) {
+    return image == StatusImage::menuIconRed ? @"MenuIconRed" : @"MenuIcon";
+}
+
+class AppKitStatusItem final : public StatusItem {
+ public:
+    explicit AppKitStatusItem(NSStatusItem* item) : item_(item) {}
+
+    void setImage(StatusImage image) override {
+        NSStatusBarButton* const button = item_.button;
+        button.image = [NSImage imageNamed:NameOf(image)];
+        button.toolTip = [NSString stringWithUTF8String:DescribeImage(image)];
+    }
+    void setVisible(bool visible) override { item_.visible = visible ? YES : NO; }
+
+ private:
+    NSStatusItem* const item_;
+};
+
+// Nil when the storyboard does not hold what is expected.
+::FileFiltersViewController* LoadFileFiltersViewController() {
+    NSStoryboard* const storyboard = [NSStoryboard storyboardWithName:@"Main" bundle:[NSBundle mainBundle]];
+    id const controller = [storyboard instantiateControllerWithIdentifier:@"FileFiltersViewController"];
+    return [controller isKindOfClass:[::FileFiltersViewController class]]
+               ? static_cast<::FileFiltersViewController*>(controller)
+               : nil;
+}
+
+NSWindow* CreateWindow(NSViewController* content) {
+    NSWindow* const window = [[NSWindow alloc]
+        initWithContentRect:NSMakeRect(0, 0, 400, 300)
+                  styleMask:NSWindowStyleMaskTitled | NSWindowStyleMaskClosable | NSWindowStyleMaskResizable
+                    backing:NSBackingStoreBuffered
+                      defer:NO];
+    window.releasedWhenClosed = NO;
+    window.contentViewController = content;  // loads the view
+    window.title = @"Tessarin Properties";
+    window.level = NSFloatingWindowLevel;
+    [window center];
+    return window;
+}
+
+class AppKitPropertiesWindow final : public PropertiesWindow {
+ public:
+    AppKitPropertiesWindow(PropertiesWindowController* controller, ::AppDelegate* delegate)
+        : controller_(controller), delegate_(delegate) {}
+    ~AppKitPropertiesWindow() override {
+        if (controller_.willClose == nil) {
+            return;  // the user is closing it
+        }
+        controller_.willClose = nil;
+        controller_.window.delegate = nil;
+        NSMutableArray<NSWindowController*>* const windows = delegate_.fileFiltersWindows;
+        @synchronized(windows) {
+            [windows removeObjectIdenticalTo:controller_];
+        }
+        [controller_ close];
+    }
+    AppKitPropertiesWindow(const AppKitPropertiesWindow&) = delete;
+    AppKitPropertiesWindow& operator=(const AppKitPropertiesWindow&) = delete;
+
+    void show() override {
+        [controller_ showWindow:nil];
+        ::AppDelegate* const delegate = delegate_;
+        controller_.window.delegate = delegate;
+        NSMutableArray<NSWindowController*>* const windows = delegate.fileFiltersWindows;
+        @synchronized(windows) {
+            [windows addObject:controller_];
+        }
+    }
+
+ private:
+    PropertiesWindowController* const controller_;
+    __weak ::AppDelegate* const delegate_;
+};
+
+}  // namespace
+
+std::shared_ptr<StatusItem> AppKitInterface::createStatusItem(std::function<void()> menuNeedsUpdate) {
+    ::AppDelegate* const delegate = delegate_;
+    NSStatusItem* const item =
+        [[NSStatusBar systemStatusBar] statusItemWithLength:NSVariableStatusItemLength];
+    delegate.statusItem = item;
+    // No action: a click opens the menu.
+    item.button.target = delegate;
+    [delegate setMenuNeedsUpdateHandler:std::move(menuNeedsUpdate)];
+    delegate.appMenu.delegate = delegate;
+    item.menu = delegate.appMenu;
+    return std::make_shared<AppKitStatusItem>(item);
+}
+
+std::unique_ptr<PropertiesWindow> AppKitInterface::createPropertiesWindow(
+    std::unique_ptr<FileFiltersViewController> controller, std::function<void()> willClose) {
+    ::FileFiltersViewController* const content = LoadFileFiltersViewController();
+    if (content == nil) {
+        return nullptr;
+    }
+    [content setContent:std::move(controller)];
+    PropertiesWindowController* const windowController =
+        [[PropertiesWindowController alloc] initWithWindow:CreateWindow(content)];
+    windowController.willClose = ^{
+      willClose();
+    };
+    return std::make_unique<AppKitPropertiesWindow>(windowController, delegate_);
+}
+
+void AppKitInterface::scheduleRepeatingTimer(std::chrono::seconds interval, std::function<void()> /*tick*/) {
+    // The delegate's own `updateMenu` is what ticks.
+    ::AppDelegate* const delegate = delegate_;
+    delegate.menuUpdateTimer =
+        [NSTimer scheduledTimerWithTimeInterval:static_cast<NSTimeInterval>(interval.count())
+                                         target:delegate
+                                       selector:@selector(updateMenu)
+                                       userInfo:nil
+                                        repeats:YES];
+}
+
+}  // namespace useragent

@@ -1,0 +1,31 @@
+#pragma once
+
+#import <AppKit/AppKit.h>
+
+#include <memory>
+
+#include "useragent/AppMenu.h"
+
+NS_ASSUME_NONNULL_BEGIN
+
+// The menu behind the status item, as the storyboard makes it. The portable menu decides what it shows.
+// Main thread.
+@interface AppMenu : NSMenu
+
+@property(nonatomic, weak, nullable) IBOutlet NSMenuItem* fulldiskItem;
+@property(nonatomic, weak, nullable) IBOutlet NSMenuItem* accessibilityItem;
+@property(nonatomic, weak, nullable) IBOutlet NSMenuItem* finderItem;
+@property(nonatomic, weak, nullable) IBOutlet NSMenuItem* versionItem;
+
+// Makes the portable menu over the items; once, after the outlets are set.
+- (std::shared_ptr<useragent::AppMenu>)menuWithEnvironment:(useragent::AppMenu::Environment)environment;
+
+- (void)updateMenuWithFulldiskAccess:(BOOL)granted;
+
+- (IBAction)option1Selected:(nullable id)sender;
+- (IBAction)option2Selected:(nullable id)sender;
+- (IBAction)option3Selected:(nullable id)sender;
+
+@end
+
+NS_ASSUME_NONNULL_END

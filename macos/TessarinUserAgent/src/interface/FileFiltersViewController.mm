@@ -1,0 +1,141 @@
+#import "interface/FileFiltersViewController.h"
+
+#include <exception>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+
+#include "common/log.h"
+#import "common_mac/FoundationBridges.h"
+#import "interface/FilterRecords.h"
+#import "interface/PropertiesLabels.h"
+
+namespace {
+
+constexpr CGFloat kCheckBoxHeight = 20;
+constexpr CGFloat kTextInset = 2;
+
+// The button as a cell's only content.
+NSTableCellView* CellWithButton(NSButton* button) {
+    NSTableCellView* const cell = [[NSTableCellView alloc] initWithFrame:button.frame];
+    [cell addSubview:button];
+    return cell;
+}
+
+NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id owner) {
+    id const reused = [tableView makeViewWithIdentifier:column.identifier owner:owner];
+    if ([reused isKindOfClass:[NSTableCellView class]]) {
+        return reused;
+    }
+    const NSRect frame = NSMakeRect(0, 0, column.width, kCheckBoxHeight);
+    NSTableCellView* const cell = [[NSTableCellView alloc] initWithFrame:frame];
+    NSTextField* const field = [NSTextField labelWithString:@""];
+    field.frame = NSInsetRect(frame, kTextInset, 0);
+    field.autoresizingMask = NSViewWidthSizable;
+    [cell addSubview:field];
+    cell.textField = field;
+    cell.identifier = column.identifier;
+    return cell;
+}
+
+}  // namespace
+
+@implementation FileFiltersViewController {
+    std::unique_ptr<useragent::FileFiltersViewController> _content;
+}
+
+- (void)setContent:(std::unique_ptr<useragent::FileFiltersViewController>)content {
+    _content = std::move(content);
+}
+
+- (void)setFiltersArray:(nullable NSArray<NSDictionary*>*)filtersArray {
+    _filtersArray = filtersArray;
+    if (_content) {
+        _content->setFiltersArray(useragent::ToFilterRecords(filtersArray));
+    }
+}
+
+- (void)setFileName:(nullable NSString*)fileName {
+    _fileName = fileName;
+    if (_content) {
+        _content->setFileName(fileName != nil ? std::optional(cmn::ToStdString(fileName)) : std::nullopt);
+    }
+}
+
+- (void)setIsEncrypted:(BOOL)isEncrypted {
+    _isEncrypted = isEncrypted;
+    if (_content) {
+        _content->setIsEncrypted(isEncrypted != NO);
+    }
+}
+
+- (void)viewDidLoad {
+    [super viewDidLoad];
+    if (_content) {
+        useragent::PropertiesLabels labels(self);
+        _content->viewDidLoad(labels);
+    }
+    [self.tableView reloadData];
+}
+
+- (NSInteger)numberOfRowsInTableView:(NSTableView*)__unused tableView {
+    return _content ? static_cast<NSInteger>(_content->numberOfRows()) : 0;
+}
+
+- (nullable id)tableView:(NSTableView*)tableView
+    objectValueForTableColumn:(nullable NSTableColumn*)column
+                          row:(NSInteger)row {
+    if (!_content || column == nil || row < 0) {
+        return nil;
+    }
+    try {
+        const auto value =
+            _content->objectValue(cmn::ToStdString(column.identifier), static_cast<std::size_t>(row));
+        if (const auto* box = std::get_if<useragent::DisabledCheckBox>(&value)) {
+            return [self checkBoxFor:*box ofTableView:tableView column:column];
+        }
+        NSString* const text = [NSString stringWithStdString:std::get<std::string>(value)];
+        return text != nil ? text : @"";
+    } catch (const std::exception& error) {
+        TLOG_ERROR("A cell of the properties window has no value: {}", error.what());
+        return nil;
+    }
+}
+
+- (NSButton*)checkBoxFor:(const useragent::DisabledCheckBox&)box
+             ofTableView:(NSTableView*)tableView
+                  column:(NSTableColumn*)column {
+    id const reused = [tableView makeViewWithIdentifier:column.identifier owner:self];
+    NSButton* button = [reused isKindOfClass:[NSButton class]] ? reused : nil;
+    if (button == nil) {
+        button = [[NSButton alloc] initWithFrame:NSMakeRect(0, 0, column.width, kCheckBoxHeight)];
+        [button setButtonType:NSButtonTypeSwitch];
+        button.title = @"";
+        button.identifier = column.identifier;
+    }
+    button.enabled = NO;
+    button.state = box.on ? NSControlStateValueOn : NSControlStateValueOff;
+    return button;
+}
+
+- (nullable NSView*)tableView:(NSTableView*)tableView
+           viewForTableColumn:(nullable NSTableColumn*)column
+                          row:(NSInteger)row {
+    if (column == nil) {
+        return nil;
+    }
+    id const value = [self tableView:tableView objectValueForTableColumn:column row:row];
+    if ([value isKindOfClass:[NSButton class]]) {
+        return CellWithButton(value);
+    }
+    NSTableCellView* const cell = CellWithText(tableView, column, self);
+    cell.textField.stringValue = [value isKindOfClass:[NSString class]] ? value : @"";
+    return cell;
+}
+
+- (double)getFilterCost:(NSDictionary*)filter {
+    return useragent::FileFiltersViewController::getFilterCost(useragent::ToFilterRecord(filter));
+}
+
+@end

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "useragent/AppMenu.h"
+
+namespace useragent {
+
+// The product's extension of the Finder.
+class FinderSyncExtension final : public FileManagerExtension {
+ public:
+    bool isExtensionEnabled() override;
+    void showExtensionManagementInterface() override;
+};
+
+}  // namespace useragent
