@@ -86,7 +86,8 @@ class Tests(unittest.TestCase):
 class Operations(unittest.TestCase):
     def test_every_line_of_warning_or_error_level_is_explained(self) -> None:
         manual = (PROJECT / "docs/operations.md").read_text()
-        sources = [path for folder in ("common", "linux", "tools") for path in sorted((PROJECT / folder).rglob("*.cpp"))]
+        sources = [path for folder in ("common", "linux", "macos", "tools")
+                   for path in sorted((PROJECT / folder).rglob("*")) if path.suffix in (".cpp", ".mm")]
         texts = [path.read_text() for path in sources]
         self.assertGreater(sum(len(list(warnings_of(text))) for text in texts), 20, "hardly any line was found")
         findings = [finding for text in texts for finding in unexplained_warnings(text, manual)]

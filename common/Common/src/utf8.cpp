@@ -32,23 +32,41 @@ Lead Classify(unsigned char byte) {
     return {0, 0, 0};
 }
 
+// Bytes of the well-formed sequence at the start of the text, which is not empty; 0 when there is none.
+std::size_t SequenceLength(std::string_view text) {
+    const auto lead = Classify(static_cast<unsigned char>(text[0]));
+    if (text.size() < lead.length)
+        return 0;
+    for (std::size_t k = 1; k < lead.length; ++k) {
+        const auto byte = static_cast<unsigned char>(text[k]);
+        const unsigned char low = k == 1 ? lead.low : 0x80;
+        const unsigned char high = k == 1 ? lead.high : 0xBF;
+        if (byte < low || byte > high)
+            return 0;
+    }
+    return lead.length;
+}
+
 }  // namespace
 
 bool IsValidUtf8(std::string_view text) {
-    for (std::size_t i = 0; i < text.size();) {
-        const auto lead = Classify(static_cast<unsigned char>(text[i]));
-        if (lead.length == 0 || text.size() - i < lead.length)
+    while (!text.empty()) {
+        const std::size_t length = SequenceLength(text);
+        if (length == 0)
             return false;
-        for (std::size_t k = 1; k < lead.length; ++k) {
-            const auto byte = static_cast<unsigned char>(text[i + k]);
-            const unsigned char low = k == 1 ? lead.low : 0x80;
-            const unsigned char high = k == 1 ? lead.high : 0xBF;
-            if (byte < low || byte > high)
-                return false;
-        }
-        i += lead.length;
+        text.remove_prefix(length);
     }
     return true;
+}
+
+std::size_t Utf16Length(std::string_view text) {
+    std::size_t units = 0;
+    while (!text.empty()) {
+        const std::size_t length = SequenceLength(text);
+        units += length == 4 ? 2 : 1;  // what needs four bytes lies beyond the first 65,536 characters
+        text.remove_prefix(length == 0 ? 1 : length);
+    }
+    return units;
 }
 
 }  // namespace cmn

@@ -82,6 +82,8 @@ void CallNoThrow(const std::function<void()>& handler) {
         handler();
     } catch (const std::exception& error) {
         TLOG_ERROR("The handler of a watched file -- failed: {}", error.what());
+    } catch (...) {
+        TLOG_ERROR("The handler of a watched file -- failed: {}", "not a standard exception");
     }
 }
 

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+namespace cmn {
+
+// Watches one file, also under another name, until it is destroyed. A handler that is running then may still
+// finish; no new call begins afterwards.
+class FileWatch {
+ public:
+    virtual ~FileWatch() = default;
+};
+
+// Calls `handler` when the file is written, extended or renamed; not when its permissions change or it is
+// deleted. Several changes may become one call, but the last one is always followed by a call. The handler
+// runs on a thread that is neither the caller's nor the main one, one call at a time; it may destroy the
+// watch, and may be empty; what it throws is logged. Null, without a message, when the file cannot be opened;
+// null with an error in the log when the system has nothing left to watch it with. Provided by each platform
+// end.
+std::unique_ptr<FileWatch> CreateFileWatch(const std::filesystem::path& file, std::function<void()> handler);
+
+}  // namespace cmn
