@@ -28,7 +28,7 @@ for folder in common linux macos tools tests bench fuzz; do
     [[ ! -d $folder ]] || folders+=("$folder")
 done
 
-mapfile -t sources < <(find "${folders[@]}" -name '*.h' -o -name '*.cpp' | sort)
+mapfile -t sources < <(find "${folders[@]}" -name '*.h' -o -name '*.cpp' -o -name '*.mm' | sort)
 ((${#sources[@]} > 0)) || { echo "lint.sh: found no sources" >&2; exit 1; }
 clang-format "${format[@]}" "${sources[@]}"
 echo "clang-format: ${#sources[@]} files" >&2

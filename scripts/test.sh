@@ -35,12 +35,14 @@ logs=$(mktemp -d)
 trap 'rm -rf "$logs"' EXIT
 total=0 failed=0 broken=() summary=""
 
-# run PRESET CTEST-OPTION... : builds and tests one preset; keeps going after a failure so that all of it is reported.
+# run PRESET[:TARGET] CTEST-OPTION... : builds and tests one preset; keeps going after a failure so that all of it is reported.
 run() {
-    local preset=$1 log=$logs/$1 passed_line counts
+    local preset=${1%%:*} target=${1#*:} passed_line counts
+    [[ $target != "$preset" ]] || target=all
+    local log=$logs/$preset
     shift
     echo "== $preset" >&2
-    if ! scripts/build.sh "$preset" -j "$jobs"; then
+    if ! scripts/build.sh "$preset" -j "$jobs" "$target"; then
         broken+=("$preset does not build")
         return
     fi
@@ -67,8 +69,8 @@ if [[ $quick == no ]]; then
     run asan -LE desktop
     # The thread sanitizer needs its address ranges free.
     ! setarch "$(uname -m)" -R true 2>/dev/null || without_aslr=(setarch "$(uname -m)" -R)
-    run tsan -L concurrency --repeat until-fail:3
-    run tsan -L load
+    run tsan:concurrency_programs -L concurrency --repeat until-fail:3
+    run tsan:concurrency_programs -L load
 fi
 
 ((total > 0)) || broken+=("no test ran")
