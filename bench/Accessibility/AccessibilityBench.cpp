@@ -23,7 +23,7 @@ using useragent::AXElementRef;
 AXElementRef FindField(useragent::Accessibility& accessibility, std::int32_t pid) {
     useragent::AXValue window;
     const AXElementRef application = accessibility.createApplication(pid);
-    if (accessibility.copyAttributeValue(application, useragent::kAXMainWindowAttribute, window) !=
+    if (accessibility.copyAttributeValue(application, useragent::kMainWindowAttribute, window) !=
         useragent::AXError::success) {
         return nullptr;
     }

@@ -49,7 +49,7 @@ Element& Element::fail(const std::string& attribute, AXError error) {
 }
 
 Element& Element::children(std::vector<AXValue> children) {
-    return set(useragent::kAXChildrenAttribute, AXValue(std::move(children)));
+    return set(useragent::kChildrenAttribute, AXValue(std::move(children)));
 }
 
 AXError Element::read(const std::string& attribute, AXValue& value) const {

@@ -158,13 +158,13 @@ bool BrowserURLWatcher::initContext(std::int32_t pid, BrowserURLWatcherContext& 
         return false;
     }
     AXValue mainWindow;
-    const AXError error = accessibility.copyAttributeValue(application, kAXMainWindowAttribute, mainWindow);
+    const AXError error = accessibility.copyAttributeValue(application, kMainWindowAttribute, mainWindow);
     if (error != AXError::success) {
         TLOG_ERROR("Get kAXMainWindowAttribute -- failed: {}", error);
         return false;
     }
     if (!subscribe(
-            pid, application, kAXMainWindowChangedNotification,
+            pid, application, kMainWindowChangedNotification,
             [this](const AXElementRef& element, const std::string&) {
                 handleNoThrow(&BrowserURLWatcher::handleMainWindowChanged, element);
             },
@@ -183,7 +183,7 @@ bool BrowserURLWatcher::initContext(std::int32_t pid, BrowserURLWatcherContext& 
         return false;
     }
     if (!subscribe(
-            pid, field, kAXValueChangedNotification,
+            pid, field, kValueChangedNotification,
             [this](const AXElementRef& element, const std::string&) {
                 handleNoThrow(&BrowserURLWatcher::handleValueChanged, element);
             },
@@ -254,7 +254,7 @@ void BrowserURLWatcher::handleMainWindowChanged(const AXElementRef& element) {
 
 void BrowserURLWatcher::updateURL(const AXElementRef& field, BrowserURLWatcherContext& context) {
     AXValue value;
-    AXError error = ports_.accessibility->copyAttributeValue(field, kAXValueAttribute, value);
+    AXError error = ports_.accessibility->copyAttributeValue(field, kValueAttribute, value);
     const AXStringRef text = AsString(value);
     if (error == AXError::success && !text) {
         error = AXError::noValue;

@@ -37,21 +37,20 @@ bool DescribesAddressAndSearch(const AXValue& description) {
 bool IsAddressField(AccessibilityReader& accessibility, const AXElementRef& field) {
     AXValue description;
     // Without a readable description the field is not tested further.
-    if (accessibility.copyAttributeValue(field, kAXDescriptionAttribute, description) != AXError::success) {
+    if (accessibility.copyAttributeValue(field, kDescriptionAttribute, description) != AXError::success) {
         return false;
     }
     if (DescribesAddressAndSearch(description)) {
         return true;
     }
-    if (AttributeEquals(accessibility, field, kAXIdentifierAttribute,
-                        "WEB_BROWSER_ADDRESS_AND_SEARCH_FIELD")) {
+    if (AttributeEquals(accessibility, field, kIdentifierAttribute, "WEB_BROWSER_ADDRESS_AND_SEARCH_FIELD")) {
         return true;
     }
-    if (AttributeEquals(accessibility, field, kAXDOMIdentifierAttribute, "urlbar-input")) {
+    if (AttributeEquals(accessibility, field, kDOMIdentifierAttribute, "urlbar-input")) {
         return true;
     }
     AXValue placeholder;
-    return accessibility.copyAttributeValue(field, kAXPlaceholderValueAttribute, placeholder) ==
+    return accessibility.copyAttributeValue(field, kPlaceholderValueAttribute, placeholder) ==
            AXError::success;
 }
 
@@ -63,7 +62,7 @@ AXElementRef FindURLElement(AccessibilityReader& accessibility, const AXElementR
         return nullptr;
     }
     AXValue children;
-    if (accessibility.copyAttributeValue(element, kAXChildrenAttribute, children) != AXError::success) {
+    if (accessibility.copyAttributeValue(element, kChildrenAttribute, children) != AXError::success) {
         return nullptr;
     }
     const auto* array = std::get_if<std::vector<AXValue>>(&children);
@@ -78,11 +77,11 @@ AXElementRef FindURLElement(AccessibilityReader& accessibility, const AXElementR
             continue;
         }
         AXValue role;
-        if (accessibility.copyAttributeValue(*child, kAXRoleAttribute, role) != AXError::success) {
+        if (accessibility.copyAttributeValue(*child, kRoleAttribute, role) != AXError::success) {
             continue;
         }
         const AXStringRef roleName = AsString(role);
-        if (roleName && TextOf(*roleName) == kAXTextFieldRole && IsAddressField(accessibility, *child)) {
+        if (roleName && TextOf(*roleName) == kTextFieldRole && IsAddressField(accessibility, *child)) {
             return *child;
         }
         ++counter;

@@ -37,8 +37,8 @@ AXError AtspiObserver::addNotification(const AXElementRef& element, const std::s
     if (!core || !target || target->pid != pid_) {
         return AXError::illegalArgument;
     }
-    const bool isWindow = notification == kAXMainWindowChangedNotification;
-    if ((!isWindow && notification != kAXValueChangedNotification) || isWindow != target->isApplication()) {
+    const bool isWindow = notification == kMainWindowChangedNotification;
+    if ((!isWindow && notification != kValueChangedNotification) || isWindow != target->isApplication()) {
         return AXError::notificationUnsupported;
     }
     const Deadline deadline = core->deadline();

@@ -91,7 +91,7 @@ bool MayBeTextField(Role role) {
 
 std::string AXRoleName(Role role, States states) {
     if (IsTextField(role, states)) {
-        return kAXTextFieldRole;
+        return kTextFieldRole;
     }
     const auto* const found =
         std::lower_bound(kRoleNames.begin(), kRoleNames.end(), role,

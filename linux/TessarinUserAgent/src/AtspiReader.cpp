@@ -115,7 +115,7 @@ AXError ReadObjectAttribute(const AtspiReading& reading, std::initializer_list<c
 
 AXError AtspiReader::read(const BusLink& link, const AtspiElement& element, const std::string& attribute,
                           AXValue& value, Deadline deadline) {
-    if (attribute == kAXValueAttribute && element.value) {
+    if (attribute == kValueAttribute && element.value) {
         value = MakeAXString(*element.value);
         return AXError::success;
     }
@@ -143,37 +143,37 @@ AXError AtspiReader::locate(const BusLink& link, const AtspiElement& element, De
 }
 
 AXError AtspiReader::readLocated(const AtspiReading& reading, const std::string& attribute, AXValue& value) {
-    if (attribute == kAXChildrenAttribute) {
+    if (attribute == kChildrenAttribute) {
         std::vector<AXValue> children;
         const AXError error = showingChildren_.read(reading, children);
         value = std::move(children);
         return error;
     }
-    if (attribute == kAXRoleAttribute) {
+    if (attribute == kRoleAttribute) {
         return ReadRole(reading, value);
     }
-    if (attribute == kAXValueAttribute) {
+    if (attribute == kValueAttribute) {
         const QDBusMessage reply = reading.ask(atspi::GetText(reading.object()));
         return GiveText(reply, atspi::ReadString(reply), value);
     }
-    if (attribute == kAXDescriptionAttribute && reading.element().name) {
+    if (attribute == kDescriptionAttribute && reading.element().name) {
         value = MakeAXString(*reading.element().name);
         return AXError::success;
     }
-    if (attribute == kAXDescriptionAttribute) {
+    if (attribute == kDescriptionAttribute) {
         const QDBusMessage reply = reading.ask(reading.property("Name"));
         return GiveText(reply, atspi::ReadStringProperty(reply), value);
     }
-    if (attribute == kAXIdentifierAttribute) {
+    if (attribute == kIdentifierAttribute) {
         return ReadIdentifier(reading, value);
     }
-    if (attribute == kAXDOMIdentifierAttribute) {
+    if (attribute == kDOMIdentifierAttribute) {
         return ReadObjectAttribute(reading, {"id"}, value);
     }
-    if (attribute == kAXPlaceholderValueAttribute) {
+    if (attribute == kPlaceholderValueAttribute) {
         return ReadObjectAttribute(reading, {"placeholder", "placeholder-text"}, value);
     }
-    if (attribute == kAXMainWindowAttribute && reading.element().isApplication()) {
+    if (attribute == kMainWindowAttribute && reading.element().isApplication()) {
         return ReadMainWindow(reading, value);
     }
     return AXError::attributeUnsupported;

@@ -71,7 +71,7 @@ void ValueSubscription::finishRead(const QDBusMessage& reply) {
         if (follower_.read(*text)) {
             const auto element = std::make_shared<AtspiElement>(*field_);
             element->value = *text;
-            deliver(element, kAXValueChangedNotification);
+            deliver(element, kValueChangedNotification);
         }
     } else if (IsTimeout(reply)) {
         follower_.unanswered();

@@ -66,13 +66,13 @@ void WindowSubscription::activated(const QString& path, const QDBusMessage& role
     } else if (atspi::ReadNumber(role) == atspi::kRoleFrame) {
         mainWindow_ = path;
         alive->applications.setMainWindow(pid_, path);
-        deliver(application_, kAXMainWindowChangedNotification);
+        deliver(application_, kMainWindowChangedNotification);
     }
 }
 
 void WindowSubscription::lost() {
     if (!std::exchange(isLost_, true)) {
-        deliver(application_, kAXMainWindowChangedNotification);
+        deliver(application_, kMainWindowChangedNotification);
     }
 }
 

@@ -27,7 +27,7 @@ std::optional<std::string> AtspiFixture::text(const AXElementRef& element, const
 
 std::optional<std::vector<AXElementRef>> AtspiFixture::children(const AXElementRef& element) {
     AXValue value;
-    error = accessibility->copyAttributeValue(element, useragent::kAXChildrenAttribute, value);
+    error = accessibility->copyAttributeValue(element, useragent::kChildrenAttribute, value);
     const auto* const array = std::get_if<std::vector<AXValue>>(&value);
     if (error != AXError::success || array == nullptr) {
         return std::nullopt;
@@ -42,7 +42,7 @@ std::optional<std::vector<AXElementRef>> AtspiFixture::children(const AXElementR
 AXElementRef AtspiFixture::mainWindow(std::int32_t pid) {
     AXValue value;
     error = accessibility->copyAttributeValue(accessibility->createApplication(pid),
-                                              useragent::kAXMainWindowAttribute, value);
+                                              useragent::kMainWindowAttribute, value);
     const auto* const window = std::get_if<AXElementRef>(&value);
     return error == AXError::success && window != nullptr ? *window : nullptr;
 }

@@ -5,8 +5,8 @@
 using useragent::AXElementRef;
 using useragent::AXError;
 using useragent::AXObserver;
-using useragent::kAXMainWindowChangedNotification;
-using useragent::kAXValueChangedNotification;
+using useragent::kMainWindowChangedNotification;
+using useragent::kValueChangedNotification;
 
 namespace {
 
@@ -27,11 +27,11 @@ class AtspiObserverTest : public AtspiFixture {
         return observer;
     }
     std::unique_ptr<AXObserver> observeField() {
-        return observe(addressField(), kAXValueChangedNotification, seen.callback());
+        return observe(addressField(), kValueChangedNotification, seen.callback());
     }
     std::unique_ptr<AXObserver> observeWindows() {
         mainWindow();
-        return observe(accessibility->createApplication(getpid()), kAXMainWindowChangedNotification,
+        return observe(accessibility->createApplication(getpid()), kMainWindowChangedNotification,
                        seen.callback());
     }
 
@@ -48,7 +48,7 @@ class AtspiObserverTest : public AtspiFixture {
         const auto second = application.addWindow("Settled", "");
         Notifications last;
         const auto observer = observe(accessibility->createApplication(getpid()),
-                                      kAXMainWindowChangedNotification, last.callback());
+                                      kMainWindowChangedNotification, last.callback());
         application.activate(second.frame, "Settled");
         EXPECT_TRUE(fake::WaitFor([&] { return !last.entries.empty(); }));
     }
@@ -62,7 +62,7 @@ TEST_F(AtspiObserverTest, BringsTheNewTextAlong) {
     const auto observer = observeField();
     application.edit(window.field, "example.org");
     ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
-    EXPECT_EQ(seen.entries.front().name, kAXValueChangedNotification);
+    EXPECT_EQ(seen.entries.front().name, kValueChangedNotification);
     const int before = application.calls();
     EXPECT_EQ(texts(), std::vector<std::string>{"example.org"});
     EXPECT_EQ(application.calls(), before) << "reading what came along asked the application";
@@ -121,7 +121,7 @@ TEST_F(AtspiObserverTest, ListensToItsFieldOnly) {
 TEST_F(AtspiObserverTest, IsSilentBeforeAndAfterItsTimeOnTheMainLoop) {
     std::unique_ptr<AXObserver> observer;
     ASSERT_EQ(accessibility->createObserver(getpid(), seen.callback(), observer), AXError::success);
-    ASSERT_EQ(observer->addNotification(addressField(), kAXValueChangedNotification), AXError::success);
+    ASSERT_EQ(observer->addNotification(addressField(), kValueChangedNotification), AXError::success);
     application.edit(window.field, "before");
     settle();
     EXPECT_TRUE(seen.entries.empty());
@@ -147,7 +147,7 @@ TEST_F(AtspiObserverTest, MayBeDestroyedInItsOwnCallback) {
     std::unique_ptr<AXObserver> observer;
     int calls = 0;
     observer =
-        observe(addressField(), kAXValueChangedNotification, [&](const AXElementRef&, const std::string&) {
+        observe(addressField(), kValueChangedNotification, [&](const AXElementRef&, const std::string&) {
             ++calls;
             observer.reset();
         });
@@ -189,7 +189,7 @@ TEST_F(AtspiObserverTest, TellsThatAnotherWindowBecameTheMainOne) {
     const auto second = application.addWindow("Second - Browser", "second");
     application.activate(second.frame, "Second - Browser");
     ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
-    EXPECT_EQ(seen.entries.front().name, kAXMainWindowChangedNotification);
+    EXPECT_EQ(seen.entries.front().name, kMainWindowChangedNotification);
     std::int32_t pid = 0;
     EXPECT_EQ(accessibility->getPid(seen.entries.front().element, pid), AXError::success);
     EXPECT_EQ(pid, getpid());
@@ -266,14 +266,13 @@ TEST_F(AtspiObserverTest, RefusesWhatItCannotTell) {
     const AXElementRef field = addressField();
     const AXElementRef browser = accessibility->createApplication(getpid());
     EXPECT_EQ(observer->addNotification(field, "AXUnheardOf"), AXError::notificationUnsupported);
-    EXPECT_EQ(observer->addNotification(field, kAXMainWindowChangedNotification),
+    EXPECT_EQ(observer->addNotification(field, kMainWindowChangedNotification),
               AXError::notificationUnsupported);
-    EXPECT_EQ(observer->addNotification(browser, kAXValueChangedNotification),
+    EXPECT_EQ(observer->addNotification(browser, kValueChangedNotification),
               AXError::notificationUnsupported);
-    EXPECT_EQ(observer->addNotification(nullptr, kAXValueChangedNotification), AXError::illegalArgument);
-    EXPECT_EQ(
-        observer->addNotification(accessibility->createApplication(1), kAXMainWindowChangedNotification),
-        AXError::illegalArgument);
+    EXPECT_EQ(observer->addNotification(nullptr, kValueChangedNotification), AXError::illegalArgument);
+    EXPECT_EQ(observer->addNotification(accessibility->createApplication(1), kMainWindowChangedNotification),
+              AXError::illegalArgument);
 }
 
 }  // namespace

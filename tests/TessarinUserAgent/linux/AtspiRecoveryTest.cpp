@@ -9,8 +9,8 @@
 using useragent::AXElementRef;
 using useragent::AXError;
 using useragent::AXObserver;
-using useragent::kAXMainWindowChangedNotification;
-using useragent::kAXValueChangedNotification;
+using useragent::kMainWindowChangedNotification;
+using useragent::kValueChangedNotification;
 using namespace std::chrono_literals;
 
 namespace {
@@ -89,7 +89,7 @@ TEST_F(AtspiRecoveryTest, ReadsAgainWhatWasNotAnsweredInTime) {
     fake::AtspiApplication application(desktop.accessibilityBus.address());
     const auto window = application.addWindow("Page", "start");
     desktop.registerApplication(application.busName());
-    const auto observer = observe(getpid(), addressField(), kAXValueChangedNotification);
+    const auto observer = observe(getpid(), addressField(), kValueChangedNotification);
     application.hold();
     application.edit(window.field, "missed");
     ASSERT_TRUE(fake::WaitFor([&] { return log.contains("does not answer"); }));
@@ -106,7 +106,7 @@ TEST_F(AtspiRecoveryTest, ExaminesAWindowAgainThatItCouldNotExamineInTime) {
     desktop.registerApplication(application.busName());
     ASSERT_TRUE(mainWindow());
     const auto observer =
-        observe(getpid(), accessibility->createApplication(getpid()), kAXMainWindowChangedNotification);
+        observe(getpid(), accessibility->createApplication(getpid()), kMainWindowChangedNotification);
     application.hold();
     application.activate(second.frame, "Second");
     ASSERT_TRUE(fake::WaitFor([&] { return log.contains("does not answer"); }));
@@ -166,7 +166,7 @@ TEST_F(AtspiRecoveryTest, NoticesTheRecoveryWithoutTheMainLoop) {
 
 TEST_F(AtspiRecoveryTest, TellsTheChangeThatAStoppedBrowserOwed) {
     Browser browser(desktop);
-    const auto observer = observe(browser.pid(), addressField(browser.pid()), kAXValueChangedNotification);
+    const auto observer = observe(browser.pid(), addressField(browser.pid()), kValueChangedNotification);
     browser.stop();
     browser.say("edit " + browser.field + "|typed while it hung");
     accessibility->prepare({browser.pid()});
@@ -180,7 +180,7 @@ TEST_F(AtspiRecoveryTest, FindsABrowserThatWasKilledAndStartedAgain) {
     auto browser = std::make_unique<Browser>(desktop, "first life");
     const AXElementRef field = addressField(browser->pid());
     ASSERT_TRUE(field);
-    const auto observer = observe(browser->pid(), field, kAXValueChangedNotification);
+    const auto observer = observe(browser->pid(), field, kValueChangedNotification);
     const std::int32_t oldPid = browser->pid();
     browser->kill();
     EXPECT_FALSE(text(field, "AXValue"));
@@ -219,7 +219,7 @@ TEST_F(AtspiRecoveryTest, TellsThatEverythingIsToBeFoundAnewWhenTheBusDropped) {
     auto browser = std::make_unique<Browser>(desktop);
     const AXElementRef field = addressField(browser->pid());
     const auto observer = observe(browser->pid(), accessibility->createApplication(browser->pid()),
-                                  kAXMainWindowChangedNotification);
+                                  kMainWindowChangedNotification);
     desktop.dropBus();
     EXPECT_FALSE(text(field, "AXValue"));
     EXPECT_LT(timeOf([&] { accessibility->prepare({browser->pid()}); }), kOneWait);
@@ -246,7 +246,7 @@ TEST_F(AtspiRecoveryTest, TellsThatEverythingIsToBeFoundAnewWhenItWasSwitchedOff
     Browser browser(desktop);
     ASSERT_TRUE(addressField(browser.pid()));
     const auto observer = observe(browser.pid(), accessibility->createApplication(browser.pid()),
-                                  kAXMainWindowChangedNotification);
+                                  kMainWindowChangedNotification);
     desktop.isEnabled = false;
     accessibility->prepare({browser.pid()});
     EXPECT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
@@ -287,7 +287,7 @@ TEST_F(AtspiRecoveryTest, StartsOnADesktopWhoseBusesAreFrozen) {
 
 TEST_F(AtspiRecoveryTest, ARecoveryIsToldToNobodyOnceAllHasEnded) {
     Browser browser(desktop);
-    const auto observer = observe(browser.pid(), addressField(browser.pid()), kAXValueChangedNotification);
+    const auto observer = observe(browser.pid(), addressField(browser.pid()), kValueChangedNotification);
     browser.stop();
     accessibility->prepare({browser.pid()});
     browser.resume();

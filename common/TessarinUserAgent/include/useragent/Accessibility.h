@@ -55,17 +55,18 @@ struct AXValue : std::variant<std::monostate, AXStringRef, AXElementRef, std::ve
     using variant::variant;
 };
 
-inline constexpr const char* kAXMainWindowAttribute = "AXMainWindow";
-inline constexpr const char* kAXChildrenAttribute = "AXChildren";
-inline constexpr const char* kAXRoleAttribute = "AXRole";
-inline constexpr const char* kAXDescriptionAttribute = "AXDescription";
-inline constexpr const char* kAXIdentifierAttribute = "AXIdentifier";
-inline constexpr const char* kAXDOMIdentifierAttribute = "AXDOMIdentifier";
-inline constexpr const char* kAXPlaceholderValueAttribute = "AXPlaceholderValue";
-inline constexpr const char* kAXValueAttribute = "AXValue";
-inline constexpr const char* kAXTextFieldRole = "AXTextField";
-inline constexpr const char* kAXMainWindowChangedNotification = "AXMainWindowChanged";
-inline constexpr const char* kAXValueChangedNotification = "AXValueChanged";
+// Without the prefix of the platform that defined them: there such names are macros.
+inline constexpr const char* kMainWindowAttribute = "AXMainWindow";
+inline constexpr const char* kChildrenAttribute = "AXChildren";
+inline constexpr const char* kRoleAttribute = "AXRole";
+inline constexpr const char* kDescriptionAttribute = "AXDescription";
+inline constexpr const char* kIdentifierAttribute = "AXIdentifier";
+inline constexpr const char* kDOMIdentifierAttribute = "AXDOMIdentifier";
+inline constexpr const char* kPlaceholderValueAttribute = "AXPlaceholderValue";
+inline constexpr const char* kValueAttribute = "AXValue";
+inline constexpr const char* kTextFieldRole = "AXTextField";
+inline constexpr const char* kMainWindowChangedNotification = "AXMainWindowChanged";
+inline constexpr const char* kValueChangedNotification = "AXValueChanged";
 
 // Reading the trees. Any thread. A read waits for the application at most the platform end's call deadline.
 class AccessibilityReader {

@@ -94,7 +94,7 @@ void MacAccessibility::prepare(const std::vector<std::int32_t>& pids) {
         silent_.probe(pids, [](std::int32_t pid) {
             const cmn::CFAutoPointer application(AXUIElementCreateApplication(pid));
             cmn::CFAutoPointer role;
-            return application ? Read(static_cast<AXUIElementRef>(application.get()), kAXRoleAttribute, role)
+            return application ? Read(static_cast<AXUIElementRef>(application.get()), kRoleAttribute, role)
                                : AXError::failure;
         });
     }

@@ -11,13 +11,14 @@ namespace useragent {
 
 namespace {
 
-// Numbers know the C type they were made of; `c` is that of a truth value.
 FilterValue ToFilterValue(NSNumber* number) {
-    const char* const type = number.objCType;
-    if (std::strcmp(type, @encode(BOOL)) == 0 || std::strcmp(type, @encode(char)) == 0) {
+    // Truth values are numbers, too, of a type of their own.
+    if (CFGetTypeID((__bridge CFTypeRef)number) == CFBooleanGetTypeID()) {
         return number.boolValue != NO;
     }
-    if (std::strcmp(type, @encode(double)) == 0 || std::strcmp(type, @encode(float)) == 0) {
+    // The C type that the number was made of.
+    if (std::strcmp(number.objCType, @encode(double)) == 0 ||
+        std::strcmp(number.objCType, @encode(float)) == 0) {
         return number.doubleValue;
     }
     return static_cast<std::int64_t>(number.longLongValue);
