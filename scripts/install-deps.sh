@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages that building, testing and the demo need. Safe to run again: quick when all is there.
 #
-# Usage: scripts/install-deps.sh [GROUP...]     groups: build test demo lint bench fuzz; without any: build test demo lint
+# Usage: scripts/install-deps.sh [GROUP...]     groups: build test demo lint bench fuzz macos; without any: build test demo lint
 set -euo pipefail
 
 # The one list of packages.
@@ -15,7 +15,10 @@ declare -A packages=(
     [lint]="clang-format clang-tidy shellcheck python3"
     [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev"
     [fuzz]="clang libclang-rt-dev"
+    [macos]="nodejs llvm cmake ninja-build python3"
 )
+# Some packages of nodejs bring npm along and do not go together with the one of that name.
+command -v npm >/dev/null || packages[macos]+=" npm"
 # Tests and benchmarks run the same desktop as the demo.
 packages[test]+=" ${packages[demo]}"
 packages[bench]+=" ${packages[demo]}"

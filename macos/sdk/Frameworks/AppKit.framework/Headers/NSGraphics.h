@@ -1,0 +1,7 @@
+#pragma once
+
+#include <Foundation/Foundation.h>
+
+typedef NS_ENUM(NSUInteger, NSBackingStoreType) {
+    NSBackingStoreBuffered = 2,
+};

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <AppKit/NSCell.h>
+#include <AppKit/NSUserInterfaceItemIdentification.h>
+#include <Foundation/Foundation.h>
+
+@class NSImage;
+@class NSMenu;
+
+NS_ASSUME_NONNULL_BEGIN
+
+@interface NSMenuItem : NSObject <NSCopying, NSCoding, NSUserInterfaceItemIdentification>
+- (instancetype)initWithTitle:(NSString*)string
+                       action:(nullable SEL)selector
+                keyEquivalent:(NSString*)charCode;
++ (NSMenuItem*)separatorItem;
+@property(nullable, assign) NSMenu* menu;
+@property(copy) NSString* title;
+// Shown instead of the title; null for none.
+@property(nullable, copy) NSAttributedString* attributedTitle;
+@property(nullable, strong) NSImage* image;
+@property NSControlStateValue state;
+@property(getter=isEnabled) BOOL enabled;
+@property(getter=isHidden) BOOL hidden;
+@property(nullable, weak) id target;
+@property(nullable) SEL action;
+@property NSInteger tag;
+@end
+
+NS_ASSUME_NONNULL_END

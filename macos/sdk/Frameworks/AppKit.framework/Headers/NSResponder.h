@@ -1,0 +1,14 @@
+#pragma once
+
+#include <AppKit/AppKitDefines.h>
+#include <Foundation/Foundation.h>
+
+NS_ASSUME_NONNULL_BEGIN
+
+@interface NSResponder : NSObject <NSCoding>
+- (instancetype)init;
+- (nullable instancetype)initWithCoder:(NSCoder*)coder;
+@property(nullable, assign) NSResponder* nextResponder;
+@end
+
+NS_ASSUME_NONNULL_END

@@ -1,0 +1,4 @@
+#pragma once
+
+#include <CoreGraphics/CGGeometry.h>
+#include <CoreGraphics/CGWindow.h>

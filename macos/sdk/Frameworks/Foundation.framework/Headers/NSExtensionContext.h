@@ -1,0 +1,6 @@
+#pragma once
+
+#include <Foundation/NSObject.h>
+
+@interface NSExtensionContext : NSObject
+@end

@@ -1,0 +1,7 @@
+#pragma once
+
+#include <Foundation/NSObject.h>
+
+@interface NSNull : NSObject <NSCopying, NSSecureCoding>
++ (nonnull NSNull*)null;
+@end
