@@ -6,7 +6,6 @@
 
 #include <array>
 #include <filesystem>
-#include <mutex>
 
 #include "common/bundle.h"
 #include "impl_linux/SystemFacts.h"
@@ -56,19 +55,6 @@ std::string GetProcessPathForPID(unsigned int pid) {
     const auto link = "/proc/" + std::to_string(pid) + "/exe";
     const auto length = readlink(link.c_str(), path.data(), path.size());
     return length < 1 ? std::string() : StripDeletedMark({path.data(), static_cast<std::size_t>(length)});
-}
-
-std::string GetCurrentExecutablePath() {
-    static std::mutex mutex;
-    static std::string path;
-    const std::lock_guard lock(mutex);
-    if (path.empty())
-        path = GetProcessPathForPID(static_cast<unsigned int>(getpid()));
-    return path;
-}
-
-std::string GetModuleName() {
-    return GetCurrentExecutablePath();
 }
 
 std::optional<std::string> GetBundleShortVersion() {

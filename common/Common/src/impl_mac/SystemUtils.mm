@@ -4,11 +4,9 @@
 #include <libproc.h>
 #include <mach-o/dyld.h>
 #include <sys/utsname.h>
-#include <unistd.h>
 
 #include <array>
 #include <filesystem>
-#include <mutex>
 
 #include "common/bundle.h"
 #import "common_mac/FoundationBridges.h"
@@ -74,19 +72,6 @@ std::string GetProcessPathForPID(unsigned int pid) {
     const int length =
         proc_pidpath(static_cast<int>(pid), path.data(), static_cast<std::uint32_t>(path.size()));
     return length < 1 ? std::string() : std::string(path.data(), static_cast<std::size_t>(length));
-}
-
-std::string GetCurrentExecutablePath() {
-    static std::mutex mutex;
-    static std::string path;
-    const std::lock_guard lock(mutex);
-    if (path.empty())
-        path = GetProcessPathForPID(static_cast<unsigned int>(getpid()));
-    return path;
-}
-
-std::string GetModuleName() {
-    return GetCurrentExecutablePath();
 }
 
 std::optional<std::string> GetBundleShortVersion() {

@@ -1,5 +1,7 @@
 #include <unistd.h>
 
+#include <mutex>
+
 #include "common/SystemUtils.h"
 #include "impl_posix/UserDatabase.h"
 
@@ -20,6 +22,19 @@ int GetPID() {
 std::optional<UserId> GetUIDByName(const std::string& name) {
     const auto user = FindUser(name);
     return user ? std::optional(user->id) : std::nullopt;
+}
+
+std::string GetCurrentExecutablePath() {
+    static std::mutex mutex;
+    static std::string path;
+    const std::lock_guard lock(mutex);
+    if (path.empty())
+        path = GetProcessPathForPID(static_cast<unsigned int>(getpid()));
+    return path;
+}
+
+std::string GetModuleName() {
+    return GetCurrentExecutablePath();
 }
 
 int FileTruncate(int fd, unsigned long long length) {

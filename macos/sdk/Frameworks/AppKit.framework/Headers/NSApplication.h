@@ -10,13 +10,10 @@ NS_ASSUME_NONNULL_BEGIN
 @interface NSApplication : NSResponder
 @property(class, readonly, strong) __kindof NSApplication* sharedApplication;
 @property(nullable, weak) id<NSApplicationDelegate> delegate;
-- (void)activateIgnoringOtherApps:(BOOL)flag;
 - (void)run;
 // Does not return when the delegate agrees.
 - (void)terminate:(nullable id)sender;
 @end
-
-APPKIT_EXTERN __kindof NSApplication* _Null_unspecified NSApp;
 
 // Makes the principal class's application and the main interface file of the bundle, and runs. Does not
 // return.

@@ -9,7 +9,6 @@ NS_ASSUME_NONNULL_BEGIN
 @property(nullable) SEL action;
 @property(getter=isEnabled) BOOL enabled;
 @property(copy) NSString* stringValue;
-@property(copy) NSAttributedString* attributedStringValue;
 @end
 
 NS_ASSUME_NONNULL_END

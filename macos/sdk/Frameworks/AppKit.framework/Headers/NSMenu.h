@@ -8,15 +8,9 @@
 NS_ASSUME_NONNULL_BEGIN
 
 @interface NSMenu : NSObject <NSCopying, NSCoding>
-- (instancetype)initWithTitle:(NSString*)title;
 @property(copy) NSString* title;
 @property(nullable, weak) id<NSMenuDelegate> delegate;
 @property BOOL autoenablesItems;
-@property(copy) NSArray<NSMenuItem*>* itemArray;
-@property(readonly) NSInteger numberOfItems;
-- (void)addItem:(NSMenuItem*)newItem;
-- (nullable NSMenuItem*)itemAtIndex:(NSInteger)index;
-- (nullable NSMenuItem*)itemWithTag:(NSInteger)tag;
 @end
 
 @protocol NSMenuDelegate <NSObject>

@@ -10,10 +10,6 @@
 NS_ASSUME_NONNULL_BEGIN
 
 @interface NSMenuItem : NSObject <NSCopying, NSCoding, NSUserInterfaceItemIdentification>
-- (instancetype)initWithTitle:(NSString*)string
-                       action:(nullable SEL)selector
-                keyEquivalent:(NSString*)charCode;
-+ (NSMenuItem*)separatorItem;
 @property(nullable, assign) NSMenu* menu;
 @property(copy) NSString* title;
 // Shown instead of the title; null for none.
@@ -24,7 +20,6 @@ NS_ASSUME_NONNULL_BEGIN
 @property(getter=isHidden) BOOL hidden;
 @property(nullable, weak) id target;
 @property(nullable) SEL action;
-@property NSInteger tag;
 @end
 
 NS_ASSUME_NONNULL_END

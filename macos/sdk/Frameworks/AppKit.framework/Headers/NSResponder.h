@@ -7,8 +7,6 @@ NS_ASSUME_NONNULL_BEGIN
 
 @interface NSResponder : NSObject <NSCoding>
 - (instancetype)init;
-- (nullable instancetype)initWithCoder:(NSCoder*)coder;
-@property(nullable, assign) NSResponder* nextResponder;
 @end
 
 NS_ASSUME_NONNULL_END

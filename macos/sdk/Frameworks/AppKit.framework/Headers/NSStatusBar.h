@@ -11,7 +11,6 @@ static const CGFloat NSVariableStatusItemLength = -1.0;
 @property(class, readonly, strong) NSStatusBar* systemStatusBar;
 // The item leaves the bar when nobody holds it.
 - (NSStatusItem*)statusItemWithLength:(CGFloat)length;
-- (void)removeStatusItem:(NSStatusItem*)item;
 @end
 
 NS_ASSUME_NONNULL_END

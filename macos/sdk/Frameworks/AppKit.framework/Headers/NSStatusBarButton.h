@@ -3,5 +3,4 @@
 #include <AppKit/NSButton.h>
 
 @interface NSStatusBarButton : NSButton
-@property BOOL appearsDisabled;
 @end

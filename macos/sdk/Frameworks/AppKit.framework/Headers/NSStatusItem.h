@@ -9,7 +9,6 @@
 NS_ASSUME_NONNULL_BEGIN
 
 @interface NSStatusItem : NSObject
-@property(nullable, readonly, weak) NSStatusBar* statusBar;
 @property CGFloat length;
 @property(nullable, strong) NSMenu* menu;
 @property(nullable, readonly, strong) NSStatusBarButton* button;

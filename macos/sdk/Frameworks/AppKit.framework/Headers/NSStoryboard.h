@@ -10,7 +10,6 @@ typedef NSString* NSStoryboardSceneIdentifier;
 @interface NSStoryboard : NSObject
 // The main bundle's when null. Throws NSException when there is none of this name.
 + (instancetype)storyboardWithName:(NSStoryboardName)name bundle:(nullable NSBundle*)storyboardBundleOrNil;
-- (nullable id)instantiateInitialController;
 // Throws NSException when there is no scene of this identifier.
 - (id)instantiateControllerWithIdentifier:(NSStoryboardSceneIdentifier)identifier;
 @end

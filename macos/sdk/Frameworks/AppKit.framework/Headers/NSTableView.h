@@ -14,7 +14,6 @@ NS_ASSUME_NONNULL_BEGIN
 @property(readonly, copy) NSArray<NSTableColumn*>* tableColumns;
 @property(readonly) NSInteger numberOfRows;
 - (void)reloadData;
-- (nullable NSTableColumn*)tableColumnWithIdentifier:(NSUserInterfaceItemIdentifier)identifier;
 // A view of this identifier from the interface file, or one that is free again.
 - (nullable __kindof NSView*)makeViewWithIdentifier:(NSUserInterfaceItemIdentifier)identifier
                                               owner:(nullable id)owner;

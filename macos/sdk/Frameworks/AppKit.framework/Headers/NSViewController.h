@@ -9,7 +9,6 @@ NS_ASSUME_NONNULL_BEGIN
 @interface NSViewController : NSResponder <NSUserInterfaceItemIdentification>
 @property(strong) NSView* view;
 @property(nullable, copy) NSString* title;
-- (void)loadView;
 // Outlets are connected from here on.
 - (void)viewDidLoad;
 @end

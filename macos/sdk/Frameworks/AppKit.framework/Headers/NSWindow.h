@@ -29,7 +29,6 @@ static const NSWindowLevel NSFloatingWindowLevel = 3;
                           styleMask:(NSWindowStyleMask)style
                             backing:(NSBackingStoreType)backingStoreType
                               defer:(BOOL)flag;
-+ (instancetype)windowWithContentViewController:(NSViewController*)contentViewController;
 @property(copy) NSString* title;
 @property(nullable, weak) id<NSWindowDelegate> delegate;
 @property(nullable, strong) NSView* contentView;
@@ -39,10 +38,7 @@ static const NSWindowLevel NSFloatingWindowLevel = 3;
 @property(readonly, getter=isVisible) BOOL visible;
 // Must be NO for a window that somebody holds.
 @property(getter=isReleasedWhenClosed) BOOL releasedWhenClosed;
-- (void)setContentSize:(NSSize)size;
 - (void)center;
-- (void)makeKeyAndOrderFront:(nullable id)sender;
-- (void)orderFrontRegardless;
 - (void)close;
 @end
 

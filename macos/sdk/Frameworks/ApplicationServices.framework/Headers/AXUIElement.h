@@ -35,8 +35,6 @@ CF_EXPORT AXError AXObserverCreateWithInfoCallback(pid_t application, AXObserver
                                                    AXObserverRef _Nullable* _Nonnull outObserver);
 CF_EXPORT AXError AXObserverAddNotification(AXObserverRef observer, AXUIElementRef element,
                                             CFStringRef notification, void* _Nullable refcon);
-CF_EXPORT AXError AXObserverRemoveNotification(AXObserverRef observer, AXUIElementRef element,
-                                               CFStringRef notification);
 CF_EXPORT CFRunLoopSourceRef AXObserverGetRunLoopSource(AXObserverRef observer);
 
 CF_ASSUME_NONNULL_END

@@ -53,7 +53,6 @@ CF_EXPORT CFTypeRef CFRetain(CFTypeRef cf);
 // Not for null.
 CF_EXPORT void CFRelease(CFTypeRef cf);
 CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef cf);
-CF_EXPORT Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
 
 CF_ASSUME_NONNULL_END
 CF_EXTERN_C_END

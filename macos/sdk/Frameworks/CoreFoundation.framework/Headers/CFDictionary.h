@@ -35,18 +35,10 @@ CF_EXPORT const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 typedef const struct CF_BRIDGED_TYPE(NSDictionary) __CFDictionary* CFDictionaryRef;
 typedef struct CF_BRIDGED_MUTABLE_TYPE(NSMutableDictionary) __CFDictionary* CFMutableDictionaryRef;
 
-CF_EXPORT CFTypeID CFDictionaryGetTypeID(void);
-CF_EXPORT CFDictionaryRef _Null_unspecified CFDictionaryCreate(
-    CFAllocatorRef _Nullable allocator, const void* _Nullable* _Nullable keys,
-    const void* _Nullable* _Nullable values, CFIndex numValues,
-    const CFDictionaryKeyCallBacks* _Nullable keyCallBacks,
-    const CFDictionaryValueCallBacks* _Nullable valueCallBacks);
 CF_EXPORT CFMutableDictionaryRef _Null_unspecified CFDictionaryCreateMutable(
     CFAllocatorRef _Nullable allocator, CFIndex capacity,
     const CFDictionaryKeyCallBacks* _Nullable keyCallBacks,
     const CFDictionaryValueCallBacks* _Nullable valueCallBacks);
-// Null when there is no such key.
-CF_EXPORT const void* _Nullable CFDictionaryGetValue(CFDictionaryRef theDict, const void* _Nullable key);
 CF_EXPORT void CFDictionarySetValue(CFMutableDictionaryRef theDict, const void* _Nullable key,
                                     const void* _Nullable value);
 

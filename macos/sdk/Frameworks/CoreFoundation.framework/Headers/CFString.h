@@ -14,10 +14,6 @@ typedef CF_ENUM(CFStringEncoding, CFStringBuiltInEncodings) {
 
 CF_EXPORT CFTypeID CFStringGetTypeID(void);
 
-// Null when it cannot be made, as for bytes that are not of the encoding.
-CF_EXPORT CFStringRef _Nullable CFStringCreateWithCString(CFAllocatorRef _Nullable alloc, const char* cStr,
-                                                          CFStringEncoding encoding);
-
 // In UTF-16 code units.
 CF_EXPORT CFIndex CFStringGetLength(CFStringRef theString);
 

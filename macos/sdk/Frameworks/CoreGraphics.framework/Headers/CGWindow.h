@@ -27,7 +27,6 @@ typedef int32_t CGWindowLevel;
 typedef CF_ENUM(int32_t, CGWindowLevelKey) {
     kCGFloatingWindowLevelKey = 5,
 };
-CF_EXPORT CGWindowLevel CGWindowLevelForKey(CGWindowLevelKey key);
 
 CF_ASSUME_NONNULL_END
 CF_EXTERN_C_END

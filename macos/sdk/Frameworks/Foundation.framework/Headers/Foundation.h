@@ -16,16 +16,13 @@
 #include <Foundation/NSGeometry.h>
 #include <Foundation/NSHost.h>
 #include <Foundation/NSNotification.h>
-#include <Foundation/NSNull.h>
 #include <Foundation/NSObjCRuntime.h>
 #include <Foundation/NSObject.h>
 #include <Foundation/NSPathUtilities.h>
-#include <Foundation/NSPredicate.h>
 #include <Foundation/NSProcessInfo.h>
 #include <Foundation/NSSet.h>
 #include <Foundation/NSString.h>
 #include <Foundation/NSTask.h>
-#include <Foundation/NSThread.h>
 #include <Foundation/NSTimer.h>
 #include <Foundation/NSURL.h>
 #include <Foundation/NSValue.h>

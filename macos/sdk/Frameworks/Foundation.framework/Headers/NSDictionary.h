@@ -12,13 +12,9 @@ NS_ASSUME_NONNULL_BEGIN
 @property(readonly) NSUInteger count;
 - (nullable ObjectType)objectForKey:(KeyType)aKey;
 - (instancetype)init;
-- (nullable instancetype)initWithCoder:(NSCoder*)coder;
 @end
 
 @interface NSDictionary <KeyType, ObjectType>(NSExtendedDictionary)
-@property(readonly, copy) NSArray<KeyType>* allKeys;
-@property(readonly, copy) NSArray<ObjectType>* allValues;
-- (BOOL)isEqualToDictionary:(NSDictionary<KeyType, ObjectType>*)otherDictionary;
 // What the compiler calls for dictionary[key].
 - (nullable ObjectType)objectForKeyedSubscript:(KeyType)key;
 @end
@@ -32,17 +28,11 @@ NS_ASSUME_NONNULL_BEGIN
 @end
 
 @interface NSMutableDictionary<KeyType, ObjectType> : NSDictionary <KeyType, ObjectType>
-- (void)removeObjectForKey:(KeyType)aKey;
 - (void)setObject:(ObjectType)anObject forKey:(KeyType<NSCopying>)aKey;
 @end
 
 @interface NSMutableDictionary <KeyType, ObjectType>(NSExtendedMutableDictionary)
-- (void)removeAllObjects;
 - (void)setObject:(nullable ObjectType)obj forKeyedSubscript:(KeyType<NSCopying>)key;
-@end
-
-@interface NSMutableDictionary <KeyType, ObjectType>(NSMutableDictionaryCreation)
-+ (instancetype)dictionaryWithCapacity:(NSUInteger)numItems;
 @end
 
 NS_ASSUME_NONNULL_END

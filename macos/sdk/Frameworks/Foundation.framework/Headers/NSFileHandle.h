@@ -8,15 +8,11 @@ NS_ASSUME_NONNULL_BEGIN
 
 @interface NSFileHandle : NSObject <NSSecureCoding>
 - (NSData*)readDataToEndOfFile;
-- (nullable NSData*)readDataToEndOfFileAndReturnError:(NSError* _Nullable* _Nullable)error;
 - (void)closeFile;
-@property(readonly) int fileDescriptor;
-@property(class, readonly, strong) NSFileHandle* fileHandleWithNullDevice;
 @end
 
 @interface NSPipe : NSObject
 @property(readonly, strong) NSFileHandle* fileHandleForReading;
-@property(readonly, strong) NSFileHandle* fileHandleForWriting;
 + (NSPipe*)pipe;
 @end
 

@@ -11,7 +11,6 @@ NS_ASSUME_NONNULL_BEGIN
 // Names, in no order.
 - (nullable NSArray<NSString*>*)contentsOfDirectoryAtPath:(NSString*)path
                                                     error:(NSError* _Nullable* _Nullable)error;
-- (BOOL)fileExistsAtPath:(NSString*)path;
 @end
 
 NS_ASSUME_NONNULL_END

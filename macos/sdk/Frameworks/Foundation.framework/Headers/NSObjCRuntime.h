@@ -30,11 +30,6 @@
 
 NS_ASSUME_NONNULL_BEGIN
 
-FOUNDATION_EXPORT NSString* NSStringFromSelector(SEL aSelector);
-FOUNDATION_EXPORT SEL NSSelectorFromString(NSString* aSelectorName);
-FOUNDATION_EXPORT NSString* NSStringFromClass(Class aClass);
-FOUNDATION_EXPORT Class _Nullable NSClassFromString(NSString* aClassName);
-
 FOUNDATION_EXPORT void NSLog(NSString* format, ...) NS_FORMAT_FUNCTION(1, 2);
 
 static const NSInteger NSNotFound = NSIntegerMax;

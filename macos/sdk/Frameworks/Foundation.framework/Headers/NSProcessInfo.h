@@ -16,10 +16,6 @@ typedef struct {
 @property(class, readonly, strong) NSProcessInfo* processInfo;
 @property(readonly, copy) NSDictionary<NSString*, NSString*>* environment;
 @property(readonly, copy) NSArray<NSString*>* arguments;
-@property(readonly, copy) NSString* hostName;
-@property(copy) NSString* processName;
-@property(readonly) int processIdentifier;
-@property(readonly, copy) NSString* operatingSystemVersionString;
 @property(readonly) NSOperatingSystemVersion operatingSystemVersion;
 - (BOOL)isOperatingSystemAtLeastVersion:(NSOperatingSystemVersion)version;
 @end

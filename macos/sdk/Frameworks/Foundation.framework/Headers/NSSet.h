@@ -11,17 +11,10 @@ NS_ASSUME_NONNULL_BEGIN
     : NSObject <NSCopying, NSMutableCopying, NSSecureCoding, NSFastEnumeration>
 @property(readonly) NSUInteger count;
 - (instancetype)init;
-- (nullable instancetype)initWithCoder:(NSCoder*)coder;
-@end
-
-@interface NSSet <ObjectType>(NSExtendedSet)
-- (BOOL)containsObject:(ObjectType)anObject;
 @end
 
 @interface NSSet <ObjectType>(NSSetCreation)
-+ (instancetype)setWithObject:(ObjectType)object;
 + (instancetype)setWithObjects:(ObjectType)firstObj, ... NS_REQUIRES_NIL_TERMINATION;
-+ (instancetype)setWithArray:(NSArray<ObjectType>*)array;
 @end
 
 NS_ASSUME_NONNULL_END

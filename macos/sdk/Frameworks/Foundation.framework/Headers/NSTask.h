@@ -9,16 +9,10 @@ NS_ASSUME_NONNULL_BEGIN
 
 @interface NSTask : NSObject
 - (instancetype)init;
-@property(nullable, copy) NSURL* executableURL;
 @property(nullable, copy) NSArray<NSString*>* arguments;
-// A file handle or a pipe.
-@property(nullable, strong) id standardInput;
 @property(nullable, strong) id standardOutput;
 @property(nullable, strong) id standardError;
-- (BOOL)launchAndReturnError:(NSError* _Nullable* _Nullable)error;
 - (void)terminate;
-@property(readonly) int processIdentifier;
-@property(readonly, getter=isRunning) BOOL running;
 @property(readonly) int terminationStatus;
 @end
 

@@ -15,7 +15,6 @@ NS_ASSUME_NONNULL_BEGIN
                                    repeats:(BOOL)repeats
                                      block:(void (^)(NSTimer* timer))block;
 - (void)invalidate;
-@property(readonly, getter=isValid) BOOL valid;
 @end
 
 NS_ASSUME_NONNULL_END

@@ -25,24 +25,16 @@ typedef NS_OPTIONS(NSUInteger, NSXPCConnectionOptions) {
 // Handlers, replies and messages to the exported object are called on a private queue, one at a time.
 @interface NSXPCConnection : NSObject <NSXPCProxyCreating>
 - (instancetype)initWithMachServiceName:(NSString*)name options:(NSXPCConnectionOptions)options;
-@property(nullable, readonly, copy) NSString* serviceName;
 @property(nullable, strong) NSXPCInterface* exportedInterface;
 @property(nullable, strong) id exportedObject;
 @property(nullable, strong) NSXPCInterface* remoteObjectInterface;
 @property(readonly, strong) id remoteObjectProxy;
 - (id)remoteObjectProxyWithErrorHandler:(void (^)(NSError* error))handler;
-- (id)synchronousRemoteObjectProxyWithErrorHandler:(void (^)(NSError* error))handler;
 @property(nullable, copy) void (^interruptionHandler)(void);
 @property(nullable, copy) void (^invalidationHandler)(void);
 - (void)resume;
-- (void)suspend;
 // Every connection that was resumed must be invalidated before it is let go of.
 - (void)invalidate;
-@property(readonly) au_asid_t auditSessionIdentifier;
-@property(readonly) pid_t processIdentifier;
-@property(readonly) uid_t effectiveUserIdentifier;
-@property(readonly) gid_t effectiveGroupIdentifier;
-+ (nullable NSXPCConnection*)currentConnection;
 @end
 
 @protocol NSXPCListenerDelegate;
@@ -51,7 +43,6 @@ typedef NS_OPTIONS(NSUInteger, NSXPCConnectionOptions) {
 - (instancetype)initWithMachServiceName:(NSString*)name;
 @property(nullable, weak) id<NSXPCListenerDelegate> delegate;
 - (void)resume;
-- (void)suspend;
 - (void)invalidate;
 @end
 
@@ -69,13 +60,11 @@ typedef NS_OPTIONS(NSUInteger, NSXPCConnectionOptions) {
        forSelector:(SEL)sel
      argumentIndex:(NSUInteger)arg
            ofReply:(BOOL)ofReply;
-- (NSSet<Class>*)classesForSelector:(SEL)sel argumentIndex:(NSUInteger)arg ofReply:(BOOL)ofReply;
 // This argument is an object that stays at its end and is called from the other.
 - (void)setInterface:(NSXPCInterface*)ifc
          forSelector:(SEL)sel
        argumentIndex:(NSUInteger)arg
              ofReply:(BOOL)ofReply;
-- (nullable NSXPCInterface*)interfaceForSelector:(SEL)sel argumentIndex:(NSUInteger)arg ofReply:(BOOL)ofReply;
 @end
 
 NS_ASSUME_NONNULL_END

@@ -13,5 +13,4 @@
              environment:(const AuthorizationEnvironment*)environment
         authorizedRights:(AuthorizationRights**)authorizedRights
                    error:(NSError**)error;
-- (BOOL)obtainWithRight:(AuthorizationString)rightName flags:(AuthorizationFlags)flags error:(NSError**)error;
 @end
