@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Checks the sources' format (clang-format), the C++ code (clang-tidy) and the shell scripts (shellcheck).
 #
-# Usage: scripts/lint.sh [--format-only] [--fix] [--product] [--changed] [--deep]
+# Usage: scripts/lint.sh [--format-only] [--fix] [--recent] [--changed] [--deep]
 #   --format-only    no clang-tidy
-#   --product        clang-tidy on what is shipped and its tools, not on the tests: they take as long again
+#   --recent         clang-tidy only on files of the last ten commits, as far as there are so many
 #   --fix            formats the C++ code instead of checking its format
 #   --changed        clang-tidy only on files that differ from the last commit
 #   --deep           clang-tidy with its slow path-sensitive checks
@@ -17,7 +17,7 @@ for option; do
     case $option in
         --format-only) tidy=no ;;
         --fix) format=(-i) ;;
-        --product) tidy=product ;;
+        --recent) tidy=recent ;;
         --changed) tidy=changed ;;
         --deep) deep=deep ;;
         *) echo "lint.sh: unknown option '$option'" >&2; exit 2 ;;
