@@ -3,6 +3,7 @@
 #import <Foundation/Foundation.h>
 #import <IOKit/IOKitLib.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <mach/mach_port.h>
 
 #include <algorithm>
