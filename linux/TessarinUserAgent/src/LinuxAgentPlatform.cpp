@@ -84,17 +84,14 @@ int LinuxAgentPlatform::runApplication() {
     const auto interface = std::make_shared<QtApplicationInterface>(statusMenu);
     const auto delegate = std::make_shared<AppDelegate>(AppDelegate::Environment{
         interface, appMenu, queues(), transport(), {cmn::proto::GetSettings, WallClockNow}});
-    delegate->applicationDidFinishLaunching();
-
     const auto open = [interface, delegate](const LaunchRequest& request) {
         interface->setActivationToken(request.activationToken);
         delegate->openURLs(request.urls);
     };
-    // After the first refresh: by then the service has usually been reached.
-    queues()->asyncMain([this, open] {
-        open(launch_);
-        service_.setHandler(open);
-    });
+    open(launch_);  // the delegate keeps it until the service has usually been reached
+    delegate->applicationDidFinishLaunching();
+    // Other launches hand over after that.
+    queues()->asyncMain([this, open] { service_.setHandler(open); });
     const int exitCode = QCoreApplication::exec();
     service_.setHandler(nullptr);
     statusMenu->setSelections({});
