@@ -24,6 +24,10 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU" 
     # Fully optimised, a text in front of a std::string makes GCC 12 warn of copies that cannot be.
     target_compile_options(tessarin_flags INTERFACE -Wno-restrict)
 endif()
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # A source that is compiled with others counts as included, where unnamed namespaces are taken for a header's.
+    target_compile_options(tessarin_flags INTERFACE -Wno-subobject-linkage)
+endif()
 if(TESSARIN_SANITIZE)
     target_compile_options(tessarin_flags INTERFACE "-fsanitize=${TESSARIN_SANITIZE}" -fno-omit-frame-pointer
                                                     -fno-sanitize-recover=all)

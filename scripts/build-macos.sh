@@ -63,7 +63,7 @@ build_architecture() {
         quiet "configure-$architecture" cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
             -DCMAKE_CXX_FLAGS_RELEASE="-O1 -DNDEBUG" -DCMAKE_OBJCXX_FLAGS_RELEASE="-O1 -DNDEBUG" \
             -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/macos-cross.cmake" -DTESSARIN_MACOS_ARCHITECTURE="$architecture" \
-            -DTESSARIN_BUILD_TESTS=OFF
+            -DTESSARIN_BUILD_TESTS=OFF -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12
     fi
     quiet "build-$architecture" cmake --build "$build" -- -j "$jobs"
     if [[ ! -f $build/$app/$program ]]; then

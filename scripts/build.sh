@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Configures and builds one preset into build/PRESET.
 #
-# Usage: scripts/build.sh [PRESET] [NINJA-OPTION...]     presets: release (default) debug asan tsan bench fuzz
+# Usage: scripts/build.sh [PRESET] [NINJA-OPTION...]     presets: release (default: agent and host) test debug asan tsan bench fuzz
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

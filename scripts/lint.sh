@@ -23,7 +23,7 @@ for option; do
         *) echo "lint.sh: unknown option '$option'" >&2; exit 2 ;;
     esac
 done
-scripts/install-deps.sh build lint
+scripts/install-deps.sh build test lint
 
 folders=()
 for folder in common linux macos tools tests bench fuzz; do
@@ -41,6 +41,9 @@ shellcheck "${shell[@]}"
 echo "shellcheck: ${#shell[@]} files" >&2
 
 [[ $tidy != no ]] || exit 0
-# Generated headers (forms, meta objects) must be there.
-scripts/build.sh release
-python3 scripts/lib/run_tidy.py build/release "$tidy" $deep
+# Generated headers (forms, meta objects) must be there, nothing else needs to be built.
+cmake --preset lint >/dev/null
+mapfile -t generators < <(ninja -C build/lint -t targets all | sed -n 's/^\(.*_autogen\): phony$/\1/p')
+((${#generators[@]} > 0)) || { echo "lint.sh: found no generated headers to make" >&2; exit 1; }
+ninja -C build/lint --quiet "${generators[@]}"
+python3 scripts/lib/run_tidy.py build/lint "$tidy" $deep

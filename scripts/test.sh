@@ -4,7 +4,7 @@
 # tests once under the thread sanitizer. The last line sums up all runs. Not zero on any failure, and when there was nothing to run.
 #
 # Usage: scripts/test.sh [--quick] [--label REGEX] [-j N]
-#   --quick          only the optimised run
+#   --quick          only the optimised run, without real browsers, the macOS application and load
 #   --label REGEX    only tests with a matching label (unit, dbus, concurrency, load, desktop, architecture ...)
 #   -j N             so many jobs at once, default: one per processor
 set -euo pipefail
@@ -64,8 +64,14 @@ run() {
 }
 
 without_aslr=()
-run release
-if [[ $quick == no ]]; then
+if [[ $quick == yes ]]; then
+    run test -LE 'desktop|macos|load'
+else
+    # Many tests mostly wait. What they leave of the processors builds the macOS application, which its test then finds made.
+    if [[ -z $label ]]; then
+        chrt --idle 0 scripts/build-macos.sh >/dev/null 2>&1 &
+    fi
+    run test
     run asan -LE desktop
     # The thread sanitizer needs its address ranges free.
     ! setarch "$(uname -m)" -R true 2>/dev/null || without_aslr=(setarch "$(uname -m)" -R)

@@ -20,7 +20,7 @@ using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-TSettings Read(const std::string& json) {
+TSettings ReadSettings(const std::string& json) {
     return JsonToObjectImpl<TSettings>(json);
 }
 
@@ -159,7 +159,7 @@ std::vector<std::string> WrittenKeys(const TSettings& settings) {
 }
 
 TEST(SettingsJsonTest, EmptyObjectIsAllDefaults) {
-    const auto settings = Read("{}");
+    const auto settings = ReadSettings("{}");
     EXPECT_EQ(settings, TSettings());
     EXPECT_EQ(settings.UpdaterServerURL, std::nullopt);
     EXPECT_EQ(settings.ScanThreadCount, 0);
@@ -167,7 +167,7 @@ TEST(SettingsJsonTest, EmptyObjectIsAllDefaults) {
 }
 
 TEST(SettingsJsonTest, ReadsEveryKey) {
-    EXPECT_EQ(Read(kFullJson), Full());
+    EXPECT_EQ(ReadSettings(kFullJson), Full());
 }
 
 TEST(SettingsJsonTest, ReadsKeysInAnyOrder) {
@@ -199,12 +199,13 @@ TEST(SettingsJsonTest, EachKeyReadsIntoItsOwnFieldAlone) {
 }
 
 TEST(SettingsJsonTest, PassesOverUnknownKeysAndOtherCases) {
-    EXPECT_EQ(Read(R"({"Unknown": {"a": [1]}, "platform": "x", "": 1, "Platform ": 2})"), TSettings());
+    EXPECT_EQ(ReadSettings(R"({"Unknown": {"a": [1]}, "platform": "x", "": 1, "Platform ": 2})"),
+              TSettings());
 }
 
 TEST(SettingsJsonTest, FirstOfEqualKeysCounts) {
-    EXPECT_EQ(Read(R"({"LogLevel": "Trace", "LogLevel": "Error"})").LogLevel, "Trace");
-    EXPECT_EQ(Read(R"({"LogLevel": "Trace", "LogLevel": 1})").LogLevel, "Trace");
+    EXPECT_EQ(ReadSettings(R"({"LogLevel": "Trace", "LogLevel": "Error"})").LogLevel, "Trace");
+    EXPECT_EQ(ReadSettings(R"({"LogLevel": "Trace", "LogLevel": 1})").LogLevel, "Trace");
 }
 
 TEST(SettingsJsonTest, ReportsAWrongTypeInEveryField) {
@@ -213,38 +214,39 @@ TEST(SettingsJsonTest, ReportsAWrongTypeInEveryField) {
             return "{\"" + std::string(key.name) + "\": " + value + "}";
         };
         if (key.wrongValue == nullptr) {
-            EXPECT_EQ(Read(json("[]")), Read(json("0"))) << key.name;
-            EXPECT_THROW(Read(json("\"abc\"")), std::invalid_argument) << key.name;
+            EXPECT_EQ(ReadSettings(json("[]")), ReadSettings(json("0"))) << key.name;
+            EXPECT_THROW(ReadSettings(json("\"abc\"")), std::invalid_argument) << key.name;
         } else {
-            EXPECT_THROW(Read(json(key.wrongValue)), std::runtime_error) << key.name;
+            EXPECT_THROW(ReadSettings(json(key.wrongValue)), std::runtime_error) << key.name;
         }
         if (std::string(key.name) != "Products") {
-            EXPECT_NO_THROW(Read(json("null"))) << key.name;
+            EXPECT_NO_THROW(ReadSettings(json("null"))) << key.name;
         }
     }
 }
 
 TEST(SettingsJsonTest, ReportsTheWrongFieldThatComesFirstInTheRecord) {
     // The bool's own error, although the text's wrong type stands before it in the file.
-    EXPECT_EQ(FailureOf([] { Read(R"({"LastFsStateTag": 1, "DecryptOnly": 0.5})"); }),
+    EXPECT_EQ(FailureOf([] { ReadSettings(R"({"LastFsStateTag": 1, "DecryptOnly": 0.5})"); }),
               "Unexpected type for bool value");
 }
 
 TEST(SettingsJsonTest, RejectsWhatIsNoObject) {
     for (const auto* json : {"[]", "null", "1", "\"a\"", "true"})
-        EXPECT_EQ(FailureOf([&] { Read(json); }), "JsonToObjectImpl") << json;
+        EXPECT_EQ(FailureOf([&] { ReadSettings(json); }), "JsonToObjectImpl") << json;
     for (const auto* json : {"[1]", "[null]", "[[]]"}) {
-        EXPECT_EQ(FailureOf([&] { Read("{\"Products\": " + std::string(json) + "}"); }), "JsonToObjectImpl")
+        EXPECT_EQ(FailureOf([&] { ReadSettings("{\"Products\": " + std::string(json) + "}"); }),
+                  "JsonToObjectImpl")
             << json;
     }
 }
 
 TEST(SettingsJsonTest, ThreadCountAsAStringIsANumber) {
-    EXPECT_EQ(Read(R"({"ScanThreadCount": "4"})").ScanThreadCount, 4);
+    EXPECT_EQ(ReadSettings(R"({"ScanThreadCount": "4"})").ScanThreadCount, 4);
 }
 
 TEST(SettingsJsonTest, ProcessesAsOneStringAreAListAndWrittenAsAnArray) {
-    const auto settings = Read(R"({"StatisticsProcesses": "a;b", "SystemProcesses": ""})");
+    const auto settings = ReadSettings(R"({"StatisticsProcesses": "a;b", "SystemProcesses": ""})");
     EXPECT_THAT(settings.StatisticsProcesses, ElementsAre("a", "b"));
     EXPECT_THAT(settings.SystemProcesses, ElementsAre(""));
     EXPECT_THAT(ObjectToJson(settings), HasSubstr(R"(
@@ -338,8 +340,8 @@ TEST(SettingsJsonTest, ReadsBackWhatItWrites) {
     expected.IsExtensionMenuAvailable = false;
     expected.IsExtensionIconsAvailable = false;
     expected.AgentIconDisable = false;
-    EXPECT_EQ(Read(ObjectToJson(Full())), expected);
-    EXPECT_EQ(Read(ObjectToJson(TSettings())), TSettings());
+    EXPECT_EQ(ReadSettings(ObjectToJson(Full())), expected);
+    EXPECT_EQ(ReadSettings(ObjectToJson(TSettings())), TSettings());
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ constexpr auto kSmallest32 = std::numeric_limits<std::int32_t>::min();
 constexpr auto kLargest64 = std::numeric_limits<std::int64_t>::max();
 constexpr auto kSmallest64 = std::numeric_limits<std::int64_t>::min();
 
-FilterValue Text(const char* text) {
+FilterValue TextValue(const char* text) {
     return std::string(text);
 }
 FilterValue Number(std::int64_t number) {
@@ -29,23 +29,23 @@ FilterValue Number(std::int64_t number) {
 
 TEST(BoolValueTest, TextIsTrueWhenItBeginsWithALetterOfYesOrTrueOrADigitThatIsNotZero) {
     for (const char* text : {"YES", "yes", "y", "Yup", "true", "TRUE", "t", "1", "9", "5 apples", "17"}) {
-        EXPECT_TRUE(BoolValue(Text(text))) << text;
+        EXPECT_TRUE(BoolValue(TextValue(text))) << text;
     }
     for (const char* text : {"", "NO", "no", "false", "0", "x1", "on", "."}) {
-        EXPECT_FALSE(BoolValue(Text(text))) << text;
+        EXPECT_FALSE(BoolValue(TextValue(text))) << text;
     }
 }
 
 TEST(BoolValueTest, LeadingBlanksASignAndZerosOfTextAreSkipped) {
-    EXPECT_TRUE(BoolValue(Text(" \t\nYES")));
-    EXPECT_TRUE(BoolValue(Text("+1")));
-    EXPECT_TRUE(BoolValue(Text("-0002")));
-    EXPECT_TRUE(BoolValue(Text("  007")));
-    EXPECT_FALSE(BoolValue(Text("-000")));
-    EXPECT_FALSE(BoolValue(Text("0 1")));
-    EXPECT_FALSE(BoolValue(Text("0.5")));
-    EXPECT_FALSE(BoolValue(Text("- 1")));
-    EXPECT_FALSE(BoolValue(Text("--1")));
+    EXPECT_TRUE(BoolValue(TextValue(" \t\nYES")));
+    EXPECT_TRUE(BoolValue(TextValue("+1")));
+    EXPECT_TRUE(BoolValue(TextValue("-0002")));
+    EXPECT_TRUE(BoolValue(TextValue("  007")));
+    EXPECT_FALSE(BoolValue(TextValue("-000")));
+    EXPECT_FALSE(BoolValue(TextValue("0 1")));
+    EXPECT_FALSE(BoolValue(TextValue("0.5")));
+    EXPECT_FALSE(BoolValue(TextValue("- 1")));
+    EXPECT_FALSE(BoolValue(TextValue("--1")));
 }
 
 TEST(BoolValueTest, ANumberIsTrueUnlessItIsZero) {
@@ -59,28 +59,28 @@ TEST(BoolValueTest, ANumberIsTrueUnlessItIsZero) {
 }
 
 TEST(IntValueTest, TextIsReadUpToWhatIsNoDigit) {
-    EXPECT_EQ(IntValue(Text("42")), 42);
-    EXPECT_EQ(IntValue(Text("  42 apples")), 42);
-    EXPECT_EQ(IntValue(Text("+7")), 7);
-    EXPECT_EQ(IntValue(Text("-7.9")), -7);
-    EXPECT_EQ(IntValue(Text("1e3")), 1);
-    EXPECT_EQ(IntValue(Text("0x10")), 0);
-    EXPECT_EQ(IntValue(Text("007")), 7);
+    EXPECT_EQ(IntValue(TextValue("42")), 42);
+    EXPECT_EQ(IntValue(TextValue("  42 apples")), 42);
+    EXPECT_EQ(IntValue(TextValue("+7")), 7);
+    EXPECT_EQ(IntValue(TextValue("-7.9")), -7);
+    EXPECT_EQ(IntValue(TextValue("1e3")), 1);
+    EXPECT_EQ(IntValue(TextValue("0x10")), 0);
+    EXPECT_EQ(IntValue(TextValue("007")), 7);
 }
 
 TEST(IntValueTest, TextThatDoesNotBeginWithANumberIsZero) {
     for (const char* text : {"", " ", "abc", "- 5", "+-5", ".5", "YES"}) {
-        EXPECT_EQ(IntValue(Text(text)), 0) << text;
-        EXPECT_EQ(IntegerValue(Text(text)), 0) << text;
+        EXPECT_EQ(IntValue(TextValue(text)), 0) << text;
+        EXPECT_EQ(IntegerValue(TextValue(text)), 0) << text;
     }
 }
 
 TEST(IntValueTest, TextThatDoesNotFitIsTheNearestThatFits) {
-    EXPECT_EQ(IntValue(Text("2147483647")), kLargest32);
-    EXPECT_EQ(IntValue(Text("2147483648")), kLargest32);
-    EXPECT_EQ(IntValue(Text("99999999999999999999999")), kLargest32);
-    EXPECT_EQ(IntValue(Text("-2147483648")), kSmallest32);
-    EXPECT_EQ(IntValue(Text("-2147483649")), kSmallest32);
+    EXPECT_EQ(IntValue(TextValue("2147483647")), kLargest32);
+    EXPECT_EQ(IntValue(TextValue("2147483648")), kLargest32);
+    EXPECT_EQ(IntValue(TextValue("99999999999999999999999")), kLargest32);
+    EXPECT_EQ(IntValue(TextValue("-2147483648")), kSmallest32);
+    EXPECT_EQ(IntValue(TextValue("-2147483649")), kSmallest32);
 }
 
 TEST(IntValueTest, ANumberKeepsItsLowBitsAndAFractionIsCutOff) {
@@ -92,11 +92,11 @@ TEST(IntValueTest, ANumberKeepsItsLowBitsAndAFractionIsCutOff) {
 }
 
 TEST(IntegerValueTest, HoldsSixtyFourBitsAndSaturatesBeyond) {
-    EXPECT_EQ(IntegerValue(Text("9223372036854775807")), kLargest64);
-    EXPECT_EQ(IntegerValue(Text("9223372036854775808")), kLargest64);
-    EXPECT_EQ(IntegerValue(Text("-9223372036854775808")), kSmallest64);
-    EXPECT_EQ(IntegerValue(Text("-9223372036854775809")), kSmallest64);
-    EXPECT_EQ(IntegerValue(Text(" 1795219200000000000ns")), 1795219200000000000);
+    EXPECT_EQ(IntegerValue(TextValue("9223372036854775807")), kLargest64);
+    EXPECT_EQ(IntegerValue(TextValue("9223372036854775808")), kLargest64);
+    EXPECT_EQ(IntegerValue(TextValue("-9223372036854775808")), kSmallest64);
+    EXPECT_EQ(IntegerValue(TextValue("-9223372036854775809")), kSmallest64);
+    EXPECT_EQ(IntegerValue(TextValue(" 1795219200000000000ns")), 1795219200000000000);
     EXPECT_EQ(IntegerValue(1e300), kLargest64);
     EXPECT_EQ(IntegerValue(-1e300), kSmallest64);
     EXPECT_EQ(IntegerValue(-1.5), -1);
@@ -104,29 +104,29 @@ TEST(IntegerValueTest, HoldsSixtyFourBitsAndSaturatesBeyond) {
 }
 
 TEST(DoubleValueTest, TextIsReadAsADecimalNumberWhateverFollows) {
-    EXPECT_EQ(DoubleValue(Text("0.5")), 0.5);
-    EXPECT_EQ(DoubleValue(Text(" \n-2.25 dollars")), -2.25);
-    EXPECT_EQ(DoubleValue(Text("+.5")), 0.5);
-    EXPECT_EQ(DoubleValue(Text("5.")), 5);
-    EXPECT_EQ(DoubleValue(Text("1e3")), 1000);
-    EXPECT_EQ(DoubleValue(Text("1E-2x")), 0.01);
-    EXPECT_EQ(DoubleValue(Text("1e")), 1);
-    EXPECT_EQ(DoubleValue(Text("1e+")), 1);
-    EXPECT_EQ(DoubleValue(Text("1,5")), 1);
-    EXPECT_EQ(DoubleValue(Text("1.2.3")), 1.2);
+    EXPECT_EQ(DoubleValue(TextValue("0.5")), 0.5);
+    EXPECT_EQ(DoubleValue(TextValue(" \n-2.25 dollars")), -2.25);
+    EXPECT_EQ(DoubleValue(TextValue("+.5")), 0.5);
+    EXPECT_EQ(DoubleValue(TextValue("5.")), 5);
+    EXPECT_EQ(DoubleValue(TextValue("1e3")), 1000);
+    EXPECT_EQ(DoubleValue(TextValue("1E-2x")), 0.01);
+    EXPECT_EQ(DoubleValue(TextValue("1e")), 1);
+    EXPECT_EQ(DoubleValue(TextValue("1e+")), 1);
+    EXPECT_EQ(DoubleValue(TextValue("1,5")), 1);
+    EXPECT_EQ(DoubleValue(TextValue("1.2.3")), 1.2);
 }
 
 TEST(DoubleValueTest, WhatIsNoDecimalNumberIsZero) {
     for (const char* text : {"", ".", "-", "abc", "inf", "nan", "- 1", "e5", "$5"}) {
-        EXPECT_EQ(DoubleValue(Text(text)), 0) << text;
+        EXPECT_EQ(DoubleValue(TextValue(text)), 0) << text;
     }
-    EXPECT_EQ(DoubleValue(Text("0x1F")), 0);
+    EXPECT_EQ(DoubleValue(TextValue("0x1F")), 0);
 }
 
 TEST(DoubleValueTest, TextThatIsTooLargeIsInfinityAndTooSmallIsZero) {
-    EXPECT_EQ(DoubleValue(Text("1e999")), HUGE_VAL);
-    EXPECT_EQ(DoubleValue(Text("-1e999")), -HUGE_VAL);
-    EXPECT_EQ(DoubleValue(Text("1e-999")), 0);
+    EXPECT_EQ(DoubleValue(TextValue("1e999")), HUGE_VAL);
+    EXPECT_EQ(DoubleValue(TextValue("-1e999")), -HUGE_VAL);
+    EXPECT_EQ(DoubleValue(TextValue("1e-999")), 0);
 }
 
 TEST(DoubleValueTest, NumbersAreConverted) {
@@ -136,7 +136,7 @@ TEST(DoubleValueTest, NumbersAreConverted) {
 }
 
 TEST(DescriptionTest, TextStaysAndNumbersAreDecimal) {
-    EXPECT_EQ(Description(Text(" <b>as it is</b> ")), " <b>as it is</b> ");
+    EXPECT_EQ(Description(TextValue(" <b>as it is</b> ")), " <b>as it is</b> ");
     EXPECT_EQ(Description(Number(-12)), "-12");
     EXPECT_EQ(Description(0.5), "0.5");
     EXPECT_EQ(Description(3.0), "3");

@@ -4,15 +4,9 @@
 
 #include "xpccommon/UserAgentProtocol.h"
 
-namespace {
-
-class PlainInterface : public cmn::XPCInterface {};
-
-}  // namespace
-
-// This test program's end of the seam: the fake connections need no description of the messages.
+// This test program's end of the seam.
 std::shared_ptr<const cmn::XPCInterface> cmn::CreateUserAgentInterface() {
-    return std::make_shared<PlainInterface>();
+    return std::make_shared<fake::PlainInterface>();
 }
 
 struct RecordingDaemon::State {

@@ -12,8 +12,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-class PlainInterface : public cmn::XPCInterface {};
-
 class PlainObject : public cmn::XPCVersioning {
  public:
     void version(std::function<void(const std::string&)> reply) override { reply("1.0"); }
@@ -26,7 +24,7 @@ class AcceptingServer : public cmn::XPCServer {
     bool shouldAcceptNewConnection(const std::shared_ptr<cmn::XPCConnection>& connection) override {
         asked = connection;
         if (accepts) {
-            connection->setExportedInterface(std::make_shared<PlainInterface>());
+            connection->setExportedInterface(std::make_shared<fake::PlainInterface>());
             connection->setExportedObject(std::make_shared<PlainObject>());
             connection->resume();
         }

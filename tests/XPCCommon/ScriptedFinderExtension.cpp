@@ -2,15 +2,9 @@
 
 #include <utility>
 
-namespace {
-
-class PlainInterface : public cmn::XPCInterface {};
-
-}  // namespace
-
-// This test program's end of the seam: the fake connections need no description of the messages.
+// This test program's end of the seam.
 std::shared_ptr<const cmn::XPCInterface> cmn::FinderExtensionXPCInterface() {
-    return std::make_shared<PlainInterface>();
+    return std::make_shared<fake::PlainInterface>();
 }
 
 class ScriptedFinderExtension::Proxy : public cmn::FinderExtensionCommunicator {

@@ -28,8 +28,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::SizeIs;
 
-constexpr const char* kService = "com.tessarin.UserAgent";
-constexpr const char* kPath = "/com/tessarin/UserAgent";
+constexpr const char* kUserAgentService = "com.tessarin.UserAgent";
+constexpr const char* kUserAgentPath = "/com/tessarin/UserAgent";
 
 class UserAgentDBusTest : public testing::Test {
  protected:
@@ -95,15 +95,15 @@ class UserAgentDBusTest : public testing::Test {
 
 TEST_F(UserAgentDBusTest, TheClientSpeaksTheContract) {
     RawPeer daemon(bus.address(), goodDaemon());
-    ASSERT_TRUE(daemon.own(kService));
+    ASSERT_TRUE(daemon.own(kUserAgentService));
     const auto client = startClient();
     ASSERT_TRUE(WaitFor([&] { return client->connected() && received.all("SetURLExtractor").size() == 1; }));
     client->sendURL("https://example.com/\xc3\xa4?q=1", "Google Chrome", -7);
     ASSERT_TRUE(WaitFor([&] { return received.all("SendURL").size() == 1; }));
 
     const auto version = received.all("Version").at(0);
-    EXPECT_EQ(version.path, kPath);
-    EXPECT_EQ(version.interface, kService);
+    EXPECT_EQ(version.path, kUserAgentPath);
+    EXPECT_EQ(version.interface, kUserAgentService);
     EXPECT_EQ(version.signature, "");
     EXPECT_TRUE(version.wantsAnswer);
 
@@ -113,8 +113,8 @@ TEST_F(UserAgentDBusTest, TheClientSpeaksTheContract) {
     EXPECT_NE(extractor.arguments[0].value<QDBusObjectPath>().path(), "/");
 
     const auto report = received.all("SendURL").at(0);
-    EXPECT_EQ(report.path, kPath);
-    EXPECT_EQ(report.interface, kService);
+    EXPECT_EQ(report.path, kUserAgentPath);
+    EXPECT_EQ(report.interface, kUserAgentService);
     EXPECT_EQ(report.signature, "ssi");
     EXPECT_FALSE(report.wantsAnswer);
     EXPECT_EQ(report.arguments, (QVariantList{QStringLiteral("https://example.com/ä?q=1"),
@@ -123,7 +123,7 @@ TEST_F(UserAgentDBusTest, TheClientSpeaksTheContract) {
 
 TEST_F(UserAgentDBusTest, TheExtractorSpeaksTheContract) {
     RawPeer daemon(bus.address(), goodDaemon());
-    ASSERT_TRUE(daemon.own(kService));
+    ASSERT_TRUE(daemon.own(kUserAgentService));
     const auto client = startClient();
     ASSERT_TRUE(WaitFor([&] { return received.all("SetURLExtractor").size() == 1; }));
     const auto extractor = received.all("SetURLExtractor").at(0);
@@ -151,15 +151,16 @@ TEST_F(UserAgentDBusTest, TheServerSpeaksTheContract) {
         received.add(message);
         connection.send(message.createReply(QStringLiteral("http://here/")));
     });
-    const QDBusMessage version = agent.call(RawPeer::message(kService, kPath, kService, "Version"));
+    const QDBusMessage version =
+        agent.call(RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "Version"));
     EXPECT_EQ(version.signature(), "s");
     EXPECT_EQ(version.arguments(), QVariantList{QStringLiteral("1.0")});
     const QDBusMessage set =
-        agent.call(RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+        agent.call(RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "SetURLExtractor",
                                     {QVariant::fromValue(QDBusObjectPath("/my/extractor"))}));
     EXPECT_EQ(set.signature(), "b");
     EXPECT_EQ(set.arguments(), QVariantList{true});
-    agent.send(RawPeer::message(kService, kPath, kService, "SendURL",
+    agent.send(RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "SendURL",
                                 {QStringLiteral("http://a/"), QStringLiteral("Firefox"), 3}));
     EXPECT_TRUE(WaitFor([&] { return allReports() == std::vector<std::string>{"Firefox 3 http://a/"}; }));
 
@@ -174,8 +175,9 @@ TEST_F(UserAgentDBusTest, TheServerSpeaksTheContract) {
 TEST_F(UserAgentDBusTest, AReportThatAsksForAnAnswerAllTheSameGetsAnEmptyOne) {
     const auto server = startServer();
     RawPeer agent(bus.address());
-    const QDBusMessage answer = agent.call(RawPeer::message(kService, kPath, kService, "SendURL",
-                                                            {QStringLiteral("u"), QStringLiteral("b"), 1}));
+    const QDBusMessage answer =
+        agent.call(RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "SendURL",
+                                    {QStringLiteral("u"), QStringLiteral("b"), 1}));
     EXPECT_EQ(answer.type(), QDBusMessage::ReplyMessage);
     EXPECT_THAT(answer.arguments(), testing::IsEmpty());
 }
@@ -186,7 +188,7 @@ TEST_F(UserAgentDBusTest, AnExtractorAtTheRootPathStandsForNone) {
                   [&](const QDBusMessage& message, const QDBusConnection&) { received.add(message); });
     const auto set = [&](const char* path) {
         return agent.call(
-            RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+            RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "SetURLExtractor",
                              {QVariant::fromValue(QDBusObjectPath(QString::fromLatin1(path)))}));
     };
     EXPECT_EQ(set("/my/extractor").arguments(), QVariantList{true});
@@ -243,7 +245,7 @@ TEST_F(UserAgentDBusTest, AnExtractorThatAnswersWronglyGivesTheEmptyURL) {
     RawPeer agent(bus.address(), [&](const QDBusMessage& message, const QDBusConnection& connection) {
         connection.send(message.createReply(answer));
     });
-    agent.call(RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+    agent.call(RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "SetURLExtractor",
                                 {QVariant::fromValue(QDBusObjectPath("/my/extractor"))}));
     EXPECT_EQ(server->getURL("Safari"), "");
     EXPECT_EQ(log.count("GetURL -- failed"), 1U);
@@ -253,7 +255,7 @@ TEST_F(UserAgentDBusTest, AnExtractorWhoseAgentIsGoneGivesTheEmptyURL) {
     const auto server = startServer();
     {
         RawPeer agent(bus.address());
-        agent.call(RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+        agent.call(RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "SetURLExtractor",
                                     {QVariant::fromValue(QDBusObjectPath("/my/extractor"))}));
     }
     EXPECT_EQ(server->getURL("Safari"), "");
@@ -263,7 +265,7 @@ TEST_F(UserAgentDBusTest, AnExtractorWhoseAgentIsGoneGivesTheEmptyURL) {
 
 TEST_F(UserAgentDBusTest, ADelegateThatThrowsIsAnErrorForTheDaemonNotASilence) {
     RawPeer daemon(bus.address(), goodDaemon());
-    ASSERT_TRUE(daemon.own(kService));
+    ASSERT_TRUE(daemon.own(kUserAgentService));
     const auto client =
         startClient([](const std::string&) -> std::string { throw std::runtime_error("no idea"); });
     ASSERT_TRUE(WaitFor([&] { return received.all("SetURLExtractor").size() == 1; }));
@@ -316,7 +318,7 @@ TEST_F(UserAgentDBusTest, ADaemonThatAnswersTheVersionWronglyIsWarnedAbout) {
     RawPeer daemon(bus.address(), [](const QDBusMessage& message, const QDBusConnection& connection) {
         connection.send(message.createReply(QVariantList{1.0}));
     });
-    ASSERT_TRUE(daemon.own(kService));
+    ASSERT_TRUE(daemon.own(kUserAgentService));
     const auto client = startClient();
     EXPECT_TRUE(WaitFor([&] {
         return log.count("Remote object proxy error --  com.tessarin.UserAgent") == 1 &&
@@ -328,7 +330,7 @@ TEST_F(UserAgentDBusTest, ADaemonThatAnswersTheVersionWronglyIsWarnedAbout) {
 TEST_F(UserAgentDBusTest, ADaemonThatNeverAnswersStillGetsReports) {
     RawPeer daemon(bus.address(),
                    [&](const QDBusMessage& message, const QDBusConnection&) { received.add(message); });
-    ASSERT_TRUE(daemon.own(kService));
+    ASSERT_TRUE(daemon.own(kUserAgentService));
     const auto client = startClient();
     client->sendURL("https://example.com/", "Safari", 1);
     ASSERT_TRUE(WaitFor([&] { return received.all("SendURL").size() == 1; }));

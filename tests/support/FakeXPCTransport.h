@@ -10,6 +10,9 @@
 
 namespace fake {
 
+// The fake connections need no description of the messages.
+class PlainInterface : public cmn::XPCInterface {};
+
 // A connection whose other end is the test. Records what is done to it and checks the order in which it is
 // used.
 class XPCConnection : public cmn::XPCConnection {

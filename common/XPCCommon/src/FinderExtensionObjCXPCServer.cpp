@@ -12,7 +12,7 @@ namespace cmn {
 
 namespace {
 
-constexpr const char* kInterfaceVersion = "1.0";
+constexpr const char* kFinderExtensionVersion = "1.0";
 
 // With a lower-case "f", unlike the service's name.
 constexpr const char* kLogFileName = "com.tessarin.finderExtension";
@@ -87,7 +87,7 @@ bool FinderExtensionObjCXPCServer::shouldAcceptNewConnection(
 }
 
 void FinderExtensionObjCXPCServer::version(std::function<void(const std::string&)> reply) {
-    Send(reply, std::string(kInterfaceVersion));
+    Send(reply, std::string(kFinderExtensionVersion));
 }
 
 void FinderExtensionObjCXPCServer::sendLogMessage(const std::string& message, const std::string& level) {

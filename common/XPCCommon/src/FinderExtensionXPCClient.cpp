@@ -11,10 +11,10 @@ namespace cmn {
 namespace {
 
 constexpr std::chrono::nanoseconds kRequestDeadline{100'000'000};
-constexpr std::chrono::nanoseconds kValidationDeadline{1'000'000'000};
+constexpr std::chrono::nanoseconds kFinderExtensionDeadline{1'000'000'000};
 
 // What the reconnect is asked with; the base ignores it.
-constexpr int kReconnectArgument = 1;
+constexpr int kFinderExtensionReconnectArgument = 1;
 
 constexpr std::int32_t kNoAnswerStatus = 2;
 
@@ -47,7 +47,7 @@ void FinderExtensionXPCClient::willResumeConnection(const std::shared_ptr<XPCCon
 void FinderExtensionXPCClient::didResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
     setConnection(connection);
     ValidateConnection(dispatch(), connection,
-                       {kValidationDeadline, std::shared_ptr<std::atomic<bool>>(self(), &connected_),
+                       {kFinderExtensionDeadline, std::shared_ptr<std::atomic<bool>>(self(), &connected_),
                         [](const RemoteError& error) {
                             SystemLog("Remote object proxy error --  " + error.recoverySuggestion);
                         }});
@@ -64,7 +64,7 @@ void FinderExtensionXPCClient::connectionDidInterrupt() {
 void FinderExtensionXPCClient::connectionEnded(const char* message) {
     SystemLog(message);
     connected_ = false;
-    reconnect(kReconnectArgument);
+    reconnect(kFinderExtensionReconnectArgument);
 }
 
 void FinderExtensionXPCClient::afterVersion(std::function<void(const Proxy&)> action) const {

@@ -11,14 +11,14 @@ namespace cmn {
 
 namespace {
 
-constexpr std::chrono::seconds kValidationDeadline{5};
+constexpr std::chrono::seconds kUserAgentDeadline{5};
 
 // One nanosecond in the past, on purpose: such a wait looks at the semaphore and returns at once. Neither the
 // main queue nor the watcher, which reports URLs with its mutex held, may ever wait for the daemon.
 constexpr std::chrono::nanoseconds kPastDeadline{-1};
 
 // What the reconnect is asked with; the base ignores it.
-constexpr int kReconnectArgument = 5;
+constexpr int kUserAgentReconnectArgument = 5;
 
 std::shared_ptr<UserAgentProtocol> RemoteUserAgent(const std::shared_ptr<XPCConnection>& connection,
                                                    RemoteErrorHandler onError) {
@@ -47,7 +47,7 @@ void UserAgentObjCXPCClient::didResumeConnection(const std::shared_ptr<XPCConnec
 
 void UserAgentObjCXPCClient::validateConnection(const std::shared_ptr<XPCConnection>& connection) {
     ValidateConnection(dispatch(), connection,
-                       {kValidationDeadline, std::shared_ptr<std::atomic<bool>>(self(), &connected_),
+                       {kUserAgentDeadline, std::shared_ptr<std::atomic<bool>>(self(), &connected_),
                         [](const RemoteError& error) {
                             TLOG_WARN("Remote object proxy error --  {}", error.recoverySuggestion);
                         }});
@@ -87,13 +87,13 @@ void UserAgentObjCXPCClient::sendURL(const std::string& url, const std::string& 
 void UserAgentObjCXPCClient::connectionDidInvalidate() {
     connected_ = false;
     TLOG_WARN("Did invalidate -- reconnecting");
-    reconnect(kReconnectArgument);
+    reconnect(kUserAgentReconnectArgument);
 }
 
 void UserAgentObjCXPCClient::connectionDidInterrupt() {
     connected_ = false;
     TLOG_WARN("Did interrupt -- reconnecting");
-    reconnect(kReconnectArgument);
+    reconnect(kUserAgentReconnectArgument);
 }
 
 std::shared_ptr<UserAgentObjCXPCClient> UserAgentObjCXPCClient::self() {

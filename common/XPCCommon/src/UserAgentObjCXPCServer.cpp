@@ -9,7 +9,7 @@ namespace cmn {
 
 namespace {
 
-constexpr const char* kInterfaceVersion = "1.0";
+constexpr const char* kUserAgentVersion = "1.0";
 constexpr std::chrono::seconds kExtractorDeadline{3};
 
 // What the extractor answered. A late answer still writes here; nobody reads it then.
@@ -48,7 +48,7 @@ bool UserAgentObjCXPCServer::shouldAcceptNewConnection(const std::shared_ptr<XPC
 }
 
 void UserAgentObjCXPCServer::version(std::function<void(const std::string&)> reply) {
-    reply(kInterfaceVersion);
+    reply(kUserAgentVersion);
 }
 
 void UserAgentObjCXPCServer::setURLExtractor(std::shared_ptr<URLExtractor> extractor,

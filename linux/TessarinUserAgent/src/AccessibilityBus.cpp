@@ -19,8 +19,6 @@ namespace {
 // A bus that is not usable is looked for at most this often outside the polling cycles.
 constexpr std::chrono::seconds kPauseBetweenLooks{1};
 
-const atspi::ObjectRef kSessionObject{QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus")};
-
 // The bus library connects with a blocking call on a thread that all its connections share: it is only let
 // near a bus that answers.
 cmn::BusProbeResult Probe(const std::shared_ptr<cmn::TaskPool>& pool, const std::string& address,
@@ -151,10 +149,11 @@ AccessibilityBus::SessionAnswer AccessibilityBus::askSession(Deadline deadline) 
         answer.failure = "the session bus does not answer";
         return answer;
     }
-    const Replies replies = CallTogether(*bus,
-                                         {atspi::GetProperty(kSessionObject, "org.a11y.Status", "IsEnabled"),
-                                          atspi::Call(kSessionObject, "org.a11y.Bus", "GetAddress")},
-                                         deadline);
+    const Replies replies =
+        CallTogether(*bus,
+                     {atspi::GetProperty(atspi::kSessionObject, "org.a11y.Status", "IsEnabled"),
+                      atspi::Call(atspi::kSessionObject, "org.a11y.Bus", "GetAddress")},
+                     deadline);
     answer.switchedOn = atspi::ReadBoolProperty(replies.messages[0]);
     if (const auto address = atspi::ReadString(replies.messages[1])) {
         answer.address = address->toStdString();

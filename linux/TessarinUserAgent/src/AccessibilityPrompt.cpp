@@ -16,8 +16,6 @@ constexpr const char* kSwitchOnAction = "switch-on";
 // Services that have to be started first take their time.
 constexpr std::chrono::seconds kServiceTimeout{25};
 
-const atspi::ObjectRef kSessionObject{QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus")};
-
 void LogRemedy() {
     TLOG_WARN(
         "Accessibility is off and nobody could be asked to switch it on. It can be done with: busctl --user "
@@ -39,7 +37,7 @@ void AccessibilityPrompt::ask() {
         return;
     }
     // The session may have been too slow to answer the question that led here.
-    core->calls.call(*session, atspi::GetProperty(kSessionObject, "org.a11y.Status", "IsEnabled"),
+    core->calls.call(*session, atspi::GetProperty(atspi::kSessionObject, "org.a11y.Status", "IsEnabled"),
                      kServiceTimeout, [this](const QDBusMessage& reply) {
                          const std::optional<bool> isEnabled = atspi::ReadBoolProperty(reply);
                          if (!isEnabled) {
@@ -101,7 +99,7 @@ void AccessibilityPrompt::switchOn() {
         return;
     }
     core->calls.call(*session,
-                     atspi::Call(kSessionObject, "org.freedesktop.DBus.Properties", "Set",
+                     atspi::Call(atspi::kSessionObject, "org.freedesktop.DBus.Properties", "Set",
                                  {QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"),
                                   QVariant::fromValue(QDBusVariant(true))}),
                      kServiceTimeout, [](const QDBusMessage& reply) {

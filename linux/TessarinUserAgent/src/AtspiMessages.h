@@ -24,6 +24,9 @@ struct ObjectRef {
     bool operator==(const ObjectRef&) const = default;
 };
 
+// On the session bus: knows whether accessibility is on, and the address of the accessibility bus.
+inline const ObjectRef kSessionObject{QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus")};
+
 QDBusMessage Call(const ObjectRef& object, const char* interface, const char* method,
                   const QVariantList& arguments = {});
 QDBusMessage GetProperty(const ObjectRef& object, const char* interface, const char* property);

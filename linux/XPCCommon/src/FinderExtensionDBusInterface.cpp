@@ -14,7 +14,6 @@ namespace cmn {
 
 namespace {
 
-constexpr const char* kVersion = "Version";
 constexpr const char* kCheckEncryptionStatus = "CheckEncryptionStatus";
 constexpr const char* kDecrypt = "Decrypt";
 constexpr const char* kGetScanResult = "GetScanResult";
@@ -27,7 +26,7 @@ constexpr const char* kDidCheckEncryptionStatus = "DidCheckEncryptionStatus";
 const DBusDescription& FinderExtensionDescription() {
     static const DBusDescription description = std::make_shared<DBusInterfaceDescription>(
         DBusInterfaceDescription{"com.tessarin.FinderExtension",
-                                 {{kVersion, "", "s"},
+                                 {{kVersionMethod, "", "s"},
                                   {kCheckEncryptionStatus, "so", "", {"path", "delegate"}, true},
                                   {kDecrypt, "s", "i", {"path"}},
                                   {kGetScanResult, "s", "aa{ss}", {"path"}},
@@ -79,7 +78,7 @@ class FinderExtensionProxy final : public FinderExtensionCommunicator {
     explicit FinderExtensionProxy(DBusRemoteObject remote) : remote_(std::move(remote)) {}
 
     void version(std::function<void(const std::string&)> reply) override {
-        remote_.ask<std::string>(kVersion, {}, std::move(reply));
+        remote_.ask<std::string>(kVersionMethod, {}, std::move(reply));
     }
     void checkEncryptionStatus(const std::string& path,
                                std::shared_ptr<FinderExtensionDelegate> delegate) override {
@@ -116,7 +115,7 @@ void DeliverToFinderExtension(FinderExtensionCommunicator& service, const std::s
     const auto text = [&](std::size_t index) -> const std::string& {
         return std::get<std::string>(arguments[index]);
     };
-    if (method == kVersion) {
+    if (method == kVersionMethod) {
         service.version(SendValue<std::string>(reply));
     } else if (method == kCheckEncryptionStatus) {
         service.checkEncryptionStatus(

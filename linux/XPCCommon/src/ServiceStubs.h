@@ -9,6 +9,9 @@
 // What the typed stubs of every service have in common.
 namespace cmn {
 
+// Every service answers it.
+inline constexpr const char* kVersionMethod = "Version";
+
 using DBusDescription = std::shared_ptr<const DBusInterfaceDescription>;
 
 // One remote object and the interface it is called by.

@@ -11,7 +11,6 @@ namespace cmn {
 
 namespace {
 
-constexpr const char* kVersion = "Version";
 constexpr const char* kSetURLExtractor = "SetURLExtractor";
 constexpr const char* kSendURL = "SendURL";
 constexpr const char* kGetURL = "GetURL";
@@ -19,7 +18,7 @@ constexpr const char* kGetURL = "GetURL";
 const DBusDescription& UserAgentDescription() {
     static const DBusDescription description = std::make_shared<DBusInterfaceDescription>(
         DBusInterfaceDescription{"com.tessarin.UserAgent",
-                                 {{kVersion, "", "s"},
+                                 {{kVersionMethod, "", "s"},
                                   {kSetURLExtractor, "o", "b", {"extractor"}},
                                   {kSendURL, "ssi", "", {"url", "browser", "pid"}, true}}});
     return description;
@@ -61,7 +60,7 @@ class UserAgentProxy final : public UserAgentProtocol {
     explicit UserAgentProxy(DBusRemoteObject remote) : remote_(std::move(remote)) {}
 
     void version(std::function<void(const std::string&)> reply) override {
-        remote_.ask<std::string>(kVersion, {}, std::move(reply));
+        remote_.ask<std::string>(kVersionMethod, {}, std::move(reply));
     }
     void setURLExtractor(std::shared_ptr<URLExtractor> extractor, std::function<void(bool)> reply) override {
         const DBusObjectPath path = remote_.channel()->exportObject(extractor, URLExtractorDescription(),
@@ -78,7 +77,7 @@ class UserAgentProxy final : public UserAgentProtocol {
 
 void DeliverToUserAgent(UserAgentProtocol& service, const std::shared_ptr<DBusChannel>& peer,
                         const std::string& method, const DBusArguments& arguments, const DBusReply& reply) {
-    if (method == kVersion) {
+    if (method == kVersionMethod) {
         service.version(SendValue<std::string>(reply));
     } else if (method == kSetURLExtractor) {
         service.setURLExtractor(CreatePassedObject<URLExtractorProxy>(
