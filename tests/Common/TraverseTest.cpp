@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "InChild.h"
 #include "common/fs.h"
 #include "support/LogCapture.h"
 
@@ -239,6 +241,150 @@ TEST_F(TraverseTest, ErrorOnTheWayIsLoggedAndEndsTheWalk) {
     EXPECT_EQ(calls, 1);
     EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Access to [" + gone.string() +
                                                               "] failed with: " + std::strerror(ENOENT))));
+}
+
+// Names of `count` folders inside one another.
+std::string Nested(std::size_t count, const std::string& name = "n") {
+    std::string names;
+    for (std::size_t i = 0; i < count; ++i)
+        names += (i == 0 ? "" : "/") + name;
+    return names;
+}
+
+TEST_F(TraverseTest, FindsFilesBelowMoreFoldersThanItMayOpen) {
+    makeFile(Nested(300) + "/deepest");
+    makeFile("n/upper");
+    const auto found = fake::AnswerInChild([&] {
+        const rlimit few{256, 256};
+        if (setrlimit(RLIMIT_NOFILE, &few) != 0)
+            return std::string("no limit");
+        std::set<std::string> names;
+        cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path& path) { names.insert(path.filename()); });
+        std::string all;
+        for (const auto& name : names)
+            all += name + " ";
+        return all;
+    });
+    EXPECT_EQ(found, "deepest upper ");
+}
+
+std::size_t OpenDescriptors() {
+    const fs::directory_iterator begin("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin, fs::directory_iterator()));
+}
+
+TEST_F(TraverseTest, HoldsFewDescriptorsWhateverTheDepth) {
+    // Files that the system lists before the folder beside them and files that it lists behind it.
+    for (const auto* name : {"before", "behind"}) {
+        for (std::size_t depth = 1; depth <= 120; ++depth)
+            makeFile(Nested(depth) + "/" + name);
+    }
+    const auto before = OpenDescriptors();
+    std::size_t most = 0;
+    std::size_t calls = 0;
+    cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path&) {
+        ++calls;
+        most = std::max(most, OpenDescriptors());
+    });
+    EXPECT_EQ(calls, 240U);
+    EXPECT_LE(most, before + 34);
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(TraverseTest, KeepsTheSystemsOrderAtEveryDepth) {
+    // A long chain with files and shorter chains beside every folder.
+    for (std::size_t depth = 0; depth < 100; depth += 6) {
+        for (const auto* name : {"a", "m", "z"})
+            makeFile((fs::path(Nested(depth)) / name).string());
+        makeFile((fs::path(Nested(depth)) / "side" / Nested(depth % 50, "s") / "file").string());
+    }
+    std::vector<std::string> expected;
+    for (const auto& entry : fs::recursive_directory_iterator(root_)) {
+        if (entry.is_regular_file())
+            expected.push_back(entry.path().lexically_relative(root_));
+    }
+    EXPECT_EQ(expected.size(), 17U * 4);
+    EXPECT_EQ(walk(), expected);
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(TraverseTest, FindsFilesWhosePathIsTooLongForTheSystem) {
+    fs::create_directories(root_);
+    const std::string name(200, 'x');
+    const auto home = fs::current_path();
+    fs::current_path(root_);
+    for (int i = 0; i < 50; ++i) {
+        fs::create_directory(name);
+        fs::current_path(name);
+    }
+    cmn::StrToFile("x", "deepest");
+    fs::create_symlink("deepest", "link");
+    fs::current_path(home);
+    makeFile("upper");
+    EXPECT_THAT(walk(),
+                UnorderedElementsAre(Nested(50, name) + "/deepest", Nested(50, name) + "/link", "upper"));
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(TraverseTest, TakesTheRootAsItIsWritten) {
+    makeFile("a/b");
+    const auto names = [](const std::string& root) {
+        std::vector<std::string> found;
+        cmn::TraverseDirectoryNoThrow(root, [&](const fs::path& path) { found.push_back(path.string()); });
+        return found;
+    };
+    const auto root = root_.string();
+    fs::create_directory_symlink(root_, folder_ / "link");
+    EXPECT_THAT(names(root), ElementsAre(root + "/a/b"));
+    EXPECT_THAT(names(root + "/"), ElementsAre(root + "/a/b"));
+    EXPECT_THAT(names((folder_ / "link").string()), ElementsAre((folder_ / "link").string() + "/a/b"));
+    EXPECT_THAT(names(""), IsEmpty());
+}
+
+// A walk that is told to go on after its first file, when the folder it has not seen yet is another.
+TEST_F(TraverseTest, DoesNotLeaveTheRootThroughALinkThatTookAFoldersPlace) {
+    makeFile("one/a");
+    makeFile("two/a");
+    fs::create_directories(folder_ / "other");
+    cmn::StrToFile("x", folder_ / "other" / "hidden");
+    fs::path swapped;
+    std::vector<std::string> names;
+    cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path& path) {
+        names.push_back(path.filename());
+        swapped = root_ / (path.parent_path().filename() == "one" ? "two" : "one");
+        fs::remove_all(swapped);
+        fs::create_directory_symlink(folder_ / "other", swapped);
+    });
+    EXPECT_THAT(names, ElementsAre("a"));
+    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Access to [" + swapped.string() +
+                                                              "] failed with: " + std::strerror(ENOTDIR))));
+}
+
+TEST_F(TraverseTest, DoesNotComeBackToALinkThatTookAFoldersPlace) {
+    const auto deepest = Nested(60) + "/deepest";
+    makeFile(deepest);
+    for (const auto* name : {"a", "z"})
+        makeFile((fs::path(Nested(5)) / name / "file").string());
+    fs::create_directories(folder_ / "other");
+    const auto moved = root_ / Nested(3);
+    std::vector<std::string> names;
+    cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path& path) {
+        names.push_back(path.lexically_relative(root_));
+        if (names.back() != deepest)
+            return;
+        fs::rename(moved, folder_ / "moved");
+        fs::create_directory_symlink(folder_ / "moved", moved);
+    });
+    EXPECT_EQ(names.back(), deepest);
+    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Access to [" + (root_ / deepest).string() +
+                                                              "] failed with: " + std::strerror(ENOTDIR))));
+}
+
+TEST_F(TraverseTest, DoesNotLookAtFilesOfOtherExtensions) {
+    makeFile("a.txt");
+    fs::create_symlink(folder_ / "nowhere", root_ / "link.doc");
+    EXPECT_THAT(walk({}, {".txt"}), ElementsAre("a.txt"));
+    EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 // Folders keep nobody out who is root; the walk then runs as another user.

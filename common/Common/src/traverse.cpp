@@ -7,6 +7,7 @@
 
 #include "common/fs.h"
 #include "common/log.h"
+#include "folder_walk.h"
 
 namespace cmn {
 
@@ -31,18 +32,17 @@ bool EndsWithoutCase(std::string_view text, std::string_view end) {
                                                    [](char a, char b) { return Lower(a) == Lower(b); });
 }
 
-bool HasExtension(const fs::path& path, const std::set<std::string>& extensions) {
+bool HasExtension(std::string_view path, const std::set<std::string>& extensions) {
     return extensions.empty() ||
            std::any_of(extensions.begin(), extensions.end(),
-                       [&](const auto& extension) { return EndsWithoutCase(path.native(), extension); });
+                       [&](const auto& extension) { return EndsWithoutCase(path, extension); });
 }
 
-bool IsRegularFile(const fs::directory_entry& entry) {
+bool IsRegularFile(const FolderWalk& walk) {
     std::error_code error;
-    const bool regular = entry.is_regular_file(error);
+    const bool regular = walk.isRegularFile(error);
     if (error)
-        Log(LogLevel::Error, __LINE__, "Access to [{}] failed with - {}", entry.path().string(),
-            error.message());
+        Log(LogLevel::Error, __LINE__, "Access to [{}] failed with - {}", walk.path(), error.message());
     return regular;
 }
 
@@ -63,30 +63,22 @@ void Walk(const fs::path& root, const std::function<void(const fs::path&)>& call
     std::error_code error;
     if (!fs::exists(root, error) || error || !keepRunning)
         return;
-    // A root that cannot be listed leaves the iterator at its end; only errors on the way are reported.
-    fs::recursive_directory_iterator entries(root, fs::directory_options::skip_permission_denied, error);
-    fs::path::string_type last;  // not a path: copying its components for every entry is dear
-    while (entries != fs::recursive_directory_iterator()) {
-        const auto& entry = *entries;
+    FolderWalk walk(root.native());
+    while (walk.next(error)) {
         if (!keepRunning) {
             Log(LogLevel::Trace, __LINE__, "Filesystem traverse aborted {} -- {}", root.string(),
-                entry.path().string());
+                walk.path());
             return;
         }
-        if (!skipFolders.empty() && IsFileInDirs(entry.path(), skipFolders)) {
-            entries.disable_recursion_pending();
-            Log(LogLevel::Trace, __LINE__, "Folder [{}] is skipped", entry.path().string());
-        } else if (HasExtension(entry.path(), extensions) && IsRegularFile(entry)) {
-            Call(callback, entry.path());
-        }
-        last = entry.path().native();
-        entries.increment(error);
-        if (error) {
-            Log(LogLevel::Error, __LINE__, "Access to [{}] failed with: {}", fs::path(last).string(),
-                error.message());
-            return;
+        if (!skipFolders.empty() && IsFileInDirs(walk.path(), skipFolders)) {
+            walk.stayOut();
+            Log(LogLevel::Trace, __LINE__, "Folder [{}] is skipped", walk.path());
+        } else if (HasExtension(walk.path(), extensions) && IsRegularFile(walk)) {
+            Call(callback, walk.path());
         }
     }
+    if (error)
+        Log(LogLevel::Error, __LINE__, "Access to [{}] failed with: {}", walk.path(), error.message());
 }
 
 }  // namespace
