@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "Failures.h"
+#include "InChild.h"
 #include "common/SystemUtils.h"
 #include "common/crc64.h"
 #include "common/fs.h"
@@ -190,6 +192,67 @@ TEST_F(FilesTest, FileHashOfAnEmptyFileIsZeroWhateverTheSeed) {
     cmn::StrToFile("", file_);
     EXPECT_EQ(cmn::CalcFileHash(0, file_), 0U);
     EXPECT_EQ(cmn::CalcFileHash(12'345, file_), 0U);
+}
+
+TEST_F(FilesTest, FileHashIsTheSameOverManyPieces) {
+    std::string text;
+    for (int i = 0; i < 30; ++i)
+        text += AllBytes();
+    cmn::StrToFile(text, file_);
+    EXPECT_EQ(cmn::CalcFileHash(7, file_),
+              cmn::crc64(7, reinterpret_cast<const unsigned char*>(text.data()), text.size()));
+    text.resize(2 << 20);
+    cmn::StrToFile(text, file_);
+    EXPECT_EQ(cmn::CalcFileHash(7, file_),
+              cmn::crc64(7, reinterpret_cast<const unsigned char*>(text.data()), text.size()));
+}
+
+TEST_F(FilesTest, ReportsAFileThatCannotBeHashed) {
+    EXPECT_EQ(FailureOf([&] { cmn::CalcFileHash(0, missing_); }),
+              "[CalcFileHash] Can't read (" + missing_.string() + ") Error: " + std::strerror(ENOENT));
+    EXPECT_EQ(FailureOf([&] { cmn::CalcFileHash(0, folder_.path()); }),
+              "[CalcFileHash] Can't read (" + folder_.path().string() + ") Error: " + std::strerror(EISDIR));
+}
+
+constexpr long kLargeFile = 128;  // mebibytes
+
+// How many mebibytes of memory `use` takes at its height.
+long MemoryOf(const std::function<void()>& use) {
+    const auto highest = [] {
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss;
+    };
+    return std::stol(fake::AnswerInChild([&] {
+        const auto before = highest();
+        use();
+        return std::to_string((highest() - before) / 1024);
+    }));
+}
+
+TEST_F(FilesTest, HashingALargeFileTakesLittleMemory) {
+    cmn::StrToFile("", file_);
+    fs::resize_file(file_, kLargeFile << 20);
+    EXPECT_LT(MemoryOf([&] { cmn::CalcFileHash(1, file_); }), kLargeFile / 4);
+}
+
+TEST_F(FilesTest, ReadingALargeFileTakesMemoryForItOnce) {
+    cmn::StrToFile("", file_);
+    fs::resize_file(file_, kLargeFile << 20);
+    const auto used = MemoryOf([&] {
+        if (cmn::FileToBin(file_).size() != kLargeFile << 20)
+            throw std::runtime_error("not the whole file");
+    });
+    EXPECT_GE(used, kLargeFile);
+    EXPECT_LT(used, kLargeFile * 3 / 2);
+}
+
+TEST_F(FilesTest, ReadsAFileLongerThanItsSizeTellsItIs) {
+    // Kernel files tell a size of 0 or of a page, whatever they hold.
+    EXPECT_EQ(cmn::FileSizeNoThrow("/proc/cpuinfo"), 0U);
+    EXPECT_THAT(cmn::FileToBin("/proc/cpuinfo"), testing::Not(IsEmpty()));
+    EXPECT_LT(cmn::FileToStr("/sys/kernel/mm/transparent_hugepage/enabled").size(),
+              cmn::FileSizeNoThrow("/sys/kernel/mm/transparent_hugepage/enabled"));
 }
 
 TEST(CalcPathHashTest, IsTheChecksumOfThePathsText) {

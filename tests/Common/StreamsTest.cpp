@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 
 #include <limits>
+#include <locale>
 #include <memory>
 #include <numeric>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -81,6 +83,35 @@ TEST(MemStreamTest, WritesInPlaceAndOverItsEnd) {
     EXPECT_THAT(ContentOf(stream), ElementsAre(20, 21, 22, 4));
     EXPECT_EQ(stream.write(data.data(), 3, 2), 3U);
     EXPECT_THAT(ContentOf(stream), ElementsAre(20, 21, 20, 21, 22));
+}
+
+TEST(MemStreamTest, MayWriteItsOwnBytes) {
+    MemStream stream(Counting(100));
+    unsigned long long size = 100;
+    // Growing moves the bytes.
+    EXPECT_EQ(stream.write(stream.getmem(0, size), 100, 100), 100U);
+    auto expected = Counting(100);
+    expected.insert(expected.end(), expected.begin(), expected.begin() + 100);
+    EXPECT_THAT(ContentOf(stream), ElementsAreArray(expected));
+    // Behind a gap, from the middle on.
+    size = 10;
+    EXPECT_EQ(stream.write(stream.getmem(50, size), 10, 1'000), 10U);
+    expected.resize(1'000, 0);
+    for (unsigned char byte = 51; byte <= 60; ++byte)
+        expected.push_back(byte);
+    EXPECT_THAT(ContentOf(stream), ElementsAreArray(expected));
+}
+
+TEST(MemStreamTest, MayWriteItsOwnBytesOverThemselves) {
+    MemStream stream(Counting(10));
+    unsigned long long size = 8;
+    EXPECT_EQ(stream.write(stream.getmem(0, size), 8, 1), 8U);
+    EXPECT_THAT(ContentOf(stream), ElementsAre(1, 1, 2, 3, 4, 5, 6, 7, 8, 10));
+    EXPECT_EQ(stream.write(stream.getmem(1, size), 8, 0), 8U);
+    EXPECT_THAT(ContentOf(stream), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 8, 10));
+    size = 10;
+    EXPECT_EQ(stream.write(stream.getmem(0, size), 10, 5), 10U);
+    EXPECT_THAT(ContentOf(stream), ElementsAre(1, 2, 3, 4, 5, 1, 2, 3, 4, 5, 6, 7, 8, 8, 10));
 }
 
 TEST(MemStreamTest, WritingNothingPastTheEndGrowsItAllTheSame) {
@@ -282,6 +313,59 @@ TEST(StreamToBinTest, ReportsAShortReadWithItsCounts) {
     EXPECT_EQ(FailureOf([&] { cmn::StreamToBin(stream, bytes, 10, 5); }),
               "[StreamToBin] Can't read whole stream (0 from 5)");
     EXPECT_THROW(cmn::StreamToBin(stream, bytes, 10, 5), std::runtime_error);
+}
+
+TEST(StreamToBinTest, ReportsARangeThatNoMemoryCouldHold) {
+    MemStream stream(Counting(10));
+    Bytes bytes;
+    EXPECT_EQ(FailureOf([&] { cmn::StreamToBin(stream, bytes, 0, 1ULL << 62); }),
+              "[StreamToBin] Can't read whole stream (10 from 4611686018427387904)");
+    const auto max = std::numeric_limits<unsigned long long>::max();
+    EXPECT_EQ(FailureOf([&] { cmn::StreamToBin(stream, bytes, 4, max); }),
+              "[StreamToBin] Can't read whole stream (6 from 18446744073709551615)");
+    EXPECT_EQ(FailureOf([&] { cmn::StreamToBin(stream, bytes, max, max); }),
+              "[StreamToBin] Can't read whole stream (0 from 18446744073709551615)");
+}
+
+TEST(StreamToBinTest, ReportsAStreamThatGivesLessThanItHolds) {
+    LimitedStream stream(Counting(10));
+    Bytes bytes;
+    stream.limit = 0;
+    for (const auto answer : {0ULL, 3ULL, IStream::kPastEnd}) {
+        stream.answer = answer;
+        EXPECT_EQ(FailureOf([&] { cmn::StreamToBin(stream, bytes, 0, 5); }),
+                  "[StreamToBin] Can't read whole stream (" +
+                      std::to_string(answer == IStream::kPastEnd ? 0 : answer) + " from 5)");
+    }
+}
+
+// Writes large numbers in groups of three digits everywhere in the program while it lives.
+class GroupedNumbers : public std::numpunct<char> {
+ public:
+    GroupedNumbers() : std::numpunct<char>(1) {
+        previous_ = std::locale::global(std::locale(std::locale::classic(), this));
+    }
+    ~GroupedNumbers() override { std::locale::global(previous_); }
+
+ protected:
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+
+ private:
+    std::locale previous_;
+};
+
+TEST(StreamErrorsTest, NumbersDoNotFollowTheGlobalLocale) {
+    const GroupedNumbers grouped;
+    std::ostringstream proof;
+    proof << 1'000'000;
+    ASSERT_EQ(proof.str(), "1.000.000");
+    MemStream stream(Counting(10));
+    Bytes bytes;
+    unsigned long long size = 1;
+    EXPECT_EQ(FailureOf([&] { stream.getmem(1'000'000, size); }), "Stream has no offset: 1000000");
+    EXPECT_EQ(FailureOf([&] { cmn::StreamToBin(stream, bytes, 0, 1'000'000); }),
+              "[StreamToBin] Can't read whole stream (10 from 1000000)");
 }
 
 TEST(BinToStreamTest, OwnsTheBytes) {

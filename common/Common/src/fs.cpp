@@ -27,7 +27,7 @@ template <class Bytes>
 void ReadFile(std::string_view function, const std::filesystem::path& path, Bytes& bytes) {
     errno = 0;
     std::ifstream in(path, std::ios::binary);
-    if (!in || !ReadAll(in, bytes))
+    if (!in || !ReadAll(in, bytes, FileSizeNoThrow(path)))
         Fail(function, "read", path, errno);
 }
 
@@ -148,9 +148,20 @@ std::filesystem::file_time_type FileLastWriteTimeNoThrow(const std::filesystem::
 }
 
 std::uint64_t CalcFileHash(unsigned long long seed, const std::filesystem::path& path) {
-    const auto bytes = FileToBin(path);
+    errno = 0;
+    std::ifstream in(path, std::ios::binary);
+    std::vector<unsigned char> piece(kChunk);
+    std::uint64_t hash = seed;
+    bool empty = true;
+    while (in.read(reinterpret_cast<char*>(piece.data()), static_cast<std::streamsize>(piece.size())) ||
+           in.gcount() > 0) {
+        hash = crc64(hash, piece.data(), static_cast<unsigned long long>(in.gcount()));
+        empty = false;
+    }
+    if (!in.eof() || in.bad())
+        Fail("CalcFileHash", "read", path, errno);
     // 0, not the seed, for an empty file; kept so.
-    return bytes.empty() ? 0 : crc64(seed, bytes.data(), bytes.size());
+    return empty ? 0 : hash;
 }
 
 std::uint64_t CalcPathHash(const std::filesystem::path& path) {

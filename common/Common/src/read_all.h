@@ -5,13 +5,17 @@
 
 namespace cmn {
 
-// Replaces `bytes` by everything up to the stream's end. False when reading failed. Reads piece by piece,
-// because what is no regular file has no size to trust.
+// Replaces `bytes` by everything up to the stream's end. False when reading failed. There is room for
+// `expected` bytes from the beginning; beyond them it reads piece by piece, because what is no regular file
+// has no size to trust.
 template <class Bytes>
-bool ReadAll(std::istream& in, Bytes& bytes) {
+bool ReadAll(std::istream& in, Bytes& bytes, std::size_t expected = 0) {
+    // One byte more than expected: the read that takes all also meets the end.
+    const auto room = std::max<std::size_t>(expected + 1, 16384);
     std::size_t used = 0;
+    bytes.clear();
     do {
-        bytes.resize(std::max<std::size_t>(2 * used, 16384));
+        bytes.resize(std::max(2 * used, room));
         in.read(reinterpret_cast<char*>(bytes.data()) + used,
                 static_cast<std::streamsize>(bytes.size() - used));
         used += static_cast<std::size_t>(in.gcount());

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <string_view>
 #include <utility>
 
@@ -28,12 +29,18 @@ unsigned long long MemStream::write(const unsigned char* data, unsigned long lon
     if (end < offset || end > bytes_.max_size())
         throw_with_trace(make_error("[MemStream] Can't grow to ", offset, " + ", size));
     if (end > bytes_.size()) {
+        // The data may be this stream's own, which growing moves.
+        const bool own =
+            !std::less<>()(data, bytes_.data()) && std::less<>()(data, bytes_.data() + bytes_.size());
+        const auto position = own ? data - bytes_.data() : 0;
         if (end > bytes_.capacity())
             bytes_.reserve(std::max<unsigned long long>(end, 2 * bytes_.capacity()));
         bytes_.resize(end);
+        if (own)
+            data = bytes_.data() + position;
     }
     if (size != 0)
-        std::memcpy(bytes_.data() + offset, data, size);
+        std::memmove(bytes_.data() + offset, data, size);
     return size;
 }
 
@@ -78,14 +85,22 @@ void StreamToStream(IStream& src, IStream& dst, unsigned long long chunk) {
 
 void StreamToBin(IStream& stream, std::vector<unsigned char>& bytes, unsigned long long offset,
                  unsigned long long size) {
-    bytes.resize(size);
-    if (size == 0)
-        return;
-    auto count = stream.read(bytes.data(), size, offset);
-    if (count == IStream::kPastEnd)
-        count = 0;
-    if (count != size)
+    const auto fail = [size](unsigned long long count) {
         throw_with_trace(make_error("[StreamToBin] Can't read whole stream (", count, " from ", size, ")"));
+    };
+    if (size == 0) {
+        bytes.clear();
+        return;
+    }
+    // No room is made for what the stream cannot give.
+    const auto total = stream.size();
+    const auto available = offset < total ? total - offset : 0;
+    if (available < size)
+        fail(available);
+    bytes.resize(size);
+    const auto count = stream.read(bytes.data(), size, offset);
+    if (count != size)
+        fail(count == IStream::kPastEnd ? 0 : count);
 }
 
 std::shared_ptr<MemStream> BinToStream(std::vector<unsigned char>&& bytes) {

@@ -15,7 +15,7 @@ class IStream {
     // Returns the number of bytes read.
     virtual unsigned long long read(unsigned char* buffer, unsigned long long size,
                                     unsigned long long offset) = 0;
-    // Returns the number of bytes written.
+    // Returns the number of bytes written. `data` may lie in the stream itself.
     virtual unsigned long long write(const unsigned char* data, unsigned long long size,
                                      unsigned long long offset) = 0;
     virtual unsigned long long size() = 0;
