@@ -1,12 +1,22 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <filesystem>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Failures.h"
+#include "OwnProcess.h"
 #include "common/SystemUtils.h"
 #include "common/log.h"
 #include "support/LogCapture.h"
@@ -113,6 +123,157 @@ TEST_F(ExecProcessTest, GivesThePipeToTheProgramAsItsTwoOutputsOnly) {
     for (auto found = files.find(pipe); found != std::string::npos; found = files.find(pipe, found + 1))
         ++uses;
     EXPECT_EQ(uses, 2);
+}
+
+TEST_F(ExecProcessTest, PassesNoDescriptorButTheStandardOnes) {
+    const int low = open("/dev/null", O_RDONLY);
+    const int high = fcntl(low, F_DUPFD, 900);
+    const auto files = ExecProcess("/bin/ls", {"/proc/self/fd"}, false);
+    close(low);
+    close(high);
+    ASSERT_GE(high, 900);
+    EXPECT_EQ(files, "0\n1\n2\n3\n");  // the last is the listing's own
+}
+
+TEST_F(ExecProcessTest, LeavesNoDescriptorOpen) {
+    const auto before = fake::OpenDescriptors();
+    Shell("echo out");
+    EXPECT_THROW(ExecProcess("/no/such/program", {}, false), std::runtime_error);
+    EXPECT_EQ(fake::OpenDescriptors(), before);
+}
+
+// Whether this process has a child, running or not waited for.
+bool HasChild() {
+    return waitpid(-1, nullptr, WNOHANG) == 0 || errno != ECHILD;
+}
+
+TEST_F(ExecProcessTest, LeavesNoChildBehind) {
+    Shell("exit 3");
+    EXPECT_FALSE(HasChild());
+    EXPECT_THROW(ExecProcess("/no/such/program", {}, false), std::runtime_error);
+    EXPECT_FALSE(HasChild());
+}
+
+TEST_F(ExecProcessTest, LeavesNoChildBehindWhenItsOutputDoesNotFitIntoMemory) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "The address sanitizer takes more memory than there would be.";
+#endif
+    EXPECT_EQ(fake::AnswerInChild([] {
+                  const rlimit little{400 << 20, 400 << 20};
+                  setrlimit(RLIMIT_AS, &little);
+                  try {
+                      // The first line never ends, and the program would go on without an output, too.
+                      Shell("trap '' PIPE; tr '\\0' x </dev/zero; exec sleep 1000");
+                  } catch (const std::bad_alloc&) {
+                      return std::string(HasChild() ? "left a child" : "left no child");
+                  }
+                  return std::string("had memory");
+              }),
+              "left no child");
+}
+
+class IgnoredChildSignal {
+ public:
+    explicit IgnoredChildSignal(int flags = 0) {
+        struct sigaction action {};
+        action.sa_handler = flags == 0 ? SIG_IGN : [](int) {};
+        action.sa_flags = flags;
+        sigaction(SIGCHLD, &action, &previous_);
+    }
+    ~IgnoredChildSignal() { sigaction(SIGCHLD, &previous_, nullptr); }
+
+    static bool stillIgnored() {
+        struct sigaction now {};
+        sigaction(SIGCHLD, nullptr, &now);
+        return now.sa_handler == SIG_IGN;
+    }
+
+ private:
+    struct sigaction previous_ {};
+};
+
+TEST_F(ExecProcessTest, KnowsTheStatusWhereTheEndOfChildrenIsIgnored) {
+    const IgnoredChildSignal ignored;
+    EXPECT_EQ(ExecProcess("/bin/sh", {"-c", "echo out"}, true), "out\n");
+    ExecProcess("/bin/sh", {"-c", "exit 3"}, true);
+    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ INFO]", "/bin/sh -c echo out -- (0) -- out"), "",
+                                          Line("[ERROR]", "/bin/sh -c exit 3 -- (3) -- "),
+                                          Line("[ INFO]", "/bin/sh -c exit 3 -- (3) -- ")));
+    EXPECT_TRUE(IgnoredChildSignal::stillIgnored());
+    EXPECT_FALSE(HasChild());
+}
+
+TEST_F(ExecProcessTest, KnowsTheStatusWhereChildrenDoNotWaitToBeAskedFor) {
+    const IgnoredChildSignal forgotten(SA_NOCLDWAIT);
+    ExecProcess("/bin/sh", {"-c", "exit 3"}, false);
+    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ INFO]", "/bin/sh -c exit 3 -- (3) -- ")));
+}
+
+TEST_F(ExecProcessTest, KnowsEveryStatusOfManyThreadsWhereTheEndOfChildrenIsIgnored) {
+    const IgnoredChildSignal ignored;
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 10; ++i)
+                Shell("exit 3");
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(log_.count("/bin/sh -c exit 3 -- (3) -- "), 40U);
+    EXPECT_TRUE(IgnoredChildSignal::stillIgnored());
+}
+
+std::atomic<int> g_signals = 0;
+
+// Signals without end for a thread that runs programs.
+class InterruptedTest : public ExecProcessTest {
+ protected:
+    InterruptedTest() {
+        mkfifo(gate_.c_str(), 0600);
+        struct sigaction action {};
+        action.sa_handler = [](int) { ++g_signals; };  // calls in progress end with an error
+        sigaction(SIGUSR1, &action, &previous_);
+    }
+    ~InterruptedTest() override { sigaction(SIGUSR1, &previous_, nullptr); }
+
+    // What a command gives that begins, waits for the gate and goes on; while it waits, the thread that runs
+    // it is interrupted again and again.
+    std::string outputOf(const std::string& begin, const std::string& goOn) {
+        std::string output;
+        std::atomic<bool> ended = false;
+        std::thread runner([&] {
+            output = Shell(begin + " read line <" + gate_.string() + "; " + goOn);
+            ended = true;
+        });
+        // Opens when the command waits.
+        const int gate = open(gate_.c_str(), O_WRONLY);
+        for (int i = 0; i < 50; ++i) {
+            const int before = g_signals;
+            pthread_kill(runner.native_handle(), SIGUSR1);
+            while (g_signals == before && !ended)
+                std::this_thread::yield();
+            // So that it is in its call again.
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        close(gate);
+        runner.join();
+        return output;
+    }
+
+    const fake::TemporaryFolder folder_;
+    const std::filesystem::path gate_ = folder_ / "gate";
+    struct sigaction previous_ {};
+};
+
+TEST_F(InterruptedTest, ReadsOnAfterASignal) {
+    EXPECT_EQ(outputOf("echo one;", "echo two"), "one\ntwo\n");
+}
+
+TEST_F(InterruptedTest, WaitsOnAfterASignal) {
+    EXPECT_EQ(outputOf("echo one; exec >&- 2>&-;", "exit 7"), "one\n");
+    EXPECT_THAT(log_.text(), HasSubstr(" -- (7) -- one"));
 }
 
 TEST_F(ExecProcessTest, RunsInManyThreadsAtOnce) {

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "Failures.h"
-#include "InChild.h"
+#include "OwnProcess.h"
 #include "common/SystemUtils.h"
 #include "common/crc64.h"
 #include "common/fs.h"

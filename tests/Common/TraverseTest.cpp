@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "InChild.h"
+#include "OwnProcess.h"
 #include "common/fs.h"
 #include "support/LogCapture.h"
 
@@ -268,27 +268,22 @@ TEST_F(TraverseTest, FindsFilesBelowMoreFoldersThanItMayOpen) {
     EXPECT_EQ(found, "deepest upper ");
 }
 
-std::size_t OpenDescriptors() {
-    const fs::directory_iterator begin("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin, fs::directory_iterator()));
-}
-
 TEST_F(TraverseTest, HoldsFewDescriptorsWhateverTheDepth) {
     // Files that the system lists before the folder beside them and files that it lists behind it.
     for (const auto* name : {"before", "behind"}) {
         for (std::size_t depth = 1; depth <= 120; ++depth)
             makeFile(Nested(depth) + "/" + name);
     }
-    const auto before = OpenDescriptors();
+    const auto before = fake::OpenDescriptors();
     std::size_t most = 0;
     std::size_t calls = 0;
     cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path&) {
         ++calls;
-        most = std::max(most, OpenDescriptors());
+        most = std::max(most, fake::OpenDescriptors());
     });
     EXPECT_EQ(calls, 240U);
     EXPECT_LE(most, before + 34);
-    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_EQ(fake::OpenDescriptors(), before);
 }
 
 TEST_F(TraverseTest, KeepsTheSystemsOrderAtEveryDepth) {

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <mutex>
 #include <system_error>
 
 #include "common/ScopedAction.h"
@@ -36,8 +37,73 @@ Pipe OpenPipe(const std::string& path) {
     return {ends[0], ends[1]};
 }
 
-// Starts the program with both output streams on `output`, default signal handling and nothing blocked,
-// whatever this process has set up for itself.
+// While one lives, a child that has ended can be asked for its status. The kernel forgets it where SIGCHLD is
+// ignored, which a program inherits from the one that started it. Other children that end meanwhile stay
+// behind as they would under the default.
+class StatusesKept {
+ public:
+    StatusesKept() {
+        const std::lock_guard lock(mutex_);
+        if (users_++ == 0)
+            keep();
+    }
+    ~StatusesKept() {
+        const std::lock_guard lock(mutex_);
+        if (--users_ == 0 && changed_)
+            sigaction(SIGCHLD, &previous_, nullptr);
+    }
+    StatusesKept(const StatusesKept&) = delete;
+    StatusesKept& operator=(const StatusesKept&) = delete;
+
+ private:
+    static void keep() {
+        sigaction(SIGCHLD, nullptr, &previous_);
+        auto action = previous_;
+        action.sa_flags &= ~SA_NOCLDWAIT;
+        if (action.sa_handler == SIG_IGN)
+            action.sa_handler = SIG_DFL;
+        changed_ = action.sa_flags != previous_.sa_flags || action.sa_handler != previous_.sa_handler;
+        if (changed_)
+            sigaction(SIGCHLD, &action, nullptr);
+    }
+
+    static inline std::mutex mutex_;
+    static inline int users_ = 0;
+    static inline bool changed_ = false;
+    static inline struct sigaction previous_ {};
+};
+
+// A child of this process. Nothing of it stays behind: one that nobody waited for is ended.
+class Child {
+ public:
+    explicit Child(pid_t pid) : pid_(pid) {}
+    ~Child() {
+        if (!ended_) {
+            kill(pid_, SIGKILL);
+            wait();
+        }
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    // The exit status, or the number of the signal that ended the program.
+    int wait() {
+        ended_ = true;
+        int status = 0;
+        while (waitpid(pid_, &status, 0) < 0) {
+            if (errno != EINTR)
+                return -1;
+        }
+        return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
+    }
+
+ private:
+    const pid_t pid_;
+    bool ended_ = false;
+};
+
+// Starts the program with both output streams on `output`, the standard input, no other descriptor, default
+// signal handling and nothing blocked, whatever this process has set up for itself.
 pid_t Spawn(const std::string& path, const std::vector<std::string>& arguments, int output) {
     std::vector<char*> argv{const_cast<char*>(path.c_str())};
     for (const auto& argument : arguments)
@@ -49,6 +115,7 @@ pid_t Spawn(const std::string& path, const std::vector<std::string>& arguments, 
     const ScopedAction destroyActions([&] { posix_spawn_file_actions_destroy(&actions); });
     posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
 
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
@@ -79,30 +146,20 @@ std::string ReadToEnd(int fd) {
     }
 }
 
-// The exit status, or the number of the signal that ended the program.
-int WaitForEnd(pid_t pid) {
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR)
-            return -1;
-    }
-    return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
-}
-
 }  // namespace
 
 std::string ExecProcess(const std::string& path, const std::vector<std::string>& arguments,
                         bool logFailures) {
+    const StatusesKept statusesKept;
     const auto pipe = OpenPipe(path);
     const ScopedAction closeRead([&] { close(pipe.read); });
-    pid_t pid = 0;
-    {
+    Child child([&] {
         const ScopedAction closeWrite([&] { close(pipe.write); });
-        pid = Spawn(path, arguments, pipe.write);
-    }
+        return Spawn(path, arguments, pipe.write);
+    }());
     // Reading comes first: a program that fills the pipe does not end before somebody empties it.
     auto output = ReadToEnd(pipe.read);
-    const int status = WaitForEnd(pid);
+    const int status = child.wait();
     if (!IsValidUtf8(output))
         output.clear();
     ReportExecProcess(path, arguments, status, output, logFailures);

@@ -4,11 +4,19 @@
 #include <unistd.h>
 
 #include <array>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 
 namespace fake {
+
+// How many descriptors this process has open.
+inline std::size_t OpenDescriptors() {
+    const std::filesystem::directory_iterator begin("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin, std::filesystem::directory_iterator()));
+}
 
 // What `body` answers in a process of its own, a copy of this one. For what cannot be undone in a process.
 inline std::string AnswerInChild(const std::function<std::string()>& body) {
