@@ -21,6 +21,7 @@ target_link_options(tessarin_boost INTERFACE -rdynamic)
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Widgets Svg)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-ewmh xcb-icccm)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
 # The service host's scanner matches with it.
 pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)

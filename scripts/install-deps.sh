@@ -7,7 +7,7 @@ set -euo pipefail
 # The one list of packages.
 declare -A packages=(
     [build]="cmake ninja-build g++ pkg-config libfmt-dev libboost1.81-dev rapidjson-dev qt6-base-dev qt6-svg-dev
-             libxcb1-dev libxcb-ewmh-dev libxcb-icccm4-dev libre2-dev"
+             libxcb1-dev libxcb-ewmh-dev libxcb-icccm4-dev libsystemd-dev libre2-dev"
     [test]="libgtest-dev libgmock-dev desktop-file-utils"
     [demo]="python3 procps dbus dbus-daemon at-spi2-core xvfb openbox xdotool x11-utils imagemagick fonts-dejavu-core
             xfce4-panel xfconf xdg-utils

@@ -16,8 +16,8 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 
-std::vector<std::string> AnswersOf(const fs::path& program) {
-    std::istringstream in(cmn::ExecProcess(program.string(), {}, true));
+std::vector<std::string> AnswersOf(const fs::path& program, const std::string& question = "places") {
+    std::istringstream in(cmn::ExecProcess(program.string(), {question}, true));
     std::vector<std::string> lines;
     for (std::string line; std::getline(in, line);)
         lines.push_back(line);
@@ -65,6 +65,20 @@ TEST_F(BundleProgramTest, HasNoVersionWithoutAReadableOne) {
     fs::remove(plist_);
     fs::create_directory(plist_);
     EXPECT_EQ(version(), "no version");
+}
+
+TEST_F(BundleProgramTest, RemembersItsPathWhenItsFileMoves) {
+    const auto path = program_.string();
+    EXPECT_THAT(AnswersOf(program_, "moved"),
+                ElementsAre(path, path, path + ".moved", path, path + ".moved"));
+    EXPECT_FALSE(fs::exists(program_));
+}
+
+TEST_F(BundleProgramTest, AsksForItsPathAgainWhenThereWasNoAnswer) {
+    const auto answers = AnswersOf(program_, "late");
+    if (answers.empty())
+        GTEST_SKIP() << "This user may not hide the processes.";
+    EXPECT_THAT(answers, ElementsAre("", program_.string()));
 }
 
 }  // namespace

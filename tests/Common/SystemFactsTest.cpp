@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <optional>
 #include <string>
@@ -7,11 +7,13 @@
 
 namespace {
 
-using cmn::DefaultRouteInterface;
-using cmn::DefaultRouteInterfaceV6;
+using cmn::DefaultRouteInterfaces;
+using cmn::DefaultRouteInterfacesV6;
 using cmn::FindAssignment;
 using cmn::FormatMACAddress;
 using cmn::FormatOSName;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 TEST(FindAssignmentTest, FindsPlainAndQuotedValues) {
     const std::string text = "NAME=\"Debian GNU/Linux\"\nID=debian\nX='a b'\nEMPTY=\n#C=1\n";
@@ -41,30 +43,30 @@ TEST(FindAssignmentTest, ResolvesTheEscapesOfAShell) {
 constexpr auto kHead =
     "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n";
 
-TEST(DefaultRouteTest, IsTheOneOfTheLowestMetric) {
-    EXPECT_EQ(DefaultRouteInterface(std::string(kHead) +
-                                    "wlan0\t00000000\t0102A8C0\t0003\t0\t0\t600\t00000000\t0\t0\t0\n"
-                                    "eth0\t00000000\t0102A8C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n"
-                                    "tun0\t00000000\t0102A8C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n"),
-              "eth0");
+TEST(DefaultRouteTest, TheLowestMetricComesFirst) {
+    EXPECT_THAT(DefaultRouteInterfaces(std::string(kHead) +
+                                       "wlan0\t00000000\t0102A8C0\t0003\t0\t0\t600\t00000000\t0\t0\t0\n"
+                                       "eth0\t00000000\t0102A8C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n"
+                                       "tun0\t00000000\t0102A8C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n"),
+                ElementsAre("eth0", "tun0", "wlan0"));
 }
 
 TEST(DefaultRouteTest, PassesOverOtherRoutes) {
-    EXPECT_EQ(DefaultRouteInterface(std::string(kHead) +
-                                    "lan0\t0002A8C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\t0\t0\t0\n"
-                                    "half0\t00000000\t00000000\t0001\t0\t0\t0\t00000080\t0\t0\t0\n"
-                                    "down0\t00000000\t0102A8C0\t0002\t0\t0\t0\t00000000\t0\t0\t0\n"
-                                    "reject0\t00000000\t00000000\t0201\t0\t0\t0\t00000000\t0\t0\t0\n"
-                                    "eth0\t00000000\t0102A8C0\t0003\t0\t0\t700\t00000000\t0\t0\t0\n"),
-              "eth0");
+    EXPECT_THAT(DefaultRouteInterfaces(std::string(kHead) +
+                                       "lan0\t0002A8C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\t0\t0\t0\n"
+                                       "half0\t00000000\t00000000\t0001\t0\t0\t0\t00000080\t0\t0\t0\n"
+                                       "down0\t00000000\t0102A8C0\t0002\t0\t0\t0\t00000000\t0\t0\t0\n"
+                                       "reject0\t00000000\t00000000\t0201\t0\t0\t0\t00000000\t0\t0\t0\n"
+                                       "eth0\t00000000\t0102A8C0\t0003\t0\t0\t700\t00000000\t0\t0\t0\n"),
+                ElementsAre("eth0"));
 }
 
 TEST(DefaultRouteTest, IsEmptyWithoutOne) {
-    EXPECT_EQ(DefaultRouteInterface(""), "");
-    EXPECT_EQ(DefaultRouteInterface(kHead), "");
-    EXPECT_EQ(DefaultRouteInterface("eth0\t00000000\n"), "");
-    EXPECT_EQ(DefaultRouteInterface("eth0 00000000 0 zz 0 0 0 00000000\n"), "");
-    EXPECT_EQ(DefaultRouteInterface("eth0 00000000 0 0003 0 0 -1 00000000\n"), "");
+    EXPECT_THAT(DefaultRouteInterfaces(""), IsEmpty());
+    EXPECT_THAT(DefaultRouteInterfaces(kHead), IsEmpty());
+    EXPECT_THAT(DefaultRouteInterfaces("eth0\t00000000\n"), IsEmpty());
+    EXPECT_THAT(DefaultRouteInterfaces("eth0 00000000 0 zz 0 0 0 00000000\n"), IsEmpty());
+    EXPECT_THAT(DefaultRouteInterfaces("eth0 00000000 0 0003 0 0 -1 00000000\n"), IsEmpty());
 }
 
 const std::string kAny(32, '0');
@@ -75,14 +77,14 @@ std::string V6Line(const std::string& interface, const std::string& metric, cons
            " 00000001 00000000 " + flags + " " + interface + "\n";
 }
 
-TEST(DefaultRouteV6Test, IsTheOneOfTheLowestMetricThatIsNotTheLoop) {
-    EXPECT_EQ(DefaultRouteInterfaceV6(
-                  V6Line("wlan0", "00000400", "00450003") + V6Line("eth0", "00000064", "00450003") +
-                  V6Line("part0", "00000001", "00450003", "40") + V6Line("reject0", "00000001", "00200201") +
-                  V6Line("lo", "00000000", "00200001")),
-              "eth0");
-    EXPECT_EQ(DefaultRouteInterfaceV6(V6Line("lo", "ffffffff", "00200200")), "");
-    EXPECT_EQ(DefaultRouteInterfaceV6(""), "");
+TEST(DefaultRouteV6Test, TheLowestMetricComesFirstAndTheLoopNever) {
+    EXPECT_THAT(DefaultRouteInterfacesV6(
+                    V6Line("wlan0", "00000400", "00450003") + V6Line("eth0", "00000064", "00450003") +
+                    V6Line("part0", "00000001", "00450003", "40") +
+                    V6Line("reject0", "00000001", "00200201") + V6Line("lo", "00000000", "00200001")),
+                ElementsAre("eth0", "wlan0"));
+    EXPECT_THAT(DefaultRouteInterfacesV6(V6Line("lo", "ffffffff", "00200200")), IsEmpty());
+    EXPECT_THAT(DefaultRouteInterfacesV6(""), IsEmpty());
 }
 
 TEST(FormatMACAddressTest, IsTwelveUpperCaseDigits) {
@@ -114,13 +116,6 @@ TEST(FormatOSNameTest, IsNeverEmpty) {
     EXPECT_EQ(FormatOSName("", "aarch64"), "Linux (aarch64)");
     EXPECT_EQ(FormatOSName("NAME=\"\"\nVERSION_ID=\"\"\n", "aarch64"), "Linux (aarch64)");
     EXPECT_EQ(FormatOSName("NAME=\"Arch Linux\"\n", "x86_64"), "Arch Linux (x86_64)");
-}
-
-TEST(ParseUserIdTest, TakesDecimalNumbersAlone) {
-    EXPECT_EQ(cmn::ParseUserId("1000"), 1'000U);
-    EXPECT_EQ(cmn::ParseUserId("0"), 0U);
-    for (const auto* text : {"", "-1", "1000 ", "x", "0x10", "4294967296"})
-        EXPECT_EQ(cmn::ParseUserId(text), std::nullopt) << text;
 }
 
 TEST(StripDeletedMarkTest, RemovesTheMarkOfAReplacedFileAtTheEnd) {

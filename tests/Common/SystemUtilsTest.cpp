@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 #include <pwd.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -7,9 +9,12 @@
 #include <array>
 #include <filesystem>
 #include <limits>
+#include <map>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
+#include "OwnProcess.h"
 #include "common/SystemUtils.h"
 #include "common/fs.h"
 #include "common/log.h"
@@ -115,9 +120,10 @@ TEST(HostTest, NameIsTheKernels) {
     EXPECT_EQ(cmn::GetHostName(), name.data());
 }
 
-TEST(HostTest, OSNameEndsWithTheMachine) {
+TEST(HostTest, OSNameIsTheSystemsWithTheMachine) {
     utsname system{};
     ASSERT_EQ(uname(&system), 0);
+    EXPECT_EQ(cmn::GetOSName(), cmn::OSNameBelow("", system.machine));
     EXPECT_THAT(cmn::GetOSName(), EndsWith(std::string(" (") + system.machine + ")"));
 }
 
@@ -155,6 +161,28 @@ TEST_F(MACAddressTest, TakesTheNewerProtocolsRouteWhenThereIsNoOther) {
     EXPECT_EQ(cmn::MACAddressBelow(root()), "0242AC110008");
 }
 
+TEST_F(MACAddressTest, PassesOverInterfacesThatHaveNone) {
+    write("proc/net/route",
+          "tun0 00000000 00000000 0001 0 0 0 00000000 0 0 0\n"
+          "wlan0 00000000 0102A8C0 0003 0 0 600 00000000 0 0 0\n"
+          "ppp0 00000000 00000000 0001 0 0 50 00000000 0 0 0\n"
+          "eth7 00000000 0102A8C0 0003 0 0 100 00000000 0 0 0\n");
+    write("sys/class/net/tun0/address", "\n");
+    write("sys/class/net/eth7/address", "02:42:ac:11:00:0f\n");
+    write("sys/class/net/wlan0/address", "02:42:ac:11:00:10\n");
+    EXPECT_EQ(cmn::MACAddressBelow(root()), "0242AC11000F");
+    write("sys/class/net/eth7/address", "00:00:00:00:00:00\n");
+    EXPECT_EQ(cmn::MACAddressBelow(root()), "0242AC110010");
+}
+
+TEST_F(MACAddressTest, TakesTheNewerProtocolsRouteWhenTheOtherGoesThroughATunnel) {
+    write("proc/net/route", "tun0 00000000 00000000 0001 0 0 0 00000000 0 0 0\n");
+    write("proc/net/ipv6_route", std::string(32, '0') + " 00 " + std::string(32, '0') + " 00 " +
+                                     std::string(32, '1') + " 00000400 00000001 00000000 00450003 eth8\n");
+    write("sys/class/net/eth8/address", "02:42:ac:11:00:08\n");
+    EXPECT_EQ(cmn::MACAddressBelow(root()), "0242AC110008");
+}
+
 TEST_F(MACAddressTest, IsZerosWithoutAPrimaryInterface) {
     write("proc/net/route", "Iface Destination\n");
     EXPECT_EQ(cmn::MACAddressBelow(root()), "000000000000");
@@ -168,43 +196,105 @@ TEST_F(MACAddressTest, IsEmptyWithoutATableOfRoutes) {
     EXPECT_EQ(cmn::MACAddressBelow(root()), "");
 }
 
-using ConsoleUserTest = FakeSystem;
+using OSNameTest = FakeSystem;
+
+TEST_F(OSNameTest, ComesFromTheAdministratorsFileElseFromTheDistributions) {
+    EXPECT_EQ(cmn::OSNameBelow(root(), "m"), "Linux (m)");
+    write("usr/lib/os-release", "NAME=Vendor\nVERSION_ID=1\n");
+    EXPECT_EQ(cmn::OSNameBelow(root(), "m"), "Vendor 1 (m)");
+    write("etc/os-release", "NAME=Admin\n");
+    EXPECT_EQ(cmn::OSNameBelow(root(), "m"), "Admin (m)");
+    write("etc/os-release", "");
+    EXPECT_EQ(cmn::OSNameBelow(root(), "m"), "Linux (m)");
+}
+
+// A system with folders and files of the test's own in the place of its own, for one child process.
+class OwnSystem {
+ public:
+    // False when this user may not have one.
+    static bool enter() {
+        const auto user = geteuid();
+        if (unshare(CLONE_NEWNS | (user == 0 ? 0 : CLONE_NEWUSER)) != 0)
+            return false;
+        return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    }
+    static void hide(const char* folder) {
+        if (mount("none", folder, "tmpfs", 0, nullptr) != 0)
+            throw std::runtime_error(std::string("cannot hide ") + folder);
+    }
+    static void replace(const char* file, const fs::path& other) {
+        if (mount(other.c_str(), file, nullptr, MS_BIND, nullptr) != 0)
+            throw std::runtime_error(std::string("cannot replace ") + file);
+    }
+    static bool allowed() {
+        return fake::AnswerInChild([] { return std::string(enter() ? "yes" : "no"); }) == "yes";
+    }
+};
+
+class OwnSystemTest : public FakeSystem {
+ protected:
+    void SetUp() override {
+        if (!OwnSystem::allowed())
+            GTEST_SKIP() << "This user may not have a system of its own.";
+    }
+};
+
+class ConsoleUserTest : public OwnSystemTest {
+ protected:
+    using Files = std::map<std::string, std::string>;
+
+    // Name and home of the console user where logind has these files.
+    static std::string answer(const Files& files) {
+        return fake::AnswerInChild([&] {
+            OwnSystem::enter();
+            OwnSystem::hide("/run");
+            for (const auto& [name, text] : files) {
+                const auto file = fs::path("/run/systemd") / name;
+                fs::create_directories(file.parent_path());
+                cmn::StrToFile(text, file);
+            }
+            return cmn::GetCurrentUserName() + "|" + cmn::GetInstallationUserHomePath();
+        });
+    }
+    static std::string root() {
+        const auto* entry = getpwuid(0);
+        return std::string(entry->pw_name) + "|" + entry->pw_dir;
+    }
+};
 
 TEST_F(ConsoleUserTest, IsTheActiveUserOfTheFirstSeat) {
-    write("seats/seat0", "# This is private data. Do not parse.\nIS_VTCONSOLE=1\nACTIVE=c1\nACTIVE_UID=0\n");
-    write("sessions/c1", "UID=0\nCLASS=user\n");
-    EXPECT_EQ(cmn::ConsoleUserOf(root()), "root");
-    fs::remove(folder_ / "sessions/c1");
-    EXPECT_EQ(cmn::ConsoleUserOf(root()), "root");
+    EXPECT_EQ(answer({{"seats/seat0", "IS_VTCONSOLE=1\nACTIVE=c1\nACTIVE_UID=0\n"},
+                      {"sessions/c1", "UID=0\nCLASS=user\n"}}),
+              root());
+    EXPECT_EQ(answer({{"seats/seat0", "ACTIVE=c1\nACTIVE_UID=0\n"}}), root());
 }
 
 TEST_F(ConsoleUserTest, IsNobodyAtTheLoginScreen) {
-    write("seats/seat0", "ACTIVE=c1\nACTIVE_UID=0\n");
-    write("sessions/c1", "CLASS=greeter\n");
-    EXPECT_EQ(cmn::ConsoleUserOf(root()), "");
+    EXPECT_EQ(answer({{"seats/seat0", "ACTIVE=c1\nACTIVE_UID=0\n"}, {"sessions/c1", "CLASS=greeter\n"}}),
+              "|");
 }
 
 TEST_F(ConsoleUserTest, IsNobodyWithoutSeatSessionOrKnownUser) {
-    EXPECT_EQ(cmn::ConsoleUserOf(root()), "");
-    for (const auto* seat : {"", "ACTIVE=c1\n", "ACTIVE_UID=0\n", "ACTIVE=\nACTIVE_UID=0\n",
-                             "ACTIVE=c1\nACTIVE_UID=x\n", "ACTIVE=c1\nACTIVE_UID=4294967288\n"}) {
-        write("seats/seat0", seat);
-        EXPECT_EQ(cmn::ConsoleUserOf(root()), "") << seat;
-    }
+    EXPECT_EQ(answer({}), "|");
+    EXPECT_EQ(answer({{"seats/seat1", "ACTIVE=c1\nACTIVE_UID=0\n"}, {"sessions/c1", "CLASS=user\n"}}), "|");
+    for (const auto* seat : {"", "ACTIVE=c1\n", "ACTIVE_UID=0\n", "ACTIVE=c1\nACTIVE_UID=x\n",
+                             "ACTIVE=c1\nACTIVE_UID=4294967288\n"})
+        EXPECT_EQ(answer({{"seats/seat0", seat}, {"sessions/c1", "CLASS=user\n"}}), "|") << seat;
 }
 
-TEST_F(ConsoleUserTest, HomeIsThatUsers) {
-    const auto* expected = getpwuid(0);
-    ASSERT_NE(expected, nullptr);
-    write("seats/seat0", "ACTIVE=c1\nACTIVE_UID=0\n");
-    EXPECT_EQ(cmn::HomeOfConsoleUser(root()), expected->pw_dir);
-}
+using UserDatabaseTest = OwnSystemTest;
 
-TEST_F(ConsoleUserTest, HomeOfNobodyIsEmpty) {
-    EXPECT_EQ(cmn::HomeOfConsoleUser(root()), "");
-    write("seats/seat0", "ACTIVE=c1\nACTIVE_UID=0\n");
-    write("sessions/c1", "CLASS=greeter\n");
-    EXPECT_EQ(cmn::HomeOfConsoleUser(root()), "");
+TEST_F(UserDatabaseTest, FindsAnEntryThatIsLongerThanOthers) {
+    const std::string home = "/home/" + std::string(5'000, 'h');
+    write("passwd", "root:x:0:0::/root:/bin/sh\nlong:x:4321:1::" + home + ":/bin/sh\n");
+    EXPECT_EQ(fake::AnswerInChild([&] {
+                  OwnSystem::enter();
+                  OwnSystem::replace("/etc/passwd", folder_ / "passwd");
+                  const auto id = cmn::GetUIDByName("long");
+                  const auto user = cmn::FindUser(cmn::UserId{4'321});
+                  return std::to_string(id.value_or(0)) + (user ? user->name + user->home : "nobody");
+              }),
+              "4321long" + home);
 }
 
 class InstalledUserTest : public FakeSystem {

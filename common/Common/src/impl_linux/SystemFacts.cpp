@@ -3,8 +3,8 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
+#include <map>
 #include <sstream>
-#include <vector>
 
 namespace cmn {
 
@@ -56,25 +56,24 @@ std::optional<std::uint32_t> Number(std::string_view text, int base) {
     return value;
 }
 
-// Keeps the interface with the lowest metric.
-class BestRoute {
+// The interfaces of usable routes, best first.
+class Routes {
  public:
-    void offer(const std::string& interface, std::string_view flags, std::string_view metric,
-               int metricBase) {
+    void add(const std::string& interface, std::string_view flags, std::string_view metric, int metricBase) {
         const auto bits = Number(flags, 16);
         const auto cost = Number(metric, metricBase);
-        if (!bits || !cost || (*bits & kRouteUp) == 0 || (*bits & kRouteReject) != 0)
-            return;
-        if (interface_.empty() || *cost < cost_) {
-            interface_ = interface;
-            cost_ = *cost;
-        }
+        if (bits && cost && (*bits & kRouteUp) != 0 && (*bits & kRouteReject) == 0)
+            byCost_.emplace(*cost, interface);
     }
-    const std::string& interface() const { return interface_; }
+    std::vector<std::string> interfaces() const {
+        std::vector<std::string> names;
+        for (const auto& [cost, interface] : byCost_)
+            names.push_back(interface);
+        return names;
+    }
 
  private:
-    std::string interface_;
-    std::uint32_t cost_ = 0;
+    std::multimap<std::uint32_t, std::string> byCost_;  // keeps the order of equal costs
 };
 
 }  // namespace
@@ -89,29 +88,29 @@ std::optional<std::string> FindAssignment(std::string_view text, std::string_vie
     return value;
 }
 
-std::string DefaultRouteInterface(std::string_view routes) {
+std::vector<std::string> DefaultRouteInterfaces(std::string_view routes) {
     // Iface Destination Gateway Flags RefCnt Use Metric Mask ...
-    BestRoute best;
+    Routes found;
     ForEachLine(routes, [&](std::string_view line) {
         const auto columns = Columns(line);
         if (columns.size() >= 8 && columns[1] == "00000000" && columns[7] == "00000000")
-            best.offer(columns[0], columns[3], columns[6], 10);
+            found.add(columns[0], columns[3], columns[6], 10);
         return false;
     });
-    return best.interface();
+    return found.interfaces();
 }
 
-std::string DefaultRouteInterfaceV6(std::string_view routes) {
+std::vector<std::string> DefaultRouteInterfacesV6(std::string_view routes) {
     // destination length source length next-hop metric refcount use flags interface
     const std::string any(32, '0');
-    BestRoute best;
+    Routes found;
     ForEachLine(routes, [&](std::string_view line) {
         const auto columns = Columns(line);
         if (columns.size() >= 10 && columns[0] == any && columns[1] == "00" && columns[9] != "lo")
-            best.offer(columns[9], columns[8], columns[5], 16);
+            found.add(columns[9], columns[8], columns[5], 16);
         return false;
     });
-    return best.interface();
+    return found.interfaces();
 }
 
 std::string FormatMACAddress(std::string_view address) {
@@ -142,10 +141,6 @@ std::string FormatOSName(std::string_view osRelease, std::string_view machine) {
     if (!version.empty())
         name += " " + version;
     return name + " (" + std::string(machine.empty() ? "?" : machine) + ")";
-}
-
-std::optional<std::uint32_t> ParseUserId(std::string_view text) {
-    return Number(text, 10);
 }
 
 std::string StripDeletedMark(std::string path) {

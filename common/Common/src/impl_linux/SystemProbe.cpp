@@ -4,9 +4,9 @@
 
 #include <cerrno>
 #include <fstream>
+#include <utility>
 
 #include "impl_linux/SystemFacts.h"
-#include "impl_posix/UserDatabase.h"
 
 namespace cmn {
 
@@ -28,36 +28,28 @@ std::optional<std::string> ReadText(const std::string& path) {
     return text;
 }
 
-std::string ConsoleUserOf(const std::string& runFolder) {
-    const auto seat = ReadText(runFolder + "/seats/seat0").value_or("");
-    const auto session = FindAssignment(seat, "ACTIVE").value_or("");
-    const auto uid = ParseUserId(FindAssignment(seat, "ACTIVE_UID").value_or(""));
-    if (session.empty() || !uid)
-        return {};
-    // Nobody is logged in while the login screen has the console.
-    const auto details = ReadText(runFolder + "/sessions/" + session).value_or("");
-    if (FindAssignment(details, "CLASS").value_or("user") == "greeter")
-        return {};
-    const auto user = FindUser(*uid);
-    return user ? user->name : std::string();
-}
-
-std::string HomeOfConsoleUser(const std::string& runFolder) {
-    const auto name = ConsoleUserOf(runFolder);
-    const auto user = name.empty() ? std::nullopt : FindUser(name);
-    return user ? user->home : std::string();
-}
-
 std::string MACAddressBelow(const std::string& root) {
     const auto routes = ReadText(root + "/proc/net/route");
     if (!routes)
         return {};
-    auto interface = DefaultRouteInterface(*routes);
-    if (interface.empty())
-        interface = DefaultRouteInterfaceV6(ReadText(root + "/proc/net/ipv6_route").value_or(""));
-    if (interface.empty())
-        return FormatMACAddress("");
-    return FormatMACAddress(ReadText(root + "/sys/class/net/" + interface + "/address").value_or(""));
+    auto interfaces = DefaultRouteInterfaces(*routes);
+    for (auto& interface : DefaultRouteInterfacesV6(ReadText(root + "/proc/net/ipv6_route").value_or("")))
+        interfaces.push_back(std::move(interface));
+    const auto none = FormatMACAddress("");
+    for (const auto& interface : interfaces) {
+        auto address =
+            FormatMACAddress(ReadText(root + "/sys/class/net/" + interface + "/address").value_or(""));
+        if (address != none)
+            return address;
+    }
+    return none;
+}
+
+std::string OSNameBelow(const std::string& root, std::string_view machine) {
+    auto release = ReadText(root + "/etc/os-release");
+    if (!release)
+        release = ReadText(root + "/usr/lib/os-release");
+    return FormatOSName(release.value_or(""), machine);
 }
 
 bool CanListFolder(const std::string& path) {

@@ -8,6 +8,8 @@
 #include <filesystem>
 
 #include "common/bundle.h"
+#include "impl_linux/ConsoleUser.h"
+#include "impl_linux/PropertyList.h"
 #include "impl_linux/SystemFacts.h"
 #include "impl_linux/SystemProbe.h"
 #include "installed_user.h"
@@ -19,7 +21,6 @@ namespace {
 constexpr auto kPersistPath = "/var/opt/tessarin";
 constexpr auto kUsersRoot = "/home";
 constexpr auto kAgentStartFile = ".config/autostart/com.tessarin.UserAgent.desktop";
-constexpr auto kRunFolder = "/run/systemd";
 constexpr auto kFullDiskAccessProbe = "/root";
 
 }  // namespace
@@ -38,16 +39,14 @@ std::string GetInstalledUserName() {
 }
 
 std::string GetCurrentUserName() {
-    return ConsoleUserOf(kRunFolder);
+    const auto user = ConsoleUser();
+    return user ? user->name : std::string();
 }
 
 std::string GetOSName() {
-    auto release = ReadText("/etc/os-release");
-    if (!release)
-        release = ReadText("/usr/lib/os-release");
     utsname system{};
     const bool known = uname(&system) == 0;
-    return FormatOSName(release.value_or(""), known ? system.machine : "");
+    return OSNameBelow("", known ? system.machine : "");
 }
 
 std::string GetProcessPathForPID(unsigned int pid) {
@@ -63,7 +62,8 @@ std::optional<std::string> GetBundleShortVersion() {
 }
 
 std::string GetInstallationUserHomePath() {
-    return HomeOfConsoleUser(kRunFolder);
+    const auto user = ConsoleUser();
+    return user ? user->home : std::string();
 }
 
 std::string GetSharedPath() {
