@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "common/exceptions.h"
+
 namespace fake {
 
 // The texts of what `body` throws, the outermost first, followed by those nested inside it. Empty when it
@@ -31,6 +33,18 @@ inline std::vector<std::string> FailuresOf(const std::function<void()>& body) {
 inline std::string FailureOf(const std::function<void()>& body) {
     const auto texts = FailuresOf(body);
     return texts.empty() ? "nothing was thrown" : texts.front();
+}
+
+// Whether the exception that `body` throws carries the call stack of the throw.
+inline bool FailureHasCallStack(const std::function<void()>& body) {
+    try {
+        body();
+    } catch (const boost::exception& e) {
+        return boost::get_error_info<tag_stacktrace>(e) != nullptr;
+    } catch (const std::exception&) {
+        return false;
+    }
+    return false;
 }
 
 }  // namespace fake

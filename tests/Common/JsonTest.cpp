@@ -97,6 +97,7 @@ void toJson(cmn::proto::PrettyWriter& writer, const Record& record) {
 namespace {
 
 using cmn::proto::JsonToObjectImpl;
+using fake::FailureHasCallStack;
 using fake::FailureOf;
 using json_test::Record;
 using testing::ElementsAre;
@@ -222,14 +223,15 @@ TEST(JsonReaderTest, ReportsOtherTypesInABoolField) {
 }
 
 TEST(JsonReaderTest, BoolErrorsAreNoJsonExceptionsAndCarryATrace) {
-    try {
-        ReadOne("flag", "0.5");
-        FAIL();
-    } catch (const std::runtime_error& e) {
-        EXPECT_EQ(dynamic_cast<const JsonException*>(&e), nullptr);
-        const auto* boosted = dynamic_cast<const boost::exception*>(&e);
-        ASSERT_NE(boosted, nullptr);
-        EXPECT_NE(boost::get_error_info<tag_stacktrace>(*boosted), nullptr);
+    for (const auto* value : {"0.5", "\"True\""}) {
+        const auto read = [&] { ReadOne("flag", value); };
+        EXPECT_TRUE(FailureHasCallStack(read)) << value;
+        try {
+            read();
+            FAIL();
+        } catch (const std::runtime_error& e) {
+            EXPECT_EQ(dynamic_cast<const JsonException*>(&e), nullptr);
+        }
     }
 }
 
@@ -379,14 +381,37 @@ TEST(FileToObjectTest, ReadsAnOpenStreamToItsEnd) {
 
 TEST(FileToObjectTest, ReportsAStreamWithoutFile) {
     std::ifstream in("/no such folder/file", std::ios::binary);
-    EXPECT_EQ(FailureOf([&] { cmn::proto::FileToObject<Record>(in); }), "failed to open stream");
-    EXPECT_THROW(cmn::proto::FileToObject<Record>(in), std::runtime_error);
+    const auto read = [&] { cmn::proto::FileToObject<Record>(in); };
+    EXPECT_EQ(FailureOf(read), "failed to open stream");
+    EXPECT_THROW(read(), std::runtime_error);
+    EXPECT_TRUE(FailureHasCallStack(read));
 }
 
 TEST(FileToObjectTest, ReportsAFolder) {
     const fake::TemporaryFolder folder;
     std::ifstream in(folder.path(), std::ios::binary);
-    EXPECT_THROW(cmn::proto::FileToObject<Record>(in), std::runtime_error);
+    EXPECT_TRUE(FailureHasCallStack([&] { cmn::proto::FileToObject<Record>(in); }));
+}
+
+TEST(FileToObjectTest, ReadsUpTo64MebibytesAndNothingLarger) {
+    const fake::TemporaryFolder folder;
+    std::string text = R"({"number": 3})";
+    text.resize(64 * 1024 * 1024, ' ');
+    const auto read = [&] {
+        cmn::StrToFile(text, folder / "file");
+        std::ifstream in(folder / "file", std::ios::binary);
+        return cmn::proto::FileToObject<Record>(in).number;
+    };
+    EXPECT_EQ(read(), 3);
+    text += ' ';
+    EXPECT_EQ(FailureOf(read), "larger than 67108864 bytes");
+}
+
+TEST(JsonEscapedTest, IsTheTextBetweenTheQuotes) {
+    EXPECT_EQ(cmn::proto::JsonEscaped(""), "");
+    EXPECT_EQ(cmn::proto::JsonEscaped("plain/\u00e4"), "plain/\u00e4");
+    EXPECT_EQ(cmn::proto::JsonEscaped("\"a\" \\ \n\t\x01"), R"(\"a\" \\ \n\t\u0001)");
+    EXPECT_EQ(cmn::proto::JsonEscaped(std::string("a\0b", 3)), R"(a\u0000b)");
 }
 
 TEST(ObjectToJsonTest, PrintsPrettyWithFourBlanks) {

@@ -3,12 +3,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Failures.h"
+#include "OtherProcess.h"
 #include "common/SystemUtils.h"
 #include "common/fs.h"
 #include "common/proto_settings.h"
@@ -21,6 +23,7 @@ namespace cmn::proto {
 namespace {
 
 namespace fs = std::filesystem;
+using fake::FailureHasCallStack;
 using fake::FailureOf;
 using fake::FailuresOf;
 using testing::ElementsAre;
@@ -140,6 +143,26 @@ TEST_F(SettingsStoreTest, ChangingALoadedCopyKeepsItsOtherFields) {
     });
 }
 
+TEST_F(SettingsStoreTest, ChangeThatThrowsLeavesTheCopyAsItWas) {
+    inNewProcess([] {
+        const auto change = [] {
+            SetSettings([](TSettings& settings) {
+                settings.Platform = "changed";
+                settings.Products.clear();
+                throw std::logic_error("in the middle");
+            });
+        };
+        EXPECT_EQ(FailureOf(change), "in the middle");
+        EXPECT_EQ(GetSettings(), TSettings());
+        TSettings before;
+        before.Platform = "before";
+        before.Products = {{"own", "1", "", "", ""}};
+        SetSettings(before);
+        EXPECT_THROW(change(), std::logic_error);
+        EXPECT_EQ(GetSettings(), before);
+    });
+}
+
 TEST_F(SettingsStoreTest, UpdateReplacesTheCopyAndTheFile) {
     inNewProcess([] {
         writeFile(R"({"Platform": "file"})");
@@ -150,6 +173,25 @@ TEST_F(SettingsStoreTest, UpdateReplacesTheCopyAndTheFile) {
         EXPECT_EQ(GetSettings(), settings);
         EXPECT_EQ(LoadSettings().Platform, "updated");
         EXPECT_EQ(LoadSettings().ServerUser, std::nullopt);
+    });
+}
+
+TEST_F(SettingsStoreTest, CopyCanBeReadWhileAnUpdateWaitsForTheFile) {
+    inNewProcess([] {
+        writeFile(R"({"Platform": "file"})");
+        fake::OtherProcess other(SettingsFile());
+        TSettings settings;
+        settings.Platform = "updated";
+        auto update = std::async(std::launch::async, [&] { UpdateSettings(settings); });
+        while (FileSizeNoThrow(SettingsFile()) != 0)  // emptied before the lock is asked for
+            std::this_thread::yield();
+        auto read = std::async(std::launch::async, [] { return GetSettings(); });
+        ASSERT_EQ(read.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+        EXPECT_EQ(read.get(), settings);
+        EXPECT_EQ(update.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+        other.letGo();
+        update.get();
+        EXPECT_EQ(LoadSettings().Platform, "updated");
     });
 }
 
@@ -220,6 +262,10 @@ TEST_F(SettingsStoreTest, UnknownProductNamesAreReported) {
     });
 }
 
+TEST_F(SettingsStoreTest, UnknownProductNameCarriesACallStack) {
+    EXPECT_TRUE(FailureHasCallStack([] { GetProduct(TSettings(), "none"); }));
+}
+
 TEST_F(SettingsStoreTest, SetVersionLoadsTheFileAndChangesTheCopyAlone) {
     inNewProcess([] {
         writeFile(kProducts);
@@ -280,6 +326,16 @@ TEST_F(SettingsStoreTest, InstancingFillsTheTemplates) {
     ASSERT_EQ(settings.Products.size(), 1U);
     EXPECT_EQ(settings.Products[0].Name, "the key");
     EXPECT_EQ(settings.Products[0].InstallPath, GetSharedPath());
+}
+
+TEST_F(SettingsStoreTest, InstancingOfAnotherFileFillsInItsFolder) {
+    const fake::TemporaryFolder folder;
+    StrToFile(R"({"InstallationKey": "${INST_KEY}", "ScanRoot": "${INST_PATH}"})", folder / "file");
+    InstanceSettings(folder / "file", "a \"quoted\" key", "/the/root", "the uuid");
+    const auto settings = LoadSettings(folder / "file");
+    EXPECT_EQ(settings.InstallationKey, "a \"quoted\" key");
+    EXPECT_EQ(settings.ScanRoot, folder.path());
+    EXPECT_FALSE(fs::exists(SettingsFile()));
 }
 
 TEST_F(SettingsStoreTest, InstancingInventsAUuidAndTakesTheConsoleUsersHome) {

@@ -88,12 +88,21 @@ void ParsedText::throwMalformed() const {
 
 std::vector<unsigned char> ReadAll(std::ifstream& in) {
     std::vector<unsigned char> bytes;
-    if (!cmn::ReadAll(in, bytes))
+    if (!cmn::ReadAll(in, bytes, 0, kMaxJsonFile))
         throw_with_trace(std::runtime_error("failed to read stream"));
+    if (bytes.size() > kMaxJsonFile)
+        throw_with_trace(make_error("larger than ", kMaxJsonFile, " bytes"));
     return bytes;
 }
 
 }  // namespace detail
+
+std::string JsonEscaped(const std::string& text) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+    return {buffer.GetString() + 1, buffer.GetSize() - 2};
+}
 
 void fromJson(const rapidjson::Value& value, std::string& out) {
     if (value.IsNull())

@@ -6,6 +6,7 @@
 #include <boost/algorithm/string/predicate.hpp>
 #include <locale>
 #include <mutex>
+#include <utility>
 
 #include "common/SystemUtils.h"
 #include "common/exceptions.h"
@@ -20,7 +21,7 @@ namespace {
 std::mutex g_settingsMutex;  // guards g_settings
 std::optional<TSettings> g_settings;
 
-std::filesystem::path SettingsFile() {
+std::filesystem::path SharedSettingsFile() {
     return std::filesystem::path(GetSharedPath()) / "settings.json";
 }
 
@@ -53,19 +54,21 @@ std::string NativeNameOf(const std::filesystem::path& module) {
 }
 
 TSettings LoadSettings(const std::filesystem::path& path) {
-    return LoadSettingsWith(path, [](std::ifstream& in) { return FileToObject<TSettings>(in); });
+    return LoadSettingsWith(path, [](const std::filesystem::path& file) {
+        return JsonToObjectImpl<TSettings>(ReadRegularFile(file, kMaxJsonFile));
+    });
 }
 
 TSettings LoadSettings() {
-    return LoadSettings(SettingsFile());
+    return LoadSettings(SharedSettingsFile());
 }
 
 void SaveSettings(const std::filesystem::path& path, const TSettings& settings) {
-    SaveSettingsWith(path, settings, OpenSettingsFileLock, SettingsNow);
+    SettingsFile(path).save(settings);
 }
 
 void SaveSettings(const TSettings& settings) {
-    SaveSettings(SettingsFile(), settings);
+    SaveSettings(SharedSettingsFile(), settings);
 }
 
 TSettings GetSettings() {
@@ -82,7 +85,13 @@ void SetSettings(const std::function<void(TSettings&)>& change) {
     const std::lock_guard lock(g_settingsMutex);
     if (!g_settings)
         g_settings.emplace();  // not from the file, on purpose
-    change(*g_settings);
+    auto before = *g_settings;
+    try {
+        change(*g_settings);
+    } catch (...) {
+        *g_settings = std::move(before);
+        throw;
+    }
 }
 
 void UpdateSettings(const TSettings& settings) {
@@ -120,13 +129,16 @@ void SetProductLastFailedVersion(std::string_view name, std::string_view version
 
 void InstanceSettings(const std::string& installationKey, const std::filesystem::path& scanRoot,
                       const std::string& deviceUuid) {
+    InstanceSettings(SharedSettingsFile(), installationKey, scanRoot, deviceUuid);
+}
+
+void InstanceSettings(const std::filesystem::path& file, const std::string& installationKey,
+                      const std::filesystem::path& scanRoot, const std::string& deviceUuid) {
     const auto root = scanRoot.empty() ? GetUsersRoot() + "/" + GetCurrentUserName() : scanRoot.string();
-    InstanceSettingsWith(SettingsFile(),
-                         {{"${INST_KEY}", installationKey},
-                          {"${DEV_UUID}", deviceUuid.empty() ? MakeUUID() : deviceUuid},
-                          {"${INST_PATH}", GetSharedPath()},
-                          {"${SCAN_ROOT}", root}},
-                         OpenSettingsFileLock, SettingsNow);
+    SettingsFile(file).instance({{"${INST_KEY}", installationKey},
+                                 {"${DEV_UUID}", deviceUuid.empty() ? MakeUUID() : deviceUuid},
+                                 {"${INST_PATH}", std::filesystem::absolute(file).parent_path().string()},
+                                 {"${SCAN_ROOT}", root}});
 }
 
 void SetDefaultTestSettings(unsigned long long deviceId, const std::filesystem::path& scanRoot) {

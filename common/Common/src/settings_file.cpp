@@ -3,14 +3,16 @@
 #include <boost/interprocess/exceptions.hpp>
 #include <exception>
 #include <mutex>
+#include <string_view>
 #include <system_error>
+#include <thread>
+#include <utility>
 
 #include "common/exceptions.h"
 #include "common/fs.h"
 #include "common/log.h"
 #include "common/make_error.h"
 #include "common/settings_json.h"
-#include "read_all.h"
 
 namespace cmn::proto {
 
@@ -18,24 +20,37 @@ namespace {
 
 using boost::interprocess::interprocess_exception;
 
-// The lock of a file is the whole process's and is lost when any of the process's descriptors of the file
-// closes. So one thread at a time opens the file to change it.
-std::timed_mutex g_fileMutex;
-
 void LogError(int line, std::string_view function, const std::string& message) {
     LogFull(LogLevel::Error, __FILE__, line, function, message);
 }
 
+// The mutex of the file with this path, the same for all who hold it at a time.
+std::shared_ptr<std::mutex> MutexOf(const std::filesystem::path& path) {
+    static std::mutex guard;
+    static std::map<std::filesystem::path, std::weak_ptr<std::mutex>> mutexes;
+    std::error_code error;
+    const auto name = std::filesystem::absolute(path, error).lexically_normal();
+    const std::lock_guard lock(guard);
+    std::erase_if(mutexes, [](const auto& one) { return one.second.expired(); });
+    auto& known = mutexes[name];
+    auto mutex = known.lock();
+    if (!mutex)
+        known = mutex = std::make_shared<std::mutex>();
+    return mutex;
+}
+
 }  // namespace
 
+SettingsClock SystemSettingsClock() {
+    return {[] { return std::chrono::system_clock::now(); },
+            [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); }};
+}
+
 TSettings LoadSettingsWith(const std::filesystem::path& path, const ReadSettings& read) {
-    // Takes no lock, and no mutex: a load does not wait for a save. Closing the file gives up the lock of a
-    // save that another thread has in progress, so another process may then write beside it; this gap is
-    // known.
+    // Takes no lock and no mutex: a load does not wait for a save.
     try {
         try {
-            std::ifstream in(path, std::ios::binary);
-            return read(in);
+            return read(path);
         } catch (const std::runtime_error&) {
             std::throw_with_nested(make_error("Couldn't open ", path.string()));
         }
@@ -45,59 +60,81 @@ TSettings LoadSettingsWith(const std::filesystem::path& path, const ReadSettings
     }
 }
 
-void SaveSettingsWith(const std::filesystem::path& path, const TSettings& settings,
-                      const OpenSettingsLock& openLock, const SettingsClock& now) {
-    const auto fail = [&] {
-        throw_with_trace(make_error("can't get lock for save settings to file: ", path.string()));
-    };
-    const auto deadline = now() + kSettingsLockTimeout;
-    const std::unique_lock one(g_fileMutex, deadline);
-    if (!one)
-        fail();
-    try {
-        // The file is emptied here, before the lock is taken; kept so.
-        std::ofstream out(path, std::ios::binary);
-        auto lock = openLock(path);
-        if (!lock->lock(deadline))
-            fail();
-        // Whoever had the lock meanwhile may have left a longer text than this one.
-        std::error_code ignored;
-        std::filesystem::resize_file(path, 0, ignored);
-        // What is buffered must be in the file before another process gets the lock, and the stream must stay
-        // open until then: closing any descriptor of the file gives the lock up.
-        out << ObjectToJson(settings) << std::flush;
-        lock.reset();
-        out.close();
-    } catch (const interprocess_exception& e) {
-        LogError(__LINE__, "SaveSettings",
-                 fmt::format("Can't save settings: {}, {}", e.what(), path.string()));
+// A file whose lock is had, until destroyed: closed first, then left to this process's other threads.
+struct SettingsFile::Held {
+    std::shared_ptr<std::mutex> mutex;
+    std::unique_lock<std::mutex> one;
+    std::unique_ptr<LockedFile> file;
+};
+
+SettingsFile::SettingsFile(std::filesystem::path path, SettingsClock clock, Open open)
+    : path_(std::move(path)), clock_(std::move(clock)), open_(std::move(open)) {}
+
+bool SettingsFile::waitFor(const std::function<bool()>& taken, SettingsTime deadline) const {
+    while (!taken()) {
+        if (clock_.now() >= deadline)
+            return false;
+        clock_.pause();
+    }
+    return true;
+}
+
+SettingsFile::Held SettingsFile::hold(LockedFile::Opening opening) const {
+    const auto deadline = clock_.now() + kSettingsLockTimeout;
+    auto mutex = MutexOf(path_);
+    // One thread at a time opens the file: opening may empty it.
+    Held held{mutex, std::unique_lock(*mutex, std::defer_lock), nullptr};
+    if (!waitFor([&] { return held.one.try_lock(); }, deadline))
+        return {};
+    for (;;) {
+        held.file = open_(path_, opening);
+        if (!waitFor([&] { return held.file->tryLock(); }, deadline))
+            return {};
+        if (held.file->isAt(path_))
+            return held;
+        if (clock_.now() >= deadline)
+            return {};
+        // Another file was renamed over this one meanwhile. It is not emptied before its lock is had.
+        if (opening == LockedFile::Opening::emptied)
+            opening = LockedFile::Opening::kept;
     }
 }
 
-void InstanceSettingsWith(const std::filesystem::path& path, const std::map<std::string, std::string>& values,
-                          const OpenSettingsLock& openLock, const SettingsClock& now) {
-    const auto fail = [] { throw_with_trace(std::runtime_error("can't get lock")); };
-    const auto deadline = now() + kSettingsLockTimeout;
-    const std::unique_lock one(g_fileMutex, deadline);
-    if (!one)
-        fail();
+void SettingsFile::save(const TSettings& settings) const {
     try {
-        // Both streams outlive the lock: closing any descriptor of the file gives it up.
-        std::ifstream in(path, std::ios::binary);
-        std::ofstream out;
-        const auto lock = openLock(path);
-        if (!lock->lock(deadline))
-            fail();
-        std::string text;
-        if (!ReadAll(in, text))
-            throw_with_trace(make_error("[InstanceSettings] Can't read (", path.string(), ")"));
-        ReplaceTemplates(text, values);
-        out.open(path, std::ios::binary);
-        out << text << std::flush;
-        if (!out)
-            throw_with_trace(make_error("[InstanceSettings] Can't write (", path.string(), ")"));
+        // The file is emptied here, before the lock is taken; kept so.
+        const auto held = hold(LockedFile::Opening::emptied);
+        if (!held.file)
+            throw_with_trace(make_error("can't get lock for save settings to file: ", path_.string()));
+        held.file->replace(ObjectToJson(settings));
+    } catch (const interprocess_exception& e) {
+        LogError(__LINE__, "SaveSettings",
+                 fmt::format("Can't save settings: {}, {}", e.what(), path_.string()));
+    }
+}
+
+void SettingsFile::instance(const std::map<std::string, std::string>& values) const {
+    Held held;
+    try {
+        held = hold(LockedFile::Opening::existing);
     } catch (const interprocess_exception& e) {
         LogError(__LINE__, "InstanceSettings", fmt::format("Can't lock settings file: {}", e.what()));
+        return;
+    }
+    if (!held.file)
+        throw_with_trace(std::runtime_error("can't get lock"));
+    std::map<std::string, std::string> escaped;
+    for (const auto& [key, value] : values)
+        escaped[key] = JsonEscaped(value);
+    std::string_view step = "read";
+    try {
+        auto text = held.file->read(kMaxJsonFile);
+        ReplaceTemplates(text, escaped);
+        step = "write";
+        held.file->replace(text);
+    } catch (const interprocess_exception& e) {
+        throw_with_trace(
+            make_error("[InstanceSettings] Can't ", step, " (", path_.string(), ") Error: ", e.what()));
     }
 }
 

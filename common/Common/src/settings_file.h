@@ -2,46 +2,58 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
+#include "LockedFile.h"
 #include "common/proto_settings.h"
 
-// What the settings' functions do to a file, with the lock and the reading given from outside.
+// What the settings' functions do to a file, with time, file and reading given from outside.
 namespace cmn::proto {
 
 using SettingsTime = std::chrono::system_clock::time_point;
-using SettingsClock = std::function<SettingsTime()>;
-SettingsTime SettingsNow();
 
-// The inter-process lock of one existing file, given up by the destructor.
-class SettingsLock {
- public:
-    virtual ~SettingsLock() = default;
-    // False when the lock was not to be had in time; a deadline in the past still takes a lock that is free.
-    // Throws boost::interprocess::interprocess_exception.
-    virtual bool lock(SettingsTime deadline) = 0;
+// The time of those who wait for a lock.
+struct SettingsClock {
+    std::function<SettingsTime()> now;
+    std::function<void()> pause;  // between two looks at the lock
 };
-
-// Throws boost::interprocess::interprocess_exception when the file cannot be opened.
-using OpenSettingsLock = std::function<std::unique_ptr<SettingsLock>(const std::filesystem::path&)>;
-std::unique_ptr<SettingsLock> OpenSettingsFileLock(const std::filesystem::path& path);
+SettingsClock SystemSettingsClock();
 
 // For the threads of this process and for other processes together.
 constexpr std::chrono::seconds kSettingsLockTimeout{60};
 
-using ReadSettings = std::function<TSettings(std::ifstream&)>;
+using ReadSettings = std::function<TSettings(const std::filesystem::path&)>;
 TSettings LoadSettingsWith(const std::filesystem::path& path, const ReadSettings& read);
 
-void SaveSettingsWith(const std::filesystem::path& path, const TSettings& settings,
-                      const OpenSettingsLock& openLock, const SettingsClock& now);
+// The writing operations on one settings file. Each holds the file against the threads of this process and
+// against other processes, and works on the file that the path leads to when the lock is had.
+class SettingsFile {
+ public:
+    using Open =
+        std::function<std::unique_ptr<LockedFile>(const std::filesystem::path&, LockedFile::Opening)>;
 
-// Replaces the templates in the file under its lock.
-void InstanceSettingsWith(const std::filesystem::path& path, const std::map<std::string, std::string>& values,
-                          const OpenSettingsLock& openLock, const SettingsClock& now);
+    explicit SettingsFile(std::filesystem::path path, SettingsClock clock = SystemSettingsClock(),
+                          Open open = OpenLockedFile);
+
+    // As SaveSettings and InstanceSettings say.
+    void save(const TSettings& settings) const;
+    // The values are escaped for JSON.
+    void instance(const std::map<std::string, std::string>& values) const;
+
+ private:
+    struct Held;
+
+    bool waitFor(const std::function<bool()>& taken, SettingsTime deadline) const;
+    // Without a file when the lock was not to be had in time.
+    Held hold(LockedFile::Opening opening) const;
+
+    std::filesystem::path path_;
+    SettingsClock clock_;
+    Open open_;
+};
 
 // The base name of a module as the products' "NativeName" has it: without extension and without ".vshost".
 std::string NativeNameOf(const std::filesystem::path& module);

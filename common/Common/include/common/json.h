@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <fstream>
 #include <optional>
@@ -18,6 +19,12 @@ namespace cmn::proto {
 
 using PrettyWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
 
+// No file beyond this size is read.
+constexpr std::size_t kMaxJsonFile = 64 * 1024 * 1024;
+
+// The text as it stands between the quotes of a JSON string.
+std::string JsonEscaped(const std::string& text);
+
 namespace detail {
 
 // The parsed form of a text, which it keeps for error reports. Throws JsonException "Invalid json -- ...".
@@ -34,6 +41,7 @@ class ParsedText {
     rapidjson::Document document_;
 };
 
+// Throws std::runtime_error when the stream cannot be read or has more than kMaxJsonFile bytes.
 std::vector<unsigned char> ReadAll(std::ifstream& in);
 
 }  // namespace detail

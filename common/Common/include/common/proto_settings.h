@@ -70,15 +70,16 @@ struct TSettings {
     bool operator==(const TSettings&) const = default;
 };
 
-// Reads one file. Throws std::runtime_error "Couldn't open {path}" with the cause nested inside; a text that
-// is no number in a number's place passes as std::invalid_argument or std::out_of_range.
+// Reads one regular file of at most 64 MiB, without its lock. Throws std::runtime_error "Couldn't open
+// {path}" with the cause nested inside; a text that is no number in a number's place passes as
+// std::invalid_argument or std::out_of_range.
 TSettings LoadSettings(const std::filesystem::path& path);
 // "settings.json" in the shared folder.
 TSettings LoadSettings();
 
 // Writes one file under its inter-process lock, waiting up to 60 seconds for it; throws std::runtime_error
-// when that time is over. Other lock errors are logged. The file is emptied before the lock is asked for.
-// Keys that are the daemon's alone are not written.
+// when that time is over. Other errors, of the lock or of the file, are logged. The file is emptied before
+// the lock is asked for. Keys that are the daemon's alone are not written.
 void SaveSettings(const std::filesystem::path& path, const TSettings& settings);
 void SaveSettings(const TSettings& settings);
 
@@ -87,7 +88,7 @@ void SaveSettings(const TSettings& settings);
 TSettings GetSettings();
 void SetSettings(const TSettings& settings);  // in memory only
 // Changes the copy in place, starting from an empty record (the file is not read). Do not call back into this
-// API.
+// API. The copy is as before when the function throws.
 void SetSettings(const std::function<void(TSettings&)>& change);
 void UpdateSettings(const TSettings& settings);  // in memory and in the file
 
@@ -105,8 +106,13 @@ TSettingsProduct GetProduct(std::string_view name);
 void SetProductVersion(std::string_view name, std::string_view version);
 void SetProductLastFailedVersion(std::string_view name, std::string_view version);
 
-// Fills the placeholders of the settings file after an installation. An empty scan root is the console user's
-// home, an empty device UUID a random one. Throws std::runtime_error "can't get lock" after 60 seconds.
+// Fills the placeholders of the settings file after an installation, with the values escaped for JSON. The
+// installation path is the file's folder. An empty scan root is the console user's home, an empty device UUID
+// a random one. A file that cannot be opened or locked is logged; throws std::runtime_error when it cannot be
+// read or written, and "can't get lock" after 60 seconds.
+void InstanceSettings(const std::filesystem::path& file, const std::string& installationKey,
+                      const std::filesystem::path& scanRoot, const std::string& deviceUuid);
+// "settings.json" in the shared folder.
 void InstanceSettings(const std::string& installationKey, const std::filesystem::path& scanRoot,
                       const std::string& deviceUuid);
 
