@@ -40,7 +40,7 @@ class Descriptor {
     Descriptor& operator=(const Descriptor&) = delete;
 
     int get() const { return descriptor_; }
-    int error() const { return error_; }  // 0 when the file could be opened
+    int error() const { return error_; }                   // 0 when the file could be opened
     const struct stat& status() const { return status_; }  // as it was opened
     bool isRegular() const { return S_ISREG(status_.st_mode); }
 
