@@ -10,6 +10,8 @@
 #include <thread>
 
 #include "HostProcess.h"
+#include "common/fs.h"
+#include "common/proto_settings.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "support/HurriedDispatch.h"
@@ -70,10 +72,11 @@ TEST_F(ServiceHostTest, SaysThatItIsADevelopmentTool) {
         while (const auto line = host.process().readLine()) {
             text += *line + "\n";
         }
-        EXPECT_THAT(text, AllOf(HasSubstr("development tool"), HasSubstr("--bus"), HasSubstr("--json"),
-                                HasSubstr("--log-file"), HasSubstr("--log-level"), HasSubstr("--settings"),
-                                HasSubstr("--classifiers"), HasSubstr("--records"), HasSubstr("--scan-limit"),
-                                HasSubstr("getURL"), HasSubstr("reload")));
+        EXPECT_THAT(text,
+                    AllOf(HasSubstr("development tool"), HasSubstr("--bus"), HasSubstr("--json"),
+                          HasSubstr("--log-file"), HasSubstr("--log-level"), HasSubstr("--settings"),
+                          HasSubstr("--make-settings"), HasSubstr("--classifiers"), HasSubstr("--records"),
+                          HasSubstr("--scan-limit"), HasSubstr("getURL"), HasSubstr("reload")));
     }
 }
 
@@ -86,6 +89,7 @@ TEST_F(ServiceHostTest, RefusesBadArgumentsWithStatus2) {
                                                        {"--log-level", "Loud"},
                                                        {"--log-file"},
                                                        {"--settings"},
+                                                       {"--make-settings"},
                                                        {"--scan-limit", "0"},
                                                        {"--scan-limit", "-1"},
                                                        {"--scan-limit", "1k"},
@@ -97,6 +101,70 @@ TEST_F(ServiceHostTest, RefusesBadArgumentsWithStatus2) {
         EXPECT_EQ(host.process().wait(), 2) << arguments[0];
         EXPECT_THAT(host.process().errors(), AllOf(StartsWith("TessarinServiceHost: "), HasSubstr("--help")));
     }
+}
+
+// The host as a program that makes settings.
+class MakeSettingsTest : public ServiceHostTest {
+ protected:
+    void make(const std::string& from, const std::vector<std::string>& more, int status) {
+        std::vector<std::string> arguments{"--make-settings", from, "--settings", file.string()};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        HostProcess host("unix:path=/nonexistent/bus", arguments);
+        EXPECT_EQ(host.process().wait(), status) << host.process().errors();
+        errors = host.process().errors();
+        EXPECT_FALSE(std::filesystem::exists(file.string() + ".new"));
+    }
+    std::string broken() const {
+        std::ofstream(folder / "broken") << R"({"InstallationKey": "${INST_KEY}")";
+        return folder / "broken";
+    }
+
+    const fake::TemporaryFolder folder;
+    const std::filesystem::path file = folder / "settings.json";
+    std::string errors;
+};
+
+TEST_F(MakeSettingsTest, FillsTheProductsTemplate) {
+    make(SETTINGS_TEMPLATE,
+         {"--installation-key", "a \"quoted\" key", "--scan-root=/scan/root", "--device-uuid", "the uuid"},
+         0);
+    const auto settings = cmn::proto::LoadSettings(file);
+    EXPECT_EQ(settings.InstallationKey, "a \"quoted\" key");
+    EXPECT_EQ(settings.ScanRoot, "/scan/root");
+    EXPECT_EQ(settings.DeviceUUID, "the uuid");
+    EXPECT_EQ(cmn::proto::GetProduct(settings, "Agent").InstallPath, folder.path());
+    EXPECT_EQ(cmn::FileToStr(file).find("${"), std::string::npos);
+}
+
+TEST_F(MakeSettingsTest, ReplacesOlderSettingsWithAnotherDeviceUnlessItIsNamed) {
+    make(SETTINGS_TEMPLATE, {}, 0);
+    const auto first = cmn::proto::LoadSettings(file);
+    EXPECT_EQ(first.DeviceUUID.size(), 36U);
+    EXPECT_EQ(first.InstallationKey, "");
+    make(SETTINGS_TEMPLATE, {"--installation-key", "key"}, 0);
+    const auto second = cmn::proto::LoadSettings(file);
+    EXPECT_EQ(second.InstallationKey, "key");
+    EXPECT_NE(second.DeviceUUID, first.DeviceUUID);
+}
+
+TEST_F(MakeSettingsTest, KeepsOlderSettingsWhenTheNewOnesCannotBeMade) {
+    cmn::StrToFile("old", file);
+    make(broken(), {}, 2);
+    EXPECT_THAT(errors, AllOf(StartsWith("TessarinServiceHost: Couldn't open " + file.string() + ".new\n"),
+                              HasSubstr("caused by: Invalid json -- err: ")));
+    make(folder / "missing", {}, 2);
+    EXPECT_THAT(errors, HasSubstr((folder / "missing").string()));
+    make("", {}, 2);
+    EXPECT_EQ(cmn::FileToStr(file), "old");
+}
+
+TEST_F(MakeSettingsTest, MakesThemBesideTheProgramWhenNoFileIsNamed) {
+    const auto program = folder / "TessarinServiceHost";
+    std::filesystem::copy_file(TESSARIN_SERVICE_HOST, program);
+    fake::ChildProcess host({program, "--make-settings", SETTINGS_TEMPLATE});
+    EXPECT_EQ(host.wait(), 0) << host.errors();
+    const auto settings = cmn::proto::LoadSettings(file);
+    EXPECT_EQ(cmn::proto::GetProduct(settings, "Agent").InstallPath, folder.path());
 }
 
 TEST_F(ServiceHostTest, EndsWithStatus1WithoutABus) {

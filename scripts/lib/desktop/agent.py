@@ -154,16 +154,17 @@ class Agent:
             raise TimedOut(f"{bundle} is missing: run scripts/build.sh")
         shutil.copytree(bundle, self.folder / bundle.name, symlinks=True, dirs_exist_ok=True)
         self.program = self.folder / bundle.name / "Contents/Linux/TessarinUserAgent"
+        self._host = build / "TessarinServiceHost"
         self.write_settings(log_level)
 
     def write_settings(self, log_level: str, **more: object) -> None:
         """The settings template as an installation fills it, with `more` keys."""
-        text = (PROJECT / "packaging/settings.json").read_text()
-        for variable, value in (("INST_KEY", "demo"), ("DEV_UUID", "00000000-0000-4000-8000-000000000000"),
-                                ("INST_PATH", str(self.folder)), ("SCAN_ROOT", self.desktop.env["HOME"])):
-            text = text.replace("${" + variable + "}", value)
-        settings = {**json.loads(text), "LogLevel": log_level, **more}
-        (self.folder / "settings.json").write_text(json.dumps(settings, indent=4))
+        path = self.folder / "settings.json"
+        subprocess.run([self._host, "--make-settings", PROJECT / "packaging/settings.json", "--settings", path,
+                        "--installation-key", "demo", "--scan-root", self.desktop.env["HOME"]],
+                       env=self.desktop.env, timeout=30, check=True)
+        settings = {**json.loads(path.read_text()), "LogLevel": log_level, **more}
+        path.write_text(json.dumps(settings, indent=4))
 
     def start(self) -> None:
         """Returns at once; see wait_log."""

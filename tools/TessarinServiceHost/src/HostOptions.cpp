@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <optional>
 #include <system_error>
+#include <utility>
 
 namespace host {
 
@@ -43,6 +43,8 @@ std::optional<std::size_t> ParseScanLimit(const std::string& text) {
 
 std::variant<HostOptions, HelpWanted, BadArguments> ParseOptions(const std::vector<std::string>& arguments) {
     HostOptions options;
+    SettingsTemplate from;
+    bool makesSettings = false;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         std::string value;
         if (arguments[i] == "--help" || arguments[i] == "-h") {
@@ -65,6 +67,15 @@ std::variant<HostOptions, HelpWanted, BadArguments> ParseOptions(const std::vect
             options.logLevel = LogLevelFromString(value);
         } else if (TakeValue(arguments, i, "--settings", value)) {
             options.settingsFile = value;
+        } else if (TakeValue(arguments, i, "--make-settings", value)) {
+            from.file = value;
+            makesSettings = true;
+        } else if (TakeValue(arguments, i, "--installation-key", value)) {
+            from.installationKey = value;
+        } else if (TakeValue(arguments, i, "--scan-root", value)) {
+            from.scanRoot = value;
+        } else if (TakeValue(arguments, i, "--device-uuid", value)) {
+            from.deviceUuid = value;
         } else if (TakeValue(arguments, i, "--classifiers", value)) {
             options.scanner.classifiers = value;
         } else if (TakeValue(arguments, i, "--records", value)) {
@@ -81,6 +92,9 @@ std::variant<HostOptions, HelpWanted, BadArguments> ParseOptions(const std::vect
         } else {
             return BadArguments{"\"" + arguments[i] + "\" is unknown or lacks its value"};
         }
+    }
+    if (makesSettings) {
+        options.makeSettings = std::move(from);
     }
     return options;
 }
@@ -99,6 +113,10 @@ Options:
   --log-file STEM        write the log to STEM_0.log, STEM_1.log instead of the standard error stream
   --log-level NAME       Silent, Error, Warn, Info (default), Debug or Trace
   --settings FILE        the product's settings (default: settings.json beside the program, else none)
+  --make-settings TEMPLATE
+                         make that settings file from a template, as packaging/settings.json, and end;
+                         --installation-key KEY (default: empty), --scan-root FOLDER (the home of the user
+                         at the console) and --device-uuid UUID (a random one) are filled in
   --classifiers FILE     what the scanner looks for in files, and the extensions that are allowed;
                          without it nothing is found
   --records FILE         fixed scan results for some paths
@@ -117,7 +135,7 @@ Commands, one a line on the standard input (its end does not end the program):
 Events on the standard output: ready (once for each service), url (a report of the agent), getURL (the
 answer to the command), reloaded, stopped, error. The Finder extension service keeps a log of its own in
 the install path that the settings name for this program, else beside the program. Exit status: 0 after
-quit or a signal, 1 when a name or the bus cannot be had or is lost, 2 for bad arguments, also for a file
+quit, a signal or made settings, 1 when a name or the bus cannot be had or is lost, 2 for bad arguments, also for a file
 among them that cannot be used.
 )";
 }

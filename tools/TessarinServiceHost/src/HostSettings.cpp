@@ -2,19 +2,26 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <system_error>
 
+#include "common/ScopedAction.h"
 #include "common/SystemUtils.h"
+#include "common/fs.h"
 #include "common/proto_settings.h"
 
 namespace host {
 
 namespace {
 
+std::filesystem::path OwnFile() {
+    return std::filesystem::path(cmn::GetSharedPath()) / "settings.json";
+}
+
 cmn::proto::TSettings Load(const std::string& file) {
     if (!file.empty()) {
         return cmn::proto::LoadSettings(file);
     }
-    const std::filesystem::path own = std::filesystem::path(cmn::GetSharedPath()) / "settings.json";
+    const auto own = OwnFile();
     std::error_code error;
     return std::filesystem::exists(own, error) ? cmn::proto::LoadSettings(own) : cmn::proto::TSettings();
 }
@@ -34,6 +41,20 @@ void UseSettings(const std::string& file) {
         settings.Products.push_back(product);
     }
     cmn::proto::SetSettings(settings);
+}
+
+void MakeSettings(const SettingsTemplate& from, const std::string& file) {
+    const std::filesystem::path path = file.empty() ? OwnFile() : std::filesystem::path(file);
+    auto made = path;
+    made += ".new";
+    const cmn::ScopedAction removeLeftOver([&made] {
+        std::error_code ignored;
+        std::filesystem::remove(made, ignored);
+    });
+    cmn::StrToFile(cmn::FileToStr(from.file), made);
+    cmn::proto::InstanceSettings(made, from.installationKey, from.scanRoot, from.deviceUuid);
+    cmn::proto::LoadSettings(made);
+    std::filesystem::rename(made, path);
 }
 
 }  // namespace host

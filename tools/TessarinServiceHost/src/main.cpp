@@ -13,6 +13,7 @@
 #include "CommandReader.h"
 #include "EventWriter.h"
 #include "HostOptions.h"
+#include "HostSettings.h"
 #include "ServiceHost.h"
 #include "common/causes.h"
 #include "common/log.h"
@@ -78,6 +79,10 @@ int main(int argc, char** argv) {
     }
     QCoreApplication application(argc, argv);
     try {
+        if (options.makeSettings) {
+            host::MakeSettings(*options.makeSettings, options.settingsFile);
+            return 0;
+        }
         return Run(application, options, signalDescriptor);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "TessarinServiceHost: %s\n", e.what());

@@ -54,7 +54,7 @@ class Descriptor {
         std::string bytes;
         std::size_t used = 0;
         // One byte more than fits, to see that there are no more.
-        for (auto room = std::max(claimed + 1, kLeast); std::max(used, claimed) <= limit; room *= 2) {
+        for (auto room = std::max(claimed + 1, kLeast); used <= limit; room *= 2) {
             bytes.resize(std::min(room, limit + 1));
             used += readAt(used, bytes.data() + used, bytes.size() - used);
             if (used < bytes.size()) {
