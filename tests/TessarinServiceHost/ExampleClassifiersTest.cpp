@@ -71,6 +71,16 @@ TEST_F(ExampleClassifiersTest, FindPaymentCardNumbers) {
     EXPECT_EQ(count(kCards, "4111 1111 1111 1111 5555 5555 5555 4444"), 2);
 }
 
+TEST_F(ExampleClassifiersTest, FindPaymentCardNumbersBehindOtherNumbers) {
+    for (const auto* text :
+         {"Qty 3 4111-1111-1111-1111", "12/27 4111 1111 1111 1111", "7 4111 1111 1111 1111",
+          "12-27 4111-1111-1111-1111", "1 2 3 4111 1111 1111 1111", "42 7 4111111111111111",
+          "1234 5678 4111 1111 1111 1111", "Order 10 20 378282246310005 for 3"}) {
+        EXPECT_EQ(count(kCards, text), 1) << text;
+    }
+    EXPECT_EQ(count(kCards, "1 4111 1111 1111 1111\n2 5555 5555 5555 4444\n3 4111 1111 1111 1112\n"), 2);
+}
+
 TEST_F(ExampleClassifiersTest, FindNoOtherNumbersAsPaymentCards) {
     for (const auto* text :
          {"4111111111111112", "4111 1111 1111 1112", "0000000000000000", "411111111111",

@@ -121,6 +121,47 @@ TEST_F(FileScannerTest, LogsWhatItFound) {
     EXPECT_TRUE(log.contains(" -- 2 findings in 5 bytes, cut by the limit"));
 }
 
+TEST_F(FileScannerTest, AScanThatTakesTooLongEndsWithWhatItHasFound) {
+    const auto path = write("one two three four five 12345");
+    options_.limits.time = std::chrono::milliseconds(10);
+    // Each question for the time takes a millisecond. The first two are for the file.
+    FileScanner scanner(options_, [time = std::chrono::steady_clock::time_point()]() mutable {
+        return time += std::chrono::milliseconds(1);
+    });
+    fake::LogCapture log(LogLevel::Info);
+    const auto records = scanner.GetScanResult(path);
+    ASSERT_THAT(records, SizeIs(2));
+    EXPECT_EQ(records[0].at("MatchCount"), "5");
+    EXPECT_EQ(records[1].at("Name"), "Digits");
+    EXPECT_EQ(records[1].at("MatchCount"), "1");
+    EXPECT_THAT(log.lines(), ElementsAre(testing::AllOf(
+                                 StartsWith("[ WARN]"),
+                                 EndsWith("Scan of " + path + " is incomplete -- It took too long"))));
+    EXPECT_THAT(scanner.GetScanResult(path), SizeIs(2)) << "each scan has its own time";
+}
+
+TEST_F(FileScannerTest, AScanThatSearchesAgainAndAgainEndsWithWhatItHasFound) {
+    cmn::StrToFile(R"({"Classifiers": [{"Name": "Again", "Pattern": "(?s)(a).*b"},
+                                       {"Name": "Once", "Pattern": "a"}]})",
+                   options_.classifiers);
+    options_.limits = {.time = std::chrono::hours(1), .searchedAgain = 4'990};
+    fake::LogCapture log(LogLevel::Info);
+    EXPECT_THAT(findings(std::string(1'000, 'a') + "b"), ElementsAre("Again 6", "Once 1000"));
+    EXPECT_EQ(log.count(" is incomplete -- A pattern searched the text again and again"), 1U);
+}
+
+TEST_F(FileScannerTest, AStoppedScannerScansAndUnsealsNothingMore) {
+    const auto path = write(std::string(kSealLine) + "one");
+    FileScanner scanner(options_);
+    scanner.stop();
+    fake::LogCapture log(LogLevel::Info);
+    EXPECT_THAT(scanner.GetScanResult(path), IsEmpty());
+    EXPECT_EQ(scanner.Decrypt(path), 4);
+    EXPECT_EQ(cmn::FileToStr(path), std::string(kSealLine) + "one");
+    EXPECT_THAT(log.lines(), ElementsAre(EndsWith("Scan of " + path + " is incomplete -- The host ends"),
+                                         EndsWith("Cannot unseal " + path + " -- The host ends")));
+}
+
 TEST_F(FileScannerTest, AFileThatCannotBeReadHasNoFindingsAndALineInTheLog) {
     FileScanner scanner(options_);
     const auto path = write("one");

@@ -1,7 +1,12 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
+#include <cerrno>
+#include <chrono>
 #include <limits>
 #include <string>
 
@@ -21,11 +26,17 @@ using testing::StartsWith;
 const std::string kEuro = "\xE2\x82\xAC";
 const std::string kClef = "\xF0\x9D\x84\x9E";
 
+// Without other limits.
+FileText Read(const std::string& path, std::size_t limit) {
+    ScanBounds bounds({.time = std::chrono::hours(1)});
+    return ReadFileText(path, limit, bounds);
+}
+
 class FileTextTest : public testing::Test {
  protected:
     FileText read(const std::string& content, std::size_t limit) const {
         cmn::StrToFile(content, file_);
-        return ReadFileText(file_, limit);
+        return Read(file_, limit);
     }
 
     const fake::TemporaryFolder folder_;
@@ -85,7 +96,7 @@ TEST_F(FileTextTest, TellsWhenTheFileWasChanged) {
     cmn::StrToFile("content", file_);
     const timespec times[] = {{.tv_sec = 5, .tv_nsec = 6}, {.tv_sec = 1'700'000'000, .tv_nsec = 123'456'789}};
     ASSERT_EQ(utimensat(AT_FDCWD, file_.c_str(), times, 0), 0);
-    const auto file = ReadFileText(file_, 100);
+    const auto file = Read(file_, 100);
     EXPECT_EQ(file.modified.tv_sec, 1'700'000'000);
     EXPECT_EQ(file.modified.tv_nsec, 123'456'789);
 }
@@ -94,25 +105,52 @@ TEST_F(FileTextTest, ReadsFilesThatClaimToBeEmptyToTheirEnd) {
     struct stat status {};
     ASSERT_EQ(stat("/proc/self/status", &status), 0);
     ASSERT_EQ(status.st_size, 0);
-    EXPECT_THAT(ReadFileText("/proc/self/status", 100'000).text, StartsWith("Name:"));
+    EXPECT_THAT(Read("/proc/self/status", 100'000).text, StartsWith("Name:"));
 }
 
 TEST_F(FileTextTest, FollowsSymbolicLinks) {
     cmn::StrToFile("content", file_);
     std::filesystem::create_symlink("file", folder_ / "link");
-    EXPECT_EQ(ReadFileText(folder_ / "link", 100).text, "content");
+    EXPECT_EQ(Read(folder_ / "link", 100).text, "content");
 }
 
 TEST_F(FileTextTest, RefusesWhatIsNoRegularFileWithoutWaiting) {
     ASSERT_EQ(mkfifo((folder_ / "fifo").c_str(), 0600), 0);
     for (const std::string& path :
          {(folder_ / "fifo").string(), folder_.path().string(), std::string("/dev/zero")}) {
-        EXPECT_EQ(FailureOf([&] { ReadFileText(path, 100); }), "Not a regular file") << path;
+        EXPECT_EQ(FailureOf([&] { Read(path, 100); }), "Not a regular file") << path;
     }
 }
 
+TEST_F(FileTextTest, LooksAtWhatIsNoRegularFileWithoutOpeningIt) {
+    const auto fifo = folder_ / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    // Whoever opens a FIFO for reading lets a waiting writer go on.
+    const int opened = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(inotify_add_watch(opened, fifo.c_str(), IN_OPEN), 0);
+    EXPECT_EQ(FailureOf([&] { Read(fifo, 100); }), "Not a regular file");
+    std::array<char, 4096> events{};
+    EXPECT_EQ(::read(opened, events.data(), events.size()), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    close(open(fifo.c_str(), O_RDONLY | O_NONBLOCK));
+    EXPECT_GT(::read(opened, events.data(), events.size()), 0) << "the test would have noticed";
+    close(opened);
+}
+
+TEST_F(FileTextTest, EndsWithWhatItHasReadWhenTheTimeIsOver) {
+    cmn::StrToFile(std::string(500'000, 'a'), file_);
+    // Each question for the time takes a millisecond; one comes before each piece of 65,536 bytes.
+    ScanBounds bounds({.time = std::chrono::milliseconds(4)},
+                      [time = std::chrono::steady_clock::time_point()]() mutable {
+                          return time += std::chrono::milliseconds(1);
+                      });
+    EXPECT_EQ(ReadFileText(file_, 1'000'000, bounds).text,
+              std::string(kSealLine.size() + 3 * std::size_t{65'536}, 'a'));
+    EXPECT_STREQ(bounds.reason(), "It took too long");
+}
+
 TEST_F(FileTextTest, NamesTheReasonWhenItCannotRead) {
-    const auto failure = [](const std::string& path) { return FailureOf([&] { ReadFileText(path, 100); }); };
+    const auto failure = [](const std::string& path) { return FailureOf([&] { Read(path, 100); }); };
     cmn::StrToFile("content", file_);
     std::filesystem::create_symlink("loop", folder_ / "loop");
     EXPECT_EQ(failure(folder_ / "missing"), "No such file or directory");

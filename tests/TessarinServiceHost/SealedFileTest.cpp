@@ -1,6 +1,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <climits>
 #include <string>
 
 #include "SealedFile.h"
@@ -124,6 +126,18 @@ TEST_F(SealedFileTest, OtherHardLinksStaySealed) {
     EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
     EXPECT_EQ(content(), content_);
     EXPECT_EQ(cmn::FileToStr(folder_ / "second"), sealed_);
+}
+
+TEST_F(SealedFileTest, UnsealsAFileWithTheLongestPath) {
+    auto deep = std::filesystem::canonical(folder_.path());
+    while (deep.native().size() < PATH_MAX - 10) {
+        const auto left = PATH_MAX - 4 - deep.native().size();
+        deep /= std::string(std::min<std::size_t>(left, 200) - 1, 'd');
+        ASSERT_EQ(mkdir(deep.c_str(), 0700), 0) << deep.native().size();
+    }
+    std::filesystem::rename(file_, deep / "f");
+    EXPECT_EQ(Unseal(deep / "f"), UnsealStatus::unsealed);
+    EXPECT_EQ(cmn::FileToStr(deep / "f"), content_);
 }
 
 TEST_F(SealedFileTest, UnsealsAFileWithTheLongestName) {

@@ -1,7 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <stop_token>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "Common/Failures.h"
 #include "TextMatcher.h"
@@ -11,10 +14,21 @@ namespace {
 
 using fake::FailureOf;
 
+using std::chrono_literals::operator""ms;
+
+// Each question for the time takes a millisecond.
+ScanBounds Bounds(const ScanLimits& limits, std::stop_token stop = {}) {
+    return ScanBounds(
+        limits, [time = std::chrono::steady_clock::time_point()]() mutable { return time += 1ms; },
+        std::move(stop));
+}
+
 // "all/distinct"
 std::string Counted(const std::string& pattern, std::string_view text,
                     CheckDigit checkDigit = CheckDigit::none) {
-    const auto counts = TextMatcher(pattern, checkDigit).count(text);
+    auto bounds = Bounds({.time = std::chrono::hours(1)});
+    const auto counts = TextMatcher(pattern, checkDigit).count(text, bounds);
+    EXPECT_EQ(bounds.reason(), nullptr);
     return std::to_string(counts.all) + "/" + std::to_string(counts.distinct);
 }
 
@@ -66,6 +80,58 @@ TEST(TextMatcherTest, WhatPrecedesTheSearchCountsForWordBoundaries) {
 TEST(TextMatcherTest, AWrongCheckDigitDoesNotCount) {
     EXPECT_EQ(Counted("\\d{4}", "1230 1234 1230 0026", CheckDigit::luhn), "3/2");
     EXPECT_EQ(Counted("[a-z]+", "letters only", CheckDigit::luhn), "0/0");
+}
+
+TEST(TextMatcherTest, WhatAWrongCheckDigitCoversIsSearchedAgain) {
+    EXPECT_EQ(Counted("\\d{4}", "91230", CheckDigit::luhn), "1/1");
+    EXPECT_EQ(Counted("\\d{4}", "9912309", CheckDigit::luhn), "1/1");
+    EXPECT_EQ(Counted("(?:^|\\D)(\\d(?: ?\\d){3})(?:\\D|$)", "9 1230", CheckDigit::luhn), "1/1");
+    EXPECT_EQ(Counted("\\d{4}", "12301230", CheckDigit::luhn), "2/1") << "a right one is not";
+    EXPECT_EQ(Counted("\\d{4}", "00000", CheckDigit::luhn), "1/1");
+}
+
+TEST(TextMatcherTest, EndsBetweenTwoMatchesWhenItsTimeIsOver) {
+    auto bounds = Bounds({.time = 10ms});
+    EXPECT_EQ(TextMatcher("a", CheckDigit::none).count(std::string(100, 'a'), bounds).all, 9U);
+    EXPECT_STREQ(bounds.reason(), "It took too long");
+    EXPECT_EQ(TextMatcher("a", CheckDigit::none).count("a", bounds).all, 0U) << "the next pattern";
+}
+
+TEST(TextMatcherTest, MatchesThatDoNotCountTakeTimeToo) {
+    for (const auto* pattern : {"x*", "(x?)a", "a"}) {
+        auto bounds = Bounds({.time = 10ms});
+        TextMatcher(pattern, CheckDigit::luhn).count(std::string(100, 'a'), bounds);
+        EXPECT_STREQ(bounds.reason(), "It took too long") << pattern;
+    }
+}
+
+TEST(TextMatcherTest, EndsWhenThePatternSearchedTooMuchAgain) {
+    const std::string text = std::string(1'000, 'a') + "b";
+    const TextMatcher matcher("(?s)(a).*b", CheckDigit::none);
+    // Each match leaves 1,000, 999, 998, ... bytes that are searched once more.
+    auto bounds = Bounds({.time = std::chrono::hours(1), .searchedAgain = 4'990});
+    EXPECT_EQ(matcher.count(text, bounds).all, 6U);
+    EXPECT_STREQ(bounds.reason(), "A pattern searched the text again and again");
+    EXPECT_EQ(TextMatcher("a", CheckDigit::none).count(text, bounds).all, 1'000U) << "the next pattern";
+    auto wide = Bounds({.time = std::chrono::hours(1)});
+    EXPECT_EQ(matcher.count(text, wide).all, 1'000U);
+    EXPECT_EQ(wide.reason(), nullptr);
+}
+
+TEST(TextMatcherTest, APatternThatGoesOverTheTextOnceSearchesNothingAgain) {
+    auto bounds = Bounds({.time = std::chrono::hours(1), .searchedAgain = 0});
+    EXPECT_EQ(TextMatcher("[a-z]+|\\d", CheckDigit::none).count("one 2 three 4", bounds).all, 4U);
+    EXPECT_EQ(bounds.reason(), nullptr);
+}
+
+TEST(TextMatcherTest, EndsWhenItIsStopped) {
+    std::stop_source stop;
+    auto bounds = Bounds({.time = std::chrono::hours(1)}, stop.get_token());
+    const TextMatcher matcher("a", CheckDigit::none);
+    EXPECT_EQ(matcher.count("aaa", bounds).all, 3U);
+    stop.request_stop();
+    EXPECT_EQ(matcher.count("aaa", bounds).all, 0U);
+    EXPECT_STREQ(bounds.reason(), "The host ends");
 }
 
 TEST(TextMatcherTest, TakesAnyBytes) {

@@ -1,10 +1,13 @@
+#include <sys/fsuid.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <climits>
 #include <csignal>
+#include <cstdint>
+#include <iterator>
+#include <stop_token>
 #include <string>
 
 #include "SealedFiles.h"
@@ -75,16 +78,68 @@ TEST_F(UnsealFailuresTest, AFileWithoutAPlaceIsUnwritable) {
 }
 
 TEST_F(UnsealFailuresTest, AFolderThatTakesNoFileLeavesTheFileAsItWas) {
-    // Whoever asks: the path of a temporary file beside this one would be too long.
-    fs::path deep = fs::canonical(folder_.path());
-    while (deep.native().size() < PATH_MAX - 10) {
-        const auto left = PATH_MAX - 4 - deep.native().size();
-        deep /= std::string(std::min<std::size_t>(left, 200) - 1, 'd');
-        ASSERT_EQ(mkdir(deep.c_str(), 0700), 0) << deep.native().size();
+    fs::permissions(folder_.path(), fs::perms(0555));
+    fs::permissions(file_, fs::perms(0444));
+    // Root may write everywhere: this thread is another user as far as files go.
+    const bool isRoot = geteuid() == 0;
+    if (isRoot) {
+        setfsuid(12'345);
     }
-    fs::rename(file_, deep / "f");
-    EXPECT_EQ(refusal(deep / "f", UnsealStatus::unwritable), "File name too long");
-    EXPECT_EQ(cmn::FileToStr(deep / "f"), sealed_);
+    EXPECT_EQ(refusal(file_, UnsealStatus::unwritable), "Permission denied");
+    if (isRoot) {
+        setfsuid(0);
+    }
+    EXPECT_EQ(content(), sealed_);
+    EXPECT_THAT(names(), ElementsAre("file.txt"));
+    fs::permissions(folder_.path(), fs::perms(0700));
+}
+
+TEST_F(UnsealFailuresTest, RelativePathsAreRefused) {
+    const fs::path before = fs::current_path();
+    fs::current_path(folder_.path());
+    for (const auto* path : {"file.txt", "./file.txt", "missing"}) {
+        EXPECT_EQ(refusal(path, UnsealStatus::unreadable), "Not an absolute path") << path;
+    }
+    fs::current_path(before);
+    EXPECT_EQ(content(), sealed_);
+}
+
+TEST_F(UnsealFailuresTest, AFileLargerThanTheLimitIsLeftAsItIs) {
+    // The file is a hole behind its line.
+    ASSERT_EQ(truncate(file_.c_str(), kLargestSealedFile + 1), 0);
+    EXPECT_EQ(refusal(file_, UnsealStatus::unwritable), "Larger than 1073741824 bytes");
+    EXPECT_EQ(fs::file_size(file_), static_cast<std::uintmax_t>(kLargestSealedFile + 1));
+    EXPECT_TRUE(IsSealed(file_));
+    EXPECT_THAT(names(), ElementsAre("file.txt"));
+}
+
+TEST_F(UnsealFailuresTest, AStoppedUnsealingLeavesTheFileAsItWas) {
+    std::stop_source stop;
+    stop.request_stop();
+    fake::LogCapture log(LogLevel::Info);
+    EXPECT_EQ(Unseal(file_, stop.get_token()), UnsealStatus::unwritable);
+    EXPECT_THAT(log.lines(), ElementsAre(EndsWith(" -- The host ends")));
+    EXPECT_EQ(content(), sealed_);
+    EXPECT_THAT(names(), ElementsAre("file.txt"));
+}
+
+TEST_F(UnsealFailuresTest, AFolderThatAnotherOneReplacesMeanwhileIsTheOneThatIsWrittenTo) {
+    const fs::path place = folder_ / "place";
+    fs::create_directory(place);
+    fs::rename(file_, place / "file");
+    EXPECT_EQ(UnsealWith(place / "file",
+                         [&] {
+                             fs::rename(place, folder_ / "moved");
+                             fs::create_directory(place);
+                             cmn::StrToFile(sealed_ + "other", place / "file");
+                         }),
+              UnsealStatus::unsealed);
+    EXPECT_EQ(cmn::FileToStr(folder_ / "moved" / "file"), content_);
+    EXPECT_EQ(cmn::FileToStr(place / "file"), sealed_ + "other");
+    for (const auto* folder : {"moved", "place"}) {
+        EXPECT_EQ(std::distance(fs::directory_iterator(folder_ / folder), fs::directory_iterator()), 1)
+            << folder;
+    }
 }
 
 TEST_F(UnsealFailuresTest, AFullDiskLeavesTheFileAsItWas) {

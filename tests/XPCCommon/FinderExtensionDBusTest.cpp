@@ -57,13 +57,21 @@ class EchoScanner : public cmn::IFinderExtensionOperations {
         if (path == "/fail") {
             throw std::runtime_error("cannot scan");
         }
+        if (path == "/fail/oddly") {
+            throw 7;  // nothing that says what it is
+        }
         if (path == "/many") {
             return many;
         }
         return {{{"Name", path}, {"MatchCount", "1"}}, {{"Name", "second"}}};
     }
     std::vector<std::string> GetAllowedExtensions() override { return {"txt", "csv"}; }
-    int Decrypt(const std::string& path) override { return static_cast<int>(path.size()); }
+    int Decrypt(const std::string& path) override {
+        if (path == "/fail/oddly") {
+            throw "no standard exception";
+        }
+        return static_cast<int>(path.size());
+    }
 
     std::atomic<bool> released{false};
     std::atomic<int> waiting{0};
@@ -428,6 +436,20 @@ TEST_F(FinderExtensionDBusTest, AFailingScanIsTheCallersNeutralAnswerAndNothingE
     }));
     const auto patient = startPatientClient();
     EXPECT_THAT(patient->allowedExtensions(), SizeIs(2));
+}
+
+TEST_F(FinderExtensionDBusTest, WhateverAScannerThrowsIsAnErrorForItsCaller) {
+    const auto server = startServer();
+    RawPeer client(bus.address());
+    for (const char* method : {"GetScanResult", "Decrypt"}) {
+        const auto answer =
+            client.call(RawPeer::message(kService, kPath, kService, method, {QStringLiteral("/fail/oddly")}));
+        EXPECT_EQ(answer.errorName().toStdString(), "org.freedesktop.DBus.Error.Failed") << method;
+        EXPECT_EQ(answer.errorMessage().toStdString(), "not a standard exception") << method;
+    }
+    const auto next =
+        client.call(RawPeer::message(kService, kPath, kService, "Decrypt", {QStringLiteral("1234567")}));
+    EXPECT_EQ(next.arguments(), QVariantList{7}) << "the service goes on";
 }
 
 TEST_F(FinderExtensionDBusTest, OneClientsSlowScanDoesNotHoldUpAnother) {

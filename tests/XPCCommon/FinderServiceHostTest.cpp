@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -13,6 +15,7 @@
 #include "support/HurriedDispatch.h"
 #include "support/LogCapture.h"
 #include "support/PrivateBus.h"
+#include "support/RawPeer.h"
 #include "support/WaitFor.h"
 #include "xpccommon/FinderExtensionXPCClient.h"
 
@@ -70,6 +73,12 @@ class FinderServiceHostTest : public testing::Test {
         return client;
     }
 
+    // A pattern that reads the rest of the text for every match, and a text of a million of them.
+    std::string writeSlowScan() const {
+        write("classifiers.json", R"({"Classifiers": [{"Name": "Slow", "Pattern": "a(?s:.*b)?"}]})");
+        return write("slow", std::string(1'000'000, 'a'));
+    }
+
     fake::LogCapture log;
     fake::TemporaryFolder folder;
     fake::PrivateBus bus;
@@ -95,6 +104,44 @@ TEST_F(FinderServiceHostTest, LooksAtNoMoreOfAFileThanItIsTold) {
     const auto records = client->getFileFilters(write("file", "1234 5678 9999 9999"));
     ASSERT_THAT(records, SizeIs(1));
     EXPECT_EQ(records[0].at("MatchCount"), "2");
+}
+
+TEST_F(FinderServiceHostTest, AScanTakesNoMoreTimeThanItIsTold) {
+    const std::string path = writeSlowScan();
+    const auto host = startHost({"--scan-seconds", "1"});
+    fake::RawPeer peer(bus.address());
+    const auto answer = peer.call(fake::RawPeer::message(
+        "com.tessarin.FinderExtension", "/com/tessarin/FinderExtension", "com.tessarin.FinderExtension",
+        "GetScanResult", {QString::fromStdString(path)}));
+    EXPECT_EQ(answer.type(), QDBusMessage::ReplyMessage) << answer.errorMessage().toStdString();
+    EXPECT_TRUE(WaitFor([&] {
+        return host->process().errors().find("Scan of " + path + " is incomplete -- It took too long") !=
+               std::string::npos;
+    }));
+}
+
+TEST_F(FinderServiceHostTest, ScansThatAreUnderWayDoNotHoldUpItsEnd) {
+    constexpr int kScans = 33;  // one more than the host has threads for
+    const std::string path = writeSlowScan();
+    const auto host = startHost({"--scan-seconds", "3600"});
+    std::vector<std::unique_ptr<fake::RawPeer>> peers;
+    for (int i = 0; i < kScans; ++i) {
+        peers.push_back(std::make_unique<fake::RawPeer>(bus.address()));
+        peers.back()->send(fake::RawPeer::message(
+            "com.tessarin.FinderExtension", "/com/tessarin/FinderExtension", "com.tessarin.FinderExtension",
+            "GetScanResult", {QString::fromStdString(path)}));
+    }
+    ASSERT_TRUE(WaitFor([&] {
+        const auto lines = host->serviceLog();
+        return std::ranges::count_if(lines, [&](const std::string& line) {
+                   return line.ends_with("] getScanResult called for path: " + path);
+               }) >= kScans - 1;
+    }));
+    const auto begin = std::chrono::steady_clock::now();
+    host->process().signal(SIGTERM);
+    EXPECT_EQ(host->process().wait(std::chrono::seconds(60)), 0);
+    std::cout << "ended after "
+              << std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count() << " s\n";
 }
 
 TEST_F(FinderServiceHostTest, AnswersFixedRecordsForThePathsThatItIsTold) {

@@ -72,11 +72,11 @@ TEST_F(ServiceHostTest, SaysThatItIsADevelopmentTool) {
         while (const auto line = host.process().readLine()) {
             text += *line + "\n";
         }
-        EXPECT_THAT(text,
-                    AllOf(HasSubstr("development tool"), HasSubstr("--bus"), HasSubstr("--json"),
-                          HasSubstr("--log-file"), HasSubstr("--log-level"), HasSubstr("--settings"),
-                          HasSubstr("--make-settings"), HasSubstr("--classifiers"), HasSubstr("--records"),
-                          HasSubstr("--scan-limit"), HasSubstr("getURL"), HasSubstr("reload")));
+        EXPECT_THAT(text, AllOf(HasSubstr("development tool"), HasSubstr("--bus"), HasSubstr("--json"),
+                                HasSubstr("--log-file"), HasSubstr("--log-level"), HasSubstr("--settings"),
+                                HasSubstr("--make-settings"), HasSubstr("--classifiers"),
+                                HasSubstr("--records"), HasSubstr("--scan-limit"),
+                                HasSubstr("--scan-seconds"), HasSubstr("getURL"), HasSubstr("reload")));
     }
 }
 
@@ -95,7 +95,10 @@ TEST_F(ServiceHostTest, RefusesBadArgumentsWithStatus2) {
                                                        {"--scan-limit", "1k"},
                                                        {"--scan-limit", ""},
                                                        {"--scan-limit", "1073741825"},
-                                                       {"--scan-limit", "99999999999999999999"}};
+                                                       {"--scan-limit", "99999999999999999999"},
+                                                       {"--scan-seconds", "0"},
+                                                       {"--scan-seconds", "3601"},
+                                                       {"--scan-seconds", "1.5"}};
     for (const auto& arguments : bad) {
         HostProcess host(bus.address(), arguments);
         EXPECT_EQ(host.process().wait(), 2) << arguments[0];

@@ -140,6 +140,8 @@ void DBusObjectTable::deliver(const std::shared_ptr<DBusChannel>& peer, const In
         entry->handler(peer, method->name, *call.arguments, reply);
     } catch (const std::exception& e) {
         Refuse(call, reply, dbus_error::kFailed, e.what());
+    } catch (...) {
+        Refuse(call, reply, dbus_error::kFailed, "not a standard exception");
     }
     if (method->noReply) {
         reply({});  // for a caller that asks for an answer all the same

@@ -42,6 +42,8 @@ void AnswerNoThrow(const char* message, Action action) {
         action();
     } catch (const std::exception& error) {
         TLOG_ERROR("{} -- failed: {}", message, error.what());
+    } catch (...) {
+        TLOG_ERROR("{} -- failed: {}", message, "not a standard exception");
     }
 }
 

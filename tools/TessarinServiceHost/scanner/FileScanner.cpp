@@ -1,6 +1,7 @@
 #include "FileScanner.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "FileText.h"
 #include "PathForLog.h"
@@ -10,10 +11,12 @@
 
 namespace host {
 
-FileScanner::FileScanner(const ScannerOptions& options)
+FileScanner::FileScanner(const ScannerOptions& options, ScanBounds::Now now)
     : classifierFile_(options.classifiers.empty() ? ClassifierFile() : LoadClassifiers(options.classifiers)),
       fixedRecords_(options.records.empty() ? FixedRecords() : LoadRecords(options.records)),
-      scanLimit_(options.scanLimit) {}
+      scanLimit_(options.scanLimit),
+      limits_(options.limits),
+      now_(std::move(now)) {}
 
 bool FileScanner::CheckEncryptionStatus(const std::string& path) {
     return IsSealed(path);
@@ -40,17 +43,21 @@ std::vector<std::string> FileScanner::GetAllowedExtensions() {
 }
 
 int FileScanner::Decrypt(const std::string& path) {
-    return static_cast<int>(Unseal(path));
+    return static_cast<int>(Unseal(path, stop_.get_token()));
 }
 
 std::vector<cmn::ScanRecord> FileScanner::scan(const std::string& path) const {
-    const FileText file = ReadFileText(path, scanLimit_);
+    ScanBounds bounds(limits_, now_, stop_.get_token());
+    const FileText file = ReadFileText(path, scanLimit_, bounds);
     std::vector<cmn::ScanRecord> records;
     for (const auto& classifier : classifierFile_.classifiers) {
-        const auto counts = classifier.matcher->count(file.text);
+        const auto counts = classifier.matcher->count(file.text, bounds);
         if (counts.all > 0) {
             records.push_back(MakeScanRecord(classifier, counts, file.modified));
         }
+    }
+    if (bounds.reason() != nullptr) {
+        TLOG_WARN("Scan of {} is incomplete -- {}", PathForLog(path), bounds.reason());
     }
     TLOG_DEBUG("Scanned {} -- {} findings in {} bytes{}", PathForLog(path), records.size(), file.text.size(),
                file.isCut ? ", cut by the limit" : "");

@@ -9,7 +9,7 @@
 
 namespace host {
 
-FileText ReadFileText(const std::string& path, std::size_t limit) {
+FileText ReadFileText(const std::string& path, std::size_t limit, ScanBounds& bounds) {
     RegularFile file(path);
     FileText result;
     result.modified = file.status().st_mtim;
@@ -19,8 +19,11 @@ FileText ReadFileText(const std::string& path, std::size_t limit) {
     }
     // One byte more than is wanted tells whether there is more.
     const std::size_t wanted = std::min(limit, std::numeric_limits<std::size_t>::max() - 1) + 1;
-    if (result.text.size() < wanted) {
-        result.text += file.read(wanted - result.text.size());
+    bool more = true;
+    while (more && result.text.size() < wanted && bounds.allow()) {
+        const std::string piece = file.read(std::min(wanted - result.text.size(), RegularFile::kPiece));
+        result.text += piece;
+        more = !piece.empty();
     }
     result.isCut = result.text.size() > limit;
     if (result.isCut) {

@@ -4,6 +4,8 @@
 #include <ctime>
 #include <string>
 
+#include "ScanBounds.h"
+
 namespace host {
 
 // What is scanned of a file.
@@ -13,8 +15,8 @@ struct FileText {
     timespec modified{};
 };
 
-// The first `limit` bytes of a regular file; of a sealed one, of what is sealed in it. Throws
-// std::runtime_error with the reason.
-FileText ReadFileText(const std::string& path, std::size_t limit);
+// The first `limit` bytes of a regular file, or as much as `bounds` allow to read; of a sealed one, of what
+// is sealed in it. Throws std::runtime_error with the reason.
+FileText ReadFileText(const std::string& path, std::size_t limit, ScanBounds& bounds);
 
 }  // namespace host

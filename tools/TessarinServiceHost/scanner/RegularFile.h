@@ -3,15 +3,17 @@
 #include <sys/stat.h>
 
 #include <cstddef>
-#include <filesystem>
 #include <string>
 
 namespace host {
 
-// A file opened for reading, through symbolic links. Anything but a regular file is refused without waiting
-// for it. The texts of its errors, std::runtime_error, are the reason alone. Not thread-safe.
+// A file opened for reading, through symbolic links. Anything but a regular file is refused without being
+// opened: whoever waits at the other end of a FIFO does not notice. The texts of its errors,
+// std::runtime_error, are the reason alone. Not thread-safe.
 class RegularFile {
  public:
+    static constexpr std::size_t kPiece = 65'536;  // for reading it piece by piece
+
     explicit RegularFile(const std::string& path);
     ~RegularFile();
     RegularFile(const RegularFile&) = delete;
@@ -21,8 +23,8 @@ class RegularFile {
     const struct stat& status() const { return status_; }
     // The next bytes, fewer than `size` only at the file's end, whatever size the file claims to have.
     std::string read(std::size_t size);
-    // Whether `path`, itself no symbolic link, still is this file with the content it had when it was opened.
-    bool isUnchangedAt(const std::filesystem::path& path) const;
+    // Whether `now` is the status of this file with the content it had when it was opened.
+    bool isUnchanged(const struct stat& now) const;
 
  private:
     int descriptor_ = -1;

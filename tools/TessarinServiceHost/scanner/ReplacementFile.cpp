@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
-#include <utility>
 
 #include "common/exceptions.h"
 
@@ -15,25 +14,39 @@ namespace host {
 
 namespace {
 
+[[noreturn]] void Fail(int error) {
+    throw_with_trace(RewriteError(std::generic_category().message(error)));
+}
+
 void Check(bool succeeded) {
     if (!succeeded) {
-        throw_with_trace(RewriteError(std::generic_category().message(errno)));
+        Fail(errno);
     }
 }
 
 }  // namespace
 
-ReplacementFile::ReplacementFile(std::filesystem::path target)
-    : target_(std::move(target)), temporary_(target_.parent_path() / ".tessarin-unseal-XXXXXX") {
-    descriptor_ = mkostemp(temporary_.data(), O_CLOEXEC);
-    Check(descriptor_ >= 0);
+ReplacementFile::ReplacementFile(const std::filesystem::path& target)
+    : name_(target.filename()),
+      folder_(open(target.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+    Check(folder_ >= 0);
+    const std::string folder = "/proc/self/fd/" + std::to_string(folder_) + "/";
+    std::string path = folder + ".tessarin-unseal-XXXXXX";
+    descriptor_ = mkostemp(path.data(), O_CLOEXEC);
+    if (descriptor_ < 0) {
+        const int error = errno;
+        close(folder_);
+        Fail(error);
+    }
+    temporary_ = path.substr(folder.size());
 }
 
 ReplacementFile::~ReplacementFile() {
     close(descriptor_);
     if (!temporary_.empty()) {
-        unlink(temporary_.c_str());
+        unlinkat(folder_, temporary_.c_str(), 0);
     }
+    close(folder_);
 }
 
 void ReplacementFile::write(std::string_view bytes) {
@@ -51,8 +64,14 @@ void ReplacementFile::complete(const struct stat& original) {
     Check(fsync(descriptor_) == 0);
 }
 
+std::optional<struct stat> ReplacementFile::targetStatus() const {
+    struct stat status {};
+    const bool isThere = fstatat(folder_, name_.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    return isThere ? std::optional(status) : std::nullopt;
+}
+
 void ReplacementFile::replaceTarget() {
-    Check(std::rename(temporary_.c_str(), target_.c_str()) == 0);
+    Check(renameat(folder_, temporary_.c_str(), folder_, name_.c_str()) == 0);
     temporary_.clear();
 }
 

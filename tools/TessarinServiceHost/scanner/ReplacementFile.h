@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -16,11 +17,12 @@ class RewriteError : public std::runtime_error {
 };
 
 // New content for a file, gathered in a temporary file beside it: at any time the file has either the old
-// content or all of the new. The temporary file goes with the object. All functions throw RewriteError.
+// content or all of the new. The temporary file goes with the object. The folder is opened once and stays the
+// same whatever happens to its path meanwhile. All functions throw RewriteError.
 class ReplacementFile {
  public:
     // `target` must not be a symbolic link, or the link would be replaced.
-    explicit ReplacementFile(std::filesystem::path target);
+    explicit ReplacementFile(const std::filesystem::path& target);
     ~ReplacementFile();
     ReplacementFile(const ReplacementFile&) = delete;
     ReplacementFile& operator=(const ReplacementFile&) = delete;
@@ -29,11 +31,14 @@ class ReplacementFile {
     // After the last write: takes over the permission bits and, where that is allowed, the owner, and waits
     // until the disk has everything.
     void complete(const struct stat& original);
+    // What the target is now; nothing when it cannot be told.
+    std::optional<struct stat> targetStatus() const;
     void replaceTarget();
 
  private:
-    const std::filesystem::path target_;
-    std::string temporary_;  // empty when there is none
+    const std::string name_;  // of the target in the folder
+    std::string temporary_;   // name of the temporary file there; empty when there is none
+    int folder_ = -1;
     int descriptor_ = -1;
 };
 

@@ -1,5 +1,6 @@
 #include "SealedFile.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -14,7 +15,6 @@ namespace host {
 
 namespace {
 
-constexpr std::size_t kPiece = 65'536;
 constexpr int kAttempts = 5;
 
 bool TakesSealLine(RegularFile& file) {
@@ -30,29 +30,51 @@ std::filesystem::path Resolve(const std::string& path) {
     return resolved;
 }
 
+// Copies what is behind the line. No more than the file had when it was opened, if others write to it.
+void CopyContent(RegularFile& file, ReplacementFile& replacement, const std::stop_token& stop) {
+    auto left = file.status().st_size - static_cast<off_t>(kSealLine.size());
+    while (left > 0) {
+        if (stop.stop_requested()) {
+            throw_with_trace(RewriteError("The host ends"));
+        }
+        const std::string piece = file.read(std::min(static_cast<std::size_t>(left), RegularFile::kPiece));
+        if (piece.empty()) {
+            return;
+        }
+        replacement.write(piece);
+        left -= static_cast<off_t>(piece.size());
+    }
+}
+
 // Nothing when the file changed meanwhile: another unseals it too, or a program saves it.
-std::optional<UnsealStatus> TryUnseal(const std::string& path, const std::function<void()>& beforeReplacing) {
+std::optional<UnsealStatus> TryUnseal(const std::string& path, const std::function<void()>& beforeReplacing,
+                                      const std::stop_token& stop) {
     RegularFile file(path);
     if (!TakesSealLine(file)) {
         return UnsealStatus::notSealed;
     }
-    const auto target = Resolve(path);
-    ReplacementFile replacement(target);
-    for (auto piece = file.read(kPiece); !piece.empty(); piece = file.read(kPiece)) {
-        replacement.write(piece);
+    if (file.status().st_size > kLargestSealedFile) {
+        throw_with_trace(RewriteError("Larger than " + std::to_string(kLargestSealedFile) + " bytes"));
     }
+    ReplacementFile replacement(Resolve(path));
+    CopyContent(file, replacement, stop);
     replacement.complete(file.status());
     beforeReplacing();
-    if (!file.isUnchangedAt(target)) {
+    const auto now = replacement.targetStatus();
+    if (!now || !file.isUnchanged(*now)) {
         return std::nullopt;
     }
     replacement.replaceTarget();
     return UnsealStatus::unsealed;
 }
 
-UnsealStatus UnsealRepeatedly(const std::string& path, const std::function<void()>& beforeReplacing) {
+UnsealStatus UnsealRepeatedly(const std::string& path, const std::function<void()>& beforeReplacing,
+                              const std::stop_token& stop) {
+    if (!path.empty() && path.front() != '/') {
+        throw_with_trace(std::runtime_error("Not an absolute path"));
+    }
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        if (const auto status = TryUnseal(path, beforeReplacing)) {
+        if (const auto status = TryUnseal(path, beforeReplacing, stop)) {
             return *status;
         }
     }
@@ -76,13 +98,15 @@ bool IsSealed(const std::string& path) {
     }
 }
 
-UnsealStatus Unseal(const std::string& path) {
-    return UnsealWith(path, [] {});
+UnsealStatus Unseal(const std::string& path, const std::stop_token& stop) {
+    return UnsealWith(
+        path, [] {}, stop);
 }
 
-UnsealStatus UnsealWith(const std::string& path, const std::function<void()>& beforeReplacing) {
+UnsealStatus UnsealWith(const std::string& path, const std::function<void()>& beforeReplacing,
+                        const std::stop_token& stop) {
     try {
-        if (UnsealRepeatedly(path, beforeReplacing) == UnsealStatus::notSealed) {
+        if (UnsealRepeatedly(path, beforeReplacing, stop) == UnsealStatus::notSealed) {
             return Refused(path, UnsealStatus::notSealed, "Not sealed");
         }
         TLOG_INFO("Unsealed {}", PathForLog(path));

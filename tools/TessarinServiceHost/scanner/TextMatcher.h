@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "CheckDigit.h"
+#include "ScanBounds.h"
 
 namespace host {
 
@@ -24,9 +25,10 @@ class TextMatcher {
     TextMatcher(const TextMatcher&) = delete;
     TextMatcher& operator=(const TextMatcher&) = delete;
 
-    // Counts the matches that do not overlap, from the left. Empty ones and those with a wrong check digit do
-    // not count. The text may be any bytes; the pattern sees UTF-8 in it where it is well-formed.
-    MatchCounts count(std::string_view text) const;
+    // Counts the matches that do not overlap, from the left, as far as `bounds` allow. Empty ones and those
+    // with a wrong check digit do not count, and what they cover may still hold another match. The text may
+    // be any bytes; the pattern sees UTF-8 in it where it is well-formed.
+    MatchCounts count(std::string_view text, ScanBounds& bounds) const;
 
  private:
     struct Expression;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -30,13 +32,15 @@ bool TakeValue(const std::vector<std::string>& arguments, std::size_t& index, co
 // Not more than a scan can hold in memory.
 constexpr std::size_t kLargestScanLimit = std::size_t{1} << 30;
 
-// Nothing unless the text is a whole number of bytes in the allowed range.
-std::optional<std::size_t> ParseScanLimit(const std::string& text) {
-    std::size_t bytes = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bytes);
+constexpr std::size_t kMostScanSeconds = 3'600;
+
+// Nothing unless the text is a whole number from 1 to `most`.
+std::optional<std::size_t> ParseNumber(const std::string& text, std::size_t most) {
+    std::size_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     const bool valid =
-        error == std::errc() && end == text.data() + text.size() && bytes > 0 && bytes <= kLargestScanLimit;
-    return valid ? std::optional(bytes) : std::nullopt;
+        error == std::errc() && end == text.data() + text.size() && number > 0 && number <= most;
+    return valid ? std::optional(number) : std::nullopt;
 }
 
 }  // namespace
@@ -83,12 +87,18 @@ std::variant<HostOptions, HelpWanted, BadArguments> ParseOptions(const std::vect
         } else if (TakeValue(arguments, i, "--full-disk-access-folder", value)) {
             options.fullDiskAccessFolder = value;
         } else if (TakeValue(arguments, i, "--scan-limit", value)) {
-            const auto bytes = ParseScanLimit(value);
+            const auto bytes = ParseNumber(value, kLargestScanLimit);
             if (!bytes) {
                 return BadArguments{"--scan-limit takes a number of bytes from 1 to 1073741824, not \"" +
                                     value + "\""};
             }
             options.scanner.scanLimit = *bytes;
+        } else if (TakeValue(arguments, i, "--scan-seconds", value)) {
+            const auto seconds = ParseNumber(value, kMostScanSeconds);
+            if (!seconds) {
+                return BadArguments{"--scan-seconds takes a number from 1 to 3600, not \"" + value + "\""};
+            }
+            options.scanner.limits.time = std::chrono::seconds(*seconds);
         } else {
             return BadArguments{"\"" + arguments[i] + "\" is unknown or lacks its value"};
         }
@@ -121,6 +131,7 @@ Options:
                          without it nothing is found
   --records FILE         fixed scan results for some paths
   --scan-limit BYTES     how much of a file is looked at (default: 1048576)
+  --scan-seconds NUMBER  how long a scan may take until it ends with what it has found (default: 5)
   --full-disk-access-folder FOLDER
                          there is full disk access while this folder can be listed, looked at for each
                          question; without it the folder is the one of the product

@@ -51,6 +51,7 @@ ServiceHost::ServiceHost(const HostOptions& options, EventWriter& events, std::f
 }
 
 ServiceHost::~ServiceHost() {
+    scanner_->stop();
     // Wakes the questions that wait, then lets every task end before what it uses goes.
     dispatch_->stop();
     questions_->stop();
