@@ -154,6 +154,39 @@ TEST_F(FileWatchTest, DoesNotCallTheHandlerForPermissionsAndNames) {
     EXPECT_TRUE(notices(calls, file));
 }
 
+TEST_F(FileWatchTest, DoesNotCallTheHandlerWhenOnlyTheModificationTimeChanges) {
+    const auto watch = watchFile(Counting(calls));
+    fs::last_write_time(file, fs::last_write_time(file) - 24h);
+    settle();
+    fs::last_write_time(file, fs::file_time_type::clock::now());
+    settle();
+    EXPECT_EQ(calls->count(), 0);
+    EXPECT_TRUE(notices(calls, file));
+}
+
+TEST_F(FileWatchTest, CallsTheHandlerForAWriteWhoseModificationTimeIsChangedAtOnce) {
+    const auto watch = watchFile(Counting(calls));
+    for (int i = 0; i < 20; ++i) {
+        const int before = calls->count();
+        const auto time = fs::last_write_time(file);
+        std::fstream(file, std::ios::in | std::ios::out) << i % 10;  // of the same size
+        fs::last_write_time(file, time);
+        ASSERT_TRUE(calls->reach(before + 1)) << i;
+    }
+}
+
+TEST_F(FileWatchTest, CallsTheHandlerForWritesToALargeFile) {
+    Append(file);
+    fs::resize_file(file, 3'000'000);
+    const auto watch = watchFile(Counting(calls));
+    for (const char* text : {"a", "b"}) {
+        const int before = calls->count();
+        std::fstream(file, std::ios::in | std::ios::out) << text;
+        EXPECT_TRUE(calls->reach(before + 1));
+    }
+    EXPECT_TRUE(notices(calls, file));
+}
+
 TEST_F(FileWatchTest, DoesNotCallTheHandlerWhenTheFileIsRead) {
     const auto watch = watchFile(Counting(calls));
     EXPECT_EQ(fake::ReadLines(file).size(), 1U);
@@ -271,6 +304,23 @@ TEST_F(FileWatchTest, TwoWatchesOfOneFileAreIndependent) {
     EXPECT_TRUE(others->reach(1));
     first.reset();
     EXPECT_TRUE(notices(others, file));
+}
+
+TEST_F(FileWatchTest, ASlowHandlerLosesNoChangeOfAnotherFile) {
+    const auto released = std::make_shared<std::latch>(1);
+    const auto others = std::make_shared<Calls>();
+    Append(folder / "other");
+    const auto slow = watchFile([counted = calls, released] {
+        counted->add();
+        released->wait();
+    });
+    const auto other = cmn::CreateFileWatch(folder / "other", Counting(others));
+    ASSERT_NE(other, nullptr);
+    Append(file);
+    ASSERT_TRUE(calls->reach(1));
+    Append(folder / "other");
+    released->count_down();
+    EXPECT_TRUE(others->reach(1));
 }
 
 TEST_F(FileWatchTest, NothingIsCalledAfterTheDestruction) {

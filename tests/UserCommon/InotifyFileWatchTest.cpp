@@ -4,9 +4,13 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <filesystem>
@@ -17,6 +21,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/LogCapture.h"
@@ -36,6 +41,20 @@ std::ptrdiff_t OpenDescriptors() {
 }
 std::ptrdiff_t RunningThreads() {
     return Entries("/proc/self/task");
+}
+
+// What the process has open: descriptor and name.
+std::vector<std::pair<int, std::string>> Descriptors() {
+    std::vector<std::pair<int, std::string>> found;
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        found.emplace_back(std::stoi(entry.path().filename().string()),
+                           fs::read_symlink(entry, gone).string());
+    }
+    return found;
+}
+std::ptrdiff_t InotifyInstances() {
+    return std::ranges::count(Descriptors(), "anon_inode:inotify", &std::pair<int, std::string>::second);
 }
 
 // From now on the system refuses a call to this thread, and to those that it starts, with an error.
@@ -92,6 +111,92 @@ TEST_F(InotifyFileWatchTest, GivesThemBackAfterTheHandlerThatWasRunning) {
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
+TEST_F(InotifyFileWatchTest, WatchesTwoHundredFilesWithOneInstanceAndOneThread) {
+    constexpr std::size_t kFiles = 200;
+    const auto descriptors = OpenDescriptors();
+    const auto threads = RunningThreads();
+    std::vector<std::unique_ptr<cmn::FileWatch>> watches;
+    const auto calls = std::make_shared<std::vector<std::atomic<int>>>(kFiles);
+    const auto name = [&](std::size_t number) { return folder / std::to_string(number); };
+    for (std::size_t i = 0; i < kFiles; ++i) {
+        std::ofstream(name(i)) << "text";
+        watches.push_back(cmn::CreateFileWatch(name(i), [calls, i] { ++(*calls)[i]; }));
+        ASSERT_NE(watches.back(), nullptr) << i;
+    }
+    EXPECT_EQ(RunningThreads(), threads + 1);
+    EXPECT_EQ(InotifyInstances(), 1);
+    for (std::size_t i = 0; i < kFiles; i += 2) {
+        watches[i].reset();
+    }
+    for (std::size_t i = 0; i < kFiles; ++i) {
+        std::ofstream(name(i), std::ios::app) << "more";
+    }
+    for (std::size_t i = 1; i < kFiles; i += 2) {
+        EXPECT_TRUE(fake::WaitInHandler([&] { return (*calls)[i] > 0; })) << i;
+        EXPECT_EQ((*calls)[i - 1], 0) << "no longer watched";
+    }
+    watches.clear();
+    EXPECT_EQ(RunningThreads(), threads);
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+}
+
+TEST_F(InotifyFileWatchTest, ANewModificationTimeIsNoWriteHoweverItIsSet) {
+    std::atomic<int> calls{0};
+    const auto watch = cmn::CreateFileWatch(file, [&calls] { ++calls; });
+    const std::array<timespec, 2> now{
+        {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, {.tv_sec = 0, .tv_nsec = UTIME_NOW}}};
+    const std::array<timespec, 2> past{{{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, {.tv_sec = 1, .tv_nsec = 1}}};
+    for (const auto& times : {now, past}) {
+        ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), times.data(), 0), 0);
+        const int opened = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);
+        ASSERT_EQ(::futimens(opened, times.data()), 0);
+        ::close(opened);
+    }
+    // The changes before are told by the time another file's is: one thread tells them all.
+    std::atomic<int> others{0};
+    std::ofstream(folder / "other") << "text";
+    const auto other = cmn::CreateFileWatch(folder / "other", [&others] { ++others; });
+    std::ofstream(folder / "other", std::ios::app) << "more";
+    ASSERT_TRUE(fake::WaitInHandler([&] { return others > 0; }));
+    EXPECT_EQ(calls, 0);
+    append();
+    EXPECT_TRUE(fake::WaitInHandler([&] { return calls > 0; }));
+}
+
+TEST_F(InotifyFileWatchTest, AFifoIsWatchedWithoutBeingOpened) {
+    const auto fifo = folder / "fifo";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    std::atomic<int> calls{0};
+    const auto watch = cmn::CreateFileWatch(fifo, [&calls] { ++calls; });
+    ASSERT_NE(watch, nullptr);
+    EXPECT_EQ(::open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), -1) << "nobody reads from it";
+    const int both = ::open(fifo.c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(::write(both, "x", 1), 1);
+    EXPECT_TRUE(fake::WaitInHandler([&] { return calls > 0; }));
+    char byte = 0;
+    EXPECT_EQ(::read(both, &byte, 1), 1) << "it is still there";
+    ::close(both);
+}
+
+TEST_F(InotifyFileWatchTest, AHandlerMayOwnTheLastWatch) {
+    const auto threads = RunningThreads();
+    const auto started = std::make_shared<std::latch>(1);
+    const auto released = std::make_shared<std::latch>(1);
+    std::ofstream(folder / "other") << "text";
+    std::shared_ptr<cmn::FileWatch> inner = cmn::CreateFileWatch(folder / "other", [] {});
+    auto watch = cmn::CreateFileWatch(file, [started, released, inner] {
+        started->count_down();
+        released->wait();
+    });
+    inner.reset();
+    append();
+    started->wait();
+    watch.reset();
+    EXPECT_EQ(RunningThreads(), threads + 1);
+    released->count_down();  // now the thread lets the handler go, and with it the last watch
+    EXPECT_TRUE(fake::WaitInHandler([&] { return RunningThreads() == threads; }));
+}
+
 TEST_F(InotifyFileWatchTest, TakesNothingForAFileThatCannotBeWatched) {
     const auto descriptors = OpenDescriptors();
     const auto threads = RunningThreads();
@@ -103,16 +208,13 @@ TEST_F(InotifyFileWatchTest, TakesNothingForAFileThatCannotBeWatched) {
 TEST_F(InotifyFileWatchTest, DescriptorsAreNotPassedOnToPrograms) {
     const auto watch = cmn::CreateFileWatch(file, [] {});
     int seen = 0;
-    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        const std::string target = fs::read_symlink(entry, gone).string();
-        if (target.starts_with("anon_inode:")) {
-            const int descriptor = std::stoi(entry.path().filename().string());
+    for (const auto& [descriptor, target] : Descriptors()) {
+        if (target.starts_with("anon_inode:") || target == fs::canonical(file)) {
             EXPECT_NE(::fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << target;
-            seen += target == "anon_inode:inotify" ? 1 : 0;
+            seen += target == "anon_inode:inotify" || target == fs::canonical(file) ? 1 : 0;
         }
     }
-    EXPECT_EQ(seen, 1);
+    EXPECT_EQ(seen, 2);
 }
 
 TEST_F(InotifyFileWatchTest, SaysWhenTheSystemHasNothingLeftToGiveAndKeepsNothing) {
@@ -122,6 +224,7 @@ TEST_F(InotifyFileWatchTest, SaysWhenTheSystemHasNothingLeftToGiveAndKeepsNothin
         const char* text;
     };
     const std::vector<Refusal> refusals{
+        {{SYS_openat, SYS_open}, EMFILE, "Too many open files"},
         {{SYS_inotify_init1}, EMFILE, "Too many open files"},
         {{SYS_inotify_add_watch}, ENOSPC, "No space left on device"},
         {{SYS_inotify_add_watch}, ENOMEM, "Cannot allocate memory"},
