@@ -197,6 +197,66 @@ TEST_F(InotifyFileWatchTest, AHandlerMayOwnTheLastWatch) {
     EXPECT_TRUE(fake::WaitInHandler([&] { return RunningThreads() == threads; }));
 }
 
+// A file whose handler holds the thread up, so that changes of other files gather in the instance.
+class HeldUp {
+ public:
+    explicit HeldUp(const fs::path& file) : file_(file) {
+        std::ofstream(file_) << "text";
+        watch_ = cmn::CreateFileWatch(file_, [this] {
+            started_.count_down();
+            released_.wait();
+        });
+        std::ofstream(file_, std::ios::app) << "more";
+        started_.wait();
+    }
+    void release() { released_.count_down(); }
+
+ private:
+    const fs::path file_;
+    std::latch started_{1};
+    std::latch released_{1};
+    std::unique_ptr<cmn::FileWatch> watch_;
+};
+
+TEST_F(InotifyFileWatchTest, AHandlerMayDestroyTheWatchOfAnotherFileThatHasChangedToo) {
+    HeldUp thread(folder / "slow");
+    std::array<std::unique_ptr<cmn::FileWatch>, 2> watches;
+    std::atomic<int> calls{0};
+    for (const std::size_t i : {0U, 1U}) {
+        const auto other = folder / std::to_string(i);
+        std::ofstream(other) << "text";
+        watches[i] = cmn::CreateFileWatch(other, [&, i] {
+            watches[1 - i].reset();
+            ++calls;
+        });
+        std::ofstream(other, std::ios::app) << "more";
+    }
+    std::atomic<int> last{0};
+    const auto watch = cmn::CreateFileWatch(file, [&last] { ++last; });
+    append();
+    thread.release();
+    ASSERT_TRUE(fake::WaitInHandler([&] { return last > 0; })) << "told after the others";
+    EXPECT_EQ(calls, 1) << "the other one was destroyed";
+}
+
+TEST_F(InotifyFileWatchTest, ChangesThatTheSystemHasNoRoomForAreToldAllTheSame) {
+    int most = 0;
+    ASSERT_TRUE(std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> most);
+    HeldUp thread(folder / "slow");
+    // Equal events in a row are one.
+    std::array<std::ofstream, 2> turns{std::ofstream(folder / "0"), std::ofstream(folder / "1")};
+    const auto first = cmn::CreateFileWatch(folder / "0", [] {});
+    const auto second = cmn::CreateFileWatch(folder / "1", [] {});
+    std::atomic<int> calls{0};
+    const auto watch = cmn::CreateFileWatch(file, [&calls] { ++calls; });
+    for (int i = 0; i <= most; ++i) {
+        turns[static_cast<std::size_t>(i % 2)] << "x" << std::flush;
+    }
+    append();
+    thread.release();
+    EXPECT_TRUE(fake::WaitInHandler([&] { return calls > 0; }));
+}
+
 TEST_F(InotifyFileWatchTest, TakesNothingForAFileThatCannotBeWatched) {
     const auto descriptors = OpenDescriptors();
     const auto threads = RunningThreads();
