@@ -44,6 +44,7 @@ LogCapture::LogCapture(LogLevel level, TemporaryFolder* folder)
     : LogReader(*folder / "captured_0.log"), folder_(folder) {
     SetLogPath((*folder / "captured").c_str());
     SetLogLevel(level);
+    leaveOutSoFar();
 }
 
 LogCapture::~LogCapture() {
@@ -69,7 +70,7 @@ std::string LogReader::text() {
         const std::string content = ReadFile(file_);
         const auto end = content.find(marker + "\n");
         if (end != std::string::npos) {
-            return content.substr(0, end);
+            return content.substr(begin_, end - begin_);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -16,7 +17,7 @@ class LogReader {
     explicit LogReader(std::filesystem::path file) : file_(std::move(file)) {}
 
     // Everything logged before this call, complete: waits until a marker sent through the log has been
-    // written.
+    // written. What was left out is not part of it.
     std::string text();
 
     // The lines of `text` that contain `part`; markers of earlier calls are left out.
@@ -25,8 +26,13 @@ class LogReader {
     bool contains(const std::string& part) { return !linesWith(part).empty(); }
     std::size_t count(const std::string& part) { return linesWith(part).size(); }
 
+ protected:
+    // Leaves out what was logged before this call.
+    void leaveOutSoFar() { begin_ += text().size(); }
+
  private:
     std::filesystem::path file_;
+    std::size_t begin_ = 0;
 };
 
 // The lines of a text file, without their ends; none when there is no such file.
@@ -47,7 +53,8 @@ class TemporaryFolder {
     std::filesystem::path path_;
 };
 
-// Sends the process's log to a file of its own while it lives, at the given level. One at a time.
+// Sends the process's log to a file of its own while it lives, at the given level; lines that waited to be
+// written before are left out. One at a time.
 class LogCapture : public LogReader {
  public:
     explicit LogCapture(LogLevel level = LogLevel::Trace);
