@@ -17,7 +17,6 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::IsEmpty;
 using testing::Pair;
-using testing::SizeIs;
 using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
@@ -84,20 +83,25 @@ class FinderExtensionXPCServerTest : public testing::Test {
                    ? std::dynamic_pointer_cast<cmn::FinderExtensionCommunicator>(connection->exportedObject())
                    : nullptr;
     }
+    static auto line(const std::string& level, const std::string& text) {
+        return AllOf(StartsWith("[" + level + "] ["), EndsWith("] " + text));
+    }
     // What the service's own log holds once it has ended.
     std::vector<std::string> endAndReadLog() {
         connection.reset();
         server.reset();
         return fake::ReadLines(folder / "com.tessarin.finderExtension_0.log");
     }
-    // The same without the lines that every service leaves.
+    // The same without the first and the last line, those that every service leaves.
     std::vector<std::string> endAndReadRequests() {
         std::vector<std::string> lines = endAndReadLog();
-        EXPECT_THAT(lines, SizeIs(testing::Ge(2)));
+        if (lines.size() < 2) {
+            ADD_FAILURE() << "the service left " << lines.size() << " lines";
+            return {"no lines of a service"};
+        }
+        EXPECT_THAT(lines.front(), line(" INFO", "Finder entension server init"));
+        EXPECT_THAT(lines.back(), line(" INFO", "FinderExtensionObjCXPCServer deallocated"));
         return {std::next(lines.begin()), std::prev(lines.end())};
-    }
-    static auto line(const std::string& level, const std::string& text) {
-        return AllOf(StartsWith("[" + level + "] ["), EndsWith("] " + text));
     }
 
     fake::TemporaryFolder folder;
@@ -125,13 +129,37 @@ TEST_F(FinderExtensionXPCServerTest, LogsToAFileOfItsOwnBesideTheProduct) {
         << "the file's name is not the service's";
 }
 
+TEST_F(FinderExtensionXPCServerTest, TheLogSaysOnceWhereItIsWhenItCannotBeBesideTheProduct) {
+    const std::string wanted = (folder / "missing" / "com.tessarin.finderExtension_0.log").string();
+    settings.Products[1].InstallPath = (folder / "missing").string();
+    cmn::proto::SetSettings(settings);
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
+    start();
+    server->sendLogMessage("text", "Warn");
+    endAndReadLog();
+    const auto here = std::filesystem::current_path();
+    std::filesystem::current_path(before);
+    EXPECT_THAT(fake::ReadLines(folder / "_0.log"),
+                ElementsAre(line(" WARN", "This log cannot be written to " + wanted + ", so it goes to " +
+                                              (here / "_0.log").string()),
+                            line(" INFO", "Finder entension server init"), line(" WARN", "text"),
+                            line(" INFO", "FinderExtensionObjCXPCServer deallocated")));
+}
+
 TEST_F(FinderExtensionXPCServerTest, WritesNoLineOfItsOwnToTheProcessLog) {
     fake::LogCapture processLog;
     startWithScanner();
-    const auto service = connect();
+    auto service = connect();
     service->getScanResult("/f", nullptr);
     service->sendLogMessage("text", "Error");
+    service.reset();
     EXPECT_THAT(processLog.lines(), IsEmpty());
+    EXPECT_THAT(endAndReadRequests(),
+                ElementsAre(line(" INFO", "Accepted new XPC connection"),
+                            line(" INFO", "getScanResult called for path: /f"),
+                            line(" INFO", "Scan result loaded successfully"), line("ERROR", "text")))
+        << "it did write lines";
 }
 
 TEST_F(FinderExtensionXPCServerTest, TakesItsLogLevelFromTheSettings) {
@@ -296,7 +324,8 @@ TEST_F(FinderExtensionXPCServerTest, PassesTheStatusOfADecryptionOnUnchanged) {
         server->decrypt("/d", [&](std::int32_t answer) { answers.push_back(answer); });
     }
     EXPECT_THAT(answers, ElementsAre(0, 1, 2, -7));
-    EXPECT_THAT(endAndReadRequests(), testing::Each(line(" INFO", "Decryption attempted for path: /d")));
+    const auto attempted = line(" INFO", "Decryption attempted for path: /d");
+    EXPECT_THAT(endAndReadRequests(), ElementsAre(attempted, attempted, attempted, attempted));
 }
 
 TEST_F(FinderExtensionXPCServerTest, TellsTheDelegateTheEncryptionStatus) {
@@ -317,6 +346,9 @@ TEST_F(FinderExtensionXPCServerTest, AnEncryptionStatusThatNobodyWantsIsNoError)
     server->setScannerService({});
     server->checkEncryptionStatus("/e", nullptr);
     EXPECT_THAT(scanner->asked, ElementsAre("CheckEncryptionStatus /e"));
+    EXPECT_THAT(endAndReadRequests(),
+                ElementsAre(line("DEBUG", "Encryption status for path: /e is encrypted"),
+                            line(" WARN", "checkEncryptionStatus called with empty path")));
 }
 
 TEST_F(FinderExtensionXPCServerTest, AnEmptyPathIsNotEncryptedAndWarnedAbout) {
@@ -375,6 +407,19 @@ TEST_F(FinderExtensionXPCServerTest, AsksAnotherProbeForFullDiskAccessAnewEachTi
     EXPECT_THAT(answers, ElementsAre(false, true));
 }
 
+TEST_F(FinderExtensionXPCServerTest, AsksTheProbeOnceForEachQuestionAlsoWithoutAReply) {
+    start();
+    int asked = 0;
+    server->setFullDiskAccessProbe([&asked] { return ++asked % 2 == 0; });
+    server->checkFullDiskAccess(nullptr);
+    EXPECT_EQ(asked, 1);
+    std::vector<bool> answers;
+    server->checkFullDiskAccess([&](bool granted) { answers.push_back(granted); });
+    server->checkFullDiskAccess(nullptr);
+    EXPECT_EQ(asked, 3);
+    EXPECT_THAT(answers, ElementsAre(true));
+}
+
 TEST_F(FinderExtensionXPCServerTest, QuestionsWithoutAReplyFunctionAreNoError) {
     startWithScanner();
     server->version(nullptr);
@@ -384,6 +429,9 @@ TEST_F(FinderExtensionXPCServerTest, QuestionsWithoutAReplyFunctionAreNoError) {
     server->checkFullDiskAccess(nullptr);
     server->getUIVisibilityStatuses(nullptr);
     EXPECT_THAT(scanner->asked, ElementsAre("Decrypt /d", "GetScanResult /f", "GetAllowedExtensions"));
+    EXPECT_THAT(endAndReadRequests(), ElementsAre(line(" INFO", "Decryption attempted for path: /d"),
+                                                  line(" INFO", "getScanResult called for path: /f"),
+                                                  line(" INFO", "Scan result loaded successfully")));
 }
 
 TEST_F(FinderExtensionXPCServerTest, WritesAClientsLogLinesAtTheLevelItNames) {

@@ -345,6 +345,20 @@ TEST_F(ServiceHostTest, StopLeavesTheBusAndKeepsRunning) {
     EXPECT_EQ(host.process().wait(), 0);
 }
 
+TEST_F(ServiceHostTest, ALogFileThatCannotBeWrittenIsSaidOnceInTheErrorStream) {
+    const fake::TemporaryFolder empty;
+    HostProcess host(bus.address(), {"--json", "--log-file", "/nonexistent/folder/host"}, empty.path());
+    ASSERT_TRUE(host.isReady());
+    host.process().write("quit\n");
+    EXPECT_EQ(host.process().wait(), 0);
+    const std::string text = host.process().errors();
+    EXPECT_THAT(text, AllOf(HasSubstr("The log cannot be written to /nonexistent/folder/host_0.log, so it "
+                                      "goes to the standard error stream\n"),
+                            HasSubstr("Listening as")));
+    EXPECT_EQ(text.find("cannot be written"), text.rfind("cannot be written"));
+    EXPECT_TRUE(std::filesystem::is_empty(empty.path())) << "and nothing into the working directory";
+}
+
 TEST_F(ServiceHostTest, WritesItsLogToTheFileOrToTheErrorStream) {
     fake::TemporaryFolder folder;
     {

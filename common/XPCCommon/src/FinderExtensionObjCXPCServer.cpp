@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "common/SystemUtils.h"
@@ -39,8 +40,15 @@ FinderExtensionObjCXPCServer::FinderExtensionObjCXPCServer(std::shared_ptr<XPCTr
       fullDiskAccessProbe_(IsFullDiskAccessGranted) {
     const LogLevel level = LogLevelFromString(proto::GetSettings().LogLevel);
     const std::filesystem::path folder = proto::GetProduct("").InstallPath;
-    logger_.setLogPath((folder / kLogFileName).string());
+    const std::string stem = (folder / kLogFileName).string();
+    logger_.setLogPath(stem);
     logger_.setLogLevel(level);
+    if (logger_.getLogPath() != logger_.getLogPath(stem)) {
+        std::error_code ignored;
+        const auto elsewhere = std::filesystem::absolute(logger_.getLogPath(), ignored);
+        logger_.log(LogLevel::Warn, fmt::format("This log cannot be written to {}, so it goes to {}",
+                                                logger_.getLogPath(stem), elsewhere.string()));
+    }
     logger_.log(LogLevel::Info, "Finder entension server init");
 }
 

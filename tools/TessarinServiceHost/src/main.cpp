@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,19 @@ int BlockEndSignals() {
     pthread_sigmask(SIG_BLOCK, &ends, nullptr);
     std::signal(SIGPIPE, SIG_IGN);  // a reader of the events that goes away does not end the host
     return signalfd(-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+// Without a file that can be written the log goes to the error stream.
+void UseLogFile(const std::string& stem) {
+    const std::string file = stem + "_0.log";
+    SetLogPath(stem.c_str());
+    if (!stem.empty() && std::ofstream(file, std::ios::app)) {
+        return;
+    }
+    SetLogFileExtension("/");  // no file has such a name
+    if (!stem.empty()) {
+        TLOG_WARN("The log cannot be written to {}, so it goes to the standard error stream", file);
+    }
 }
 
 int Run(QCoreApplication& application, const host::HostOptions& options, int signalDescriptor) {
@@ -71,12 +85,7 @@ int main(int argc, char** argv) {
     const auto& options = std::get<host::HostOptions>(parsed);
     const int signalDescriptor = BlockEndSignals();
     SetLogLevel(options.logLevel);
-    if (!options.logFile.empty()) {
-        SetLogPath(options.logFile.c_str());
-    } else {
-        // No file has such a name, and without a file the log goes to the error stream.
-        SetLogFileExtension("/");
-    }
+    UseLogFile(options.logFile);
     QCoreApplication application(argc, argv);
     try {
         if (options.makeSettings) {
