@@ -4,6 +4,7 @@
 #include <QMenu>
 #include <QPoint>
 #include <atomic>
+#include <utility>
 
 #include "ItemAdaptor.h"
 #include "MenuAdaptor.h"
@@ -19,7 +20,8 @@ QString UniqueConnectionName() {
 
 }  // namespace
 
-BusTrayIcon::BusTrayIcon(StatusMenu& menu, StatusImage image)
+BusTrayIcon::BusTrayIcon(StatusMenu& menu, StatusImage image, std::chrono::milliseconds longestMenu,
+                         std::function<void()> menuClosed)
     : name_(UniqueConnectionName()), bus_(QDBusConnection::connectToBus(QDBusConnection::SessionBus, name_)) {
     RegisterBusTypes();
     item_ = new ItemAdaptor(&itemObject_, image, [&menu](int x, int y) {
@@ -28,7 +30,7 @@ BusTrayIcon::BusTrayIcon(StatusMenu& menu, StatusImage image)
             &menu.drawnMenu(), [&drawn = menu.drawnMenu(), x, y] { drawn.popup(QPoint(x, y)); },
             Qt::QueuedConnection);
     });
-    new MenuAdaptor(&menuObject_, menu);
+    menuAdaptor_ = new MenuAdaptor(&menuObject_, menu, longestMenu, std::move(menuClosed));
     if (!bus_.registerObject(QLatin1String(ItemAdaptor::kPath), &itemObject_) ||
         !bus_.registerObject(QLatin1String(ItemAdaptor::kMenuPath), &menuObject_)) {
         TLOG_WARN("The status item is not on the session bus: {}", bus_.lastError().message().toStdString());
@@ -45,6 +47,10 @@ BusTrayIcon::~BusTrayIcon() {
 
 void BusTrayIcon::setImage(StatusImage image) {
     item_->setImage(image);
+}
+
+bool BusTrayIcon::menuIsOpen() const {
+    return menuAdaptor_->isOpen();
 }
 
 void BusTrayIcon::hostAnswered() {

@@ -3,6 +3,8 @@
 #include <QDBusConnection>
 #include <QObject>
 #include <QString>
+#include <chrono>
+#include <functional>
 #include <memory>
 
 #include "TrayIcon.h"
@@ -11,6 +13,7 @@
 namespace useragent {
 
 class ItemAdaptor;
+class MenuAdaptor;
 
 // A status notifier item with its menu, on a connection of its own to the session bus: panels let go of it
 // when that ends. Nothing here waits for a panel.
@@ -23,21 +26,25 @@ class BusTrayIcon : public TrayIcon {
     static constexpr const char* kWatcher = "org.kde.StatusNotifierWatcher";
     static constexpr const char* kWatcherPath = "/StatusNotifierWatcher";
 
-    // The menu must outlive this object.
-    BusTrayIcon(StatusMenu& menu, StatusImage image);
+    // The menu must outlive this object. `menuClosed` is called when the panel has closed the menu, or has
+    // not said so for `longestMenu`.
+    BusTrayIcon(StatusMenu& menu, StatusImage image, std::chrono::milliseconds longestMenu,
+                std::function<void()> menuClosed);
     ~BusTrayIcon() override;
     BusTrayIcon(const BusTrayIcon&) = delete;
     BusTrayIcon& operator=(const BusTrayIcon&) = delete;
 
     void setImage(StatusImage image) override;
     void hostAnswered() override;
+    bool menuIsOpen() const override;
 
  private:
     const QString name_;
     QDBusConnection bus_;
     QObject itemObject_;
     QObject menuObject_;
-    ItemAdaptor* item_ = nullptr;  // belongs to its object
+    ItemAdaptor* item_ = nullptr;  // both belong to their objects
+    MenuAdaptor* menuAdaptor_ = nullptr;
 };
 
 }  // namespace useragent

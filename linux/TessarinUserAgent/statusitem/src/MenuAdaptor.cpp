@@ -44,7 +44,12 @@ QVariantMap PropertiesOf(const QAction& action) {
 
 }  // namespace
 
-MenuAdaptor::MenuAdaptor(QObject* parent, StatusMenu& menu) : QDBusAbstractAdaptor(parent), menu_(menu) {
+MenuAdaptor::MenuAdaptor(QObject* parent, StatusMenu& menu, std::chrono::milliseconds longestMenu,
+                         std::function<void()> closed)
+    : QDBusAbstractAdaptor(parent), menu_(menu), closed_(std::move(closed)) {
+    open_.setSingleShot(true);
+    open_.setInterval(longestMenu);
+    connect(&open_, &QTimer::timeout, this, [this] { closed_(); });
     for (QAction* const action : menu.drawnMenu().actions()) {
         actions_.append(action);
         sent_.append(PropertiesOf(*action));
@@ -137,11 +142,16 @@ void MenuAdaptor::Event(int id, const QString& eventId, const QDBusVariant& /*da
     if (eventId == QLatin1String("clicked") && isItem(id)) {
         // The panel has its answer first, whatever the selection does.
         QMetaObject::invokeMethod(actions_.at(id - 1), &QAction::trigger, Qt::QueuedConnection);
-    } else if (eventId == QLatin1String("opened") && id == 0 && !std::exchange(upToDate_, false)) {
-        // From panels that do not ask before.
-        update();
+    } else if (eventId == QLatin1String("opened") && id == 0) {
+        open_.start();
+        if (!std::exchange(upToDate_, false)) {
+            // From panels that do not ask before.
+            update();
+        }
     } else if (eventId == QLatin1String("closed") && id == 0) {
         upToDate_ = false;
+        open_.stop();
+        closed_();
     }
 }
 
@@ -167,6 +177,7 @@ bool MenuAdaptor::AboutToShow(int id) {
         return false;
     }
     upToDate_ = true;
+    open_.start();
     return update();
 }
 

@@ -4,7 +4,10 @@
 #include <QList>
 #include <QPointer>
 #include <QStringList>
+#include <QTimer>
 #include <QVariantMap>
+#include <chrono>
+#include <functional>
 
 #include "BusTypes.h"
 #include "linux_statusitem/StatusMenu.h"
@@ -24,8 +27,13 @@ class MenuAdaptor : public QDBusAbstractAdaptor {
     Q_PROPERTY(QStringList IconThemePath READ iconThemePath CONSTANT)
 
  public:
-    // The menu must outlive this object.
-    MenuAdaptor(QObject* parent, StatusMenu& menu);
+    // The menu must outlive this object. `closed` is called when a menu that was open is so no more.
+    MenuAdaptor(QObject* parent, StatusMenu& menu, std::chrono::milliseconds longestMenu,
+                std::function<void()> closed);
+
+    // Whether the panel has asked for the menu or opened it, and has not closed it since. Some panels never
+    // say that they close it: after `longestMenu` it counts as closed.
+    bool isOpen() const { return open_.isActive(); }
 
     unsigned version() const { return 3; }
     QString textDirection() const;
@@ -55,6 +63,8 @@ class MenuAdaptor : public QDBusAbstractAdaptor {
     bool update();
 
     StatusMenu& menu_;
+    const std::function<void()> closed_;
+    QTimer open_;
     QList<QPointer<QAction>> actions_;
     QList<QVariantMap> sent_;  // what panels know of each
     bool changed_ = false;

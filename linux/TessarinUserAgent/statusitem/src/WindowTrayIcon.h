@@ -22,6 +22,7 @@ class WindowTrayIcon : public QObject, public TrayIcon {
 
     void setImage(StatusImage image) override;
     void hostAnswered() override {}
+    bool menuIsOpen() const override { return false; }
 
     bool eventFilter(QObject* watched, QEvent* event) override;
 

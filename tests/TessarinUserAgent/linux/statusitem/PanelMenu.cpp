@@ -104,6 +104,13 @@ bool PanelStandIn::aboutToShow(const std::string& item) {
     return callMenu(item, "AboutToShow", {0}).value(0).toBool();
 }
 
+bool PanelStandIn::aboutToShowGroup(const std::string& item) {
+    return !callMenu(item, "AboutToShowGroup", {QVariant::fromValue(QList<int>{0})})
+                .value(0)
+                .value<QList<int>>()
+                .isEmpty();
+}
+
 void PanelStandIn::menuEvent(const std::string& item, int entry, const char* what) {
     callMenu(item, "Event",
              {entry, QString::fromLatin1(what), QVariant::fromValue(QDBusVariant(QString())), 0U});

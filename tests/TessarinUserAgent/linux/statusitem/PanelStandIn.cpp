@@ -181,6 +181,10 @@ void PanelStandIn::activate(const std::string& item) {
     call(item, kItemPath, kItem, "Activate", {10, 10});
 }
 
+void PanelStandIn::contextMenu(const std::string& item) {
+    call(item, kItemPath, kItem, "ContextMenu", {10, 10});
+}
+
 void PanelStandIn::received(const QDBusMessage& signal) {
     signals_.emplace_back(signal.service().toStdString(), signal.member().toStdString());
 }

@@ -57,7 +57,9 @@ class PanelStandIn : public QObject {
     QVariant property(const std::string& item, const char* name);
     std::string toolTip(const std::string& item);
     std::vector<QImage> pixmaps(const std::string& item);
+    // A left and a right click in panels that leave the menu to the application.
     void activate(const std::string& item);
+    void contextMenu(const std::string& item);
 
     std::vector<Entry> layout(const std::string& item);
     std::vector<Entry> group(const std::string& item, const QList<int>& entries);
@@ -65,6 +67,7 @@ class PanelStandIn : public QObject {
     void clickInGroup(const std::string& item, const QList<int>& entries);
     // Whether the item says that its menu changed.
     bool aboutToShow(const std::string& item);
+    bool aboutToShowGroup(const std::string& item);
     void menuEvent(const std::string& item, int entry, const char* what);
     void click(const std::string& item, const std::string& label);
 

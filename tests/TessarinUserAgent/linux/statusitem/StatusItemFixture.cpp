@@ -45,11 +45,14 @@ std::shared_ptr<useragent::StatusMenu> StatusItemFixture::makeMenu() {
     return made;
 }
 
-void StatusItemFixture::createItem() {
-    item = std::make_unique<useragent::TrayStatusItem>(menu, [this] {
-        calls.emplace_back("needsUpdate");
-        onNeedsUpdate();
-    });
+void StatusItemFixture::createItem(std::chrono::milliseconds longestMenu) {
+    item = std::make_unique<useragent::TrayStatusItem>(
+        menu,
+        [this] {
+            calls.emplace_back("needsUpdate");
+            onNeedsUpdate();
+        },
+        longestMenu);
 }
 
 std::string StatusItemFixture::createItemIn(PanelStandIn& panel) {

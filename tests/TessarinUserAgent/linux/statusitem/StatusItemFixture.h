@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,7 +40,7 @@ class StatusItemFixture : public testing::Test {
     static std::string address() { return SessionBus().address(); }
 
     // The item; it is not there before.
-    void createItem();
+    void createItem(std::chrono::milliseconds longestMenu = useragent::TrayStatusItem::kLongestMenu);
     // The same, in this panel; its bus name.
     std::string createItemIn(PanelStandIn& panel);
     void fillMenu(bool fullDiskAccess);

@@ -3,6 +3,7 @@
 
 #include <QImage>
 #include <QMenu>
+#include <chrono>
 #include <stdexcept>
 
 #include "StatusItemFixture.h"
@@ -150,6 +151,71 @@ TEST_F(TrayMenuTest, ActivationShowsOurOwnMenuUpToDate) {
     EXPECT_TRUE(fake::WaitFor([this] { return menu->drawnMenu().isVisible(); }));
     EXPECT_THAT(calls, ElementsAre("needsUpdate"));
     menu->drawnMenu().hide();
+}
+
+// How a panel may say that the user is about to see the menu.
+struct Opening {
+    const char* name;
+    std::function<void(PanelStandIn&, const std::string& item)> open;
+};
+const Opening kOpenings[] = {
+    {"AboutToShow", [](PanelStandIn& panel, const std::string& item) { panel.aboutToShow(item); }},
+    {"AboutToShowGroup", [](PanelStandIn& panel, const std::string& item) { panel.aboutToShowGroup(item); }},
+    {"opened", [](PanelStandIn& panel, const std::string& item) { panel.menuEvent(item, 0, "opened"); }},
+};
+
+TEST_F(TrayMenuTest, RefreshThatHidesTheItemTakesItAwayOnceThePanelHasClosedTheMenu) {
+    onNeedsUpdate = [this] {
+        fillMenu(false);
+        item->setVisible(false);
+    };
+    for (const Opening& opening : kOpenings) {
+        SCOPED_TRACE(opening.name);
+        calls.clear();
+        opening.open(panel, name);
+        EXPECT_THAT(calls, ElementsAre("needsUpdate"));
+        EXPECT_EQ(labels().front(), "Full disk access: Off") << "the menu is there, and up to date";
+        EXPECT_EQ(panel.items(), std::vector{name});
+        panel.menuEvent(name, 0, "closed");
+        EXPECT_TRUE(panel.waitForNoItem());
+        fillMenu(true);
+        item->setVisible(true);
+        name = panel.waitForItem();
+    }
+}
+
+TEST_F(TrayMenuTest, RefreshThatHidesTheItemTakesItAwayOnceOurOwnMenuHasClosed) {
+    onNeedsUpdate = [this] { item->setVisible(false); };
+    for (const auto click : {&PanelStandIn::activate, &PanelStandIn::contextMenu}) {
+        (panel.*click)(name);
+        EXPECT_TRUE(fake::WaitFor([this] { return menu->drawnMenu().isVisible(); }));
+        EXPECT_EQ(labels().size(), 6U);
+        EXPECT_EQ(panel.items(), std::vector{name});
+        menu->drawnMenu().hide();
+        EXPECT_TRUE(panel.waitForNoItem());
+        item->setVisible(true);
+        name = panel.waitForItem();
+    }
+}
+
+TEST_F(TrayMenuTest, ItemHiddenWhileItsMenuIsOpenAndShownAgainStays) {
+    panel.aboutToShow(name);
+    item->setVisible(false);
+    EXPECT_EQ(labels().size(), 6U);
+    item->setVisible(true);
+    panel.menuEvent(name, 0, "closed");
+    EXPECT_EQ(labels().size(), 6U);
+    EXPECT_EQ(panel.items(), std::vector{name});
+}
+
+TEST_F(TrayMenuTest, ItemIsTakenAwayAlsoWhenThePanelNeverSaysThatItClosedTheMenu) {
+    item.reset();
+    ASSERT_TRUE(panel.waitForNoItem());
+    createItem(std::chrono::milliseconds(1));
+    name = panel.waitForItem();
+    onNeedsUpdate = [this] { item->setVisible(false); };
+    panel.aboutToShow(name);
+    EXPECT_TRUE(panel.waitForNoItem());
 }
 
 TEST_F(TrayMenuTest, MenuIsTheSameInThePanelThatComesAfterTheFirst) {

@@ -3,6 +3,9 @@
 #include <xcb/xcb.h>
 
 #include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCall>
 #include <QImage>
 #include <QMenu>
 #include <QMouseEvent>
@@ -49,6 +52,19 @@ class TrayWindowTest : public statusitem::StatusItemFixture {
     }
     QWidget* waitForEmbedded() {
         return fake::WaitFor([this] { return embedded() != nullptr; }) ? embedded() : nullptr;
+    }
+    // Until the application has seen what that peer has answered it so far.
+    static void waitForAnswersOf(const char* peer) {
+        const QDBusPendingCall last = QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
+            QLatin1String(peer), QStringLiteral("/"), QString(), QStringLiteral("Introspect")));
+        EXPECT_TRUE(fake::WaitFor([&last] { return last.isFinished(); }));
+        QCoreApplication::processEvents();
+    }
+    static void click(QWidget& window, Qt::MouseButton button) {
+        const QPointF at(3, 3);
+        QMouseEvent press(QEvent::MouseButtonPress, at, window.mapToGlobal(at), button, button,
+                          Qt::NoModifier);
+        QApplication::sendEvent(&window, &press);
     }
     bool waitForNotEmbedded() {
         return fake::WaitFor([this] { return embedded() == nullptr; });
@@ -127,14 +143,53 @@ TEST_F(TrayWindowTest, BothButtonsShowTheMenuUpToDate) {
     ASSERT_NE(window, nullptr);
     for (const Qt::MouseButton button : {Qt::LeftButton, Qt::RightButton}) {
         calls.clear();
-        const QPointF at(3, 3);
-        QMouseEvent press(QEvent::MouseButtonPress, at, window->mapToGlobal(at), button, button,
-                          Qt::NoModifier);
-        QApplication::sendEvent(window, &press);
+        click(*window, button);
         EXPECT_TRUE(menu->drawnMenu().isVisible());
         EXPECT_THAT(calls, ElementsAre("needsUpdate"));
         menu->drawnMenu().hide();
     }
+}
+
+TEST_F(TrayWindowTest, RefreshThatHidesTheItemTakesItAwayOnceTheMenuHasClosed) {
+    const Tray tray;
+    createItem();
+    onNeedsUpdate = [this] { item->setVisible(false); };
+    for (const Qt::MouseButton button : {Qt::LeftButton, Qt::RightButton}) {
+        QWidget* const window = waitForEmbedded();
+        ASSERT_NE(window, nullptr);
+        click(*window, button);
+        QCoreApplication::processEvents();
+        EXPECT_TRUE(menu->drawnMenu().isVisible());
+        EXPECT_EQ(embedded(), window);
+        menu->drawnMenu().hide();
+        EXPECT_TRUE(waitForNotEmbedded());
+        item->setVisible(true);
+    }
+}
+
+TEST_F(TrayWindowTest, ItemMovesToThePanelThatComesOnceTheMenuHasClosed) {
+    const Tray tray;
+    createItem();
+    QWidget* const window = waitForEmbedded();
+    ASSERT_NE(window, nullptr);
+    click(*window, Qt::RightButton);
+    PanelStandIn panel(address());
+    EXPECT_TRUE(fake::WaitFor([&] { return panel.questions() > 0; }));
+    waitForAnswersOf("org.kde.StatusNotifierWatcher");
+    EXPECT_TRUE(menu->drawnMenu().isVisible());
+    EXPECT_EQ(embedded(), window);
+    menu->drawnMenu().hide();
+    EXPECT_NE(panel.waitForItem(), "");
+    EXPECT_TRUE(waitForNotEmbedded());
+}
+
+TEST_F(TrayWindowTest, ItemMovesToTheTrayWhenThePanelGoesWithItsMenuOpen) {
+    const Tray tray;
+    auto panel = std::make_unique<PanelStandIn>(address());
+    const std::string name = createItemIn(*panel);
+    panel->aboutToShow(name);
+    panel.reset();
+    EXPECT_NE(waitForEmbedded(), nullptr);
 }
 
 // Each in a process of its own: the bus that a process had at its start cannot be had again.
