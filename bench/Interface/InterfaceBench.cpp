@@ -61,8 +61,8 @@ std::unique_ptr<useragent::PropertiesWindow> ShowOurs(int count) {
     const auto records = MakeRecords(count);
     controller->setFiltersArray({records.begin(), records.end()});
     controller->setFileName("/home/someone/customers.csv");
-    auto window = interface.createPropertiesWindow(std::move(controller), [] {});
-    window->show();
+    auto window = interface.createPropertiesWindow([] {});
+    window->show(std::move(controller), {});
     return window;
 }
 
@@ -115,7 +115,10 @@ class Interface {
     void request(benchmark::State& state, const std::string& url) {
         for (auto _ : state) {
             delegate_->openURLs({url});
-            QCoreApplication::processEvents();
+            while (delegate_->openWindows() == 0) {
+                QCoreApplication::processEvents();
+            }
+            QCoreApplication::processEvents();  // painted
             state.PauseTiming();
             for (QWidget* window : QApplication::topLevelWidgets()) {
                 if (qobject_cast<QDialog*>(window) != nullptr) {

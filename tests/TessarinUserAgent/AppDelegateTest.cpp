@@ -1,9 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <stdexcept>
+
 #include "FakeInterface.h"
 #include "XPCCommon/ScriptedFinderExtension.h"
 #include "support/FakeDispatch.h"
+#include "support/LogCapture.h"
 #include "support/SystemLogCapture.h"
 #include "useragent/AppDelegate.h"
 
@@ -32,6 +36,17 @@ class AppDelegateTest : public testing::Test {
     // Launched, connected, refreshed once.
     void launch() {
         delegate->applicationDidFinishLaunching();
+        dispatch->runUntilIdle();
+    }
+    // The same, with the icon switched off.
+    void launchHidden() {
+        service.visibility = {{"agentIconDisable", true}};
+        launch();
+        EXPECT_FALSE(interface->visible);
+    }
+    // Until there are windows for all of them.
+    void open(const std::vector<std::string>& urls) {
+        EXPECT_EQ(delegate->openURLs(urls), 0U);
         dispatch->runUntilIdle();
     }
     // What the labels of the window number `index` show.
@@ -92,6 +107,81 @@ TEST_F(AppDelegateTest, URLsFromBeforeTheLaunchAreOpenedInTheirOrderAfterTheFirs
     EXPECT_EQ(interface->windows.size(), 2U);
 }
 
+TEST_F(AppDelegateTest, RequestsAreTakenAtOnceAndEachWindowIsOpenedInATurnOfItsOwn) {
+    launch();
+    service.answersRequests = false;  // each window waits 100 ms for it, twice
+    const auto start = dispatch->now();
+    delegate->openURLs(
+        {"tessarin-scheme://showProperties?path=/1", "tessarin-scheme://showProperties?path=/2"});
+    delegate->openURLs({"tessarin-scheme://showProperties?path=/3"});
+    EXPECT_EQ(dispatch->now(), start);
+    EXPECT_THAT(interface->windows, IsEmpty());
+    std::vector<std::size_t> windowsAtEachTurn;
+    std::function<void()> otherWork = [&] {
+        windowsAtEachTurn.push_back(interface->windows.size());
+        if (windowsAtEachTurn.size() < 5) {
+            dispatch->asyncMain(otherWork);
+        }
+    };
+    dispatch->asyncMain(otherWork);
+    dispatch->advance(10s);
+    EXPECT_THAT(windowsAtEachTurn, ElementsAre(1U, 2U, 3U, 3U, 3U));
+    EXPECT_EQ(texts(0)["fileName"], "/1");
+    EXPECT_EQ(texts(1)["fileName"], "/2");
+    EXPECT_EQ(texts(2)["fileName"], "/3");
+}
+
+TEST_F(AppDelegateTest, TheTokenOfARequestIsForTheFirstOfItsWindows) {
+    launch();
+    delegate->openURLs({"https://other", "tessarin-scheme://showProperties?path=/1",
+                        "tessarin-scheme://showProperties?path=/2"},
+                       "first");
+    delegate->openURLs({"https://other"}, "lost");
+    delegate->openURLs({"tessarin-scheme://showProperties?path=/3"}, "second");
+    dispatch->runUntilIdle();
+    ASSERT_EQ(interface->windows.size(), 3U);
+    EXPECT_EQ(interface->windows[0]->activationToken, "first");
+    EXPECT_EQ(interface->windows[1]->activationToken, "");
+    EXPECT_EQ(interface->windows[2]->activationToken, "second");
+}
+
+TEST_F(AppDelegateTest, RequestsThatFindNoRoomAreCountedAndLogged) {
+    launch();
+    fake::LogCapture log;
+    const std::size_t most = useragent::AppDelegate::kMostWaiting;
+    std::vector<std::string> urls(most + 2, "tessarin-scheme://showProperties?path=/f");
+    urls.emplace_back("https://other");
+    EXPECT_EQ(delegate->openURLs(urls), 2U);
+    EXPECT_EQ(log.lines().size(), 1U);
+    EXPECT_TRUE(log.contains("2 requests to show a file's properties are dropped: 1000 are waiting"));
+    dispatch->runUntilIdle();
+    EXPECT_EQ(interface->windows.size(), most);
+    open({"tessarin-scheme://showProperties?path=/f"});
+    EXPECT_EQ(interface->windows.size(), most + 1);
+}
+
+TEST_F(AppDelegateTest, AWindowThatFailsIsLoggedAndTheNextOneIsOpened) {
+    launch();
+    fake::LogCapture log;
+    interface->onShowWindow = [this] {
+        interface->onShowWindow = [] {};
+        throw std::runtime_error("no memory");
+    };
+    open({"tessarin-scheme://showProperties?path=/1", "tessarin-scheme://showProperties?path=/2"});
+    EXPECT_TRUE(log.contains("A request to open something failed: no memory"));
+    EXPECT_EQ(delegate->openWindows(), 1U);
+    EXPECT_TRUE(interface->windows.at(0)->destroyed);
+    EXPECT_EQ(texts(1)["fileName"], "/2");
+}
+
+TEST_F(AppDelegateTest, RequestsThatWaitGoWithTheDelegate) {
+    launch();
+    delegate->openURLs({"tessarin-scheme://showProperties?path=/1"});
+    delegate.reset();
+    dispatch->runUntilIdle();
+    EXPECT_THAT(interface->windows, IsEmpty());
+}
+
 TEST_F(AppDelegateTest, BothImagesAreDescribedInDifferentWords) {
     EXPECT_STRNE(useragent::DescribeImage(StatusImage::menuIcon),
                  useragent::DescribeImage(StatusImage::menuIconRed));
@@ -118,29 +208,38 @@ TEST_F(AppDelegateTest, TheIconIsHiddenWhenTheSettingsSaySo) {
     EXPECT_TRUE(interface->visible);
 }
 
-TEST_F(AppDelegateTest, TheIconIsShownWhenTheSettingsSayNothing) {
+TEST_F(AppDelegateTest, AHiddenIconIsShownWhenTheSettingsSayNothing) {
+    launchHidden();
     service.visibility = {};
-    launch();
+    interface->timerTick();
     EXPECT_TRUE(interface->visible);
-}
-
-TEST_F(AppDelegateTest, MissingFullDiskAccessIsShownEvenWithTheIconSwitchedOff) {
-    service.visibility = {{"agentIconDisable", true}};
-    service.fullDiskAccess = false;
-    launch();
-    EXPECT_TRUE(interface->visible);
-    EXPECT_EQ(interface->images.back(), StatusImage::menuIconRed);
-    EXPECT_THAT(service.messages(), Not(Contains("getUIVisibilityStatuses")));
 }
 
 TEST_F(AppDelegateTest, AHiddenIconComesBackRedAtTheFirstRefreshAfterThePermissionIsLost) {
-    service.visibility = {{"agentIconDisable", true}};
-    launch();
+    launchHidden();
     service.fullDiskAccess = false;
-    EXPECT_FALSE(interface->visible);
+    const auto asked = [this] {
+        const auto messages = service.messages();
+        return std::count(messages.begin(), messages.end(), "getUIVisibilityStatuses");
+    };
+    const auto before = asked();
     interface->timerTick();
     EXPECT_TRUE(interface->visible);
     EXPECT_EQ(interface->images.back(), StatusImage::menuIconRed);
+    EXPECT_EQ(asked(), before) << "what the settings say does not matter then";
+}
+
+TEST_F(AppDelegateTest, ARefreshSetsTheImageThenTheMenuThenTheVisibility) {
+    launch();
+    menu.fulldisk->onContent = [this] { interface->order.emplace_back("menu"); };
+    for (const bool granted : {false, true}) {
+        service.fullDiskAccess = granted;
+        for (const auto& refresh : {interface->timerTick, interface->openMenu}) {
+            interface->order.clear();
+            refresh();
+            EXPECT_THAT(interface->order, ElementsAre("image", "menu", "visibility")) << granted;
+        }
+    }
 }
 
 TEST_F(AppDelegateTest, AServiceThatIsSlowOrAbsentHoldsARefreshUpForATenthOfASecond) {
@@ -155,19 +254,37 @@ TEST_F(AppDelegateTest, AServiceThatIsSlowOrAbsentHoldsARefreshUpForATenthOfASec
 TEST_F(AppDelegateTest, ARequestOpensOneWindowForTheFile) {
     service.records = {{{"Name", "Cards"}}};
     launch();
-    delegate->openURLs({"tessarin-scheme://showProperties?path=/home/u/a%20b.txt"});
+    open({"tessarin-scheme://showProperties?path=/home/u/a%20b.txt"});
     ASSERT_EQ(interface->windows.size(), 1U);
-    EXPECT_TRUE(interface->windows[0]->shown);
+    ASSERT_NE(interface->windows[0]->controller, nullptr);
     EXPECT_EQ(interface->windows[0]->controller->numberOfRows(), 1U);
     EXPECT_EQ(texts(0)["fileName"], "/home/u/a b.txt");
     EXPECT_EQ(texts(0)["status"], "Status: Encrypted");
-    EXPECT_THAT(service.messages(), Contains("getScanResult /home/u/a b.txt"));
-    EXPECT_THAT(service.messages(), Contains("checkEncryptionStatus /home/u/a b.txt"));
+}
+
+TEST_F(AppDelegateTest, TheWindowIsMadeFirstThenTheRecordsAreAskedForThenTheEncryptionThenItIsShown) {
+    launch();
+    const std::size_t before = service.messages().size();
+    const auto asked = [&] {
+        std::vector<std::string> messages = service.messages();
+        messages.erase(messages.begin(), messages.begin() + static_cast<std::ptrdiff_t>(before));
+        messages.erase(std::remove(messages.begin(), messages.end(), "version"), messages.end());
+        return messages;
+    };
+    std::vector<std::string> whenMade{"not made"};
+    std::vector<std::string> whenShown;
+    interface->onCreateWindow = [&] { whenMade = asked(); };
+    interface->onShowWindow = [&] { whenShown = asked(); };
+    open({"tessarin-scheme://showProperties?path=/home/u/a%20b.txt"});
+    EXPECT_THAT(whenMade, IsEmpty());
+    EXPECT_THAT(whenShown,
+                ElementsAre("getScanResult /home/u/a b.txt", "checkEncryptionStatus /home/u/a b.txt"));
+    EXPECT_EQ(asked(), whenShown);
 }
 
 TEST_F(AppDelegateTest, ARequestWithoutAPathOpensAWindowThatIsPending) {
     launch();
-    delegate->openURLs({"tessarin-scheme://showProperties"});
+    open({"tessarin-scheme://showProperties"});
     ASSERT_EQ(interface->windows.size(), 1U);
     EXPECT_EQ(texts(0)["fileName"], "");
     EXPECT_EQ(texts(0)["state"], "Pending scan");
@@ -176,7 +293,7 @@ TEST_F(AppDelegateTest, ARequestWithoutAPathOpensAWindowThatIsPending) {
 TEST_F(AppDelegateTest, OtherUrlsDoNothing) {
     launch();
     const auto before = service.messages();
-    delegate->openURLs({"tessarin-scheme://other?path=/x", "https://showProperties?path=/x", "", "%"});
+    open({"tessarin-scheme://other?path=/x", "https://showProperties?path=/x", "", "%"});
     EXPECT_THAT(interface->windows, IsEmpty());
     EXPECT_EQ(service.messages(), before);
 }
@@ -184,7 +301,7 @@ TEST_F(AppDelegateTest, OtherUrlsDoNothing) {
 TEST_F(AppDelegateTest, TwoUrlsForTheSameFileOpenTwoWindows) {
     launch();
     const std::string url = "tessarin-scheme://showProperties?path=/f";
-    delegate->openURLs({url, "tessarin-scheme://other", url});
+    open({url, "tessarin-scheme://other", url});
     EXPECT_EQ(interface->windows.size(), 2U);
     EXPECT_EQ(delegate->openWindows(), 2U);
 }
@@ -192,7 +309,7 @@ TEST_F(AppDelegateTest, TwoUrlsForTheSameFileOpenTwoWindows) {
 TEST_F(AppDelegateTest, ClosingOneOfTwoWindowsForTheSameFileForgetsExactlyThatOne) {
     launch();
     const std::string url = "tessarin-scheme://showProperties?path=/f";
-    delegate->openURLs({url, url});
+    open({url, url});
     interface->windows[1]->willClose();
     EXPECT_TRUE(interface->windows[1]->destroyed);
     EXPECT_FALSE(interface->windows[0]->destroyed);
@@ -202,7 +319,7 @@ TEST_F(AppDelegateTest, ClosingOneOfTwoWindowsForTheSameFileForgetsExactlyThatOn
 TEST_F(AppDelegateTest, TheEndOfAWindowThatIsNotKnownIsIgnored) {
     launch();
     const std::string url = "tessarin-scheme://showProperties?path=/f";
-    delegate->openURLs({url, url});
+    open({url, url});
     const auto willClose = interface->windows[0]->willClose;
     willClose();
     willClose();
@@ -211,12 +328,14 @@ TEST_F(AppDelegateTest, TheEndOfAWindowThatIsNotKnownIsIgnored) {
     willClose();
 }
 
-TEST_F(AppDelegateTest, AWindowThatCannotBeMadeIsToldToTheSystemLog) {
+TEST_F(AppDelegateTest, AWindowThatCannotBeMadeIsToldToTheSystemLogAndTheServiceIsNotAsked) {
     launch();
     interface->makesWindows = false;
-    delegate->openURLs({"tessarin-scheme://showProperties?path=/f"});
+    const auto before = service.messages();
+    open({"tessarin-scheme://showProperties?path=/f"});
     EXPECT_THAT(systemLog.lines(),
                 Contains("Error: Could not load FileFiltersViewController from storyboard."));
+    EXPECT_EQ(service.messages(), before);
     EXPECT_EQ(delegate->openWindows(), 0U);
 }
 
@@ -244,7 +363,8 @@ TEST_F(AppDelegateTest, TheEncryptionIsWaitedForATenthOfASecondAndALateAnswerIsL
 TEST_F(AppDelegateTest, AWindowOfALateAnswerSaysNotEncrypted) {
     launch();
     service.requestDelay = 200ms;
-    delegate->openURLs({"tessarin-scheme://showProperties?path=/f"});
+    open({"tessarin-scheme://showProperties?path=/f"});
+    dispatch->advance(1s);
     EXPECT_EQ(texts(0)["status"], "Status: Not Encrypted");
     EXPECT_EQ(texts(0)["state"], "Pending scan");
 }

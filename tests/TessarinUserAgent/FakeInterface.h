@@ -13,11 +13,15 @@ namespace fake {
 
 class MenuItem : public useragent::MenuItem {
  public:
-    void setContent(const useragent::MenuItemContent& content) override { contents.push_back(content); }
+    void setContent(const useragent::MenuItemContent& content) override {
+        contents.push_back(content);
+        onContent();
+    }
 
     const useragent::MenuItemContent& shown() const { return contents.back(); }
 
     std::vector<useragent::MenuItemContent> contents;
+    std::function<void()> onContent = [] {};
 };
 
 class SettingsPanes : public useragent::SettingsPanes {
@@ -62,9 +66,9 @@ struct Menu {
 class Interface : public useragent::ApplicationInterface {
  public:
     struct Window {
-        std::unique_ptr<useragent::FileFiltersViewController> controller;
+        std::unique_ptr<useragent::FileFiltersViewController> controller;  // null until it is shown
         std::function<void()> willClose;
-        bool shown = false;
+        std::string activationToken;
         bool destroyed = false;
     };
 
@@ -73,15 +77,14 @@ class Interface : public useragent::ApplicationInterface {
         return std::make_shared<Item>(*this);
     }
     std::unique_ptr<useragent::PropertiesWindow> createPropertiesWindow(
-        std::unique_ptr<useragent::FileFiltersViewController> controller,
         std::function<void()> willClose) override {
+        onCreateWindow();
         if (!makesWindows) {
             return nullptr;
         }
         windows.push_back(std::make_shared<Window>());
-        windows.back()->controller = std::move(controller);
         windows.back()->willClose = std::move(willClose);
-        return std::make_unique<Handle>(windows.back());
+        return std::make_unique<Handle>(*this, windows.back());
     }
     void scheduleRepeatingTimer(std::chrono::seconds interval, std::function<void()> tick) override {
         timerInterval = interval;
@@ -90,8 +93,11 @@ class Interface : public useragent::ApplicationInterface {
 
     std::vector<useragent::StatusImage> images;
     bool visible = true;
+    std::vector<std::string> order;  // "image" and "visibility" as they are set
     std::function<void()> openMenu;
     bool makesWindows = true;
+    std::function<void()> onCreateWindow = [] {};
+    std::function<void()> onShowWindow = [] {};
     std::vector<std::shared_ptr<Window>> windows;
     std::chrono::seconds timerInterval{};
     std::function<void()> timerTick;
@@ -100,19 +106,32 @@ class Interface : public useragent::ApplicationInterface {
     class Item : public useragent::StatusItem {
      public:
         explicit Item(Interface& owner) : owner_(owner) {}
-        void setImage(useragent::StatusImage image) override { owner_.images.push_back(image); }
-        void setVisible(bool shown) override { owner_.visible = shown; }
+        void setImage(useragent::StatusImage image) override {
+            owner_.images.push_back(image);
+            owner_.order.emplace_back("image");
+        }
+        void setVisible(bool shown) override {
+            owner_.visible = shown;
+            owner_.order.emplace_back("visibility");
+        }
 
      private:
         Interface& owner_;
     };
     class Handle : public useragent::PropertiesWindow {
      public:
-        explicit Handle(std::shared_ptr<Window> window) : window_(std::move(window)) {}
+        Handle(Interface& owner, std::shared_ptr<Window> window)
+            : owner_(owner), window_(std::move(window)) {}
         ~Handle() override { window_->destroyed = true; }
-        void show() override { window_->shown = true; }
+        void show(std::unique_ptr<useragent::FileFiltersViewController> controller,
+                  const std::string& activationToken) override {
+            owner_.onShowWindow();
+            window_->controller = std::move(controller);
+            window_->activationToken = activationToken;
+        }
 
      private:
+        Interface& owner_;
         const std::shared_ptr<Window> window_;
     };
 };

@@ -1,7 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
+#include <QSocketNotifier>
 #include <atomic>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <set>
@@ -101,6 +105,27 @@ TEST_F(LinuxDispatchTest, AMainTaskMayQueueAnother) {
     bool done = false;
     dispatch->asyncMain([&] { dispatch->asyncMain([&] { done = true; }); });
     EXPECT_TRUE(WaitFor([&] { return done; }));
+}
+
+TEST_F(LinuxDispatchTest, MainTasksThatQueueOthersLetTheLoopServeWhatElseItHas) {
+    const int ready = eventfd(1, EFD_CLOEXEC);
+    ASSERT_GE(ready, 0);
+    int tasks = 0;
+    int tasksBefore = -1;  // of what the descriptor has been waiting for since before the first
+    QSocketNotifier notifier(ready, QSocketNotifier::Read);
+    QObject::connect(&notifier, &QSocketNotifier::activated, [&] {
+        tasksBefore = tasks;
+        notifier.setEnabled(false);
+    });
+    std::function<void()> task = [&] {
+        if (++tasks < 100) {
+            dispatch->asyncMain(task);
+        }
+    };
+    dispatch->asyncMain(task);
+    EXPECT_TRUE(WaitFor([&] { return tasks == 100 && tasksBefore >= 0; }));
+    EXPECT_LE(tasksBefore, 10);
+    close(ready);
 }
 
 TEST_F(LinuxDispatchTest, ATaskThatThrowsIsLoggedAndHarmsNobody) {

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <utility>
 
 #include "common/SystemUtils.h"
+#include "common/log.h"
 #include "useragent/PropertiesURL.h"
 
 namespace useragent {
@@ -41,7 +43,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     statusItem_ = environment_.interface->createStatusItem(whileAlive(&AppDelegate::menuNeedsUpdate));
     statusItem_->setImage(StatusImage::menuIcon);
     environment_.dispatch->asyncMain(whileAlive(&AppDelegate::updateMenu));
-    environment_.dispatch->asyncMain(whileAlive(&AppDelegate::openWaitingURLs));
+    openNextLater();
     environment_.interface->scheduleRepeatingTimer(kMenuUpdateInterval, whileAlive(&AppDelegate::updateMenu));
 }
 
@@ -71,32 +73,48 @@ void AppDelegate::checkAgentIconPermission() {
     statusItem_->setVisible(disabled == statuses.end() || !disabled->second);
 }
 
-void AppDelegate::openWaitingURLs() {
-    openURLs(std::exchange(waitingURLs_, {}));
-}
-
-void AppDelegate::openURLs(const std::vector<std::string>& urls) {
-    if (!xpcClient_) {
-        waitingURLs_.insert(waitingURLs_.end(), urls.begin(), urls.end());
-        return;
-    }
+std::size_t AppDelegate::openURLs(const std::vector<std::string>& urls, std::string activationToken) {
+    std::size_t dropped = 0;
     for (const std::string& url : urls) {
-        if (const auto request = ParsePropertiesURL(url)) {
-            showFileFilters(request->path);
+        auto request = ParsePropertiesURL(url);
+        if (request && waiting_.size() >= kMostWaiting) {
+            ++dropped;
+        } else if (request) {
+            waiting_.push_back({std::move(request->path), std::exchange(activationToken, {})});
         }
     }
+    if (dropped != 0) {
+        TLOG_ERROR("{} requests to show a file's properties are dropped: {} are waiting", dropped,
+                   waiting_.size());
+    }
+    openNextLater();
+    return dropped;
 }
 
-void AppDelegate::showFileFilters(const std::optional<std::string>& path) {
-    auto controller = std::make_unique<FileFiltersViewController>(environment_.properties);
-    const std::string asked = path.value_or(std::string());
-    controller->setFiltersArray(ToFilterRecords(xpcClient_->getFileFilters(asked)));
-    controller->setFileName(path);
-    controller->setIsEncrypted(checkFileEncryption(asked));
+void AppDelegate::openNextLater() {
+    if (xpcClient_ && !waiting_.empty() && !std::exchange(willOpenNext_, true)) {
+        environment_.dispatch->asyncMain(whileAlive(&AppDelegate::openNext));
+    }
+}
 
+// One of them only: each may wait for the service, and the menu is served between two.
+void AppDelegate::openNext() {
+    const Request request = std::move(waiting_.front());
+    waiting_.pop_front();
+    willOpenNext_ = false;
+    openNextLater();
+    try {
+        showFileFilters(request.path, request.activationToken);
+    } catch (const std::exception& e) {
+        TLOG_ERROR("A request to open something failed: {}", e.what());
+    }
+}
+
+void AppDelegate::showFileFilters(const std::optional<std::string>& path,
+                                  const std::string& activationToken) {
     const auto entry = std::make_shared<Entry>();
-    entry->window = environment_.interface->createPropertiesWindow(
-        std::move(controller), [weakSelf = weak_from_this(), entry = entry.get()] {
+    entry->window =
+        environment_.interface->createPropertiesWindow([weakSelf = weak_from_this(), entry = entry.get()] {
             if (const auto self = weakSelf.lock()) {
                 self->windowWillClose(entry);
             }
@@ -105,7 +123,12 @@ void AppDelegate::showFileFilters(const std::optional<std::string>& path) {
         cmn::SystemLog("Error: Could not load FileFiltersViewController from storyboard.");
         return;
     }
-    entry->window->show();
+    auto controller = std::make_unique<FileFiltersViewController>(environment_.properties);
+    const std::string asked = path.value_or(std::string());
+    controller->setFiltersArray(ToFilterRecords(xpcClient_->getFileFilters(asked)));
+    controller->setFileName(path);
+    controller->setIsEncrypted(checkFileEncryption(asked));
+    entry->window->show(std::move(controller), activationToken);
     const std::lock_guard lock(windowsMutex_);
     fileFiltersWindows_.push_back(entry);
 }

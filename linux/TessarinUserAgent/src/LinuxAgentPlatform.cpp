@@ -3,6 +3,7 @@
 #include <thread>
 #include <utility>
 
+#include "common/ScopedAction.h"
 #include "common/SystemUtils.h"
 #include "common/bundle.h"
 #include "linux_filemanagers/LinuxFileManagerExtension.h"
@@ -70,6 +71,8 @@ std::function<void(std::chrono::nanoseconds)> LinuxAgentPlatform::sleeper() {
 }
 
 int LinuxAgentPlatform::runApplication() {
+    // Whatever ends this: the next launch becomes an agent of its own.
+    const cmn::ScopedAction release([this] { service_.release(); });
     const auto resources = cmn::BundlePathOf(executablePath()) / "Contents/Resources";
     const auto statusMenu = std::make_shared<StatusMenu>([] { QCoreApplication::quit(); });
     const auto appMenu = std::make_shared<AppMenu>(
@@ -84,16 +87,14 @@ int LinuxAgentPlatform::runApplication() {
     const auto interface = std::make_shared<QtApplicationInterface>(statusMenu);
     const auto delegate = std::make_shared<AppDelegate>(AppDelegate::Environment{
         interface, appMenu, queues(), transport(), {cmn::proto::GetSettings, WallClockNow}});
-    const auto open = [interface, delegate](const LaunchRequest& request) {
-        interface->setActivationToken(request.activationToken);
-        delegate->openURLs(request.urls);
+    const auto open = [delegate](const LaunchRequest& request) {
+        return delegate->openURLs(request.urls, request.activationToken);
     };
-    open(launch_);  // the delegate keeps it until the service has usually been reached
+    open(launch_);
+    service_.setHandler(open);
     delegate->applicationDidFinishLaunching();
-    // Other launches hand over after that.
-    queues()->asyncMain([this, open] { service_.setHandler(open); });
     const int exitCode = QCoreApplication::exec();
-    service_.setHandler(nullptr);
+    service_.release();
     statusMenu->setSelections({});
     return exitCode;
 }

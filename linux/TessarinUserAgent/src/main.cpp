@@ -42,7 +42,7 @@ int Run(int argc, char** argv) {
         return useragent::RunFileManagerCommand({arguments.begin() + 1, arguments.end()}, std::cout,
                                                 std::cerr);
     }
-    const LaunchRequest launch{arguments, useragent::TakeActivationToken()};
+    LaunchRequest request{arguments, useragent::TakeActivationToken()};
     // Before the environment is changed: accessibility finds its bus also when it comes later.
     const useragent::AtspiSettings accessibility = useragent::SettingsOfThisSession();
     LeaveOutWhatDoesNotAnswer();
@@ -50,15 +50,16 @@ int Run(int argc, char** argv) {
     SetUp();
 
     ApplicationService service(QDBusConnection::sessionBus());
-    if (service.claim() == ApplicationService::Role::second) {
-        const std::string failure = service.handOver(launch, kHandOverDeadline);
-        if (!failure.empty()) {
-            cmn::SystemLog("The running agent did not take the request -- " + failure);
-            std::cerr << "TessarinUserAgent: the running agent did not take the request: " << failure << '\n';
+    const ApplicationService::Launch launch = service.claimOrHandOver(request, kHandOverDeadline);
+    if (launch.role == ApplicationService::Role::second) {
+        if (!launch.failure.empty()) {
+            cmn::SystemLog("The running agent did not take the request -- " + launch.failure);
+            std::cerr << "TessarinUserAgent: the running agent did not take the request: " << launch.failure
+                      << '\n';
         }
-        return failure.empty() ? 0 : 1;
+        return launch.failure.empty() ? 0 : 1;
     }
-    useragent::LinuxAgentPlatform platform(application, accessibility, service, launch);
+    useragent::LinuxAgentPlatform platform(application, accessibility, service, request);
     return useragent::RunAgent(platform);
 }
 

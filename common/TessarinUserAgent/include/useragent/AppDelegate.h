@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -28,7 +30,10 @@ class StatusItem {
 class PropertiesWindow {
  public:
     virtual ~PropertiesWindow() = default;  // closes it, without a report
-    virtual void show() = 0;
+    // Loads the controller's view and shows it; once. With the token, where the platform has such, the
+    // desktop lets the window take the focus; empty: none.
+    virtual void show(std::unique_ptr<FileFiltersViewController> controller,
+                      const std::string& activationToken) = 0;
 };
 
 // What the delegate drives. Main thread.
@@ -38,10 +43,9 @@ class ApplicationInterface {
 
     // Shows the item with its menu. `menuNeedsUpdate` is called each time the user is about to see the menu.
     virtual std::shared_ptr<StatusItem> createStatusItem(std::function<void()> menuNeedsUpdate) = 0;
-    // Makes a window for the controller and loads the controller's view into it. Null when it cannot be
-    // made. `willClose` is called once when the user closes it, and may destroy it.
-    virtual std::unique_ptr<PropertiesWindow> createPropertiesWindow(
-        std::unique_ptr<FileFiltersViewController> controller, std::function<void()> willClose) = 0;
+    // Makes a window that is empty and not shown. Null when it cannot be made. `willClose` is called once
+    // when the user closes it, and may destroy it.
+    virtual std::unique_ptr<PropertiesWindow> createPropertiesWindow(std::function<void()> willClose) = 0;
     // Calls again and again until the application ends.
     virtual void scheduleRepeatingTimer(std::chrono::seconds interval, std::function<void()> tick) = 0;
 };
@@ -70,12 +74,18 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 
     static bool applicationSupportsSecureRestorableState() { return true; }
 
-    // Opens one window for each of the product's URLs and ignores the others. URLs that come before the
-    // launch wait for the first refresh after it: by then the service has usually been reached.
-    void openURLs(const std::vector<std::string>& urls);
+    // Requests that may wait for their windows.
+    static constexpr std::size_t kMostWaiting = 1000;
+
+    // Takes one request for a window from each of the product's URLs and ignores the others; returns at once.
+    // The windows are opened in the order of the requests, each in a turn of the main loop of its own. Those
+    // of URLs that come before the launch wait for the first refresh after it: by then the service has
+    // usually been reached. The token is for the first of the windows. Returns how many requests found no
+    // room: these are dropped, with a line in the log.
+    std::size_t openURLs(const std::vector<std::string>& urls, std::string activationToken = {});
 
     // Waits for the service, at most 100 ms for each of its two questions.
-    void showFileFilters(const std::optional<std::string>& path);
+    void showFileFilters(const std::optional<std::string>& path, const std::string& activationToken = {});
     bool checkFileEncryption(const std::string& path);
 
     std::size_t openWindows() const;
@@ -85,15 +95,21 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 
  private:
     struct Entry;
+    struct Request {
+        std::optional<std::string> path;
+        std::string activationToken;
+    };
 
     std::function<void()> whileAlive(void (AppDelegate::*action)());
     void windowWillClose(const Entry* entry);
-    void openWaitingURLs();
+    void openNextLater();
+    void openNext();
 
     const Environment environment_;
     std::shared_ptr<cmn::FinderExtensionXPCClient> xpcClient_;
     std::shared_ptr<StatusItem> statusItem_;
-    std::vector<std::string> waitingURLs_;
+    std::deque<Request> waiting_;
+    bool willOpenNext_ = false;
     mutable std::mutex windowsMutex_;
     std::vector<std::shared_ptr<Entry>> fileFiltersWindows_;
 };

@@ -25,7 +25,8 @@ class Dispatch {
     // The same, not earlier than `delay` from now.
     virtual void after(std::chrono::nanoseconds delay, QueuePriority priority, Task task) = 0;
 
-    // Runs the task once on the main thread's loop, in the order of the calls.
+    // Runs the task once on the main thread's loop, in the order of the calls. What such a task queues runs
+    // in a later turn of the loop.
     virtual void asyncMain(Task task) = 0;
 
     // A semaphore whose timed waits follow this object's time.

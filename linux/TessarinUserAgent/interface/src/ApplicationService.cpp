@@ -1,9 +1,15 @@
 #include "linux_interface/ApplicationService.h"
 
+#include <fmt/format.h>
+
+#include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <algorithm>
+#include <cstdint>
 #include <exception>
+#include <functional>
+#include <iterator>
 #include <utility>
 
 #include "common/log.h"
@@ -18,9 +24,9 @@ constexpr const char* kTokenKey = "activation-token";
 constexpr const char* kStartupIdKey = "desktop-startup-id";
 
 // A caller may be anybody on the session bus.
-constexpr qsizetype kMostUrls = 100;
 constexpr qsizetype kLongestToken = 1024;
-constexpr std::size_t kMostWaiting = 1000;
+// For the bus to take a name back; it goes with the connection in any case.
+constexpr int kReleaseMilliseconds = 1000;
 
 std::string TokenOf(const QVariantMap& platformData) {
     QString token = platformData.value(kTokenKey).toString();
@@ -30,11 +36,34 @@ std::string TokenOf(const QVariantMap& platformData) {
     return token.size() <= kLongestToken ? token.toStdString() : std::string();
 }
 
+QDBusMessage RequestMessage(const QStringList& urls, const std::string& activationToken) {
+    QVariantMap platformData;
+    if (!activationToken.empty()) {
+        const QString token = QString::fromStdString(activationToken);
+        platformData = {{kTokenKey, token}, {kStartupIdKey, token}};
+    }
+    QDBusMessage message = QDBusMessage::createMethodCall(kApplicationName, kObjectPath, kInterface,
+                                                          urls.isEmpty() ? "Activate" : "Open");
+    if (!urls.isEmpty()) {
+        message << urls;
+    }
+    message << platformData;
+    return message;
+}
+
+// At least one: none would be the library's own time limit.
+int MillisecondsUntil(std::chrono::steady_clock::time_point deadline) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    return static_cast<int>(std::max<std::int64_t>(left.count(), 1));
+}
+
 }  // namespace
 
 ApplicationService::ApplicationService(QDBusConnection bus) : bus_(std::move(bus)) {}
 
 ApplicationService::~ApplicationService() {
+    release();
     bus_.unregisterObject(kObjectPath);
 }
 
@@ -52,60 +81,102 @@ ApplicationService::Role ApplicationService::claim() {
                   answer.error().message().toStdString());
         return Role::alone;
     }
-    return answer == QDBusConnectionInterface::ServiceRegistered ? Role::first : Role::second;
+    isFirst_ = answer == QDBusConnectionInterface::ServiceRegistered;
+    return isFirst_ ? Role::first : Role::second;
 }
 
-std::string ApplicationService::handOver(const LaunchRequest& request, std::chrono::milliseconds deadline) {
-    QStringList urls;
-    for (const std::string& url : request.urls) {
-        urls.append(QString::fromStdString(url));
-    }
-    QVariantMap platformData;
-    if (!request.activationToken.empty()) {
-        const QString token = QString::fromStdString(request.activationToken);
-        platformData = {{kTokenKey, token}, {kStartupIdKey, token}};
-    }
-    QDBusMessage message = QDBusMessage::createMethodCall(kApplicationName, kObjectPath, kInterface,
-                                                          urls.isEmpty() ? "Activate" : "Open");
-    if (!urls.isEmpty()) {
-        message << urls;
-    }
-    message << platformData;
-    const QDBusMessage answer = bus_.call(message, QDBus::Block, static_cast<int>(deadline.count()));
-    return answer.type() == QDBusMessage::ReplyMessage ? std::string() : answer.errorMessage().toStdString();
-}
-
-void ApplicationService::setHandler(std::function<void(const LaunchRequest&)> handler) {
-    handler_ = std::move(handler);
-    if (!handler_) {
+void ApplicationService::release() {
+    handler_ = nullptr;
+    if (!std::exchange(isFirst_, false) || !bus_.isConnected()) {
         return;
     }
-    for (const LaunchRequest& request : std::exchange(waiting_, {})) {
-        deliver(request);
+    bus_.interface()->setTimeout(kReleaseMilliseconds);
+    const auto answer = bus_.interface()->unregisterService(kApplicationName);
+    if (!answer.isValid()) {
+        TLOG_WARN("The session bus does not take the agent's name back: {}",
+                  answer.error().message().toStdString());
     }
+    // From here on nobody finds us. Whose request has arrived but was not looked at is told that it found no
+    // object.
+    bus_.unregisterObject(kObjectPath);
+    QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
 }
 
-void ApplicationService::deliver(const LaunchRequest& request) const {
-    try {
-        handler_(request);
-    } catch (const std::exception& e) {
-        TLOG_ERROR("A request to open something failed: {}", e.what());
+QString ApplicationService::owner() const {
+    return bus_.interface()->serviceOwner(kApplicationName).value();
+}
+
+ApplicationService::Launch ApplicationService::claimOrHandOver(LaunchRequest& request,
+                                                               std::chrono::milliseconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    Launch launch{claim(), {}};
+    while (launch.role == Role::second) {
+        const QString asked = owner();
+        launch.failure = handOver(request, deadline);
+        if (launch.failure.empty()) {
+            return launch;
+        }
+        const Role again = claim();
+        if (again == Role::first) {
+            return {again, {}};
+        }
+        if (again == Role::alone || owner() == asked || std::chrono::steady_clock::now() >= deadline) {
+            return launch;
+        }
     }
+    return launch;
+}
+
+// In as many messages as it takes.
+std::string ApplicationService::handOver(LaunchRequest& request,
+                                         std::chrono::steady_clock::time_point deadline) {
+    do {
+        const auto end = request.urls.begin() + std::min<std::ptrdiff_t>(std::ssize(request.urls), kMostUrls);
+        QStringList urls;
+        std::transform(request.urls.begin(), end, std::back_inserter(urls), &QString::fromStdString);
+        const QDBusMessage answer = bus_.call(RequestMessage(urls, request.activationToken), QDBus::Block,
+                                              MillisecondsUntil(deadline));
+        if (answer.type() != QDBusMessage::ReplyMessage) {
+            return answer.errorMessage().toStdString();
+        }
+        request.urls.erase(request.urls.begin(), end);
+        request.activationToken.clear();
+    } while (!request.urls.empty());
+    return {};
+}
+
+void ApplicationService::setHandler(std::function<std::size_t(const LaunchRequest&)> handler) {
+    handler_ = std::move(handler);
 }
 
 void ApplicationService::Activate(const QVariantMap&) {}
 
 void ApplicationService::Open(const QStringList& urls, const QVariantMap& platformData) {
-    LaunchRequest request;
-    for (const QString& url : urls.first(std::min(urls.size(), kMostUrls))) {
-        request.urls.push_back(url.toStdString());
+    const auto handler = handler_;  // it may replace itself
+    if (!handler) {
+        refuse(QDBusError::Failed, "the agent is not running");
+        return;
     }
-    request.activationToken = TokenOf(platformData);
-    if (handler_) {
-        deliver(request);
-    } else if (waiting_.size() < kMostWaiting) {
-        waiting_.push_back(std::move(request));
+    if (urls.size() > kMostUrls) {
+        refuse(QDBusError::LimitsExceeded, fmt::format("more than {} URLs in one request", kMostUrls));
+        return;
     }
+    LaunchRequest request{{}, TokenOf(platformData)};
+    std::transform(urls.begin(), urls.end(), std::back_inserter(request.urls),
+                   std::mem_fn(&QString::toStdString));
+    try {
+        if (const std::size_t dropped = handler(request); dropped != 0) {
+            refuse(QDBusError::LimitsExceeded,
+                   fmt::format("{} of {} URLs are dropped: too many are waiting", dropped, urls.size()));
+        }
+    } catch (const std::exception& e) {
+        TLOG_ERROR("A request to open something failed: {}", e.what());
+        refuse(QDBusError::Failed, e.what());
+    }
+}
+
+void ApplicationService::refuse(QDBusError::ErrorType type, const std::string& why) const {
+    sendErrorReply(type, QString::fromStdString(why));
 }
 
 void ApplicationService::ActivateAction(const QString&, const QVariantList&, const QVariantMap&) {}

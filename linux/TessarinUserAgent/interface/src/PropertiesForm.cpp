@@ -24,22 +24,24 @@ QString ToQString(const std::string& text) {
 
 }  // namespace
 
-PropertiesForm::PropertiesForm(std::unique_ptr<FileFiltersViewController> controller,
-                               std::function<void()> willClose)
+PropertiesForm::PropertiesForm(std::function<void()> willClose)
     : QDialog(nullptr, kWindowKind),
       ui_(std::make_unique<Ui::PropertiesForm>()),
-      controller_(std::move(controller)),
       willClose_(std::move(willClose)) {
     ui_->setupUi(this);
     setSizeGripEnabled(false);
     setUpLabels();
-    setUpTable();
-    controller_->viewDidLoad(*this);
-    ui_->tableView->setFocus();  // not the path, which would show its beginning only
     connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, this, &QWidget::close);
 }
 
 PropertiesForm::~PropertiesForm() = default;
+
+void PropertiesForm::load(std::unique_ptr<FileFiltersViewController> controller) {
+    controller_ = std::move(controller);
+    setUpTable();
+    controller_->viewDidLoad(*this);
+    ui_->tableView->setFocus();  // not the path, which would show its beginning only
+}
 
 void PropertiesForm::setUpLabels() {
     for (QLabel* label : {ui_->fileStateLabel, ui_->totalRiskLabel, ui_->totalSensetiveRiskLabel,

@@ -17,9 +17,12 @@ class PropertiesForm : public QDialog, private FileFiltersView {
     Q_OBJECT
 
  public:
-    // Fills itself from the controller. `willClose` is called once, when the user closes the window.
-    PropertiesForm(std::unique_ptr<FileFiltersViewController> controller, std::function<void()> willClose);
+    // `willClose` is called once, when the user closes the window.
+    explicit PropertiesForm(std::function<void()> willClose);
     ~PropertiesForm() override;
+
+    // Fills itself from the controller; once.
+    void load(std::unique_ptr<FileFiltersViewController> controller);
 
     void reject() override { close(); }
 
@@ -45,7 +48,7 @@ class PropertiesForm : public QDialog, private FileFiltersView {
     void setUpTable();
 
     const std::unique_ptr<Ui::PropertiesForm> ui_;
-    const std::shared_ptr<const FileFiltersViewController> controller_;
+    std::shared_ptr<const FileFiltersViewController> controller_;
     std::function<void()> willClose_;
 };
 

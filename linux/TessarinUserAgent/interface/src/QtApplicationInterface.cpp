@@ -16,8 +16,7 @@ namespace {
 
 class FormWindow : public PropertiesWindow {
  public:
-    FormWindow(std::unique_ptr<PropertiesForm> form, std::string activationToken)
-        : form_(form.release()), activationToken_(std::move(activationToken)) {}
+    explicit FormWindow(std::function<void()> willClose) : form_(new PropertiesForm(std::move(willClose))) {}
     ~FormWindow() override {
         form_->hide();
         form_->deleteLater();  // it may be in the middle of its own event
@@ -25,14 +24,15 @@ class FormWindow : public PropertiesWindow {
     FormWindow(const FormWindow&) = delete;
     FormWindow& operator=(const FormWindow&) = delete;
 
-    void show() override {
+    void show(std::unique_ptr<FileFiltersViewController> controller,
+              const std::string& activationToken) override {
+        form_->load(std::move(controller));
         form_->centre();
-        ShowActivated(*form_, activationToken_);
+        ShowActivated(*form_, activationToken);
     }
 
  private:
     PropertiesForm* const form_;
-    const std::string activationToken_;
 };
 
 }  // namespace
@@ -51,10 +51,9 @@ std::shared_ptr<StatusItem> QtApplicationInterface::createStatusItem(std::functi
 }
 
 std::unique_ptr<PropertiesWindow> QtApplicationInterface::createPropertiesWindow(
-    std::unique_ptr<FileFiltersViewController> controller, std::function<void()> willClose) {
+    std::function<void()> willClose) {
     try {
-        auto form = std::make_unique<PropertiesForm>(std::move(controller), std::move(willClose));
-        return std::make_unique<FormWindow>(std::move(form), std::exchange(activationToken_, {}));
+        return std::make_unique<FormWindow>(std::move(willClose));
     } catch (const std::exception& e) {
         TLOG_ERROR("A properties window cannot be made: {}", e.what());
         return nullptr;

@@ -12,8 +12,7 @@ class AppKitInterface final : public ApplicationInterface {
     explicit AppKitInterface(::AppDelegate* delegate) : delegate_(delegate) {}
 
     std::shared_ptr<StatusItem> createStatusItem(std::function<void()> menuNeedsUpdate) override;
-    std::unique_ptr<PropertiesWindow> createPropertiesWindow(
-        std::unique_ptr<FileFiltersViewController> controller, std::function<void()> willClose) override;
+    std::unique_ptr<PropertiesWindow> createPropertiesWindow(std::function<void()> willClose) override;
     void scheduleRepeatingTimer(std::chrono::seconds interval, std::function<void()> tick) override;
 
  private:

@@ -53,11 +53,12 @@ NSWindow* CreateWindow(NSViewController* content) {
 
 class AppKitPropertiesWindow final : public PropertiesWindow {
  public:
-    AppKitPropertiesWindow(PropertiesWindowController* controller, ::AppDelegate* delegate)
-        : controller_(controller), delegate_(delegate) {}
+    AppKitPropertiesWindow(::FileFiltersViewController* content, ::AppDelegate* delegate,
+                           std::function<void()> willClose)
+        : content_(content), delegate_(delegate), willClose_(std::move(willClose)) {}
     ~AppKitPropertiesWindow() override {
         if (controller_.willClose == nil) {
-            return;  // the user is closing it
+            return;  // never shown, or the user is closing it
         }
         controller_.willClose = nil;
         controller_.window.delegate = nil;
@@ -70,7 +71,14 @@ class AppKitPropertiesWindow final : public PropertiesWindow {
     AppKitPropertiesWindow(const AppKitPropertiesWindow&) = delete;
     AppKitPropertiesWindow& operator=(const AppKitPropertiesWindow&) = delete;
 
-    void show() override {
+    void show(std::unique_ptr<FileFiltersViewController> controller,
+              const std::string& /*activationToken*/) override {
+        [content_ setContent:std::move(controller)];
+        controller_ = [[PropertiesWindowController alloc] initWithWindow:CreateWindow(content_)];
+        const std::function<void()> willClose = willClose_;
+        controller_.willClose = ^{
+          willClose();
+        };
         [controller_ showWindow:nil];
         ::AppDelegate* const delegate = delegate_;
         controller_.window.delegate = delegate;
@@ -81,8 +89,10 @@ class AppKitPropertiesWindow final : public PropertiesWindow {
     }
 
  private:
-    PropertiesWindowController* const controller_;
+    ::FileFiltersViewController* const content_;
     __weak ::AppDelegate* const delegate_;
+    const std::function<void()> willClose_;
+    PropertiesWindowController* controller_ = nil;  // until it is shown
 };
 
 }  // namespace
@@ -100,19 +110,12 @@ std::shared_ptr<StatusItem> AppKitInterface::createStatusItem(std::function<void
     return std::make_shared<AppKitStatusItem>(item);
 }
 
-std::unique_ptr<PropertiesWindow> AppKitInterface::createPropertiesWindow(
-    std::unique_ptr<FileFiltersViewController> controller, std::function<void()> willClose) {
+std::unique_ptr<PropertiesWindow> AppKitInterface::createPropertiesWindow(std::function<void()> willClose) {
     ::FileFiltersViewController* const content = LoadFileFiltersViewController();
     if (content == nil) {
         return nullptr;
     }
-    [content setContent:std::move(controller)];
-    PropertiesWindowController* const windowController =
-        [[PropertiesWindowController alloc] initWithWindow:CreateWindow(content)];
-    windowController.willClose = ^{
-      willClose();
-    };
-    return std::make_unique<AppKitPropertiesWindow>(windowController, delegate_);
+    return std::make_unique<AppKitPropertiesWindow>(content, delegate_, std::move(willClose));
 }
 
 void AppKitInterface::scheduleRepeatingTimer(std::chrono::seconds interval, std::function<void()> /*tick*/) {

@@ -2,18 +2,25 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusPendingCall>
 #include <atomic>
+#include <exception>
 #include <thread>
 
 #include "linux_interface/ApplicationService.h"
 #include "support/LogCapture.h"
 #include "support/PrivateBus.h"
+#include "support/WaitFor.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
 using useragent::ApplicationService;
 using useragent::LaunchRequest;
 
@@ -25,32 +32,67 @@ QDBusConnection Connect(const fake::PrivateBus& bus) {
                                          "application-test-" + QString::number(++number));
 }
 
+// A launch of the program while this thread is the agent that runs: on a thread of its own.
+class OtherLaunch {
+ public:
+    OtherLaunch(const fake::PrivateBus& bus, LaunchRequest request, std::chrono::milliseconds patience)
+        : request_(std::move(request)), service_(Connect(bus)), thread_([this, patience] {
+              result_ = service_.claimOrHandOver(request_, patience);
+              done_ = true;
+          }) {}
+    ~OtherLaunch() {
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+    }
+    OtherLaunch(const OtherLaunch&) = delete;
+    OtherLaunch& operator=(const OtherLaunch&) = delete;
+
+    ApplicationService::Launch result() {
+        EXPECT_TRUE(fake::WaitFor([this] { return done_.load(); }, 2 * kPatience));
+        thread_.join();
+        return result_;
+    }
+    // What nobody has taken, once there is a result.
+    const LaunchRequest& left() const { return request_; }
+
+ private:
+    LaunchRequest request_;
+    ApplicationService service_;
+    ApplicationService::Launch result_;
+    std::atomic<bool> done_ = false;
+    std::thread thread_;
+};
+
 class ApplicationServiceTest : public testing::Test {
  protected:
-    // Hands over from a thread of its own while this one serves.
-    std::string handOver(const LaunchRequest& request, std::chrono::milliseconds deadline = kPatience) {
-        ApplicationService second(Connect(bus));
-        EXPECT_EQ(second.claim(), ApplicationService::Role::second);
-        std::string failure;
-        std::atomic<bool> done = false;
-        std::thread launcher([&] {
-            failure = second.handOver(request, deadline);
-            done = true;
-            done.notify_all();
-        });
-        while (!done) {
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        }
-        launcher.join();
-        return failure;
+    // Why it failed; empty when it did not.
+    std::string handOver(const LaunchRequest& request, std::chrono::milliseconds patience = kPatience) {
+        OtherLaunch second(bus, request, patience);
+        const ApplicationService::Launch result = second.result();
+        EXPECT_EQ(result.role, ApplicationService::Role::second);
+        return result.failure;
     }
     void handle(ApplicationService& service) {
         service.setHandler([this](const LaunchRequest& request) {
-            for (const std::string& url : request.urls) {
-                urls.push_back(url);
-            }
+            urls.insert(urls.end(), request.urls.begin(), request.urls.end());
             tokens.push_back(request.activationToken);
+            return std::size_t{0};
         });
+    }
+    static std::vector<std::string> manyUrls(int count) {
+        std::vector<std::string> many;
+        for (int number = 0; number < count; ++number) {
+            many.push_back("tessarin-scheme://" + std::to_string(number));
+        }
+        return many;
+    }
+    static QDBusPendingCall open(const QDBusConnection& connection, const QStringList& urls) {
+        QDBusMessage message =
+            QDBusMessage::createMethodCall(useragent::kApplicationName, "/com/tessarin/TessarinUserAgent",
+                                           "org.freedesktop.Application", "Open");
+        message << urls << QVariantMap();
+        return connection.asyncCall(message, static_cast<int>(std::chrono::milliseconds(kPatience).count()));
     }
 
     fake::PrivateBus bus;
@@ -75,13 +117,88 @@ TEST_F(ApplicationServiceTest, ALaunchWithoutUrlsChangesNothing) {
     EXPECT_TRUE(tokens.empty());
 }
 
-TEST_F(ApplicationServiceTest, RequestsThatComeBeforeThereIsAHandlerWaitForIt) {
+TEST_F(ApplicationServiceTest, ALaunchThatFindsNobodyIsTheFirstAndKeepsItsRequest) {
+    OtherLaunch launch(bus, {{"tessarin-scheme://a"}, "token"}, kPatience);
+    EXPECT_EQ(launch.result().role, ApplicationService::Role::first);
+    EXPECT_THAT(launch.left().urls, ElementsAre("tessarin-scheme://a"));
+    EXPECT_EQ(launch.left().activationToken, "token");
+}
+
+TEST_F(ApplicationServiceTest, TheNameIsFreeAsSoonAsTheFirstReleasesIt) {
+    ApplicationService first(Connect(bus));
+    ASSERT_EQ(first.claim(), ApplicationService::Role::first);
+    first.release();
+    ApplicationService next(Connect(bus));
+    EXPECT_EQ(next.claim(), ApplicationService::Role::first);
+    first.release();
+    EXPECT_EQ(first.claim(), ApplicationService::Role::second) << "what is not its own it does not release";
+}
+
+TEST_F(ApplicationServiceTest, ARequestThatArrivesWhileTheFirstLeavesIsRefusedAtOnce) {
     ApplicationService first(Connect(bus));
     first.claim();
-    EXPECT_EQ(handOver({{"tessarin-scheme://a"}, {}}), "");
-    EXPECT_TRUE(urls.empty());
     handle(first);
+    const QDBusConnection sender = Connect(bus);
+    const QDBusPendingCall request = open(sender, {"tessarin-scheme://a"});
+    // Messages of one sender are passed on in order: the request is there before this is answered.
+    ASSERT_TRUE(sender.interface()->isServiceRegistered(useragent::kApplicationName).value());
+    first.release();
+    ASSERT_TRUE(fake::WaitInHandler([&] { return request.isFinished(); }));
+    EXPECT_TRUE(request.isError());
+    EXPECT_EQ(request.error().type(), QDBusError::UnknownObject);
+    EXPECT_THAT(urls, IsEmpty());
+}
+
+TEST_F(ApplicationServiceTest, ALaunchWhoseFirstHasLeftBecomesTheFirstWithItsRequest) {
+    ApplicationService first(Connect(bus));
+    first.claim();
+    first.setHandler([&first](const LaunchRequest&) -> std::size_t {
+        first.release();
+        throw std::runtime_error("leaving");
+    });
+    OtherLaunch second(bus, {{"tessarin-scheme://a", "tessarin-scheme://b"}, "token"}, kPatience);
+    EXPECT_EQ(second.result().role, ApplicationService::Role::first);
+    EXPECT_THAT(second.left().urls, ElementsAre("tessarin-scheme://a", "tessarin-scheme://b"));
+    EXPECT_EQ(second.left().activationToken, "token");
+}
+
+TEST_F(ApplicationServiceTest, ALaunchWhoseFirstHasLeftHandsOverToTheNextOne) {
+    ApplicationService first(Connect(bus));
+    ApplicationService next(Connect(bus));
+    first.claim();
+    handle(next);
+    first.setHandler([&](const LaunchRequest&) -> std::size_t {
+        first.release();
+        EXPECT_EQ(next.claim(), ApplicationService::Role::first);
+        throw std::runtime_error("leaving");
+    });
+    EXPECT_EQ(handOver({{"tessarin-scheme://a"}, {}}), "");
     EXPECT_THAT(urls, ElementsAre("tessarin-scheme://a"));
+}
+
+TEST_F(ApplicationServiceTest, OfSeveralMessagesOnlyWhatWasNotTakenIsLeftToTheLaunchThatBecomesTheFirst) {
+    ApplicationService first(Connect(bus));
+    first.claim();
+    first.setHandler([&](const LaunchRequest& request) -> std::size_t {
+        if (!urls.empty()) {
+            first.release();
+            throw std::runtime_error("leaving");
+        }
+        urls = request.urls;
+        return 0;
+    });
+    OtherLaunch second(bus, {manyUrls(150), "token"}, kPatience);
+    EXPECT_EQ(second.result().role, ApplicationService::Role::first);
+    EXPECT_THAT(urls, SizeIs(100));
+    EXPECT_THAT(second.left().urls, SizeIs(50));
+    EXPECT_EQ(second.left().urls.front(), "tessarin-scheme://100");
+    EXPECT_EQ(second.left().activationToken, "") << "it went with the first message";
+}
+
+TEST_F(ApplicationServiceTest, WithoutAHandlerARequestIsRefused) {
+    ApplicationService first(Connect(bus));
+    first.claim();
+    EXPECT_THAT(handOver({{"tessarin-scheme://a"}, {}}), HasSubstr("not running"));
 }
 
 TEST_F(ApplicationServiceTest, AFirstThatDoesNotAnswerIsGivenUp) {
@@ -96,21 +213,52 @@ TEST_F(ApplicationServiceTest, WithoutABusTheProgramIsAlone) {
     EXPECT_EQ(service.claim(), ApplicationService::Role::alone);
 }
 
-TEST_F(ApplicationServiceTest, AnOverlongTokenAndMoreUrlsThanAnybodyOpensAreCut) {
+TEST_F(ApplicationServiceTest, MoreUrlsThanFitInOneMessageArriveInSeveral) {
     ApplicationService first(Connect(bus));
     first.claim();
     handle(first);
-    EXPECT_EQ(handOver({std::vector<std::string>(150, "x"), std::string(2000, 't')}), "");
-    EXPECT_EQ(urls.size(), 100U);
+    for (const int count : {100, 101, 250}) {
+        urls.clear();
+        tokens.clear();
+        EXPECT_EQ(handOver({manyUrls(count), "token"}), "");
+        EXPECT_EQ(urls, manyUrls(count));
+        std::vector<std::string> expected(static_cast<std::size_t>((count + 99) / 100));
+        expected.front() = "token";
+        EXPECT_EQ(tokens, expected);
+    }
+}
+
+TEST_F(ApplicationServiceTest, AMessageWithTooManyUrlsIsRefusedWhole) {
+    ApplicationService first(Connect(bus));
+    first.claim();
+    handle(first);
+    const QDBusPendingCall request = open(Connect(bus), QStringList(101, "tessarin-scheme://a"));
+    ASSERT_TRUE(fake::WaitFor([&] { return request.isFinished(); }));
+    EXPECT_EQ(request.error().type(), QDBusError::LimitsExceeded);
+    EXPECT_THAT(urls, IsEmpty());
+}
+
+TEST_F(ApplicationServiceTest, ALaunchIsToldHowManyUrlsWereDropped) {
+    ApplicationService first(Connect(bus));
+    first.claim();
+    first.setHandler([](const LaunchRequest&) { return std::size_t{2}; });
+    EXPECT_THAT(handOver({manyUrls(5), {}}), HasSubstr("2 of 5 URLs are dropped"));
+}
+
+TEST_F(ApplicationServiceTest, AnOverlongTokenIsLeftOut) {
+    ApplicationService first(Connect(bus));
+    first.claim();
+    handle(first);
+    EXPECT_EQ(handOver({{"tessarin-scheme://a"}, std::string(2000, 't')}), "");
     EXPECT_THAT(tokens, ElementsAre(""));
 }
 
-TEST_F(ApplicationServiceTest, AHandlerThatFailsIsLoggedAndAnswered) {
+TEST_F(ApplicationServiceTest, AHandlerThatFailsIsLoggedAndTold) {
     fake::LogCapture log;
     ApplicationService first(Connect(bus));
     first.claim();
-    first.setHandler([](const LaunchRequest&) { throw std::runtime_error("no window"); });
-    EXPECT_EQ(handOver({{"tessarin-scheme://a"}, {}}), "");
+    first.setHandler([](const LaunchRequest&) -> std::size_t { throw std::runtime_error("no window"); });
+    EXPECT_THAT(handOver({{"tessarin-scheme://a"}, {}}), HasSubstr("no window"));
     EXPECT_TRUE(log.contains("A request to open something failed: no window"));
 }
 

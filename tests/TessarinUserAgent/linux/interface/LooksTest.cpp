@@ -99,7 +99,8 @@ void ExpectWindowLike(const QPalette& palette, const char* name) {
     controller->setFileName("/home/someone/Documents/customers of the last quarter/customers-and-cards.csv");
     controller->setFiltersArray(
         {Record("E-mail addresses", "0", "0.5", "3"), Record("Payment card numbers", "1", "150", "2")});
-    useragent::PropertiesForm form(std::move(controller), [] {});
+    useragent::PropertiesForm form([] {});
+    form.load(std::move(controller));
     form.show();
     QCoreApplication::processEvents();
     ExpectLike(form.grab().toImage(), name, 4);

@@ -40,7 +40,8 @@ class PropertiesFormTest : public testing::Test {
             [] { return cmn::proto::TSettings(); }, [] { return kNow; }});
         controller->setFiltersArray(std::move(records));
         controller->setFileName(path);
-        form = std::make_unique<PropertiesForm>(std::move(controller), [this] { ++closed; });
+        form = std::make_unique<PropertiesForm>([this] { ++closed; });
+        form->load(std::move(controller));
         return *form;
     }
     template <typename Widget>
@@ -205,12 +206,14 @@ TEST_F(PropertiesFormTest, ManyRecordsAreRowsOfOneHeight) {
 TEST(QtApplicationInterfaceTest, AWindowGoesWithItsHandleEvenWhileItCloses) {
     useragent::QtApplicationInterface interface(nullptr);
     std::unique_ptr<useragent::PropertiesWindow> window;
-    window = interface.createPropertiesWindow(
-        std::make_unique<FileFiltersViewController>(FileFiltersViewController::Environment{
-            [] { return cmn::proto::TSettings(); }, [] { return kNow; }}),
-        [&window] { window.reset(); });
+    window = interface.createPropertiesWindow([&window] { window.reset(); });
     ASSERT_NE(window, nullptr);
-    window->show();
+    for (const QWidget* const made : QApplication::topLevelWidgets()) {
+        EXPECT_FALSE(made->isVisible());
+    }
+    window->show(std::make_unique<FileFiltersViewController>(FileFiltersViewController::Environment{
+                     [] { return cmn::proto::TSettings(); }, [] { return kNow; }}),
+                 {});
     const auto shown = QApplication::topLevelWidgets();
     ASSERT_EQ(shown.size(), 1);
     shown.first()->close();

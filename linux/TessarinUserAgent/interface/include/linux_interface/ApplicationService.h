@@ -1,12 +1,14 @@
 #pragma once
 
 #include <QDBusConnection>
+#include <QDBusContext>
+#include <QDBusError>
 #include <QObject>
 #include <QStringList>
 #include <QVariantMap>
 #include <chrono>
+#include <cstddef>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,7 +25,7 @@ struct LaunchRequest {
 
 // Makes the program one per session: the first owns a name on the session bus, the others hand their requests
 // over to it (org.freedesktop.Application). Main thread.
-class ApplicationService : public QObject {
+class ApplicationService : public QObject, protected QDBusContext {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Application")
 
@@ -34,19 +36,31 @@ class ApplicationService : public QObject {
         alone    // there is no bus to tell
     };
 
+    // URLs in one request; who has more sends several.
+    static constexpr int kMostUrls = 100;
+
     explicit ApplicationService(QDBusConnection bus);
-    ~ApplicationService() override;
+    ~ApplicationService() override;  // releases the name
 
     // Waits for the bus.
     Role claim();
 
-    // For the second: passes the request on. Empty when it was taken, else why not. Waits for the first at
-    // most that long.
-    std::string handOver(const LaunchRequest& request, std::chrono::milliseconds deadline);
+    // What became of a launch.
+    struct Launch {
+        Role role = Role::alone;
+        std::string failure;  // of the second: why the first did not take all; empty when it did
+    };
+    // Claims the name or, when somebody has it, hands the request over; when that one leaves meanwhile, once
+    // more. Waits for who has the name at most that long. What was handed over is no longer in the request.
+    Launch claimOrHandOver(LaunchRequest& request, std::chrono::milliseconds patience);
 
-    // Called with each request that arrives, on the event loop; those that came earlier follow at once. With
-    // none, requests wait.
-    void setHandler(std::function<void(const LaunchRequest&)> handler);
+    // Called with each request that arrives, on the event loop, and returns soon: the sender waits. Returns
+    // how many URLs it could not take; the sender is told. Without a handler requests are refused.
+    void setHandler(std::function<std::size_t(const LaunchRequest&)> handler);
+
+    // The first becomes nobody: gives the name back, then its object. Requests that are not answered yet are
+    // refused, so that their sender claims the name. May be called again.
+    void release();
 
  public slots:  // NOLINT(readability-redundant-access-specifiers)
     Q_SCRIPTABLE void Activate(const QVariantMap& platformData);
@@ -55,11 +69,13 @@ class ApplicationService : public QObject {
                                      const QVariantMap& platformData);
 
  private:
-    void deliver(const LaunchRequest& request) const;
+    std::string handOver(LaunchRequest& request, std::chrono::steady_clock::time_point deadline);
+    QString owner() const;
+    void refuse(QDBusError::ErrorType type, const std::string& why) const;
 
     QDBusConnection bus_;
-    std::function<void(const LaunchRequest&)> handler_;
-    std::vector<LaunchRequest> waiting_;
+    bool isFirst_ = false;
+    std::function<std::size_t(const LaunchRequest&)> handler_;
 };
 
 // The activation token of this process's own launch, removed from the environment.

@@ -2,8 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <string>
-#include <utility>
 
 #include "linux_statusitem/StatusMenu.h"
 #include "useragent/AppDelegate.h"
@@ -16,19 +14,14 @@ class QtApplicationInterface : public ApplicationInterface {
     explicit QtApplicationInterface(std::shared_ptr<StatusMenu> menu);
     ~QtApplicationInterface() override;
 
-    // What the launcher of the next window gave to let it take the focus; for one window.
-    void setActivationToken(std::string token) { activationToken_ = std::move(token); }
-
     std::shared_ptr<StatusItem> createStatusItem(std::function<void()> menuNeedsUpdate) override;
-    std::unique_ptr<PropertiesWindow> createPropertiesWindow(
-        std::unique_ptr<FileFiltersViewController> controller, std::function<void()> willClose) override;
+    std::unique_ptr<PropertiesWindow> createPropertiesWindow(std::function<void()> willClose) override;
     void scheduleRepeatingTimer(std::chrono::seconds interval, std::function<void()> tick) override;
 
  private:
     struct Timers;
 
     const std::shared_ptr<StatusMenu> menu_;
-    std::string activationToken_;
     const std::unique_ptr<Timers> timers_;
 };
 
