@@ -1,6 +1,7 @@
 """Requests for the properties of files, and the windows as a screen reader sees them."""
 
 import json
+import signal
 import subprocess
 import time
 from pathlib import Path
@@ -12,8 +13,10 @@ from stage import DesktopTest, main, wait_for
 from desktop.accessible import AccessibleDesktop, Node
 from desktop.bus import Bus
 from desktop.interface_tour import install_url_scheme, open_properties
+from desktop.status_items import StatusArea
 
 SERVICE = "com.tessarin.FinderExtension"
+APPLICATION = "com.tessarin.TessarinUserAgent"
 TITLE = "Tessarin Properties"
 SEALED = b"TESSARIN HOST SEALED FILE 1\n"
 PATIENCE = 30
@@ -170,6 +173,24 @@ class WindowsComeAndGo(PropertiesTest):
         wait_for(lambda: not self.windows(), PATIENCE, "the windows gone")
 
 
+    def test_a_launch_while_the_agent_ends_is_the_next_agent(self) -> None:
+        ending = self.agent.process
+        assert ending is not None
+        ending.terminate()
+        with Bus(self.desktop.session_address) as bus:
+            wait_for(lambda: bus.owner(APPLICATION) is None, PATIENCE, "the name free", pause=0.001)
+        launch = self.launch(url_for("/next"))
+        try:
+            (window,) = self.wait_windows(1)
+            self.assertIn("/next", self.texts(window))
+            self.assertIsNone(launch.poll())
+        finally:
+            launch.terminate()
+            out, err = launch.communicate(timeout=PATIENCE)
+        self.assertEqual((launch.returncode, out), (0, ""), err)
+        self.assertEqual(self.agent.end(), 0)
+
+
 class TheService(PropertiesTest):
     def settle(self) -> None:
         """Until the agent gets answers of the service again."""
@@ -198,6 +219,27 @@ class TheService(PropertiesTest):
         (window,) = self.wait_windows(1)
         self.assertIn("Pending scan", self.texts(window))
 
+    def test_hung_it_keeps_neither_launches_nor_the_menu_waiting_for_many_windows(self) -> None:
+        self.settle()
+        area = StatusArea(self.desktop.session_address)
+        self.addCleanup(area.close)
+        process = self.agent.process
+        assert process is not None and self.host.process is not None
+        item = area.wait_item(process.pid)
+        self.host.process.send_signal(signal.SIGSTOP)
+        self.addCleanup(self.agent.end)  # quicker than closing so many windows
+        self.addCleanup(self.host.process.send_signal, signal.SIGCONT)
+        count = 110  # more than fit in one message
+        start = time.monotonic()
+        self.request(*(url_for(f"/hung/{number}") for number in range(count)))
+        taken = time.monotonic() - start
+        item.menu()
+        menu = time.monotonic() - start - taken
+        windows = len(self.desktop.visible_windows(process.pid))
+        print(f"\n  {count} windows were taken after {taken:.1f} s, the menu was read within {menu:.1f} s, "
+              f"beside {windows} windows")
+        self.assertLess(windows, count)
+        wait_for(lambda: len(self.desktop.visible_windows(process.pid)) == count, 120, f"{count} windows", pause=1)
 
     def test_an_answer_that_is_200_ms_late_is_lost_and_the_next_window_has_those_in_time(self) -> None:
         self.host.end()

@@ -124,6 +124,8 @@ class _Reader:
         return tuple(self.read(inner) for inner in split_signature(kind[1:-1]))
 
 
+# Called with the arguments of a signal.
+Listener = Callable[[list], None]
 # What a served method gets: its arguments and the sender's bus name; it returns (signature, values).
 Method = Callable[[list, str], tuple[str, list]]
 
@@ -145,6 +147,7 @@ class Bus:
         self._lock = threading.Lock()
         self._replies: dict[int, queue.Queue] = {}
         self._methods: dict[tuple[str, str], Method] = {}
+        self._listeners: dict[tuple[str, str], Listener] = {}
         threading.Thread(target=self._read_loop, daemon=True).start()
         self.unique_name: str = self.call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                                           "Hello")[0]
@@ -202,6 +205,12 @@ class Bus:
     def serve(self, interface: str, member: str, method: Method) -> None:
         """Answers calls of `interface`.`member` at every object path."""
         self._methods[(interface, member)] = method
+
+    def listen(self, interface: str, member: str, listener: Listener) -> None:
+        """Signals of that name, whoever sends them; the listener runs on the reading thread."""
+        self._listeners[(interface, member)] = listener
+        self.call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "AddMatch", "s",
+                  (f"type='signal',interface='{interface}',member='{member}'",))
 
     def emit(self, path: str, interface: str, member: str, signature: str, arguments: tuple,
              destination: Optional[str] = None) -> None:
@@ -283,6 +292,10 @@ class Bus:
                             BusError(fields[_ERROR_NAME], str(values[0]) if values else ""))
         elif kind == _CALL:
             self._answer(serial, head[2], fields, values)
+        elif kind == _SIGNAL:
+            listener = self._listeners.get((fields[_INTERFACE], fields[_MEMBER]))
+            if listener is not None:
+                listener(values)
 
     def _answer(self, serial: int, flags: int, fields: dict, values: list) -> None:
         method = self._methods.get((fields.get(_INTERFACE, ""), fields[_MEMBER]))

@@ -56,6 +56,9 @@ class StatusItem:
                       bytes(properties.get("icon-data", [])))
                 for number, properties, _below in children]
 
+    def close_menu(self) -> None:
+        self._call_menu("Event", "isvu", (0, "closed", Variant("s", ""), 0))
+
     def labels(self) -> list[str]:
         return [entry.label for entry in self.menu() if not entry.separator]
 
