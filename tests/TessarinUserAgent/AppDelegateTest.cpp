@@ -97,6 +97,7 @@ TEST_F(AppDelegateTest, URLsFromBeforeTheLaunchAreOpenedInTheirOrderAfterTheFirs
     delegate->openURLs({"tessarin-scheme://showProperties?path=/first"});
     delegate->openURLs({"tessarin-scheme://showProperties?path=/second", "tessarin-scheme://other?path=/x"});
     EXPECT_THAT(interface->windows, IsEmpty());
+    interface->onCreateWindow = [this] { EXPECT_EQ(menu.fulldisk->contents.size(), 1U) << "not refreshed"; };
     delegate->applicationDidFinishLaunching();
     EXPECT_THAT(interface->windows, IsEmpty());
     dispatch->runUntilIdle();
