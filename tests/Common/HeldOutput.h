@@ -1,8 +1,10 @@
 #pragma once
 
 #include <condition_variable>
+#include <limits>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -39,6 +41,11 @@ class Written {
         const std::lock_guard lock(mutex_);
         accepts_ = false;
     }
+    // The files together have room for so many more bytes, at first without end.
+    void setRoom(std::size_t bytes) {
+        const std::lock_guard lock(mutex_);
+        room_ = bytes;
+    }
     void setTime(std::time_t time) {
         const std::lock_guard lock(mutex_);
         time_ = time;
@@ -71,13 +78,15 @@ class Written {
     bool held_ = false;
     bool stopped_ = false;
     bool accepts_ = true;
+    std::size_t room_ = std::numeric_limits<std::size_t>::max();
     std::time_t time_ = 1'000'000'000;
     int clockReads_ = 0;
     std::vector<Pass> passes_;
     std::string echoed_;
 };
 
-// Keeps what a log writes in memory. Empty texts (the log's test whether a file can be opened) never stop.
+// Keeps what a log writes in memory, also the beginning of a text that there is no room for. Empty texts (the
+// log's test whether a file can be opened) never stop.
 class HeldOutput : public cmn::LogOutput {
  public:
     explicit HeldOutput(std::shared_ptr<Written> written) : written_(std::move(written)) {}
@@ -87,17 +96,21 @@ class HeldOutput : public cmn::LogOutput {
         ++written_->clockReads_;
         return written_->time_;
     }
-    bool append(const std::string& file, std::string_view text) override {
+    std::optional<std::size_t> append(const char* file, std::string_view text) override {
         std::unique_lock lock(written_->mutex_);
-        if (text.empty())
-            return written_->accepts_;
-        written_->stopped_ = written_->held_;
-        written_->changed_.notify_all();
-        written_->changed_.wait(lock, [this] { return !written_->held_; });
-        written_->stopped_ = false;
-        if (written_->accepts_)
-            written_->passes_.push_back({file, std::string(text)});
-        return written_->accepts_;
+        if (!text.empty()) {
+            written_->stopped_ = written_->held_;
+            written_->changed_.notify_all();
+            written_->changed_.wait(lock, [this] { return !written_->held_; });
+            written_->stopped_ = false;
+        }
+        if (!written_->accepts_)
+            return std::nullopt;
+        const auto taken = text.substr(0, written_->room_);
+        written_->room_ -= taken.size();
+        if (!taken.empty())
+            written_->passes_.push_back({file, std::string(taken)});
+        return taken.size();
     }
     void echo(std::string_view text) override {
         const std::lock_guard lock(written_->mutex_);

@@ -2,6 +2,7 @@
 #include <stdlib.h>
 
 #include <chrono>
+#include <functional>
 #include <future>
 #include <limits>
 #include <memory>
@@ -21,6 +22,7 @@ using fake::Written;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+constexpr std::size_t kMiB = 1 << 20;
 constexpr auto kOverflowNotice = "The logs were removed from the queue because it overflowed";
 
 std::vector<std::string> Lines(const std::string& text) {
@@ -46,6 +48,12 @@ class LogFileTest : public testing::Test {
     std::string finish() {
         log_.reset();
         return written_->text();
+    }
+
+    // One line in a pass of its own, which is over when this returns.
+    void writeNow(const std::string& text) {
+        log_->log(text);
+        ASSERT_TRUE(log_->waitUntilWritten(std::chrono::minutes(1)));
     }
 
     std::shared_ptr<Written> written_ = std::make_shared<Written>();
@@ -201,6 +209,74 @@ TEST_F(LogFileTest, OverflowCountsTheNoticeAsALine) {
     EXPECT_EQ(lines.back(), "149999");
 }
 
+TEST_F(LogFileTest, KeepsFullQueueOf64MiBOfText) {
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    for (int i = 0; i < 64; ++i)
+        log_->log(std::string(kMiB, static_cast<char>('0' + i)));
+    log_->log("");
+    written_->release();
+    finish();
+    const auto lines = Lines(written_->passes().at(1).text);
+    ASSERT_EQ(lines.size(), 65U);
+    EXPECT_EQ(lines[0], std::string(kMiB, '0'));
+}
+
+TEST_F(LogFileTest, OverflowOfTextKeepsTheNewestHalfBehindTheNotice) {
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    for (int i = 0; i < 64; ++i)
+        log_->log(std::string(kMiB, static_cast<char>('0' + i)));
+    log_->log("x");
+    written_->release();
+    finish();
+    const auto lines = Lines(written_->passes().at(1).text);
+    // The last 31 of those and the newest line: with one more it were above the half.
+    ASSERT_EQ(lines.size(), 1U + 31U + 1U);
+    EXPECT_EQ(lines[0], kOverflowNotice);
+    for (std::size_t i = 1; i <= 31; ++i)
+        ASSERT_EQ(lines[i], std::string(kMiB, static_cast<char>('0' + 32 + i)));
+    EXPECT_EQ(lines.back(), "x");
+}
+
+TEST_F(LogFileTest, ALineLongerThanTheQueueIsKeptUntilTheNext) {
+    const std::string longer(65 * kMiB, 'l');
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    log_->log("second");
+    log_->log(longer);
+    written_->release();
+    ASSERT_TRUE(log_->waitUntilWritten(std::chrono::minutes(1)));
+    written_->hold();
+    log_->log("third");
+    written_->waitForStop();
+    log_->log(longer);
+    log_->log("fourth");
+    written_->release();
+    finish();
+    const auto passes = written_->passes();
+    ASSERT_EQ(passes.size(), 4U);
+    EXPECT_TRUE(passes[1].text == std::string(kOverflowNotice) + "\n" + longer + "\n");
+    EXPECT_EQ(passes[3].text, std::string(kOverflowNotice) + "\nfourth\n");
+}
+
+TEST_F(LogFileTest, AStuckDiskHoldsNoMoreThanTheQueueMay) {
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    const std::string line(20'000, 'x');
+    for (int i = 0; i < 99'999; ++i)
+        log_->log(line);
+    written_->release();
+    finish();
+    const auto text = written_->passes().at(1).text;
+    EXPECT_LE(text.size(), 65 * kMiB);
+    EXPECT_THAT(text.substr(0, 100), testing::StartsWith(kOverflowNotice));
+}
+
 TEST_F(LogFileTest, OverflowNoticePassesAtLevelSilent) {
     log_->setLogLevel(LogLevel::Silent);
     written_->hold();
@@ -268,6 +344,21 @@ TEST_F(LogFileTest, WritesEverythingBeforeItEnds) {
     EXPECT_EQ(lines.back(), "999");
 }
 
+TEST_F(LogFileTest, CanBeWaitedForUntilWhatWasHandedInIsWritten) {
+    EXPECT_TRUE(log_->waitUntilWritten(std::chrono::milliseconds(0)));
+    written_->hold();
+    log_->log("first");
+    written_->waitForStop();
+    log_->log("second");
+    EXPECT_FALSE(log_->waitUntilWritten(std::chrono::milliseconds(5)));
+    written_->release();
+    EXPECT_TRUE(log_->waitUntilWritten(std::chrono::minutes(1)));
+    EXPECT_EQ(written_->text(), "first\nsecond\n");
+    log_->close();
+    log_->log("late");
+    EXPECT_TRUE(log_->waitUntilWritten(std::chrono::milliseconds(0)));
+}
+
 TEST_F(LogFileTest, WritesLinesOfLatecomersAtOnce) {
     log_->log("early");
     log_->close();
@@ -288,16 +379,69 @@ TEST_F(LogFileTest, ProducersAndTheNameNeverWaitForTheDisk) {
     EXPECT_THAT(Lines(finish()), ElementsAre("first", "[ERROR] [2001.09.09 04:46:40] second"));
 }
 
-TEST_F(LogFileTest, SettersWaitForThePassInProgress) {
+TEST_F(LogFileTest, EverySetterWaitsForThePassInProgress) {
+    const std::vector<std::function<void()>> setters = {
+        [&] { log_->setLogLevel(LogLevel::Trace); },
+        [&] { log_->setLogConsole(true); },
+        [&] { log_->setLogMaxSize(10); },
+        [&] { log_->setFileCount(3); },
+        [&] { log_->setLogFileExtension("txt"); },
+        [&] { log_->setLogPath("/no such folder/stem"); },
+    };
     written_->hold();
-    log_->log("first");
+    log_->log("line");
     written_->waitForStop();
-    auto set = std::async(std::launch::async, [&] { log_->setLogPath("/no such folder/stem"); });
-    EXPECT_EQ(set.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    std::vector<std::future<void>> running;
+    running.reserve(setters.size());
+    for (const auto& setter : setters)
+        running.push_back(std::async(std::launch::async, setter));
+    for (auto& setter : running)
+        EXPECT_EQ(setter.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_FALSE(log_->enabled(LogLevel::Trace));
     EXPECT_EQ(log_->getLogPath(), "_0.log");
     written_->release();
-    set.get();
-    EXPECT_EQ(log_->getLogPath(), "/no such folder/stem_0.log");
+    for (auto& setter : running)
+        setter.get();
+    EXPECT_TRUE(log_->enabled(LogLevel::Trace));
+    EXPECT_EQ(log_->getLogPath(), "/no such folder/stem_0.txt");
+    finish();
+    EXPECT_EQ(written_->echoed(), "");
+}
+
+TEST_F(LogFileTest, EchoesTheRestOfATextThatDoesNotFitAndBeginsALineOfItsOwnLater) {
+    written_->setRoom(6);
+    writeNow("first");
+    written_->setRoom(9);
+    writeNow("second line");
+    written_->setRoom(0);
+    writeNow("third");
+    written_->setRoom(100);
+    writeNow("fourth");
+    writeNow("fifth");
+    EXPECT_EQ(finish(), "first\nsecond li\nfourth\nfifth\n");
+    EXPECT_EQ(written_->echoed(), "ne\nthird\n");
+}
+
+TEST_F(LogFileTest, EchoesWholeLinesWhenTheConsoleIsOnAndTheDiskIsFull) {
+    log_->setLogConsole(true);
+    written_->setRoom(3);
+    writeNow("first");
+    written_->setRoom(100);
+    writeNow("second");
+    EXPECT_EQ(finish(), "fir\nsecond\n");
+    EXPECT_EQ(written_->echoed(), "first\nsecond\n");
+}
+
+TEST_F(LogFileTest, AnotherFileBeginsWithoutAnEmptyLine) {
+    written_->setRoom(3);
+    writeNow("first");
+    written_->setRoom(100);
+    log_->setLogFileExtension("txt");
+    writeNow("second");
+    log_->setLogFileExtension("log");
+    writeNow("third");
+    EXPECT_EQ(finish(), "firsecond\n\nthird\n");
+    EXPECT_EQ(written_->passes().at(1).file, "_0.txt");
 }
 
 TEST_F(LogFileTest, KeepsTheOrderOfEachThread) {

@@ -1,14 +1,15 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <ctime>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "FileSizeLimit.h"
 #include "common/LogFile.h"
 #include "common/fs.h"
 #include "support/LogCapture.h"
@@ -19,17 +20,38 @@ namespace {
 
 namespace fs = std::filesystem;
 using std::chrono::hours;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
+
+constexpr std::uintmax_t kDefaultMaxSize = 15'728'640;
+
+// The process's working folder while it lives.
+class WorkingFolder {
+ public:
+    explicit WorkingFolder(const fs::path& folder) { fs::current_path(folder); }
+    ~WorkingFolder() { fs::current_path(before_); }
+    WorkingFolder(const WorkingFolder&) = delete;
+    WorkingFolder& operator=(const WorkingFolder&) = delete;
+
+ private:
+    const fs::path before_ = fs::current_path();
+};
 
 // Writes files as the log does, and keeps what would have gone to the standard error stream.
 class CapturingOutput : public cmn::LogOutput {
  public:
     explicit CapturingOutput(std::shared_ptr<std::string> echoed) : echoed_(std::move(echoed)) {}
+    CapturingOutput(std::shared_ptr<std::string> echoed, std::size_t room)
+        : echoed_(std::move(echoed)), room_(room) {}
     void echo(std::string_view text) override { *echoed_ += text; }
+    std::optional<std::size_t> append(const char* file, std::string_view text) override {
+        return LogOutput::append(file, text.substr(0, room_));
+    }
 
  private:
     std::shared_ptr<std::string> echoed_;
+    const std::size_t room_ = std::string::npos;  // bytes that a file takes of a text
 };
 
 class LogRingTest : public testing::Test {
@@ -49,7 +71,16 @@ class LogRingTest : public testing::Test {
         log_->setLogMaxSize(maxSize);
         log_->setFileCount(fileCount);
     }
-    // One pass of the writer, done when this returns.
+    void startWithDefaults() {
+        log_ = std::make_unique<cmn::LogFile>(std::make_unique<CapturingOutput>(echoed_));
+        log_->setLogPath(stem());
+    }
+    // One line, written when this returns.
+    void write(const std::string& text) {
+        log_->log(text);
+        ASSERT_TRUE(log_->waitUntilWritten(std::chrono::minutes(1)));
+    }
+    // The same, and the log has ended.
     void pass(const std::string& text) {
         log_->log(text);
         log_.reset();
@@ -211,14 +242,58 @@ TEST_F(LogRingTest, WritesToStandardErrorWhenTheFolderVanishes) {
 }
 
 TEST_F(LogRingTest, WritesToStandardErrorWhenTheDiskIsFull) {
-    fs::create_symlink("/dev/full", file(0));
     start(10);
+    const fake::FileSizeLimit limit(0);
     log_->log(LogLevel::Error, "first");
     log_->log(std::string(1 << 20, 'a'));
     pass("last");
     EXPECT_THAT(*echoed_, StartsWith("[ERROR] ["));
     EXPECT_THAT(*echoed_, HasSubstr("first\n"));
     EXPECT_THAT(*echoed_, HasSubstr(std::string(1 << 20, 'a') + "\nlast\n"));
+    EXPECT_EQ(content(0), "");
+}
+
+TEST_F(LogRingTest, EachLineIsWrittenOnceAndWholeWhileTheDiskFillsUpAndHasRoomAgain) {
+    start(1'000'000);
+    {
+        const fake::FileSizeLimit limit(1'000);
+        for (int i = 100; i < 300; ++i)
+            log_->log("line " + std::to_string(i) + " of many");
+        write("the last one without room");
+    }
+    write("room again");
+    EXPECT_THAT(content(0), EndsWith(" of many\nroom again\n"));
+    std::string expected;
+    for (int i = 100; i < 300; ++i)
+        expected += "line " + std::to_string(i) + " of many\n";
+    const auto inFile = content(0).substr(0, content(0).find("room again"));
+    EXPECT_THAT(inFile.size(), testing::AllOf(testing::Gt(900U), testing::Le(1'000U)));
+    EXPECT_EQ(inFile + *echoed_, expected + "the last one without room\n");
+}
+
+TEST_F(LogRingTest, AFileThatIsStartedAnewBeginsWithoutAnEmptyLine) {
+    log_ = std::make_unique<cmn::LogFile>(std::make_unique<CapturingOutput>(echoed_, 15));
+    log_->setLogPath(stem());
+    log_->setLogMaxSize(10);
+    log_->setFileCount(1);
+    write("longer than the room");
+    EXPECT_EQ(content(0), "longer than the");
+    pass("line");
+    EXPECT_EQ(content(0), "line\n");
+    EXPECT_EQ(*echoed_, " room\n");
+}
+
+TEST_F(LogRingTest, WritesThroughNoLink) {
+    cmn::StrToFile("mine", folder_ / "target");
+    fs::create_symlink(folder_ / "target", folder_ / "linked_0.log");
+    start(10);
+    log_->setLogPath((folder_ / "linked").string());
+    EXPECT_EQ(log_->getLogPath(), file(0));
+    fs::remove(file(0));
+    fs::create_symlink(folder_ / "target", file(0));
+    pass("line");
+    EXPECT_EQ(cmn::FileToStr(folder_ / "target"), "mine");
+    EXPECT_EQ(*echoed_, "line\n");
 }
 
 TEST_F(LogRingTest, GoesOnWhenTheNextFileCannotBeDeleted) {
@@ -259,21 +334,64 @@ TEST_F(LogRingTest, ManyThreadsFillARingWithoutLosingALineOfItsLastBatches) {
     EXPECT_EQ(*echoed_, "");
 }
 
-TEST(LogOutputTest, TakesTheTimeFromTheSystemClock) {
-    cmn::LogOutput output;
-    // Bounds from the same reading of the clock: a finer one may be a second ahead of it.
-    const auto before = std::time(nullptr);
-    const auto time = output.now();
-    const auto after = std::time(nullptr);
-    EXPECT_LE(before, time);
-    EXPECT_GE(after, time);
+TEST_F(LogRingTest, TurnsToTheNextFileAbove15MiBUnlessToldOtherwise) {
+    startWithDefaults();
+    fs::resize_file(file(0), kDefaultMaxSize);
+    write("line");
+    EXPECT_EQ(fs::file_size(file(0)), kDefaultMaxSize + 5);
+    fs::resize_file(file(0), kDefaultMaxSize + 1);
+    write("line");
+    EXPECT_EQ(fs::file_size(file(0)), kDefaultMaxSize + 1);
+    EXPECT_EQ(content(1), "line\n");
 }
 
-TEST(LogOutputTest, EchoesToTheStandardErrorStream) {
-    cmn::LogOutput output;
-    testing::internal::CaptureStderr();
-    output.echo(std::string_view("a\0b\n", 4));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string("a\0b\n", 4));
+TEST_F(LogRingTest, ResumesInAFileBelow15MiBUnlessToldOtherwise) {
+    makeFile(0, kDefaultMaxSize);
+    makeFile(1, kDefaultMaxSize - 1);
+    startWithDefaults();
+    EXPECT_EQ(log_->getLogPath(), file(1));
+}
+
+TEST_F(LogRingTest, HasTwoFilesUnlessToldOtherwise) {
+    makeFile(0, kDefaultMaxSize + 1, hours(1));
+    makeFile(1, kDefaultMaxSize + 1, hours(2));
+    startWithDefaults();
+    EXPECT_EQ(log_->getLogPath(), file(1));
+    write("line");
+    EXPECT_EQ(log_->getLogPath(), file(0));
+    EXPECT_EQ(content(0), "line\n");
+    EXPECT_FALSE(fs::exists(file(2)));
+}
+
+TEST_F(LogRingTest, WithoutAStemTheFileGrowsOn) {
+    const WorkingFolder folder(folder_.path());
+    log_ = std::make_unique<cmn::LogFile>(std::make_unique<CapturingOutput>(echoed_));
+    log_->setLogMaxSize(10);
+    write("longer than the limit");
+    write("line");
+    EXPECT_EQ(log_->getLogPath(), "_0.log");
+    EXPECT_EQ(cmn::FileToStr(folder_ / "_0.log"), "longer than the limit\nline\n");
+    EXPECT_FALSE(fs::exists(folder_ / "_1.log"));
+}
+
+TEST_F(LogRingTest, TriesANewStemWithTheIndexOfTheCurrentFile) {
+    makeFile(0, 10);
+    start(10);
+    ASSERT_EQ(log_->getLogPath(), file(1));
+    const auto other = folder_ / "other";
+    log_->setLogPath(other.string());
+    EXPECT_TRUE(fs::exists(other.string() + "_1.log"));
+    EXPECT_FALSE(fs::exists(other.string() + "_0.log"));
+    EXPECT_EQ(log_->getLogPath(), other.string() + "_0.log");
+}
+
+TEST_F(LogRingTest, KeepsTheStemWhenTheNewOneHasNoFileOfTheCurrentIndex) {
+    makeFile(0, 10);
+    start(10);
+    ASSERT_EQ(log_->getLogPath(), file(1));
+    fs::create_directory(folder_ / "other_1.log");
+    log_->setLogPath((folder_ / "other").string());
+    EXPECT_EQ(log_->getLogPath(), file(1));
 }
 
 }  // namespace

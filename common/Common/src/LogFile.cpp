@@ -3,14 +3,14 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include <cstdio>
-#include <fstream>
+#include <algorithm>
+#include <optional>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 #include "common/SystemUtils.h"
 #include "common/fs.h"
+#include "fatal_signals.h"
 
 namespace cmn {
 
@@ -52,22 +52,6 @@ std::string FormatStamp(std::time_t time) {
 
 }  // namespace
 
-std::time_t LogOutput::now() {
-    // The system clock without its fraction, which would cost ten times as much.
-    return std::time(nullptr);
-}
-
-bool LogOutput::append(const std::string& file, std::string_view text) {
-    std::ofstream out(file, std::ios::binary | std::ios::app);
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-    out.close();
-    return out.good();
-}
-
-void LogOutput::echo(std::string_view text) {
-    std::fwrite(text.data(), 1, text.size(), stderr);
-}
-
 LogFile::LogFile() : LogFile(std::make_unique<LogOutput>()) {}
 
 LogFile::LogFile(std::unique_ptr<LogOutput> output)
@@ -91,23 +75,40 @@ void LogFile::log(LogLevel level, std::string_view message) {
     if (!enabled(level))
         return;
     const auto time = output_->now();
-    LogQueue late;
+    // Most lines need none of these queues, not even empty ones.
+    std::optional<LogQueue> own, dropped, late;
+    // A long line is copied before others have to wait for it.
+    if (message.size() > LogQueue::kChunkSize)
+        own.emplace().pushBack({level, message, time});
     bool wake = false;
+    std::uint64_t last = 0;
     {
         const std::lock_guard lock(queueMutex_);
-        queue_.pushBack({level, message, time});
+        if (own)
+            queue_.append(std::move(*own));
+        else
+            queue_.pushBack({level, message, time});
+        last = handedIn_.load(std::memory_order_relaxed) + 1;
+        handedIn_.store(last, std::memory_order_release);
         wake = std::exchange(writerWaits_, false);
-        if (queue_.size() > maxQueue_) {
-            queue_.dropOldest(maxQueue_ / 2);
+        if (const auto count = overflowingLines(); count > 0) {
+            dropped = queue_.dropOldest(count);
             queue_.pushFront({LogLevel::Unconditional, kOverflowNotice, time});
         }
         if (writerEnded_)
-            std::swap(late, queue_);
+            late.emplace().swap(queue_);
     }
     if (wake)
         queueCondition_.notify_all();
-    if (!late.empty())
-        writePass(late);
+    if (late)
+        writePass(*late, last);
+}
+
+// How many of the oldest lines have to go.
+std::size_t LogFile::overflowingLines() const {
+    const std::size_t lines = queue_.size() > maxQueue_ ? maxQueue_ / 2 : 0;
+    return queue_.textSize() > maxQueueText_ ? std::max(lines, queue_.countToLeave(maxQueueText_ / 2))
+                                             : lines;
 }
 
 void LogFile::log(std::string_view message) {
@@ -153,7 +154,7 @@ void LogFile::setLogPath(const std::string& stem) {
     if (stem.empty())
         return;
     const std::lock_guard lock(fileMutex_);
-    if (!output_->append(FileName(stem, curFile_, extension_), {}))
+    if (!output_->append(FileName(stem, curFile_, extension_).c_str(), {}))
         return;
     {
         const std::lock_guard name(nameMutex_);
@@ -206,20 +207,33 @@ void LogFile::RefreshCurFile() {
     setCurFile(oldest);
 }
 
+bool LogFile::waitUntilWritten(std::chrono::milliseconds limit) const noexcept {
+    const std::uint64_t last = handedIn_;
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (written_ < last) {
+        if (std::this_thread::get_id() == writerId_ || std::chrono::steady_clock::now() >= deadline)
+            return false;
+        ShortPause();
+    }
+    return true;
+}
+
 void LogFile::logHandler() {
+    writerId_ = std::this_thread::get_id();
     LogQueue batch;
-    while (nextBatch(batch))
-        writePass(batch);
+    std::uint64_t last = 0;
+    while (nextBatch(batch, last))
+        writePass(batch, last);
 }
 
 // Takes over what was queued, and leaves the memory of the last batch for what comes. Before the writer
 // sleeps it gives back what a burst has left.
-bool LogFile::nextBatch(LogQueue& batch) {
+bool LogFile::nextBatch(LogQueue& batch, std::uint64_t& last) {
     batch.clear();
     std::unique_lock lock(queueMutex_);
     if (queue_.empty() && batch.capacity() + queue_.capacity() > kKeptMemory) {
         LogQueue spare;
-        std::swap(spare, queue_);
+        spare.swap(queue_);
         lock.unlock();
         spare.release();
         batch.release();
@@ -231,29 +245,43 @@ bool LogFile::nextBatch(LogQueue& batch) {
         queueCondition_.wait(lock);
     }
     writerWaits_ = false;
-    std::swap(batch, queue_);
+    batch.swap(queue_);
+    last = handedIn_;
     writerEnded_ = batch.empty();
     return !batch.empty();
 }
 
-void LogFile::writePass(const LogQueue& batch) {
+void LogFile::writePass(const LogQueue& batch, std::uint64_t last) {
     const std::lock_guard lock(fileMutex_);
     rotate();
-    formatLines(batch);
     // With an empty stem the name is "_0.log" in the working directory; kept so.
-    const bool written = output_->append(fileName(curFile_), lines_);
-    // Also when the file opened but did not take the text (a full disk): the lines would be lost otherwise.
-    if (!written || console_)
-        output_->echo(lines_);
+    const auto file = fileName(curFile_);
+    const bool torn = file == tornFile_;
+    lines_.assign(torn ? 1 : 0, '\n');
+    const std::size_t begin = lines_.size();
+    formatLines(batch);
+    const std::size_t taken = output_->append(file.c_str(), lines_).value_or(0);
+    if (taken > 0 && lines_[taken - 1] != '\n')
+        tornFile_ = file;
+    else if (taken > 0 && torn)
+        tornFile_.clear();
+    // What no file took (a full disk, say) would be lost otherwise.
+    const auto echoed = std::string_view(lines_).substr(console_ ? begin : std::max(begin, taken));
+    if (!echoed.empty())
+        output_->echo(echoed);
     lines_.clear();
+    written_ = last;
 }
 
 void LogFile::rotate() {
     if (path_.empty() || FileSizeNoThrow(fileName(curFile_)) <= maxSize_)
         return;
     setCurFile((curFile_ + 1) % fileCount_);
+    const auto next = fileName(curFile_);
     std::error_code ignored;
-    std::filesystem::remove(fileName(curFile_), ignored);
+    std::filesystem::remove(next, ignored);
+    if (next == tornFile_)
+        tornFile_.clear();
 }
 
 void LogFile::releaseLines() {
@@ -262,7 +290,7 @@ void LogFile::releaseLines() {
 }
 
 void LogFile::formatLines(const LogQueue& batch) {
-    lines_.reserve(batch.textSize() + batch.size() * kPrefixSize);
+    lines_.reserve(lines_.size() + batch.textSize() + batch.size() * kPrefixSize);
     batch.forEach([this](const LogMessage& entry) {
         if (entry.level != LogLevel::Unconditional) {
             if (entry.time != stampTime_ || stamp_.empty()) {

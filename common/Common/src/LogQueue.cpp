@@ -1,44 +1,129 @@
 #include "common/LogQueue.h"
 
 #include <algorithm>
-#include <numeric>
+#include <utility>
 
 namespace cmn {
 
+namespace {
+
+constexpr std::size_t kChunkLines = 1'024;
+
+}  // namespace
+
+LogQueue::Chunk::Chunk(std::size_t lineCount, std::size_t textSize) {
+    lines.reserve(lineCount);
+    texts.reserve(textSize);
+}
+
+bool LogQueue::Chunk::hasRoomFor(std::string_view text) const {
+    return lines.size() < lines.capacity() && texts.capacity() - texts.size() >= text.size();
+}
+
+void LogQueue::Chunk::add(const LogMessage& message) {
+    texts += message.message;
+    lines.push_back({message.time, message.message.size(), message.level});
+}
+
+std::size_t LogQueue::Chunk::dropOldest() {
+    const std::size_t text = lines[begin++].size;
+    textBegin += text;
+    return text;
+}
+
+LogQueue& LogQueue::operator=(LogQueue&& other) noexcept {
+    LogQueue(std::move(other)).swap(*this);
+    return *this;
+}
+
+void LogQueue::swap(LogQueue& other) noexcept {
+    chunks_.swap(other.chunks_);
+    spare_.swap(other.spare_);
+    std::swap(size_, other.size_);
+    std::swap(textSize_, other.textSize_);
+}
+
 std::size_t LogQueue::capacity() const {
-    return entries_.capacity() * sizeof(Entry) + texts_.capacity();
+    std::size_t bytes = 0;
+    for (const auto* chunks : {&chunks_, &spare_}) {
+        for (const Chunk& chunk : *chunks)
+            bytes += chunk.lines.capacity() * sizeof(Line) + chunk.texts.capacity();
+    }
+    return bytes;
 }
 
 void LogQueue::pushBack(const LogMessage& message) {
-    texts_ += message.message;
-    try {
-        entries_.push_back({message.time, message.message.size(), message.level});
-    } catch (...) {
-        texts_.resize(texts_.size() - message.message.size());
-        throw;
-    }
+    if (chunks_.empty() || !chunks_.back().hasRoomFor(message.message))
+        addChunkFor(message.message);
+    chunks_.back().add(message);
+    ++size_;
+    textSize_ += message.message.size();
+}
+
+void LogQueue::addChunkFor(std::string_view text) {
+    if (text.size() > kChunkSize)
+        chunks_.emplace_back(1, text.size());
+    else if (spare_.empty())
+        chunks_.emplace_back(kChunkLines, kChunkSize);
+    else
+        chunks_.splice(chunks_.end(), spare_, spare_.begin());
 }
 
 void LogQueue::pushFront(const LogMessage& message) {
-    entries_.insert(entries_.begin(), {message.time, message.message.size(), message.level});
-    texts_.insert(0, message.message);
+    chunks_.emplace_front(1, message.message.size()).add(message);
+    ++size_;
+    textSize_ += message.message.size();
 }
 
-void LogQueue::dropOldest(std::size_t count) {
-    const auto end = entries_.begin() + static_cast<std::ptrdiff_t>(std::min(count, entries_.size()));
-    texts_.erase(0, std::accumulate(entries_.begin(), end, std::size_t{0},
-                                    [](std::size_t sum, const Entry& entry) { return sum + entry.size; }));
-    entries_.erase(entries_.begin(), end);
+void LogQueue::append(LogQueue&& other) noexcept {
+    chunks_.splice(chunks_.end(), other.chunks_);
+    size_ += std::exchange(other.size_, 0);
+    textSize_ += std::exchange(other.textSize_, 0);
+}
+
+std::size_t LogQueue::countToLeave(std::size_t textSize) const {
+    std::size_t count = 0;
+    std::size_t left = textSize_;
+    for (const Chunk& chunk : chunks_) {
+        if (left - chunk.textLeft() > textSize) {
+            left -= chunk.textLeft();
+            count += chunk.linesLeft();
+            continue;
+        }
+        for (std::size_t i = chunk.begin; left > textSize; ++i, ++count)
+            left -= chunk.lines[i].size;
+        break;
+    }
+    return size_ == 0 ? 0 : std::min(count, size_ - 1);
+}
+
+LogQueue LogQueue::dropOldest(std::size_t count) {
+    LogQueue dropped;
+    count = std::min(count, size_);
+    size_ -= count;
+    while (count > 0 && count >= chunks_.front().linesLeft()) {
+        count -= chunks_.front().linesLeft();
+        textSize_ -= chunks_.front().textLeft();
+        dropped.chunks_.splice(dropped.chunks_.end(), chunks_, chunks_.begin());
+    }
+    for (; count > 0; --count)
+        textSize_ -= chunks_.front().dropOldest();
+    return dropped;
 }
 
 void LogQueue::clear() {
-    entries_.clear();
-    texts_.clear();
+    for (Chunk& chunk : chunks_) {
+        chunk.lines.clear();
+        chunk.texts.clear();
+        chunk.begin = chunk.textBegin = 0;
+    }
+    chunks_.remove_if([](const Chunk& chunk) { return chunk.lines.capacity() < kChunkLines; });
+    spare_.splice(spare_.end(), chunks_);
+    size_ = textSize_ = 0;
 }
 
 void LogQueue::release() {
-    std::vector<Entry>().swap(entries_);
-    std::string().swap(texts_);
+    *this = LogQueue();
 }
 
 }  // namespace cmn

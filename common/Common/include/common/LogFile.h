@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <ctime>
@@ -11,28 +12,18 @@
 #include <string_view>
 #include <thread>
 
+#include "common/LogOutput.h"
 #include "common/LogQueue.h"
 #include "common/log.h"
 
 namespace cmn {
 
-// What the log asks of the world around it. Tests put their own in its place.
-class LogOutput {
- public:
-    virtual ~LogOutput() = default;
-
-    // Seconds since 1970. Called from every thread that logs.
-    virtual std::time_t now();
-    // Opens the file for appending, creating it, writes the text and closes it. False when the file could not
-    // be opened or did not take the whole text.
-    virtual bool append(const std::string& file, std::string_view text);
-    // Writes to the standard error stream.
-    virtual void echo(std::string_view text);
-};
-
 // Asynchronous log over a ring of size-limited files "{stem}_{index}.{extension}". Callers only hand a line
 // over; one writer thread appends everything that came in since its last pass. All operations may be called
 // from any thread.
+//
+// The queue holds up to 100,000 lines and 64 MiB of text, or a single longer line. The text that is being
+// written comes on top of that, twice.
 class LogFile {
  public:
     LogFile();
@@ -43,7 +34,8 @@ class LogFile {
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
 
-    // Never waits for the disk. When the queue overflows, the oldest half gives way to a notice.
+    // Never waits for the disk. When the queue overflows, the oldest half of its
+    // lines or of its text gives way to a notice.
     void log(LogLevel level, std::string_view message);
     void log(std::string_view message);
     bool enabled(LogLevel level) const { return level <= level_.load(std::memory_order_relaxed); }
@@ -61,14 +53,19 @@ class LogFile {
     // The same with another stem.
     std::string getLogPath(const std::string& stem) const;
 
+    // Waits until everything that was handed in before the call is written. False when the time is over, and
+    // at once on the writer's own thread, which would wait for itself. May be called in a signal handler.
+    bool waitUntilWritten(std::chrono::milliseconds limit) const noexcept;
+
     // Writes everything that was handed in and ends the writer. Lines logged later are written by their
     // callers.
     void close();
 
  private:
     void logHandler();
-    bool nextBatch(LogQueue& batch);
-    void writePass(const LogQueue& batch);
+    std::size_t overflowingLines() const;
+    bool nextBatch(LogQueue& batch, std::uint64_t& last);
+    void writePass(const LogQueue& batch, std::uint64_t last);
     void rotate();
     void releaseLines();
     void formatLines(const LogQueue& batch);
@@ -85,16 +82,21 @@ class LogFile {
     std::string path_;
     std::string extension_ = "log";
     std::uint64_t maxSize_ = 15'728'640;
-    std::uint64_t maxQueue_ = 100'000;
+    std::uint64_t maxQueue_ = 100'000;         // lines
+    std::uint64_t maxQueueText_ = 67'108'864;  // bytes: with few long lines this limit comes first
     bool console_ = false;
     LogQueue queue_;
+    std::atomic<std::uint64_t> handedIn_{0};  // how many lines so far
     bool writerWaits_ = false;
     std::mutex queueMutex_;         // guards the above from queue_ on, running_ and writerEnded_
     std::mutex fileMutex_;          // guards the settings and what follows; held during a whole pass
     mutable std::mutex nameMutex_;  // held besides fileMutex_ while path_, extension_ or curFile_ change
     std::string lines_;             // the text of a pass
+    std::string tornFile_;          // the file whose last line was left unfinished
     std::time_t stampTime_ = 0;
-    std::string stamp_;  // stampTime_ as the lines have it; empty before the first line
+    std::string stamp_;                      // stampTime_ as the lines have it; empty before the first line
+    std::atomic<std::uint64_t> written_{0};  // how many of those handed in are done with
+    std::atomic<std::thread::id> writerId_;
     std::condition_variable queueCondition_;
     std::thread writer_;
 };
