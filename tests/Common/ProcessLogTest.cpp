@@ -38,6 +38,17 @@ TEST(LogLevelFromStringTest, TakesEveryOtherNameForInfo) {
     EXPECT_EQ(LogLevelFromString(std::string_view("Error\0", 6)), LogLevel::Info);
 }
 
+// Made before everything else of the program that is made at its start.
+struct MadeEarly {
+    LogLevel level = LogLevelFromString("Trace");
+};
+constexpr int kFirstOfAll = 101;
+[[gnu::init_priority(kFirstOfAll)]] const MadeEarly g_madeEarly;
+
+TEST(LogLevelFromStringTest, KnowsTheNamesBeforeTheProgramIsSetUp) {
+    EXPECT_EQ(g_madeEarly.level, LogLevel::Trace);
+}
+
 TEST(LogLevelTest, HasTheValuesOfTheProduct) {
     EXPECT_EQ(static_cast<int>(LogLevel::Unconditional), 0);
     EXPECT_EQ(static_cast<int>(LogLevel::Silent), 1);

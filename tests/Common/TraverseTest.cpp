@@ -206,6 +206,13 @@ TEST_F(TraverseTest, ErrorOfTheCallbackIsLoggedAndTheWalkGoesOn) {
                                                               "] delegate throws - its {} text")));
 }
 
+TEST_F(TraverseTest, ANameForgesNoLine) {
+    makeFile("a\nb");
+    cmn::TraverseDirectoryNoThrow(root_, [](const fs::path&) { throw std::runtime_error("text"); });
+    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Accessing to [" + (root_ / "a").string() +
+                                                              "\\x0ab] delegate throws - text")));
+}
+
 TEST_F(TraverseTest, UnknownErrorOfTheCallbackIsLoggedAndTheWalkGoesOn) {
     makeFile("a");
     makeFile("b");

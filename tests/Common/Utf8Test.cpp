@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <string_view>
+
 #include "common/utf8.h"
 
 namespace {
 
+using cmn::EscapeControls;
 using cmn::IsValidUtf8;
 using cmn::Utf16Length;
 
@@ -51,6 +54,35 @@ TEST(Utf16LengthTest, CountsEveryByteOutsideAWellFormedSequenceAsOne) {
     EXPECT_EQ(Utf16Length("\xED\xA0\x80"), 3U);   // a surrogate
     EXPECT_EQ(Utf16Length("\xC0\x80"), 2U);       // overlong
     EXPECT_EQ(Utf16Length("\xC3\xC3\xA4z"), 3U);  // the second byte begins a sequence
+}
+
+TEST(EscapeControlsTest, LeavesTextAsItIs) {
+    for (const auto* text : {"", "http://a b/?q={}\\x0a", "\xC3\xA4\xE2\x82\xAC\xF0\x9F\xA6\x8A",
+                             "\xC2\xA0 ~", "\xE2\x80\xA7\xE2\x80\xAF\xE2\x81\xA5\xE2\x81\xAA"})
+        EXPECT_EQ(EscapeControls(text), text);
+}
+
+TEST(EscapeControlsTest, SpellsControlCharacters) {
+    EXPECT_EQ(EscapeControls("a\nb\r\n\tc"), "a\\x0ab\\x0d\\x0a\\x09c");
+    EXPECT_EQ(EscapeControls(std::string_view("\0\x1F \x7F", 4)), "\\x00\\x1f \\x7f");
+    EXPECT_EQ(EscapeControls("\x1B[2J\x1B]0;title\x07"), "\\x1b[2J\\x1b]0;title\\x07");
+    EXPECT_EQ(EscapeControls("\xC2\x80\xC2\x9B"
+                             "0m\xC2\x9F"),
+              "\\xc2\\x80\\xc2\\x9b0m\\xc2\\x9f");
+}
+
+TEST(EscapeControlsTest, SpellsSeparatorsOfLinesAndMarksOfDirection) {
+    EXPECT_EQ(EscapeControls("\xE2\x80\xA8\xE2\x80\xA9"), "\\xe2\\x80\\xa8\\xe2\\x80\\xa9");
+    EXPECT_EQ(EscapeControls("\xE2\x80\xAA\xE2\x80\xAE"), "\\xe2\\x80\\xaa\\xe2\\x80\\xae");
+    EXPECT_EQ(EscapeControls("\xE2\x81\xA6\xE2\x81\xA9"), "\\xe2\\x81\\xa6\\xe2\\x81\\xa9");
+}
+
+TEST(EscapeControlsTest, SpellsBytesOfNoCharacter) {
+    EXPECT_EQ(EscapeControls("\x9B"
+                             "0m\xFF"),
+              "\\x9b0m\\xff");
+    EXPECT_EQ(EscapeControls("\xC3\n\xE2\x80"), "\\xc3\\x0a\\xe2\\x80");
+    EXPECT_EQ(EscapeControls("\xED\xA0\x80"), "\\xed\\xa0\\x80");
 }
 
 }  // namespace

@@ -139,7 +139,7 @@ TEST_F(AgentTest, ABundleWithoutVersionIsLoggedWithQuestionMarks) {
 TEST_F(AgentTest, LevelTraceAndDebugShowTheStartLineAndTheQuestionsOfTheDaemon) {
     for (const char* level : {"Debug", "Trace"}) {
         platform.settingsRecord.LogLevel = level;
-        platform.desktop->addBrowser(11, std::string("url-at-") + level);
+        platform.desktop->addBrowser(11, std::string("url-at-") + level + "\n");
         platform.windows->set({{{"Firefox", 11}}});
         platform.application = [&] {
             platform.daemon.awaitExtractor();
@@ -150,7 +150,7 @@ TEST_F(AgentTest, LevelTraceAndDebugShowTheStartLineAndTheQuestionsOfTheDaemon) 
         };
         useragent::RunAgent(platform);
         EXPECT_TRUE(log.contains("Starting TessarinUserAgent 1.2.3"));
-        EXPECT_TRUE(log.contains(std::string("-- url-at-") + level));
+        EXPECT_TRUE(log.contains(std::string("-- url-at-") + level + "\\x0a"));
     }
 }
 

@@ -82,6 +82,23 @@ TEST_F(BrowserURLWatcherTest, SendsEveryChangeWithNameAndPid) {
     EXPECT_THAT(log.linesWith("URL changed for Google Chrome b 11"), ElementsAre(StartsWith("[DEBUG]")));
 }
 
+TEST_F(BrowserURLWatcherTest, AnAddressForgesNoLineOfTheLogAndIsSentAsItIs) {
+    const auto browser = accessibility->addBrowser(11, "a\nb");
+    show({{"Firefox", 11}});
+    startWithClient();
+    EXPECT_EQ(log.count("Current URL -- a\\x0ab"), 1U);
+    browser.field->set("AXValue", "\x1B[2Jc");
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(log.count("URL changed for Firefox \\x1b[2Jc 11"), 1U);
+    browser.field->set("AXValue", fake::Text("new", fake::String::Storage::convertible));
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(log.count("URL changed for Firefox -- \\x1b[2Jc"), 1U);
+    EXPECT_THAT(daemon.sent(),
+                ElementsAre(SentURL{"\x1B[2Jc", "Firefox", 11}, SentURL{"new", "Firefox", 11}));
+    EXPECT_EQ(watcher->getURL("x\r"), "");
+    EXPECT_EQ(log.count("getUrl for browser: 'x\\x0d' -- failed."), 1U);
+}
+
 TEST_F(BrowserURLWatcherTest, SendsANotificationAgainThoughTheURLIsTheSame) {
     const auto browser = accessibility->addBrowser(11, "a");
     show({{"Firefox", 11}});

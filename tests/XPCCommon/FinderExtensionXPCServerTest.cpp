@@ -328,6 +328,23 @@ TEST_F(FinderExtensionXPCServerTest, PassesTheStatusOfADecryptionOnUnchanged) {
     EXPECT_THAT(endAndReadRequests(), ElementsAre(attempted, attempted, attempted, attempted));
 }
 
+TEST_F(FinderExtensionXPCServerTest, PathsAndMessagesOfOthersForgeNoLine) {
+    startWithScanner();
+    server->getScanResult("/a\n[ERROR]", [](const auto&) {});
+    server->decrypt("/b\x1B[2J", [](std::int32_t) {});
+    server->checkEncryptionStatus("/c\r", delegate);
+    server->sendLogMessage("text\n[ERROR] forged\xC2\x9B", "Warn");
+    // The scanner is asked about the file itself.
+    EXPECT_THAT(scanner->asked,
+                ElementsAre("GetScanResult /a\n[ERROR]", "Decrypt /b\x1B[2J", "CheckEncryptionStatus /c\r"));
+    EXPECT_THAT(endAndReadRequests(),
+                ElementsAre(line(" INFO", "getScanResult called for path: /a\\x0a[ERROR]"),
+                            line(" INFO", "Scan result loaded successfully"),
+                            line(" INFO", "Decryption attempted for path: /b\\x1b[2J"),
+                            line("DEBUG", "Encryption status for path: /c\\x0d is encrypted"),
+                            line(" WARN", "text\\x0a[ERROR] forged\\xc2\\x9b")));
+}
+
 TEST_F(FinderExtensionXPCServerTest, TellsTheDelegateTheEncryptionStatus) {
     startWithScanner();
     server->checkEncryptionStatus("/e", delegate);

@@ -251,6 +251,17 @@ TEST_F(UserAgentDBusTest, AnExtractorThatAnswersWronglyGivesTheEmptyURL) {
     EXPECT_EQ(log.count("GetURL -- failed"), 1U);
 }
 
+TEST_F(UserAgentDBusTest, TheErrorOfAnExtractorForgesNoLine) {
+    const auto server = startServer();
+    RawPeer agent(bus.address(), [](const QDBusMessage& message, const QDBusConnection& connection) {
+        connection.send(message.createErrorReply("org.example.Error", "no\n[ERROR] forged"));
+    });
+    agent.call(RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+                                {QVariant::fromValue(QDBusObjectPath("/my/extractor"))}));
+    EXPECT_EQ(server->getURL("Safari"), "");
+    EXPECT_THAT(log.linesWith("GetURL -- failed"), ElementsAre(HasSubstr("no\\x0a[ERROR] forged")));
+}
+
 TEST_F(UserAgentDBusTest, AnExtractorWhoseAgentIsGoneGivesTheEmptyURL) {
     const auto server = startServer();
     {

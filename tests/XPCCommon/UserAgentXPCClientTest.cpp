@@ -192,6 +192,14 @@ TEST_F(UserAgentXPCClientTest, AFailedRegistrationIsLoggedAsErrorWithTheSuggesti
                                 EndsWith(" -- Failed to get remote object -- start the daemon")));
 }
 
+TEST_F(UserAgentXPCClientTest, TheSuggestionOfAnErrorForgesNoLine) {
+    daemon.present = false;
+    daemon.error.recoverySuggestion = "start\nthe daemon";
+    connectedClient();
+    EXPECT_EQ(log.count("Remote object proxy error --  start\\x0athe daemon"), 1U);
+    EXPECT_EQ(log.count("Failed to get remote object -- start\\x0athe daemon"), 1U);
+}
+
 TEST_F(UserAgentXPCClientTest, AFailedReportIsLoggedWithItsPlaceholderWrittenLiterally) {
     const auto client = connectedClient();
     daemon.present = false;

@@ -196,6 +196,15 @@ TEST_F(UserAgentXPCServerTest, GetURLAsksForTheListedBrowserThatTheTextContains)
     EXPECT_EQ(log.count("call getUrl for browser: 'The Google Chrome Helper (Renderer)'"), 1u);
 }
 
+TEST_F(UserAgentXPCServerTest, TheBrowserOfAQuestionForgesNoLine) {
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    server->getURL("Safari\n");
+    server->getURL("other\n");
+    EXPECT_EQ(log.count("call getUrl for browser: 'Safari\\x0a'"), 1U);
+    EXPECT_EQ(log.count("getUrl called for browser: 'other\\x0a' -- failed."), 1U);
+}
+
 TEST_F(UserAgentXPCServerTest, GetURLTakesTheFirstEntryOfItsListNotOfTheText) {
     const auto server = makeServer();
     connect()->setURLExtractor(extractor, [](bool) {});

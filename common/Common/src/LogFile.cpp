@@ -11,6 +11,7 @@
 #include "common/SystemUtils.h"
 #include "common/fs.h"
 #include "fatal_signals.h"
+#include "log_crash.h"
 
 namespace cmn {
 
@@ -54,11 +55,15 @@ std::string FormatStamp(std::time_t time) {
 
 LogFile::LogFile() : LogFile(std::make_unique<LogOutput>()) {}
 
-LogFile::LogFile(std::unique_ptr<LogOutput> output)
-    : output_(std::move(output)), writer_([this] { logHandler(); }) {}
+LogFile::LogFile(std::unique_ptr<LogOutput> output) : output_(std::move(output)) {
+    setCurFile(0);
+    writer_ = std::thread([this] { logHandler(); });
+    WatchLogForCrash(*this);
+}
 
 LogFile::~LogFile() {
     close();
+    UnwatchLogForCrash(*this);
 }
 
 void LogFile::close() {
@@ -180,6 +185,7 @@ std::string LogFile::fileName(std::uint32_t index) const {
 void LogFile::setCurFile(std::uint32_t index) {
     const std::lock_guard name(nameMutex_);
     curFile_ = index;
+    currentName_ = names_.insert(fileName(index)).first->c_str();
 }
 
 // The first file with room below the limit, else the one written longest ago. The writer's own test is
@@ -211,11 +217,24 @@ bool LogFile::waitUntilWritten(std::chrono::milliseconds limit) const noexcept {
     const std::uint64_t last = handedIn_;
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (written_ < last) {
-        if (std::this_thread::get_id() == writerId_ || std::chrono::steady_clock::now() >= deadline)
+        if (onWriterThread() || std::chrono::steady_clock::now() >= deadline)
             return false;
         ShortPause();
     }
     return true;
+}
+
+void LogFile::endWith(std::string_view text, std::chrono::milliseconds limit) noexcept {
+    // The writer that fails itself is not stuck.
+    if (!waitUntilWritten(limit) && !onWriterThread())
+        return;
+    const std::size_t taken = output_->append(currentName_, text).value_or(0);
+    if (taken < text.size())
+        output_->echo(text.substr(taken));
+}
+
+bool LogFile::onWriterThread() const noexcept {
+    return std::this_thread::get_id() == writerId_;
 }
 
 void LogFile::logHandler() {

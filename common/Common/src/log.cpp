@@ -4,9 +4,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <ctime>
-#include <functional>
-#include <map>
 #include <string>
 
 #include "common/LogFile.h"
@@ -14,10 +13,19 @@
 
 namespace {
 
-const std::map<std::string, LogLevel, std::less<>> g_levelNames = {
-    {"Silent", LogLevel::Silent}, {"Error", LogLevel::Error}, {"Warn", LogLevel::Warn},
-    {"Info", LogLevel::Info},     {"Debug", LogLevel::Debug}, {"Trace", LogLevel::Trace},
+struct LevelName {
+    std::string_view name;
+    LogLevel level;
 };
+
+constexpr std::array<LevelName, 6> kLevelNames = {{
+    {"Silent", LogLevel::Silent},
+    {"Error", LogLevel::Error},
+    {"Warn", LogLevel::Warn},
+    {"Info", LogLevel::Info},
+    {"Debug", LogLevel::Debug},
+    {"Trace", LogLevel::Trace},
+}};
 
 // The log itself is never destroyed, so that lines of destructors that run later at exit still find it; what
 // ends at exit is its writer, after it has written everything.
@@ -58,8 +66,11 @@ void AppendPlace(fmt::memory_buffer& text, std::string_view file, int line, std:
 }  // namespace
 
 LogLevel LogLevelFromString(std::string_view name) {
-    const auto found = g_levelNames.find(name);
-    return found == g_levelNames.end() ? LogLevel::Info : found->second;
+    for (const LevelName& known : kLevelNames) {
+        if (known.name == name)
+            return known.level;
+    }
+    return LogLevel::Info;
 }
 
 void SetLogLevel(LogLevel level) {

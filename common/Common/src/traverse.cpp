@@ -8,6 +8,7 @@
 #include "common/fs.h"
 #include "common/log.h"
 #include "folder_walk.h"
+#include "common/utf8.h"
 
 namespace cmn {
 
@@ -20,7 +21,8 @@ constexpr auto kFunction = "TraverseDirectoryNoThrow";
 template <class... Args>
 void Log(LogLevel level, int line, fmt::format_string<Args...> format, Args&&... args) {
     if (LogEnabled(level))
-        LogFull(level, __FILE__, line, kFunction, fmt::format(format, std::forward<Args>(args)...));
+        LogFull(level, __FILE__, line, kFunction,
+                EscapeControls(fmt::format(format, std::forward<Args>(args)...)));
 }
 
 char Lower(char c) {

@@ -1,5 +1,6 @@
 #include "common/utf8.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace cmn {
@@ -47,6 +48,22 @@ std::size_t SequenceLength(std::string_view text) {
     return lead.length;
 }
 
+// Of a well-formed sequence.
+char32_t CodePoint(std::string_view sequence) {
+    const auto lead = static_cast<unsigned char>(sequence[0]);
+    if (sequence.size() == 1)
+        return lead;
+    char32_t code = lead & (0x7FU >> sequence.size());
+    for (const char byte : sequence.substr(1))
+        code = code << 6 | (static_cast<unsigned char>(byte) & 0x3FU);
+    return code;
+}
+
+bool IsControl(char32_t code) {
+    const auto in = [code](char32_t first, char32_t last) { return code >= first && code <= last; };
+    return code < 0x20 || in(0x7F, 0x9F) || in(0x2028, 0x202E) || in(0x2066, 0x2069);
+}
+
 }  // namespace
 
 bool IsValidUtf8(std::string_view text) {
@@ -67,6 +84,26 @@ std::size_t Utf16Length(std::string_view text) {
         text.remove_prefix(length == 0 ? 1 : length);
     }
     return units;
+}
+
+std::string EscapeControls(std::string_view text) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string escaped;
+    escaped.reserve(text.size());
+    while (!text.empty()) {
+        const std::size_t length = SequenceLength(text);
+        const auto piece = text.substr(0, std::max<std::size_t>(length, 1));
+        text.remove_prefix(piece.size());
+        if (length > 0 && !IsControl(CodePoint(piece))) {
+            escaped += piece;
+            continue;
+        }
+        for (const char byte : piece) {
+            const auto value = static_cast<unsigned char>(byte);
+            escaped += {'\\', 'x', kDigits[value >> 4U], kDigits[value & 0xFU]};
+        }
+    }
+    return escaped;
 }
 
 }  // namespace cmn

@@ -8,6 +8,7 @@
 
 #include "common/causes.h"
 #include "common/log.h"
+#include "common/utf8.h"
 #include "useragent/BrowserURLWatcher.h"
 #include "xpccommon/UserAgentXPCClient.h"
 
@@ -47,7 +48,7 @@ int Run(AgentPlatform& platform) {
     const auto client = std::make_shared<cmn::UserAgentXPCClient>(
         [watcher](const std::string& browser) {
             std::string url = watcher->getURL(browser);
-            TLOG_DEBUG("{}", url);
+            TLOG_DEBUG("{}", cmn::EscapeControls(url));
             return url;
         },
         dispatch, platform.transport());

@@ -8,6 +8,7 @@
 #include "AXText.h"
 #include "common/ScopedAction.h"
 #include "common/log.h"
+#include "common/utf8.h"
 #include "useragent/Deadlines.h"
 #include "useragent/FindURLElement.h"
 #include "xpccommon/UserAgentXPCClient.h"
@@ -64,7 +65,7 @@ std::string BrowserURLWatcher::getURL(const std::string& browser) {
     const std::lock_guard lock(mutex_);
     const auto found = contexts_.find(browser);
     if (found == contexts_.end()) {
-        TLOG_DEBUG("getUrl for browser: '{}' -- failed.", browser);
+        TLOG_DEBUG("getUrl for browser: '{}' -- failed.", cmn::EscapeControls(browser));
         return {};
     }
     return found->second.url;
@@ -132,7 +133,7 @@ void BrowserURLWatcher::handleBrowserProcesses(const BrowserProcesses& running,
         TLOG_INFO("Init context for -- {}", name);
         if (addContext(name, pid)) {
             TLOG_INFO("Found URL element for -- {}", name);
-            TLOG_INFO("Current URL -- {}", contexts_[name].url);
+            TLOG_INFO("Current URL -- {}", cmn::EscapeControls(contexts_[name].url));
         }
     }
 }
@@ -267,7 +268,7 @@ void BrowserURLWatcher::updateURL(const AXElementRef& field, BrowserURLWatcherCo
         context.url = direct;
     } else {
         // Deliberately the URL stored so far: the line is written before the conversion.
-        TLOG_DEBUG("URL changed for {} -- {}", context.name, context.url);
+        TLOG_DEBUG("URL changed for {} -- {}", context.name, cmn::EscapeControls(context.url));
         const std::size_t maximum = text->maximumUTF8Size();
         std::vector<char> buffer(maximum + 1);
         if (text->copyUTF8(buffer.data(), maximum)) {
@@ -277,7 +278,7 @@ void BrowserURLWatcher::updateURL(const AXElementRef& field, BrowserURLWatcherCo
     if (context.url.empty()) {
         return;
     }
-    TLOG_DEBUG("URL changed for {} {} {}", context.name, context.url, context.pid);
+    TLOG_DEBUG("URL changed for {} {} {}", context.name, cmn::EscapeControls(context.url), context.pid);
     if (!clientSet_) {
         return;
     }

@@ -8,6 +8,7 @@
 
 #include "common/SystemUtils.h"
 #include "common/proto_settings.h"
+#include "common/utf8.h"
 
 namespace cmn {
 
@@ -99,7 +100,7 @@ void FinderExtensionObjCXPCServer::version(std::function<void(const std::string&
 }
 
 void FinderExtensionObjCXPCServer::sendLogMessage(const std::string& message, const std::string& level) {
-    logger_.log(LogLevelFromString(level), message);
+    logger_.log(LogLevelFromString(level), EscapeControls(message));
 }
 
 void FinderExtensionObjCXPCServer::checkEncryptionStatus(const std::string& path,
@@ -112,7 +113,7 @@ void FinderExtensionObjCXPCServer::checkEncryptionStatus(const std::string& path
     bool encrypted = false;
     if (const auto operations = scanner()) {
         encrypted = operations->CheckEncryptionStatus(path);
-        logger_.log(LogLevel::Debug, fmt::format("Encryption status for path: {} is {}", path,
+        logger_.log(LogLevel::Debug, fmt::format("Encryption status for path: {} is {}", EscapeControls(path),
                                                  encrypted ? "encrypted" : "not encrypted"));
     }
     Send(delegate, encrypted);
@@ -120,7 +121,7 @@ void FinderExtensionObjCXPCServer::checkEncryptionStatus(const std::string& path
 
 void FinderExtensionObjCXPCServer::getScanResult(const std::string& path,
                                                  std::function<void(std::vector<ScanRecord>)> reply) {
-    logger_.log(LogLevel::Info, fmt::format("getScanResult called for path: {}", path));
+    logger_.log(LogLevel::Info, fmt::format("getScanResult called for path: {}", EscapeControls(path)));
     const auto operations = scanner();
     if (!operations) {
         Send(reply, std::vector<ScanRecord>());
@@ -159,7 +160,7 @@ void FinderExtensionObjCXPCServer::decrypt(const std::string& path, std::functio
         return;
     }
     const std::int32_t status = operations->Decrypt(path);
-    logger_.log(LogLevel::Info, fmt::format("Decryption attempted for path: {}", path));
+    logger_.log(LogLevel::Info, fmt::format("Decryption attempted for path: {}", EscapeControls(path)));
     Send(reply, status);
 }
 

@@ -6,6 +6,7 @@
 
 #include "ConnectionValidation.h"
 #include "common/log.h"
+#include "common/utf8.h"
 
 namespace cmn {
 
@@ -49,7 +50,8 @@ void UserAgentObjCXPCClient::validateConnection(const std::shared_ptr<XPCConnect
     ValidateConnection(dispatch(), connection,
                        {kUserAgentDeadline, std::shared_ptr<std::atomic<bool>>(self(), &connected_),
                         [](const RemoteError& error) {
-                            TLOG_WARN("Remote object proxy error --  {}", error.recoverySuggestion);
+                            TLOG_WARN("Remote object proxy error --  {}",
+                                      EscapeControls(error.recoverySuggestion));
                         }});
 }
 
@@ -60,7 +62,7 @@ void UserAgentObjCXPCClient::setURLExtractor(std::shared_ptr<URLExtractor> extra
             return;
         }
         const auto proxy = RemoteUserAgent(client->connection(), [](const RemoteError& error) {
-            TLOG_ERROR("Failed to get remote object -- {}", error.recoverySuggestion);
+            TLOG_ERROR("Failed to get remote object -- {}", EscapeControls(error.recoverySuggestion));
         });
         const auto answered = client->dispatch()->createSemaphore(0);
         if (proxy) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "common/utf8.h"
 
 namespace cmn {
 
@@ -49,10 +50,10 @@ std::string UserAgentXPCServer::getURL(const std::string& browser) const {
             std::find_if(kAskedBrowsers.begin(), kAskedBrowsers.end(),
                          [&](const char* name) { return browser.find(name) != std::string::npos; });
         if (asked == kAskedBrowsers.end()) {
-            TLOG_TRACE("getUrl called for browser: '{}' -- failed.", browser);
+            TLOG_TRACE("getUrl called for browser: '{}' -- failed.", EscapeControls(browser));
             return {};
         }
-        TLOG_TRACE("call getUrl for browser: '{}'", browser);
+        TLOG_TRACE("call getUrl for browser: '{}'", EscapeControls(browser));
         return impl_->server->getURL(*asked);
     } catch (const std::exception& e) {
         TLOG_DEBUG("getUrl for browser:Exception '{}' -- failed.", e.what());

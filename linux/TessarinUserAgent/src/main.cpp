@@ -7,6 +7,7 @@
 #include "LinuxAgentPlatform.h"
 #include "SessionSurroundings.h"
 #include "common/SystemUtils.h"
+#include "common/log.h"
 #include "linux_filemanagers/FileManagerCommand.h"
 #include "linux_statusitem/StatusIcons.h"
 #include "useragent/Agent.h"
@@ -66,6 +67,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    InstallLogCrashHandlers();
     try {
         return Run(argc, argv);
     } catch (const std::exception& error) {

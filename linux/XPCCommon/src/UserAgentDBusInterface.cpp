@@ -4,6 +4,7 @@
 
 #include "ServiceStubs.h"
 #include "common/log.h"
+#include "common/utf8.h"
 #include "xpccommon/UserAgentProtocol.h"
 
 // How the user agent service travels over D-Bus. Names and signatures are a contract with other programs.
@@ -44,7 +45,7 @@ class URLExtractorProxy final : public URLExtractor {
 };
 
 void LogExtractorError(const RemoteError& error) {
-    TLOG_WARN("GetURL -- failed: {}", error.description);
+    TLOG_WARN("GetURL -- failed: {}", EscapeControls(error.description));
 }
 
 DBusObjectHandler CreateURLExtractorHandler(std::shared_ptr<URLExtractor> extractor) {

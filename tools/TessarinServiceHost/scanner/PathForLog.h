@@ -5,8 +5,8 @@
 
 namespace host {
 
-// A path as it can stand in a line of the log: control characters as \xNN, and one of more than some 200
-// bytes shortened.
+// A path as it can stand in a line of the log (cmn::EscapeControls), one of more than some 200 bytes
+// shortened.
 std::string PathForLog(std::string_view path);
 
 }  // namespace host

@@ -83,6 +83,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     const auto& options = std::get<host::HostOptions>(parsed);
+    InstallLogCrashHandlers();
     const int signalDescriptor = BlockEndSignals();
     SetLogLevel(options.logLevel);
     UseLogFile(options.logFile);

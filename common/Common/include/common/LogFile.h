@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -57,12 +58,17 @@ class LogFile {
     // at once on the writer's own thread, which would wait for itself. May be called in a signal handler.
     bool waitUntilWritten(std::chrono::milliseconds limit) const noexcept;
 
+    // For the end of a process that fails, also in a signal handler: waits in this way, and unless the writer
+    // is stuck appends the text, which ends in a newline, past the queue.
+    void endWith(std::string_view text, std::chrono::milliseconds limit) noexcept;
+
     // Writes everything that was handed in and ends the writer. Lines logged later are written by their
     // callers.
     void close();
 
  private:
     void logHandler();
+    bool onWriterThread() const noexcept;
     std::size_t overflowingLines() const;
     bool nextBatch(LogQueue& batch, std::uint64_t& last);
     void writePass(const LogQueue& batch, std::uint64_t last);
@@ -92,7 +98,9 @@ class LogFile {
     std::mutex fileMutex_;          // guards the settings and what follows; held during a whole pass
     mutable std::mutex nameMutex_;  // held besides fileMutex_ while path_, extension_ or curFile_ change
     std::string lines_;             // the text of a pass
-    std::string tornFile_;          // the file whose last line was left unfinished
+    std::set<std::string> names_;   // of all files so far: who writes past the queue holds no lock
+    std::atomic<const char*> currentName_{nullptr};  // one of them
+    std::string tornFile_;                           // the file whose last line was left unfinished
     std::time_t stampTime_ = 0;
     std::string stamp_;                      // stampTime_ as the lines have it; empty before the first line
     std::atomic<std::uint64_t> written_{0};  // how many of those handed in are done with
