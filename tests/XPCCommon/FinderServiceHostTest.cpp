@@ -243,6 +243,17 @@ TEST_F(FinderServiceHostTest, KeepsALogOfTheService) {
     EXPECT_THAT(lines.back(), EndsWith("] FinderExtensionObjCXPCServer deallocated"));
 }
 
+TEST_F(FinderServiceHostTest, AnAbortedHostSaysSoInBothItsLogs) {
+    const auto host = startHost({"--log-file", (folder / "host").string()});
+    host->process().signal(SIGABRT);
+    EXPECT_EQ(host->process().wait(), -SIGABRT);
+    const auto lines = host->serviceLog();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_THAT(lines.front(), EndsWith("] Finder entension server init"));
+    EXPECT_EQ(lines.back(), "Ended by the signal SIGABRT");
+    EXPECT_EQ(fake::ReadLines(folder / "host_0.log").back(), "Ended by the signal SIGABRT");
+}
+
 TEST_F(FinderServiceHostTest, StopsListeningOnCommand) {
     const auto host = startHost();
     const auto client = startClient();

@@ -151,6 +151,11 @@ class AgentLife(DesktopTest):
         # It may have to wait for the end of one polling pause of 5 s.
         self.assertLess(seconds, 8)
 
+    def test_aborted_agent_says_so_in_its_log(self) -> None:
+        self.need_agent()
+        self.assertEqual(self.agent.end(signal.SIGABRT), -signal.SIGABRT)
+        self.assertTrue(self.agent.log().endswith("\nEnded by the signal SIGABRT\n"))
+
     def test_restarted_agent_finds_the_browsers_that_run(self) -> None:
         self.need_browser(self.stage.chromium)
         self.go(self.stage.chromium, "report.html")
