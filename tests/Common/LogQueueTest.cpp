@@ -155,6 +155,23 @@ TEST(LogQueueTest, UsesItsMemoryAgain) {
     EXPECT_LT(capacity, 12 * LogQueue::kChunkSize) << "the long line's is given back";
 }
 
+TEST(LogQueueTest, UsesTheMemoryOfDroppedLinesAgain) {
+    LogQueue queue;
+    const auto fill = [&] {
+        for (int i = 0; i < 5'000; ++i)
+            queue.pushBack({LogLevel::Info, std::string(100, 'y'), 7});
+    };
+    fill();
+    const auto capacity = queue.capacity();
+    queue.dropOldest(5'000);
+    fill();
+    EXPECT_EQ(queue.capacity(), capacity);
+    queue.clear();
+    queue.pushBack({LogLevel::Info, std::string(10 * LogQueue::kChunkSize, 'y'), 7});
+    EXPECT_GT(queue.dropOldest(1).capacity(), 10 * LogQueue::kChunkSize);
+    EXPECT_EQ(queue.capacity(), capacity);
+}
+
 TEST(LogQueueTest, KeepsItsMemoryWhenClearedAndGivesItBackWhenReleased) {
     LogQueue queue = QueueOf({std::string(10'000, 'x')});
     queue.clear();

@@ -16,6 +16,16 @@ LogQueue::Chunk::Chunk(std::size_t lineCount, std::size_t textSize) {
     texts.reserve(textSize);
 }
 
+bool LogQueue::Chunk::isOrdinary() const {
+    return lines.capacity() >= kChunkLines;
+}
+
+void LogQueue::Chunk::clear() {
+    lines.clear();
+    texts.clear();
+    begin = textBegin = 0;
+}
+
 bool LogQueue::Chunk::hasRoomFor(std::string_view text) const {
     return lines.size() < lines.capacity() && texts.capacity() - texts.size() >= text.size();
 }
@@ -104,7 +114,9 @@ LogQueue LogQueue::dropOldest(std::size_t count) {
     while (count > 0 && count >= chunks_.front().linesLeft()) {
         count -= chunks_.front().linesLeft();
         textSize_ -= chunks_.front().textLeft();
-        dropped.chunks_.splice(dropped.chunks_.end(), chunks_, chunks_.begin());
+        chunks_.front().clear();
+        auto& to = chunks_.front().isOrdinary() ? spare_ : dropped.chunks_;
+        to.splice(to.end(), chunks_, chunks_.begin());
     }
     for (; count > 0; --count)
         textSize_ -= chunks_.front().dropOldest();
@@ -112,12 +124,9 @@ LogQueue LogQueue::dropOldest(std::size_t count) {
 }
 
 void LogQueue::clear() {
-    for (Chunk& chunk : chunks_) {
-        chunk.lines.clear();
-        chunk.texts.clear();
-        chunk.begin = chunk.textBegin = 0;
-    }
-    chunks_.remove_if([](const Chunk& chunk) { return chunk.lines.capacity() < kChunkLines; });
+    chunks_.remove_if([](const Chunk& chunk) { return !chunk.isOrdinary(); });
+    for (Chunk& chunk : chunks_)
+        chunk.clear();
     spare_.splice(spare_.end(), chunks_);
     size_ = textSize_ = 0;
 }

@@ -46,7 +46,7 @@ class LogQueue {
 
     // How many of the oldest lines have to go to leave no more text than that; never the newest line.
     std::size_t countToLeave(std::size_t textSize) const;
-    // What it returns holds memory that was set free.
+    // Keeps the memory, too; that of long lines goes to what it returns.
     LogQueue dropOldest(std::size_t count);
 
     // Calls `visit` with each message, the oldest first.
@@ -62,7 +62,7 @@ class LogQueue {
         }
     }
 
-    void clear();    // keeps its memory, apart from that of long lines
+    void clear();    // keeps its memory, not that of long lines
     void release();  // gives its memory back, too
 
  private:
@@ -74,6 +74,8 @@ class LogQueue {
     // Neither of the two grows beyond the room it was made with.
     struct Chunk {
         Chunk(std::size_t lineCount, std::size_t textSize);
+        bool isOrdinary() const;  // not made for one line
+        void clear();
         bool hasRoomFor(std::string_view text) const;
         void add(const LogMessage& message);
         std::size_t dropOldest();  // returns the size of its text
