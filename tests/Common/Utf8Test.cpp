@@ -30,6 +30,16 @@ TEST(IsValidUtf8Test, RejectsOverlongFormsSurrogatesAndWhatIsBeyondUnicode) {
         EXPECT_FALSE(IsValidUtf8(text)) << text;
 }
 
+TEST(Utf8SequenceLengthTest, IsThatOfTheFirstCharacterAndZeroWhereNoneBegins) {
+    EXPECT_EQ(cmn::Utf8SequenceLength("az"), 1U);
+    EXPECT_EQ(cmn::Utf8SequenceLength("\xC3\xA4z"), 2U);
+    EXPECT_EQ(cmn::Utf8SequenceLength("\xE2\x82\xACz"), 3U);
+    EXPECT_EQ(cmn::Utf8SequenceLength("\xF0\x9F\xA6\x8Az"), 4U);
+    EXPECT_EQ(cmn::Utf8SequenceLength(""), 0U);
+    EXPECT_EQ(cmn::Utf8SequenceLength("\x80z"), 0U);
+    EXPECT_EQ(cmn::Utf8SequenceLength("\xE2\x82"), 0U);  // cut off
+}
+
 TEST(Utf16LengthTest, OfAsciiTextIsItsSize) {
     EXPECT_EQ(Utf16Length(""), 0U);
     EXPECT_EQ(Utf16Length("Install the helper?"), 19U);

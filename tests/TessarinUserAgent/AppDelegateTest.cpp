@@ -291,6 +291,23 @@ TEST_F(AppDelegateTest, ARequestWithoutAPathOpensAWindowThatIsPending) {
     EXPECT_EQ(texts(0)["state"], "Pending scan");
 }
 
+TEST_F(AppDelegateTest, NobodyIsAskedAboutANameThatIsNoText) {
+    fake::LogCapture log;
+    service.records = {{{"Name", "Cards"}}};
+    launch();
+    const auto before = service.messages();
+    delegate->openURLs({"tessarin-scheme://showProperties?path=/home/u/caf%E9%0A.txt"});
+    EXPECT_EQ(service.messages(), before);
+    ASSERT_EQ(interface->windows.size(), 1U);
+    EXPECT_TRUE(interface->windows[0]->shown);
+    EXPECT_EQ(texts(0), (std::map<std::string, std::string>{
+                            {"fileName", "The name cannot be read: /home/u/caf\\xE9\\x0A.txt"},
+                            {"state", "Pending scan"},
+                            {"status", "Status: Not Encrypted"}}));
+    EXPECT_EQ(log.linesWith("/home/u/caf\\xE9\\x0A.txt").size(), 1U);
+    EXPECT_EQ(log.linesWith("WARN").size(), 1U);
+}
+
 TEST_F(AppDelegateTest, OtherUrlsDoNothing) {
     launch();
     const auto before = service.messages();

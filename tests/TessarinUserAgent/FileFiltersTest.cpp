@@ -175,6 +175,30 @@ TEST_F(FileFiltersTest, ShowsThePathAndTheEncryptionAsTheyWereSet) {
     EXPECT_EQ(text("encryptionStatusLabel"), "Status: Encrypted");
 }
 
+TEST_F(FileFiltersTest, NoNameMakesALineOfItsOwn) {
+    auto made =
+        controller({Encrypting("A\nB", 1h, 2h, true), FilterRecord(Values{{"AmazonID", Text("a\n1")}})});
+    made.setFileName("/home/u/a\nb");
+    made.viewDidLoad(view);
+    EXPECT_EQ(text("fileNameLabel"), "/home/u/a b");
+    EXPECT_EQ(text("serverIDLabel"), "a 1");
+    EXPECT_THAT(text("encryptionInfo"), testing::StartsWith("The file is flagged by A B, which"));
+    EXPECT_THAT(text("encryptionInfo"), testing::EndsWith("\nA B overrides other classifiers"));
+    load({NotEncrypting("C\nD", true)});
+    EXPECT_EQ(text("encryptionInfo"),
+              "The file is flagged by C D, which has encryption disabled.\nC D overrides other classifiers");
+}
+
+TEST_F(FileFiltersTest, TheLongestTextOfAColumnIsLookedForInEveryRow) {
+    const auto made =
+        controller({Counted({}), FilterRecord(Values{{"costUsd", 1e3}, {"MatchCount", 30000000.0}}),
+                    FilterRecord(Values{{"SensitiveType", true}})});
+    EXPECT_EQ(made.longestText("Count"), "30000000");
+    EXPECT_EQ(made.longestText("costUsd"), "30000000000.00");
+    EXPECT_EQ(made.longestText("SensitiveType"), "");
+    EXPECT_EQ(controller({}).longestText("Count"), "");
+}
+
 TEST_F(FileFiltersTest, ThePassedDelayOfAnyClassifierCountsButTheLastOneIsExplained) {
     load({Encrypting("First", 48h, 24h), Encrypting("Second", 72h + 23h, 240h)});
     EXPECT_EQ(text("encryptionPredictLabel"), "The file should be encrypted");

@@ -63,6 +63,17 @@ TEST(PropertiesURLTest, BrokenEscapesAndNulsAreIgnored) {
     }
 }
 
+TEST(PropertiesURLTest, BytesThatAreNoTextAreKept) {
+    EXPECT_EQ(ParsePropertiesURL("tessarin-scheme://showProperties?path=/caf%E9"), Path("/caf\xE9"));
+    EXPECT_EQ(ParsePropertiesURL("tessarin-scheme://showProperties?path=/caf\xE9"), Path("/caf\xE9"));
+}
+
+TEST(PropertiesURLTest, AsTextAUrlStillNamesTheSameFile) {
+    const std::string url = "tessarin-scheme://showProperties?path=/caf\xE9/\u00E4%20\xFF";
+    EXPECT_EQ(useragent::TextOfURL(url), "tessarin-scheme://showProperties?path=/caf%E9/\u00E4%20%FF");
+    EXPECT_EQ(ParsePropertiesURL(useragent::TextOfURL(url)), ParsePropertiesURL(url));
+}
+
 TEST(PropertiesURLTest, AUrlThatIsLongerThanAnyPathIsIgnored) {
     const std::string start = "tessarin-scheme://showProperties?path=";
     const std::string longest = start + std::string(useragent::kLongestPropertiesURL - start.size(), 'a');

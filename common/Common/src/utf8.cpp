@@ -33,21 +33,6 @@ Lead Classify(unsigned char byte) {
     return {0, 0, 0};
 }
 
-// Bytes of the well-formed sequence at the start of the text, which is not empty; 0 when there is none.
-std::size_t SequenceLength(std::string_view text) {
-    const auto lead = Classify(static_cast<unsigned char>(text[0]));
-    if (text.size() < lead.length)
-        return 0;
-    for (std::size_t k = 1; k < lead.length; ++k) {
-        const auto byte = static_cast<unsigned char>(text[k]);
-        const unsigned char low = k == 1 ? lead.low : 0x80;
-        const unsigned char high = k == 1 ? lead.high : 0xBF;
-        if (byte < low || byte > high)
-            return 0;
-    }
-    return lead.length;
-}
-
 // Of a well-formed sequence.
 char32_t CodePoint(std::string_view sequence) {
     const auto lead = static_cast<unsigned char>(sequence[0]);
@@ -66,9 +51,23 @@ bool IsControl(char32_t code) {
 
 }  // namespace
 
+std::size_t Utf8SequenceLength(std::string_view text) {
+    const auto lead = text.empty() ? Lead{0, 0, 0} : Classify(static_cast<unsigned char>(text[0]));
+    if (text.size() < lead.length)
+        return 0;
+    for (std::size_t k = 1; k < lead.length; ++k) {
+        const auto byte = static_cast<unsigned char>(text[k]);
+        const unsigned char low = k == 1 ? lead.low : 0x80;
+        const unsigned char high = k == 1 ? lead.high : 0xBF;
+        if (byte < low || byte > high)
+            return 0;
+    }
+    return lead.length;
+}
+
 bool IsValidUtf8(std::string_view text) {
     while (!text.empty()) {
-        const std::size_t length = SequenceLength(text);
+        const std::size_t length = Utf8SequenceLength(text);
         if (length == 0)
             return false;
         text.remove_prefix(length);
@@ -79,7 +78,7 @@ bool IsValidUtf8(std::string_view text) {
 std::size_t Utf16Length(std::string_view text) {
     std::size_t units = 0;
     while (!text.empty()) {
-        const std::size_t length = SequenceLength(text);
+        const std::size_t length = Utf8SequenceLength(text);
         units += length == 4 ? 2 : 1;  // what needs four bytes lies beyond the first 65,536 characters
         text.remove_prefix(length == 0 ? 1 : length);
     }

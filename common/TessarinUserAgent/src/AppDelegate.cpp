@@ -7,6 +7,8 @@
 
 #include "common/SystemUtils.h"
 #include "common/log.h"
+#include "common/utf8.h"
+#include "useragent/DisplayText.h"
 #include "useragent/PropertiesURL.h"
 
 namespace useragent {
@@ -125,9 +127,14 @@ void AppDelegate::showFileFilters(const std::optional<std::string>& path,
     }
     auto controller = std::make_unique<FileFiltersViewController>(environment_.properties);
     const std::string asked = path.value_or(std::string());
-    controller->setFiltersArray(ToFilterRecords(xpcClient_->getFileFilters(asked)));
     controller->setFileName(path);
-    controller->setIsEncrypted(checkFileEncryption(asked));
+    // Messages carry text: the service would be asked about another name.
+    if (cmn::IsValidUtf8(asked)) {
+        controller->setFiltersArray(ToFilterRecords(xpcClient_->getFileFilters(asked)));
+        controller->setIsEncrypted(checkFileEncryption(asked));
+    } else {
+        TLOG_WARN("The name of a file is not UTF-8, nobody is asked about it: {}", EscapedBytes(asked));
+    }
     entry->window->show(std::move(controller), activationToken);
     const std::lock_guard lock(windowsMutex_);
     fileFiltersWindows_.push_back(entry);

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "useragent/DisplayText.h"
+
 namespace useragent {
 
 namespace {
@@ -118,18 +120,18 @@ std::string PredictionText(const EncryptionPrediction& prediction) {
 
 std::string ExplainPrediction(std::string info, const EncryptionPrediction& prediction) {
     if (prediction.anyEncrypting) {
-        info +=
-            fmt::format("The file is flagged by {}, which has encryption enabled.", prediction.flaggedName);
+        info += fmt::format("The file is flagged by {}, which has encryption enabled.",
+                            OneLine(prediction.flaggedName));
         info += fmt::format(
             " The encryption delay has {} (file last modified {} days ago, encryption delay set to {})",
             prediction.delayPassed ? "passed" : "not passed", prediction.ageDays, prediction.delayDays);
     }
     if (prediction.stoppedByDisabledPrimary) {
-        info =
-            fmt::format("The file is flagged by {}, which has encryption disabled.", prediction.overrideName);
+        info = fmt::format("The file is flagged by {}, which has encryption disabled.",
+                           OneLine(prediction.overrideName));
     }
     if (prediction.primaryEncrypting || prediction.stoppedByDisabledPrimary) {
-        info += fmt::format("\n{} overrides other classifiers", prediction.overrideName);
+        info += fmt::format("\n{} overrides other classifiers", OneLine(prediction.overrideName));
     }
     return info;
 }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "useragent/DisplayText.h"
 
 namespace useragent {
 
@@ -14,8 +15,8 @@ void FileFiltersViewController::viewDidLoad(FileFiltersView& view) const {
     const FilterTotals totals = TotalsOf(filtersArray_);
     view.setTotalRiskLabel(RiskText(totals.risk));
     view.setTotalSensetiveRiskLabel(RiskText(totals.sensitiveRisk));
-    view.setFileNameLabel(fileName_.value_or(std::string()));
-    view.setServerIDLabel(totals.serverID);
+    view.setFileNameLabel(FileNameText(fileName_.value_or(std::string())));
+    view.setServerIDLabel(OneLine(totals.serverID));
     view.setFileStateLabel(FileStateText(filtersArray_, totals));
     view.setEncryptionStatusLabel(EncryptionStatusText(isEncrypted_));
 
@@ -49,6 +50,18 @@ FilterCell FileFiltersViewController::objectValue(const std::string& column, std
         return CostText(getFilterCost(record));
     }
     return record.description(column);
+}
+
+std::string FileFiltersViewController::longestText(const std::string& column) const {
+    std::string longest;
+    for (std::size_t row = 0; row < numberOfRows(); ++row) {
+        const FilterCell cell = objectValue(column, row);
+        const auto* const text = std::get_if<std::string>(&cell);
+        if (text != nullptr && text->size() > longest.size()) {
+            longest = *text;
+        }
+    }
+    return longest;
 }
 
 }  // namespace useragent

@@ -1,6 +1,10 @@
 #include "useragent/PropertiesURL.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+
+#include "common/utf8.h"
 
 namespace useragent {
 
@@ -98,6 +102,19 @@ std::optional<PropertiesRequest> ParsePropertiesURL(std::string_view url) {
         }
     }
     return request;
+}
+
+std::string TextOfURL(std::string_view url) {
+    std::string text;
+    while (!url.empty()) {
+        const std::size_t length = cmn::Utf8SequenceLength(url);
+        if (length == 0) {
+            text += fmt::format("%{:02X}", static_cast<unsigned char>(url.front()));
+        }
+        text += url.substr(0, length);
+        url.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return text;
 }
 
 }  // namespace useragent

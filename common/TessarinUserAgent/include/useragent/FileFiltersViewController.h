@@ -60,6 +60,9 @@ class FileFiltersViewController {
     std::size_t numberOfRows() const { return filtersArray_.size(); }
     // `column` is one of the three above or a record's key. Throws std::out_of_range.
     FilterCell objectValue(const std::string& column, std::size_t row) const;
+    // The first of the longest texts of a column, by its bytes: columns of numbers are as wide as this one
+    // needs, so that none is cut. Looks at every row.
+    std::string longestText(const std::string& column) const;
     static double getFilterCost(const FilterRecord& record) { return FilterCost(record); }
 
  private:

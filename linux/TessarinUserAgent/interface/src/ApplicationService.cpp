@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "useragent/PropertiesURL.h"
 
 namespace useragent {
 
@@ -133,7 +134,8 @@ std::string ApplicationService::handOver(LaunchRequest& request,
     do {
         const auto end = request.urls.begin() + std::min<std::ptrdiff_t>(std::ssize(request.urls), kMostUrls);
         QStringList urls;
-        std::transform(request.urls.begin(), end, std::back_inserter(urls), &QString::fromStdString);
+        std::transform(request.urls.begin(), end, std::back_inserter(urls),
+                       [](const std::string& url) { return QString::fromStdString(TextOfURL(url)); });
         const QDBusMessage answer = bus_.call(RequestMessage(urls, request.activationToken), QDBus::Block,
                                               MillisecondsUntil(deadline));
         if (answer.type() != QDBusMessage::ReplyMessage) {

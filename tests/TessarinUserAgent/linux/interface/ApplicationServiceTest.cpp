@@ -109,6 +109,14 @@ TEST_F(ApplicationServiceTest, TheFirstOwnsTheNameAndTheOthersHandOver) {
     EXPECT_THAT(tokens, ElementsAre("token-1"));
 }
 
+TEST_F(ApplicationServiceTest, AUrlWithBytesThatAreNoTextArrivesAsTheSameRequest) {
+    ApplicationService first(Connect(bus));
+    first.claim();
+    handle(first);
+    EXPECT_EQ(handOver({{"tessarin-scheme://showProperties?path=/caf\xE9"}, ""}), "");
+    EXPECT_THAT(urls, ElementsAre("tessarin-scheme://showProperties?path=/caf%E9"));
+}
+
 TEST_F(ApplicationServiceTest, ALaunchWithoutUrlsChangesNothing) {
     ApplicationService first(Connect(bus));
     first.claim();
