@@ -5,6 +5,9 @@
 #include <limits>
 #include <utility>
 
+#include "ToolTip.h"
+#include "useragent/DisplayText.h"
+
 namespace useragent {
 
 namespace {
@@ -12,23 +15,37 @@ namespace {
 struct Column {
     const char* identifier;
     const char* header;
-    Qt::Alignment alignment;
+    bool isNumber;
 };
 
 const std::array<Column, 4> kColumns{{
-    {kFilterNameKey, "Classifier", Qt::AlignLeft | Qt::AlignVCenter},
-    {kSensitiveTypeColumn, "Sensitive", Qt::AlignLeft | Qt::AlignVCenter},
-    {kCountColumn, "Count", Qt::AlignRight | Qt::AlignVCenter},
-    {kCostColumn, "Risk (USD)", Qt::AlignRight | Qt::AlignVCenter},
+    {kFilterNameKey, "Classifier", false},
+    {kSensitiveTypeColumn, "Sensitive", false},
+    {kCountColumn, "Count", true},
+    {kCostColumn, "Risk (USD)", true},
 }};
 
 const Column& ColumnAt(int section) {
     return kColumns.at(static_cast<std::size_t>(section));
 }
 
+QVariant AlignmentOf(const Column& column) {
+    return QVariant((column.isNumber ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter);
+}
+
+std::vector<QVariant> LongestNumbers(const FileFiltersViewController& controller) {
+    std::vector<QVariant> longest;
+    for (const Column& column : kColumns) {
+        longest.push_back(column.isNumber ? QVariant(QString::fromStdString(
+                                                OneLine(controller.longestText(column.identifier))))
+                                          : QVariant());
+    }
+    return longest;
+}
+
 QVariant TextOf(const FilterCell& cell, int role) {
     if (const auto* text = std::get_if<std::string>(&cell)) {
-        return QString::fromStdString(*text);
+        return QString::fromStdString(OneLine(*text));
     }
     // A check box has no text; a screen reader says what it shows.
     const QString state = std::get<DisabledCheckBox>(cell).on ? "sensitive" : "not sensitive";
@@ -39,7 +56,9 @@ QVariant TextOf(const FilterCell& cell, int role) {
 
 FilterTableModel::FilterTableModel(std::shared_ptr<const FileFiltersViewController> controller,
                                    QObject* parent)
-    : QAbstractTableModel(parent), controller_(std::move(controller)) {}
+    : QAbstractTableModel(parent),
+      controller_(std::move(controller)),
+      longestNumbers_(LongestNumbers(*controller_)) {}
 
 int FilterTableModel::rowCount(const QModelIndex& parent) const {
     constexpr auto kMost = static_cast<std::size_t>(std::numeric_limits<int>::max());
@@ -62,13 +81,16 @@ QVariant FilterTableModel::data(const QModelIndex& index, int role) const {
         case Qt::DisplayRole:
         case Qt::AccessibleTextRole:
             return TextOf(cell(), role);
+        case Qt::ToolTipRole:
+            return index.column() == kNameColumn ? QVariant(ToolTipOf(TextOf(cell(), role).toString()))
+                                                 : QVariant();
         case Qt::CheckStateRole: {
             const FilterCell value = cell();
             const auto* box = std::get_if<DisabledCheckBox>(&value);
             return box != nullptr ? QVariant(box->on ? Qt::Checked : Qt::Unchecked) : QVariant();
         }
         case Qt::TextAlignmentRole:
-            return QVariant(column.alignment);
+            return AlignmentOf(column);
         default:
             return {};
     }
@@ -83,9 +105,11 @@ QVariant FilterTableModel::headerData(int section, Qt::Orientation orientation, 
         case Qt::DisplayRole:
             return QString(column.header);
         case Qt::TextAlignmentRole:
-            return QVariant(column.alignment);
+            return AlignmentOf(column);
         case kIdentifierRole:
             return QString(column.identifier);
+        case kLongestNumberRole:
+            return longestNumbers_.at(static_cast<std::size_t>(section));
         default:
             return {};
     }

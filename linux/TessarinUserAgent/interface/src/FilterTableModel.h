@@ -2,6 +2,7 @@
 
 #include <QAbstractTableModel>
 #include <memory>
+#include <vector>
 
 #include "useragent/FileFiltersViewController.h"
 
@@ -12,8 +13,13 @@ class FilterTableModel : public QAbstractTableModel {
     Q_OBJECT
 
  public:
-    // The identifier of a column in the controller.
+    // Of the header: the identifier of a column in the controller.
     static constexpr int kIdentifierRole = Qt::UserRole;
+    // Of the header: the longest text of a column of numbers, of no others.
+    static constexpr int kLongestNumberRole = Qt::UserRole + 1;
+
+    static constexpr int kNameColumn = 0;
+    static constexpr int kCheckBoxColumn = 1;
 
     FilterTableModel(std::shared_ptr<const FileFiltersViewController> controller, QObject* parent);
 
@@ -25,6 +31,7 @@ class FilterTableModel : public QAbstractTableModel {
 
  private:
     const std::shared_ptr<const FileFiltersViewController> controller_;
+    const std::vector<QVariant> longestNumbers_;  // by column; null for other columns
 };
 
 }  // namespace useragent

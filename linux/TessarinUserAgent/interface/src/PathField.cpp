@@ -5,11 +5,12 @@
 #include <QStyleOptionFrame>
 #include <limits>
 
+#include "ToolTip.h"
+
 namespace useragent {
 
 namespace {
 
-constexpr qsizetype kLongestTooltip = 4096;
 constexpr int kTextMargin = 2;  // what a line edit leaves at each side
 
 }  // namespace
@@ -28,8 +29,7 @@ PathField::PathField(QWidget* parent) : QLineEdit(parent) {
 void PathField::showText(const QString& text) {
     setText(text);
     setCursorPosition(0);
-    // Tooltips guess whether a text is markup; escaped it never is.
-    setToolTip(text.isEmpty() ? QString() : "<qt>" + text.left(kLongestTooltip).toHtmlEscaped() + "</qt>");
+    setToolTip(ToolTipOf(text));
 }
 
 QString PathField::elidedText() const {

@@ -4,8 +4,8 @@
 
 namespace useragent {
 
-// A long text of one line to read and copy: while it is too long for its place and not focused, its middle is
-// left out. The tooltip shows it whole.
+// A text of one line, perhaps a long one, to read and copy: while it is too long for its place and not
+// focused, its middle is left out. The tooltip shows it whole.
 class PathField : public QLineEdit {
     Q_OBJECT
 

@@ -7,7 +7,7 @@
 #include <QShortcut>
 #include <utility>
 
-#include "FilterTableModel.h"
+#include "FocusRing.h"
 #include "ui_PropertiesForm.h"
 
 namespace useragent {
@@ -31,6 +31,7 @@ PropertiesForm::PropertiesForm(std::function<void()> willClose)
     ui_->setupUi(this);
     setSizeGripEnabled(false);
     setUpLabels();
+    new FocusRing(this);
     connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, this, &QWidget::close);
 }
 
@@ -38,34 +39,18 @@ PropertiesForm::~PropertiesForm() = default;
 
 void PropertiesForm::load(std::unique_ptr<FileFiltersViewController> controller) {
     controller_ = std::move(controller);
-    setUpTable();
+    ui_->tableView->showFilters(controller_);
     controller_->viewDidLoad(*this);
     ui_->tableView->setFocus();  // not the path, which would show its beginning only
 }
 
 void PropertiesForm::setUpLabels() {
-    for (QLabel* label : {ui_->fileStateLabel, ui_->totalRiskLabel, ui_->totalSensetiveRiskLabel,
-                          ui_->encryptionStatusLabel, ui_->encryptionPredictLabel}) {
+    for (QLabel* label : {ui_->fileStateLabel, ui_->encryptionStatusLabel, ui_->encryptionPredictLabel}) {
         // What a file's name or a service says is never markup.
         label->setTextFormat(Qt::PlainText);
         label->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
         label->setFocusPolicy(Qt::StrongFocus);
     }
-}
-
-void PropertiesForm::setUpTable() {
-    QTableView& table = *ui_->tableView;
-    table.setModel(new FilterTableModel(controller_, this));
-    QHeaderView& header = *table.horizontalHeader();
-    header.setSectionResizeMode(QHeaderView::Interactive);
-    header.setSectionResizeMode(0, QHeaderView::Stretch);
-    // As wide as the headers ask: looking at all cells takes long with many.
-    for (int section = 1; section < header.count(); ++section) {
-        header.resizeSection(section, header.sectionSizeHint(section) + fontMetrics().averageCharWidth());
-    }
-    QHeaderView& rows = *table.verticalHeader();
-    rows.setSectionResizeMode(QHeaderView::Fixed);
-    rows.setDefaultSectionSize(fontMetrics().height() + 6);
 }
 
 void PropertiesForm::centre() {
@@ -94,11 +79,11 @@ void PropertiesForm::changeEvent(QEvent* event) {
 }
 
 void PropertiesForm::setTotalRiskLabel(const std::string& text) {
-    ui_->totalRiskLabel->setText(ToQString(text));
+    ui_->totalRiskLabel->showText(ToQString(text));
 }
 
 void PropertiesForm::setTotalSensetiveRiskLabel(const std::string& text) {
-    ui_->totalSensetiveRiskLabel->setText(ToQString(text));
+    ui_->totalSensetiveRiskLabel->showText(ToQString(text));
 }
 
 void PropertiesForm::setFileNameLabel(const std::string& text) {

@@ -45,7 +45,6 @@ class PropertiesForm : public QDialog, private FileFiltersView {
     void setEncryptionInfo(const std::string& text) override;
 
     void setUpLabels();
-    void setUpTable();
 
     const std::unique_ptr<Ui::PropertiesForm> ui_;
     std::shared_ptr<const FileFiltersViewController> controller_;

@@ -102,6 +102,7 @@ void ExpectWindowLike(const QPalette& palette, const char* name) {
     useragent::PropertiesForm form([] {});
     form.load(std::move(controller));
     form.show();
+    form.activateWindow();
     QCoreApplication::processEvents();
     ExpectLike(form.grab().toImage(), name, 4);
 }

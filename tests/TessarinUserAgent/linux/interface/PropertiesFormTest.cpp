@@ -25,11 +25,12 @@ using useragent::PropertiesForm;
 
 const useragent::WallTime kNow{std::chrono::seconds(1'795'219'200)};
 
-FilterRecord Record(const std::string& name, bool sensitive) {
+FilterRecord Record(const std::string& name, bool sensitive, const char* cost = "0.5",
+                    const char* matches = "3") {
     return FilterRecord(cmn::ScanRecord{{"Name", name},
                                         {"SensitiveType", sensitive ? "1" : "0"},
-                                        {"costUsd", "0.5"},
-                                        {"MatchCount", "3"},
+                                        {"costUsd", cost},
+                                        {"MatchCount", matches},
                                         {"AmazonID", "<i>id</i>"}});
 }
 
@@ -93,8 +94,8 @@ TEST_F(PropertiesFormTest, ComesBackWhenItIsMinimisedAllTheSame) {
 
 TEST_F(PropertiesFormTest, ShowsWhatTheControllerSays) {
     open({Record("Cards", true), Record("Dates", false)});
-    EXPECT_EQ(label("totalRiskLabel"), "$3.00");
-    EXPECT_EQ(label("totalSensetiveRiskLabel"), "$1.50");
+    EXPECT_EQ(find<PathField>("totalRiskLabel").text(), "$3.00");
+    EXPECT_EQ(find<PathField>("totalSensetiveRiskLabel").text(), "$1.50");
     EXPECT_EQ(label("fileStateLabel"), "Scanned: Pending server sync");
     EXPECT_EQ(label("encryptionStatusLabel"), "Status: Not Encrypted");
     EXPECT_EQ(label("encryptionPredictLabel"), "The file should not be encrypted");
