@@ -77,11 +77,12 @@ class Menu(StatusItemTest):
         red = item.menu()[0]
         self.assertEqual(red.label, _OFF)
         self.assertTrue(red.icon.startswith(b"\x89PNG"))
+        self.assertNotEqual(red.icon, item.menu()[2].icon)
         for size, pixels in item.pixmaps().items():
             self.assertNotEqual(pixels, normal[size], size)
         self.host.set_full_disk_access(True)
         self.wait_title(item, _NORMAL)
-        self.assertEqual(item.menu()[0].icon, b"")
+        self.assertEqual(item.menu()[0].icon, item.menu()[2].icon)  # an empty picture
         self.assertEqual(item.pixmaps(), normal)
 
     def test_service_that_is_away_is_missing_access_until_it_is_back(self) -> None:

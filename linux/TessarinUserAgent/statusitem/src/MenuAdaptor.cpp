@@ -14,7 +14,8 @@ namespace {
 
 // The layout never changes: items are rewritten, not added or removed.
 constexpr unsigned kRevision = 1;
-constexpr int kIconSize = 16;
+// Twice what menus show: panels of any density only make it smaller.
+constexpr QSize kIconSize(32, 32);
 
 // From one mark of a keyboard shortcut to the other's.
 QString Label(QString text) {
@@ -26,7 +27,7 @@ QByteArray Png(const QIcon& icon) {
     QByteArray data;
     QBuffer buffer(&data);
     buffer.open(QIODevice::WriteOnly);
-    icon.pixmap(kIconSize, kIconSize).save(&buffer, "PNG");
+    icon.pixmap(kIconSize, 1.0).save(&buffer, "PNG");
     return data;
 }
 

@@ -11,13 +11,14 @@
 #include "Callbacks.h"
 #include "DrawnMenu.h"
 #include "linux_statusitem/StatusIcons.h"
+#include "useragent/DisplayText.h"
 
 namespace useragent {
 namespace {
 
 // An ampersand would be taken for the mark of a keyboard shortcut.
 QString PlainTitle(const std::string& title) {
-    return QString::fromStdString(title).replace(QLatin1Char('&'), QLatin1String("&&"));
+    return QString::fromStdString(OneLine(title)).replace(QLatin1Char('&'), QLatin1String("&&"));
 }
 
 // Every rewriting is told to the panel, which would make an open menu jump.
@@ -25,6 +26,7 @@ class ActionItem : public MenuItem {
  public:
     ActionItem(QAction* action, const char* title) : action_(action), shown_{title} {
         action->setText(PlainTitle(shown_.title));
+        action->setIcon(MenuItemIcon(shown_));
         action->setIconVisibleInMenu(true);
     }
 

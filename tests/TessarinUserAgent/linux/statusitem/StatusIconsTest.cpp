@@ -44,7 +44,8 @@ const QColor kDarkPanel(0x2b, 0x2b, 0x2b);
 TEST(StatusIconsTest, HaveAPixmapOfEverySizeThatPanelsAskFor) {
     for (const QIcon& icon :
          {useragent::StatusIcon(StatusImage::menuIcon), useragent::StatusIcon(StatusImage::menuIconRed),
-          useragent::ApplicationIcon()}) {
+          useragent::ApplicationIcon(), useragent::MenuItemIcon({"", true, useragent::MenuImage::none}),
+          useragent::MenuItemIcon({"", false, useragent::MenuImage::accessibility})}) {
         for (const int size : {16, 22, 24, 32, 44, 48, 64, 96, 128}) {
             EXPECT_TRUE(icon.availableSizes().contains(QSize(size, size))) << size;
             EXPECT_GT(Difference(InGrey(icon, size, kLightPanel), Plain(size, kLightPanel)), 0.2) << size;
@@ -71,9 +72,16 @@ TEST(StatusIconsTest, StatesAreToldApartByShape) {
     }
 }
 
+TEST(StatusIconsTest, AnItemOfTheMenuWithoutAnImageHasAnEmptyOneOfTheSameSizes) {
+    const QIcon empty = useragent::MenuItemIcon({"", false, useragent::MenuImage::none});
+    const QIcon other = useragent::MenuItemIcon({"", false, useragent::MenuImage::accessibility});
+    EXPECT_FALSE(empty.isNull());
+    EXPECT_EQ(empty.availableSizes(), other.availableSizes());
+    EXPECT_EQ(Difference(InGrey(empty, 32, kLightPanel), Plain(32, kLightPanel)), 0);
+}
+
 TEST(StatusIconsTest, RedItemOfTheMenuHasAMarkWhateverItsImage) {
     using useragent::MenuImage;
-    EXPECT_TRUE(useragent::MenuItemIcon({"", false, MenuImage::none}).isNull());
     EXPECT_FALSE(useragent::MenuItemIcon({"", false, MenuImage::accessibility}).isNull());
     const QImage mark = useragent::MenuItemIcon({"", true, MenuImage::none}).pixmap(16, 16).toImage();
     EXPECT_GT(mark.pixelColor(3, 8).red(), 150);

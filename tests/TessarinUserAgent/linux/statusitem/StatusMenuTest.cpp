@@ -110,13 +110,29 @@ TEST_F(StatusMenuTest, RedTitleIsReadableOnADarkMenuToo) {
 }
 
 TEST_F(StatusMenuTest, RedItemHasAMarkAndOthersTheirImage) {
+    const auto isDrawn = [this](int index) {
+        const QImage image = actions().at(index)->icon().pixmap(QSize(16, 16), 1.0).toImage();
+        return image.pixelColor(8, 8).alpha() > 0;
+    };
     fillMenu(false);
-    EXPECT_FALSE(actions().at(0)->icon().isNull());
-    EXPECT_FALSE(actions().at(1)->icon().isNull());
-    EXPECT_TRUE(actions().at(2)->icon().isNull());
+    EXPECT_TRUE(isDrawn(0));
+    EXPECT_TRUE(isDrawn(1));
+    EXPECT_FALSE(isDrawn(2));
     fillMenu(true);
-    EXPECT_TRUE(actions().at(0)->icon().isNull());
-    EXPECT_FALSE(actions().at(1)->icon().isNull());
+    EXPECT_FALSE(isDrawn(0));
+    EXPECT_TRUE(isDrawn(1));
+}
+
+TEST_F(StatusMenuTest, EveryTitleHasAPictureBesideItPerhapsAnEmptyOne) {
+    fillMenu(true);
+    for (const QAction* const action : actions()) {
+        EXPECT_EQ(action->icon().isNull(), action->isSeparator()) << action->text().toStdString();
+    }
+}
+
+TEST_F(StatusMenuTest, AControlCharacterInATitleIsShownAsABlank) {
+    menu->items().versionItem->setContent({"v. 1\n2"});
+    EXPECT_EQ(actions().at(3)->text(), "v. 1 2");
 }
 
 TEST_F(StatusMenuTest, IsBroughtUpToDateBeforeItIsShown) {

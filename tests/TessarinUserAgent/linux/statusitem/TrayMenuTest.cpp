@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "StatusItemFixture.h"
+#include "linux_statusitem/StatusIcons.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"
 
@@ -78,6 +79,8 @@ TEST_F(TrayMenuTest, TitleIsShownAsItIs) {
     menu->items().versionItem->setContent({"v. 1_rc & more"});
     // A single one would be taken for the mark of a keyboard shortcut.
     EXPECT_EQ(labels().at(3), "v. 1__rc & more");
+    menu->items().versionItem->setContent({"v. 1\n2"});
+    EXPECT_EQ(labels().at(3), "v. 1 2");
 }
 
 TEST_F(TrayMenuTest, PanelsMayAskInGroupsAndForOneProperty) {
@@ -102,16 +105,46 @@ TEST_F(TrayMenuTest, StrangeRequestsAreAnswered) {
     EXPECT_THAT(calls, IsEmpty());
 }
 
+// Whether the picture of an entry shows anything.
+bool IsDrawn(const Entry& entry) {
+    const QImage picture = QImage::fromData(entry.iconData, "PNG");
+    return picture.pixelColor(picture.width() / 2, picture.height() / 2).alpha() > 0;
+}
+
+TEST_F(TrayMenuTest, PicturesAreOfTheSizeThatPanelsOfTwiceTheDensityShow) {
+    fillMenu(false);
+    for (const Entry& entry : panel.layout(name)) {
+        if (!entry.isSeparator) {
+            EXPECT_EQ(QImage::fromData(entry.iconData, "PNG").size(), QSize(32, 32)) << entry.label;
+        }
+    }
+    // Drawn at that size, not made larger.
+    const QIcon icon = useragent::MenuItemIcon({"", false, useragent::MenuImage::accessibility});
+    EXPECT_EQ(
+        QImage::fromData(panel.layout(name).at(1).iconData, "PNG").convertToFormat(QImage::Format_ARGB32),
+        icon.pixmap(QSize(32, 32), 1.0).toImage().convertToFormat(QImage::Format_ARGB32));
+}
+
+TEST_F(TrayMenuTest, TitlesWithoutAPictureHaveAnEmptyOneSoThatAllAreAligned) {
+    std::vector<bool> drawn;
+    for (const Entry& entry : panel.layout(name)) {
+        if (!entry.isSeparator) {
+            EXPECT_FALSE(entry.iconData.isEmpty()) << entry.label;
+            drawn.push_back(IsDrawn(entry));
+        }
+    }
+    EXPECT_THAT(drawn, ElementsAre(false, true, false, false, false));
+}
+
 TEST_F(TrayMenuTest, RedItemHasARedMark) {
-    EXPECT_TRUE(panel.layout(name).at(0).iconData.isEmpty());
-    EXPECT_FALSE(panel.layout(name).at(1).iconData.isEmpty());
+    EXPECT_FALSE(IsDrawn(panel.layout(name).at(0)));
     fillMenu(false);
     const QImage mark = QImage::fromData(panel.layout(name).at(0).iconData, "PNG");
     ASSERT_FALSE(mark.isNull());
     const QColor colour = mark.pixelColor(mark.width() / 5, mark.height() / 2);
     EXPECT_GT(colour.red(), colour.green() + 100);
     fillMenu(true);
-    EXPECT_TRUE(panel.layout(name).at(0).iconData.isEmpty());
+    EXPECT_FALSE(IsDrawn(panel.layout(name).at(0)));
 }
 
 TEST_F(TrayMenuTest, UpdateThatChangesNothingIsNotToldToThePanel) {

@@ -10,7 +10,8 @@ namespace useragent {
 // The product's pictures, compiled in: pixmaps of the sizes that panels, menus and windows ask for.
 // Main thread, once there is a QApplication.
 QIcon StatusIcon(StatusImage image);
-// Of an item of the menu: a red mark when it is red, whatever its image; null for none.
+// Of an item of the menu: a red mark when it is red, whatever its image; an empty picture for none, so that
+// all titles begin at the same place.
 QIcon MenuItemIcon(const MenuItemContent& content);
 // Of the product's windows.
 QIcon ApplicationIcon();
