@@ -1,8 +1,13 @@
 #include "linux_filemanagers/LinuxSettingsPanes.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <unistd.h>
+
 #include <QProcess>
 #include <QString>
 #include <QStringList>
+#include <QUrl>
 #include <algorithm>
 #include <boost/algorithm/string/case_conv.hpp>
 #include <utility>
@@ -14,34 +19,31 @@ namespace {
 
 struct Pane {
     const char* desktop;  // in small letters
-    SettingsTopic topic;
     ProgramCall call;
 };
 
-// In the order in which they are tried.
+// For accessibility, in the order in which they are tried. No desktop has a switch for full disk access.
 const std::vector<Pane>& Panes() {
-    using enum SettingsTopic;
     static const std::vector<Pane> panes{
-        {"gnome", fullDiskAccess, {"gnome-control-center", {"privacy"}}},
-        {"gnome", accessibility, {"gnome-control-center", {"universal-access"}}},
-        {"unity", fullDiskAccess, {"unity-control-center", {"privacy"}}},
-        {"unity", accessibility, {"unity-control-center", {"universal-access"}}},
-        {"budgie", fullDiskAccess, {"budgie-control-center", {"privacy"}}},
-        {"budgie", accessibility, {"budgie-control-center", {"universal-access"}}},
-        {"kde", fullDiskAccess, {"systemsettings", {"kcm_users"}}},
-        {"kde", fullDiskAccess, {"systemsettings5", {"kcm_users"}}},
-        {"kde", accessibility, {"systemsettings", {"kcm_access"}}},
-        {"kde", accessibility, {"systemsettings5", {"kcm_access"}}},
-        {"xfce", fullDiskAccess, {"xfce4-settings-manager", {}}},
-        {"xfce", accessibility, {"xfce4-accessibility-settings", {}}},
-        {"xfce", accessibility, {"xfce4-settings-manager", {}}},
-        {"x-cinnamon", fullDiskAccess, {"cinnamon-settings", {"privacy"}}},
-        {"x-cinnamon", accessibility, {"cinnamon-settings", {"universal-access"}}},
-        {"mate", fullDiskAccess, {"mate-control-center", {}}},
-        {"mate", accessibility, {"mate-at-properties", {}}},
-        {"mate", accessibility, {"mate-control-center", {}}},
+        {"gnome", {"gnome-control-center", {"universal-access"}}},
+        {"unity", {"unity-control-center", {"universal-access"}}},
+        {"budgie", {"budgie-control-center", {"universal-access"}}},
+        {"kde", {"systemsettings", {"kcm_access"}}},
+        {"kde", {"systemsettings5", {"kcm_access"}}},
+        {"xfce", {"xfce4-accessibility-settings", {}}},
+        {"xfce", {"xfce4-settings-manager", {}}},
+        {"x-cinnamon", {"cinnamon-settings", {"universal-access"}}},
+        {"mate", {"mate-at-properties", {}}},
+        {"mate", {"mate-control-center", {}}},
     };
     return panes;
+}
+
+// As a URL: openers take a path with a section for a file of that name.
+std::string SectionOf(const std::filesystem::path& helpPage, SettingsTopic topic) {
+    QUrl section = QUrl::fromLocalFile(QString::fromStdString(helpPage.string()));
+    section.setFragment(topic == SettingsTopic::fullDiskAccess ? "full-disk-access" : "accessibility");
+    return section.toEncoded().toStdString();
 }
 
 }  // namespace
@@ -52,13 +54,14 @@ std::optional<ProgramCall> ChooseSettingsProgram(const std::vector<std::string>&
     for (const std::string& name : desktopNames) {
         const std::string desktop = boost::algorithm::to_lower_copy(name);
         const auto found = std::find_if(Panes().begin(), Panes().end(), [&](const Pane& pane) {
-            return pane.desktop == desktop && pane.topic == topic && hasProgram(pane.call.program);
+            return pane.desktop == desktop && topic == SettingsTopic::accessibility &&
+                   hasProgram(pane.call.program);
         });
         if (found != Panes().end()) {
             return found->call;
         }
     }
-    const ProgramCall help{"xdg-open", {helpPage.string()}};
+    const ProgramCall help{"xdg-open", {SectionOf(helpPage, topic)}};
     return hasProgram(help.program) ? std::optional(help) : std::nullopt;
 }
 
@@ -78,23 +81,44 @@ void LinuxSettingsPanes::open(SettingsTopic topic) noexcept {
     try {
         const std::optional<ProgramCall> call = ChooseSettingsProgram(DesktopNames(session_.currentDesktop),
                                                                       topic, session_.hasProgram, helpPage_);
-        if (!call) {
+        if (call) {
+            starter_(*call, [call = *call](const std::string& failure) {
+                TLOG_WARN("{} {} -- failed: {}", call.program, fmt::join(call.arguments, " "), failure);
+            });
+        } else {
             TLOG_WARN("There is no program for the desktop's settings, and none that shows {}",
                       helpPage_.string());
-        } else if (!starter_(*call)) {
-            TLOG_WARN("The program for the desktop's settings could not be started: {}", call->program);
         }
     } catch (const std::exception& error) {
         TLOG_WARN("The program for the desktop's settings could not be started: {}", error.what());
     }
 }
 
-bool LinuxSettingsPanes::StartDetached(const ProgramCall& call) {
+void LinuxSettingsPanes::Start(const ProgramCall& call, const FailureHandler& failed) {
     QStringList arguments;
     for (const std::string& argument : call.arguments) {
         arguments.append(QString::fromStdString(argument));
     }
-    return QProcess::startDetached(QString::fromStdString(call.program), arguments);
+    // Never destroyed before its program has ended, not even with the agent: that would end the program.
+    auto* const program = new QProcess;
+    program->setStandardInputFile(QProcess::nullDevice());
+    program->setProcessChannelMode(QProcess::ForwardedChannels);
+    program->setChildProcessModifier([] { setsid(); });
+    QObject::connect(program, &QProcess::finished, program,
+                     [program, failed](int exitCode, QProcess::ExitStatus status) {
+                         program->deleteLater();
+                         if (status == QProcess::NormalExit && exitCode != 0) {
+                             failed(fmt::format("it ended with code {}", exitCode));
+                         }
+                     });
+    QObject::connect(program, &QProcess::errorOccurred, program,
+                     [program, failed](QProcess::ProcessError error) {
+                         failed(program->errorString().toStdString());
+                         if (error == QProcess::FailedToStart) {
+                             program->deleteLater();
+                         }
+                     });
+    program->start(QString::fromStdString(call.program), arguments);
 }
 
 }  // namespace useragent

@@ -1,7 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
+#include <QProcess>
 #include <algorithm>
+#include <csignal>
+#include <sstream>
 
 #include "UserHome.h"
 #include "linux_filemanagers/LinuxSettingsPanes.h"
@@ -20,68 +24,73 @@ namespace {
 
 using testing::ElementsAre;
 
-const ProgramCall kHelp{"xdg-open", {"/the help.html"}};
+const ProgramCall kHelpOnAccess{"xdg-open", {"file:///the%20help.html#full-disk-access"}};
+const ProgramCall kHelpOnAccessibility{"xdg-open", {"file:///the%20help.html#accessibility"}};
+
+std::optional<ProgramCall> Choose(const char* currentDesktop, SettingsTopic topic,
+                                  const std::vector<std::string>& programs) {
+    return ChooseSettingsProgram(
+        DesktopNames(currentDesktop), topic,
+        [&](const std::string& name) {
+            return std::find(programs.begin(), programs.end(), name) != programs.end();
+        },
+        "/the help.html");
+}
 
 struct Case {
     const char* currentDesktop;
-    SettingsTopic topic;
     std::vector<std::string> programs;
     std::optional<ProgramCall> expected;
 };
 
-TEST(SettingsPanesTest, EachDesktopHasItsPrograms) {
-    using enum SettingsTopic;
+TEST(SettingsPanesTest, EachDesktopHasItsProgramsForAccessibility) {
     const std::vector<Case> cases{
-        {"GNOME", fullDiskAccess, {"gnome-control-center"}, {{"gnome-control-center", {"privacy"}}}},
-        {"GNOME", accessibility, {"gnome-control-center"}, {{"gnome-control-center", {"universal-access"}}}},
-        {"ubuntu:GNOME",
-         accessibility,
-         {"gnome-control-center"},
-         {{"gnome-control-center", {"universal-access"}}}},
-        {"Unity", accessibility, {"unity-control-center"}, {{"unity-control-center", {"universal-access"}}}},
+        {"GNOME", {"gnome-control-center"}, {{"gnome-control-center", {"universal-access"}}}},
+        {"ubuntu:GNOME", {"gnome-control-center"}, {{"gnome-control-center", {"universal-access"}}}},
+        {"Unity", {"unity-control-center"}, {{"unity-control-center", {"universal-access"}}}},
         {"Budgie:GNOME",
-         fullDiskAccess,
          {"budgie-control-center", "gnome-control-center"},
-         {{"budgie-control-center", {"privacy"}}}},
-        {"Budgie:GNOME", fullDiskAccess, {"gnome-control-center"}, {{"gnome-control-center", {"privacy"}}}},
-        {"KDE", fullDiskAccess, {"systemsettings", "systemsettings5"}, {{"systemsettings", {"kcm_users"}}}},
-        {"KDE", fullDiskAccess, {"systemsettings5"}, {{"systemsettings5", {"kcm_users"}}}},
-        {"KDE", accessibility, {"systemsettings"}, {{"systemsettings", {"kcm_access"}}}},
-        {"KDE", accessibility, {"systemsettings5"}, {{"systemsettings5", {"kcm_access"}}}},
+         {{"budgie-control-center", {"universal-access"}}}},
+        {"Budgie:GNOME", {"gnome-control-center"}, {{"gnome-control-center", {"universal-access"}}}},
+        {"KDE", {"systemsettings", "systemsettings5"}, {{"systemsettings", {"kcm_access"}}}},
+        {"KDE", {"systemsettings5"}, {{"systemsettings5", {"kcm_access"}}}},
         {"XFCE",
-         fullDiskAccess,
-         {"xfce4-settings-manager", "xfce4-accessibility-settings"},
-         {{"xfce4-settings-manager", {}}}},
-        {"XFCE",
-         accessibility,
          {"xfce4-settings-manager", "xfce4-accessibility-settings"},
          {{"xfce4-accessibility-settings", {}}}},
-        {"XFCE", accessibility, {"xfce4-settings-manager", "xdg-open"}, {{"xfce4-settings-manager", {}}}},
-        {"X-Cinnamon", fullDiskAccess, {"cinnamon-settings"}, {{"cinnamon-settings", {"privacy"}}}},
-        {"X-Cinnamon", accessibility, {"cinnamon-settings"}, {{"cinnamon-settings", {"universal-access"}}}},
-        {"MATE",
-         fullDiskAccess,
-         {"mate-control-center", "mate-at-properties"},
-         {{"mate-control-center", {}}}},
-        {"MATE", accessibility, {"mate-control-center", "mate-at-properties"}, {{"mate-at-properties", {}}}},
-        {"MATE", accessibility, {"mate-control-center"}, {{"mate-control-center", {}}}},
+        {"XFCE", {"xfce4-settings-manager", "xdg-open"}, {{"xfce4-settings-manager", {}}}},
+        {"X-Cinnamon", {"cinnamon-settings"}, {{"cinnamon-settings", {"universal-access"}}}},
+        {"MATE", {"mate-control-center", "mate-at-properties"}, {{"mate-at-properties", {}}}},
+        {"MATE", {"mate-control-center"}, {{"mate-control-center", {}}}},
         // Nothing of the desktop's own.
-        {"GNOME", accessibility, {"systemsettings", "xdg-open"}, kHelp},
-        {"KDE", fullDiskAccess, {"gnome-control-center", "xdg-open"}, kHelp},
-        {"LXQt", fullDiskAccess, {"gnome-control-center", "xdg-open"}, kHelp},
-        {"", accessibility, {"xdg-open"}, kHelp},
-        {"GNOME", accessibility, {}, std::nullopt},
-        {"", fullDiskAccess, {}, std::nullopt},
+        {"GNOME", {"systemsettings", "xdg-open"}, kHelpOnAccessibility},
+        {"KDE", {"gnome-control-center", "xdg-open"}, kHelpOnAccessibility},
+        {"LXQt", {"gnome-control-center", "xdg-open"}, kHelpOnAccessibility},
+        {"", {"xdg-open"}, kHelpOnAccessibility},
+        {"GNOME", {}, std::nullopt},
     };
     for (const Case& one : cases) {
-        const auto chosen = ChooseSettingsProgram(
-            DesktopNames(one.currentDesktop), one.topic,
-            [&](const std::string& name) {
-                return std::find(one.programs.begin(), one.programs.end(), name) != one.programs.end();
-            },
-            kHelp.arguments.front());
-        EXPECT_EQ(chosen, one.expected)
-            << one.currentDesktop << (one.topic == accessibility ? ", accessibility" : ", full disk access");
+        EXPECT_EQ(Choose(one.currentDesktop, SettingsTopic::accessibility, one.programs), one.expected)
+            << one.currentDesktop;
+    }
+}
+
+TEST(SettingsPanesTest, FullDiskAccessIsTheHelpPagesAffairOnEveryDesktop) {
+    const std::vector<std::string> all{
+        "gnome-control-center", "unity-control-center", "budgie-control-center",
+        "systemsettings",       "systemsettings5",      "xfce4-settings-manager",
+        "cinnamon-settings",    "mate-control-center",  "xdg-open"};
+    for (const char* desktop :
+         {"GNOME", "Unity", "Budgie:GNOME", "KDE", "XFCE", "X-Cinnamon", "MATE", "LXQt", ""}) {
+        EXPECT_EQ(Choose(desktop, SettingsTopic::fullDiskAccess, all), kHelpOnAccess) << desktop;
+    }
+    EXPECT_EQ(Choose("GNOME", SettingsTopic::fullDiskAccess, {"gnome-control-center"}), std::nullopt);
+}
+
+TEST(SettingsPanesTest, TheHelpPageHasTheSectionsThatAreOpened) {
+    const std::string page = fake::ReadFile(HELP_PAGE);
+    for (const ProgramCall& help : {kHelpOnAccess, kHelpOnAccessibility}) {
+        const std::string& url = help.arguments.front();
+        EXPECT_NE(page.find("id=\"" + url.substr(url.find('#') + 1) + '"'), std::string::npos) << url;
     }
 }
 
@@ -90,13 +99,14 @@ class LinuxSettingsPanesTest : public testing::Test {
     fake::UserHome home;
     fake::LogCapture log;
     std::vector<ProgramCall> started;
-    bool canStart = true;
+    std::vector<LinuxSettingsPanes::FailureHandler> failed;
 
     LinuxSettingsPanes panes() {
-        return LinuxSettingsPanes("/the help.html", home.session(), [this](const ProgramCall& call) {
-            started.push_back(call);
-            return canStart;
-        });
+        return LinuxSettingsPanes("/the help.html", home.session(),
+                                  [this](const ProgramCall& call, const auto& onFailure) {
+                                      started.push_back(call);
+                                      failed.push_back(onFailure);
+                                  });
     }
 };
 
@@ -105,17 +115,16 @@ TEST_F(LinuxSettingsPanesTest, StartOneProgramForEachQuestion) {
     home.programs = {"systemsettings", "xdg-open"};
     panes().openFullDiskAccess();
     panes().openAccessibility();
-    EXPECT_THAT(started, ElementsAre(ProgramCall{"systemsettings", {"kcm_users"}},
-                                     ProgramCall{"systemsettings", {"kcm_access"}}));
-    EXPECT_EQ(log.count("settings"), 0U);
+    EXPECT_THAT(started, ElementsAre(kHelpOnAccess, ProgramCall{"systemsettings", {"kcm_access"}}));
+    EXPECT_EQ(log.lines().size(), 0U);
 }
 
-TEST_F(LinuxSettingsPanesTest, SayOnceThatAProgramCannotBeStarted) {
+TEST_F(LinuxSettingsPanesTest, SayThatAProgramFailedAlsoWhenTheyAreGone) {
     home.programs = {"xdg-open"};
-    canStart = false;
     panes().openAccessibility();
-    EXPECT_EQ(log.count("could not be started: xdg-open"), 1U);
-    EXPECT_EQ(log.lines().size(), 1U);
+    failed.at(0)("no such thing");
+    EXPECT_EQ(log.count("WARN"), 1U);
+    EXPECT_EQ(log.count("xdg-open file:///the%20help.html#accessibility -- failed: no such thing"), 1U);
 }
 
 TEST_F(LinuxSettingsPanesTest, SayOnceThatThereIsNoProgram) {
@@ -127,22 +136,78 @@ TEST_F(LinuxSettingsPanesTest, SayOnceThatThereIsNoProgram) {
 
 TEST_F(LinuxSettingsPanesTest, SurviveAStarterThatThrows) {
     home.programs = {"xdg-open"};
-    LinuxSettingsPanes panes("/help", home.session(),
-                             [](const ProgramCall&) -> bool { throw std::runtime_error("no processes"); });
+    LinuxSettingsPanes panes("/help", home.session(), [](const ProgramCall&, const auto&) {
+        throw std::runtime_error("no processes");
+    });
     panes.openAccessibility();
     EXPECT_EQ(log.count("no processes"), 1U);
 }
 
-TEST_F(LinuxSettingsPanesTest, StartProgramsWithTheirArgumentsAndWithoutAShell) {
-    const std::filesystem::path program = home.temporary / "pro gram";
-    const std::filesystem::path note = home.temporary / "note";
-    fake::WriteFile(program, "#!/bin/sh\nprintf '%s|' \"$@\" >\"" + note.string() + ".new\"\nmv \"" +
-                                 note.string() + ".new\" \"" + note.string() + "\"\n");
-    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
-    EXPECT_TRUE(LinuxSettingsPanes::StartDetached({program.string(), {"a b", "$HOME;*", ""}}));
+class StartedProgramTest : public testing::Test {
+ protected:
+    // A program that runs these lines.
+    std::string program(const std::string& lines) {
+        const std::filesystem::path path = folder / "pro gram";
+        fake::WriteFile(path, "#!/bin/sh\n" + lines + '\n');
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+        return path.string();
+    }
+    // Lines that leave a text in the note, complete as soon as it is there.
+    std::string noting(const std::string& command) const {
+        return command + " >'" + note.string() + ".new'\nmv '" + note.string() + ".new' '" + note.string() +
+               "'";
+    }
+    void start(const ProgramCall& call) {
+        LinuxSettingsPanes::Start(call, [this](const std::string& failure) { failures.push_back(failure); });
+    }
+
+    fake::TemporaryFolder folder;
+    const std::filesystem::path note = folder / "note";
+    std::vector<std::string> failures;
+};
+
+TEST_F(StartedProgramTest, HasItsArgumentsAndNoShell) {
+    start({program(noting("printf '%s|' $$ \"$@\"")), {"a b", "$HOME;*", ""}});
     ASSERT_TRUE(fake::WaitFor([&] { return std::filesystem::exists(note); }));
-    EXPECT_EQ(fake::ReadFile(note), "a b|$HOME;*||");
-    EXPECT_FALSE(LinuxSettingsPanes::StartDetached({(home.temporary / "missing").string(), {}}));
+    const std::string noted = fake::ReadFile(note);
+    EXPECT_EQ(noted.substr(noted.find('|')), "|a b|$HOME;*||");
+    // Until its end has been taken notice of.
+    EXPECT_TRUE(fake::WaitFor([pid = std::stoi(noted)] { return kill(pid, 0) != 0; }));
+    QCoreApplication::processEvents();
+    EXPECT_THAT(failures, ElementsAre());
+}
+
+TEST_F(StartedProgramTest, BelongsToNobodyWhoseEndWouldEndIt) {
+    const std::filesystem::path go = folder / "go";
+    start({program(noting("cut -d ' ' -f 1,6 /proc/$$/stat") + "\nwhile [ ! -e '" + go.string() +
+                   "' ]; do sleep 0.1; done\nexit 5"),
+           {}});
+    ASSERT_TRUE(fake::WaitFor([&] { return std::filesystem::exists(note); }));
+    int process = 0;
+    int session = -1;
+    std::istringstream(fake::ReadFile(note)) >> process >> session;
+    EXPECT_EQ(session, process);
+    EXPECT_TRUE(qApp->findChildren<QProcess*>().isEmpty());
+    fake::WriteFile(go, "");
+    EXPECT_TRUE(fake::WaitFor([&] { return !failures.empty(); }));
+}
+
+TEST_F(StartedProgramTest, ThatIsNotThereHasFailed) {
+    start({(folder / "missing").string(), {}});
+    ASSERT_TRUE(fake::WaitFor([&] { return !failures.empty(); }));
+    EXPECT_EQ(failures.size(), 1U);
+}
+
+TEST_F(StartedProgramTest, HasFailedWhenItEndsWithAnError) {
+    start({program("exit 3"), {}});
+    ASSERT_TRUE(fake::WaitFor([&] { return !failures.empty(); }));
+    EXPECT_THAT(failures, ElementsAre("it ended with code 3"));
+}
+
+TEST_F(StartedProgramTest, HasFailedWhenItIsKilled) {
+    start({program("kill -9 $$"), {}});
+    ASSERT_TRUE(fake::WaitFor([&] { return !failures.empty(); }));
+    EXPECT_EQ(failures.size(), 1U);
 }
 
 TEST_F(LinuxSettingsPanesTest, TheHelpPageNeedsNothingElse) {

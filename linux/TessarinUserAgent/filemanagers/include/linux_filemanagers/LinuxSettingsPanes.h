@@ -18,7 +18,8 @@ struct ProgramCall {
     bool operator==(const ProgramCall&) const = default;
 };
 
-// The first program that is there of those a desktop has for the topic; last the help page in whatever shows
+// Accessibility: the first program that is there of those a desktop has for it. Full disk access, which no
+// desktop has a switch for, and where there is none: the topic's section of the help page in whatever shows
 // such pages. Nothing when there is no program at all.
 std::optional<ProgramCall> ChooseSettingsProgram(const std::vector<std::string>& desktopNames,
                                                  SettingsTopic topic, const ProgramLookup& hasProgram,
@@ -26,18 +27,20 @@ std::optional<ProgramCall> ChooseSettingsProgram(const std::vector<std::string>&
 
 class LinuxSettingsPanes : public SettingsPanes {
  public:
-    // Starts a program without waiting for it; false when that fails.
-    using Starter = std::function<bool(const ProgramCall& call)>;
+    using FailureHandler = std::function<void(const std::string& failure)>;
+    // Starts a program without waiting for it. The handler is called when that fails, at once or later, and
+    // when the program ends with an error.
+    using Starter = std::function<void(const ProgramCall& call, const FailureHandler& failed)>;
 
     // `helpPage` is packaging/help/permissions.html or its installed copy.
     explicit LinuxSettingsPanes(std::filesystem::path helpPage,
-                                DesktopSession session = CurrentDesktopSession(),
-                                Starter starter = StartDetached);
+                                DesktopSession session = CurrentDesktopSession(), Starter starter = Start);
 
     void openFullDiskAccess() override;
     void openAccessibility() override;
 
-    static bool StartDetached(const ProgramCall& call);
+    // The program stays when the agent ends. Needs the event loop for the handler.
+    static void Start(const ProgramCall& call, const FailureHandler& failed);
 
  private:
     void open(SettingsTopic topic) noexcept;
