@@ -1,6 +1,7 @@
 #import "interface/AppKitMenuItem.h"
 
 #import "common_mac/FoundationBridges.h"
+#include "useragent/DisplayText.h"
 
 namespace useragent {
 
@@ -30,7 +31,7 @@ void AppKitMenuItem::setContent(const MenuItemContent& content) {
     if (item == nil || shown_ == content) {
         return;
     }
-    NSString* const title = [NSString stringWithStdString:content.title];
+    NSString* const title = [NSString stringWithStdString:OneLine(content.title)];
     item.title = title != nil ? title : @"";
     // A cleared attributed title shows the plain one in the usual colour.
     item.attributedTitle = content.isRed ? RedText(item.title) : nil;

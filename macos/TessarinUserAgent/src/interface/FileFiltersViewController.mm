@@ -10,6 +10,7 @@
 #import "common_mac/FoundationBridges.h"
 #import "interface/FilterRecords.h"
 #import "interface/PropertiesLabels.h"
+#include "useragent/DisplayText.h"
 
 namespace {
 
@@ -23,6 +24,11 @@ NSTableCellView* CellWithButton(NSButton* button) {
     return cell;
 }
 
+bool HoldsNumbers(NSTableColumn* column) {
+    const std::string identifier = cmn::ToStdString(column.identifier);
+    return identifier == useragent::kCountColumn || identifier == useragent::kCostColumn;
+}
+
 NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id owner) {
     id const reused = [tableView makeViewWithIdentifier:column.identifier owner:owner];
     if ([reused isKindOfClass:[NSTableCellView class]]) {
@@ -34,6 +40,8 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
     field.frame = NSInsetRect(frame, kTextInset, 0);
     field.autoresizingMask = NSViewWidthSizable;
     [cell addSubview:field];
+    // Names are cut where they are too long; columns of numbers are wide enough.
+    field.lineBreakMode = NSLineBreakByTruncatingTail;
     cell.textField = field;
     cell.identifier = column.identifier;
     return cell;
@@ -75,8 +83,28 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
     if (_content) {
         useragent::PropertiesLabels labels(self);
         _content->viewDidLoad(labels);
+        [self fitColumnsOfNumbers];
     }
     [self.tableView reloadData];
+}
+
+// No number is ever cut: what is left of it would be read as another amount.
+- (void)fitColumnsOfNumbers {
+    for (NSTableColumn* column in self.tableView.tableColumns) {
+        if (!HoldsNumbers(column)) {
+            continue;
+        }
+        const std::string longest = _content->longestText(cmn::ToStdString(column.identifier));
+        NSString* const text = [NSString stringWithStdString:longest];
+        NSTextField* const field = [NSTextField labelWithString:text != nil ? text : @""];
+        const CGFloat needed = field.intrinsicContentSize.width + 2 * kTextInset;
+        if (needed > column.minWidth) {
+            column.minWidth = needed;
+        }
+        if (needed > column.width) {
+            column.width = needed;
+        }
+    }
 }
 
 - (NSInteger)numberOfRowsInTableView:(NSTableView*)__unused tableView {
@@ -130,7 +158,11 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
         return CellWithButton(value);
     }
     NSTableCellView* const cell = CellWithText(tableView, column, self);
-    cell.textField.stringValue = [value isKindOfClass:[NSString class]] ? value : @"";
+    NSString* const text = [value isKindOfClass:[NSString class]]
+                               ? [NSString stringWithStdString:useragent::OneLine(cmn::ToStdString(value))]
+                               : nil;
+    cell.textField.stringValue = text != nil ? text : @"";
+    cell.toolTip = HoldsNumbers(column) ? nil : text;
     return cell;
 }
 

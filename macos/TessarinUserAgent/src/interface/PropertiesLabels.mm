@@ -11,22 +11,28 @@ void SetText(NSTextField* label, const std::string& text) {
     label.stringValue = string != nil ? string : @"";
 }
 
+// A text that may be too long for its place, and is whole in its tooltip.
+void SetLongText(NSTextField* label, const std::string& text) {
+    SetText(label, text);
+    label.toolTip = label.stringValue;
+}
+
 }  // namespace
 
 void PropertiesLabels::setTotalRiskLabel(const std::string& text) {
-    SetText(controller_.totalRiskLabel, text);
+    SetLongText(controller_.totalRiskLabel, text);
 }
 
 void PropertiesLabels::setTotalSensetiveRiskLabel(const std::string& text) {
-    SetText(controller_.totalSensetiveRiskLabel, text);
+    SetLongText(controller_.totalSensetiveRiskLabel, text);
 }
 
 void PropertiesLabels::setFileNameLabel(const std::string& text) {
-    SetText(controller_.fileNameLabel, text);
+    SetLongText(controller_.fileNameLabel, text);
 }
 
 void PropertiesLabels::setServerIDLabel(const std::string& text) {
-    SetText(controller_.serverIDLabel, text);
+    SetLongText(controller_.serverIDLabel, text);
 }
 
 void PropertiesLabels::setFileStateLabel(const std::string& text) {

@@ -11,6 +11,7 @@
 #include <AppKit/NSImage.h>
 #include <AppKit/NSMenu.h>
 #include <AppKit/NSMenuItem.h>
+#include <AppKit/NSParagraphStyle.h>
 #include <AppKit/NSResponder.h>
 #include <AppKit/NSStatusBar.h>
 #include <AppKit/NSStatusBarButton.h>

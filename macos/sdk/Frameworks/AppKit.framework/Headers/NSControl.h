@@ -1,5 +1,6 @@
 #pragma once
 
+#include <AppKit/NSParagraphStyle.h>
 #include <AppKit/NSView.h>
 
 NS_ASSUME_NONNULL_BEGIN
@@ -9,6 +10,7 @@ NS_ASSUME_NONNULL_BEGIN
 @property(nullable) SEL action;
 @property(getter=isEnabled) BOOL enabled;
 @property(copy) NSString* stringValue;
+@property NSLineBreakMode lineBreakMode;
 @end
 
 NS_ASSUME_NONNULL_END

@@ -17,6 +17,8 @@ typedef NS_OPTIONS(NSUInteger, NSAutoresizingMaskOptions) {
 @property(nullable, readonly, copy) NSArray<__kindof NSView*>* subviews;
 - (void)addSubview:(NSView*)view;
 @property NSRect frame;
+// What its content needs, in points.
+@property(readonly) NSSize intrinsicContentSize;
 @property NSAutoresizingMaskOptions autoresizingMask;
 @property(getter=isHidden) BOOL hidden;
 @property(nullable, copy) NSString* toolTip;
