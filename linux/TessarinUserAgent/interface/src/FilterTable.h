@@ -20,7 +20,6 @@ class FilterTable : public QTableView {
 
     int sizeHintForColumn(int column) const override;
     QSize minimumSizeHint() const override;
-    QSize sizeHint() const override { return minimumSizeHint(); }
 };
 
 }  // namespace useragent
