@@ -22,7 +22,7 @@ struct Pane {
     ProgramCall call;
 };
 
-// For accessibility, in the order in which they are tried. No desktop has a switch for full disk access.
+// For accessibility, in the order in which they are tried.
 const std::vector<Pane>& Panes() {
     static const std::vector<Pane> panes{
         {"gnome", {"gnome-control-center", {"universal-access"}}},
@@ -46,19 +46,28 @@ std::string SectionOf(const std::filesystem::path& helpPage, SettingsTopic topic
     return section.toEncoded().toStdString();
 }
 
+std::optional<ProgramCall> AccessibilityProgram(const std::vector<std::string>& desktopNames,
+                                                const ProgramLookup& hasProgram) {
+    for (const std::string& name : desktopNames) {
+        const std::string desktop = boost::algorithm::to_lower_copy(name);
+        const auto found = std::find_if(Panes().begin(), Panes().end(), [&](const Pane& pane) {
+            return pane.desktop == desktop && hasProgram(pane.call.program);
+        });
+        if (found != Panes().end()) {
+            return found->call;
+        }
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<ProgramCall> ChooseSettingsProgram(const std::vector<std::string>& desktopNames,
                                                  SettingsTopic topic, const ProgramLookup& hasProgram,
                                                  const std::filesystem::path& helpPage) {
-    for (const std::string& name : desktopNames) {
-        const std::string desktop = boost::algorithm::to_lower_copy(name);
-        const auto found = std::find_if(Panes().begin(), Panes().end(), [&](const Pane& pane) {
-            return pane.desktop == desktop && topic == SettingsTopic::accessibility &&
-                   hasProgram(pane.call.program);
-        });
-        if (found != Panes().end()) {
-            return found->call;
+    if (topic == SettingsTopic::accessibility) {
+        if (const auto program = AccessibilityProgram(desktopNames, hasProgram)) {
+            return program;
         }
     }
     const ProgramCall help{"xdg-open", {SectionOf(helpPage, topic)}};

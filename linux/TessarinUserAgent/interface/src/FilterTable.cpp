@@ -14,7 +14,6 @@ namespace useragent {
 namespace {
 
 constexpr int kRowMargin = 6;
-constexpr int kShortestName = 10;  // characters that a column can always show
 
 // With each digit as wide as the widest: of numbers of one length another may be wider than the first.
 QString WithWidestDigits(QString number, const QFontMetricsF& font) {
@@ -41,7 +40,6 @@ FilterTable::FilterTable(QWidget* parent) : QTableView(parent) {
 void FilterTable::showFilters(std::shared_ptr<const FileFiltersViewController> controller) {
     setModel(new FilterTableModel(std::move(controller), this));
     QHeaderView& header = *horizontalHeader();
-    header.setMinimumSectionSize(kShortestName * fontMetrics().averageCharWidth());
     header.setSectionResizeMode(QHeaderView::ResizeToContents);
     header.setSectionResizeMode(FilterTableModel::kNameColumn, QHeaderView::Stretch);
 }
