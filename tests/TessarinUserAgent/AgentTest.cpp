@@ -3,9 +3,11 @@
 
 #include <csignal>
 #include <functional>
+#include <future>
 #include <stdexcept>
 #include <thread>
 
+#include "PollingGate.h"
 #include "RecordingDaemon.h"
 #include "support/FakeAccessibility.h"
 #include "support/FakeWindowList.h"
@@ -26,6 +28,21 @@ void useragent::StopCurrentRunLoop() {
 namespace {
 
 using testing::ElementsAre;
+using testing::StartsWith;
+
+// Says when it is asked for the permission.
+class NotingDesktop : public fake::Accessibility {
+ public:
+    explicit NotingDesktop(std::function<void()> onPrompt) : onPrompt_(std::move(onPrompt)) {}
+
+    bool isProcessTrustedWithPrompt() override {
+        onPrompt_();
+        return fake::Accessibility::isProcessTrustedWithPrompt();
+    }
+
+ private:
+    const std::function<void()> onPrompt_;
+};
 
 // Records the order in which the start-up asks for things, and fails where told.
 class FakePlatform : public useragent::AgentPlatform {
@@ -66,8 +83,10 @@ class FakePlatform : public useragent::AgentPlatform {
         note("transport");
         return daemon.transport();
     }
-    std::function<void(std::chrono::nanoseconds)> sleeper() override {
-        return [](std::chrono::nanoseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
+    std::shared_ptr<cmn::Semaphore> pollingPause() override {
+        note("pollingPause");
+        pause = std::make_shared<PollingGate>();
+        return pause;
     }
     int runApplication() override {
         note("runApplication");
@@ -89,8 +108,9 @@ class FakePlatform : public useragent::AgentPlatform {
     std::filesystem::path logFile;
     cmn::proto::TSettings settingsRecord;
     std::optional<std::string> version = "1.2.3";
-    std::shared_ptr<fake::Accessibility> desktop = std::make_shared<fake::Accessibility>();
+    std::shared_ptr<NotingDesktop> desktop = std::make_shared<NotingDesktop>([this] { note("permission"); });
     std::shared_ptr<fake::WindowList> windows = std::make_shared<fake::WindowList>();
+    std::shared_ptr<PollingGate> pause;  // of the latest start
     RecordingDaemon daemon;
     std::function<int()> application;
 };
@@ -113,8 +133,8 @@ TEST_F(AgentTest, HandlesSigtermAndThenAsksTheSystemInTheOrderOfTheStartUp) {
     EXPECT_EQ(useragent::RunAgent(platform), 7);
     EXPECT_TRUE(platform.sigtermWasHandled);
     EXPECT_THAT(platform.steps,
-                ElementsAre("settings", "executablePath", "bundleShortVersion", "accessibility", "windowList",
-                            "dispatch", "transport", "runApplication"));
+                ElementsAre("settings", "executablePath", "bundleShortVersion", "accessibility", "permission",
+                            "windowList", "pollingPause", "dispatch", "transport", "runApplication"));
     EXPECT_EQ(platform.desktop->prompts, 1);
 }
 
@@ -125,9 +145,9 @@ TEST_F(AgentTest, WritesTheBannerThenTheVersionThenThePermission) {
     ASSERT_GE(lines.size(), 5u);
     EXPECT_EQ(lines[0], std::string(60, '='));
     EXPECT_EQ(lines[2], std::string(60, '='));
-    EXPECT_THAT(lines[3], testing::EndsWith(" -- Starting TessarinUserAgent 1.2.3"));
-    EXPECT_THAT(lines[4],
-                testing::HasSubstr("AXIsProcessTrustedWithOptions return false, UserAgent not trusted"));
+    EXPECT_THAT(lines[3], testing::MatchesRegex("\\[ INFO\\] .* -- Starting TessarinUserAgent 1.2.3"));
+    EXPECT_THAT(lines[4], testing::MatchesRegex("\\[ERROR\\] .*AXIsProcessTrustedWithOptions return false, "
+                                                "UserAgent not trusted"));
 }
 
 TEST_F(AgentTest, ABundleWithoutVersionIsLoggedWithQuestionMarks) {
@@ -154,6 +174,40 @@ TEST_F(AgentTest, LevelTraceAndDebugShowTheStartLineAndTheQuestionsOfTheDaemon) 
     }
 }
 
+TEST_F(AgentTest, EachLineOfTheStartAndOfTheQuestionsHasItsLevel) {
+    useragent::RunAgent(platform);  // names the log file
+    const auto linesAt = [this](const char* level) {
+        const std::size_t before = log.lines().size();
+        platform.settingsRecord.LogLevel = level;
+        platform.application = [&] {
+            platform.daemon.awaitExtractor();
+            platform.daemon.askURL("Firefox");
+            return 0;
+        };
+        useragent::RunAgent(platform);
+        std::vector<std::string> lines = log.lines();
+        lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(before));
+        return lines;
+    };
+    const auto start = testing::HasSubstr(" -- Starting TessarinUserAgent ");
+    const auto answer = testing::EndsWith(" operator() -- ");  // nothing is watched: an empty address
+    EXPECT_THAT(linesAt("Warn"), Not(Contains(start)));
+    const auto atInfo = linesAt("Info");
+    EXPECT_THAT(atInfo, Contains(AllOf(start, StartsWith("[ INFO] "))));
+    EXPECT_THAT(atInfo, Not(Contains(answer)));
+    EXPECT_THAT(linesAt("Debug"), Contains(AllOf(answer, StartsWith("[DEBUG] "))));
+}
+
+TEST_F(AgentTest, NothingIsLoggedBeforeTheSettingsAreRead) {
+    useragent::RunAgent(platform);  // names the log file
+    const std::size_t before = log.lines().size();
+    platform.failAt = "settings";
+    useragent::RunAgent(platform);
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), before + 1);
+    EXPECT_THAT(lines.back(), testing::EndsWith(" -- it failed"));
+}
+
 TEST_F(AgentTest, LevelSilentWritesOnlyTheUnconditionalLines) {
     platform.settingsRecord.LogLevel = "Silent";
     useragent::RunAgent(platform);
@@ -171,15 +225,15 @@ TEST_F(AgentTest, WatchesTheThreeBrowsersOfTheProduct) {
 TEST_F(AgentTest, AFailureAtAnyStepIsLoggedAndEndsWithCodeZeroWithoutMainLoop) {
     useragent::RunAgent(platform);  // names the log file
     for (const char* step : {"settings", "executablePath", "bundleShortVersion", "accessibility",
-                             "windowList", "dispatch", "transport"}) {
+                             "permission", "windowList", "pollingPause", "dispatch", "transport"}) {
         platform.failAt = step;
         platform.failure = std::string("no ") + step;
         platform.steps.clear();
         EXPECT_EQ(useragent::RunAgent(platform), 0);
         EXPECT_EQ(platform.steps.back(), step);
-        EXPECT_TRUE(log.contains(std::string("[ERROR]"))) << step;
-        EXPECT_TRUE(log.contains(std::string(" -- no ") + step)) << step;
+        EXPECT_THAT(log.linesWith(std::string(" -- no ") + step), ElementsAre(StartsWith("[ERROR]"))) << step;
     }
+    EXPECT_EQ(platform.desktop->observerCount(), 0);
 }
 
 TEST_F(AgentTest, TheCauseOfAFailureFollowsIt) {
@@ -203,6 +257,21 @@ TEST_F(AgentTest, AFailureOfTheMainLoopIsLoggedToo) {
     EXPECT_EQ(useragent::RunAgent(platform), 0);
     EXPECT_TRUE(log.contains(" -- it failed"));
     EXPECT_EQ(platform.desktop->observerCount(), 0);
+}
+
+TEST_F(AgentTest, WhatKeptThePlatformFromBeingMadeIsAFailureOfTheStart) {
+    const auto failure = std::make_exception_ptr(std::runtime_error("no toolkit"));
+    EXPECT_EQ(useragent::ReportStartFailure(platform, failure), 0);
+    EXPECT_THAT(platform.steps, ElementsAre("settings", "executablePath", "bundleShortVersion"));
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_EQ(lines[0], std::string(60, '='));
+    EXPECT_THAT(lines[3], testing::EndsWith(" -- Starting TessarinUserAgent 1.2.3"));
+    EXPECT_THAT(lines[4], testing::MatchesRegex("\\[ERROR\\] .* -- no toolkit"));
+
+    platform.settingsRecord.LogLevel = "Silent";
+    EXPECT_EQ(useragent::ReportStartFailure(platform, failure), 0);
+    EXPECT_EQ(log.lines().size(), 5u + 3u);
 }
 
 TEST_F(AgentTest, BracesInAFailureMessageAreInterpretedByTheFormatter) {
@@ -246,6 +315,47 @@ TEST_F(AgentTest, ChangesReachTheDaemonOnceTheAgentRuns) {
     };
     useragent::RunAgent(platform);
     EXPECT_THAT(platform.daemon.sent(), testing::Contains(SentURL{"b", "Google Chrome", 11}));
+}
+
+TEST_F(AgentTest, ThePollingThreadMaySendWhileTheAgentEnds) {
+    platform.desktop->addBrowser(11, "a");
+    for (const bool fails : {false, true}) {
+        std::promise<void> sending;
+        std::atomic<bool> returned{false};
+        const auto main = std::this_thread::get_id();
+        // The polling thread holds the client, and through it the watcher, until the agent stops the watcher.
+        platform.daemon.onSend([&] {
+            EXPECT_NE(std::this_thread::get_id(), main);
+            sending.set_value();
+            while (!platform.pause->signalled() && !returned) {
+                std::this_thread::yield();
+            }
+            EXPECT_FALSE(returned) << "the agent let go of what it owns while it was in use";
+        });
+        platform.application = [&] {
+            platform.daemon.awaitExtractor();
+            platform.daemon.dropExtractor();
+            platform.pause->awaitFirstCycle();
+            platform.windows->set({{{"Google Chrome", 11}}});
+            platform.pause->beginCycle();
+            sending.get_future().wait();
+            return fails ? throw std::runtime_error("the loop failed") : 0;
+        };
+        EXPECT_EQ(useragent::RunAgent(platform), 0);
+        returned = true;
+        EXPECT_EQ(platform.desktop->observerCount(), 0);
+        EXPECT_EQ(log.count("the loop failed"), fails ? 1u : 0u);
+        platform.windows->set({std::vector<useragent::WindowInfo>{}});
+    }
+}
+
+TEST_F(AgentTest, TheEndWaitsForNoPollingPause) {
+    platform.application = [&] {
+        platform.pause->awaitFirstCycle();
+        return 0;
+    };
+    EXPECT_EQ(useragent::RunAgent(platform), 0);
+    EXPECT_EQ(platform.pause->pauses().size(), 1u) << "its time never passes";
 }
 
 TEST_F(AgentTest, AfterTheMainLoopNothingIsLeftObserved) {

@@ -23,30 +23,43 @@ using useragent::WindowInfo;
 constexpr const char* kChanged = "AXValueChanged";
 constexpr const char* kWindowChanged = "AXMainWindowChanged";
 
+template <typename Condition>
+bool WaitUntil(Condition condition) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
+
 class BrowserURLWatcherTest : public testing::Test {
  protected:
-    void start(const std::vector<std::string>& browsers = {"Safari", "Google Chrome", "Firefox"}) {
-        watcher = useragent::CreateBrowserURLWatcher(
-            browsers, {accessibility, windows, gate.sleeper(),
+    std::shared_ptr<useragent::BrowserURLWatcher> create(const std::vector<std::string>& browsers = {
+                                                             "Safari", "Google Chrome", "Firefox"}) {
+        return useragent::CreateBrowserURLWatcher(
+            browsers, {accessibility, windows, gate,
                        [this] { return std::chrono::steady_clock::now() + skipped.load(); }});
-        gate.awaitFirstCycle();
+    }
+    void start(const std::vector<std::string>& browsers = {"Safari", "Google Chrome", "Firefox"}) {
+        watcher = create(browsers);
+        gate->awaitFirstCycle();
     }
     void startWithClient() {
         start();
         watcher->setXPCClient(daemon.client());
     }
     void show(std::vector<WindowInfo> list) { windows->set(std::move(list)); }
-    void TearDown() override {
-        gate.open();
-        watcher.reset();
-    }
+    void TearDown() override { watcher.reset(); }
 
     fake::LogCapture log;
     RecordingDaemon daemon;
     std::shared_ptr<fake::Accessibility> accessibility = std::make_shared<fake::Accessibility>();
     std::shared_ptr<fake::WindowList> windows = std::make_shared<fake::WindowList>();
     std::atomic<std::chrono::nanoseconds> skipped{std::chrono::nanoseconds(0)};
-    PollingGate gate;
+    std::shared_ptr<PollingGate> gate = std::make_shared<PollingGate>();
     std::shared_ptr<useragent::BrowserURLWatcher> watcher;
 };
 
@@ -64,10 +77,10 @@ TEST_F(BrowserURLWatcherTest, WatchesABrowserItFindsAndReadsItsURL) {
 
 TEST_F(BrowserURLWatcherTest, PausesFiveSecondsAtTheEndOfEachCycle) {
     start();
-    gate.cycle();
+    gate->cycle();
     windows->set(std::nullopt);
-    gate.cycle();
-    EXPECT_THAT(gate.pauses(),
+    gate->cycle();
+    EXPECT_THAT(gate->pauses(),
                 ElementsAre(std::chrono::seconds(5), std::chrono::seconds(5), std::chrono::seconds(5)));
 }
 
@@ -112,7 +125,7 @@ TEST_F(BrowserURLWatcherTest, SendsTheURLReadWhenAContextIsMade) {
     startWithClient();
     accessibility->addBrowser(11, "a");
     show({{"Firefox", 11}});
-    gate.cycle();
+    gate->cycle();
     EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"a", "Firefox", 11}));
 }
 
@@ -152,7 +165,7 @@ TEST_F(BrowserURLWatcherTest, ABrowserWithoutOnScreenWindowIsTreatedAsClosed) {
     show({{"Firefox", 11}});
     start();
     show({});
-    gate.cycle();
+    gate->cycle();
     EXPECT_EQ(watcher->getURL("Firefox"), "");
     EXPECT_EQ(accessibility->observerCount(), 0);
     EXPECT_THAT(log.linesWith("getUrl for browser: 'Firefox' -- failed."),
@@ -174,7 +187,7 @@ TEST_F(BrowserURLWatcherTest, ABrowserRestartedUnderANewPidGetsANewContext) {
     startWithClient();
     const auto after = accessibility->addBrowser(12, "new");
     show({{"Firefox", 12}});
-    gate.cycle();
+    gate->cycle();
     EXPECT_EQ(watcher->getURL("Firefox"), "new");
     EXPECT_EQ(accessibility->notify(before.field, kChanged), 0);
     EXPECT_EQ(accessibility->notify(after.field, kChanged), 1);
@@ -186,7 +199,7 @@ TEST_F(BrowserURLWatcherTest, ABrowserAlreadyWatchedIsLeftAlone) {
     show({{"Firefox", 11}});
     start();
     for (int i = 0; i < 10; ++i) {
-        gate.cycle();
+        gate->cycle();
     }
     EXPECT_EQ(accessibility->observersCreated(), 2);
     EXPECT_THAT(log.linesWith("Init context"), testing::SizeIs(1));
@@ -225,7 +238,7 @@ TEST_F(BrowserURLWatcherTest, AFailedWindowListIsLoggedAndKeepsTheContexts) {
     show({{"Firefox", 11}});
     start();
     windows->set(std::nullopt);
-    gate.cycle();
+    gate->cycle();
     EXPECT_EQ(watcher->getURL("Firefox"), "a");
     EXPECT_THAT(log.linesWith("[ WARN]"),
                 ElementsAre(testing::EndsWith("CGWindowListCopyWindowInfo -- failed.")));
@@ -257,7 +270,7 @@ TEST_F(BrowserURLWatcherTest, AMainWindowWithoutFieldDropsTheContextUntilTheNext
     EXPECT_EQ(watcher->getURL("Firefox"), "");
     EXPECT_EQ(accessibility->observerCount(), 0);
     browser.window->children({AXElementRef(browser.field)});
-    gate.cycle();
+    gate->cycle();
     EXPECT_EQ(watcher->getURL("Firefox"), "a");
 }
 
@@ -270,30 +283,30 @@ TEST_F(BrowserURLWatcherTest, EachFailureOfSettingUpIsLoggedAndRetriedInTheNextC
 
     accessibility->setApplication(11, browser.application);
     browser.application->fail("AXMainWindow", AXError::cannotComplete);
-    gate.cycle();
+    gate->cycle();
     EXPECT_TRUE(log.contains("Get kAXMainWindowAttribute -- failed: -25204"));
 
     browser.application->set("AXMainWindow", AXValue(AXElementRef(browser.window)));
     accessibility->createObserverError = AXError::failure;
-    gate.cycle();
+    gate->cycle();
     EXPECT_TRUE(log.contains("AXObserverCreateWithInfoCallback -- failed: -25200"));
     EXPECT_TRUE(log.contains("Subscribe kAXMainWindowChangedNotification -- failed"));
 
     accessibility->createObserverError = AXError::success;
     accessibility->addNotificationError = AXError::notificationUnsupported;
-    gate.cycle();
+    gate->cycle();
     EXPECT_TRUE(log.contains("AXObserverAddNotification -- failed: -25207"));
 
     accessibility->addNotificationError = AXError::success;
     browser.window->children({});
-    gate.cycle();
+    gate->cycle();
     EXPECT_TRUE(log.contains("URL Element not found"));
     EXPECT_EQ(log.count("[ERROR]"), 7u);
     EXPECT_EQ(watcher->getURL("Firefox"), "");
     EXPECT_EQ(accessibility->observerCount(), 0);
 
     browser.window->children({AXElementRef(browser.field)});
-    gate.cycle();
+    gate->cycle();
     EXPECT_EQ(watcher->getURL("Firefox"), "a");
     EXPECT_EQ(log.count("Init context for -- Firefox"), 6u);
 }
@@ -403,7 +416,7 @@ TEST_F(BrowserURLWatcherTest, AnExceptionEndsNeitherTheWatchingNorTheMainLoop) {
                 ElementsAre(StartsWith("[ERROR]")));
     EXPECT_EQ(accessibility->observerCount(), 0) << "no half context is left";
     accessibility->onRead = nullptr;
-    gate.cycle();
+    gate->cycle();
     watcher->setXPCClient(daemon.client());
     EXPECT_EQ(watcher->getURL("Firefox"), "a");
 
@@ -413,7 +426,7 @@ TEST_F(BrowserURLWatcherTest, AnExceptionEndsNeitherTheWatchingNorTheMainLoop) {
     EXPECT_THAT(log.linesWith("A notification of a browser could not be handled: again"),
                 ElementsAre(StartsWith("[ERROR]"), StartsWith("[ERROR]")));
     accessibility->onRead = nullptr;
-    gate.cycle();
+    gate->cycle();
     EXPECT_EQ(watcher->getURL("Firefox"), "a");
 }
 
@@ -441,18 +454,72 @@ TEST_F(BrowserURLWatcherTest, ASearchThatTakesTooLongIsEndedAndSaidSo) {
     EXPECT_THAT(log.linesWith("URL Element not found"), ElementsAre(StartsWith("[ERROR]")));
 }
 
-TEST_F(BrowserURLWatcherTest, DestructionRemovesTheObserversBeforeItWaitsForThePollingThread) {
+TEST_F(BrowserURLWatcherTest, StopEndsThePauseAndLeavesNothingObserved) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    startWithClient();
+    auto stopped = std::async(std::launch::async, [this] { watcher->stop(); });
+    EXPECT_EQ(stopped.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    EXPECT_EQ(gate->pauses().size(), 1u) << "its time never passes";
+    gate->signal();  // so that a failure does not hang
+    stopped.get();
+    EXPECT_EQ(windows->calls(), 1);
+    EXPECT_EQ(accessibility->observerCount(), 0);
+    EXPECT_EQ(accessibility->notify(browser.field, kChanged), 0);
+    EXPECT_EQ(watcher->getURL("Firefox"), "");
+}
+
+TEST_F(BrowserURLWatcherTest, StopMayBeCalledAgainAndLeavesTheDestructorNothingToDo) {
+    start();
+    watcher->stop();
+    watcher->stop();
+    EXPECT_EQ(gate->pauses().size(), 1u);
+    // As on a thread that must not wait for the polling thread: it has nothing to wait for.
+    gate->beginCycle();
+    std::async(std::launch::async, [this] { watcher.reset(); }).get();
+    EXPECT_EQ(windows->calls(), 1);
+}
+
+TEST_F(BrowserURLWatcherTest, StopRemovesTheObserversBeforeItWaitsForThePollingThread) {
     accessibility->addBrowser(11, "a");
     show({{"Firefox", 11}});
     start();
-    auto destroyed = std::async(std::launch::async, [this] { watcher.reset(); });
-    while (accessibility->observerCount() > 0) {
-        std::this_thread::yield();
-    }
-    EXPECT_EQ(destroyed.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
-    gate.open();
-    destroyed.get();
+    std::promise<void> inside;
+    std::promise<void> leave;
+    accessibility->onPrepare = [&] {
+        inside.set_value();
+        leave.get_future().wait();
+    };
+    gate->beginCycle();
+    inside.get_future().wait();
+    auto stopped = std::async(std::launch::async, [this] { watcher->stop(); });
+    EXPECT_TRUE(WaitUntil([&] { return accessibility->observerCount() == 0; }));
+    EXPECT_EQ(stopped.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    leave.set_value();
+    stopped.get();
+    EXPECT_EQ(accessibility->observersCreated(), 2) << "the cycle under way makes no contexts any more";
+}
+
+TEST_F(BrowserURLWatcherTest, ASearchIsEndedByStopWithoutAWord) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    browser.window->children(
+        {AXElementRef(std::make_shared<fake::Element>(11)), AXElementRef(browser.field)});
+    std::atomic<bool> searches{false};
+    accessibility->onRead = [&](const std::string& attribute) {
+        EXPECT_FALSE(gate->signalled()) << "nothing is asked any more, not even " << attribute;
+        if (attribute == "AXChildren") {
+            searches = true;
+            EXPECT_TRUE(WaitUntil([&] { return gate->signalled(); }));
+        }
+    };
+    show({{"Firefox", 11}});
+    watcher = create();
+    EXPECT_TRUE(WaitUntil([&] { return searches.load(); }));
+    watcher->stop();
     EXPECT_EQ(accessibility->observerCount(), 0);
+    EXPECT_TRUE(log.contains("Init context for -- Firefox"));
+    EXPECT_FALSE(log.contains("took too long"));
+    EXPECT_FALSE(log.contains("URL Element not found"));
 }
 
 TEST_F(BrowserURLWatcherTest, BrowsersArePreparedWithoutTheLockHeld) {
@@ -464,7 +531,7 @@ TEST_F(BrowserURLWatcherTest, BrowsersArePreparedWithoutTheLockHeld) {
         auto question = std::async(std::launch::async, [this] { return watcher->getURL("Firefox"); });
         answered = question.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
     };
-    gate.cycle();
+    gate->cycle();
     accessibility->onPrepare = nullptr;
     EXPECT_TRUE(answered);
     EXPECT_THAT(accessibility->preparedPids(), ElementsAre(ElementsAre(11), ElementsAre(11)));
@@ -484,7 +551,7 @@ TEST_F(BrowserURLWatcherTest, NotificationsQuestionsAndPollingMayMeet) {
     auto polling = std::async(std::launch::async, [&] {
         for (int i = 0; i < 200; ++i) {
             show(i % 3 == 0 ? std::vector<WindowInfo>{} : std::vector<WindowInfo>{{"Firefox", 11}});
-            gate.cycle();
+            gate->cycle();
         }
     });
     for (int i = 0; i < 200; ++i) {

@@ -2,42 +2,59 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <mutex>
 #include <vector>
 
-// Holds a watcher's polling thread in its pause and lets it go one cycle at a time, so that no test waits in
-// real time.
-class PollingGate {
- public:
-    ~PollingGate() { open(); }
+#include "usercommon/Semaphore.h"
 
-    std::function<void(std::chrono::nanoseconds)> sleeper() {
-        return [this](std::chrono::nanoseconds duration) { pause(duration); };
+// A watcher's pause whose time never passes: it holds the polling thread and lets it go one cycle at a time,
+// or when the watcher ends the pause itself.
+class PollingGate : public cmn::Semaphore {
+ public:
+    void signal() override {
+        {
+            const std::lock_guard lock(mutex_);
+            ++count_;
+            signalled_ = true;
+        }
+        changed_.notify_all();
+    }
+    bool wait(std::chrono::nanoseconds duration) override {
+        std::unique_lock lock(mutex_);
+        durations_.push_back(duration);
+        const int mine = entered_++;
+        changed_.notify_all();
+        changed_.wait(lock, [&] { return count_ > 0 || allowed_ > mine; });
+        if (count_ <= 0) {
+            return false;
+        }
+        --count_;
+        return true;
     }
 
     // Waits until the polling thread is in its first pause.
     void awaitFirstCycle() { awaitPauses(1); }
 
-    // Lets exactly one more cycle run and waits until it has ended.
-    void cycle() {
-        int target = 0;
+    // Lets one more cycle begin.
+    void beginCycle() {
         {
             const std::lock_guard lock(mutex_);
             ++allowed_;
-            target = entered_ + 1;
         }
         changed_.notify_all();
-        awaitPauses(target);
     }
 
-    // Lets everything through from now on.
-    void open() {
-        {
-            const std::lock_guard lock(mutex_);
-            open_ = true;
-        }
-        changed_.notify_all();
+    // Lets exactly one more cycle run and waits until it has ended.
+    void cycle() {
+        const auto before = static_cast<int>(pauses().size());
+        beginCycle();
+        awaitPauses(before + 1);
+    }
+
+    // Whether the watcher ended its pauses, be it before one began.
+    bool signalled() {
+        const std::lock_guard lock(mutex_);
+        return signalled_;
     }
 
     std::vector<std::chrono::nanoseconds> pauses() {
@@ -46,13 +63,6 @@ class PollingGate {
     }
 
  private:
-    void pause(std::chrono::nanoseconds duration) {
-        std::unique_lock lock(mutex_);
-        durations_.push_back(duration);
-        const int mine = entered_++;
-        changed_.notify_all();
-        changed_.wait(lock, [&] { return open_ || allowed_ > mine; });
-    }
     void awaitPauses(int count) {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [&] { return entered_ >= count; });
@@ -61,7 +71,8 @@ class PollingGate {
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::chrono::nanoseconds> durations_;
+    long count_ = 0;
     int entered_ = 0;
     int allowed_ = 0;
-    bool open_ = false;
+    bool signalled_ = false;
 };

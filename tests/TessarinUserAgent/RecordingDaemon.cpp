@@ -13,6 +13,7 @@ struct RecordingDaemon::State {
     std::mutex mutex;
     std::vector<SentURL> sent;
     std::shared_ptr<cmn::URLExtractor> extractor;
+    std::function<void()> onSend;
 };
 
 class RecordingDaemon::Proxy : public cmn::UserAgentProtocol {
@@ -29,8 +30,13 @@ class RecordingDaemon::Proxy : public cmn::UserAgentProtocol {
         reply(true);
     }
     void sendURL(const std::string& url, const std::string& browser, std::int32_t processID) override {
-        const std::lock_guard lock(state_->mutex);
-        state_->sent.push_back({url, browser, processID});
+        {
+            const std::lock_guard lock(state_->mutex);
+            state_->sent.push_back({url, browser, processID});
+        }
+        if (state_->onSend) {
+            state_->onSend();
+        }
     }
 
  private:
@@ -54,6 +60,10 @@ std::shared_ptr<cmn::UserAgentXPCClient> RecordingDaemon::client() {
                                                             dispatch_, transport_);
     }
     return client_;
+}
+
+void RecordingDaemon::onSend(std::function<void()> action) {
+    state_->onSend = std::move(action);
 }
 
 std::vector<SentURL> RecordingDaemon::sent() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <ostream>
@@ -36,6 +37,9 @@ class RecordingDaemon {
     // A client connected to this daemon; made at the first call.
     std::shared_ptr<cmn::UserAgentXPCClient> client();
     void dropClient() { client_.reset(); }
+
+    // Called with each report, on the thread that sends it. To be set before the first.
+    void onSend(std::function<void()> action);
 
     std::vector<SentURL> sent();
 

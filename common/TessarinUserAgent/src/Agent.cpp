@@ -5,7 +5,11 @@
 #include <chrono>
 #include <csignal>
 #include <exception>
+#include <functional>
 
+#include "common/ScopedAction.h"
+#include "common/SystemUtils.h"
+#include "common/bundle.h"
 #include "common/causes.h"
 #include "common/log.h"
 #include "common/utf8.h"
@@ -30,22 +34,40 @@ std::filesystem::path LogStem(const std::filesystem::path& executable) {
     return executable.parent_path().parent_path().parent_path().parent_path() / "com.tessarin.UserAgent";
 }
 
+cmn::proto::TSettings AgentFacts::settings() {
+    return cmn::proto::GetSettings();
+}
+
+std::filesystem::path AgentFacts::executablePath() {
+    return cmn::GetCurrentExecutablePath();
+}
+
+std::optional<std::string> AgentFacts::bundleShortVersion() {
+    return cmn::GetBundleShortVersion();
+}
+
 namespace {
 
-int Run(AgentPlatform& platform) {
-    SetLogLevel(LogLevelFromString(platform.settings().LogLevel));
-    SetLogPath(LogStem(platform.executablePath()).c_str());
+void StartLog(AgentFacts& facts) {
+    SetLogLevel(LogLevelFromString(facts.settings().LogLevel));
+    SetLogPath(LogStem(facts.executablePath()).c_str());
     LogStartMessage();
-    TLOG_INFO("Starting TessarinUserAgent {}", platform.bundleShortVersion().value_or("????"));
+    TLOG_INFO("Starting TessarinUserAgent {}", facts.bundleShortVersion().value_or("????"));
+}
 
+int Run(AgentPlatform& platform) {
     const std::shared_ptr<Accessibility> accessibility = platform.accessibility();
     RequestAccesibilityPermission(*accessibility);
 
     const std::shared_ptr<BrowserURLWatcher> watcher = CreateBrowserURLWatcher(
-        BrowserList(), WatcherPorts{accessibility, platform.windowList(), platform.sleeper(),
+        BrowserList(), WatcherPorts{accessibility, platform.windowList(), platform.pollingPause(),
                                     [] { return std::chrono::steady_clock::now(); }});
+    std::shared_ptr<cmn::UserAgentXPCClient> client;
+    // Also when an exception ends this, and before the owners go: the polling thread may hold the client for
+    // a moment, and through the client's callback the watcher.
+    const cmn::ScopedAction stopWatching([&] { watcher->stop(); });
     const std::shared_ptr<cmn::Dispatch> dispatch = platform.dispatch();
-    const auto client = std::make_shared<cmn::UserAgentXPCClient>(
+    client = std::make_shared<cmn::UserAgentXPCClient>(
         [watcher](const std::string& browser) {
             std::string url = watcher->getURL(browser);
             TLOG_DEBUG("{}", cmn::EscapeControls(url));
@@ -53,7 +75,7 @@ int Run(AgentPlatform& platform) {
         },
         dispatch, platform.transport());
     watcher->setXPCClient(client);
-    // The locals go in the reverse order of their creation: the client first, then the watcher.
+    // Then the watcher stops, and the locals go in the reverse order of their creation: client, watcher.
     return platform.runApplication();
 }
 
@@ -66,12 +88,9 @@ void LogStartFailure(const std::exception& error) {
     }
 }
 
-}  // namespace
-
-int RunAgent(AgentPlatform& platform) {
-    std::signal(SIGTERM, SigtermHandler);
+int EndWithFailuresLogged(const std::function<int()>& run) {
     try {
-        return Run(platform);
+        return run();
     } catch (const std::exception& error) {
         LogStartFailure(error);
         for (const std::string& cause : cmn::CausesOf(error)) {
@@ -79,6 +98,23 @@ int RunAgent(AgentPlatform& platform) {
         }
     }
     return 0;
+}
+
+}  // namespace
+
+int RunAgent(AgentPlatform& platform) {
+    std::signal(SIGTERM, SigtermHandler);
+    return EndWithFailuresLogged([&] {
+        StartLog(platform);
+        return Run(platform);
+    });
+}
+
+int ReportStartFailure(AgentFacts& facts, const std::exception_ptr& failure) {
+    return EndWithFailuresLogged([&]() -> int {
+        StartLog(facts);
+        std::rethrow_exception(failure);
+    });
 }
 
 }  // namespace useragent

@@ -8,6 +8,7 @@
 #include "AXText.h"
 #include "common/ScopedAction.h"
 #include "common/log.h"
+#include "common/threads.h"
 #include "common/utf8.h"
 #include "useragent/Deadlines.h"
 #include "useragent/FindURLElement.h"
@@ -44,16 +45,27 @@ BrowserURLWatcher::BrowserURLWatcher(std::vector<std::string> browsers, WatcherP
     for (std::string& name : browsers) {
         browsers_.emplace(std::move(name), 0);
     }
-    pollingTask_ = std::async(std::launch::async, [this] { watchBrowserProcess(); });
+    pollingTask_ =
+        cmn::MakeThread([this] { return std::async(std::launch::async, [this] { watchBrowserProcess(); }); });
 }
 
 BrowserURLWatcher::~BrowserURLWatcher() {
+    stop();
+}
+
+void BrowserURLWatcher::stop() {
+    if (!pollingTask_.valid()) {
+        return;
+    }
+    // First, so that no cycle makes contexts after they were cleared, and a search ends early.
+    running_ = false;
+    ports_.pause->signal();
     {
         const std::lock_guard lock(mutex_);
         contexts_.clear();
     }
-    running_ = false;
     pollingTask_.wait();
+    pollingTask_ = {};
 }
 
 void BrowserURLWatcher::setXPCClient(std::weak_ptr<cmn::UserAgentXPCClient> client) {
@@ -74,7 +86,7 @@ std::string BrowserURLWatcher::getURL(const std::string& browser) {
 void BrowserURLWatcher::watchBrowserProcess() {
     while (running_) {
         // Also on early exits: a cycle that failed must not turn into a busy loop.
-        const cmn::ScopedAction pause([this] { ports_.sleep(kPollingPause); });
+        const cmn::ScopedAction pause([this] { ports_.pause->wait(kPollingPause); });
         try {
             if (!pollOnce()) {
                 break;
@@ -174,8 +186,14 @@ bool BrowserURLWatcher::initContext(std::int32_t pid, BrowserURLWatcherContext& 
         return false;
     }
     const auto* window = std::get_if<AXElementRef>(&mainWindow);
-    DeadlineReader search(accessibility, ports_.now, kURLFieldSearchDeadline);
+    const auto now = [this] {
+        return running_ ? ports_.now() : std::chrono::steady_clock::time_point::max();
+    };
+    DeadlineReader search(accessibility, now, kURLFieldSearchDeadline);
     const AXElementRef field = window && *window ? FindURLElement(search, *window, 0) : nullptr;
+    if (!running_) {
+        return false;
+    }
     if (search.expired()) {
         TLOG_WARN("The search for the URL field of {} took too long and was ended", context.name);
     }

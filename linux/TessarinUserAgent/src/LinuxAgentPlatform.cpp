@@ -1,11 +1,10 @@
 #include "LinuxAgentPlatform.h"
 
-#include <thread>
 #include <utility>
 
 #include "common/ScopedAction.h"
-#include "common/SystemUtils.h"
 #include "common/bundle.h"
+#include "common/log.h"
 #include "linux_filemanagers/LinuxFileManagerExtension.h"
 #include "linux_filemanagers/LinuxSettingsPanes.h"
 #include "linux_interface/QtApplicationInterface.h"
@@ -38,18 +37,6 @@ LinuxAgentPlatform::~LinuxAgentPlatform() {
     }
 }
 
-cmn::proto::TSettings LinuxAgentPlatform::settings() {
-    return cmn::proto::GetSettings();
-}
-
-std::filesystem::path LinuxAgentPlatform::executablePath() {
-    return cmn::GetCurrentExecutablePath();
-}
-
-std::optional<std::string> LinuxAgentPlatform::bundleShortVersion() {
-    return cmn::GetBundleShortVersion();
-}
-
 std::shared_ptr<Accessibility> LinuxAgentPlatform::accessibility() {
     return atspi();
 }
@@ -66,13 +53,16 @@ std::shared_ptr<cmn::XPCTransport> LinuxAgentPlatform::transport() {
     return std::make_shared<cmn::DBusXPCTransport>(queues());
 }
 
-std::function<void(std::chrono::nanoseconds)> LinuxAgentPlatform::sleeper() {
-    return [](std::chrono::nanoseconds duration) { std::this_thread::sleep_for(duration); };
+std::shared_ptr<cmn::Semaphore> LinuxAgentPlatform::pollingPause() {
+    return queues()->createSemaphore(0);
 }
 
 int LinuxAgentPlatform::runApplication() {
     // Whatever ends this: the next launch becomes an agent of its own.
     const cmn::ScopedAction release([this] { service_.release(); });
+    if (!service_.refusal().empty()) {
+        TLOG_WARN("The session bus does not give the agent its name: {}", service_.refusal());
+    }
     const auto resources = cmn::BundlePathOf(executablePath()) / "Contents/Resources";
     const auto statusMenu = std::make_shared<StatusMenu>([] { QCoreApplication::quit(); });
     const auto appMenu = std::make_shared<AppMenu>(

@@ -25,14 +25,11 @@ class LinuxAgentPlatform : public AgentPlatform {
                        LaunchRequest launch);
     ~LinuxAgentPlatform() override;
 
-    cmn::proto::TSettings settings() override;
-    std::filesystem::path executablePath() override;
-    std::optional<std::string> bundleShortVersion() override;
     std::shared_ptr<Accessibility> accessibility() override;
     std::shared_ptr<WindowList> windowList() override;
     std::shared_ptr<cmn::Dispatch> dispatch() override;
     std::shared_ptr<cmn::XPCTransport> transport() override;
-    std::function<void(std::chrono::nanoseconds)> sleeper() override;
+    std::shared_ptr<cmn::Semaphore> pollingPause() override;
     int runApplication() override;
 
  private:

@@ -2,11 +2,8 @@
 
 #import <AppKit/AppKit.h>
 
-#include <thread>
-
 #import "accessibility/MacAccessibility.h"
 #import "accessibility/MacWindowList.h"
-#include "common/SystemUtils.h"
 #import "common_mac/CFAutoPointer.h"
 #import "interface/AppDelegate.h"
 #import "macos_usercommon/MacDispatch.h"
@@ -35,18 +32,6 @@ void StopCurrentRunLoop() {
     CFRunLoopStop(CFRunLoopGetCurrent());
 }
 
-cmn::proto::TSettings MacAgentPlatform::settings() {
-    return cmn::proto::GetSettings();
-}
-
-std::filesystem::path MacAgentPlatform::executablePath() {
-    return cmn::GetCurrentExecutablePath();
-}
-
-std::optional<std::string> MacAgentPlatform::bundleShortVersion() {
-    return cmn::GetBundleShortVersion();
-}
-
 std::shared_ptr<Accessibility> MacAgentPlatform::accessibility() {
     if (!accessibility_) {
         accessibility_ = std::make_shared<MacAccessibility>();
@@ -69,8 +54,8 @@ std::shared_ptr<cmn::XPCTransport> MacAgentPlatform::transport() {
     return std::make_shared<cmn::MacXPCTransport>();
 }
 
-std::function<void(std::chrono::nanoseconds)> MacAgentPlatform::sleeper() {
-    return [](std::chrono::nanoseconds duration) { std::this_thread::sleep_for(duration); };
+std::shared_ptr<cmn::Semaphore> MacAgentPlatform::pollingPause() {
+    return dispatch()->createSemaphore(0);
 }
 
 int MacAgentPlatform::runApplication() {

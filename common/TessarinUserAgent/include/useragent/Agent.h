@@ -1,9 +1,8 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
+#include <exception>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,21 +31,26 @@ std::vector<std::string> BrowserList();
 // Log file stem of an agent whose executable has this path: a file name in the folder that holds its bundle.
 std::filesystem::path LogStem(const std::filesystem::path& executable);
 
-// Everything the start-up asks of the system, in the order in which it asks. Main thread.
-class AgentPlatform {
+// What the log is set up with, in the order in which it is asked: of the running program. Tests put their own
+// in its place. Main thread.
+class AgentFacts {
  public:
-    virtual ~AgentPlatform() = default;
+    virtual ~AgentFacts() = default;
 
-    virtual cmn::proto::TSettings settings() = 0;                 // throws as cmn::proto::GetSettings does
-    virtual std::filesystem::path executablePath() = 0;           // of the running program
-    virtual std::optional<std::string> bundleShortVersion() = 0;  // "CFBundleShortVersionString"
-    virtual std::shared_ptr<Accessibility> accessibility() = 0;   // made at the first call, then the same
+    virtual cmn::proto::TSettings settings();  // throws as cmn::proto::GetSettings does
+    virtual std::filesystem::path executablePath();
+    virtual std::optional<std::string> bundleShortVersion();  // "CFBundleShortVersionString"
+};
+
+// Everything the start-up asks of the system, in the order in which it asks. Main thread.
+class AgentPlatform : public AgentFacts {
+ public:
+    virtual std::shared_ptr<Accessibility> accessibility() = 0;  // made at the first call, then the same
     virtual std::shared_ptr<WindowList> windowList() = 0;
     virtual std::shared_ptr<cmn::Dispatch> dispatch() = 0;  // made at the first call, then the same
     virtual std::shared_ptr<cmn::XPCTransport> transport() = 0;
 
-    // What the watcher's thread pauses with; outlives this object.
-    virtual std::function<void(std::chrono::nanoseconds)> sleeper() = 0;
+    virtual std::shared_ptr<cmn::Semaphore> pollingPause() = 0;  // see `WatcherPorts`
 
     // Runs the application's main loop; returns its exit code.
     virtual int runApplication() = 0;
@@ -55,5 +59,9 @@ class AgentPlatform {
 // The whole life of the agent; returns the process's exit code: that of the main loop, or 0 when start-up
 // failed. Throws nothing.
 int RunAgent(AgentPlatform& platform);
+
+// For a failure that kept the platform from being made: tells it in the log as a failure of the start-up, and
+// returns the exit code of one. Throws nothing.
+int ReportStartFailure(AgentFacts& facts, const std::exception_ptr& failure);
 
 }  // namespace useragent

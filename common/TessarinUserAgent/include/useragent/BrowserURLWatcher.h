@@ -15,6 +15,7 @@
 #include "useragent/BrowserURLWatcherContext.h"
 #include "useragent/DeadlineReader.h"
 #include "useragent/WindowList.h"
+#include "usercommon/Semaphore.h"
 
 namespace cmn {
 class UserAgentXPCClient;
@@ -26,8 +27,8 @@ namespace useragent {
 struct WatcherPorts {
     std::shared_ptr<Accessibility> accessibility;
     std::shared_ptr<WindowList> windowList;
-    // Blocks the polling thread.
-    std::function<void(std::chrono::nanoseconds)> sleep;
+    // What the polling thread waits on between two looks. Nobody else uses it; its count starts at 0.
+    std::shared_ptr<cmn::Semaphore> pause;
     MonotonicClock now;
 };
 
@@ -42,11 +43,16 @@ class BrowserURLWatcher {
     // Starts polling at once. Throws std::system_error when the thread cannot be created.
     BrowserURLWatcher(std::vector<std::string> browsers, WatcherPorts ports);
 
-    // Waits for the polling thread, up to one polling pause.
+    // Calls `stop`. To find nothing left to do, the owner has done so before: the last reference may go on
+    // any thread, also on the polling thread, which cannot wait for itself.
     ~BrowserURLWatcher();
 
     BrowserURLWatcher(const BrowserURLWatcher&) = delete;
     BrowserURLWatcher& operator=(const BrowserURLWatcher&) = delete;
+
+    // Removes all observers, ends the polling pause and waits for the polling thread. Nothing is watched
+    // afterwards. Main thread; may be called again.
+    void stop();
 
     // To be called once, by the owner, before the main loop runs. URLs seen earlier are stored but not sent.
     void setXPCClient(std::weak_ptr<cmn::UserAgentXPCClient> client);

@@ -78,8 +78,7 @@ ApplicationService::Role ApplicationService::claim() {
         bus_.interface()->registerService(kApplicationName, QDBusConnectionInterface::DontQueueService,
                                           QDBusConnectionInterface::DontAllowReplacement);
     if (!answer.isValid()) {
-        TLOG_WARN("The session bus does not give the agent its name: {}",
-                  answer.error().message().toStdString());
+        refusal_ = answer.error().message().toStdString();
         return Role::alone;
     }
     isFirst_ = answer == QDBusConnectionInterface::ServiceRegistered;

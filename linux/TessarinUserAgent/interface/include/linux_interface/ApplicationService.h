@@ -42,7 +42,7 @@ class ApplicationService : public QObject, protected QDBusContext {
     explicit ApplicationService(QDBusConnection bus);
     ~ApplicationService() override;  // releases the name
 
-    // Waits for the bus.
+    // Waits for the bus. Logs nothing: the settings are not read yet.
     Role claim();
 
     // What became of a launch.
@@ -53,6 +53,9 @@ class ApplicationService : public QObject, protected QDBusContext {
     // Claims the name or, when somebody has it, hands the request over; when that one leaves meanwhile, once
     // more. Waits for who has the name at most that long. What was handed over is no longer in the request.
     Launch claimOrHandOver(LaunchRequest& request, std::chrono::milliseconds patience);
+
+    // Why the bus did not give the name to one that is alone; empty when there is no bus.
+    const std::string& refusal() const { return refusal_; }
 
     // Called with each request that arrives, on the event loop, and returns soon: the sender waits. Returns
     // how many URLs it could not take; the sender is told. Without a handler requests are refused.
@@ -76,6 +79,7 @@ class ApplicationService : public QObject, protected QDBusContext {
     QDBusConnection bus_;
     bool isFirst_ = false;
     std::function<std::size_t(const LaunchRequest&)> handler_;
+    std::string refusal_;
 };
 
 // The activation token of this process's own launch, removed from the environment.
