@@ -148,8 +148,8 @@ class AgentLife(DesktopTest):
         code = self.agent.end(grace_seconds=15)
         seconds = time.monotonic() - start
         self.assertEqual(code, 0)
-        # It may have to wait for the end of one polling pause of 5 s.
-        self.assertLess(seconds, 8)
+        # Well below the polling pause of 5 s.
+        self.assertLess(seconds, 2.5)
 
     def test_aborted_agent_says_so_in_its_log(self) -> None:
         self.need_agent()

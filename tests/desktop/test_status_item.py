@@ -104,8 +104,11 @@ class Menu(StatusItemTest):
     def test_quit_ends_the_agent_in_order(self) -> None:
         item = self.item_in(self.open_area())
         assert self.agent.process is not None
+        start = time.monotonic()
         item.click("Quit Tessarin User Agent")
         self.assertEqual(self.agent.process.wait(20), 0)
+        # Well below the polling pause of 5 s.
+        self.assertLess(time.monotonic() - start, 2.5)
         self.agent.end()
         with self.assertRaises(BusError):
             item.title()

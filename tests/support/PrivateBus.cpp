@@ -6,7 +6,7 @@
 
 namespace fake {
 
-PrivateBus::PrivateBus(const WithService& service) {
+PrivateBus::PrivateBus(const WithService& service, Names names) {
     std::string services;
     if (!service.name.empty()) {
         std::ofstream(folder_ / (service.name + ".service"))
@@ -21,7 +21,8 @@ PrivateBus::PrivateBus(const WithService& service) {
         << address() << "</listen>" << services
         << "<auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\" "
            "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
-           "<allow own=\"*\"/></policy></busconfig>\n";
+           "<allow user=\"*\"/><"
+        << (names == Names::free ? "allow" : "deny") << " own=\"*\"/></policy></busconfig>\n";
     start();
 }
 
@@ -31,6 +32,10 @@ PrivateBus::~PrivateBus() {
 
 std::string PrivateBus::socket() const {
     return folder_ / "bus";
+}
+
+void PrivateBus::openToOthers() const {
+    std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
 }
 
 std::string PrivateBus::address() const {

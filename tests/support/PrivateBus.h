@@ -16,15 +16,21 @@ class PrivateBus {
         std::string name;
     };
 
+    enum class Names { free, refused };
+
     PrivateBus() : PrivateBus(WithService{}) {}
     // The bus starts a program when somebody wants the service of that name.
-    explicit PrivateBus(const WithService& service);
+    explicit PrivateBus(const WithService& service, Names names = Names::free);
+    // Whether the bus lets its clients own names.
+    explicit PrivateBus(Names names) : PrivateBus(WithService{}, names) {}
     ~PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
 
     std::string address() const;
     std::string socket() const;
+    // Other users of the system reach it, too.
+    void openToOthers() const;
 
     // Ends the daemon at once; `start` brings up a new one under the same address.
     void kill();

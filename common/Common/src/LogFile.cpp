@@ -57,7 +57,11 @@ LogFile::LogFile() : LogFile(std::make_unique<LogOutput>()) {}
 
 LogFile::LogFile(std::unique_ptr<LogOutput> output) : output_(std::move(output)) {
     setCurFile(0);
-    writer_ = std::thread([this] { logHandler(); });
+    try {
+        writer_ = std::thread([this] { logHandler(); });
+    } catch (const std::system_error&) {
+        writerEnded_ = true;  // the callers write their lines: what they tell may be this very failure
+    }
     WatchLogForCrash(*this);
 }
 

@@ -5,8 +5,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
-#include <stdexcept>
+#include <system_error>
 
 #include "useragent/Agent.h"
 
@@ -26,13 +27,22 @@ void StopCurrentRunLoop() {
     errno = savedErrno;
 }
 
+void HandleSigterm() {
+    if (g_stopDescriptor < 0) {
+        const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+        if (descriptor < 0) {
+            throw std::system_error(errno, std::generic_category(), "eventfd -- failed");
+        }
+        g_stopDescriptor = descriptor;
+    }
+    std::signal(SIGTERM, SigtermHandler);
+}
+
+void LeaveSigtermToTheSystem() {
+    std::signal(SIGTERM, SIG_DFL);
+}
+
 RunLoopStopper::RunLoopStopper(QCoreApplication& application) {
-    if (g_stopDescriptor < 0) {
-        g_stopDescriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    }
-    if (g_stopDescriptor < 0) {
-        throw std::runtime_error("eventfd -- failed");
-    }
     notifier_ = std::make_unique<QSocketNotifier>(g_stopDescriptor.load(), QSocketNotifier::Read);
     QObject::connect(notifier_.get(), &QSocketNotifier::activated, &application, [] {
         std::uint64_t count = 0;

@@ -6,8 +6,16 @@
 
 namespace useragent {
 
+// From now on SIGTERM ends the agent in order: the event loop, or the start-up before there is one. The first
+// thing that the program does. Throws std::system_error.
+void HandleSigterm();
+
+// While there is nothing to end in order.
+void LeaveSigtermToTheSystem();
+
 // Lets `StopCurrentRunLoop` end the application's event loop: a signal handler may only write to a
-// descriptor, so the loop watches one. One per process; lives on the main thread.
+// descriptor, so the loop watches one. One per process, after `HandleSigterm`; lives on the main thread. A
+// signal that came before ends the loop as soon as it runs.
 class RunLoopStopper {
  public:
     explicit RunLoopStopper(QCoreApplication& application);

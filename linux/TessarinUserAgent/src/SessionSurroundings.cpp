@@ -1,12 +1,20 @@
 #include "SessionSurroundings.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
-#include <memory>
+#include <thread>
+#include <vector>
 
 #include "XcbConnection.h"
+#include "common/ScopedAction.h"
+#include "common/threads.h"
 #include "linux_usercommon/BusProbe.h"
 
 namespace useragent {
@@ -14,11 +22,25 @@ namespace useragent {
 namespace {
 
 constexpr std::chrono::seconds kDeadline{2};
+constexpr std::chrono::milliseconds kPauseBetweenQuestions{10};
 
-bool X11Answers() {
+// One that reads the display's events, one for all connections to message buses, and one that connects to the
+// display on trial. The others are for programs of the same user that start meanwhile.
+constexpr std::size_t kToolkitThreads = 3 + 2;
+
+bool X11Answers(const GoOn& goOn) {
     const char* const display = std::getenv("DISPLAY");
-    return display != nullptr && *display != '\0' &&
-           XcbConnection::Connector(display).connect(std::chrono::steady_clock::now() + kDeadline) != nullptr;
+    if (display == nullptr || *display == '\0') {
+        return false;
+    }
+    XcbConnection::Connector connector(display);
+    const Deadline deadline = Clock::now() + kDeadline;
+    while (!connector.awaitServer(std::min(deadline, Clock::now() + kPauseBetweenQuestions))) {
+        if (Clock::now() >= deadline || !goOn()) {
+            return false;
+        }
+    }
+    return connector.connect(deadline) != nullptr;
 }
 
 bool WaylandAnswers() {
@@ -34,20 +56,38 @@ bool WaylandAnswers() {
 
 }  // namespace
 
-bool SessionBusAnswers() {
-    const auto pool = std::make_shared<cmn::TaskPool>(1);
-    const auto answered = std::make_shared<std::promise<bool>>();
-    auto answer = answered->get_future();
-    cmn::ProbeBus(
-        pool, cmn::ParseBusAddresses(cmn::SessionBusAddress()), kDeadline,
-        [answered](const cmn::BusProbeResult& result) { answered->set_value(result.address.has_value()); });
-    const bool answers = answer.get();
-    pool->stop();
-    return answers;
+bool SessionBusAnswers(const GoOn& goOn) {
+    return cmn::ProbeBus(cmn::ParseBusAddresses(cmn::SessionBusAddress()), kDeadline, goOn)
+        .address.has_value();
 }
 
-bool DisplayAnswers() {
-    return WaylandAnswers() || X11Answers();
+bool DisplayAnswers(const GoOn& goOn) {
+    return WaylandAnswers() || X11Answers(goOn);
+}
+
+void RequireToolkitThreads() {
+    std::promise<void> enough;
+    const std::shared_future<void> wait = enough.get_future().share();
+    std::array<pid_t, kToolkitThreads> ids{};
+    std::vector<std::thread> threads;
+    const cmn::ScopedAction end([&] {
+        enough.set_value();
+        for (std::size_t i = 0; i < threads.size(); ++i) {
+            threads[i].join();
+            // The system counts a thread for a moment longer.
+            while (::tgkill(::getpid(), ids[i], 0) == 0) {
+                std::this_thread::yield();
+            }
+        }
+    });
+    for (pid_t& id : ids) {
+        threads.push_back(cmn::MakeThread([&] {
+            return std::thread([&id, wait] {
+                id = ::gettid();
+                wait.wait();
+            });
+        }));
+    }
 }
 
 }  // namespace useragent

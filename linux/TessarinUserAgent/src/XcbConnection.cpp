@@ -67,21 +67,21 @@ std::shared_ptr<XcbConnection::Connector::Attempt> XcbConnection::Connector::Att
 
 XcbConnection::Connector::Connector(std::string display) : display_(std::move(display)) {}
 
-std::unique_ptr<XcbConnection> XcbConnection::Connector::connect(Deadline deadline) {
+bool XcbConnection::Connector::awaitServer(Deadline deadline) {
     if (!attempt_ && !(attempt_ = Attempt::start(display_))) {
+        return false;
+    }
+    std::unique_lock lock(attempt_->mutex);
+    return attempt_->finished.wait_until(lock, deadline, [this] { return attempt_->isFinished; });
+}
+
+std::unique_ptr<XcbConnection> XcbConnection::Connector::connect(Deadline deadline) {
+    if (!awaitServer(deadline)) {
         return nullptr;
     }
-    ConnectionHandle connection;
-    int screen = 0;
-    {
-        std::unique_lock lock(attempt_->mutex);
-        if (!attempt_->finished.wait_until(lock, deadline, [&] { return attempt_->isFinished; })) {
-            return nullptr;
-        }
-        connection = std::move(attempt_->connection);
-        screen = attempt_->screen;
-    }
-    attempt_.reset();
+    const std::shared_ptr<Attempt> attempt = std::move(attempt_);
+    ConnectionHandle connection = std::move(attempt->connection);
+    int screen = attempt->screen;
     if (xcb_connection_has_error(connection.get()) != 0) {
         return nullptr;
     }

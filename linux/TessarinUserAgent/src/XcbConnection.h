@@ -33,11 +33,15 @@ class XcbConnection {
         std::vector<std::uint32_t> items() const;  // of 32 bits
     };
 
-    // Nothing when the server cannot be reached in time; a later call picks up an attempt that is still under
-    // way.
     class Connector {
      public:
         explicit Connector(std::string display);
+
+        // False when the server has not yet said whether it lets anybody in; a later call goes on waiting.
+        bool awaitServer(Deadline deadline);
+
+        // Nothing when the server cannot be reached in time; a later call picks up an attempt that is still
+        // under way.
         std::unique_ptr<XcbConnection> connect(Deadline deadline);
 
      private:

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "LinuxAgentPlatform.h"
+#include "RunLoop.h"
 #include "SessionSurroundings.h"
 #include "common/SystemUtils.h"
 #include "common/log.h"
@@ -20,12 +21,14 @@ using useragent::LaunchRequest;
 // Long enough for an agent that is just starting.
 constexpr std::chrono::seconds kHandOverDeadline{20};
 
+// Returns early on SIGTERM.
 void LeaveOutWhatDoesNotAnswer() {
-    if (!useragent::SessionBusAnswers()) {
+    const auto goOn = [] { return useragent::g_run.load(); };
+    if (!useragent::SessionBusAnswers(goOn)) {
         qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
     }
     // Watching browsers needs no display of our own.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !useragent::DisplayAnswers()) {
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !useragent::DisplayAnswers(goOn)) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
     }
 }
@@ -40,18 +43,26 @@ void SetUp() {
 int Run(int argc, char** argv) {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     if (!arguments.empty() && arguments.front() == "--file-manager-action") {
+        useragent::LeaveSigtermToTheSystem();
         return useragent::RunFileManagerCommand({arguments.begin() + 1, arguments.end()}, std::cout,
                                                 std::cerr);
     }
     LaunchRequest request{arguments, useragent::TakeActivationToken()};
     // Before the environment is changed: accessibility finds its bus also when it comes later.
     const useragent::AtspiSettings accessibility = useragent::SettingsOfThisSession();
+    useragent::RequireToolkitThreads();
     LeaveOutWhatDoesNotAnswer();
+    if (!useragent::g_run) {
+        return 0;
+    }
     QApplication application(argc, argv);
     SetUp();
 
     ApplicationService service(QDBusConnection::sessionBus());
-    const ApplicationService::Launch launch = service.claimOrHandOver(request, kHandOverDeadline);
+    const ApplicationService::Launch launch = service.claimOrHandOver(request, kHandOverDeadline, [] {
+        useragent::LeaveSigtermToTheSystem();  // the first may take its time
+        return useragent::g_run.load();
+    });
     if (launch.role == ApplicationService::Role::second) {
         if (!launch.failure.empty()) {
             cmn::SystemLog("The running agent did not take the request -- " + launch.failure);
@@ -60,6 +71,7 @@ int Run(int argc, char** argv) {
         }
         return launch.failure.empty() ? 0 : 1;
     }
+    useragent::HandleSigterm();  // also when the first left after all
     useragent::LinuxAgentPlatform platform(application, accessibility, service, request);
     return useragent::RunAgent(platform);
 }
@@ -69,10 +81,10 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
     InstallLogCrashHandlers();
     try {
+        useragent::HandleSigterm();
         return Run(argc, argv);
-    } catch (const std::exception& error) {
-        // Before the log is set up there is only the system log.
-        cmn::SystemLog(error.what());
+    } catch (const std::exception&) {
+        useragent::AgentFacts facts;
+        return useragent::ReportStartFailure(facts, std::current_exception());
     }
-    return 0;
 }

@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <future>
-#include <memory>
 #include <stdexcept>
 
 #include "DBusMarshalling.h"
@@ -21,11 +19,7 @@ namespace {
 // The bus library connects with a blocking call on a thread that all its connections share: it is only let
 // near a bus that answers.
 std::string AddressOfLivingBus(const std::string& addresses, std::chrono::milliseconds deadline) {
-    std::promise<BusProbeResult> found;  // outlives the threads of the pool
-    const auto pool = std::make_shared<TaskPool>(1);
-    ProbeBus(pool, ParseBusAddresses(addresses), deadline,
-             [&found](const BusProbeResult& result) { found.set_value(result); });
-    const BusProbeResult result = found.get_future().get();
+    const BusProbeResult result = ProbeBus(ParseBusAddresses(addresses), deadline);
     if (!result.address) {
         throw std::runtime_error(fmt::format("the message bus cannot be reached: {}", result.failure));
     }

@@ -24,6 +24,8 @@ using ErrorCode = boost::system::error_code;
 
 constexpr std::size_t kLongestAnswer = 4096;
 
+constexpr std::chrono::milliseconds kPauseBetweenQuestions{10};
+
 // Of a message, the part of a fixed size.
 constexpr std::size_t kHeaderSize = 16;
 
@@ -98,7 +100,8 @@ class Probe : public std::enable_shared_from_this<Probe> {
  private:
     void tryNext() {
         if (next_ == addresses_.size()) {
-            handler_({std::nullopt, failure_, false});
+            handler_(
+                {std::nullopt, addresses_.empty() ? "no local socket is known for it" : failure_, false});
             return;
         }
         const std::string& name = addresses_[next_].socketName;
@@ -207,12 +210,6 @@ class Probe : public std::enable_shared_from_this<Probe> {
 
 void ProbeBus(const std::shared_ptr<TaskPool>& pool, std::vector<BusAddress> addresses,
               std::chrono::milliseconds deadline, BusProbeHandler handler) {
-    if (addresses.empty()) {
-        pool->post([handler = std::move(handler)] {
-            handler({std::nullopt, "no local socket is known for it", false});
-        });
-        return;
-    }
     // Started on the pool: there its context is known to be alive.
     pool->post([pool = std::weak_ptr(pool), addresses = std::move(addresses), deadline,
                 handler = std::move(handler)]() mutable {
@@ -221,6 +218,19 @@ void ProbeBus(const std::shared_ptr<TaskPool>& pool, std::vector<BusAddress> add
                 ->start();
         }
     });
+}
+
+BusProbeResult ProbeBus(std::vector<BusAddress> addresses, std::chrono::milliseconds deadline,
+                        const std::function<bool()>& goOn) {
+    BusProbeResult result{std::nullopt, "nobody waits for it any more", false};
+    boost::asio::io_context context;
+    std::make_shared<Probe>(context, std::move(addresses), deadline, [&result](const BusProbeResult& found) {
+        result = found;
+    })->start();
+    while (!context.stopped() && goOn()) {
+        context.run_for(kPauseBetweenQuestions);
+    }
+    return result;
 }
 
 }  // namespace cmn

@@ -1,11 +1,14 @@
 #include "DBusThread.h"
 
 #include <QThread>
+#include <cerrno>
 #include <future>
+#include <system_error>
 #include <thread>
 #include <utility>
 
 #include "QtTaskQueue.h"
+#include "common/threads.h"
 
 namespace cmn {
 
@@ -36,6 +39,9 @@ DBusThread::DBusThread() {
     thread_ = std::make_unique<EventLoopThread>(std::move(started));
     thread_->setObjectName(QStringLiteral("D-Bus"));
     thread_->start();
+    if (!thread_->isRunning()) {  // the library only prints a warning
+        ThrowThreadFailure(std::error_code(EAGAIN, std::generic_category()));
+    }
     queue_ = queue.get();
 }
 
@@ -54,7 +60,15 @@ void DBusThread::stop() {
         return;
     }
     // A task of the thread held the last reference. A thread cannot wait for itself, so another one does.
-    std::thread([thread = std::move(thread)] { thread->wait(); }).detach();
+    QThread* const left = thread.release();
+    try {
+        std::thread([left] {
+            left->wait();
+            delete left;
+        }).detach();
+    } catch (const std::system_error&) {
+        // It ends all the same; only its object, which must not go before it, stays.
+    }
 }
 
 void DBusThread::post(Task task) {

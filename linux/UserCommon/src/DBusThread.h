@@ -14,6 +14,7 @@ class DBusThread {
  public:
     using Task = std::function<void()>;
 
+    // Throws std::system_error when the thread cannot be had.
     DBusThread();
     ~DBusThread();
     DBusThread(const DBusThread&) = delete;

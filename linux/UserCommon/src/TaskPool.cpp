@@ -5,7 +5,9 @@
 #include <exception>
 #include <utility>
 
+#include "common/ScopedAction.h"
 #include "common/log.h"
+#include "common/threads.h"
 
 namespace cmn {
 
@@ -28,9 +30,12 @@ void RunThread(boost::asio::io_context& context) {
 
 TaskPool::TaskPool(std::size_t threads) : context_(std::make_shared<boost::asio::io_context>()) {
     threads_.reserve(threads);
+    ScopedAction giveUp([this] { endThreads(); });
     for (std::size_t i = 0; i < threads; ++i) {
-        threads_.emplace_back([context = context_] { RunThread(*context); });
+        threads_.push_back(
+            MakeThread([this] { return std::thread([context = context_] { RunThread(*context); }); }));
     }
+    giveUp.disarm();
 }
 
 TaskPool::~TaskPool() {

@@ -107,9 +107,13 @@ QString ApplicationService::owner() const {
 }
 
 ApplicationService::Launch ApplicationService::claimOrHandOver(LaunchRequest& request,
-                                                               std::chrono::milliseconds patience) {
+                                                               std::chrono::milliseconds patience,
+                                                               const std::function<bool()>& willWait) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     Launch launch{claim(), {}};
+    if (launch.role == Role::second && !willWait()) {
+        return launch;
+    }
     while (launch.role == Role::second) {
         const QString asked = owner();
         launch.failure = handOver(request, deadline);

@@ -27,4 +27,10 @@ using BusProbeHandler = std::function<void(const BusProbeResult&)>;
 void ProbeBus(const std::shared_ptr<TaskPool>& pool, std::vector<BusAddress> addresses,
               std::chrono::milliseconds deadline, BusProbeHandler handler);
 
+// The same on the calling thread, which waits. It gives up as soon as `goOn`, asked every few milliseconds,
+// says no. Makes no thread.
+BusProbeResult ProbeBus(
+    std::vector<BusAddress> addresses, std::chrono::milliseconds deadline,
+    const std::function<bool()>& goOn = [] { return true; });
+
 }  // namespace cmn

@@ -49,6 +49,7 @@ struct DBusXPCOptions {
 // bus.
 class DBusXPCTransport final : public XPCTransport {
  public:
+    // Throws std::system_error when the thread cannot be had.
     explicit DBusXPCTransport(std::shared_ptr<LinuxDispatch> dispatch, DBusXPCOptions options = {});
     // Calls `stop`.
     ~DBusXPCTransport() override;

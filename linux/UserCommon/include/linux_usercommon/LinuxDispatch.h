@@ -21,7 +21,7 @@ class LinuxDispatch final : public Dispatch {
 
     // To be created on the main thread; its event loop may start later. `fewestThreads` serve the
     // queue of normal priority, where requests are handled: a service that blocks in them wants as many as it
-    // serves peers in parallel.
+    // serves peers in parallel. Throws std::system_error when the threads cannot be had.
     explicit LinuxDispatch(unsigned fewestThreads = kDefaultThreads);
     // May run on any thread, also within a task.
     ~LinuxDispatch() override;

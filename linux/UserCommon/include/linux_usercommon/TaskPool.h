@@ -17,6 +17,7 @@ class TaskPool {
  public:
     using Task = std::function<void()>;
 
+    // Throws std::system_error when the threads cannot be had.
     explicit TaskPool(std::size_t threads);
     // As `stop`; may run on a thread of the pool.
     ~TaskPool();

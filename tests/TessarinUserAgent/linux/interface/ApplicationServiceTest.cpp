@@ -37,7 +37,7 @@ class OtherLaunch {
  public:
     OtherLaunch(const fake::PrivateBus& bus, LaunchRequest request, std::chrono::milliseconds patience)
         : request_(std::move(request)), service_(Connect(bus)), thread_([this, patience] {
-              result_ = service_.claimOrHandOver(request_, patience);
+              result_ = service_.claimOrHandOver(request_, patience, [] { return true; });
               done_ = true;
           }) {}
     ~OtherLaunch() {

@@ -52,7 +52,9 @@ class ApplicationService : public QObject, protected QDBusContext {
     };
     // Claims the name or, when somebody has it, hands the request over; when that one leaves meanwhile, once
     // more. Waits for who has the name at most that long. What was handed over is no longer in the request.
-    Launch claimOrHandOver(LaunchRequest& request, std::chrono::milliseconds patience);
+    // `willWait` is called before that; when it returns false the request is given up.
+    Launch claimOrHandOver(LaunchRequest& request, std::chrono::milliseconds patience,
+                           const std::function<bool()>& willWait);
 
     // Why the bus did not give the name to one that is alone; empty when there is no bus.
     const std::string& refusal() const { return refusal_; }
