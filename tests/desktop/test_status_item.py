@@ -3,6 +3,7 @@
 import json
 import signal
 import subprocess
+import time
 from typing import Iterator
 
 from stage import REPORT_SECONDS, DesktopTest, main, wait_for

@@ -7,7 +7,7 @@
 namespace useragent {
 
 // From now on SIGTERM ends the agent in order: the event loop, or the start-up before there is one. The first
-// thing that the program does. Throws std::system_error.
+// thing that the program does; may be called again. Throws std::system_error.
 void HandleSigterm();
 
 // While there is nothing to end in order.
