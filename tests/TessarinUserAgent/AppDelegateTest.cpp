@@ -301,10 +301,10 @@ TEST_F(AppDelegateTest, NobodyIsAskedAboutANameThatIsNoText) {
     ASSERT_EQ(interface->windows.size(), 1U);
     EXPECT_TRUE(interface->windows[0]->shown);
     EXPECT_EQ(texts(0), (std::map<std::string, std::string>{
-                            {"fileName", "The name cannot be read: /home/u/caf\\xE9\\x0A.txt"},
+                            {"fileName", "The name cannot be read: /home/u/caf\\xe9\\x0a.txt"},
                             {"state", "Pending scan"},
                             {"status", "Status: Not Encrypted"}}));
-    EXPECT_EQ(log.linesWith("/home/u/caf\\xE9\\x0A.txt").size(), 1U);
+    EXPECT_EQ(log.linesWith("/home/u/caf\\xe9\\x0a.txt").size(), 1U);
     EXPECT_EQ(log.linesWith("WARN").size(), 1U);
 }
 

@@ -90,7 +90,7 @@ std::string EscapeControls(std::string_view text) {
     std::string escaped;
     escaped.reserve(text.size());
     while (!text.empty()) {
-        const std::size_t length = SequenceLength(text);
+        const std::size_t length = Utf8SequenceLength(text);
         const auto piece = text.substr(0, std::max<std::size_t>(length, 1));
         text.remove_prefix(piece.size());
         if (length > 0 && !IsControl(CodePoint(piece))) {

@@ -8,7 +8,6 @@
 #include "common/SystemUtils.h"
 #include "common/log.h"
 #include "common/utf8.h"
-#include "useragent/DisplayText.h"
 #include "useragent/PropertiesURL.h"
 
 namespace useragent {
@@ -133,7 +132,8 @@ void AppDelegate::showFileFilters(const std::optional<std::string>& path,
         controller->setFiltersArray(ToFilterRecords(xpcClient_->getFileFilters(asked)));
         controller->setIsEncrypted(checkFileEncryption(asked));
     } else {
-        TLOG_WARN("The name of a file is not UTF-8, nobody is asked about it: {}", EscapedBytes(asked));
+        TLOG_WARN("The name of a file is not UTF-8, nobody is asked about it: {}",
+                  cmn::EscapeControls(asked));
     }
     entry->window->show(std::move(controller), activationToken);
     const std::lock_guard lock(windowsMutex_);

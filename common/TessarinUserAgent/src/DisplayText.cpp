@@ -1,7 +1,5 @@
 #include "useragent/DisplayText.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cstddef>
 
@@ -22,44 +20,21 @@ bool EndsOrControlsLines(std::string_view character) {
            character == kLineSeparator || character == kParagraphSeparator;
 }
 
-// Calls with each character and whether it is well-formed; what is not comes byte by byte.
-template <typename Visit>
-void ForEachCharacter(std::string_view text, Visit visit) {
-    while (!text.empty()) {
-        const std::size_t length = cmn::Utf8SequenceLength(text);
-        visit(text.substr(0, std::max<std::size_t>(length, 1)), length != 0);
-        text.remove_prefix(std::max<std::size_t>(length, 1));
-    }
-}
-
 }  // namespace
 
 std::string OneLine(std::string_view text) {
     std::string line;
-    ForEachCharacter(text, [&line](std::string_view character, bool wellFormed) {
-        line += wellFormed && EndsOrControlsLines(character) ? std::string_view(" ") : character;
-    });
+    while (!text.empty()) {
+        const std::size_t length = cmn::Utf8SequenceLength(text);
+        const auto character = text.substr(0, std::max<std::size_t>(length, 1));
+        line += length != 0 && EndsOrControlsLines(character) ? std::string_view(" ") : character;
+        text.remove_prefix(character.size());
+    }
     return line;
 }
 
-std::string EscapedBytes(std::string_view bytes) {
-    std::string escaped;
-    ForEachCharacter(bytes, [&escaped](std::string_view character, bool wellFormed) {
-        if (character == "\\") {
-            escaped += "\\\\";
-        } else if (wellFormed && !EndsOrControlsLines(character)) {
-            escaped += character;
-        } else {
-            for (const char byte : character) {
-                escaped += fmt::format("\\x{:02X}", static_cast<unsigned char>(byte));
-            }
-        }
-    });
-    return escaped;
-}
-
 std::string FileNameText(std::string_view path) {
-    return cmn::IsValidUtf8(path) ? OneLine(path) : "The name cannot be read: " + EscapedBytes(path);
+    return cmn::IsValidUtf8(path) ? OneLine(path) : "The name cannot be read: " + cmn::EscapeControls(path);
 }
 
 }  // namespace useragent
