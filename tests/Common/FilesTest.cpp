@@ -247,12 +247,12 @@ TEST_F(FilesTest, ReadingALargeFileTakesMemoryForItOnce) {
     EXPECT_LT(used, kLargeFile * 3 / 2);
 }
 
-TEST_F(FilesTest, ReadsAFileLongerThanItsSizeTellsItIs) {
-    // Kernel files tell a size of 0 or of a page, whatever they hold.
+TEST_F(FilesTest, ReadsFilesThatHoldMoreOrLessThanTheirSize) {
+    // Those of the kernel tell a size of 0 or of a page, whatever they hold.
     EXPECT_EQ(cmn::FileSizeNoThrow("/proc/cpuinfo"), 0U);
     EXPECT_THAT(cmn::FileToBin("/proc/cpuinfo"), testing::Not(IsEmpty()));
-    EXPECT_LT(cmn::FileToStr("/sys/kernel/mm/transparent_hugepage/enabled").size(),
-              cmn::FileSizeNoThrow("/sys/kernel/mm/transparent_hugepage/enabled"));
+    const fs::path page = "/sys/devices/system/cpu/online";
+    EXPECT_LT(cmn::FileToStr(page).size(), cmn::FileSizeNoThrow(page));
 }
 
 TEST(CalcPathHashTest, IsTheChecksumOfThePathsText) {

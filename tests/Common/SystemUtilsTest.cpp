@@ -214,8 +214,14 @@ class OwnSystem {
     // False when this user may not have one.
     static bool enter() {
         const auto user = geteuid();
+        const auto group = getegid();
         if (unshare(CLONE_NEWNS | (user == 0 ? 0 : CLONE_NEWUSER)) != 0)
             return false;
+        if (user != 0) {
+            cmn::StrToFile("deny", "/proc/self/setgroups");
+            cmn::StrToFile("0 " + std::to_string(user) + " 1", "/proc/self/uid_map");
+            cmn::StrToFile("0 " + std::to_string(group) + " 1", "/proc/self/gid_map");
+        }
         return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     }
     static void hide(const char* folder) {

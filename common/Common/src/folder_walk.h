@@ -11,7 +11,7 @@ namespace cmn {
 // Walks through all that is below a folder: an entry before what is in it, the entries of a folder in the
 // system's order. Does not go through links. Passes over folders that may not be read. However deep the tree
 // and however long its paths, it holds at most `kMaxOpen` + 2 descriptors; a folder further up is read to its
-// end and closed. Each platform has its own body.
+// end and closed. One body serves both platforms.
 class FolderWalk {
  public:
     static constexpr std::size_t kMaxOpen = 32;

@@ -47,9 +47,9 @@ std::string GetUsersRoot();
 bool IsFullDiskAccessGranted();
 
 // Runs a program to its end and returns what it wrote to its standard output and error streams ("" when that
-// is not UTF-8). A status other than 0 is logged as an error when `logFailures` is set; every run is logged
-// at Info. Throws std::runtime_error, or raises the platform's own exception, when the program cannot be
-// started.
+// is not UTF-8). Of this process's descriptors it gets the standard ones alone. A status other than 0 is
+// logged as an error when `logFailures` is set; every run is logged at Info. Throws std::runtime_error, or
+// raises the platform's own exception, when the program cannot be started.
 std::string ExecProcess(const std::string& path, const std::vector<std::string>& arguments, bool logFailures);
 
 // 0, or -1 with errno set.

@@ -45,7 +45,8 @@ bool IsFileInDirs(const std::filesystem::path& file, const std::vector<std::file
 
 // Calls back for every regular file below `root` that is in none of `skipFolders` and whose path ends,
 // whatever the case, with one of `extensions` (every file when that is empty). Ends when `keepRunning` turns
-// false. Never throws: errors, also those of the callback, are logged.
+// false. Holds few descriptors however deep the folders lie. Never throws: errors, also those of the
+// callback, are logged.
 void TraverseDirectoryNoThrow(const std::filesystem::path& root,
                               const std::function<void(const std::filesystem::path&)>& callback,
                               const std::atomic<bool>& keepRunning,

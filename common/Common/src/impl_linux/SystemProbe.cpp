@@ -35,10 +35,11 @@ std::string MACAddressBelow(const std::string& root) {
     auto interfaces = DefaultRouteInterfaces(*routes);
     for (auto& interface : DefaultRouteInterfacesV6(ReadText(root + "/proc/net/ipv6_route").value_or("")))
         interfaces.push_back(std::move(interface));
-    const auto none = FormatMACAddress("");
+    auto none = FormatMACAddress("");
     for (const auto& interface : interfaces) {
-        auto address =
-            FormatMACAddress(ReadText(root + "/sys/class/net/" + interface + "/address").value_or(""));
+        std::string file = root + "/sys/class/net/";
+        file.append(interface).append("/address");
+        auto address = FormatMACAddress(ReadText(file).value_or(""));
         if (address != none)
             return address;
     }
