@@ -1,4 +1,4 @@
-// The walk through a large folder beside GNU find and beside the bare iterator it is made of.
+// The walk through a large folder beside GNU find and beside the iterator of the standard library.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
