@@ -17,8 +17,8 @@ namespace cmn {
 // question gets its neutral answer. Thread-safe.
 class FinderExtensionObjCXPCServer final : public XPCServer, public FinderExtensionCommunicator {
  public:
-    // Reads the settings and starts the service's own log beside the product's files, else where a log without
-    // a path goes, which its first line then says; does not listen. Throws
+    // Reads the settings and starts the service's own log beside the product's files. Where that cannot be
+    // written, the log is in the working directory and its first line says so. Does not listen. Throws
     // std::runtime_error when there are no settings or they do not list the running program.
     explicit FinderExtensionObjCXPCServer(std::shared_ptr<XPCTransport> transport);
     ~FinderExtensionObjCXPCServer() override;
