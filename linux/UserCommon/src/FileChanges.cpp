@@ -67,7 +67,7 @@ std::shared_ptr<FileChanges> FileChanges::Watch(const std::shared_ptr<FileToWatc
     if (process.instance) {
         return process.instance->add(file) ? process.instance : nullptr;
     }
-    const auto first = std::make_shared<FileChanges>();
+    auto first = std::make_shared<FileChanges>();
     if (!first->add(file)) {
         return nullptr;
     }
