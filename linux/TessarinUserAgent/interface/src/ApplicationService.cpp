@@ -86,20 +86,19 @@ ApplicationService::Role ApplicationService::claim() {
 }
 
 void ApplicationService::release() {
-    handler_ = nullptr;
-    if (!std::exchange(isFirst_, false) || !bus_.isConnected()) {
-        return;
+    if (std::exchange(isFirst_, false) && bus_.isConnected()) {
+        bus_.interface()->setTimeout(kReleaseMilliseconds);
+        const auto answer = bus_.interface()->unregisterService(kApplicationName);
+        if (!answer.isValid()) {
+            TLOG_WARN("The session bus does not take the agent's name back: {}",
+                      answer.error().message().toStdString());
+        }
+        // From here on nobody finds us. Whose request has arrived but was not looked at is told that it found
+        // no object.
+        bus_.unregisterObject(kObjectPath);
+        QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
     }
-    bus_.interface()->setTimeout(kReleaseMilliseconds);
-    const auto answer = bus_.interface()->unregisterService(kApplicationName);
-    if (!answer.isValid()) {
-        TLOG_WARN("The session bus does not take the agent's name back: {}",
-                  answer.error().message().toStdString());
-    }
-    // From here on nobody finds us. Whose request has arrived but was not looked at is told that it found no
-    // object.
-    bus_.unregisterObject(kObjectPath);
-    QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
+    handler_ = nullptr;  // with what it owns: after the name
 }
 
 QString ApplicationService::owner() const {
@@ -142,7 +141,9 @@ std::string ApplicationService::handOver(LaunchRequest& request,
         const QDBusMessage answer = bus_.call(RequestMessage(urls, request.activationToken), QDBus::Block,
                                               MillisecondsUntil(deadline));
         if (answer.type() != QDBusMessage::ReplyMessage) {
-            return answer.errorMessage().toStdString();
+            const auto notSent = std::distance(end, request.urls.end());
+            return answer.errorMessage().toStdString() +
+                   (notSent == 0 ? std::string() : fmt::format("; {} more URLs were not sent", notSent));
         }
         request.urls.erase(request.urls.begin(), end);
         request.activationToken.clear();

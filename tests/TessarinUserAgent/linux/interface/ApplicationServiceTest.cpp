@@ -6,8 +6,10 @@
 #include <QDBusMessage>
 #include <QDBusPendingCall>
 #include <atomic>
-#include <exception>
+#include <memory>
+#include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "linux_interface/ApplicationService.h"
 #include "support/LogCapture.h"
@@ -142,6 +144,20 @@ TEST_F(ApplicationServiceTest, TheNameIsFreeAsSoonAsTheFirstReleasesIt) {
     EXPECT_EQ(first.claim(), ApplicationService::Role::second) << "what is not its own it does not release";
 }
 
+TEST_F(ApplicationServiceTest, WhatTheHandlerOwnsGoesAfterTheName) {
+    const QDBusConnection other = Connect(bus);
+    ApplicationService first(Connect(bus));
+    first.claim();
+    int ended = 0;
+    std::shared_ptr<void> owned(nullptr, [&](void*) {
+        ++ended;
+        EXPECT_FALSE(other.interface()->isServiceRegistered(useragent::kApplicationName).value());
+    });
+    first.setHandler([kept = std::move(owned)](const LaunchRequest&) { return std::size_t{0}; });
+    first.release();
+    EXPECT_EQ(ended, 1);
+}
+
 TEST_F(ApplicationServiceTest, ARequestThatArrivesWhileTheFirstLeavesIsRefusedAtOnce) {
     ApplicationService first(Connect(bus));
     first.claim();
@@ -250,7 +266,9 @@ TEST_F(ApplicationServiceTest, ALaunchIsToldHowManyUrlsWereDropped) {
     ApplicationService first(Connect(bus));
     first.claim();
     first.setHandler([](const LaunchRequest&) { return std::size_t{2}; });
-    EXPECT_THAT(handOver({manyUrls(5), {}}), HasSubstr("2 of 5 URLs are dropped"));
+    EXPECT_EQ(handOver({manyUrls(5), {}}), "2 of 5 URLs are dropped: too many are waiting");
+    EXPECT_EQ(handOver({manyUrls(150), {}}),
+              "2 of 100 URLs are dropped: too many are waiting; 50 more URLs were not sent");
 }
 
 TEST_F(ApplicationServiceTest, AnOverlongTokenIsLeftOut) {
