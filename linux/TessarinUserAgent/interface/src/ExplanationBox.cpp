@@ -8,8 +8,9 @@ namespace useragent {
 namespace {
 
 constexpr int kLeastWidth = 100;
-// More than fits on any screen; measuring it all could take long.
+// What is longer is not measured, which could take long: it scrolls.
 constexpr qsizetype kMostMeasured = 20'000;
+constexpr int kHigherThanAnyScreen = 20'000;
 
 }  // namespace
 
@@ -21,11 +22,14 @@ ExplanationBox::ExplanationBox(QWidget* parent) : QPlainTextEdit(parent) {
 }
 
 int ExplanationBox::heightForWidth(int width) const {
+    if (toPlainText().size() > kMostMeasured) {
+        return kHigherThanAnyScreen;
+    }
     QTextDocument text;
     text.setDefaultFont(font());
     text.setDefaultTextOption(document()->defaultTextOption());
     text.setDocumentMargin(document()->documentMargin());
-    text.setPlainText(toPlainText().left(kMostMeasured));
+    text.setPlainText(toPlainText());
     text.setTextWidth(width - 2 * frameWidth());
     // For its scroll bar the toolkit counts one more margin at the end, and a pixel.
     return qCeil(text.size().height() + text.documentMargin()) + 1 + 2 * frameWidth();

@@ -67,7 +67,7 @@ double Luminance(const QColor& colour) {
 
 // 1 to 21, as the guidelines for accessible pages define it.
 double Contrast(const QColor& one, const QColor& other) {
-    const auto [darker, lighter] = std::minmax(Luminance(one), Luminance(other));
+    const auto [darker, lighter] = std::minmax({Luminance(one), Luminance(other)});
     return (lighter + 0.05) / (darker + 0.05);
 }
 
@@ -244,6 +244,17 @@ TEST_F(PropertiesLayoutTest, AnExplanationThatDoesNotFitScrollsAndLeavesTheTable
     form->resize(400, 1200);
     QCoreApplication::processEvents();
     EXPECT_EQ(explanation().verticalScrollBar()->maximum(), 0);
+}
+
+TEST_F(PropertiesLayoutTest, AnExplanationThatIsTooLongToMeasureScrolls) {
+    open({Record(std::string(30'000, 'x'), "1", "1", true)});
+    const QScrollBar& bar = *explanation().verticalScrollBar();
+    for (int height = 300; height <= 2'000; height += 100) {
+        form->resize(2'000, height);
+        QCoreApplication::processEvents();
+        EXPECT_EQ(bar.isVisible(), bar.maximum() > 0) << height;
+        EXPECT_GE(table().viewport()->height(), table().rowHeight(0)) << height;
+    }
 }
 
 // How clearly two looks of the same place differ: the largest contrast that holds for at least `pixels`
