@@ -29,31 +29,31 @@ using fake::Written;
 using testing::EndsWith;
 using testing::KilledBySignal;
 
-constexpr auto kFolder = "LOG_CRASH_FOLDER";
-constexpr int kLines = 90'000;
+constexpr auto kCrashFolder = "LOG_CRASH_FOLDER";
+constexpr int kCrashLines = 90'000;
 
 class LogCrashDeathTest : public testing::Test {
  protected:
     LogCrashDeathTest() {
         GTEST_FLAG_SET(death_test_style, "threadsafe");
-        if (const char* inherited = std::getenv(kFolder); inherited != nullptr) {
+        if (const char* inherited = std::getenv(kCrashFolder); inherited != nullptr) {
             folder_ = inherited;
             return;
         }
         made_ = std::make_unique<fake::TemporaryFolder>();
         folder_ = made_->path();
-        setenv(kFolder, folder_.c_str(), 1);
+        setenv(kCrashFolder, folder_.c_str(), 1);
     }
     ~LogCrashDeathTest() override {
         if (made_)
-            unsetenv(kFolder);
+            unsetenv(kCrashFolder);
     }
 
     // Logs lines as fast as it can and fails.
     void logAndFail(const std::function<void()>& fail) const {
         InstallLogCrashHandlers();
         SetLogPath((folder_ / "log").c_str());
-        for (int i = 0; i < kLines; ++i)
+        for (int i = 0; i < kCrashLines; ++i)
             LogMessage(std::to_string(i));
         fail();
     }
@@ -62,7 +62,7 @@ class LogCrashDeathTest : public testing::Test {
     }
     static std::string linesAnd(const std::string& last) {
         std::string all;
-        for (int i = 0; i < kLines; ++i)
+        for (int i = 0; i < kCrashLines; ++i)
             all += std::to_string(i) + "\n";
         return all + last + "\n";
     }
@@ -116,7 +116,7 @@ TEST_F(LogCrashDeathTest, EveryLogIsWrittenNotOnlyTheProcesss) {
         {
             cmn::LogFile other;
             other.setLogPath((folder_ / "other").string());
-            for (int i = 0; i < kLines; ++i)
+            for (int i = 0; i < kCrashLines; ++i)
                 other.log(std::to_string(i));
             logAndFail([] { std::abort(); });
         },
