@@ -38,10 +38,12 @@ if(TESSARIN_SANITIZE)
     endif()
 endif()
 
-# tessarin_library(NAME SOURCES ... PUBLIC_INCLUDE dir LINKS ...)
+# tessarin_library(NAME SOURCES ... PUBLIC_INCLUDE dir LINKS ... [APART source ...]): APART are sources that are never joined with
+# others: they ask what each program answers for itself, and a program that does not use them shall not have to.
 function(tessarin_library name)
-    cmake_parse_arguments(ARG "" "PUBLIC_INCLUDE" "SOURCES;LINKS" ${ARGN})
+    cmake_parse_arguments(ARG "" "PUBLIC_INCLUDE" "SOURCES;LINKS;APART" ${ARGN})
     add_library(${name} STATIC ${ARG_SOURCES})
+    set_source_files_properties(${ARG_APART} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
     if(ARG_PUBLIC_INCLUDE)
         target_include_directories(${name} PUBLIC ${ARG_PUBLIC_INCLUDE})
     endif()

@@ -30,7 +30,7 @@ using testing::HasSubstr;
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kPatience = 30s;
+constexpr auto kAgentPatience = 30s;
 // In its polling pause the agent used to wait for up to five seconds, for a bus or a display for two.
 constexpr auto kAtOnce = 1s;
 // The load of the machine may hold up one end, but not each of them.
@@ -38,7 +38,7 @@ constexpr int kAttempts = 5;
 
 template <typename Condition>
 bool WaitUntil(Condition condition) {
-    const auto limit = Clock::now() + kPatience;
+    const auto limit = Clock::now() + kAgentPatience;
     while (!condition()) {
         if (Clock::now() > limit) {
             return false;
@@ -70,7 +70,7 @@ class SilentListener {
 
     bool awaitClient() {
         pollfd ready{descriptor_, POLLIN, 0};
-        if (::poll(&ready, 1, std::chrono::milliseconds(kPatience).count()) != 1) {
+        if (::poll(&ready, 1, std::chrono::milliseconds(kAgentPatience).count()) != 1) {
             return false;
         }
         clients_.push_back(::accept4(descriptor_, nullptr, nullptr, SOCK_CLOEXEC));
@@ -127,7 +127,7 @@ class AgentProgramTest : public testing::Test {
     static Clock::duration End(fake::ChildProcess& agent) {
         const auto begin = Clock::now();
         agent.signal(SIGTERM);
-        EXPECT_EQ(agent.wait(kPatience), 0) << agent.errors();
+        EXPECT_EQ(agent.wait(kAgentPatience), 0) << agent.errors();
         return Clock::now() - begin;
     }
     // The shortest of some ends; `bring` starts an agent and brings it where it is to be ended.
@@ -210,7 +210,7 @@ TEST_F(AgentProgramTest, ALaunchThatHandsOverIsNotKeptAliveByTheHandler) {
     ASSERT_TRUE(WaitUntil([&] { return Handles(second->pid(), SIGTERM); }));
     ASSERT_TRUE(WaitUntil([&] { return !Handles(second->pid(), SIGTERM); }));
     second->signal(SIGTERM);
-    EXPECT_EQ(second->wait(kPatience), -SIGTERM);
+    EXPECT_EQ(second->wait(kAgentPatience), -SIGTERM);
     first->signal(SIGCONT);
     End(*first);
 }

@@ -87,7 +87,8 @@ class PropertiesLayoutTest : public testing::Test {
             [] { return useragent::WallTime(std::chrono::hours(24)); }});
         controller->setFiltersArray(std::move(records));
         controller->setFileName(path);
-        form = std::make_unique<useragent::PropertiesForm>(std::move(controller), [] {});
+        form = std::make_unique<useragent::PropertiesForm>([] {});
+        form->load(std::move(controller));
         form->resize(size);
         form->show();
         form->activateWindow();

@@ -8,8 +8,6 @@
 namespace statusitem {
 namespace {
 
-constexpr const char* kMenu = "com.canonical.dbusmenu";
-
 Entry ToEntry(int number, const QVariantMap& properties) {
     return {number, properties.value(QStringLiteral("label")).toString().toStdString(),
             properties.value(QStringLiteral("enabled"), true).toBool(),
@@ -52,7 +50,7 @@ const QDBusArgument& operator>>(const QDBusArgument& in, ClickEvent& /*click*/) 
 QVariantList PanelStandIn::callMenu(const std::string& item, const char* member,
                                     const QVariantList& arguments) {
     const std::string path = property(item, "Menu").value<QDBusObjectPath>().path().toStdString();
-    return call(item, path, kMenu, member, arguments);
+    return call(item, path, kMenuInterface, member, arguments);
 }
 
 std::vector<Entry> PanelStandIn::layout(const std::string& item) {

@@ -17,7 +17,6 @@ constexpr const char* kWatcher = "org.kde.StatusNotifierWatcher";
 constexpr const char* kWatcherPath = "/StatusNotifierWatcher";
 constexpr const char* kItem = "org.kde.StatusNotifierItem";
 constexpr const char* kItemPath = "/StatusNotifierItem";
-constexpr const char* kMenu = "com.canonical.dbusmenu";
 constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 
 constexpr const char* kIntrospection =
@@ -45,7 +44,7 @@ PanelStandIn::PanelStandIn(const std::string& address, Behaviour behaviour)
                       SLOT(received(QDBusMessage)));
     }
     for (const char* const signal : {"LayoutUpdated", "ItemsPropertiesUpdated"}) {
-        host_.connect(QString(), QString(), QLatin1String(kMenu), QLatin1String(signal), this,
+        host_.connect(QString(), QString(), QLatin1String(kMenuInterface), QLatin1String(signal), this,
                       SLOT(received(QDBusMessage)));
     }
     if (!watcher_.own(kWatcher)) {

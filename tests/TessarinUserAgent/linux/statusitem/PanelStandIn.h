@@ -17,6 +17,8 @@
 
 namespace statusitem {
 
+inline constexpr const char* kMenuInterface = "com.canonical.dbusmenu";
+
 // One entry of a menu as a panel gets it.
 struct Entry {
     int number = 0;
