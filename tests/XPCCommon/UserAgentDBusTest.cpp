@@ -256,7 +256,7 @@ TEST_F(UserAgentDBusTest, TheErrorOfAnExtractorForgesNoLine) {
     RawPeer agent(bus.address(), [](const QDBusMessage& message, const QDBusConnection& connection) {
         connection.send(message.createErrorReply("org.example.Error", "no\n[ERROR] forged"));
     });
-    agent.call(RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+    agent.call(RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "SetURLExtractor",
                                 {QVariant::fromValue(QDBusObjectPath("/my/extractor"))}));
     EXPECT_EQ(server->getURL("Safari"), "");
     EXPECT_THAT(log.linesWith("GetURL -- failed"), ElementsAre(HasSubstr("no\\x0a[ERROR] forged")));

@@ -70,6 +70,7 @@ std::string LogReader::text() {
         const std::string content = ReadFile(file_);
         const auto end = content.find(marker + "\n");
         if (end != std::string::npos) {
+            read_ = end + marker.size() + 1;
             return content.substr(begin_, end - begin_);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

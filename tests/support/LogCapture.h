@@ -28,11 +28,15 @@ class LogReader {
 
  protected:
     // Leaves out what was logged before this call.
-    void leaveOutSoFar() { begin_ += text().size(); }
+    void leaveOutSoFar() {
+        text();
+        begin_ = read_;
+    }
 
  private:
     std::filesystem::path file_;
     std::size_t begin_ = 0;
+    std::size_t read_ = 0;  // where the file went on after the last marker
 };
 
 // The lines of a text file, without their ends; none when there is no such file.
