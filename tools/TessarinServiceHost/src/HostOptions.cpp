@@ -146,8 +146,8 @@ Commands, one a line on the standard input (its end does not end the program):
 Events on the standard output: ready (once for each service), url (a report of the agent), getURL (the
 answer to the command), reloaded, stopped, error. The Finder extension service keeps a log of its own in
 the install path that the settings name for this program, else beside the program. Exit status: 0 after
-quit, a signal or made settings, 1 when a name or the bus cannot be had or is lost, 2 for bad arguments, also for a file
-among them that cannot be used.
+quit, a signal or made settings, 1 when a name or the bus cannot be had or is lost, 2 for bad arguments,
+also for a file among them that cannot be used.
 )";
 }
 

@@ -20,7 +20,7 @@ namespace cmn::proto {
 using PrettyWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
 
 // No file beyond this size is read.
-constexpr std::size_t kMaxJsonFile = 64 * 1024 * 1024;
+constexpr std::size_t kMaxJsonFile = std::size_t{64} * 1024 * 1024;
 
 // The text as it stands between the quotes of a JSON string.
 std::string JsonEscaped(const std::string& text);
