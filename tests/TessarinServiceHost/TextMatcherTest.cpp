@@ -14,7 +14,7 @@ namespace {
 
 using fake::FailureOf;
 
-using std::chrono_literals::operator""ms;
+using namespace std::chrono_literals;
 
 // Each question for the time takes a millisecond.
 ScanBounds Bounds(const ScanLimits& limits, std::stop_token stop = {}) {
