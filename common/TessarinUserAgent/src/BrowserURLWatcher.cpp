@@ -1,6 +1,7 @@
 #include "useragent/BrowserURLWatcher.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <optional>
 #include <utility>

@@ -5,10 +5,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <iostream>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -123,7 +126,7 @@ class AgentProgramTest : public testing::Test {
     void removeLog() const { fs::remove(folder / "com.tessarin.UserAgent_0.log"); }
     // Its first look at the windows has failed: it is in the pause after it.
     bool pauses() const { return logHas("CGWindowListCopyWindowInfo -- failed."); }
-    // A failed end is at least in order.
+    // How long the end takes, which is to be in order.
     static Clock::duration End(fake::ChildProcess& agent) {
         const auto begin = Clock::now();
         agent.signal(SIGTERM);
@@ -243,7 +246,9 @@ TEST_F(AgentProgramTest, ThreadsThatCannotBeHadAreAFailureOfTheStart) {
     if (::getuid() != 0) {
         GTEST_SKIP() << "needs a user of its own, which only root can have";
     }
-    const std::string user = std::to_string(100'000 + ::getpid());  // nobody else runs anything as that
+    const uid_t number =
+        20'000 + static_cast<uid_t>(::getpid() % 30'000);  // nobody else runs anything as that
+    const std::string user = std::to_string(number);
     bus.openToOthers();
     fake::ChildProcess display({"Xvfb", "-displayfd", "1", "-ac", "-noreset", "-nolisten", "tcp"});
     environment["DISPLAY"] = ":" + display.readLine().value_or("");
@@ -251,7 +256,7 @@ TEST_F(AgentProgramTest, ThreadsThatCannotBeHadAreAFailureOfTheStart) {
     const char* const options = std::getenv("ASAN_OPTIONS");
     environment["ASAN_OPTIONS"] = std::string(options != nullptr ? options : "") + ":detect_leaks=0";
     for (const auto& entry : {folder.path(), fs::path(home())}) {
-        ASSERT_EQ(::chown(entry.c_str(), 100'000 + ::getpid(), 0), 0);
+        ASSERT_EQ(::chown(entry.c_str(), number, 0), 0);
     }
     std::vector<int> enough;
     for (int count = 1; count <= 16; ++count) {
