@@ -158,9 +158,9 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
         return CellWithButton(value);
     }
     NSTableCellView* const cell = CellWithText(tableView, column, self);
-    NSString* const text = [value isKindOfClass:[NSString class]]
-                               ? [NSString stringWithStdString:useragent::OneLine(cmn::ToStdString(value))]
-                               : nil;
+    NSString* const whole = [value isKindOfClass:[NSString class]] ? value : nil;
+    NSString* const text =
+        whole != nil ? [NSString stringWithStdString:useragent::OneLine(cmn::ToStdString(whole))] : nil;
     cell.textField.stringValue = text != nil ? text : @"";
     cell.toolTip = HoldsNumbers(column) ? nil : text;
     return cell;
