@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QMenu>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -44,6 +45,8 @@ class StatusItemFixture : public testing::Test {
     // The same, in this panel; its bus name.
     std::string createItemIn(PanelStandIn& panel);
     void fillMenu(bool fullDiskAccess);
+    // Nobody has closed our own menu; the window system may at any time.
+    bool menuIsOpen() const { return menu->drawnMenu().isVisible(); }
 
     std::vector<std::string> calls;  // of the callbacks, in order
     std::function<void()> onNeedsUpdate = [] {};

