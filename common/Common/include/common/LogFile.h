@@ -23,8 +23,8 @@ namespace cmn {
 // over; one writer thread appends everything that came in since its last pass. All operations may be called
 // from any thread.
 //
-// The queue holds up to 100,000 lines and 64 MiB of text, or a single longer line. The text that is being
-// written comes on top of that, twice.
+// The queue holds up to 100,000 lines and 64 MiB of text, and a longer line until the next one comes. What is
+// just being written comes on top of that, as it was queued and as it is written.
 class LogFile {
  public:
     LogFile();
@@ -35,8 +35,8 @@ class LogFile {
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
 
-    // Never waits for the disk. When the queue overflows, the oldest half of its
-    // lines or of its text gives way to a notice.
+    // Never waits for the disk. When the queue overflows, the oldest half of its lines or of its text gives
+    // way to a notice.
     void log(LogLevel level, std::string_view message);
     void log(std::string_view message);
     bool enabled(LogLevel level) const { return level <= level_.load(std::memory_order_relaxed); }

@@ -43,9 +43,9 @@ void LogFull(LogLevel level, std::string_view file, int line, std::string_view f
 // A rule, the local time and a rule again, at the unconditional level.
 void LogStartMessage();
 
-// From now on an uncaught exception, abort() and a fault of the processor give every log up to one second to
-// write what it was handed, and leave a line at the unconditional level that says what ended the process. For
-// `main`, before there are other threads; it does not start the log.
+// From now on an uncaught exception, abort() and a fault of the processor give the logs of the process up to
+// one second to write what they were handed, and leave a line at the unconditional level in each that says
+// what ended the process. For `main`, before there are other threads; it does not start the log.
 void InstallLogCrashHandlers();
 
 namespace cmn::detail {
