@@ -6,7 +6,7 @@
 # Usage: scripts/test.sh [--quick] [--label REGEX] [-j N]
 #   --quick          only the optimised run, without real browsers, the macOS application and load
 #   --label REGEX    only tests with a matching label (unit, dbus, concurrency, load, desktop, architecture ...)
-#   -j N             so many jobs at once, default: one per processor
+#   -j N             so many compilers at once and twice as many tests, default: one per processor
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -48,7 +48,8 @@ run() {
     fi
     [[ -z $label ]] || set -- "$@" -L "$label"
     local status=0
-    "${without_aslr[@]}" ctest --test-dir "build/$preset" -j "$jobs" --output-on-failure --no-tests=ignore "$@" \
+    # Most tests wait more than they work.
+    "${without_aslr[@]}" ctest --test-dir "build/$preset" -j $((2 * jobs)) --output-on-failure --no-tests=ignore "$@" \
         </dev/null 2>&1 | tee "$log" || status=$?
     # "98% tests passed, 2 tests failed out of 100"; no such line when nothing matched.
     passed_line=$(grep -E '^[0-9]+% tests passed' "$log" | tail -1 || true)
@@ -67,7 +68,7 @@ without_aslr=()
 if [[ $quick == yes ]]; then
     run test -LE 'desktop|macos|load'
 else
-    # Many tests mostly wait. What they leave of the processors builds the macOS application, which its test then finds made.
+    # What the tests leave of the processors builds the macOS application, which its test then finds made.
     if [[ -z $label ]]; then
         chrt --idle 0 scripts/build-macos.sh >/dev/null 2>&1 &
     fi
