@@ -110,6 +110,9 @@ class AgentProgramTest : public testing::Test {
                        {"DISPLAY", ""},
                        {"WAYLAND_DISPLAY", ""},
                        {"QT_QPA_PLATFORM", ""}};
+        // The leak check makes a thread when the program ends, and it is not these tests' matter.
+        const char* const options = std::getenv("ASAN_OPTIONS");
+        environment["ASAN_OPTIONS"] = std::string(options != nullptr ? options : "") + ":detect_leaks=0";
         setLogLevel("Trace");
     }
 
@@ -252,9 +255,6 @@ TEST_F(AgentProgramTest, ThreadsThatCannotBeHadAreAFailureOfTheStart) {
     bus.openToOthers();
     fake::ChildProcess display({"Xvfb", "-displayfd", "1", "-ac", "-noreset", "-nolisten", "tcp"});
     environment["DISPLAY"] = ":" + display.readLine().value_or("");
-    // The leak check makes a thread.
-    const char* const options = std::getenv("ASAN_OPTIONS");
-    environment["ASAN_OPTIONS"] = std::string(options != nullptr ? options : "") + ":detect_leaks=0";
     for (const auto& entry : {folder.path(), fs::path(home())}) {
         ASSERT_EQ(::chown(entry.c_str(), number, 0), 0);
     }
