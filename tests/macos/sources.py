@@ -107,6 +107,7 @@ def texts(pattern: str) -> set[str]:
 def bus_messages(source: Path) -> dict[str, dict[str, int]]:
     """Interface to message to its count of arguments, of a D-Bus end."""
     text = source.read_text()
-    names = dict(re.findall(r'constexpr const char\* (k\w+) = "(\w+)";', text))
+    names = dict(re.findall(r'constexpr const char\* (k\w+) = "(\w+)";',
+                            (source.parent / "ServiceStubs.h").read_text() + text))
     return {interface: {names[constant]: len(arguments) for constant, arguments, _ in _BUS_METHOD.findall(methods)}
             for interface, methods in _BUS_INTERFACE.findall(text)}
