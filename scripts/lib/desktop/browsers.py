@@ -127,10 +127,10 @@ class Browser:
             self.type(address)
             try:
                 # Without what the browser may have completed.
-                self._press_for_page(title, "Delete", "Return", seconds=_STEP_SECONDS / _ATTEMPTS)
+                self._press_for_page(title, "Delete", "Return", attempts=1, seconds=_STEP_SECONDS / _ATTEMPTS)
                 return
             except TimedOut:
-                # A browser busy with itself, just started or just activated, may lose keys.
+                # Perhaps only some of the keys were lost: from the beginning.
                 if attempt + 1 == _ATTEMPTS:
                     raise
                 self.activate(self.desktop.active_window())
@@ -149,10 +149,18 @@ class Browser:
         """`number`: 1 for the first tab."""
         self._press_for_page(title, f"alt+{number}")
 
-    def _press_for_page(self, title: str, *keys: str, seconds: float = _STEP_SECONDS) -> None:
+    def _press_for_page(self, title: str, *keys: str, attempts: int = 2, seconds: float = _STEP_SECONDS / 2) -> None:
+        """A browser busy with itself, just started or just activated, may lose keys: while nothing changes, again."""
         before = self.title()
-        self.press(*keys)
-        wait_for(lambda: title in (now := self.title()) and now != before, seconds, f"{self.name} showing '{title}'")
+        for attempt in range(attempts):
+            self.press(*keys)
+            try:
+                wait_for(lambda: title in (now := self.title()) and now != before, seconds,
+                         f"{self.name} showing '{title}'")
+                return
+            except TimedOut:
+                if attempt + 1 == attempts or self.title() != before:
+                    raise
 
     def new_window(self) -> str:
         """Window id of the new window, which has the keyboard."""
