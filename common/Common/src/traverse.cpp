@@ -7,8 +7,8 @@
 
 #include "common/fs.h"
 #include "common/log.h"
-#include "folder_walk.h"
 #include "common/utf8.h"
+#include "folder_walk.h"
 
 namespace cmn {
 

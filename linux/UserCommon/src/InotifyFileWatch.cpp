@@ -4,6 +4,7 @@
 
 #include "FileChanges.h"
 #include "common/log.h"
+#include "common/utf8.h"
 #include "usercommon/FileWatch.h"
 
 namespace cmn {
@@ -43,7 +44,7 @@ std::unique_ptr<FileWatch> CreateFileWatch(const std::filesystem::path& file, st
         auto changes = opened ? FileChanges::Watch(opened) : nullptr;
         return changes ? std::make_unique<InotifyFileWatch>(std::move(changes), std::move(opened)) : nullptr;
     } catch (const std::exception& e) {
-        TLOG_ERROR("Cannot watch {} -- {}", file.string(), e.what());
+        TLOG_ERROR("Cannot watch {} -- {}", EscapeControls(file.string()), e.what());
         return nullptr;
     }
 }
