@@ -66,7 +66,7 @@ std::optional<ProgramCall> ChooseSettingsProgram(const std::vector<std::string>&
                                                  SettingsTopic topic, const ProgramLookup& hasProgram,
                                                  const std::filesystem::path& helpPage) {
     if (topic == SettingsTopic::accessibility) {
-        if (const auto program = AccessibilityProgram(desktopNames, hasProgram)) {
+        if (auto program = AccessibilityProgram(desktopNames, hasProgram)) {
             return program;
         }
     }

@@ -35,6 +35,7 @@ QVariant AlignmentOf(const Column& column) {
 
 std::vector<QVariant> LongestNumbers(const FileFiltersViewController& controller) {
     std::vector<QVariant> longest;
+    longest.reserve(std::size(kColumns));
     for (const Column& column : kColumns) {
         longest.push_back(column.isNumber ? QVariant(QString::fromStdString(
                                                 OneLine(controller.longestText(column.identifier))))

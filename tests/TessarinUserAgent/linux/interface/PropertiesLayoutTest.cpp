@@ -260,7 +260,7 @@ TEST_F(PropertiesLayoutTest, AnExplanationThatIsTooLongToMeasureScrolls) {
 
 // How clearly two looks of the same place differ: the largest contrast that holds for at least `pixels`
 // pixels.
-double ClearestDifference(const QImage& one, const QImage& other, const QRect& place, std::size_t pixels) {
+double ClearestDifference(const QImage& one, const QImage& other, const QRect& place, int pixels) {
     std::vector<double> contrasts;
     for (int y = place.top(); y <= place.bottom(); ++y) {
         for (int x = place.left(); x <= place.right(); ++x) {
@@ -268,7 +268,7 @@ double ClearestDifference(const QImage& one, const QImage& other, const QRect& p
         }
     }
     std::sort(contrasts.rbegin(), contrasts.rend());
-    return contrasts.at(pixels);
+    return contrasts.at(static_cast<std::size_t>(pixels));
 }
 
 TEST_F(PropertiesLayoutTest, TheFocusIsSeenOnEveryStop) {
@@ -287,7 +287,7 @@ TEST_F(PropertiesLayoutTest, TheFocusIsSeenOnEveryStop) {
             const QRect around(widget->mapTo(form.get(), QPoint(-2, -2)), widget->size() + QSize(4, 4));
             // As many pixels as the two long sides of a line around it have; three to one is what can be
             // seen.
-            EXPECT_GE(ClearestDifference(without, shown(), around & form->rect(), 2U * widget->width()), 3.0)
+            EXPECT_GE(ClearestDifference(without, shown(), around & form->rect(), 2 * widget->width()), 3.0)
                 << stop << " on " << theme.color(QPalette::Window).name().toStdString();
         }
     }
@@ -300,7 +300,7 @@ TEST_F(PropertiesLayoutTest, TheFocusIsNotShownInAWindowThatHasNone) {
     form->focusWidget()->clearFocus();
     QCoreApplication::processEvents();
     const QRect around(table().mapTo(form.get(), QPoint(-2, -2)), table().size() + QSize(4, 4));
-    EXPECT_GE(ClearestDifference(focused, shown(), around, 2U * table().width()), 3.0);
+    EXPECT_GE(ClearestDifference(focused, shown(), around, 2 * table().width()), 3.0);
 }
 
 TEST_F(PropertiesLayoutTest, ACheckBoxIsSeenInEveryThemeAndItsTwoStatesAreToldApart) {
