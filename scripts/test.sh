@@ -6,7 +6,7 @@
 # Usage: scripts/test.sh [--quick] [--label REGEX] [-j N]
 #   --quick          only the optimised run, without real browsers, the macOS application and load
 #   --label REGEX    only tests with a matching label (unit, dbus, concurrency, load, desktop, architecture ...)
-#   -j N             so many compilers at once and twice as many tests, default: one per processor
+#   -j N             so many compilers at once and twice as many tests (not under the thread sanitizer), default: one per processor
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -76,7 +76,8 @@ else
     run asan -LE desktop
     # The thread sanitizer needs its address ranges free.
     ! setarch "$(uname -m)" -R true 2>/dev/null || without_aslr=(setarch "$(uname -m)" -R)
-    run tsan:concurrency_programs -L concurrency --repeat until-fail:3
+    # Its programs are busy, not waiting.
+    run tsan:concurrency_programs -L concurrency --repeat until-fail:3 -j "$jobs"
     run tsan:concurrency_programs -L load
 fi
 
