@@ -1,0 +1,305 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <algorithm>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <utility>
+#include <variant>
+#include <vector>
+
+// How C++ types travel: `Codec<T>` has the type's signature, writes a value to a message and reads one.
+// Reading gives false when the message holds something else or is broken; the message is of no use then. Any
+// thread, one at a time for each message.
+namespace cmn::bus {
+
+// Path of an object. "/" stands for none.
+struct ObjectPath {
+    std::string value = "/";
+
+    bool isNone() const { return value == "/"; }
+    bool operator==(const ObjectPath&) const = default;
+};
+
+// A value that travels inside a variant.
+template <typename T>
+struct Variant {
+    T value{};
+};
+
+namespace detail {
+
+// A signature that is known at compile time.
+template <std::size_t N>
+struct Text {
+    char value[N + 1]{};  // NOLINT(modernize-avoid-c-arrays): a template argument's shape
+
+    constexpr Text() = default;
+    constexpr Text(const char (&text)[N + 1]) { std::copy_n(text, N + 1, value); }  // NOLINT
+
+    constexpr operator const char*() const { return value; }  // NOLINT(google-explicit-constructor)
+    constexpr std::string_view view() const { return {value, N}; }
+};
+template <std::size_t N>
+Text(const char (&)[N]) -> Text<N - 1>;  // NOLINT(modernize-avoid-c-arrays)
+
+template <std::size_t A, std::size_t B>
+constexpr Text<A + B> operator+(const Text<A>& a, const Text<B>& b) {
+    Text<A + B> sum;
+    std::copy_n(a.value, A, sum.value);
+    std::copy_n(b.value, B, sum.value + A);
+    return sum;
+}
+
+// Characters that cannot travel are replaced.
+bool AppendText(sd_bus_message* message, const char* text);
+
+}  // namespace detail
+
+template <typename T>
+struct Codec;
+
+template <typename... T>
+inline constexpr auto kSignature = (detail::Text<0>{} + ... + Codec<T>::kType);
+
+// Types that the wire knows as numbers.
+template <typename T, char Type, typename Wire = T>
+struct NumberCodec {
+    static constexpr detail::Text<1> kType{{Type, '\0'}};
+
+    static bool write(sd_bus_message* message, T value) {
+        const Wire wire = static_cast<Wire>(value);
+        return sd_bus_message_append_basic(message, Type, &wire) >= 0;
+    }
+    static bool read(sd_bus_message* message, T& value) {
+        Wire wire{};
+        const bool good = sd_bus_message_read_basic(message, Type, &wire) > 0;
+        value = static_cast<T>(wire);
+        return good;
+    }
+    static std::size_t size(T /*value*/) { return sizeof(Wire); }
+};
+template <>
+struct Codec<bool> : NumberCodec<bool, 'b', int> {};
+template <>
+struct Codec<std::uint8_t> : NumberCodec<std::uint8_t, 'y'> {};
+template <>
+struct Codec<std::int32_t> : NumberCodec<std::int32_t, 'i'> {};
+template <>
+struct Codec<std::uint32_t> : NumberCodec<std::uint32_t, 'u'> {};
+template <>
+struct Codec<std::int64_t> : NumberCodec<std::int64_t, 'x'> {};
+template <>
+struct Codec<std::uint64_t> : NumberCodec<std::uint64_t, 't'> {};
+template <>
+struct Codec<double> : NumberCodec<double, 'd'> {};
+
+// Text is UTF-8 and ends at the first NUL. What is read as a view belongs to the message.
+template <>
+struct Codec<std::string_view> {
+    static constexpr detail::Text kType{"s"};
+
+    static bool read(sd_bus_message* message, std::string_view& value) {
+        const char* text = nullptr;
+        if (sd_bus_message_read_basic(message, 's', static_cast<void*>(&text)) <= 0) {
+            return false;
+        }
+        value = text;
+        return true;
+    }
+};
+template <>
+struct Codec<std::string> {
+    static constexpr detail::Text kType{"s"};
+
+    static bool write(sd_bus_message* message, const std::string& value) {
+        return detail::AppendText(message, value.c_str());
+    }
+    static bool read(sd_bus_message* message, std::string& value) {
+        std::string_view view;
+        const bool good = Codec<std::string_view>::read(message, view);
+        value = view;
+        return good;
+    }
+    static std::size_t size(const std::string& value) { return value.size() + 8; }
+};
+template <>
+struct Codec<const char*> {
+    static constexpr detail::Text kType{"s"};
+
+    static bool write(sd_bus_message* message, const char* value) {
+        return detail::AppendText(message, value);
+    }
+    static std::size_t size(std::string_view value) { return value.size() + 8; }
+};
+template <>
+struct Codec<ObjectPath> {
+    static constexpr detail::Text kType{"o"};
+
+    static bool write(sd_bus_message* message, const ObjectPath& value) {
+        return sd_bus_message_append_basic(message, 'o', value.value.c_str()) >= 0;
+    }
+    static bool read(sd_bus_message* message, ObjectPath& value) {
+        const char* text = nullptr;
+        if (sd_bus_message_read_basic(message, 'o', static_cast<void*>(&text)) <= 0) {
+            return false;
+        }
+        value.value = text;
+        return true;
+    }
+    static std::size_t size(const ObjectPath& value) { return value.value.size() + 8; }
+};
+
+template <typename Key, typename Value>
+struct Codec<std::pair<Key, Value>> {  // an entry of a dictionary
+    static constexpr auto kContents = kSignature<std::remove_const_t<Key>, Value>;
+    static constexpr auto kType = detail::Text{"{"} + kContents + detail::Text{"}"};
+
+    static bool write(sd_bus_message* message, const std::pair<Key, Value>& entry) {
+        return sd_bus_message_open_container(message, 'e', kContents) >= 0 &&
+               Codec<std::remove_const_t<Key>>::write(message, entry.first) &&
+               Codec<Value>::write(message, entry.second) && sd_bus_message_close_container(message) >= 0;
+    }
+    static bool read(sd_bus_message* message, std::pair<Key, Value>& entry) {
+        return sd_bus_message_enter_container(message, 'e', kContents) > 0 &&
+               Codec<Key>::read(message, entry.first) && Codec<Value>::read(message, entry.second) &&
+               sd_bus_message_exit_container(message) >= 0;
+    }
+    static std::size_t size(const std::pair<Key, Value>& entry) {
+        return Codec<std::remove_const_t<Key>>::size(entry.first) + Codec<Value>::size(entry.second) + 8;
+    }
+};
+
+// Arrays and dictionaries.
+template <typename Container, typename Element>
+struct ContainerCodec {
+    static constexpr auto kElement = kSignature<Element>;
+    static constexpr auto kType = detail::Text{"a"} + kElement;
+
+    static bool write(sd_bus_message* message, const Container& values) {
+        return sd_bus_message_open_container(message, 'a', kElement) >= 0 &&
+               std::all_of(values.begin(), values.end(),
+                           [&](const auto& value) {
+                               return Codec<std::remove_cvref_t<decltype(value)>>::write(message, value);
+                           }) &&
+               sd_bus_message_close_container(message) >= 0;
+    }
+    static bool read(sd_bus_message* message, Container& values) {
+        if (sd_bus_message_enter_container(message, 'a', kElement) <= 0) {
+            return false;
+        }
+        int atEnd = 0;
+        while ((atEnd = sd_bus_message_at_end(message, 0)) == 0) {
+            Element element{};
+            if (!Codec<Element>::read(message, element)) {
+                return false;
+            }
+            values.insert(values.end(), std::move(element));
+        }
+        return atEnd > 0 && sd_bus_message_exit_container(message) >= 0;
+    }
+    static std::size_t size(const Container& values) {
+        std::size_t sum = 8;
+        for (const auto& value : values) {
+            sum += Codec<std::remove_cvref_t<decltype(value)>>::size(value);
+        }
+        return sum;
+    }
+};
+template <typename T>
+struct Codec<std::vector<T>> : ContainerCodec<std::vector<T>, T> {};
+template <typename Key, typename Value>
+struct Codec<std::map<Key, Value>> : ContainerCodec<std::map<Key, Value>, std::pair<Key, Value>> {};
+
+template <typename... T>
+struct Codec<std::tuple<T...>> {  // a structure
+    static constexpr auto kContents = kSignature<T...>;
+    static constexpr auto kType = detail::Text{"("} + kContents + detail::Text{")"};
+
+    static bool write(sd_bus_message* message, const std::tuple<T...>& values) {
+        return sd_bus_message_open_container(message, 'r', kContents) >= 0 &&
+               std::apply([&](const T&... value) { return (Codec<T>::write(message, value) && ...); },
+                          values) &&
+               sd_bus_message_close_container(message) >= 0;
+    }
+    static bool read(sd_bus_message* message, std::tuple<T...>& values) {
+        return sd_bus_message_enter_container(message, 'r', kContents) > 0 &&
+               std::apply([&](T&... value) { return (Codec<T>::read(message, value) && ...); }, values) &&
+               sd_bus_message_exit_container(message) >= 0;
+    }
+    static std::size_t size(const std::tuple<T...>& values) {
+        return std::apply([](const T&... value) { return (Codec<T>::size(value) + ... + 8); }, values);
+    }
+};
+
+template <typename T>
+struct Codec<Variant<T>> {
+    static constexpr detail::Text kType{"v"};
+
+    static bool write(sd_bus_message* message, const Variant<T>& variant) {
+        return sd_bus_message_open_container(message, 'v', kSignature<T>) >= 0 &&
+               Codec<T>::write(message, variant.value) && sd_bus_message_close_container(message) >= 0;
+    }
+    // Only a variant of this very type.
+    static bool read(sd_bus_message* message, Variant<T>& variant) {
+        return sd_bus_message_enter_container(message, 'v', kSignature<T>) > 0 &&
+               Codec<T>::read(message, variant.value) && sd_bus_message_exit_container(message) >= 0;
+    }
+    static std::size_t size(const Variant<T>& variant) { return Codec<T>::size(variant.value) + 8; }
+};
+
+// A variant of one of several types. Of any other type it is read as std::monostate, and skipped.
+template <typename... T>
+struct Codec<std::variant<std::monostate, T...>> {
+    using Any = std::variant<std::monostate, T...>;
+    static constexpr detail::Text kType{"v"};
+
+    static bool write(sd_bus_message* message, const Any& any) {
+        return std::visit(
+            [&]<typename Value>(const Value& value) {
+                if constexpr (std::same_as<Value, std::monostate>) {
+                    return false;
+                } else {
+                    return Codec<Variant<Value>>::write(message, {value});
+                }
+            },
+            any);
+    }
+    static bool read(sd_bus_message* message, Any& any) {
+        char type = 0;
+        const char* contents = nullptr;
+        if (sd_bus_message_peek_type(message, &type, &contents) <= 0 || type != 'v') {
+            return false;
+        }
+        bool good = true;
+        const auto readAs = [&]<typename Value>(Value value) {
+            if (kSignature<Value>.view() != contents) {
+                return false;
+            }
+            Variant<Value> variant{std::move(value)};
+            good = Codec<Variant<Value>>::read(message, variant);
+            any = std::move(variant.value);
+            return true;
+        };
+        return (readAs(T{}) || ...) ? good : sd_bus_message_skip(message, "v") >= 0;
+    }
+    static std::size_t size(const Any& any) {
+        return std::visit(
+            []<typename Value>(const Value& value) -> std::size_t {
+                if constexpr (std::same_as<Value, std::monostate>) {
+                    return 0;
+                } else {
+                    return Codec<Value>::size(value) + 8;
+                }
+            },
+            any);
+    }
+};
+
+}  // namespace cmn::bus

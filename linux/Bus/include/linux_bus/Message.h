@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <tuple>
+
+#include "linux_bus/Codec.h"
+#include "linux_bus/Result.h"
+
+namespace cmn::bus {
+
+struct Wire;
+
+// A bus throws out who sends more than it allows (32 MiB on a system bus): refused well before that.
+inline constexpr std::size_t kLargestMessage = std::size_t{16} * 1024 * 1024;
+
+// A shared message, received or being written. Copying, and letting go, may happen on any thread; its
+// contents are read or written by one thread at a time.
+class Message {
+ public:
+    Message() = default;  // none
+    // Takes the reference over. Not while the wire is locked.
+    Message(std::shared_ptr<Wire> wire, sd_bus_message* raw);
+
+    explicit operator bool() const { return held_ != nullptr; }
+
+    // What the header says; empty where it says nothing. They belong to the message.
+    std::string_view sender() const;
+    std::string_view path() const;
+    std::string_view interface() const;
+    std::string_view member() const;
+    std::string_view signature() const;
+    bool wantsReply() const;
+
+    // The arguments, which must be of exactly these types; an error that says what they are instead.
+    template <typename... T>
+    Result<std::tuple<T...>> read() const {
+        std::tuple<T...> values;
+        const bool good =
+            signature() == kSignature<T...>.view() && rewind() &&
+            std::apply([&](T&... value) { return (Codec<T>::read(raw(), value) && ...); }, values);
+        return good ? Result<std::tuple<T...>>(std::move(values)) : unexpected(kSignature<T...>);
+    }
+    // The same for one argument.
+    template <typename T>
+    Result<T> readOne() const {
+        auto values = read<T>();
+        return values ? Result<T>(std::get<0>(std::move(*values))) : values.error();
+    }
+
+    // Adds arguments. False, and the message is of no use, when it would become too large.
+    template <typename... T>
+    bool append(const T&... value) {
+        return grow((Codec<T>::size(value) + ... + 0)) && (Codec<T>::write(raw(), value) && ...);
+    }
+    // Bytes of the arguments added so far; approximately.
+    std::size_t bytes() const;
+
+    // For what the above cannot express.
+    sd_bus_message* raw() const;
+    bool rewind() const;
+    Error unexpected(const char* signature) const;
+
+ private:
+    struct Held;
+
+    bool grow(std::size_t bytes);
+
+    std::shared_ptr<Held> held_;
+};
+
+}  // namespace cmn::bus

@@ -1,0 +1,164 @@
+#include "linux_bus/Connection.h"
+
+#include <future>
+#include <utility>
+#include <variant>
+
+#include "ConnectionCore.h"
+
+namespace cmn::bus {
+
+namespace {
+
+// Beyond the deadline, for a loop that is late.
+constexpr std::chrono::seconds kSlack{1};
+
+}  // namespace
+
+std::shared_ptr<Connection> Connection::open(std::shared_ptr<Loop> loop, Options options, Events events) {
+    const auto core =
+        std::make_shared<ConnectionCore>(std::move(loop), std::move(options), std::move(events));
+    std::shared_ptr<Connection> self(new Connection(core));
+    core->loop()->post([core] { core->connectNext("its address names no local socket"); });
+    return self;
+}
+
+Connection::Connection(std::shared_ptr<ConnectionCore> core) : core_(std::move(core)) {}
+
+Connection::~Connection() {
+    core_->drop();
+}
+
+void Connection::close(const std::string& why) {
+    core_->close(why);
+}
+
+bool Connection::isReady() const {
+    return core_->isReady();
+}
+
+std::string Connection::uniqueName() const {
+    return core_->uniqueName();
+}
+
+std::optional<uid_t> Connection::busUser() const {
+    return core_->busUser();
+}
+
+Message Connection::newCall(const std::string& destination, const std::string& path,
+                            const std::string& interface, const std::string& member, AutoStart autoStart) {
+    return core_->newMessage([&](sd_bus* bus, sd_bus_message** raw) {
+        const int made = sd_bus_message_new_method_call(bus, raw, destination.c_str(), path.c_str(),
+                                                        interface.c_str(), member.c_str());
+        return made >= 0 ? sd_bus_message_set_auto_start(*raw, autoStart == AutoStart::yes ? 1 : 0) : made;
+    });
+}
+
+Message Connection::newSignal(const std::string& path, const std::string& interface,
+                              const std::string& member) {
+    return core_->newMessage([&](sd_bus* bus, sd_bus_message** raw) {
+        return sd_bus_message_new_signal(bus, raw, path.c_str(), interface.c_str(), member.c_str());
+    });
+}
+
+Connection::CallId Connection::call(Message message, Deadline deadline, Done done) {
+    return core_->call(std::move(message), deadline, std::move(done), ConnectionCore::Turn::usual);
+}
+
+void Connection::cancel(CallId id) {
+    core_->cancel(id);
+}
+
+void Connection::cancelAll() {
+    core_->cancelAll();
+}
+
+Connection::Reply Connection::callAndWait(Message message, Deadline deadline) {
+    // Owned by the handler alone: when nobody will call it any more, nobody waits.
+    auto promise = std::make_shared<std::promise<Reply>>();
+    std::future<Reply> answer = promise->get_future();
+    const CallId id = call(std::move(message), deadline,
+                           [promise = std::move(promise)](const Reply& reply) { promise->set_value(reply); });
+    if (answer.wait_until(deadline + kSlack) != std::future_status::ready) {
+        cancel(id);
+        return Error{error::kTimeout, "No answer in time"};
+    }
+    try {
+        return answer.get();
+    } catch (const std::future_error&) {
+        return Error{error::kDisconnected, "The connection has ended"};
+    }
+}
+
+bool Connection::send(const Message& message) {
+    return core_->send(message);
+}
+
+std::shared_ptr<Subscription> Connection::subscribe(
+    const std::string& rule, std::function<void(const Message&)> handler,
+    std::function<void(const std::optional<Error>&)> installed) {
+    const auto state = std::make_shared<Subscription::State>();
+    state->core = core_;
+    state->handler = std::move(handler);
+    state->installed = std::move(installed);
+    core_->subscribe(state, rule);
+    return std::make_shared<Subscription>(state);
+}
+
+void Connection::askBusWith(Message call, Done done) {
+    core_->call(std::move(call), Clock::now() + core_->options().answerDeadline, std::move(done),
+                ConnectionCore::Turn::urgent);
+}
+
+void Connection::askOwner(const std::string& name,
+                          std::function<void(const Result<std::optional<std::string>>&)> done) {
+    askBus(
+        "GetNameOwner",
+        [done = std::move(done)](const Reply& reply) {
+            if (const auto owner = reply ? reply->readOne<std::string>() : reply.error()) {
+                done(std::optional(*owner));
+            } else if (owner.error().is(error::kNameHasNoOwner)) {
+                done(std::optional<std::string>());
+            } else {
+                done(owner.error());
+            }
+        },
+        name);
+}
+
+void Connection::askCredentials(const std::string& name,
+                                std::function<void(const Result<Credentials>&)> done) {
+    using Properties = std::map<std::string, std::variant<std::monostate, std::uint32_t>>;
+    askBus(
+        "GetConnectionCredentials",
+        [done = std::move(done)](const Reply& reply) {
+            const auto properties = reply ? reply->readOne<Properties>() : reply.error();
+            if (!properties) {
+                done(properties.error());
+                return;
+            }
+            const auto number = [&](const char* key) {
+                const auto found = properties->find(key);
+                return found != properties->end() ? std::get_if<std::uint32_t>(&found->second) : nullptr;
+            };
+            const std::uint32_t* const user = number("UnixUserID");
+            const std::uint32_t* const process = number("ProcessID");
+            if (user == nullptr) {
+                done(Error{error::kFailed, "The bus does not know the user"});
+                return;
+            }
+            done(Credentials{*user, process != nullptr ? static_cast<pid_t>(*process) : 0});
+        },
+        name);
+}
+
+Subscription::Subscription(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+Subscription::~Subscription() {
+    state_->active = false;
+    if (const auto core = state_->core.lock()) {
+        core->unsubscribe(*state_);
+    }
+}
+
+}  // namespace cmn::bus

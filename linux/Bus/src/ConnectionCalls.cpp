@@ -1,0 +1,241 @@
+#include <systemd/sd-bus.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "ConnectionCore.h"
+
+// The calls, messages and signals of a connection.
+namespace cmn::bus {
+
+namespace {
+
+// What may wait here for its turn, or for the socket. The library drains a queue in square time, and knows no
+// limit of bytes.
+constexpr std::size_t kMostWaiting = 10'000;
+constexpr std::size_t kMostQueued = 4'000;
+constexpr std::size_t kMostBytes = std::size_t{64} * 1024 * 1024;
+
+// Longest text of an error of others that is kept.
+constexpr std::size_t kLongestErrorText = 4096;
+
+}  // namespace
+
+Connection::Reply ToReply(Message message) {
+    if (sd_bus_message_is_method_error(message.raw(), nullptr) <= 0) {
+        return message;
+    }
+    const sd_bus_error* const error = sd_bus_message_get_error(message.raw());
+    const std::string_view text = error->message != nullptr ? error->message : "";
+    return Error{error->name, std::string(text.substr(0, kLongestErrorText))};
+}
+
+ConnectionCore::CallId ConnectionCore::call(Message message, Deadline deadline, Done done, Turn turn) {
+    std::optional<Error> error;
+    Taken refused;
+    CallId id = 0;
+    {
+        const std::lock_guard lock(wire_->mutex);
+        id = ++lastCall_;
+        auto pending = std::make_unique<Pending>();
+        pending->core = this;
+        pending->id = id;
+        pending->deadline = deadline;
+        pending->done = std::move(done);
+        if (state_ != State::ready) {
+            error = Error{error::kDisconnected, "There is no connection"};
+        } else if (!message) {
+            error = Error{error::kLimitsExceeded, "The message is malformed or too large"};
+        } else if (turn == Turn::urgent || (inFlight_ < options_.mostInFlight && waiting_.empty())) {
+            error = start(*pending, std::move(message));
+        } else if (waiting_.size() >= kMostWaiting || waitingBytes_ + message.bytes() > kMostBytes) {
+            error = Error{error::kLimitsExceeded, "Too many messages are waiting"};
+        } else {
+            waitingBytes_ += message.bytes();
+            pending->message = std::move(message);
+            waiting_.push_back(id);
+        }
+        if (error) {
+            refused = std::move(pending);
+        } else {
+            deadlines_.emplace(deadline, id);
+            pending_.emplace(id, std::move(pending));
+            if (deadline < armedFor_) {
+                armedFor_ = deadline;
+                wake();
+            }
+        }
+    }
+    if (refused) {
+        std::vector<Taken> calls;
+        calls.push_back(std::move(refused));
+        fail(std::move(calls), *error);
+    }
+    return id;
+}
+
+std::optional<Error> ConnectionCore::start(Pending& pending, Message message) {
+    const std::size_t bytes = message.bytes();
+    if (!hasRoom(bytes)) {
+        return Error{error::kLimitsExceeded, "Too much is waiting to be sent"};
+    }
+    const int result =
+        sd_bus_call_async(wire_->bus, &pending.slot, message.raw(), &onReply, &pending, UINT64_MAX);
+    if (result < 0) {
+        return Error{error::kFailed, "The message could not be sent: " + Describe(result)};
+    }
+    ++inFlight_;
+    noteQueued(bytes);
+    return std::nullopt;
+}
+
+void ConnectionCore::startWaiting() {
+    while (state_ == State::ready && inFlight_ < options_.mostInFlight && !waiting_.empty()) {
+        const auto found = pending_.find(waiting_.front());
+        waiting_.pop_front();
+        if (found == pending_.end()) {
+            continue;  // it was given up
+        }
+        waitingBytes_ -= found->second->message.bytes();
+        if (auto error = start(*found->second, std::exchange(found->second->message, {}))) {
+            std::vector<Taken> calls;
+            calls.push_back(take(found->first));
+            fail(std::move(calls), *error);
+        }
+    }
+}
+
+ConnectionCore::Taken ConnectionCore::take(CallId id) {
+    const auto found = pending_.find(id);
+    if (found == pending_.end()) {
+        return nullptr;
+    }
+    Taken call = std::move(found->second);
+    pending_.erase(found);
+    deadlines_.erase({call->deadline, id});
+    if (call->slot != nullptr) {
+        call->slot = sd_bus_slot_unref(call->slot);
+        --inFlight_;
+    } else if (call->message) {
+        waitingBytes_ -= call->message.bytes();
+    }
+    return call;
+}
+
+void ConnectionCore::cancel(CallId id) {
+    Taken call;
+    const std::lock_guard lock(wire_->mutex);
+    call = take(id);
+    startWaiting();
+}
+
+void ConnectionCore::cancelAll() {
+    std::vector<Taken> calls;
+    const std::lock_guard lock(wire_->mutex);
+    while (!pending_.empty()) {
+        calls.push_back(take(pending_.begin()->first));
+    }
+    waiting_.clear();
+}
+
+bool ConnectionCore::send(const Message& message) {
+    const std::lock_guard lock(wire_->mutex);
+    if (state_ != State::ready || !message || !hasRoom(message.bytes())) {
+        return false;
+    }
+    if (sd_bus_message_is_method_call(message.raw(), nullptr, nullptr) > 0 &&
+        sd_bus_message_set_expect_reply(message.raw(), 0) < 0) {
+        return false;
+    }
+    if (sd_bus_send(wire_->bus, message.raw(), nullptr) < 0) {
+        return false;
+    }
+    noteQueued(message.bytes());
+    return true;
+}
+
+std::uint64_t ConnectionCore::queuedMessages() const {
+    std::uint64_t queued = 0;
+    sd_bus_get_n_queued_write(wire_->bus, &queued);
+    return queued;
+}
+
+bool ConnectionCore::hasRoom(std::size_t bytes) {
+    const std::uint64_t queued = queuedMessages();
+    while (queued_.size() > queued) {
+        queuedBytes_ -= queued_.front();
+        queued_.pop_front();
+    }
+    return queued < kMostQueued && queuedBytes_ + bytes <= kMostBytes;
+}
+
+void ConnectionCore::noteQueued(std::size_t bytes) {
+    if (queuedMessages() > queued_.size()) {
+        queued_.push_back(bytes);
+        queuedBytes_ += bytes;
+        wake();
+    }
+}
+
+void ConnectionCore::subscribe(const std::shared_ptr<Subscription::State>& state, const std::string& rule) {
+    const std::lock_guard lock(wire_->mutex);
+    int result = -ENOTCONN;
+    if (state_ == State::ready) {
+        state->owner = this;
+        result = sd_bus_add_match_async(wire_->bus, &state->slot, rule.c_str(), &onSignal, &onInstalled,
+                                        state.get());
+    }
+    if (result >= 0) {
+        std::erase_if(subscriptions_, [](const auto& other) { return other.expired(); });
+        subscriptions_.push_back(state);
+    } else if (state->installed) {
+        loop_->post([state, error = Error{error::kFailed, Describe(result)}] { state->installed(error); });
+    }
+    wake();
+}
+
+void ConnectionCore::unsubscribe(Subscription::State& state) {
+    const std::lock_guard lock(wire_->mutex);
+    state.slot = sd_bus_slot_unref(state.slot);
+    if (wire_->bus != nullptr) {
+        wake();  // the bus is told
+    }
+}
+
+// --- What the library tells. The mutex is held.
+
+int ConnectionCore::onReply(sd_bus_message* message, void* pending, sd_bus_error* /*error*/) {
+    const auto& waiting = *static_cast<Pending*>(pending);
+    ConnectionCore& self = *waiting.core;
+    const std::shared_ptr<Pending> call = self.take(waiting.id);
+    self.happened_.emplace_back(
+        [call, reply = Message(self.wire_, sd_bus_message_ref(message))] { call->done(ToReply(reply)); });
+    return 1;
+}
+
+int ConnectionCore::onSignal(sd_bus_message* message, void* state, sd_bus_error* /*error*/) {
+    auto& subscription = *static_cast<Subscription::State*>(state);
+    ConnectionCore& self = *subscription.owner;
+    self.happened_.emplace_back(
+        [hears = subscription.shared_from_this(), signal = Message(self.wire_, sd_bus_message_ref(message))] {
+            if (hears->active) {
+                hears->handler(signal);
+            }
+        });
+    return 0;
+}
+
+int ConnectionCore::onInstalled(sd_bus_message* message, void* state, sd_bus_error* /*error*/) {
+    auto& subscription = *static_cast<Subscription::State*>(state);
+    ConnectionCore& self = *subscription.owner;
+    self.happened_.emplace_back(
+        [hears = subscription.shared_from_this(), answer = Message(self.wire_, sd_bus_message_ref(message))] {
+            const Connection::Reply reply = ToReply(answer);
+            if (hears->active && hears->installed) {
+                hears->installed(reply ? std::nullopt : std::optional(reply.error()));
+            }
+        });
+    return 1;
+}
+
+}  // namespace cmn::bus

@@ -1,0 +1,362 @@
+#include "ConnectionCore.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "common/log.h"
+
+namespace cmn::bus {
+
+namespace {
+
+// One turn of the loop serves that many messages of one connection, then the others.
+constexpr unsigned kMessagesATurn = 64;
+
+Error EndedError(const std::string& why) {
+    return {error::kDisconnected, "The connection has ended: " + why};
+}
+
+}  // namespace
+
+std::string Describe(int negativeErrno) {
+    return std::strerror(-negativeErrno);  // NOLINT(concurrency-mt-unsafe): the C library's is safe
+}
+
+ConnectionCore::ConnectionCore(std::shared_ptr<Loop> loop, Options options, Connection::Events events)
+    : loop_(std::move(loop)),
+      options_(std::move(options)),
+      events_(std::move(events)),
+      addresses_(LocalAddresses(options_.address)) {
+    std::reverse(addresses_.begin(), addresses_.end());
+}
+
+// --- Connecting
+
+void ConnectionCore::connectNext(std::string failure) {
+    while (!addresses_.empty()) {
+        const std::string address = std::move(addresses_.back());
+        addresses_.pop_back();
+        const int result = connect(address);
+        if (result >= 0) {
+            arm();
+            return;
+        }
+        failure = Describe(result);
+    }
+    lost(failure);
+}
+
+int ConnectionCore::connect(const std::string& address) {
+    const std::lock_guard lock(wire_->mutex);
+    if (state_ == State::ended) {
+        return 0;
+    }
+    int result = sd_bus_new(&wire_->bus);
+    sd_bus* const bus = wire_->bus;
+    const auto did = [&](int step) { result = result >= 0 ? step : result; };
+    did(sd_bus_set_address(bus, address.c_str()));
+    did(sd_bus_set_bus_client(bus, 1));
+    did(sd_bus_negotiate_fds(bus, 0));  // a message that is refused would leave its descriptors open
+    did(sd_bus_add_filter(bus, nullptr, &onMessage, this));
+    did(sd_bus_start(bus));
+    const int descriptor = result >= 0 ? dup(sd_bus_get_fd(bus)) : -1;
+    if (descriptor < 0) {
+        closeBus();
+        return result >= 0 ? -errno : result;
+    }
+    watch_ = std::make_unique<Watch>(loop_->context(), descriptor);
+    connectBy_ = Clock::now() + options_.connectDeadline;
+    return 0;
+}
+
+void ConnectionCore::becomeReady() {
+    if (state_ != State::connecting || wire_->bus == nullptr || sd_bus_is_ready(wire_->bus) <= 0) {
+        return;
+    }
+    state_ = State::ready;
+    connectBy_ = Deadline::max();
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    if (getsockopt(sd_bus_get_fd(wire_->bus), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) {
+        busUser_ = peer.uid;
+    }
+    nextLook_ = Clock::now() + options_.livenessPause;
+    if (events_.ready) {
+        happened_.emplace_back(events_.ready);
+    }
+}
+
+// --- The loop's side
+
+void ConnectionCore::turn() {
+    int result = 1;
+    for (unsigned i = 0; i < kMessagesATurn && result > 0; ++i) {
+        result = processOne();
+        heard_ = heard_ || result > 0;
+    }
+    bool connecting = false;
+    {
+        const std::lock_guard lock(wire_->mutex);
+        startWaiting();
+        connecting = state_ == State::connecting;
+        if (result < 0 && connecting) {
+            closeBus();
+        }
+    }
+    if (result < 0 && connecting) {
+        watch_.reset();
+        connectNext(Describe(result));
+    } else if (result < 0) {
+        lost(Describe(result));
+    } else {
+        lookAtTheClock();
+        arm();
+    }
+}
+
+int ConnectionCore::processOne() {
+    int result = 0;
+    Told told;
+    {
+        const std::lock_guard lock(wire_->mutex);
+        if (wire_->bus == nullptr) {
+            return 0;
+        }
+        result = sd_bus_process(wire_->bus, nullptr);
+        becomeReady();
+        told.swap(happened_);
+        // A bus that fails may not notice itself that it is of no further use.
+        if (result >= 0 && sd_bus_is_open(wire_->bus) <= 0) {
+            result = -ECONNRESET;
+        }
+    }
+    for (auto& tell : told) {
+        try {
+            std::exchange(tell, nullptr)();
+        } catch (const std::exception& e) {
+            TLOG_ERROR("Task -- failed: {}", e.what());
+        }
+    }
+    return result;
+}
+
+void ConnectionCore::lookAtTheClock() {
+    const Deadline now = Clock::now();
+    std::vector<Taken> late;
+    bool givenUp = false;
+    {
+        const std::lock_guard lock(wire_->mutex);
+        while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
+            late.push_back(take(deadlines_.begin()->second));
+        }
+        startWaiting();
+        givenUp = state_ == State::connecting && connectBy_ <= now;
+        if (givenUp) {
+            closeBus();
+        }
+    }
+    for (const Taken& call : late) {
+        call->done(Error{error::kTimeout, "No answer in time"});
+    }
+    if (givenUp) {
+        watch_.reset();
+        connectNext("no answer in time");
+    } else if (nextLook_ <= now) {
+        nextLook_ = now + options_.livenessPause;
+        if (!std::exchange(heard_, false)) {
+            askWhetherAlive();
+        }
+    }
+}
+
+void ConnectionCore::askWhetherAlive() {
+    Message question = newMessage([](sd_bus* bus, sd_bus_message** raw) {
+        return sd_bus_message_new_method_call(bus, raw, kBusName, kBusPath, kBusName, "GetId");
+    });
+    call(
+        std::move(question), Clock::now() + options_.answerDeadline,
+        [weak = weak_from_this()](const Connection::Reply& reply) {
+            const auto self = weak.lock();
+            if (self && !reply && reply.error().is(error::kTimeout)) {
+                self->lost("the bus does not answer");
+            }
+        },
+        Turn::urgent);
+}
+
+void ConnectionCore::arm() {
+    bool wantsToWrite = false;
+    Deadline until{};
+    {
+        const std::lock_guard lock(wire_->mutex);
+        if (wire_->bus == nullptr || !watch_) {
+            return;
+        }
+        const int events = sd_bus_get_events(wire_->bus);
+        wantsToWrite = events > 0 && (static_cast<unsigned>(events) & static_cast<unsigned>(POLLOUT)) != 0;
+        armedFor_ = until = std::min(nextDeadline(), nextLook_);
+    }
+    const auto after = [this](bool Watch::*busy) {
+        return [weak = weak_from_this(), busy, watch = watch_.get()](const boost::system::error_code& error) {
+            const auto self = weak.lock();
+            if (self && !error && self->watch_.get() == watch) {
+                watch->*busy = false;
+                self->turn();
+            }
+        };
+    };
+    using Socket = boost::asio::posix::stream_descriptor;
+    if (!std::exchange(watch_->reading, true)) {
+        watch_->socket.async_wait(Socket::wait_read, after(&Watch::reading));
+    }
+    if (wantsToWrite && !std::exchange(watch_->writing, true)) {
+        watch_->socket.async_wait(Socket::wait_write, after(&Watch::writing));
+    }
+    if (until < watch_->timerAt) {
+        watch_->timerAt = until;
+        watch_->timer.expires_at(until);
+        watch_->timer.async_wait(
+            [weak = weak_from_this(), watch = watch_.get()](const boost::system::error_code& error) {
+                const auto self = weak.lock();
+                if (self && !error && self->watch_.get() == watch) {
+                    watch->timerAt = Deadline::max();
+                    self->turn();
+                }
+            });
+    }
+}
+
+void ConnectionCore::wake() {
+    loop_->post([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) {
+            self->arm();
+        }
+    });
+}
+
+void ConnectionCore::lost(const std::string& why) {
+    std::vector<Taken> calls;
+    {
+        const std::lock_guard lock(wire_->mutex);
+        if (state_ == State::ended) {
+            return;
+        }
+        calls = end();
+    }
+    watch_.reset();
+    for (const Taken& call : calls) {
+        call->done(EndedError(why));
+    }
+    if (events_.lost) {
+        events_.lost(why);
+    }
+}
+
+// --- Ending
+
+std::vector<ConnectionCore::Taken> ConnectionCore::end() {
+    state_ = State::ended;
+    std::vector<Taken> calls;
+    while (!pending_.empty()) {
+        calls.push_back(take(pending_.begin()->first));
+    }
+    for (const auto& weak : subscriptions_) {
+        if (const auto subscription = weak.lock()) {
+            subscription->slot = sd_bus_slot_unref(subscription->slot);
+        }
+    }
+    subscriptions_.clear();
+    happened_.clear();
+    closeBus();
+    return calls;
+}
+
+void ConnectionCore::closeBus() {
+    if (wire_->bus != nullptr) {
+        sd_bus_close(wire_->bus);
+        wire_->bus = sd_bus_unref(wire_->bus);
+    }
+}
+
+void ConnectionCore::close(const std::string& why) {
+    std::vector<Taken> calls;
+    {
+        const std::lock_guard lock(wire_->mutex);
+        if (state_ == State::ended) {
+            return;
+        }
+        calls = end();
+    }
+    fail(std::move(calls), EndedError(why));
+    retire();
+}
+
+void ConnectionCore::drop() {
+    std::vector<Taken> calls;
+    {
+        const std::lock_guard lock(wire_->mutex);
+        calls = end();
+    }
+    retire();
+}
+
+void ConnectionCore::retire() {
+    loop_->post([self = shared_from_this()] { self->watch_.reset(); });
+}
+
+void ConnectionCore::fail(std::vector<Taken> calls, const Error& error) {
+    const auto shared = std::make_shared<std::vector<Taken>>(std::move(calls));
+    loop_->post([shared, error] {
+        for (const Taken& call : *shared) {
+            call->done(error);
+        }
+    });
+}
+
+Deadline ConnectionCore::nextDeadline() const {
+    Deadline until = connectBy_;
+    if (!deadlines_.empty()) {
+        until = std::min(until, deadlines_.begin()->first);
+    }
+    std::uint64_t microseconds = UINT64_MAX;  // of the monotonic clock, as ours
+    if (sd_bus_get_timeout(wire_->bus, &microseconds) > 0 && microseconds != UINT64_MAX) {
+        until = std::min(until, Deadline(std::chrono::microseconds(microseconds)));
+    }
+    return until;
+}
+
+int ConnectionCore::onMessage(sd_bus_message* message, void* core, sd_bus_error* /*error*/) {
+    auto& self = *static_cast<ConnectionCore*>(core);
+    if (!self.events_.asked || sd_bus_message_is_method_call(message, nullptr, nullptr) <= 0) {
+        return 0;
+    }
+    Message question(self.wire_, sd_bus_message_ref(message));
+    if (question.interface() == "org.freedesktop.DBus.Peer") {
+        return 0;  // the library answers it
+    }
+    self.happened_.emplace_back(
+        [&self, asked = Question(self.weak_from_this(), std::move(question))] { self.events_.asked(asked); });
+    return 1;
+}
+
+bool ConnectionCore::isReady() const {
+    const std::lock_guard lock(wire_->mutex);
+    return state_ == State::ready;
+}
+
+std::string ConnectionCore::uniqueName() const {
+    const std::lock_guard lock(wire_->mutex);
+    const char* name = nullptr;
+    // Before it is ready the library would wait.
+    return state_ == State::ready && sd_bus_get_unique_name(wire_->bus, &name) >= 0 ? name : "";
+}
+
+std::optional<uid_t> ConnectionCore::busUser() const {
+    const std::lock_guard lock(wire_->mutex);
+    return state_ == State::ready ? busUser_ : std::nullopt;
+}
+
+}  // namespace cmn::bus

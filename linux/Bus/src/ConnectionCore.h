@@ -1,0 +1,161 @@
+#pragma once
+
+#include <atomic>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Wire.h"
+#include "linux_bus/Connection.h"
+
+namespace cmn::bus {
+
+// What a connection is made of. Everything is guarded by the wire's mutex but what belongs to the loop's
+// thread. What happens while the mutex is held is told after it was given back.
+class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
+ public:
+    using CallId = Connection::CallId;
+    using Done = Connection::Done;
+
+    // Calls of the bus itself do not wait behind those of others.
+    enum class Turn { usual, urgent };
+
+    ConnectionCore(std::shared_ptr<Loop> loop, Options options, Connection::Events events);
+    ConnectionCore(const ConnectionCore&) = delete;
+    ConnectionCore& operator=(const ConnectionCore&) = delete;
+    ~ConnectionCore() = default;
+
+    // In the loop's thread.
+    void connectNext(std::string failure);
+
+    void close(const std::string& why);
+    void drop();
+
+    CallId call(Message message, Deadline deadline, Done done, Turn turn);
+    void cancel(CallId id);
+    void cancelAll();
+    bool send(const Message& message);
+    void subscribe(const std::shared_ptr<Subscription::State>& state, const std::string& rule);
+    void unsubscribe(Subscription::State& state);
+
+    template <typename Make>
+    Message newMessage(Make make) {
+        const std::lock_guard lock(wire_->mutex);
+        sd_bus_message* raw = nullptr;
+        return wire_->bus != nullptr && make(wire_->bus, &raw) >= 0 ? Message(wire_, raw) : Message();
+    }
+
+    bool isReady() const;
+    std::string uniqueName() const;
+    std::optional<uid_t> busUser() const;
+    const Options& options() const { return options_; }
+    const std::shared_ptr<Loop>& loop() const { return loop_; }
+
+ private:
+    enum class State { connecting, ready, ended };
+    using Told = std::vector<std::function<void()>>;
+
+    struct Pending {
+        ConnectionCore* core;
+        CallId id;
+        Deadline deadline;
+        Done done;
+        Message message;              // while it waits for its turn
+        sd_bus_slot* slot = nullptr;  // once it is sent
+    };
+    using Taken = std::unique_ptr<Pending>;
+
+    // What the loop waits for; of its thread.
+    struct Watch {
+        Watch(boost::asio::io_context& context, int descriptor)
+            : socket(context, descriptor), timer(context) {}
+
+        boost::asio::posix::stream_descriptor socket;  // a duplicate: the library closes its own
+        boost::asio::steady_timer timer;
+        Deadline timerAt = Deadline::max();
+        bool reading = false;
+        bool writing = false;
+    };
+
+    static int onMessage(sd_bus_message* message, void* core, sd_bus_error* error);
+    static int onReply(sd_bus_message* message, void* pending, sd_bus_error* error);
+    static int onSignal(sd_bus_message* message, void* state, sd_bus_error* error);
+    static int onInstalled(sd_bus_message* message, void* state, sd_bus_error* error);
+
+    // In the loop's thread.
+    int connect(const std::string& address);
+    void turn();
+    int processOne();
+    void lookAtTheClock();
+    void askWhetherAlive();
+    void arm();
+    void lost(const std::string& why);
+
+    // With the mutex held.
+    Deadline nextDeadline() const;
+    std::optional<Error> start(Pending& pending, Message message);
+    void startWaiting();
+    Taken take(CallId id);
+    std::vector<Taken> end();
+    bool hasRoom(std::size_t bytes);
+    void noteQueued(std::size_t bytes);
+    std::uint64_t queuedMessages() const;
+    void becomeReady();
+    void closeBus();
+
+    void wake();
+    void fail(std::vector<Taken> calls, const Error& error);
+    // Lets the loop's thread let go of what is its own.
+    void retire();
+
+    const std::shared_ptr<Loop> loop_;
+    const Options options_;
+    const Connection::Events events_;
+    const std::shared_ptr<Wire> wire_ = std::make_shared<Wire>();
+
+    // Of the loop's thread.
+    std::vector<std::string> addresses_;
+    std::unique_ptr<Watch> watch_;
+    Deadline nextLook_ = Deadline::max();
+    bool heard_ = false;
+
+    // Guarded by the mutex.
+    State state_ = State::connecting;
+    Deadline connectBy_ = Deadline::max();
+    Deadline armedFor_ = Deadline::max();
+    std::optional<uid_t> busUser_;
+    std::map<CallId, Taken> pending_;
+    std::set<std::pair<Deadline, CallId>> deadlines_;
+    std::deque<CallId> waiting_;
+    std::size_t waitingBytes_ = 0;
+    std::size_t inFlight_ = 0;
+    CallId lastCall_ = 0;
+    std::deque<std::size_t> queued_;  // bytes of the messages that the socket did not take yet
+    std::size_t queuedBytes_ = 0;
+    std::vector<std::weak_ptr<Subscription::State>> subscriptions_;
+    Told happened_;
+};
+
+struct Subscription::State : std::enable_shared_from_this<State> {
+    std::weak_ptr<ConnectionCore> core;
+    std::function<void(const Message&)> handler;
+    std::function<void(const std::optional<Error>&)> installed;
+    ConnectionCore* owner = nullptr;  // while there is a slot
+    sd_bus_slot* slot = nullptr;
+    std::atomic<bool> active{true};
+};
+
+// What a reply says.
+Connection::Reply ToReply(Message message);
+
+// The system's text for a negative errno.
+std::string Describe(int negativeErrno);
+
+}  // namespace cmn::bus

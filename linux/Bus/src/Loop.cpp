@@ -1,0 +1,54 @@
+#include "linux_bus/Loop.h"
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/post.hpp>
+#include <exception>
+#include <utility>
+
+#include "common/log.h"
+#include "common/threads.h"
+
+namespace cmn::bus {
+
+Loop::Loop()
+    : thread_(MakeThread([this] {
+          return std::thread([context = context_] {
+              const auto work = boost::asio::make_work_guard(*context);
+              context->run();
+          });
+      })),
+      id_(thread_.get_id()) {}
+
+Loop::~Loop() {
+    stop();
+}
+
+void Loop::post(Task task) {
+    const std::unique_lock lock(mutex_);
+    if (!stopped_) {
+        boost::asio::post(*context_, [task = std::move(task)] {
+            try {
+                task();
+            } catch (const std::exception& e) {
+                TLOG_ERROR("Task -- failed: {}", e.what());
+            }
+        });
+    }
+}
+
+void Loop::stop() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (std::exchange(stopped_, true)) {
+            return;
+        }
+        boost::asio::post(*context_, [context = context_] { context->stop(); });
+    }
+    if (isHere()) {
+        thread_.detach();
+    } else {
+        thread_.join();
+    }
+}
+
+}  // namespace cmn::bus

@@ -1,0 +1,119 @@
+#include "linux_bus/Message.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "Wire.h"
+#include "common/utf8.h"
+#include "linux_bus/WellKnown.h"
+
+namespace cmn::bus {
+
+namespace {
+
+std::string_view View(const char* text) {
+    return text != nullptr ? text : std::string_view();
+}
+
+// The wire knows fewer characters than Unicode: none of those that stand for no character.
+bool CanTravel(std::string_view sequence) {
+    if (sequence.size() < 3) {
+        return !sequence.empty();
+    }
+    const auto at = [&](std::size_t i) { return static_cast<unsigned char>(sequence[i]); };
+    const std::size_t last = sequence.size() - 1;
+    const bool endsAPlane = (at(last) & 0xfeU) == 0xbeU && at(last - 1) == 0xbfU &&
+                            (sequence.size() == 3 ? at(0) == 0xefU : (at(1) & 0x0fU) == 0x0fU);
+    const bool reserved = at(0) == 0xefU && at(1) == 0xb7U && at(2) >= 0x90U && at(2) <= 0xafU;
+    return !endsAPlane && !reserved;
+}
+
+std::string Repaired(std::string_view text) {
+    std::string repaired;
+    while (!text.empty()) {
+        const std::size_t length = Utf8SequenceLength(text);
+        if (CanTravel(text.substr(0, length))) {
+            repaired += text.substr(0, length);
+        } else {
+            repaired += "\xef\xbf\xbd";
+        }
+        text.remove_prefix(length > 0 ? length : 1);
+    }
+    return repaired;
+}
+
+}  // namespace
+
+bool detail::AppendText(sd_bus_message* message, const char* text) {
+    const int result = sd_bus_message_append_basic(message, 's', text);
+    return result != -EINVAL ? result >= 0
+                             : sd_bus_message_append_basic(message, 's', Repaired(text).c_str()) >= 0;
+}
+
+struct Message::Held {
+    Held(std::shared_ptr<Wire> messageWire, sd_bus_message* message)
+        : wire(std::move(messageWire)), raw(message) {}
+    ~Held() {
+        const std::lock_guard lock(wire->mutex);
+        sd_bus_message_unref(raw);
+    }
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
+
+    const std::shared_ptr<Wire> wire;
+    sd_bus_message* const raw;
+    std::size_t bytes = 0;
+};
+
+Message::Message(std::shared_ptr<Wire> wire, sd_bus_message* raw)
+    : held_(std::make_shared<Held>(std::move(wire), raw)) {}
+
+sd_bus_message* Message::raw() const {
+    return held_->raw;
+}
+
+std::string_view Message::sender() const {
+    return View(sd_bus_message_get_sender(raw()));
+}
+
+std::string_view Message::path() const {
+    return View(sd_bus_message_get_path(raw()));
+}
+
+std::string_view Message::interface() const {
+    return View(sd_bus_message_get_interface(raw()));
+}
+
+std::string_view Message::member() const {
+    return View(sd_bus_message_get_member(raw()));
+}
+
+std::string_view Message::signature() const {
+    return View(sd_bus_message_get_signature(raw(), 1));
+}
+
+bool Message::wantsReply() const {
+    return sd_bus_message_get_expect_reply(raw()) > 0;
+}
+
+bool Message::rewind() const {
+    return sd_bus_message_rewind(raw(), 1) >= 0;
+}
+
+Error Message::unexpected(const char* signature) const {
+    return {error::kInvalidArgs,
+            fmt::format("Its arguments are \"{}\" instead of \"{}\"", this->signature(), signature)};
+}
+
+std::size_t Message::bytes() const {
+    return held_->bytes;
+}
+
+bool Message::grow(std::size_t bytes) {
+    held_->bytes += bytes;
+    return held_->bytes <= kLargestMessage;
+}
+
+}  // namespace cmn::bus
