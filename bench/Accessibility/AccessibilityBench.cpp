@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "CallCounter.h"
-#include "linux_tessarinuseragent/AtspiAccessibility.h"
+#include "accessibility/AtspiAccessibility.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "useragent/FindURLElement.h"
 

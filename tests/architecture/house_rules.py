@@ -68,6 +68,82 @@ def platform_findings(room: str, text: str) -> Iterator[str]:
             yield f"{number}: uses the platform's {match.group()}"
 
 
+# The rooms of the platform ends: what the names of a room's headers begin with, its folder, and the rooms directly below it
+# (a room may use what is below those, too). A portable room below brings the portable ones below itself.
+AGENT_END = "TessarinUserAgent/src"
+ENDS = {
+    "linux": {
+        "impl_linux": ("common/Common/src/impl_linux", ("common", "impl_posix")),
+        "linux_bus": ("linux/Bus", ("common",)),
+        "linux_usercommon": ("linux/UserCommon", ("linux_bus", "usercommon")),
+        "linux_xpccommon": ("linux/XPCCommon", ("linux_usercommon", "xpccommon")),
+        "accessibility": (f"linux/{AGENT_END}/accessibility", ("linux_usercommon", "useragent")),
+        "windowlist": (f"linux/{AGENT_END}/windowlist", ("accessibility",)),
+        "statusitem": (f"linux/{AGENT_END}/statusitem", ("linux_usercommon", "useragent")),
+        "interface": (f"linux/{AGENT_END}/interface", ("statusitem",)),
+        "filemanagers": (f"linux/{AGENT_END}/filemanagers", ("linux_usercommon", "useragent")),
+        "program": (f"linux/{AGENT_END}", ("linux_xpccommon", "windowlist", "interface", "filemanagers")),
+    },
+    "macos": {
+        "impl_mac": ("common/Common/src/impl_mac", ("common", "impl_posix", "common_mac")),
+        "common_mac": ("common/Common/src/impl_mac/include", ("common",)),
+        "macos_usercommon": ("macos/UserCommon", ("common_mac", "usercommon")),
+        "macos_xpccommon": ("macos/XPCCommon", ("macos_usercommon", "xpccommon")),
+        "accessibility": (f"macos/{AGENT_END}/accessibility", ("macos_usercommon", "useragent")),
+        "permissions": (f"macos/{AGENT_END}/permissions", ("macos_usercommon", "useragent")),
+        "interface": (f"macos/{AGENT_END}/interface", ("permissions",)),
+        "program": (f"macos/{AGENT_END}", ("macos_xpccommon", "accessibility", "interface")),
+    },
+}
+_FOREIGN_HEADER = {
+    "linux": re.compile(r"(AppKit|ApplicationServices|Core[A-Z]\w+|Foundation|IOKit|Security\w*|dispatch|mach\w*|objc|xpc)/"),
+    "macos": re.compile(r"Q[A-Z]\w+$|(linux|systemd|xcb|X11)/|sys/(epoll|eventfd|inotify|signalfd|timerfd)\.h$"),
+}
+
+
+def end_files() -> list[tuple[str, str, Path]]:
+    """Every source of a platform's end, with its platform and room."""
+    found = []
+    for platform, rooms in ENDS.items():
+        folders = sorted(((folder, room) for room, (folder, _) in rooms.items()), key=lambda one: -len(one[0]))
+        taken: set[Path] = set()
+        for folder, room in folders:  # the deepest first: a file belongs to the room nearest to it
+            paths = {path for path in (PROJECT / folder).rglob("*") if path.suffix in (".h", ".cpp", ".mm")} - taken
+            taken |= paths
+            found += [(platform, room, path) for path in sorted(paths)]
+    return found
+
+
+def rooms_below(platform: str, room: str) -> set[str]:
+    """What the headers' names may begin with in a source of `room`."""
+    ends, portable = ENDS[platform], list(ROOMS.values())
+    if room in portable:
+        return set(portable[:portable.index(room) + 1])
+    below = {room}
+    for lower in ends[room][1] if room in ends else ():
+        below |= rooms_below(platform, lower)
+    return below
+
+
+def end_findings(platform: str, room: str, text: str) -> Iterator[str]:
+    """What makes `text`, a source of a room of a platform's end, depend on the other platform or on a higher room."""
+    allowed = rooms_below(platform, room)
+    is_part_of_agent = ENDS[platform][room][0].endswith(f"{AGENT_END}/{room}")
+    for number, line in enumerate(without_comments(text, keep_texts=True).split("\n"), 1):
+        include = re.match(r'\s*#\s*(?:include|import)\s*([<"])([^>"]+)[>"]', line)
+        if not include:
+            continue
+        header = include.group(2)
+        first, slash, _ = header.partition("/")
+        if include.group(1) == "<":
+            if _FOREIGN_HEADER[platform].match(header):
+                yield f"{number}: includes <{header}>, which {platform} does not have"
+        elif slash and first not in allowed:
+            yield f'{number}: includes "{header}", which {room} may not know'
+        elif not slash and is_part_of_agent and not header.startswith("ui_"):
+            yield f'{number}: includes "{header}" without its room'
+
+
 def unregistered_tests(tests: Path) -> Iterator[str]:
     """Test sources under `tests` that no CMakeLists.txt of their own folder (or the one above) names."""
     for path in test_sources(tests):

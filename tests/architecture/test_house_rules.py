@@ -10,8 +10,8 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from house_rules import (PROJECT, ROOMS, empty_tests, joined, platform_findings, portable_files, test_sources,
-                         unexplained_warnings, unregistered_tests, warnings_of)
+from house_rules import (ENDS, PROJECT, ROOMS, empty_tests, end_files, end_findings, joined, platform_findings,
+                         portable_files, test_sources, unexplained_warnings, unregistered_tests, warnings_of)
 
 
 class PortableCode(unittest.TestCase):
@@ -58,6 +58,54 @@ class CheckOfPortableCode(unittest.TestCase):
 
     def test_counts_lines_across_block_comments(self) -> None:
         self.assertEqual(self.findings("/* one\ntwo */\nQString s;")[0].split(":")[0], "3")
+
+
+class PlatformEnds(unittest.TestCase):
+    def test_know_only_their_own_platform_and_lower_rooms(self) -> None:
+        findings = []
+        checked = {(platform, room): 0 for platform, rooms in ENDS.items()
+                   for room, (folder, _) in rooms.items() if (PROJECT / folder).is_dir()}
+        self.assertGreater(len(checked), 15, "hardly any room was found")
+        for platform, room, path in end_files():
+            checked[platform, room] += 1
+            findings += [f"{path.relative_to(PROJECT)}:{finding}"
+                         for finding in end_findings(platform, room, path.read_text())]
+        self.assertFalse(findings != [], "\n" + joined(findings))
+        for room, count in checked.items():
+            self.assertGreater(count, 0, f"nothing was checked in {room}")
+
+    def test_have_no_source_outside_their_rooms(self) -> None:
+        known = {path for _, _, path in end_files()}
+        sources = {path for platform in ENDS for path in (PROJECT / platform).rglob("*")
+                   if path.suffix in (".h", ".cpp", ".mm") and PROJECT / "macos/sdk" not in path.parents}
+        self.assertEqual(sources - known, set())
+
+
+class CheckOfPlatformEnds(unittest.TestCase):
+    def findings(self, platform: str, room: str, header: str) -> list[str]:
+        return list(end_findings(platform, room, f"#include {header}"))
+
+    def test_notices_higher_rooms_and_neighbours(self) -> None:
+        for room, header in (("linux_bus", "linux_usercommon/LinuxDispatch.h"), ("linux_bus", "usercommon/Dispatch.h"),
+                             ("accessibility", "windowlist/OwnerName.h"), ("statusitem", "interface/ToolTip.h"),
+                             ("interface", "filemanagers/FileManager.h"), ("windowlist", "statusitem/StatusMenu.h"),
+                             ("filemanagers", "linux_xpccommon/ServiceStubs.h"), ("accessibility", "RunLoop.h")):
+            self.assertTrue(self.findings("linux", room, f'"{header}"'), f"{room}: {header}")
+
+    def test_notices_the_other_platform(self) -> None:
+        for header in ('"macos_usercommon/MacDispatch.h"', '"common_mac/CFAutoPointer.h"', "<AppKit/AppKit.h>"):
+            self.assertTrue(self.findings("linux", "program", header), header)
+        for header in ('"linux_usercommon/LinuxDispatch.h"', '"windowlist/OwnerName.h"', "<QString>", "<systemd/sd-bus.h>"):
+            self.assertTrue(self.findings("macos", "program", header), header)
+        self.assertTrue(list(end_findings("linux", "program", "#import <Foundation/Foundation.h>")))
+
+    def test_accepts_what_is_below(self) -> None:
+        for room, header in (("program", "filemanagers/FileManager.h"), ("program", "RunLoop.h"),
+                             ("program", "accessibility/AtspiAccessibility.h"), ("interface", "statusitem/StatusMenu.h"),
+                             ("interface", "ui_PropertiesForm.h"), ("windowlist", "accessibility/AtspiCore.h"),
+                             ("statusitem", "linux_bus/Connection.h"), ("accessibility", "useragent/Deadlines.h"),
+                             ("linux_usercommon", "SerialQueue.h")):
+            self.assertEqual(self.findings("linux", room, f'"{header}"'), [], f"{room}: {header}")
 
 
 class Tests(unittest.TestCase):

@@ -2,16 +2,16 @@
 
 #include <utility>
 
+#include "accessibility/AtspiAccessibility.h"
 #include "common/ScopedAction.h"
 #include "common/bundle.h"
 #include "common/log.h"
-#include "linux_filemanagers/LinuxFileManagerExtension.h"
-#include "linux_filemanagers/LinuxSettingsPanes.h"
-#include "linux_interface/QtApplicationInterface.h"
-#include "linux_tessarinuseragent/AtspiAccessibility.h"
-#include "linux_tessarinuseragent/LinuxWindowList.h"
+#include "filemanagers/LinuxFileManagerExtension.h"
+#include "filemanagers/LinuxSettingsPanes.h"
+#include "interface/QtApplicationInterface.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
+#include "windowlist/LinuxWindowList.h"
 
 namespace useragent {
 

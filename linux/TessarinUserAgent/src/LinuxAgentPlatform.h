@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "RunLoop.h"
-#include "linux_interface/ApplicationService.h"
-#include "linux_tessarinuseragent/AtspiSettings.h"
+#include "accessibility/AtspiSettings.h"
+#include "interface/ApplicationService.h"
 #include "useragent/Agent.h"
 #include "useragent/AppDelegate.h"
 

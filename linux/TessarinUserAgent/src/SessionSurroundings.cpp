@@ -12,10 +12,10 @@
 #include <thread>
 #include <vector>
 
-#include "XcbConnection.h"
 #include "common/ScopedAction.h"
 #include "common/threads.h"
 #include "linux_usercommon/BusProbe.h"
+#include "windowlist/XcbConnection.h"
 
 namespace useragent {
 

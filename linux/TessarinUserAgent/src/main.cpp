@@ -9,8 +9,8 @@
 #include "SessionSurroundings.h"
 #include "common/SystemUtils.h"
 #include "common/log.h"
-#include "linux_filemanagers/FileManagerCommand.h"
-#include "linux_statusitem/StatusIcons.h"
+#include "filemanagers/FileManagerCommand.h"
+#include "statusitem/StatusIcons.h"
 #include "useragent/Agent.h"
 
 namespace {

@@ -13,7 +13,7 @@
 
 #include "AtspiApplication.h"
 #include "AtspiDesktop.h"
-#include "linux_tessarinuseragent/AtspiAccessibility.h"
+#include "accessibility/AtspiAccessibility.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"

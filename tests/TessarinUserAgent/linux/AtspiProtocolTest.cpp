@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "AtspiProtocol.h"
+#include "accessibility/AtspiProtocol.h"
 
 using useragent::atspi::AXRoleName;
 using useragent::atspi::State;

@@ -4,6 +4,7 @@
 #include "AtspiFixture.h"
 #include "support/ChildProcess.h"
 #include "useragent/WindowList.h"
+#include "windowlist/AtspiWindowList.h"
 
 using useragent::WindowInfo;
 
@@ -71,7 +72,8 @@ class AtspiWindowListTest : public AtspiFixture {
         application.change(fake::AtspiApplication::kRoot, [&](fake::AtspiNode& root) { root.name = name; });
     }
 
-    std::unique_ptr<useragent::WindowList> list = accessibility->createWindowList();
+    std::unique_ptr<useragent::WindowList> list =
+        std::make_unique<useragent::AtspiWindowList>(accessibility->core());
     fake::AtspiApplication editor{desktop.accessibilityBus.address()};
     fake::AtspiApplication browser{desktop.accessibilityBus.address()};
 };

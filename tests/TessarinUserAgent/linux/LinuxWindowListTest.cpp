@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "linux_tessarinuseragent/LinuxWindowList.h"
+#include "windowlist/LinuxWindowList.h"
 
 using useragent::ChooseWindowSource;
 using useragent::WindowSource;

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "MainWindow.h"
+#include "accessibility/MainWindow.h"
 
 using useragent::ChooseMainWindow;
 using useragent::TopLevel;

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "OwnerName.h"
+#include "windowlist/OwnerName.h"
 
 using useragent::OwnerName;
 

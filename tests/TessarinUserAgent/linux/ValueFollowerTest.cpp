@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "ValueFollower.h"
+#include "accessibility/ValueFollower.h"
 
 using useragent::ValueFollower;
 using Retry = ValueFollower::Retry;

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "linux_tessarinuseragent/XcbWindowList.h"
 #include "support/ChildProcess.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"
+#include "windowlist/XcbWindowList.h"
 
 using useragent::WindowInfo;
 using useragent::XcbWindowList;

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "UserHome.h"
-#include "linux_filemanagers/DesktopSession.h"
+#include "filemanagers/DesktopSession.h"
 
 namespace useragent {
 namespace {

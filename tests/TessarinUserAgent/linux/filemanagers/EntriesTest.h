@@ -8,7 +8,7 @@
 #include <string>
 
 #include "UserHome.h"
-#include "linux_filemanagers/FileManagerEntries.h"
+#include "filemanagers/FileManagerEntries.h"
 
 namespace useragent {
 

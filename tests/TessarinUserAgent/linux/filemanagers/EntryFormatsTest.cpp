@@ -7,7 +7,7 @@
 #include <algorithm>
 
 #include "EntriesTest.h"
-#include "FileChange.h"
+#include "filemanagers/FileChange.h"
 
 namespace useragent {
 namespace {

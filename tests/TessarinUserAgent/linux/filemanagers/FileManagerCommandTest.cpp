@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "UserHome.h"
-#include "linux_filemanagers/FileManagerCommand.h"
+#include "filemanagers/FileManagerCommand.h"
 
 namespace useragent {
 namespace {

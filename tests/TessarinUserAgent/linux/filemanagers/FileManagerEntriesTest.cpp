@@ -5,7 +5,7 @@
 #include <csignal>
 
 #include "EntriesTest.h"
-#include "linux_filemanagers/FileManagerEntries.h"
+#include "filemanagers/FileManagerEntries.h"
 
 namespace useragent {
 namespace {

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "linux_filemanagers/FileManager.h"
+#include "filemanagers/FileManager.h"
 
 namespace useragent {
 

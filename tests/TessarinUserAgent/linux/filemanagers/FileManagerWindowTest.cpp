@@ -8,9 +8,9 @@
 #include <QPointer>
 #include <QPushButton>
 
-#include "FileManagerWindow.h"
 #include "UserHome.h"
-#include "linux_filemanagers/LinuxFileManagerExtension.h"
+#include "filemanagers/FileManagerWindow.h"
+#include "filemanagers/LinuxFileManagerExtension.h"
 #include "support/WaitFor.h"
 
 namespace useragent {

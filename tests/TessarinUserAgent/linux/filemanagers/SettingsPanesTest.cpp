@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "UserHome.h"
-#include "linux_filemanagers/LinuxSettingsPanes.h"
+#include "filemanagers/LinuxSettingsPanes.h"
 #include "support/WaitFor.h"
 
 namespace useragent {

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "ThunarActions.h"
+#include "filemanagers/ThunarActions.h"
 
 namespace useragent::thunar {
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "linux_filemanagers/DesktopSession.h"
-#include "linux_filemanagers/FileManagerEntries.h"
+#include "filemanagers/DesktopSession.h"
+#include "filemanagers/FileManagerEntries.h"
 #include "support/LogCapture.h"
 
 namespace fake {

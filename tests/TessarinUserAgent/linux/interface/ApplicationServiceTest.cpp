@@ -11,7 +11,7 @@
 #include <thread>
 #include <utility>
 
-#include "linux_interface/ApplicationService.h"
+#include "interface/ApplicationService.h"
 #include "support/LogCapture.h"
 #include "support/PrivateBus.h"
 #include "support/WaitFor.h"

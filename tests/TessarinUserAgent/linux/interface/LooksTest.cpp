@@ -9,8 +9,8 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "PropertiesForm.h"
-#include "linux_statusitem/StatusIcons.h"
+#include "interface/PropertiesForm.h"
+#include "statusitem/StatusIcons.h"
 
 // What the user sees, beside pictures of how it should look. Both are compared as small pictures: smoothing
 // of letters and edges may differ, what stands where may not. With TESSARIN_WRITE_REFERENCES set the pictures

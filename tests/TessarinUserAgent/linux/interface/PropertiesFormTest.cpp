@@ -10,10 +10,10 @@
 #include <QShortcut>
 #include <QTableView>
 
-#include "FilterTableModel.h"
-#include "PathField.h"
-#include "PropertiesForm.h"
-#include "linux_interface/QtApplicationInterface.h"
+#include "interface/FilterTableModel.h"
+#include "interface/PathField.h"
+#include "interface/PropertiesForm.h"
+#include "interface/QtApplicationInterface.h"
 
 namespace {
 

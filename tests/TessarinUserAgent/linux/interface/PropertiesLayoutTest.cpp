@@ -11,9 +11,9 @@
 #include <cmath>
 #include <memory>
 
-#include "FilterTableModel.h"
-#include "PathField.h"
-#include "PropertiesForm.h"
+#include "interface/FilterTableModel.h"
+#include "interface/PathField.h"
+#include "interface/PropertiesForm.h"
 
 // Where things stand in the properties window, and what can be told apart in it.
 namespace {

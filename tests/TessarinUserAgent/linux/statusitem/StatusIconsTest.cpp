@@ -5,7 +5,7 @@
 #include <QPainter>
 #include <cstdlib>
 
-#include "linux_statusitem/StatusIcons.h"
+#include "statusitem/StatusIcons.h"
 
 using useragent::StatusImage;
 

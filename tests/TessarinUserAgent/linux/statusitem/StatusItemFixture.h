@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "PanelStandIn.h"
-#include "linux_statusitem/TrayStatusItem.h"
+#include "statusitem/TrayStatusItem.h"
 #include "support/ChildProcess.h"
 #include "support/PrivateBus.h"
 

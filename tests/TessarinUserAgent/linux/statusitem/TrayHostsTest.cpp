@@ -4,7 +4,7 @@
 #include <chrono>
 
 #include "StatusItemFixture.h"
-#include "TrayHosts.h"
+#include "statusitem/TrayHosts.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"
 

@@ -8,7 +8,7 @@
 #include <stdexcept>
 
 #include "StatusItemFixture.h"
-#include "linux_statusitem/StatusIcons.h"
+#include "statusitem/StatusIcons.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"
 

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "statusitem/StatusMenu.h"
+#include "useragent/AppDelegate.h"
+
+namespace useragent {
+
+// Status item, windows and timer of the desktop. Needs a QApplication. Main thread.
+class QtApplicationInterface : public ApplicationInterface {
+ public:
+    explicit QtApplicationInterface(std::shared_ptr<StatusMenu> menu);
+    ~QtApplicationInterface() override;
+
+    std::shared_ptr<StatusItem> createStatusItem(std::function<void()> menuNeedsUpdate) override;
+    std::unique_ptr<PropertiesWindow> createPropertiesWindow(std::function<void()> willClose) override;
+    void scheduleRepeatingTimer(std::chrono::seconds interval, std::function<void()> tick) override;
+
+ private:
+    struct Timers;
+
+    const std::shared_ptr<StatusMenu> menu_;
+    const std::unique_ptr<Timers> timers_;
+};
+
+}  // namespace useragent

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+#include "statusitem/StatusMenu.h"
+#include "useragent/AppDelegate.h"
+
+namespace useragent {
+
+// The status item in the desktop's status area: over the session bus (StatusNotifierItem), or in a tray of
+// the X server (XEmbed) while no panel offers the former. Appears when a panel comes and moves on when it
+// goes; without one, or without a bus, nothing is shown and nothing fails. An item whose menu is open leaves
+// once that has closed. Main thread.
+class TrayStatusItem : public StatusItem {
+ public:
+    // A panel that opened its menu and has not said for so long that it closed it never will.
+    static constexpr std::chrono::minutes kLongestMenu{1};
+
+    // Visible, with the normal image, as soon as a panel has answered. `menuNeedsUpdate` is called each time
+    // the user is about to see the menu; it may hide the item.
+    TrayStatusItem(std::shared_ptr<StatusMenu> menu, std::function<void()> menuNeedsUpdate,
+                   std::chrono::milliseconds longestMenu = kLongestMenu);
+    ~TrayStatusItem() override;
+    TrayStatusItem(const TrayStatusItem&) = delete;
+    TrayStatusItem& operator=(const TrayStatusItem&) = delete;
+
+    void setImage(StatusImage image) override;
+    void setVisible(bool visible) override;
+
+ private:
+    class Tray;
+
+    const std::unique_ptr<Tray> tray_;
+};
+
+}  // namespace useragent

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QObject>
+#include <QSystemTrayIcon>
+
+#include "statusitem/StatusMenu.h"
+#include "statusitem/TrayIcon.h"
+
+namespace useragent {
+
+// In a tray of the X server (XEmbed): a small window of ours inside the tray's. The toolkit waits for a tray
+// and follows it by itself.
+//
+// The toolkit decides once in a process, when the first such icon is made, whether it draws icons itself or
+// speaks to a watcher of status notifier items: to be made only while none has a host.
+class WindowTrayIcon : public QObject, public TrayIcon {
+    Q_OBJECT
+
+ public:
+    // The menu must outlive this object.
+    WindowTrayIcon(StatusMenu& menu, StatusImage image);
+
+    void setImage(StatusImage image) override;
+    void hostAnswered() override {}
+    bool menuIsOpen() const override { return false; }
+
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+    QSystemTrayIcon icon_;
+};
+
+}  // namespace useragent

@@ -1,0 +1,173 @@
+#include "windowlist/XcbConnection.h"
+
+#include <poll.h>
+#include <xcb/xcbext.h>
+
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace useragent {
+namespace {
+
+constexpr std::array<std::string_view, static_cast<std::size_t>(XcbConnection::Atom::count)> kAtomNames{
+    "_NET_CLIENT_LIST_STACKING", "_NET_WM_STATE", "_NET_WM_STATE_HIDDEN", "_NET_WM_PID"};
+
+// In units of 32 bits; longer properties are cut off.
+constexpr std::uint32_t kLongestProperty = 16384;
+
+struct Disconnect {
+    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
+};
+using ConnectionHandle = std::unique_ptr<xcb_connection_t, Disconnect>;
+
+template <typename Reply>
+const Reply* As(const std::shared_ptr<void>& reply) {
+    return static_cast<const Reply*>(reply.get());
+}
+
+}  // namespace
+
+// Connecting has no time limit of its own, so it happens on a thread that is left behind when it takes too
+// long.
+struct XcbConnection::Connector::Attempt {
+    std::mutex mutex;  // guards what follows
+    std::condition_variable finished;
+    bool isFinished = false;
+    ConnectionHandle connection;
+    int screen = 0;
+
+    // Null when no thread can be had.
+    static std::shared_ptr<Attempt> start(const std::string& display);
+};
+
+std::shared_ptr<XcbConnection::Connector::Attempt> XcbConnection::Connector::Attempt::start(
+    const std::string& display) {
+    auto attempt = std::make_shared<Attempt>();
+    try {
+        std::thread([attempt, display] {
+            int number = 0;
+            ConnectionHandle made(xcb_connect(display.c_str(), &number));
+            const std::lock_guard lock(attempt->mutex);
+            attempt->isFinished = true;
+            attempt->connection = std::move(made);
+            attempt->screen = number;
+            attempt->finished.notify_all();
+        }).detach();
+    } catch (const std::system_error&) {
+        return nullptr;
+    }
+    return attempt;
+}
+
+XcbConnection::Connector::Connector(std::string display) : display_(std::move(display)) {}
+
+bool XcbConnection::Connector::awaitServer(Deadline deadline) {
+    if (!attempt_ && !(attempt_ = Attempt::start(display_))) {
+        return false;
+    }
+    std::unique_lock lock(attempt_->mutex);
+    return attempt_->finished.wait_until(lock, deadline, [this] { return attempt_->isFinished; });
+}
+
+std::unique_ptr<XcbConnection> XcbConnection::Connector::connect(Deadline deadline) {
+    if (!awaitServer(deadline)) {
+        return nullptr;
+    }
+    const std::shared_ptr<Attempt> attempt = std::move(attempt_);
+    ConnectionHandle connection = std::move(attempt->connection);
+    int screen = attempt->screen;
+    if (xcb_connection_has_error(connection.get()) != 0) {
+        return nullptr;
+    }
+    xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(connection.get()));
+    for (; screen > 0 && screens.rem > 1; --screen) {
+        xcb_screen_next(&screens);
+    }
+    if (screens.rem == 0) {
+        return nullptr;
+    }
+    std::unique_ptr<XcbConnection> made(new XcbConnection(connection.release(), screens.data->root));
+    return made->internAtoms(deadline) ? std::move(made) : nullptr;
+}
+
+XcbConnection::~XcbConnection() {
+    xcb_disconnect(connection_);
+}
+
+bool XcbConnection::internAtoms(Deadline deadline) {
+    std::array<unsigned, kAtomNames.size()> sequences{};
+    for (std::size_t i = 0; i < kAtomNames.size(); ++i) {
+        sequences[i] = xcb_intern_atom(connection_, 0, static_cast<std::uint16_t>(kAtomNames[i].size()),
+                                       kAtomNames[i].data())
+                           .sequence;
+    }
+    for (std::size_t i = 0; i < kAtomNames.size(); ++i) {
+        std::shared_ptr<void> reply;
+        if (!waitForReply(sequences[i], deadline, reply) || !reply) {
+            return false;
+        }
+        atoms_[i] = As<xcb_intern_atom_reply_t>(reply)->atom;
+    }
+    return true;
+}
+
+std::optional<std::vector<XcbConnection::Property>> XcbConnection::ask(const std::vector<Question>& questions,
+                                                                       Deadline deadline) {
+    std::vector<unsigned> sequences;
+    sequences.reserve(questions.size());
+    for (const Question& question : questions) {
+        sequences.push_back(xcb_get_property(connection_, 0, question.window, question.property,
+                                             question.type, 0, kLongestProperty)
+                                .sequence);
+    }
+    std::vector<Property> properties;
+    for (const unsigned sequence : sequences) {
+        std::shared_ptr<void> reply;
+        if (!waitForReply(sequence, deadline, reply)) {
+            return std::nullopt;
+        }
+        Property& property = properties.emplace_back();
+        if (reply) {
+            const auto* const got = As<xcb_get_property_reply_t>(reply);
+            const auto* const first = static_cast<const std::uint8_t*>(xcb_get_property_value(got));
+            property.format = got->format;
+            property.bytes.assign(first, first + xcb_get_property_value_length(got));
+        }
+    }
+    return properties;
+}
+
+bool XcbConnection::waitForReply(unsigned sequence, Deadline deadline, std::shared_ptr<void>& reply) {
+    xcb_flush(connection_);
+    for (;;) {
+        void* got = nullptr;
+        xcb_generic_error_t* error = nullptr;
+        if (xcb_poll_for_reply(connection_, sequence, &got, &error) != 0) {
+            std::free(error);
+            reply = std::shared_ptr<void>(got, &std::free);
+            return xcb_connection_has_error(connection_) == 0;
+        }
+        const int left = static_cast<int>(TimeLeft(deadline).count());
+        if (left == 0 || xcb_connection_has_error(connection_) != 0) {
+            return false;
+        }
+        pollfd descriptor{xcb_get_file_descriptor(connection_), POLLIN, 0};
+        poll(&descriptor, 1, left);
+    }
+}
+
+std::vector<std::uint32_t> XcbConnection::Property::items() const {
+    std::vector<std::uint32_t> numbers(format == 32 ? bytes.size() / sizeof(std::uint32_t) : 0);
+    if (!numbers.empty()) {
+        std::memcpy(numbers.data(), bytes.data(), numbers.size() * sizeof(std::uint32_t));
+    }
+    return numbers;
+}
+
+}  // namespace useragent

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <xcb/xcb.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "accessibility/BusCalls.h"
+
+namespace useragent {
+
+// One connection to an X server that never waits longer than a deadline. One thread.
+class XcbConnection {
+ public:
+    enum class Atom { clientListStacking, wmState, wmStateHidden, wmPid, count };
+
+    // A property of a window, as asked for.
+    struct Question {
+        xcb_window_t window = XCB_WINDOW_NONE;
+        xcb_atom_t property = XCB_ATOM_NONE;
+        xcb_atom_t type = XCB_ATOM_ANY;
+    };
+
+    // Its content; empty when the window does not have it or is gone.
+    struct Property {
+        std::uint8_t format = 0;  // bits of one item
+        std::vector<std::uint8_t> bytes;
+
+        std::vector<std::uint32_t> items() const;  // of 32 bits
+    };
+
+    class Connector {
+     public:
+        explicit Connector(std::string display);
+
+        // False when the server has not yet said whether it lets anybody in; a later call goes on waiting.
+        bool awaitServer(Deadline deadline);
+
+        // Nothing when the server cannot be reached in time; a later call picks up an attempt that is still
+        // under way.
+        std::unique_ptr<XcbConnection> connect(Deadline deadline);
+
+     private:
+        struct Attempt;
+        const std::string display_;
+        std::shared_ptr<Attempt> attempt_;
+    };
+
+    ~XcbConnection();
+    XcbConnection(const XcbConnection&) = delete;
+    XcbConnection& operator=(const XcbConnection&) = delete;
+
+    xcb_window_t root() const { return root_; }
+    xcb_atom_t atom(Atom atom) const { return atoms_[static_cast<std::size_t>(atom)]; }
+
+    // The answers in the order of the questions. Nothing when the server does not answer or is gone: the
+    // connection is of no more use then.
+    std::optional<std::vector<Property>> ask(const std::vector<Question>& questions, Deadline deadline);
+
+ private:
+    XcbConnection(xcb_connection_t* connection, xcb_window_t root) : connection_(connection), root_(root) {}
+
+    bool internAtoms(Deadline deadline);
+    // The reply to the request, null with an error or when the window is gone. False when nothing came in
+    // time.
+    bool waitForReply(unsigned sequence, Deadline deadline, std::shared_ptr<void>& reply);
+
+    xcb_connection_t* const connection_;
+    const xcb_window_t root_;
+    std::array<xcb_atom_t, static_cast<std::size_t>(Atom::count)> atoms_{};
+};
+
+}  // namespace useragent
