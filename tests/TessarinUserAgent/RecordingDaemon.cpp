@@ -44,7 +44,7 @@ class RecordingDaemon::Proxy : public cmn::UserAgentProtocol {
 };
 
 RecordingDaemon::RecordingDaemon() : state_(std::make_shared<State>()) {
-    transport_->makeProxy = [state = state_](const cmn::RemoteErrorHandler&) {
+    transport_->makeProxy = [state = state_](const cmn::RemoteErrorHandler&, auto /*deadline*/) {
         return std::make_shared<Proxy>(state);
     };
 }

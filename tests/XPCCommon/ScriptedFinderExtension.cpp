@@ -9,12 +9,14 @@ std::shared_ptr<const cmn::XPCInterface> cmn::FinderExtensionXPCInterface() {
 
 class ScriptedFinderExtension::Proxy : public cmn::FinderExtensionCommunicator {
  public:
-    Proxy(ScriptedFinderExtension& service, cmn::RemoteErrorHandler onError)
-        : service_(service), onError_(std::move(onError)) {}
+    Proxy(ScriptedFinderExtension& service, cmn::RemoteErrorHandler onError,
+          std::chrono::nanoseconds deadline)
+        : service_(service), onError_(std::move(onError)), limit_(service.calls.limit(deadline)) {}
 
     void version(std::function<void(const std::string&)> reply) override {
         if (received("version")) {
-            service_.answer(service_.answersVersion, service_.versionDelay, [reply] { reply("1.0"); });
+            service_.answer(service_.answersVersion, service_.versionDelay,
+                            [reply = service_.calls.keep(limit_, std::move(reply))] { reply("1.0"); });
         }
     }
     void checkEncryptionStatus(const std::string& path,
@@ -49,6 +51,9 @@ class ScriptedFinderExtension::Proxy : public cmn::FinderExtensionCommunicator {
 
  private:
     bool received(const std::string& message) {
+        if (service_.calls.isOver(limit_)) {
+            return false;
+        }
         {
             const std::lock_guard lock(service_.mutex_);
             service_.messages_.push_back(message);
@@ -62,18 +67,19 @@ class ScriptedFinderExtension::Proxy : public cmn::FinderExtensionCommunicator {
     void request(const std::string& message, const Reply& reply, const Answer& value) {
         if (received(message)) {
             service_.answer(service_.answersRequests, service_.requestDelay,
-                            [reply, value] { reply(value); });
+                            [reply = service_.calls.keep(limit_, reply), value] { reply(value); });
         }
     }
 
     ScriptedFinderExtension& service_;
     const cmn::RemoteErrorHandler onError_;
+    const std::chrono::nanoseconds limit_;
 };
 
 ScriptedFinderExtension::ScriptedFinderExtension(std::shared_ptr<fake::Dispatch> dispatch)
-    : dispatch_(std::move(dispatch)) {
-    transport_->makeProxy = [this](cmn::RemoteErrorHandler onError) {
-        return std::make_shared<Proxy>(*this, std::move(onError));
+    : calls(dispatch), dispatch_(std::move(dispatch)) {
+    transport_->makeProxy = [this](cmn::RemoteErrorHandler onError, std::chrono::nanoseconds deadline) {
+        return std::make_shared<Proxy>(*this, std::move(onError), deadline);
     };
 }
 

@@ -65,13 +65,15 @@ void XPCConnection::invalidate() {
     sendInvalidation();
 }
 
-std::shared_ptr<cmn::XPCVersioning> XPCConnection::remoteObjectProxy(cmn::RemoteErrorHandler onError) {
+std::shared_ptr<cmn::XPCVersioning> XPCConnection::remoteObjectProxy(cmn::RemoteErrorHandler onError,
+                                                                     std::chrono::nanoseconds deadline) {
     {
         const std::lock_guard lock(mutex_);
         EXPECT_TRUE(resumed_) << "a proxy is asked of a resumed connection";
         EXPECT_TRUE(onError) << "a proxy has an error handler";
     }
-    return makeProxy_ ? makeProxy_(std::move(onError)) : nullptr;
+    EXPECT_GT(deadline.count(), 0) << "a proxy whose time is over is of no use";
+    return makeProxy_ ? makeProxy_(std::move(onError), deadline) : nullptr;
 }
 
 void XPCConnection::sendInvalidation() {
@@ -98,6 +100,16 @@ void XPCConnection::sendInterruption() {
     if (handler) {
         handler();
     }
+}
+
+std::optional<cmn::XPCPeer> XPCConnection::peer() const {
+    const std::lock_guard lock(mutex_);
+    return peer_;
+}
+
+void XPCConnection::setPeer(std::optional<cmn::XPCPeer> peer) {
+    const std::lock_guard lock(mutex_);
+    peer_ = peer;
 }
 
 bool XPCConnection::resumed() const {
@@ -143,10 +155,14 @@ void XPCListener::invalidate() {
     invalidated = true;
 }
 
-std::shared_ptr<XPCConnection> XPCListener::connectPeer() {
+std::shared_ptr<XPCConnection> XPCListener::connectPeer(std::optional<cmn::XPCPeer> peer) {
     EXPECT_TRUE(resumed && !invalidated);
     const auto connection =
         std::make_shared<XPCConnection>(machServiceName, cmn::XPCConnectionOptions::none, nullptr);
+    if (peer) {
+        peer->connectionID = ++lastConnectionID_;
+    }
+    connection->setPeer(peer);
     const auto delegate = delegate_.lock();
     if (!delegate || !delegate->listenerShouldAcceptNewConnection(*this, connection)) {
         return nullptr;
@@ -159,6 +175,7 @@ std::shared_ptr<XPCConnection> XPCListener::connectPeer() {
 std::shared_ptr<cmn::XPCConnection> XPCTransport::createConnection(const std::string& machServiceName,
                                                                    cmn::XPCConnectionOptions options) {
     const auto connection = std::make_shared<XPCConnection>(machServiceName, options, makeProxy);
+    connection->setPeer(service);
     {
         const std::lock_guard lock(mutex_);
         ++connectionsCreated_;

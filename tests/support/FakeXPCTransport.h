@@ -1,8 +1,13 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,7 +22,8 @@ class PlainInterface : public cmn::XPCInterface {};
 // used.
 class XPCConnection : public cmn::XPCConnection {
  public:
-    using ProxyMaker = std::function<std::shared_ptr<cmn::XPCVersioning>(cmn::RemoteErrorHandler)>;
+    using ProxyMaker = std::function<std::shared_ptr<cmn::XPCVersioning>(cmn::RemoteErrorHandler,
+                                                                         std::chrono::nanoseconds deadline)>;
 
     XPCConnection(std::string machServiceName, cmn::XPCConnectionOptions options, ProxyMaker makeProxy);
     ~XPCConnection() override;
@@ -27,14 +33,27 @@ class XPCConnection : public cmn::XPCConnection {
     void setRemoteObjectInterface(std::shared_ptr<const cmn::XPCInterface> interface) override;
     void setExportedInterface(std::shared_ptr<const cmn::XPCInterface> interface) override;
     void setExportedObject(std::shared_ptr<cmn::XPCVersioning> object) override;
+    std::optional<cmn::XPCPeer> peer() const override;
     void resume() override;
     // Calls the invalidation handler on the caller's thread.
     void invalidate() override;
-    std::shared_ptr<cmn::XPCVersioning> remoteObjectProxy(cmn::RemoteErrorHandler onError) override;
+    std::shared_ptr<cmn::XPCVersioning> remoteObjectProxy(cmn::RemoteErrorHandler onError,
+                                                          std::chrono::nanoseconds deadline) override;
 
     // The other end's doing, on the caller's thread.
     void sendInvalidation();
     void sendInterruption();
+    // A message to the exported object, which must be of the protocol: calls `message` with it, as coming
+    // from the peer.
+    template <typename Protocol, typename Message>
+    void deliver(Message message) {
+        const auto object = std::dynamic_pointer_cast<Protocol>(exportedObject());
+        ASSERT_NE(object, nullptr);
+        const cmn::XPCPeerScope scope(peer());
+        message(*object);
+    }
+
+    void setPeer(std::optional<cmn::XPCPeer> peer);
 
     const std::string machServiceName;
     const cmn::XPCConnectionOptions options;
@@ -53,6 +72,7 @@ class XPCConnection : public cmn::XPCConnection {
     std::function<void()> invalidationHandler_, interruptionHandler_;
     std::shared_ptr<const cmn::XPCInterface> remoteObjectInterface_, exportedInterface_;
     std::shared_ptr<cmn::XPCVersioning> exportedObject_;
+    std::optional<cmn::XPCPeer> peer_;
     bool resumed_ = false;
     bool invalidated_ = false;
 };
@@ -65,8 +85,9 @@ class XPCListener : public cmn::XPCListener {
     void resume() override;
     void invalidate() override;
 
-    // A new peer knocks: a connection that the delegate accepted, or null when it rejected.
-    std::shared_ptr<XPCConnection> connectPeer();
+    // A new peer knocks: a connection that the delegate accepted, or null when it rejected. Each gets a
+    // connection id of its own.
+    std::shared_ptr<XPCConnection> connectPeer(std::optional<cmn::XPCPeer> peer = std::nullopt);
 
     const std::string machServiceName;
     bool resumed = false;
@@ -74,6 +95,7 @@ class XPCListener : public cmn::XPCListener {
 
  private:
     std::weak_ptr<cmn::XPCListenerDelegate> delegate_;
+    std::uint64_t lastConnectionID_ = 0;
 };
 
 // Makes the connections above. `makeProxy` gives what a connection's proxies are; null gives none.
@@ -84,6 +106,8 @@ class XPCTransport : public cmn::XPCTransport {
     std::shared_ptr<cmn::XPCListener> createListener(const std::string& machServiceName) override;
 
     XPCConnection::ProxyMaker makeProxy;
+    // The owner of the services' names.
+    std::optional<cmn::XPCPeer> service;
     // Called with each new connection before it is handed out.
     std::function<void(const std::shared_ptr<XPCConnection>&)> onConnection;
 

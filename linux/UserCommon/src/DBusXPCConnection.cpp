@@ -39,7 +39,8 @@ void DBusXPCConnection::invalidate() {
     core_->invalidate(shared_from_this());
 }
 
-std::shared_ptr<XPCVersioning> DBusXPCConnection::remoteObjectProxy(RemoteErrorHandler onError) {
+std::shared_ptr<XPCVersioning> DBusXPCConnection::remoteObjectProxy(RemoteErrorHandler onError,
+                                                                    std::chrono::nanoseconds /*deadline*/) {
     return core_->remoteObjectProxy(std::move(onError));
 }
 

@@ -21,9 +21,13 @@ class DBusXPCConnection final : public XPCConnection, public std::enable_shared_
     void setRemoteObjectInterface(std::shared_ptr<const XPCInterface> interface) override;
     void setExportedInterface(std::shared_ptr<const XPCInterface> interface) override;
     void setExportedObject(std::shared_ptr<XPCVersioning> object) override;
+    // Not known yet.
+    std::optional<XPCPeer> peer() const override { return std::nullopt; }
     void resume() override;
     void invalidate() override;
-    std::shared_ptr<XPCVersioning> remoteObjectProxy(RemoteErrorHandler onError) override;
+    // The deadline is ignored.
+    std::shared_ptr<XPCVersioning> remoteObjectProxy(RemoteErrorHandler onError,
+                                                     std::chrono::nanoseconds deadline) override;
 
  private:
     const std::shared_ptr<DBusChannelCore> core_;

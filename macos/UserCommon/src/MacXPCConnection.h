@@ -24,9 +24,12 @@ class MacXPCConnection final : public XPCConnection {
     void setRemoteObjectInterface(std::shared_ptr<const XPCInterface> interface) override;
     void setExportedInterface(std::shared_ptr<const XPCInterface> interface) override;
     void setExportedObject(std::shared_ptr<XPCVersioning> object) override;
+    std::optional<XPCPeer> peer() const override;
     void resume() override;
     void invalidate() override;
-    std::shared_ptr<XPCVersioning> remoteObjectProxy(RemoteErrorHandler onError) override;
+    // Ignores the deadline: the platform keeps no list of calls that could be full, so nothing is occupied.
+    std::shared_ptr<XPCVersioning> remoteObjectProxy(RemoteErrorHandler onError,
+                                                     std::chrono::nanoseconds deadline) override;
 
     // For whoever keeps this object: called on the private queue after the invalidation handler.
     void setEnded(std::function<void()> ended);

@@ -3,6 +3,7 @@
 #include <utility>
 
 #import "common_mac/FoundationBridges.h"
+#import "macos_usercommon/MacXPCPeer.h"
 
 namespace cmn {
 
@@ -102,6 +103,10 @@ void MacXPCConnection::setExportedObject(std::shared_ptr<XPCVersioning> object) 
     exportedObject_ = std::move(object);
 }
 
+std::optional<XPCPeer> MacXPCConnection::peer() const {
+    return PeerOf(connection_);
+}
+
 void MacXPCConnection::resume() {
     {
         const std::lock_guard lock(mutex_);
@@ -121,7 +126,8 @@ void MacXPCConnection::invalidate() {
     [connection_ invalidate];
 }
 
-std::shared_ptr<XPCVersioning> MacXPCConnection::remoteObjectProxy(RemoteErrorHandler onError) {
+std::shared_ptr<XPCVersioning> MacXPCConnection::remoteObjectProxy(RemoteErrorHandler onError,
+                                                                   std::chrono::nanoseconds /*deadline*/) {
     std::shared_ptr<const MacXPCInterface> interface;
     {
         const std::lock_guard lock(mutex_);

@@ -7,6 +7,7 @@
 
 #include "common/log.h"
 #include "macos_usercommon/MacXPCInterface.h"
+#import "macos_usercommon/MacXPCPeer.h"
 
 namespace cmn {
 
@@ -35,10 +36,12 @@ class ServiceInterface final : public MacXPCInterface {
     const CreateExported createExported_;
 };
 
-// Runs what a peer's message asks for; an exception ends that message only. Its reply is then not sent.
+// Runs what a peer's message asks for, with the peer as the current one; an exception ends that message only.
+// Its reply is then not sent.
 template <typename Action>
 void AnswerNoThrow(const char* message, Action action) {
     try {
+        const XPCPeerScope scope(PeerOf([NSXPCConnection currentConnection]));
         action();
     } catch (const std::exception& error) {
         TLOG_ERROR("{} -- failed: {}", message, error.what());

@@ -3,6 +3,7 @@
 #include <utility>
 
 #import "common_mac/FoundationBridges.h"
+#import "macos_usercommon/MacXPCPeer.h"
 
 @implementation URLExtractorImpl {
     std::shared_ptr<cmn::URLExtractor> _delegate;
@@ -20,6 +21,7 @@
     // An exception leaves the question without an answer; the daemon stops waiting by itself. Those of the
     // portable extractor are dealt with there.
     @try {
+        const cmn::XPCPeerScope scope(cmn::PeerOf([NSXPCConnection currentConnection]));
         _delegate->getURL(cmn::ToStdString(browser),
                           [reply](const std::string& url) { reply([NSURL URLWithStdString:url]); });
     } @catch (NSException* exception) {

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+
+#include "usercommon/XPCPeer.h"
 
 namespace cmn {
 
@@ -16,9 +20,12 @@ struct RemoteError {
 };
 using RemoteErrorHandler = std::function<void(const RemoteError&)>;
 
+// The caller waits for its answers for as long as it takes.
+inline constexpr std::chrono::nanoseconds kNoRequestDeadline = std::chrono::nanoseconds::max();
+
 // The one message every service of the product answers. Service protocols derive from it; the same abstract
 // class serves as exported object on one end and as remote proxy on the other. A reply function is called at
-// most once, on a thread of the other end's choosing.
+// most once, on a thread of the other end's choosing; one that will not be called any more is destroyed.
 class XPCVersioning {
  public:
     virtual ~XPCVersioning() = default;
@@ -35,7 +42,8 @@ class XPCInterface {
 
 // One connection between a client and a named service, seen from either end. Thread-safe.
 // Handlers, replies and exported objects are called on the connection's private queue, one at a time, never
-// on the main thread. Destroying the connection lets go of all of them without calling the handlers.
+// on the main thread; `CurrentXPCPeer` is the sender of a message meanwhile. Destroying the connection lets
+// go of all of them without calling the handlers.
 class XPCConnection {
  public:
     virtual ~XPCConnection() = default;
@@ -52,6 +60,10 @@ class XPCConnection {
     virtual void setExportedInterface(std::shared_ptr<const XPCInterface> interface) = 0;
     virtual void setExportedObject(std::shared_ptr<XPCVersioning> object) = 0;
 
+    // The other end. On a service's side known before its first message is delivered; on a client's side the
+    // owner of the service's name, nothing while nobody is known.
+    virtual std::optional<XPCPeer> peer() const = 0;
+
     // Starts the connection; returns at once. An absent service shows up later as invalidation.
     virtual void resume() = 0;
 
@@ -63,7 +75,12 @@ class XPCConnection {
     // protocol. Calls on the proxy only queue the message. A call that cannot be delivered, or whose reply
     // never comes because the other end went away, calls `onError` instead of the reply. The proxy keeps the
     // connection's transport alive, not its handlers.
-    virtual std::shared_ptr<XPCVersioning> remoteObjectProxy(RemoteErrorHandler onError) = 0;
+    // `deadline` is how long, from now, the caller waits for the answers of all calls made through this
+    // proxy. What is not answered by then, or called later, is given up silently: neither the reply nor
+    // `onError` is called, and whatever the call occupied is free at once. A transport that cannot give a
+    // call up ignores the deadline.
+    virtual std::shared_ptr<XPCVersioning> remoteObjectProxy(
+        RemoteErrorHandler onError, std::chrono::nanoseconds deadline = kNoRequestDeadline) = 0;
 };
 
 class XPCListener;

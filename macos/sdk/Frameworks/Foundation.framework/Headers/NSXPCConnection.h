@@ -32,6 +32,12 @@ typedef NS_OPTIONS(NSUInteger, NSXPCConnectionOptions) {
 - (id)remoteObjectProxyWithErrorHandler:(void (^)(NSError* error))handler;
 @property(nullable, copy) void (^interruptionHandler)(void);
 @property(nullable, copy) void (^invalidationHandler)(void);
+// The process at the other end; known to a listener's delegate, to a client once the service was reached.
+@property(readonly) au_asid_t auditSessionIdentifier;
+@property(readonly) pid_t processIdentifier;
+@property(readonly) uid_t effectiveUserIdentifier;
+// The connection whose message, reply or error is being handled on this thread.
++ (nullable NSXPCConnection*)currentConnection;
 - (void)resume;
 // Every connection that was resumed must be invalidated before it is let go of.
 - (void)invalidate;
