@@ -13,6 +13,7 @@ using namespace std::chrono_literals;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 using testing::Pair;
 using testing::UnorderedElementsAre;
 
@@ -253,7 +254,31 @@ TEST_F(FinderExtensionXPCClientTest, ALateAnswerDoesNoHarmToTheNextRequest) {
     EXPECT_THAT(client->getFileFilters("/quick"), ElementsAre(cmn::ScanRecord{{"Name", "quick"}}));
 }
 
-TEST_F(FinderExtensionXPCClientTest, ARequestThatWasGivenUpIsStillCarriedOut) {
+TEST_F(FinderExtensionXPCClientTest, QuestionsAreGivenUpWithTheirCaller) {
+    const auto client = connectedClient();
+    for (const bool answersVersion : {false, true}) {
+        service.answersVersion = answersVersion;
+        service.answersRequests = false;
+        for (int i = 0; i < 30; ++i) {
+            client->getFileFilters("/f");
+            client->allowedExtensions();
+            client->checkFullDiskAccess();
+            client->getUIVisibilityStatuses();
+            ASSERT_EQ(service.calls.unanswered(), 0U);
+        }
+    }
+    EXPECT_THAT(systemLog.lines(), IsEmpty()) << "that nobody waits any more is no error";
+}
+
+TEST_F(FinderExtensionXPCClientTest, AQuestionWhoseVersionComesTooLateIsNotAsked) {
+    service.versionDelay = 150ms;
+    const auto client = connectedClient();
+    client->getFileFilters("/f");
+    dispatch->advance(1min);
+    EXPECT_THAT(service.messages(), Not(Contains("getScanResult /f")));
+}
+
+TEST_F(FinderExtensionXPCClientTest, ADecryptionThatWasGivenUpIsStillCarriedOut) {
     service.versionDelay = 150ms;
     const auto client = connectedClient();
     EXPECT_EQ(client->decrypt("/d"), 2);

@@ -10,6 +10,7 @@ namespace cmn {
 
 namespace {
 
+// How long the caller waits, both round trips together.
 constexpr std::chrono::nanoseconds kRequestDeadline{100'000'000};
 constexpr std::chrono::nanoseconds kFinderExtensionDeadline{1'000'000'000};
 
@@ -18,7 +19,7 @@ constexpr int kFinderExtensionReconnectArgument = 1;
 
 constexpr std::int32_t kNoAnswerStatus = 2;
 
-// What a request got. A late answer still writes here; nobody reads it then.
+// What a request got. A late answer may still write here; nobody reads it then.
 template <typename Result>
 struct ReceivedAnswer {
     std::mutex mutex;
@@ -67,12 +68,14 @@ void FinderExtensionXPCClient::connectionEnded(const char* message) {
     reconnect(kFinderExtensionReconnectArgument);
 }
 
-void FinderExtensionXPCClient::afterVersion(std::function<void(const Proxy&)> action) const {
+void FinderExtensionXPCClient::afterVersion(std::function<void(const Proxy&)> action,
+                                            std::chrono::nanoseconds deadline) const {
+    const auto onError = [](const RemoteError& error) {
+        SystemLog("Failed to get remote object -- " + error.description);
+    };
     const auto current = connection();
     const auto proxy = current ? std::dynamic_pointer_cast<FinderExtensionCommunicator>(
-                                     current->remoteObjectProxy([](const RemoteError& error) {
-                                         SystemLog("Failed to get remote object -- " + error.description);
-                                     }))
+                                     current->remoteObjectProxy(onError, deadline))
                                : nullptr;
     if (proxy) {
         proxy->version([proxy, action = std::move(action)](const std::string&) { action(proxy); });
@@ -80,42 +83,53 @@ void FinderExtensionXPCClient::afterVersion(std::function<void(const Proxy&)> ac
 }
 
 template <typename Result, typename Send>
-Result FinderExtensionXPCClient::ask(Result fallback, Send send) const {
+Result FinderExtensionXPCClient::ask(Result fallback, Send send, std::chrono::nanoseconds deadline) const {
     const auto received = std::make_shared<ReceivedAnswer<Result>>();
     received->value = std::move(fallback);
     const auto answered = dispatch()->createSemaphore(0);
-    afterVersion([received, answered, send = std::move(send)](const Proxy& proxy) {
-        send(*proxy, [received, answered](Result answer) {
-            received->set(std::move(answer));
-            answered->signal();
-        });
-    });
+    afterVersion(
+        [received, answered, send = std::move(send)](const Proxy& proxy) {
+            send(*proxy, [received, answered](Result answer) {
+                received->set(std::move(answer));
+                answered->signal();
+            });
+        },
+        deadline);
     answered->wait(kRequestDeadline);
     return received->take();
 }
 
 std::vector<ScanRecord> FinderExtensionXPCClient::getFileFilters(const std::string& path) {
-    return ask(std::vector<ScanRecord>(), [path](FinderExtensionCommunicator& service, auto reply) {
-        service.getScanResult(path, std::move(reply));
-    });
+    return ask(
+        std::vector<ScanRecord>(),
+        [path](FinderExtensionCommunicator& service, auto reply) {
+            service.getScanResult(path, std::move(reply));
+        },
+        kRequestDeadline);
 }
 
 std::vector<std::string> FinderExtensionXPCClient::allowedExtensions() {
-    return ask(std::vector<std::string>(), [](FinderExtensionCommunicator& service, auto reply) {
-        service.allowedExtensions(std::move(reply));
-    });
+    return ask(
+        std::vector<std::string>(),
+        [](FinderExtensionCommunicator& service, auto reply) { service.allowedExtensions(std::move(reply)); },
+        kRequestDeadline);
 }
 
 std::int32_t FinderExtensionXPCClient::decrypt(const std::string& path) {
-    return ask(kNoAnswerStatus, [path](FinderExtensionCommunicator& service, auto reply) {
-        service.decrypt(path, std::move(reply));
-    });
+    // No question but a deed: it is sent also when the version comes after the caller has gone on.
+    return ask(
+        kNoAnswerStatus,
+        [path](FinderExtensionCommunicator& service, auto reply) { service.decrypt(path, std::move(reply)); },
+        kNoRequestDeadline);
 }
 
 bool FinderExtensionXPCClient::checkFullDiskAccess() {
-    return ask(false, [](FinderExtensionCommunicator& service, auto reply) {
-        service.checkFullDiskAccess(std::move(reply));
-    });
+    return ask(
+        false,
+        [](FinderExtensionCommunicator& service, auto reply) {
+            service.checkFullDiskAccess(std::move(reply));
+        },
+        kRequestDeadline);
 }
 
 UIVisibilityStatuses FinderExtensionXPCClient::getUIVisibilityStatuses() {
@@ -124,19 +138,23 @@ UIVisibilityStatuses FinderExtensionXPCClient::getUIVisibilityStatuses() {
             {kMenuStatusKey, false}, {kIconsStatusKey, false}, {kAgentIconDisableKey, false}},
         [](FinderExtensionCommunicator& service, auto reply) {
             service.getUIVisibilityStatuses(std::move(reply));
-        });
+        },
+        kRequestDeadline);
 }
 
 void FinderExtensionXPCClient::checkEncryptionStatus(const std::string& path) {
-    afterVersion([path, weakSelf = std::weak_ptr(self())](const Proxy& proxy) {
-        if (const auto client = weakSelf.lock()) {
-            proxy->checkEncryptionStatus(path, client);
-        }
-    });
+    afterVersion(
+        [path, weakSelf = std::weak_ptr(self())](const Proxy& proxy) {
+            if (const auto client = weakSelf.lock()) {
+                proxy->checkEncryptionStatus(path, client);
+            }
+        },
+        kNoRequestDeadline);
 }
 
 void FinderExtensionXPCClient::sendLogMessage(const std::string& message, const std::string& level) {
-    afterVersion([message, level](const Proxy& proxy) { proxy->sendLogMessage(message, level); });
+    afterVersion([message, level](const Proxy& proxy) { proxy->sendLogMessage(message, level); },
+                 kNoRequestDeadline);
 }
 
 void FinderExtensionXPCClient::setCompleteblock(std::function<void(bool)> block) {

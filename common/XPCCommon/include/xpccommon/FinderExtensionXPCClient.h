@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -15,8 +16,8 @@ namespace cmn {
 
 // The agent's connection to "com.tessarin.FinderExtension". The requests with a result may be made on any
 // thread, the main one included: each blocks its caller for at most 100 ms and then returns the neutral
-// answer. A service that is absent or slow cannot be told from a negative answer. Reconnects for ever, also
-// after `stop`.
+// answer; a question is then given up. A service that is absent or slow cannot be told from a negative
+// answer. Reconnects for ever, also after `stop`.
 class FinderExtensionXPCClient final : public XPCClient, public FinderExtensionDelegate {
  public:
     // Does not connect.
@@ -55,11 +56,12 @@ class FinderExtensionXPCClient final : public XPCClient, public FinderExtensionD
  private:
     using Proxy = std::shared_ptr<FinderExtensionCommunicator>;
 
-    // Asks for the version first and calls `action` with the proxy in its reply.
-    void afterVersion(std::function<void(const Proxy&)> action) const;
+    // Asks for the version first and calls `action` with the proxy in its reply. After the deadline neither
+    // happens any more.
+    void afterVersion(std::function<void(const Proxy&)> action, std::chrono::nanoseconds deadline) const;
     // `send` makes the real request; `fallback` is what is returned when its answer does not come in time.
     template <typename Result, typename Send>
-    Result ask(Result fallback, Send send) const;
+    Result ask(Result fallback, Send send, std::chrono::nanoseconds deadline) const;
     void connectionEnded(const char* message);
     std::shared_ptr<FinderExtensionXPCClient> self();
 
