@@ -5,7 +5,7 @@
 
 #include "support/FakeDispatch.h"
 #include "support/FakeXPCTransport.h"
-#include "support/GivenUpCalls.h"
+#include "support/UnansweredCalls.h"
 #include "usercommon/XPCServer.h"
 
 namespace {
@@ -109,7 +109,7 @@ TEST(FakeXPCTransportTest, AProxyLearnsItsDeadline) {
     EXPECT_THAT(deadlines, ElementsAre(cmn::kNoRequestDeadline, 5s));
 }
 
-class GivenUpCallsTest : public testing::Test {
+class UnansweredCallsTest : public testing::Test {
  protected:
     void TearDown() override { dispatch->close(); }
 
@@ -118,34 +118,35 @@ class GivenUpCallsTest : public testing::Test {
     }
 
     std::shared_ptr<fake::Dispatch> dispatch = std::make_shared<fake::Dispatch>();
-    fake::GivenUpCalls calls{dispatch};
+    fake::UnansweredCalls calls{dispatch};
     std::vector<int> answers;
     std::shared_ptr<int> alive = std::make_shared<int>();
 };
 
-TEST_F(GivenUpCallsTest, AreAnsweredOnceBeforeTheirLimit) {
+TEST_F(UnansweredCallsTest, AreAnsweredOnceBeforeTheirLimit) {
     const auto answer = calls.keep(calls.limit(100ms), reply());
-    EXPECT_EQ(calls.unanswered(), 1U);
+    EXPECT_EQ(calls.count(), 1U);
     dispatch->advance(100ms - 1ns);
     answer(1);
     answer(2);
     EXPECT_THAT(answers, ElementsAre(1));
-    EXPECT_EQ(calls.unanswered(), 0U);
+    EXPECT_EQ(calls.count(), 0U);
 }
 
-TEST_F(GivenUpCallsTest, AreDestroyedAtTheirLimitAndNotAnsweredAnyMore) {
+TEST_F(UnansweredCallsTest, AreDestroyedAtTheirLimitAndNotAnsweredAnyMore) {
     const auto answer = calls.keep(calls.limit(100ms), reply());
     EXPECT_EQ(alive.use_count(), 2);
     dispatch->advance(100ms);
     EXPECT_EQ(alive.use_count(), 1);
-    EXPECT_EQ(calls.unanswered(), 0U);
+    EXPECT_EQ(calls.count(), 0U);
     answer(1);
     EXPECT_THAT(answers, ElementsAre());
 }
 
-TEST_F(GivenUpCallsTest, WithoutALimitWaitForEver) {
+TEST_F(UnansweredCallsTest, WithoutALimitWaitForEver) {
     const auto answer = calls.keep(calls.limit(cmn::kNoRequestDeadline), reply());
     dispatch->advance(24h);
+    EXPECT_EQ(calls.count(), 1U);
     answer(1);
     EXPECT_THAT(answers, ElementsAre(1));
     EXPECT_FALSE(calls.isOver(calls.limit(cmn::kNoRequestDeadline)));

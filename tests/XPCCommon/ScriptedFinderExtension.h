@@ -9,7 +9,7 @@
 
 #include "support/FakeDispatch.h"
 #include "support/FakeXPCTransport.h"
-#include "support/GivenUpCalls.h"
+#include "support/UnansweredCalls.h"
 #include "xpccommon/FinderExtensionProtocol.h"
 
 // The Finder extension service as the client's proxies reach it: answers as the test says and keeps what it
@@ -39,7 +39,7 @@ class ScriptedFinderExtension {
     // The messages in their order, "getScanResult /path".
     std::vector<std::string> messages() const;
     std::vector<std::shared_ptr<cmn::FinderExtensionDelegate>> delegates;
-    fake::GivenUpCalls calls;  // those with a deadline
+    fake::UnansweredCalls calls;
 
  private:
     class Proxy;

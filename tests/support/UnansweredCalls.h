@@ -13,13 +13,13 @@
 
 namespace fake {
 
-// The unanswered calls of proxies with a deadline, as a transport keeps them, in the dispatch's time.
-// Thread-safe; outlives the proxies.
-class GivenUpCalls {
+// The calls of proxies that are not answered yet, as a transport keeps them; those with a deadline are given
+// up in the dispatch's time. Thread-safe; outlives the proxies.
+class UnansweredCalls {
  public:
     using Time = std::chrono::nanoseconds;
 
-    explicit GivenUpCalls(std::shared_ptr<Dispatch> dispatch) : dispatch_(std::move(dispatch)) {}
+    explicit UnansweredCalls(std::shared_ptr<Dispatch> dispatch) : dispatch_(std::move(dispatch)) {}
 
     // When the calls of a proxy that is made now are given up.
     Time limit(Time deadline) const {
@@ -31,17 +31,16 @@ class GivenUpCalls {
     // destroyed.
     template <typename... Answer>
     std::function<void(Answer...)> keep(Time limit, std::function<void(Answer...)> reply) {
-        if (limit == cmn::kNoRequestDeadline) {
-            return reply;
-        }
         auto kept = std::make_shared<std::function<void(Answer...)>>(std::move(reply));
         const std::weak_ptr weakKept = kept;
         {
             const std::lock_guard lock(mutex_);
             kept_.insert(std::move(kept));
         }
-        dispatch_->after(limit - dispatch_->now(), cmn::QueuePriority::high,
-                         [this, weakKept] { drop(weakKept.lock()); });
+        if (limit != cmn::kNoRequestDeadline) {
+            dispatch_->after(limit - dispatch_->now(), cmn::QueuePriority::high,
+                             [this, weakKept] { drop(weakKept.lock()); });
+        }
         return [this, weakKept](Answer... answer) {
             if (const auto answered = weakKept.lock(); answered && drop(answered)) {
                 (*answered)(std::forward<Answer>(answer)...);
@@ -49,7 +48,7 @@ class GivenUpCalls {
         };
     }
 
-    std::size_t unanswered() const {
+    std::size_t count() const {
         const std::lock_guard lock(mutex_);
         return kept_.size();
     }
