@@ -26,6 +26,9 @@ class ScriptedExtractor : public cmn::URLExtractor {
         if (failure) {
             throw std::runtime_error("extractor failed");
         }
+        if (forgets) {
+            return;
+        }
         if (answers) {
             reply("url of " + browser);
         } else {
@@ -35,6 +38,7 @@ class ScriptedExtractor : public cmn::URLExtractor {
 
     bool answers = true;
     bool failure = false;
+    bool forgets = false;  // as a transport that gets an error
     std::vector<std::string> asked;
     std::vector<std::function<void(const std::string&)>> replies;
 };
@@ -248,6 +252,24 @@ TEST_F(UserAgentXPCServerTest, GetURLTakesAnAnswerWithinTheThreeSeconds) {
     connect()->setURLExtractor(extractor, [](bool) {});
     dispatch->after(3s - 1ns, cmn::QueuePriority::normal, [&] { extractor->replies.at(0)("just in time"); });
     EXPECT_EQ(server->getURL("Safari"), "just in time");
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLEndsAtOnceWhenNoAnswerCanCome) {
+    extractor->forgets = true;
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    EXPECT_EQ(server->getURL("Safari"), "");
+    EXPECT_THAT(extractor->asked, ElementsAre("Safari"));
+    EXPECT_EQ(dispatch->now(), 0ns);
+}
+
+TEST_F(UserAgentXPCServerTest, GetURLEndsWhenThePeerLeavesMeanwhile) {
+    extractor->answers = false;
+    const auto server = makeServer();
+    connect()->setURLExtractor(extractor, [](bool) {});
+    dispatch->after(1s, cmn::QueuePriority::normal, [&] { extractor->replies.clear(); });
+    EXPECT_EQ(server->getURL("Safari"), "");
+    EXPECT_EQ(dispatch->now(), 1s);
 }
 
 TEST_F(UserAgentXPCServerTest, GetURLAsksTheExtractorThatWasSetLast) {

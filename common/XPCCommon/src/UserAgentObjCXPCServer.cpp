@@ -1,8 +1,8 @@
 #include "xpccommon/UserAgentObjCXPCServer.h"
 
-#include <chrono>
 #include <utility>
 
+#include "common/ScopedAction.h"
 #include "common/log.h"
 
 namespace cmn {
@@ -10,7 +10,6 @@ namespace cmn {
 namespace {
 
 constexpr const char* kUserAgentVersion = "1.0";
-constexpr std::chrono::seconds kExtractorDeadline{3};
 
 // What the extractor answered. A late answer still writes here; nobody reads it then.
 struct ReceivedURL {
@@ -77,14 +76,17 @@ std::string UserAgentObjCXPCServer::getURL(const std::string& browser) const {
     const auto received = std::make_shared<ReceivedURL>();
     if (const auto extractor = urlExtractor()) {
         const auto answered = dispatch_->createSemaphore(0);
-        extractor->getURL(browser, [received, answered](const std::string& url) {
+        // Goes with the reply function: a call that failed, or whose peer left, is not waited for.
+        auto ended =
+            std::make_shared<ScopedAction<std::function<void()>>>([answered] { answered->signal(); });
+        extractor->getURL(browser, [received, answered, ended = std::move(ended)](const std::string& url) {
             {
                 const std::lock_guard lock(received->mutex);
                 received->url = url;
             }
             answered->signal();
         });
-        answered->wait(kExtractorDeadline);
+        answered->wait(kGetURLDeadline);
     }
     const std::lock_guard lock(received->mutex);
     return received->url;

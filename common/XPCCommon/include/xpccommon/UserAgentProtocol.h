@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -11,12 +12,16 @@ namespace cmn {
 
 inline constexpr const char* kUserAgentMachServiceName = "com.tessarin.UserAgent";
 
+// How long the daemon waits for the answer to `getURL`. The transports give the call up then.
+inline constexpr std::chrono::seconds kGetURLDeadline{3};
+
 // What the agent hands to the daemon: asks a browser's current URL. Travels as a callable remote object.
 class URLExtractor {
  public:
     virtual ~URLExtractor() = default;
 
-    // `reply` receives the URL as text, empty when unknown. May be called from any thread.
+    // `reply` receives the URL as text, empty when unknown; it is destroyed when no answer can come any more.
+    // May be called from any thread.
     virtual void getURL(const std::string& browser, std::function<void(const std::string&)> reply) = 0;
 };
 
