@@ -134,8 +134,8 @@ int main(int argc, char** argv) {
     const auto dispatch = std::make_shared<cmn::LinuxDispatch>();
     const auto transport = std::make_shared<cmn::DBusXPCTransport>(dispatch);
     const auto server =
-        cmn::CreateUserAgentXPCServer([](const std::string&, const std::string& browser,
-                                         std::int32_t) { g_stopwatch.reportArrived(browser); },
+        cmn::CreateUserAgentXPCServer([](const std::string&, const std::string& browser, std::int32_t,
+                                         const auto& /*peer*/) { g_stopwatch.reportArrived(browser); },
                                       dispatch, transport);
     QSocketNotifier input(0, QSocketNotifier::Read);
     QObject::connect(&input, &QSocketNotifier::activated, &application, &QCoreApplication::quit);

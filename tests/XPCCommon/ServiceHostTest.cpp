@@ -9,6 +9,7 @@
 #include <iostream>
 #include <thread>
 
+#include "EventWriter.h"
 #include "HostProcess.h"
 #include "common/fs.h"
 #include "common/proto_settings.h"
@@ -237,6 +238,17 @@ TEST_F(ServiceHostTest, WritesEachReportAtOnceAsOneLineOfJSON) {
         EXPECT_STREQ(event["browser"].GetString(), "Safari");
         EXPECT_EQ(event["pid"].GetInt(), pid++);
     }
+}
+
+TEST(ReportFieldsTest, NameTheUserWhoSentTheReportWhenItIsKnown) {
+    EXPECT_EQ(
+        host::FormatEvent(true, "url", host::ReportFields("u", "Safari", 5, cmn::XPCPeer{.userID = 1000})),
+        R"({"event":"url","url":"u","browser":"Safari","pid":5,"user":1000})");
+    EXPECT_EQ(
+        host::FormatEvent(false, "url", host::ReportFields("u", "b", -1, cmn::XPCPeer{.userID = 4294967294})),
+        R"(url url="u" browser="b" pid=-1 user=4294967294)");
+    EXPECT_EQ(host::FormatEvent(false, "url", host::ReportFields("u", "b", 5, std::nullopt)),
+              R"(url url="u" browser="b" pid=5)");
 }
 
 TEST_F(ServiceHostTest, WritesReadableTextWithoutJSON) {

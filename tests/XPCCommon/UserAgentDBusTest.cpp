@@ -52,7 +52,8 @@ class UserAgentDBusTest : public testing::Test {
     std::unique_ptr<cmn::UserAgentXPCServer> startServer() {
         const int before = listenerEvents;
         auto server = cmn::CreateUserAgentXPCServer(
-            [this](const std::string& url, const std::string& browser, std::int32_t pid) {
+            [this](const std::string& url, const std::string& browser, std::int32_t pid,
+                   const auto& /*peer*/) {
                 const std::lock_guard lock(mutex);
                 reports.push_back(browser + " " + std::to_string(pid) + " " + url);
             },

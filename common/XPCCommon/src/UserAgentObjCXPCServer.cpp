@@ -1,5 +1,6 @@
 #include "xpccommon/UserAgentObjCXPCServer.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "common/ScopedAction.h"
@@ -17,30 +18,39 @@ struct ReceivedURL {
     std::string url;
 };
 
+std::optional<UserId> UserAtTheConsole() {
+    return GetUIDByName(GetCurrentUserName());
+}
+
 }  // namespace
 
 UserAgentObjCXPCServer::UserAgentObjCXPCServer(URLReceivedBlock block, std::shared_ptr<Dispatch> dispatch,
                                                std::shared_ptr<XPCTransport> transport)
     : XPCServer(std::move(transport), kUserAgentMachServiceName),
       dispatch_(std::move(dispatch)),
+      activeUser_(UserAtTheConsole),
       urlReceivedBlock_(std::move(block)) {}
 
 bool UserAgentObjCXPCServer::shouldAcceptNewConnection(const std::shared_ptr<XPCConnection>& connection) {
     TLOG_INFO("Accepting new connection");
-    connection->setInvalidationHandler([weakSelf = weak_from_this()] {
+    connection->setInvalidationHandler([weakSelf = std::weak_ptr(self()), peer = connection->peer()] {
         TLOG_WARN("Did invalidate");
-        if (const auto self = weakSelf.lock()) {
-            self->connectionDidInvalidate();
+        if (const auto server = weakSelf.lock()) {
+            // Nobody can tell whether it was an unknown peer's; a question to one that left ends at once.
+            if (peer) {
+                server->dropExtractor(peer);
+            }
+            server->connectionDidInvalidate();
         }
     });
-    connection->setInterruptionHandler([weakSelf = weak_from_this()] {
+    connection->setInterruptionHandler([weakSelf = std::weak_ptr(self())] {
         TLOG_WARN("Did interrupt");
-        if (const auto self = weakSelf.lock()) {
-            self->connectionDidInterrupt();
+        if (const auto server = weakSelf.lock()) {
+            server->connectionDidInterrupt();
         }
     });
     connection->setExportedInterface(CreateUserAgentInterface());
-    connection->setExportedObject(std::shared_ptr<UserAgentProtocol>(shared_from_this(), this));
+    connection->setExportedObject(self());
     connection->resume();
     TLOG_INFO("New connection accepted");
     return true;
@@ -53,9 +63,11 @@ void UserAgentObjCXPCServer::version(std::function<void(const std::string&)> rep
 void UserAgentObjCXPCServer::setURLExtractor(std::shared_ptr<URLExtractor> extractor,
                                              std::function<void(bool)> reply) {
     TLOG_INFO("URLExtractor has been set");
-    {
+    const auto peer = CurrentXPCPeer();
+    dropExtractor(peer);
+    if (extractor) {
         const std::lock_guard lock(propertyMutex_);
-        urlExtractor_.swap(extractor);
+        extractors_.push_back({peer, std::move(extractor)});
     }
     reply(true);
 }
@@ -68,7 +80,7 @@ void UserAgentObjCXPCServer::sendURL(const std::string& url, const std::string& 
         block = urlReceivedBlock_;
     }
     if (block) {
-        block(url, browser, processID);
+        block(url, browser, processID, CurrentXPCPeer());
     }
 }
 
@@ -100,9 +112,40 @@ void UserAgentObjCXPCServer::connectionDidInterrupt() {
     TLOG_WARN("Connection has been interrupted");
 }
 
-std::shared_ptr<URLExtractor> UserAgentObjCXPCServer::urlExtractor() const {
+void UserAgentObjCXPCServer::dropExtractor(const std::optional<XPCPeer>& peer) {
+    RegisteredExtractor dropped;  // goes without the lock
     const std::lock_guard lock(propertyMutex_);
-    return urlExtractor_;
+    const auto found =
+        std::ranges::find_if(extractors_, [&](const auto& registered) { return registered.peer == peer; });
+    if (found != extractors_.end()) {
+        dropped = std::move(*found);
+        extractors_.erase(found);
+    }
+}
+
+std::shared_ptr<URLExtractor> UserAgentObjCXPCServer::urlExtractor() const {
+    std::vector<RegisteredExtractor> registered;
+    {
+        const std::lock_guard lock(propertyMutex_);
+        registered = extractors_;
+    }
+    if (registered.empty()) {
+        return nullptr;
+    }
+    if (registered.size() > 1) {
+        const auto user = activeUser_();
+        const auto found = std::find_if(registered.rbegin(), registered.rend(), [&](const auto& one) {
+            return one.peer && user == one.peer->userID;
+        });
+        if (found != registered.rend()) {
+            return found->extractor;
+        }
+    }
+    return registered.back().extractor;
+}
+
+std::shared_ptr<UserAgentObjCXPCServer> UserAgentObjCXPCServer::self() {
+    return std::static_pointer_cast<UserAgentObjCXPCServer>(shared_from_this());
 }
 
 void UserAgentObjCXPCServer::setURLReceivedBlock(URLReceivedBlock block) {

@@ -26,9 +26,9 @@ UserAgentXPCServer::UserAgentXPCServer(URLReceivedBlock urlReceived, std::shared
     impl_->urlReceived = std::move(urlReceived);
     impl_->server = std::make_shared<UserAgentObjCXPCServer>(
         [weakImpl = std::weak_ptr(impl_)](const std::string& url, const std::string& browser,
-                                          std::int32_t processID) {
+                                          std::int32_t processID, const std::optional<XPCPeer>& peer) {
             if (const auto impl = weakImpl.lock(); impl && impl->urlReceived) {
-                impl->urlReceived(url, browser, processID);
+                impl->urlReceived(url, browser, processID, peer);
             }
         },
         std::move(dispatch), std::move(transport));

@@ -21,13 +21,13 @@ void WriteValue(Writer& writer, const EventValue& value) {
     if (const auto* text = std::get_if<std::string>(&value)) {
         WriteText(writer, *text);
     } else {
-        writer.Int(std::get<int>(value));
+        writer.Int64(std::get<std::int64_t>(value));
     }
 }
 
 }  // namespace
 
-std::string FormatEvent(bool json, std::string_view event, std::initializer_list<EventField> fields) {
+std::string FormatEvent(bool json, std::string_view event, const EventFields& fields) {
     if (json) {
         rapidjson::StringBuffer buffer;
         Writer writer(buffer);
@@ -51,7 +51,16 @@ std::string FormatEvent(bool json, std::string_view event, std::initializer_list
     return line;
 }
 
-void EventWriter::write(std::string_view event, std::initializer_list<EventField> fields) {
+EventFields ReportFields(const std::string& url, const std::string& browser, std::int32_t processID,
+                         const std::optional<cmn::XPCPeer>& peer) {
+    EventFields fields{{"url", url}, {"browser", browser}, {"pid", processID}};
+    if (peer) {
+        fields.emplace_back("user", peer->userID);
+    }
+    return fields;
+}
+
+void EventWriter::write(std::string_view event, const EventFields& fields) {
     const std::string line = FormatEvent(json_, event, fields) + "\n";
     const std::lock_guard lock(mutex_);
     std::fwrite(line.data(), 1, line.size(), file_);

@@ -138,16 +138,17 @@ Options:
   -h, --help             this text
 
 Commands, one a line on the standard input (its end does not end the program):
-  getURL BROWSER         ask the registered agent for the browser's URL, waiting at most 3 seconds
+  getURL BROWSER         ask the agent of the user whose session is active, else the one that registered
+                         last, for the browser's URL, waiting at most 3 seconds
   reload                 read the settings again
   stop                   stop listening, keep running
   quit                   end; so do SIGTERM and SIGINT
 
-Events on the standard output: ready (once for each service), url (a report of the agent), getURL (the
-answer to the command), reloaded, stopped, error. The Finder extension service keeps a log of its own in
-the install path that the settings name for this program, else beside the program. Exit status: 0 after
-quit, a signal or made settings, 1 when a name or the bus cannot be had or is lost, 2 for bad arguments,
-also for a file among them that cannot be used.
+Events on the standard output: ready (once for each service), url (a report, with the user who sent it
+when that is known), getURL (the answer to the command), reloaded, stopped, error. The Finder extension
+service keeps a log of its own in the install path that the settings name for this program, else beside
+the program. Exit status: 0 after quit, a signal or made settings, 1 when a name or the bus cannot be had
+or is lost, 2 for bad arguments, also for a file among them that cannot be used.
 )";
 }
 

@@ -62,8 +62,8 @@ ServiceHost::~ServiceHost() {
 
 void ServiceHost::start() {
     userAgent_ = cmn::CreateUserAgentXPCServer(
-        [this](const std::string& url, const std::string& browser, std::int32_t pid) {
-            events_.write("url", {{"url", url}, {"browser", browser}, {"pid", pid}});
+        [this](const std::string& url, const std::string& browser, std::int32_t pid, const auto& peer) {
+            events_.write("url", ReportFields(url, browser, pid, peer));
         },
         dispatch_, transport_);
     finderExtension_->start();

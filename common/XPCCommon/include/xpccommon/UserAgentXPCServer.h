@@ -24,9 +24,9 @@ class UserAgentXPCServer {
 
     void stop();
 
-    // The URL that the agent knows for the browser named in the text; empty when the text names none that can
-    // be asked, when no agent is registered, or when it does not answer within three seconds. Blocks the
-    // caller.
+    // The URL that the agent of the active session's user, else the one registered last, knows for the
+    // browser named in the text; empty when the text names none that can be asked, when no agent is
+    // registered, or when it does not answer within three seconds. Blocks the caller.
     std::string getURL(const std::string& browser) const;
 
  private:
