@@ -24,7 +24,7 @@ class ExampleClassifiersTest : public testing::Test {
  protected:
     std::vector<cmn::ScanRecord> scan(const std::string& text) {
         cmn::StrToFile(text, file_);
-        return scanner_.GetScanResult(file_);
+        return scanner_.GetScanResult(file_, std::nullopt);
     }
 
     // How often a classifier matches.

@@ -70,15 +70,15 @@ TEST_F(FileScannerThreadsTest, ManyScanAndAskAtTheSameTime) {
     OnManyThreads([&](int thread) {
         for (int round = 0; round < 20; ++round) {
             const int number = (thread + round) % kThreads;
-            const auto records = scanner.GetScanResult(folder_ / std::to_string(number));
+            const auto records = scanner.GetScanResult(folder_ / std::to_string(number), std::nullopt);
             ASSERT_THAT(records, SizeIs(2));
             EXPECT_EQ(records[0].at("MatchCount"), std::to_string(1'001 + number));
             EXPECT_EQ(records[0].at("UniqueCount"), "1");
             EXPECT_EQ(records[1].at("MatchCount"), std::to_string(1'001 + number));
-            EXPECT_THAT(scanner.GetScanResult("/laid/down"), SizeIs(1));
-            EXPECT_THAT(scanner.GetScanResult(folder_ / "missing"), SizeIs(0));
+            EXPECT_THAT(scanner.GetScanResult("/laid/down", std::nullopt), SizeIs(1));
+            EXPECT_THAT(scanner.GetScanResult(folder_ / "missing", std::nullopt), SizeIs(0));
             EXPECT_THAT(scanner.GetAllowedExtensions(), ElementsAre("txt"));
-            EXPECT_FALSE(scanner.CheckEncryptionStatus(folder_ / std::to_string(number)));
+            EXPECT_FALSE(scanner.CheckEncryptionStatus(folder_ / std::to_string(number), std::nullopt));
         }
     });
 }
@@ -90,8 +90,9 @@ TEST_F(FileScannerThreadsTest, ManyThatDecryptOneFileKeepItsContent) {
     for (int round = 0; round < 25; ++round) {
         cmn::StrToFile(std::string(kSealLine) + content, file_);
         std::array<int, kThreads> statuses{};
-        OnManyThreads(
-            [&](int thread) { statuses[static_cast<std::size_t>(thread)] = scanner.Decrypt(file_); });
+        OnManyThreads([&](int thread) {
+            statuses[static_cast<std::size_t>(thread)] = scanner.Decrypt(file_, std::nullopt);
+        });
         EXPECT_THAT(statuses, Contains(0));
         EXPECT_THAT(statuses, Each(AnyOf(0, 1)));
         ASSERT_EQ(cmn::FileToStr(file_), content);
@@ -105,10 +106,10 @@ TEST_F(FileScannerThreadsTest, AScanDuringADecryptionSeesTheWholeContent) {
         cmn::StrToFile(std::string(kSealLine) + std::string(200'000, ' ') + "end", file_);
         OnManyThreads([&](int thread) {
             if (thread == 0) {
-                EXPECT_EQ(scanner.Decrypt(file_), 0);
+                EXPECT_EQ(scanner.Decrypt(file_, std::nullopt), 0);
                 return;
             }
-            const auto records = scanner.GetScanResult(file_);
+            const auto records = scanner.GetScanResult(file_, std::nullopt);
             ASSERT_THAT(records, SizeIs(1));
             EXPECT_EQ(records[0].at("MatchCount"), "1");
         });

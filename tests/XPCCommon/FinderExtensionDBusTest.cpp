@@ -48,8 +48,12 @@ using BoolMap = QMap<QString, bool>;
 // Answers with what it was asked, so that no answer can be taken for another one's.
 class EchoScanner : public cmn::IFinderExtensionOperations {
  public:
-    bool CheckEncryptionStatus(const std::string& path) override { return path.starts_with("/secret"); }
-    std::vector<cmn::ScanRecord> GetScanResult(const std::string& path) override {
+    bool CheckEncryptionStatus(const std::string& path,
+                               const std::optional<cmn::XPCPeer>& /*asker*/) override {
+        return path.starts_with("/secret");
+    }
+    std::vector<cmn::ScanRecord> GetScanResult(const std::string& path,
+                                               const std::optional<cmn::XPCPeer>& /*asker*/) override {
         if (path == "/wait") {
             ++waiting;
             EXPECT_TRUE(WaitInHandler([&] { return released.load(); }));
@@ -66,7 +70,7 @@ class EchoScanner : public cmn::IFinderExtensionOperations {
         return {{{"Name", path}, {"MatchCount", "1"}}, {{"Name", "second"}}};
     }
     std::vector<std::string> GetAllowedExtensions() override { return {"txt", "csv"}; }
-    int Decrypt(const std::string& path) override {
+    int Decrypt(const std::string& path, const std::optional<cmn::XPCPeer>& /*asker*/) override {
         if (path == "/fail/oddly") {
             throw "no standard exception";
         }

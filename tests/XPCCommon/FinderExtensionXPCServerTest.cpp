@@ -23,11 +23,14 @@ using testing::UnorderedElementsAre;
 // Answers as the test says, and remembers what it is asked.
 class ScriptedScanner : public cmn::IFinderExtensionOperations {
  public:
-    bool CheckEncryptionStatus(const std::string& path) override {
+    bool CheckEncryptionStatus(const std::string& path, const std::optional<cmn::XPCPeer>& asker) override {
+        askers.push_back(asker);
         asked.push_back("CheckEncryptionStatus " + path);
         return encrypted;
     }
-    std::vector<cmn::ScanRecord> GetScanResult(const std::string& path) override {
+    std::vector<cmn::ScanRecord> GetScanResult(const std::string& path,
+                                               const std::optional<cmn::XPCPeer>& asker) override {
+        askers.push_back(asker);
         asked.push_back("GetScanResult " + path);
         if (fails) {
             throw std::runtime_error("scan failed");
@@ -38,7 +41,8 @@ class ScriptedScanner : public cmn::IFinderExtensionOperations {
         asked.emplace_back("GetAllowedExtensions");
         return extensions;
     }
-    int Decrypt(const std::string& path) override {
+    int Decrypt(const std::string& path, const std::optional<cmn::XPCPeer>& asker) override {
+        askers.push_back(asker);
         asked.push_back("Decrypt " + path);
         return status;
     }
@@ -49,6 +53,7 @@ class ScriptedScanner : public cmn::IFinderExtensionOperations {
     std::vector<std::string> extensions;
     int status = 0;
     std::vector<std::string> asked;
+    std::vector<std::optional<cmn::XPCPeer>> askers;  // of the questions about files
 };
 
 class RecordingDelegate : public cmn::FinderExtensionDelegate {
@@ -291,6 +296,24 @@ TEST_F(FinderExtensionXPCServerTest, AnswersAScanWithTheScannersRecordsInTheirOr
     EXPECT_EQ(answer, scanner->records);
     EXPECT_THAT(endAndReadRequests(), ElementsAre(line(" INFO", "getScanResult called for path: /f"),
                                                   line(" INFO", "Scan result loaded successfully")));
+}
+
+TEST_F(FinderExtensionXPCServerTest, TellsTheScannerWhoAsks) {
+    startWithScanner();
+    connect();
+    const auto alice = transport->lastListener()->connectPeer(cmn::XPCPeer{.userID = 1000, .processID = 10});
+    const auto bob = transport->lastListener()->connectPeer(cmn::XPCPeer{.userID = 1001, .processID = 11});
+    for (const auto& asker : {alice, bob, connection}) {
+        scanner->askers.clear();
+        asker->deliver<cmn::FinderExtensionCommunicator>([](auto& service) {
+            service.checkEncryptionStatus("/e", nullptr);
+            service.getScanResult("/f", nullptr);
+            service.decrypt("/d", nullptr);
+        });
+        EXPECT_THAT(scanner->askers, ElementsAre(asker->peer(), asker->peer(), asker->peer()));
+    }
+    EXPECT_EQ(connection->peer(), std::nullopt);
+    EXPECT_NE(alice->peer(), bob->peer());
 }
 
 TEST_F(FinderExtensionXPCServerTest, AScanOfAnEmptyPathIsTheScannersAffair) {

@@ -112,7 +112,7 @@ void FinderExtensionObjCXPCServer::checkEncryptionStatus(const std::string& path
     }
     bool encrypted = false;
     if (const auto operations = scanner()) {
-        encrypted = operations->CheckEncryptionStatus(path);
+        encrypted = operations->CheckEncryptionStatus(path, CurrentXPCPeer());
         logger_.log(LogLevel::Debug, fmt::format("Encryption status for path: {} is {}", EscapeControls(path),
                                                  encrypted ? "encrypted" : "not encrypted"));
     }
@@ -127,7 +127,7 @@ void FinderExtensionObjCXPCServer::getScanResult(const std::string& path,
         Send(reply, std::vector<ScanRecord>());
         return;
     }
-    std::vector<ScanRecord> records = operations->GetScanResult(path);
+    std::vector<ScanRecord> records = operations->GetScanResult(path, CurrentXPCPeer());
     logger_.log(LogLevel::Info, "Scan result loaded successfully");
     Send(reply, std::move(records));
 }
@@ -159,7 +159,7 @@ void FinderExtensionObjCXPCServer::decrypt(const std::string& path, std::functio
         Send(reply, kNoScannerStatus);
         return;
     }
-    const std::int32_t status = operations->Decrypt(path);
+    const std::int32_t status = operations->Decrypt(path, CurrentXPCPeer());
     logger_.log(LogLevel::Info, fmt::format("Decryption attempted for path: {}", EscapeControls(path)));
     Send(reply, status);
 }

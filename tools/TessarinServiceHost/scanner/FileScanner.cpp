@@ -18,11 +18,13 @@ FileScanner::FileScanner(const ScannerOptions& options, ScanBounds::Now now)
       limits_(options.limits),
       now_(std::move(now)) {}
 
-bool FileScanner::CheckEncryptionStatus(const std::string& path) {
+bool FileScanner::CheckEncryptionStatus(const std::string& path,
+                                        const std::optional<cmn::XPCPeer>& /*asker*/) {
     return IsSealed(path);
 }
 
-std::vector<cmn::ScanRecord> FileScanner::GetScanResult(const std::string& path) {
+std::vector<cmn::ScanRecord> FileScanner::GetScanResult(const std::string& path,
+                                                        const std::optional<cmn::XPCPeer>& /*asker*/) {
     if (const auto fixed = fixedRecords_.find(path); fixed != fixedRecords_.end()) {
         TLOG_DEBUG("Laid down for {} -- {} records", PathForLog(path), fixed->second.size());
         return fixed->second;
@@ -42,7 +44,7 @@ std::vector<std::string> FileScanner::GetAllowedExtensions() {
     return classifierFile_.allowedExtensions;
 }
 
-int FileScanner::Decrypt(const std::string& path) {
+int FileScanner::Decrypt(const std::string& path, const std::optional<cmn::XPCPeer>& /*asker*/) {
     return static_cast<int>(Unseal(path, stop_.get_token()));
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -33,14 +34,15 @@ class FileScanner final : public cmn::IFinderExtensionOperations {
     void stop() { stop_.request_stop(); }
 
     // Whether the file is sealed; false for one that cannot be read.
-    bool CheckEncryptionStatus(const std::string& path) override;
+    bool CheckEncryptionStatus(const std::string& path, const std::optional<cmn::XPCPeer>& asker) override;
     // The records that are laid down for the path, else one for each classifier that finds something, in
     // their order. Empty, with a line in the log, when the file cannot be read; what was found until then,
     // also with a line, when the limits end the search.
-    std::vector<cmn::ScanRecord> GetScanResult(const std::string& path) override;
+    std::vector<cmn::ScanRecord> GetScanResult(const std::string& path,
+                                               const std::optional<cmn::XPCPeer>& asker) override;
     std::vector<std::string> GetAllowedExtensions() override;
     // An UnsealStatus.
-    int Decrypt(const std::string& path) override;
+    int Decrypt(const std::string& path, const std::optional<cmn::XPCPeer>& asker) override;
 
  private:
     std::vector<cmn::ScanRecord> scan(const std::string& path) const;
