@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -32,5 +33,6 @@ class EchoProtocol : public cmn::XPCVersioning {
 
 inline constexpr const char* kEchoService = "com.example.Echo";
 inline constexpr const char* kEchoPath = "/com/example/Echo";
+inline constexpr std::size_t kMostNoteBytes = std::size_t{64} * 1024;
 
 std::shared_ptr<const cmn::XPCInterface> CreateEchoInterface();

@@ -14,6 +14,7 @@
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "support/HurriedDispatch.h"
+#include "support/HurriedTransport.h"
 #include "support/LogCapture.h"
 #include "support/PrivateBus.h"
 #include "support/RawPeer.h"
@@ -127,7 +128,8 @@ class FinderExtensionDBusTest : public testing::Test {
     // With the real waits: 100 milliseconds a request.
     std::shared_ptr<cmn::FinderExtensionXPCClient> startClient(double waits = 1) {
         auto client = std::make_shared<cmn::FinderExtensionXPCClient>(
-            std::make_shared<fake::HurriedDispatch>(real, kHurry, waits), transport);
+            std::make_shared<fake::HurriedDispatch>(real, kHurry, waits),
+            std::make_shared<fake::HurriedTransport>(transport, waits));
         client->connect();
         return client;
     }
@@ -386,7 +388,7 @@ TEST_F(FinderExtensionDBusTest, PathsTravelUnchangedWhateverTheyHold) {
     const auto client = startPatientClient();
     for (const std::string& path :
          {std::string(), std::string("/with\nline\tbreak"), std::string("/quote\"'\\{}%s"),
-          std::string("/\xf0\x9f\xa6\x8a"), "/" + std::string(1 << 20, 'x')}) {
+          std::string("/\xf0\x9f\xa6\x8a"), "/" + std::string(60 << 10, 'x')}) {
         EXPECT_THAT(client->getFileFilters(path),
                     Contains(cmn::ScanRecord{{"Name", path}, {"MatchCount", "1"}}))
             << path.substr(0, 100);
@@ -436,7 +438,7 @@ TEST_F(FinderExtensionDBusTest, AFailingScanIsTheCallersNeutralAnswerAndNothingE
     EXPECT_THAT(client->getFileFilters("/fail"), IsEmpty());
     EXPECT_TRUE(WaitFor([&] {
         return log.count("Message com.tessarin.FinderExtension.GetScanResult(s) of") == 1 &&
-               log.count("refused: cannot scan") == 1;
+               log.count("failed: cannot scan") == 1;
     }));
     const auto patient = startPatientClient();
     EXPECT_THAT(patient->allowedExtensions(), SizeIs(2));

@@ -22,6 +22,7 @@
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "support/HurriedDispatch.h"
+#include "support/HurriedTransport.h"
 #include "support/WaitFor.h"
 #include "xpccommon/FinderExtensionXPCClient.h"
 
@@ -51,7 +52,8 @@ class Requester {
         : name_(std::move(name)),
           client_(std::make_shared<cmn::FinderExtensionXPCClient>(
               std::make_shared<fake::HurriedDispatch>(dispatch, kHurry, patience),
-              std::make_shared<cmn::DBusXPCTransport>(dispatch))) {
+              std::make_shared<fake::HurriedTransport>(std::make_shared<cmn::DBusXPCTransport>(dispatch),
+                                                       patience))) {
         client_->setCompleteblock([checked = checked_](bool encrypted) { *checked += encrypted ? 0 : 1; });
         client_->connect();
     }

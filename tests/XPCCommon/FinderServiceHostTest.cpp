@@ -13,6 +13,7 @@
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "support/HurriedDispatch.h"
+#include "support/HurriedTransport.h"
 #include "support/LogCapture.h"
 #include "support/PrivateBus.h"
 #include "support/RawPeer.h"
@@ -62,12 +63,15 @@ class FinderServiceHostTest : public testing::Test {
         EXPECT_TRUE(host->isReady()) << host->process().errors();
         return host;
     }
+    static constexpr double kPatience = 200;  // a slow machine makes no answer late
+
     std::shared_ptr<cmn::FinderExtensionXPCClient> startClient() {
         cmn::DBusXPCOptions options;
         options.systemBusAddress = bus.address();
         auto client = std::make_shared<cmn::FinderExtensionXPCClient>(
-            std::make_shared<fake::HurriedDispatch>(real, 1.0 / 30, 200),
-            std::make_shared<cmn::DBusXPCTransport>(real, options));
+            std::make_shared<fake::HurriedDispatch>(real, 1.0 / 30, kPatience),
+            std::make_shared<fake::HurriedTransport>(std::make_shared<cmn::DBusXPCTransport>(real, options),
+                                                     kPatience));
         client->connect();
         EXPECT_TRUE(WaitFor([&] { return client->connected(); }));
         return client;

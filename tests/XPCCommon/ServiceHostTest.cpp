@@ -260,7 +260,8 @@ TEST_F(ServiceHostTest, WritesReadableTextWithoutJSON) {
                            StartsWith("ready service=\"com.tessarin.UserAgent\" bus=\"system\" pid=")));
     const RawPeer agent(bus.address());
     agent.send(sendURL(QStringLiteral("https://a/\n"), QStringLiteral("Safari"), 5));
-    EXPECT_EQ(host.process().readLine(), "url url=\"https://a/\\n\" browser=\"Safari\" pid=5");
+    EXPECT_EQ(host.process().readLine(),
+              "url url=\"https://a/\\n\" browser=\"Safari\" pid=5 user=" + std::to_string(geteuid()));
 }
 
 TEST_F(ServiceHostTest, AsksTheAgentOnCommand) {

@@ -1,5 +1,6 @@
 #include "linux_bus/Connection.h"
 
+#include <atomic>
 #include <future>
 #include <utility>
 #include <variant>
@@ -21,6 +22,31 @@ std::shared_ptr<Connection> Connection::open(std::shared_ptr<Loop> loop, Options
     std::shared_ptr<Connection> self(new Connection(core));
     core->loop()->post([core] { core->connectNext("its address names no local socket"); });
     return self;
+}
+
+Result<std::shared_ptr<Connection>> Connection::openAndWait(std::shared_ptr<Loop> loop, Options options) {
+    const auto outcome = std::make_shared<std::promise<std::optional<Error>>>();
+    const auto told = std::make_shared<std::atomic<bool>>(false);
+    const auto tell = [outcome, told](const std::optional<Error>& error) {
+        if (!told->exchange(true)) {
+            outcome->set_value(error);
+        }
+    };
+    const auto limit = options.connectDeadline * static_cast<int>(LocalAddresses(options.address).size());
+    auto connection = open(std::move(loop), std::move(options),
+                           {[tell] { tell(std::nullopt); },
+                            [tell](const std::string& why) {
+                                tell(Error{error::kDisconnected, why});
+                            },
+                            nullptr});
+    auto future = outcome->get_future();
+    if (future.wait_for(limit + kSlack) != std::future_status::ready) {
+        return Error{error::kTimeout, "nobody is left to open it"};
+    }
+    if (auto error = future.get()) {
+        return *error;
+    }
+    return connection;
 }
 
 Connection::Connection(std::shared_ptr<ConnectionCore> core) : core_(std::move(core)) {}
@@ -71,6 +97,10 @@ void Connection::cancel(CallId id) {
 
 void Connection::cancelAll() {
     core_->cancelAll();
+}
+
+void Connection::failAll(const Error& error) {
+    core_->failAll(error);
 }
 
 Connection::Reply Connection::callAndWait(Message message, Deadline deadline) {

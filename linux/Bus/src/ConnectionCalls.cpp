@@ -1,6 +1,7 @@
 #include <systemd/sd-bus.h>
 
 #include <cerrno>
+#include <string_view>
 #include <utility>
 
 #include "ConnectionCore.h"
@@ -18,6 +19,16 @@ constexpr std::size_t kMostBytes = std::size_t{64} * 1024 * 1024;
 
 // Longest text of an error of others that is kept.
 constexpr std::size_t kLongestErrorText = 4096;
+
+std::string SenderOf(const std::string& rule) {
+    constexpr std::string_view kKey = "sender='";
+    const std::size_t begin = rule.find(kKey);
+    if (begin == std::string::npos) {
+        return {};
+    }
+    const std::size_t value = begin + kKey.size();
+    return rule.substr(value, rule.find('\'', value) - value);
+}
 
 }  // namespace
 
@@ -132,10 +143,25 @@ void ConnectionCore::cancel(CallId id) {
 void ConnectionCore::cancelAll() {
     std::vector<Taken> calls;
     const std::lock_guard lock(wire_->mutex);
+    calls = takeAll();
+}
+
+void ConnectionCore::failAll(const Error& error) {
+    std::vector<Taken> calls;
+    {
+        const std::lock_guard lock(wire_->mutex);
+        calls = takeAll();
+    }
+    fail(std::move(calls), error);
+}
+
+std::vector<ConnectionCore::Taken> ConnectionCore::takeAll() {
+    std::vector<Taken> calls;
     while (!pending_.empty()) {
         calls.push_back(take(pending_.begin()->first));
     }
     waiting_.clear();
+    return calls;
 }
 
 bool ConnectionCore::send(const Message& message) {
@@ -178,6 +204,7 @@ void ConnectionCore::noteQueued(std::size_t bytes) {
 }
 
 void ConnectionCore::subscribe(const std::shared_ptr<Subscription::State>& state, const std::string& rule) {
+    state->sender = SenderOf(rule);
     const std::lock_guard lock(wire_->mutex);
     int result = -ENOTCONN;
     if (state_ == State::ready) {
@@ -216,6 +243,11 @@ int ConnectionCore::onReply(sd_bus_message* message, void* pending, sd_bus_error
 int ConnectionCore::onSignal(sd_bus_message* message, void* state, sd_bus_error* /*error*/) {
     auto& subscription = *static_cast<Subscription::State*>(state);
     ConnectionCore& self = *subscription.owner;
+    // The library leaves this to the bus, which hands on what is sent to us by name whatever the rule.
+    const char* const sender = sd_bus_message_get_sender(message);
+    if (!subscription.sender.empty() && (sender == nullptr || subscription.sender != sender)) {
+        return 0;
+    }
     self.happened_.emplace_back(
         [hears = subscription.shared_from_this(), signal = Message(self.wire_, sd_bus_message_ref(message))] {
             if (hears->active) {

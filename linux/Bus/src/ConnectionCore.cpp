@@ -1,5 +1,6 @@
 #include "ConnectionCore.h"
 
+#include <fmt/format.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -37,14 +38,14 @@ ConnectionCore::ConnectionCore(std::shared_ptr<Loop> loop, Options options, Conn
 
 void ConnectionCore::connectNext(std::string failure) {
     while (!addresses_.empty()) {
-        const std::string address = std::move(addresses_.back());
+        address_ = std::move(addresses_.back());
         addresses_.pop_back();
-        const int result = connect(address);
+        const int result = connect(address_);
         if (result >= 0) {
             arm();
             return;
         }
-        failure = Describe(result);
+        failure = address_ + ": " + Describe(result);
     }
     lost(failure);
 }
@@ -108,7 +109,7 @@ void ConnectionCore::turn() {
     }
     if (result < 0 && connecting) {
         watch_.reset();
-        connectNext(Describe(result));
+        connectNext(address_ + ": " + Describe(result));
     } else if (result < 0) {
         lost(Describe(result));
     } else {
@@ -163,7 +164,7 @@ void ConnectionCore::lookAtTheClock() {
     }
     if (givenUp) {
         watch_.reset();
-        connectNext("no answer in time");
+        connectNext(fmt::format("{}: no answer within {} ms", address_, options_.connectDeadline.count()));
     } else if (nextLook_ <= now) {
         nextLook_ = now + options_.livenessPause;
         if (!std::exchange(heard_, false)) {
@@ -259,10 +260,7 @@ void ConnectionCore::lost(const std::string& why) {
 
 std::vector<ConnectionCore::Taken> ConnectionCore::end() {
     state_ = State::ended;
-    std::vector<Taken> calls;
-    while (!pending_.empty()) {
-        calls.push_back(take(pending_.begin()->first));
-    }
+    std::vector<Taken> calls = takeAll();
     for (const auto& weak : subscriptions_) {
         if (const auto subscription = weak.lock()) {
             subscription->slot = sd_bus_slot_unref(subscription->slot);

@@ -41,6 +41,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     CallId call(Message message, Deadline deadline, Done done, Turn turn);
     void cancel(CallId id);
     void cancelAll();
+    void failAll(const Error& error);
     bool send(const Message& message);
     void subscribe(const std::shared_ptr<Subscription::State>& state, const std::string& rule);
     void unsubscribe(Subscription::State& state);
@@ -103,6 +104,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     std::optional<Error> start(Pending& pending, Message message);
     void startWaiting();
     Taken take(CallId id);
+    std::vector<Taken> takeAll();
     std::vector<Taken> end();
     bool hasRoom(std::size_t bytes);
     void noteQueued(std::size_t bytes);
@@ -121,7 +123,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     const std::shared_ptr<Wire> wire_ = std::make_shared<Wire>();
 
     // Of the loop's thread.
-    std::vector<std::string> addresses_;
+    std::vector<std::string> addresses_;  // those that are left, the next one last
+    std::string address_;
     std::unique_ptr<Watch> watch_;
     Deadline nextLook_ = Deadline::max();
     bool heard_ = false;
@@ -147,6 +150,7 @@ struct Subscription::State : std::enable_shared_from_this<State> {
     std::weak_ptr<ConnectionCore> core;
     std::function<void(const Message&)> handler;
     std::function<void(const std::optional<Error>&)> installed;
+    std::string sender;               // of the rule; empty when it names none
     ConnectionCore* owner = nullptr;  // while there is a slot
     sd_bus_slot* slot = nullptr;
     std::atomic<bool> active{true};

@@ -2,6 +2,7 @@
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <exception>
 #include <utility>
 
@@ -9,6 +10,18 @@
 #include "common/threads.h"
 
 namespace cmn::bus {
+
+namespace {
+
+void RunNoThrow(const Loop::Task& task) {
+    try {
+        task();
+    } catch (const std::exception& e) {
+        TLOG_ERROR("Task -- failed: {}", e.what());
+    }
+}
+
+}  // namespace
 
 Loop::Loop()
     : thread_(MakeThread([this] {
@@ -26,11 +39,17 @@ Loop::~Loop() {
 void Loop::post(Task task) {
     const std::unique_lock lock(mutex_);
     if (!stopped_) {
-        boost::asio::post(*context_, [task = std::move(task)] {
-            try {
-                task();
-            } catch (const std::exception& e) {
-                TLOG_ERROR("Task -- failed: {}", e.what());
+        boost::asio::post(*context_, [task = std::move(task)] { RunNoThrow(task); });
+    }
+}
+
+void Loop::after(std::chrono::nanoseconds delay, Task task) {
+    const std::unique_lock lock(mutex_);
+    if (!stopped_) {
+        const auto timer = std::make_shared<boost::asio::steady_timer>(*context_, delay);
+        timer->async_wait([timer, task = std::move(task)](const boost::system::error_code& error) {
+            if (!error) {
+                RunNoThrow(task);
             }
         });
     }

@@ -52,6 +52,12 @@ bool detail::AppendText(sd_bus_message* message, const char* text) {
                              : sd_bus_message_append_basic(message, 's', Repaired(text).c_str()) >= 0;
 }
 
+std::size_t detail::TextSize(std::string_view text) {
+    constexpr std::size_t kReplacement = 3;
+    constexpr std::size_t kAround = 8;
+    return text.size() * (IsValidUtf8(text) ? 1 : kReplacement) + kAround;
+}
+
 struct Message::Held {
     Held(std::shared_ptr<Wire> messageWire, sd_bus_message* message)
         : wire(std::move(messageWire)), raw(message) {}

@@ -32,9 +32,7 @@ std::string SessionBusAddress() {
 std::vector<std::string> LocalAddresses(std::string_view list) {
     std::vector<std::string> addresses;
     boost::algorithm::split(addresses, list, boost::algorithm::is_any_of(";"));
-    std::erase_if(addresses, [](const std::string& address) {
-        return !address.starts_with("unix:path=") && !address.starts_with("unix:abstract=");
-    });
+    std::erase_if(addresses, [](const std::string& address) { return !address.starts_with("unix:"); });
     return addresses;
 }
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "DBusChannelCore.h"
+#include "BusChannel.h"
 #include "usercommon/XPCConnection.h"
 
 namespace cmn {
@@ -11,7 +11,7 @@ namespace cmn {
 // the channel lives on while proxies use it.
 class DBusXPCConnection final : public XPCConnection, public std::enable_shared_from_this<DBusXPCConnection> {
  public:
-    explicit DBusXPCConnection(std::shared_ptr<DBusChannelCore> core);
+    explicit DBusXPCConnection(std::shared_ptr<BusChannel> channel);
     ~DBusXPCConnection() override;
     DBusXPCConnection(const DBusXPCConnection&) = delete;
     DBusXPCConnection& operator=(const DBusXPCConnection&) = delete;
@@ -21,16 +21,14 @@ class DBusXPCConnection final : public XPCConnection, public std::enable_shared_
     void setRemoteObjectInterface(std::shared_ptr<const XPCInterface> interface) override;
     void setExportedInterface(std::shared_ptr<const XPCInterface> interface) override;
     void setExportedObject(std::shared_ptr<XPCVersioning> object) override;
-    // Not known yet.
-    std::optional<XPCPeer> peer() const override { return std::nullopt; }
+    std::optional<XPCPeer> peer() const override { return channel_->peer(); }
     void resume() override;
     void invalidate() override;
-    // The deadline is ignored.
     std::shared_ptr<XPCVersioning> remoteObjectProxy(RemoteErrorHandler onError,
                                                      std::chrono::nanoseconds deadline) override;
 
  private:
-    const std::shared_ptr<DBusChannelCore> core_;
+    const std::shared_ptr<BusChannel> channel_;
 };
 
 }  // namespace cmn

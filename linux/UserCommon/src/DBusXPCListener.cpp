@@ -2,11 +2,17 @@
 
 #include <fmt/format.h>
 
+#include <deque>
+#include <map>
 #include <utility>
+#include <vector>
 
 #include "DBusXPCConnection.h"
+#include "PeerChannel.h"
 #include "WhileAlive.h"
+#include "common/ScopedAction.h"
 #include "common/log.h"
+#include "linux_bus/WellKnown.h"
 
 namespace cmn {
 
@@ -16,9 +22,20 @@ namespace {
 constexpr std::uint32_t kDoNotQueue = 4;
 constexpr std::uint32_t kPrimaryOwner = 1;
 
+constexpr std::chrono::seconds kRetryDelay{3};
+
+// How often the bus is asked who a peer is, when it does not answer.
+constexpr int kMostQuestionsAboutAPeer = 3;
+
+// What a message may have before it is known what its sender may ask: as much as the longest admitted.
+constexpr std::size_t kMostUnknownBytes = std::size_t{2} * 1024 * 1024 + 4096;
+
+constexpr const char* kBusSignal =
+    "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',member='{}',{}='{}'";
+
 }  // namespace
 
-// The state of the listener. Apart from the constructor everything happens on the D-Bus thread.
+// The state of the listener. Apart from the constructor everything happens in the loop's thread.
 class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
     template <typename Action>
     auto withSelf(Action action) {
@@ -29,88 +46,141 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
     Core(Parts parts, std::string name)
         : parts_(std::move(parts)), name_(std::move(name)), events_(parts_.createQueue()) {}
 
-    const std::shared_ptr<DBusThread>& thread() const { return parts_.bus.thread; }
-
     void open(std::weak_ptr<DBusXPCListener> listener) {
-        if (std::exchange(resumed_, true)) {
-            return;
+        if (!std::exchange(resumed_, true)) {
+            listener_ = std::move(listener);
+            connect();
         }
-        listener_ = std::move(listener);
-        BusConnection::Events events;
-        events.onReady = withSelf([](Core& core) { core.requestName(); });
-        events.onLost = withSelf([](Core& core, const std::string& why) { core.lost(why); });
-        events.onCall = withSelf([](Core& core, IncomingCall call) { core.received(std::move(call)); });
-        events.onNameOwnerChanged = withSelf(
-            [](Core& core, const std::string& name, const std::string&, const std::string& newOwner) {
-                if (newOwner.empty()) {
-                    core.peerLeft(name);
-                }
-            });
-        bus_ = BusConnection::open(parts_.bus, std::move(events));
     }
 
     void close(const std::string& why) {
         resumed_ = true;  // it cannot be resumed any more
-        bus_.reset();
-        for (const auto& [name, peer] : std::exchange(peers_, {})) {
-            peer.invalidate(why);
-        }
+        closed_ = true;
+        letGo(why);
     }
 
  private:
+    // One peer. What it sends waits until the bus has said who it is, and the service whether it is accepted.
     struct Peer {
-        std::shared_ptr<DBusPeerChannel> channel;
+        std::string name;
+        std::unique_ptr<Admission> admission;
+        std::deque<std::pair<bus::Question, std::shared_ptr<Place>>> waiting;
+        std::shared_ptr<PeerChannel> channel;           // once it is known who it is
         std::shared_ptr<DBusXPCConnection> connection;  // the service need not keep it
-
-        // Also for a peer's end the connection object stays until its handler has been called.
-        void invalidate(const std::string& why) const {
-            channel->invalidateOnThread(why);
-            channel->keepForQueued(connection);
-        }
+        bool decided = false;
+        bool left = false;
     };
+    using PeerRef = std::shared_ptr<Peer>;
+
+    void connect() {
+        bus_ = bus::Connection::open(
+            parts_.bus.loop, parts_.bus.options,
+            {withSelf([](Core& core) { core.connected(); }),
+             withSelf([](Core& core, const std::string& why) { core.lost(why); }),
+             withSelf([](Core& core, const bus::Question& question) { core.received(question); })});
+    }
+
+    void connectAgain() {
+        if (!closed_ && !bus_) {
+            connect();
+        }
+    }
+
+    void connected() {
+        const auto installed = withSelf([](Core& core, const std::optional<bus::Error>& error) {
+            if (error && core.bus_) {
+                core.lost(error->message);
+            }
+        });
+        // One rule for all peers: buses limit the number of rules.
+        leaves_ = bus_->subscribe(fmt::format(kBusSignal, "NameOwnerChanged", "arg2", ""),
+                                  withSelf([](Core& core, const bus::Message& signal) {
+                                      const auto names = signal.read<std::string, std::string, std::string>();
+                                      if (names && std::get<2>(*names).empty()) {
+                                          core.peerLeft(std::get<0>(*names));
+                                      }
+                                  }),
+                                  installed);
+        nameLost_ = bus_->subscribe(fmt::format(kBusSignal, "NameLost", "arg0", name_),
+                                    withSelf([](Core& core, const bus::Message&) {
+                                        if (core.listening_) {
+                                            core.failed("the name was taken away", DBusListenerState::lost);
+                                        }
+                                    }),
+                                    installed);
+        requestName();
+    }
 
     void requestName() {
         if (!bus_) {
             return;
         }
-        // One rule for all peers: buses limit the number of rules.
-        bus_->watchOwners("arg2=''");
-        bus_->callBus("RequestName", {name_, kDoNotQueue}, withSelf([](Core& core, const DBusResult& result) {
-                          if (core.bus_) {
-                              core.nameAnswered(result);
-                          }
-                      }));
+        bus_->askBus("RequestName",
+                     withSelf([asked = std::weak_ptr(bus_)](Core& core, const bus::Connection::Reply& reply) {
+                         if (core.bus_ && core.bus_ == asked.lock()) {
+                             core.nameAnswered(reply ? reply->readOne<std::uint32_t>() : reply.error());
+                         }
+                     }),
+                     name_, kDoNotQueue);
     }
 
-    void nameAnswered(const DBusResult& result) {
-        if (const auto* error = std::get_if<DBusError>(&result)) {
-            failed(error->message);
-        } else if (std::get<DBusArguments>(result) != DBusArguments{kPrimaryOwner}) {
-            failed("the name is already taken by another process");
+    void nameAnswered(const bus::Result<std::uint32_t>& answer) {
+        if (!answer) {
+            failed(answer.error().message, DBusListenerState::failed);
+        } else if (*answer != kPrimaryOwner) {
+            failed("the name is already taken by another process", DBusListenerState::failed);
         } else {
             listening_ = true;
+            saidFailed_ = false;
             TLOG_INFO("Listening as {}", name_);
             report(DBusListenerState::listening, {});
         }
     }
 
-    void failed(const std::string& why) {
-        TLOG_ERROR("Cannot listen as {} -- {}", name_, why);
-        report(DBusListenerState::failed, why);
-        close(why);
+    // The bus is there, the name is not to be had.
+    void failed(const std::string& why, DBusListenerState state) {
+        say(why, state);
+        parts_.bus.loop->after(kRetryDelay, withSelf([](Core& core) {
+                                   if (!core.closed_ && !core.listening_) {
+                                       core.requestName();
+                                   }
+                               }));
     }
 
     void lost(const std::string& why) {
         if (!bus_) {
             return;
         }
-        if (!listening_) {
-            failed(why);
+        say(why, listening_ ? DBusListenerState::lost : DBusListenerState::failed);
+        letGo(why);
+        parts_.bus.loop->after(kRetryDelay, withSelf([](Core& core) { core.connectAgain(); }));
+    }
+
+    // Once for each time that the service cannot be reached.
+    void say(const std::string& why, DBusListenerState state) {
+        listening_ = false;
+        if (std::exchange(saidFailed_, true)) {
             return;
         }
-        TLOG_ERROR("No longer listening as {} -- {}", name_, why);
-        report(DBusListenerState::lost, why);
-        close(why);
+        TLOG_ERROR("{} as {} -- {}",
+                   state == DBusListenerState::lost ? "No longer listening" : "Cannot listen", name_, why);
+        report(state, why);
+    }
+
+    void letGo(const std::string& why) {
+        listening_ = false;
+        leaves_.reset();
+        nameLost_.reset();
+        for (const auto& [name, peer] : std::exchange(peers_, {})) {
+            peer->waiting.clear();
+            if (peer->channel) {
+                peer->channel->end(why, peer->connection);
+            }
+        }
+        // What had arrived before may still be answered, and means nothing any more.
+        if (const auto bus = std::exchange(bus_, nullptr)) {
+            bus->close(why);
+        }
     }
 
     void report(DBusListenerState state, const std::string& why) {
@@ -120,60 +190,162 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
         }
     }
 
-    void received(IncomingCall call) {
+    void received(const bus::Question& question) {
         if (!bus_) {
             return;
         }
-        auto peer = peers_.find(call.sender);
-        if (peer == peers_.end()) {
-            peer = peers_.emplace(call.sender, newPeer(call.sender)).first;
+        const std::string sender(question.message().sender());
+        PeerRef& entry = peers_[sender];
+        if (!entry) {
+            entry = std::make_shared<Peer>();
+            entry->name = sender;
+            entry->admission = std::make_unique<Admission>(strangers_);
+            askWhoItIs(entry, kMostQuestionsAboutAPeer);
         }
-        peer->second.channel->receivedOnThread(bus_, std::move(call));
+        const PeerRef peer = entry;
+        if (peer->decided) {
+            deliver(*peer, question);
+            return;
+        }
+        auto place = peer->admission->admit(question.message(), kMostUnknownBytes);
+        if (place) {
+            peer->waiting.emplace_back(question, std::move(*place));
+        } else {
+            peer->admission->refuse(question, sender, place.error());
+        }
     }
 
-    Peer newPeer(const std::string& name) {
+    void deliver(Peer& peer, const bus::Question& question) {
+        auto found = peer.channel->find(question.message());
+        if (!found) {
+            peer.admission->refuse(question, peer.name, found.error());
+            return;
+        }
+        auto place = peer.admission->admit(question.message(), found->method->mostBytes);
+        if (!place) {
+            peer.admission->refuse(question, peer.name, place.error());
+            return;
+        }
+        peer.channel->deliver(question, std::move(*found), std::move(*place));
+    }
+
+    void askWhoItIs(const PeerRef& peer, int times) {
+        bus_->askCredentials(
+            peer->name, withSelf([peer, times](Core& core, const bus::Result<bus::Credentials>& result) {
+                if (result) {
+                    core.known(peer, *result);
+                } else if (result.error().is(bus::error::kTimeout) && times > 1 && core.bus_) {
+                    core.askWhoItIs(peer, times - 1);
+                } else {
+                    core.unknown(peer, result.error().message);
+                }
+            }));
+    }
+
+    bool isHere(const PeerRef& peer) const {
+        const auto found = peers_.find(peer->name);
+        return found != peers_.end() && found->second == peer;
+    }
+
+    // Nobody is served who is not known.
+    void unknown(const PeerRef& peer, const std::string& why) {
+        if (!isHere(peer)) {
+            return;
+        }
+        for (const auto& [question, place] : peer->waiting) {
+            peer->admission->refuse(question, peer->name,
+                                    {bus::error::kAccessDenied, "It is not known who asks: " + why});
+        }
+        peers_.erase(peer->name);
+    }
+
+    void known(const PeerRef& peer, const bus::Credentials& credentials) {
+        if (!isHere(peer)) {
+            return;
+        }
+        auto& backlog = users_[credentials.userID];
+        auto shared = backlog.lock();
+        if (!shared) {
+            shared = std::make_shared<Backlog>();
+            backlog = shared;
+        }
+        peer->admission = std::make_unique<Admission>(std::move(shared));
+        XPCPeer asker;
+        asker.userID = credentials.userID;
+        asker.processID = credentials.processID;
+        asker.connectionID = ++lastConnection_;
         const auto queue = parts_.createQueue();
-        const auto channel = std::make_shared<DBusPeerChannel>(thread(), queue, bus_, name);
-        const auto connection = std::make_shared<DBusXPCConnection>(channel);
-        queue->post([weakListener = listener_, channel, connection] {
+        peer->channel = std::make_shared<PeerChannel>(
+            PeerChannel::Parts{bus_, parts_.bus.loop, queue, parts_.bus.replyDeadline}, peer->name, asker);
+        peer->connection = std::make_shared<DBusXPCConnection>(peer->channel);
+        queue->post([weakListener = listener_, peer, channel = peer->channel, connection = peer->connection,
+                     loop = parts_.bus.loop,
+                     decided = withSelf([](Core& core, const PeerRef& which) { core.decided(which); })] {
+            const ScopedAction tell([&] { loop->post([decided, peer] { decided(peer); }); });
             const auto listener = weakListener.lock();
             const auto delegate = listener ? listener->delegate() : nullptr;
             channel->setAccepted(delegate &&
                                  delegate->listenerShouldAcceptNewConnection(*listener, connection));
         });
-        bus_->askOwner(name, withSelf([name](Core& core, const std::string& owner) {
-                           if (owner.empty()) {
-                               core.peerLeft(name);
-                           }
-                       }));
-        return {channel, connection};
+    }
+
+    void decided(const PeerRef& peer) {
+        peer->decided = true;
+        auto waiting = std::exchange(peer->waiting, {});
+        while (!waiting.empty()) {
+            waiting.front().second.reset();  // it gets a place of its own
+            deliver(*peer, waiting.front().first);
+            waiting.pop_front();
+        }
+        if (peer->left) {
+            ended(peer);
+        }
     }
 
     void peerLeft(const std::string& name) {
-        const auto peer = peers_.find(name);
-        if (peer != peers_.end()) {
-            const Peer gone = std::move(peer->second);
-            peers_.erase(peer);
-            gone.invalidate("the peer left the bus");
+        const auto found = peers_.find(name);
+        if (found == peers_.end()) {
+            return;
         }
+        const PeerRef peer = found->second;
+        peer->left = true;
+        if (peer->decided) {
+            ended(peer);
+        }
+        // Else its messages are still to be delivered: it told them before it left.
+    }
+
+    void ended(const PeerRef& peer) {
+        if (isHere(peer)) {
+            peers_.erase(peer->name);
+        }
+        std::erase_if(users_, [](const auto& user) { return user.second.expired(); });
+        // Also for a peer's end the connection object stays until its handler has been called.
+        peer->channel->end("the peer left the bus", peer->connection);
     }
 
     const Parts parts_;
     const std::string name_;
     const std::shared_ptr<SerialQueue> events_;
+    const std::shared_ptr<Backlog> strangers_ = std::make_shared<Backlog>();
     std::weak_ptr<DBusXPCListener> listener_;
-    // None once closed; what had arrived before is still delivered then, and means nothing any more.
-    std::shared_ptr<BusConnection> bus_;
-    std::map<std::string, Peer> peers_;
+    std::shared_ptr<bus::Connection> bus_;  // none between a loss and the next try
+    std::shared_ptr<bus::Subscription> leaves_;
+    std::shared_ptr<bus::Subscription> nameLost_;
+    std::map<std::string, PeerRef> peers_;
+    std::map<uid_t, std::weak_ptr<Backlog>> users_;
+    std::uint64_t lastConnection_ = 0;
     bool resumed_ = false;
+    bool closed_ = false;
     bool listening_ = false;
+    bool saidFailed_ = false;
 };
 
 DBusXPCListener::DBusXPCListener(Parts parts, std::string machServiceName)
-    : core_(std::make_shared<Core>(std::move(parts), std::move(machServiceName))) {}
+    : loop_(parts.bus.loop), core_(std::make_shared<Core>(std::move(parts), std::move(machServiceName))) {}
 
 DBusXPCListener::~DBusXPCListener() {
-    core_->thread()->post([core = core_] { core->close("the listener is gone"); });
+    loop_->post([core = core_] { core->close("the listener is gone"); });
 }
 
 void DBusXPCListener::setDelegate(std::weak_ptr<XPCListenerDelegate> delegate) {
@@ -187,11 +359,11 @@ std::shared_ptr<XPCListenerDelegate> DBusXPCListener::delegate() const {
 }
 
 void DBusXPCListener::resume() {
-    core_->thread()->post([core = core_, listener = weak_from_this()] { core->open(listener); });
+    loop_->post([core = core_, listener = weak_from_this()] { core->open(listener); });
 }
 
 void DBusXPCListener::invalidate() {
-    core_->thread()->post([core = core_] { core->close("the listener was invalidated"); });
+    loop_->post([core = core_] { core->close("the listener was invalidated"); });
 }
 
 }  // namespace cmn

@@ -1,13 +1,11 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 
-#include "BusConnection.h"
-#include "DBusPeerChannel.h"
+#include "ClientChannel.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/SerialQueue.h"
 #include "usercommon/XPCConnection.h"
@@ -15,7 +13,8 @@
 namespace cmn {
 
 // A service's name on the bus. Each bus peer that sends a message becomes a connection, until it leaves the
-// bus.
+// bus. It never gives up: a bus that is lost, or a name that another process has, is tried for again every
+// three seconds.
 class DBusXPCListener final : public XPCListener, public std::enable_shared_from_this<DBusXPCListener> {
  public:
     struct Parts {
@@ -40,6 +39,7 @@ class DBusXPCListener final : public XPCListener, public std::enable_shared_from
 
     mutable std::mutex mutex_;  // guards delegate_
     std::weak_ptr<XPCListenerDelegate> delegate_;
+    const std::shared_ptr<bus::Loop> loop_;
     const std::shared_ptr<Core> core_;
 };
 

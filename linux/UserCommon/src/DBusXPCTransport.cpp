@@ -2,11 +2,10 @@
 
 #include <utility>
 
-#include "DBusClientChannel.h"
-#include "DBusThread.h"
+#include "ClientChannel.h"
 #include "DBusXPCConnection.h"
 #include "DBusXPCListener.h"
-#include "linux_usercommon/BusAddress.h"
+#include "linux_bus/WellKnown.h"
 
 namespace cmn {
 
@@ -27,12 +26,12 @@ void EndAll(const std::vector<std::weak_ptr<Object>>& objects) {
     }
 }
 
-DBusXPCOptions WithAddresses(DBusXPCOptions options) {
+DBusXPCOptions Completed(DBusXPCOptions options) {
     if (options.systemBusAddress.empty()) {
-        options.systemBusAddress = SystemBusAddress();
+        options.systemBusAddress = bus::SystemBusAddress();
     }
     if (options.sessionBusAddress.empty()) {
-        options.sessionBusAddress = SessionBusAddress();
+        options.sessionBusAddress = bus::SessionBusAddress();
     }
     return options;
 }
@@ -41,8 +40,9 @@ DBusXPCOptions WithAddresses(DBusXPCOptions options) {
 
 DBusXPCTransport::DBusXPCTransport(std::shared_ptr<LinuxDispatch> dispatch, DBusXPCOptions options)
     : dispatch_(std::move(dispatch)),
-      options_(WithAddresses(std::move(options))),
-      thread_(std::make_shared<DBusThread>()) {}
+      options_(Completed(std::move(options))),
+      ownLoop_(!options_.loop),
+      loop_(ownLoop_ ? std::make_shared<bus::Loop>() : options_.loop) {}
 
 DBusXPCTransport::~DBusXPCTransport() {
     stop();
@@ -54,21 +54,25 @@ void DBusXPCTransport::stop() {
         EndAll(connections_);
         EndAll(listeners_);
     }
-    thread_->stop();
+    if (ownLoop_) {
+        loop_->stop();
+    }
 }
 
 BusSettings DBusXPCTransport::busSettings(DBusBus bus) const {
-    const std::string& address =
-        bus == DBusBus::system ? options_.systemBusAddress : options_.sessionBusAddress;
-    return {thread_, dispatch_->pool(), ParseBusAddresses(address), options_.busDeadline,
-            options_.replyDeadline};
+    const bool isSystemBus = bus == DBusBus::system;
+    BusSettings settings{loop_, {}, options_.replyDeadline, isSystemBus};
+    settings.options.address = isSystemBus ? options_.systemBusAddress : options_.sessionBusAddress;
+    settings.options.connectDeadline = options_.connectDeadline;
+    settings.options.answerDeadline = options_.busDeadline;
+    return settings;
 }
 
 std::shared_ptr<XPCConnection> DBusXPCTransport::createConnection(const std::string& machServiceName,
                                                                   XPCConnectionOptions options) {
     const DBusBus bus = options == XPCConnectionOptions::privileged ? DBusBus::system : DBusBus::session;
-    auto connection = std::make_shared<DBusXPCConnection>(std::make_shared<DBusClientChannel>(
-        busSettings(bus), dispatch_->createSerialQueue(), machServiceName));
+    auto connection = std::make_shared<DBusXPCConnection>(
+        std::make_shared<ClientChannel>(busSettings(bus), dispatch_->createSerialQueue(), machServiceName));
     const std::lock_guard lock(mutex_);
     Remember(connections_, connection);
     return connection;

@@ -59,6 +59,8 @@ constexpr Text<A + B> operator+(const Text<A>& a, const Text<B>& b) {
 
 // Characters that cannot travel are replaced.
 bool AppendText(sd_bus_message* message, const char* text);
+// What it takes then, at most.
+std::size_t TextSize(std::string_view text);
 
 }  // namespace detail
 
@@ -127,7 +129,7 @@ struct Codec<std::string> {
         value = view;
         return good;
     }
-    static std::size_t size(const std::string& value) { return value.size() + 8; }
+    static std::size_t size(const std::string& value) { return detail::TextSize(value); }
 };
 template <>
 struct Codec<const char*> {
@@ -136,7 +138,7 @@ struct Codec<const char*> {
     static bool write(sd_bus_message* message, const char* value) {
         return detail::AppendText(message, value);
     }
-    static std::size_t size(std::string_view value) { return value.size() + 8; }
+    static std::size_t size(std::string_view value) { return detail::TextSize(value); }
 };
 template <>
 struct Codec<ObjectPath> {

@@ -73,6 +73,8 @@ class Connection {
 
     // Begins to connect.
     static std::shared_ptr<Connection> open(std::shared_ptr<Loop> loop, Options options, Events events);
+    // The calling thread waits, which must not be the loop's, until it is ready or cannot be had.
+    static Result<std::shared_ptr<Connection>> openAndWait(std::shared_ptr<Loop> loop, Options options);
     // As `close`, but waiting calls are dropped without a word.
     ~Connection();
     Connection(const Connection&) = delete;
@@ -104,8 +106,9 @@ class Connection {
     // `kLimitsExceeded`). An empty message fails.
     CallId call(Message message, Deadline deadline, Done done);
     void cancel(CallId id);
-    // All that wait.
+    // All that wait; or they fail now.
     void cancelAll();
+    void failAll(const Error& error);
     // The calling thread waits, which must not be the loop's.
     Reply callAndWait(Message message, Deadline deadline);
     // Sends what wants no answer. False when the connection cannot take it.

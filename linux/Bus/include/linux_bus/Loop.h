@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/asio/io_context.hpp>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -23,6 +24,8 @@ class Loop {
 
     // Runs the tasks in their order. After `stop` they are destroyed instead.
     void post(Task task);
+    // The same, not earlier than `delay` from now.
+    void after(std::chrono::nanoseconds delay, Task task);
 
     // Runs the tasks posted so far, ends the thread and waits for its end. On the thread itself it does not
     // wait. Called by the owner only.

@@ -7,22 +7,23 @@
 #include <string>
 #include <vector>
 
+#include "linux_bus/Loop.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "usercommon/XPCConnection.h"
 
 namespace cmn {
 
-class DBusThread;
 struct BusSettings;
 
 enum class DBusBus { system, session };
 
 enum class DBusListenerState {
     listening,
-    failed,  // never got the name
-    lost     // the bus is gone
+    failed,  // the bus or the name could not be had
+    lost     // the bus is gone, or the name
 };
 
+// Once for each time that a listener begins or ceases to listen. It goes on trying.
 struct DBusListenerEvent {
     std::string machServiceName;
     DBusListenerState state;
@@ -36,17 +37,19 @@ struct DBusXPCOptions {
     std::string sessionBusAddress = {};
     // Told what became of a listener, besides the line in the log. Called on a queue of its own.
     std::function<void(const DBusListenerEvent&)> onListenerEvent = {};
-    // How long the bus itself may take for each answer while a connection is set up.
+    // How long the bus may take to let a client in, and for each of its answers.
+    std::chrono::milliseconds connectDeadline{4000};
     std::chrono::milliseconds busDeadline{5000};
     // Longest wait for the answer to a message. Callers have shorter limits of their own; this one only makes
     // sure that nothing is kept for ever.
     std::chrono::milliseconds replyDeadline{30'000};
+    // Where the connections live; empty: on a thread of the transport's own.
+    std::shared_ptr<bus::Loop> loop = {};
 };
 
 // Named services over D-Bus: the mach service name is the well-known bus name. Privileged connections go to
-// the system bus, others to the session bus; every connection has a bus connection of its own. Needs a
-// QCoreApplication. All Qt D-Bus work happens on a thread of the transport, so no caller ever waits for a
-// bus.
+// the system bus, others to the session bus; every connection has a bus connection of its own. No caller ever
+// waits for a bus.
 class DBusXPCTransport final : public XPCTransport {
  public:
     // Throws std::system_error when the thread cannot be had.
@@ -54,7 +57,7 @@ class DBusXPCTransport final : public XPCTransport {
     // Calls `stop`.
     ~DBusXPCTransport() override;
 
-    // Invalidates the connections and listeners that are left and waits for the D-Bus thread to let go of
+    // Invalidates the connections and listeners that are left; a loop of its own ends when it has let go of
     // them. What is made later never connects. To be called by the owner before the program ends when others
     // still hold this object then.
     void stop();
@@ -68,7 +71,8 @@ class DBusXPCTransport final : public XPCTransport {
 
     const std::shared_ptr<LinuxDispatch> dispatch_;
     const DBusXPCOptions options_;
-    const std::shared_ptr<DBusThread> thread_;
+    const bool ownLoop_;
+    const std::shared_ptr<bus::Loop> loop_;
     std::mutex mutex_;  // guards what follows
     std::vector<std::weak_ptr<XPCConnection>> connections_;
     std::vector<std::weak_ptr<XPCListener>> listeners_;

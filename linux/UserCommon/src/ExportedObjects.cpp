@@ -1,21 +1,18 @@
-#include "DBusObjectTable.h"
+#include "ExportedObjects.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <exception>
 #include <set>
 #include <utility>
 
-#include "BusConnection.h"
-#include "common/log.h"
+#include "linux_bus/WellKnown.h"
 
 namespace cmn {
 
 namespace {
 
-constexpr const char* kIntrospectable = "org.freedesktop.DBus.Introspectable";
-constexpr std::size_t kLongestQuotedPath = 200;  // the only name in a message without a limit of its own
+constexpr std::size_t kLongestQuotedPath = 200;  // it has no limit of its own
 
 constexpr std::string_view kIntrospectionHead =
     "<!DOCTYPE node PUBLIC \"-//freedesktop//DTD D-BUS Object Introspection 1.0//EN\"\n"
@@ -47,9 +44,9 @@ std::vector<std::string_view> CompleteTypes(std::string_view signature) {
     return types;
 }
 
-std::string Describe(const DBusInterfaceDescription& interface) {
+std::string Describe(const ServiceDescription& interface) {
     std::string xml = fmt::format(" <interface name=\"{}\">\n", interface.name);
-    for (const DBusMethod& method : interface.methods) {
+    for (const ServiceMethod& method : interface.methods) {
         xml += fmt::format("  <method name=\"{}\">\n", method.name);
         std::size_t number = 0;
         for (const std::string_view type : CompleteTypes(method.in)) {
@@ -68,20 +65,20 @@ std::string Describe(const DBusInterfaceDescription& interface) {
     return xml + " </interface>\n";
 }
 
-void Refuse(const IncomingCall& call, const DBusReply& reply, const char* error, const std::string& why) {
-    TLOG_WARN("Message {}.{}({}) of {} refused: {}", call.interface, call.member, call.signature, call.sender,
-              why);
-    reply.error(error, why);
-}
-
 }  // namespace
 
-void DBusObjectTable::add(const std::string& path, Entry entry) {
+const ServiceMethod* ServiceDescription::find(std::string_view method) const {
+    const auto found = std::find_if(methods.begin(), methods.end(),
+                                    [&](const ServiceMethod& candidate) { return candidate.name == method; });
+    return found != methods.end() ? &*found : nullptr;
+}
+
+void ExportedObjects::add(const std::string& path, Entry entry) {
     const std::lock_guard lock(mutex_);
     entries_.insert_or_assign(path, std::move(entry));
 }
 
-DBusObjectPath DBusObjectTable::add(Entry entry) {
+bus::ObjectPath ExportedObjects::add(Entry entry) {
     const std::lock_guard lock(mutex_);
     for (const auto& [path, existing] : entries_) {
         if (existing.interface == entry.interface && !existing.object.owner_before(entry.object) &&
@@ -97,59 +94,44 @@ DBusObjectPath DBusObjectTable::add(Entry entry) {
     return {path};
 }
 
-void DBusObjectTable::clear() {
-    std::map<std::string, Entry> dropped;
+void ExportedObjects::clear() {
+    std::map<std::string, Entry, std::less<>> dropped;
     const std::lock_guard lock(mutex_);
     dropped.swap(entries_);
 }
 
-std::optional<DBusObjectTable::Entry> DBusObjectTable::find(const std::string& path) const {
-    const std::lock_guard lock(mutex_);
-    const auto entry = entries_.find(path);
-    return entry != entries_.end() ? std::optional(entry->second) : std::nullopt;
-}
-
-void DBusObjectTable::deliver(const std::shared_ptr<DBusChannel>& peer, const IncomingCall& call,
-                              const DBusReply& reply) const {
-    if (call.interface == kIntrospectable && call.member == "Introspect") {
-        if (auto xml = introspect(call.path)) {
-            reply({std::move(*xml)});
-            return;
+bus::Result<ExportedObjects::Found> ExportedObjects::find(const bus::Message& message) const {
+    if (message.interface() == bus::kIntrospectable && message.member() == "Introspect") {
+        if (auto xml = introspect(message.path())) {
+            static const ServiceMethod kIntrospect{"Introspect", "", "s"};
+            return Found{[xml = std::move(*xml)](const auto&, const auto&, const bus::Question& question) {
+                             question.reply(xml);
+                         },
+                         nullptr, &kIntrospect};
         }
     }
-    const std::optional<Entry> entry = find(call.path);
-    if (!entry) {
-        Refuse(call, reply, dbus_error::kUnknownObject,
-               fmt::format("There is no object {}", call.path.substr(0, kLongestQuotedPath)));
-        return;
+    const std::lock_guard lock(mutex_);
+    const auto entry = entries_.find(message.path());
+    if (entry == entries_.end()) {
+        return bus::Error{bus::error::kUnknownObject,
+                          fmt::format("There is no object {}", message.path().substr(0, kLongestQuotedPath))};
     }
-    if (!call.interface.empty() && call.interface != entry->interface->name) {
-        Refuse(call, reply, dbus_error::kUnknownInterface, "The object does not have this interface");
-        return;
+    const auto& interface = entry->second.interface;
+    if (!message.interface().empty() && message.interface() != interface->name) {
+        return bus::Error{bus::error::kUnknownInterface, "The object does not have this interface"};
     }
-    const DBusMethod* const method = entry->interface->find(call.member);
+    const ServiceMethod* const method = interface->find(message.member());
     if (method == nullptr) {
-        Refuse(call, reply, dbus_error::kUnknownMethod, "The interface does not have this method");
-        return;
+        return bus::Error{bus::error::kUnknownMethod, "The interface does not have this method"};
     }
-    if (call.signature != method->in || !call.arguments) {
-        Refuse(call, reply, dbus_error::kInvalidArgs, fmt::format("The method takes \"{}\"", method->in));
-        return;
+    if (message.signature() != method->in) {
+        return bus::Error{bus::error::kInvalidArgs, fmt::format("The method takes \"{}\"", method->in)};
     }
-    try {
-        entry->handler(peer, method->name, *call.arguments, reply);
-    } catch (const std::exception& e) {
-        Refuse(call, reply, dbus_error::kFailed, e.what());
-    } catch (...) {
-        Refuse(call, reply, dbus_error::kFailed, "not a standard exception");
-    }
-    if (method->noReply) {
-        reply({});  // for a caller that asks for an answer all the same
-    }
+    return Found{entry->second.handler, interface, method};
 }
 
-std::optional<std::string> DBusObjectTable::introspect(const std::string& path) const {
-    const std::string prefix = path == "/" ? path : path + "/";
+std::optional<std::string> ExportedObjects::introspect(std::string_view path) const {
+    const std::string prefix = path == "/" ? "/" : std::string(path) + "/";
     std::string body;
     std::set<std::string> children;
     const std::lock_guard lock(mutex_);

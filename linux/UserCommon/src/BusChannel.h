@@ -1,0 +1,80 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "Admission.h"
+#include "ExportedObjects.h"
+#include "linux_usercommon/SerialQueue.h"
+#include "linux_usercommon/ServiceInterface.h"
+
+namespace cmn {
+
+// What the two kinds of connection, seen by the client and seen by the service, have in common: handlers,
+// exported objects, calls and deliveries. The connection object and the proxies own it. Any thread, unless
+// something else is said.
+class BusChannel : public ServiceChannel, public std::enable_shared_from_this<BusChannel> {
+ public:
+    explicit BusChannel(std::shared_ptr<SerialQueue> queue) : queue_(std::move(queue)) {}
+
+    virtual void resume() = 0;
+    // Ends it: what waits fails, then the invalidation handler is called, once. `connection`, if any, is kept
+    // alive until then.
+    virtual void end(const std::string& why, std::shared_ptr<void> connection) = 0;
+    virtual std::optional<XPCPeer> peer() const = 0;
+    // The connection object is gone: forgets handlers, exported objects and waiting replies without calling
+    // them.
+    virtual void abandon();
+
+    void setInvalidationHandler(std::function<void()> handler);
+    void setInterruptionHandler(std::function<void()> handler);
+    void setRemoteObjectInterface(std::shared_ptr<const ServiceInterface> interface);
+    void setExportedInterface(std::shared_ptr<const ServiceInterface> interface);
+    void setExportedObject(std::shared_ptr<XPCVersioning> object);
+    std::shared_ptr<XPCVersioning> remoteObjectProxy(RemoteErrorHandler onError,
+                                                     std::chrono::nanoseconds deadline);
+    bus::ObjectPath exportObject(const std::shared_ptr<const void>& object,
+                                 std::shared_ptr<const ServiceDescription> interface,
+                                 ServiceHandler handler) override;
+
+ protected:
+    using Handler = std::function<void()>;
+
+    // What the other end is called: for messages and for people.
+    virtual const std::string& peerName() const = 0;
+    // Whether the other end may still call; asked on the private queue, before each delivery.
+    virtual bool accepts(const bus::Question& question) = 0;
+
+    void publishExportedObject();
+    const ExportedObjects& objects() const { return objects_; }
+    // Writes the message on the calling thread and sends it. Answers come within `answerDeadline`.
+    void send(bus::Connection& connection, ServiceRequest request, std::chrono::nanoseconds answerDeadline);
+    // Tells why it could not be sent, on the private queue.
+    void fail(const ServiceRequest& request, const bus::Error& error);
+    // Hands a message to its object on the private queue. `place` is kept until then.
+    void deliver(bus::Question question, ExportedObjects::Found found, std::shared_ptr<Place> place);
+    void tellInterruption();
+    // Nothing is delivered and nobody told after it.
+    void tellInvalidation(std::shared_ptr<void> connection);
+    const std::shared_ptr<SerialQueue>& queue() const { return queue_; }
+
+ private:
+    void finish(const ServiceRequest& request, const bus::Connection::Reply& reply) const;
+    void logFailure(const bus::Question& question, std::string_view why) const;
+    RemoteError toRemoteError(const bus::Error& error) const;
+
+    const std::shared_ptr<SerialQueue> queue_;
+    ExportedObjects objects_;
+
+    std::mutex mutex_;  // guards the properties, never held across a call
+    Handler invalidationHandler_;
+    Handler interruptionHandler_;
+    std::shared_ptr<const ServiceInterface> remoteInterface_;
+    std::shared_ptr<const ServiceInterface> exportedInterface_;
+    std::shared_ptr<XPCVersioning> exportedObject_;
+};
+
+}  // namespace cmn
