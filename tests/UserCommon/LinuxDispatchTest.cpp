@@ -278,6 +278,114 @@ TEST_F(LinuxDispatchTest, SerialQueuesRunSideBySideAndShareTheThreads) {
     EXPECT_TRUE(WaitFor([&] { return done == 2000; }));
 }
 
+TEST_F(LinuxDispatchTest, TasksThatWaitForAReplyDoNotKeepItFromThem) {
+    for (const int tasks : {4, 8, 64}) {
+        std::atomic<int> answered{0};
+        std::atomic<int> ended{0};
+        for (int i = 0; i < tasks; ++i) {
+            dispatch->async(i % 8 == 7 ? QueuePriority::high : QueuePriority::normal, [&] {
+                const auto reply = dispatch->createSemaphore(0);
+                dispatch->createSerialQueue()->post([reply] { reply->signal(); });
+                answered += reply->wait(10s) ? 1 : 0;
+                ++ended;
+            });
+        }
+        ASSERT_TRUE(WaitFor([&] { return ended == tasks; }, 60s));
+        EXPECT_EQ(answered, tasks);
+    }
+}
+
+TEST_F(LinuxDispatchTest, SlowTasksHoldUpNoQuickOnes) {
+    constexpr int kSlow = 3;
+    const auto own = std::make_shared<cmn::LinuxDispatch>(kSlow);
+    const auto release = own->createSemaphore(0);
+    std::atomic<int> slow{0};
+    std::vector<std::shared_ptr<cmn::SerialQueue>> queues;
+    for (int i = 0; i < 4 * kSlow; ++i) {
+        queues.push_back(own->createSerialQueue());
+        queues.back()->post(
+            [&] {
+                ++slow;
+                release->wait(1h);
+            },
+            cmn::Lane::slow);
+    }
+    EXPECT_TRUE(WaitFor([&] { return slow == kSlow; }));
+    std::atomic<int> done{0};
+    for (int i = 0; i < 100; ++i) {
+        own->createSerialQueue()->post([&] { ++done; });
+    }
+    own->async(QueuePriority::normal, [&] { ++done; });
+    own->async(QueuePriority::high, [&] { ++done; });
+    EXPECT_TRUE(WaitFor([&] { return done == 102; }));
+    EXPECT_EQ(slow, kSlow) << "as many at the same time as the service wants";
+    queues.back()->post([&] { ++done; });
+    release->signal();
+    EXPECT_TRUE(WaitFor([&] { return slow == kSlow + 1; })) << "the next has its turn";
+    EXPECT_EQ(done, 102) << "behind its queue's slow task a quick one waits";
+    own->stop();
+}
+
+TEST_F(LinuxDispatchTest, UserTasksHoldUpNoSlowOnes) {
+    const auto release = dispatch->createSemaphore(0);
+    for (int i = 0; i < 64; ++i) {
+        dispatch->async(i % 2 == 0 ? QueuePriority::high : QueuePriority::normal, [&] { release->wait(1h); });
+    }
+    std::promise<void> ran;
+    dispatch->createSerialQueue()->post([&] { ran.set_value(); }, cmn::Lane::slow);
+    EXPECT_EQ(ran.get_future().wait_for(20s), std::future_status::ready);
+    dispatch->stop();
+}
+
+TEST_F(LinuxDispatchTest, ASerialQueueKeepsItsOrderAcrossTheLanes) {
+    const auto queue = dispatch->createSerialQueue();
+    std::vector<int> order;  // guarded by the queue
+    std::set<std::thread::id> quick, slow;
+    std::atomic<int> inside{0};
+    std::atomic<int> overlaps{0};
+    std::atomic<int> done{0};
+    for (int i = 0; i < 600; ++i) {
+        const auto lane = i % 3 == 0 ? cmn::Lane::slow : cmn::Lane::quick;
+        queue->post(
+            [&, i, lane] {
+                overlaps += ++inside > 1 ? 1 : 0;
+                order.push_back(i);
+                (lane == cmn::Lane::slow ? slow : quick).insert(std::this_thread::get_id());
+                --inside;
+                ++done;
+            },
+            lane);
+    }
+    ASSERT_TRUE(WaitFor([&] { return done == 600; }));
+    EXPECT_EQ(overlaps, 0);
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+    for (const std::thread::id thread : slow) {
+        EXPECT_EQ(quick.count(thread), 0u);
+    }
+}
+
+TEST_F(LinuxDispatchTest, StopDropsWhatWaitsBehindATaskOfEitherLane) {
+    for (const auto lane : {cmn::Lane::quick, cmn::Lane::slow}) {
+        const auto own = std::make_shared<cmn::LinuxDispatch>();
+        const auto queue = own->createSerialQueue();
+        const auto owned = std::make_shared<int>(1);
+        const auto never = own->createSemaphore(0);
+        std::promise<void> inside;
+        queue->post(
+            [&] {
+                inside.set_value();
+                never->wait(1h);
+            },
+            lane);
+        for (const auto waiting : {cmn::Lane::quick, cmn::Lane::slow, cmn::Lane::quick}) {
+            queue->post([owned, queue] { ADD_FAILURE(); }, waiting);
+        }
+        inside.get_future().get();
+        own->stop();
+        EXPECT_EQ(owned.use_count(), 1);
+    }
+}
+
 TEST_F(LinuxDispatchTest, ASerialQueueThatIsDroppedStillRunsItsTasks) {
     std::atomic<int> done{0};
     for (int i = 0; i < 10; ++i) {

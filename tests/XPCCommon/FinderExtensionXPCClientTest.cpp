@@ -305,6 +305,17 @@ TEST_F(FinderExtensionXPCClientTest, MayBeAskedFromTheMainQueueAndFromATask) {
     EXPECT_EQ(inTask, 0);
 }
 
+TEST_F(FinderExtensionXPCClientTest, MoreTasksThanThreadsThatAskAtTheSameTimeAreAllAnswered) {
+    const auto client = connectedClient();
+    service.versionDelay = service.requestDelay = 1ms;
+    int answered = 0;
+    for (int i = 0; i < 64; ++i) {
+        dispatch->async(cmn::QueuePriority::normal, [&] { answered += client->decrypt("/d") == 0 ? 1 : 0; });
+    }
+    dispatch->advance(64 * 2ms);
+    EXPECT_EQ(answered, 64);
+}
+
 TEST_F(FinderExtensionXPCClientTest, IsItsOwnDelegateForTheEncryptionStatus) {
     const auto client = connectedClient();
     client->checkEncryptionStatus("/e");

@@ -91,7 +91,7 @@ void ScriptedFinderExtension::answer(bool wanted, std::chrono::nanoseconds delay
     if (delay.count() == 0) {
         send();
     } else {
-        dispatch_->after(delay, cmn::QueuePriority::normal, std::move(send));
+        dispatch_->deliver(delay, std::move(send));
     }
 }
 

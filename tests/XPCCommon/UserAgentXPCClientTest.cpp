@@ -277,8 +277,7 @@ TEST_F(UserAgentXPCClientTest, AnAbsentDaemonIsTriedForEverWithoutGrowth) {
     daemon.present = false;
     // An absent service invalidates every connection soon after it is resumed.
     daemon.transport()->onConnection = [&](const std::shared_ptr<fake::XPCConnection>& connection) {
-        dispatch->async(cmn::QueuePriority::normal,
-                        [weak = std::weak_ptr(connection)] { weak.lock()->sendInvalidation(); });
+        dispatch->deliver(0ns, [weak = std::weak_ptr(connection)] { weak.lock()->sendInvalidation(); });
     };
     const int before = fake::XPCConnection::alive();
     const auto client = connectedClient();
@@ -296,7 +295,7 @@ TEST_F(UserAgentXPCClientTest, AnAbsentDaemonIsTriedForEverWithoutGrowth) {
 TEST_F(UserAgentXPCClientTest, ADroppedClientIsGoneAfterItsLastReconnectAlsoWithoutADaemon) {
     daemon.present = false;
     daemon.transport()->onConnection = [&](const std::shared_ptr<fake::XPCConnection>& connection) {
-        dispatch->async(cmn::QueuePriority::normal, [weak = std::weak_ptr(connection)] {
+        dispatch->deliver(0ns, [weak = std::weak_ptr(connection)] {
             if (const auto alive = weak.lock()) {
                 alive->sendInvalidation();
             }

@@ -261,7 +261,7 @@ TEST_F(UserAgentXPCServerTest, GetURLTakesAnAnswerWithinTheThreeSeconds) {
     extractor->answers = false;
     const auto server = makeServer();
     connect()->setURLExtractor(extractor, [](bool) {});
-    dispatch->after(3s - 1ns, cmn::QueuePriority::normal, [&] { extractor->replies.at(0)("just in time"); });
+    dispatch->deliver(3s - 1ns, [&] { extractor->replies.at(0)("just in time"); });
     EXPECT_EQ(server->getURL("Safari"), "just in time");
 }
 

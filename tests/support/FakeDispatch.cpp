@@ -20,6 +20,7 @@ namespace fake {
 // gives the turn back to the driver.
 class Dispatch::Scheduler {
  public:
+    explicit Scheduler(std::size_t threads) : threads_(threads) {}
     ~Scheduler() {
         for (const auto& worker : workers_) {
             worker->thread.join();
@@ -133,7 +134,8 @@ class Dispatch::Scheduler {
         const auto expiring =
             std::min_element(waiters_.begin(), waiters_.end(),
                              [](const auto* a, const auto* b) { return a->deadline < b->deadline; });
-        const auto first = entries_.begin();
+        const auto first = std::find_if(entries_.begin(), entries_.end(),
+                                        [this](const auto& entry) { return hasThread(entry.second.queue); });
         if (first != entries_.end() && first->first <= limit &&
             (expiring == waiters_.end() || first->first <= (*expiring)->deadline)) {
             now_ = std::max(now_, first->first);
@@ -150,6 +152,20 @@ class Dispatch::Scheduler {
             return true;
         }
         return false;
+    }
+
+    bool hasThread(Queue queue) const {
+        const auto occupied = std::count_if(waiters_.begin(), waiters_.end(), [queue](const Waiter* waiter) {
+            return waiter->worker->queue == queue;
+        });
+        switch (queue) {
+            case Queue::transport:
+                return true;
+            case Queue::main:
+                return occupied == 0;
+            default:
+                return static_cast<std::size_t>(occupied) < threads_;
+        }
     }
 
     // Called by the driver: returns when the worker waits or is done.
@@ -203,6 +219,7 @@ class Dispatch::Scheduler {
 
     static thread_local Worker* t_worker;
 
+    const std::size_t threads_;
     mutable std::mutex mutex_;
     std::condition_variable turnChanged_;
     std::multimap<std::chrono::nanoseconds, Entry> entries_;  // by due time, in order of arrival
@@ -229,7 +246,7 @@ class Dispatch::Semaphore : public cmn::Semaphore {
     long count_;  // guarded by the scheduler
 };
 
-Dispatch::Dispatch() : scheduler_(std::make_shared<Scheduler>()) {}
+Dispatch::Dispatch(std::size_t threads) : scheduler_(std::make_shared<Scheduler>(threads)) {}
 
 Dispatch::~Dispatch() {
     close();
@@ -250,6 +267,10 @@ void Dispatch::after(std::chrono::nanoseconds delay, cmn::QueuePriority priority
 
 void Dispatch::asyncMain(Task task) {
     scheduler_->add(std::chrono::nanoseconds(0), Queue::main, std::move(task));
+}
+
+void Dispatch::deliver(std::chrono::nanoseconds delay, Task task) {
+    scheduler_->add(delay, Queue::transport, std::move(task));
 }
 
 std::shared_ptr<cmn::Semaphore> Dispatch::createSemaphore(long count) {

@@ -14,9 +14,12 @@ namespace fake {
 // moves on without anybody sleeping. The same test therefore always takes the same course. Tasks may be added
 // from any thread; one thread at a time drives. Waiting outside of tasks drives, too. Fails the test for an
 // empty task, a negative delay and a task that throws.
+//
+// A task that waits occupies a thread of its queue: when all of them are, the queue's other tasks run later.
 class Dispatch : public cmn::Dispatch {
  public:
-    Dispatch();
+    // So many threads has each priority; the main queue has one.
+    explicit Dispatch(std::size_t threads = 4);
     ~Dispatch() override;
 
     // Ends the waits of tasks as if their time had run out, drops the tasks that never ran and ignores later
@@ -27,6 +30,9 @@ class Dispatch : public cmn::Dispatch {
     void after(std::chrono::nanoseconds delay, cmn::QueuePriority priority, Task task) override;
     void asyncMain(Task task) override;
     std::shared_ptr<cmn::Semaphore> createSemaphore(long count) override;
+
+    // What a transport does, after `delay`: replies and handlers. Runs on threads of the transport's own.
+    void deliver(std::chrono::nanoseconds delay, Task task);
 
     // Runs what is due now, and what that adds for now, until nothing is.
     void runUntilIdle();
@@ -39,7 +45,7 @@ class Dispatch : public cmn::Dispatch {
     std::size_t waiting() const;  // tasks that wait for a semaphore
 
     // What the running task was queued for; to be asked from inside a task.
-    enum class Queue { normal, high, main };
+    enum class Queue { normal, high, main, transport };
     Queue currentQueue() const;
 
  private:

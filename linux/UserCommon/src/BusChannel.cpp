@@ -156,8 +156,9 @@ void BusChannel::fail(const ServiceRequest& request, const bus::Error& error) {
 }
 
 void BusChannel::deliver(bus::Question question, ExportedObjects::Found found, std::shared_ptr<Place> place) {
-    queue_->post([self = shared_from_this(), question = std::move(question), found = std::move(found),
-                  place = std::move(place)] {
+    const Lane lane = found.method->slow ? Lane::slow : Lane::quick;
+    auto task = [self = shared_from_this(), question = std::move(question), found = std::move(found),
+                 place = std::move(place)] {
         if (!self->accepts(question)) {
             return;
         }
@@ -171,7 +172,8 @@ void BusChannel::deliver(bus::Question question, ExportedObjects::Found found, s
             self->logFailure(question, "not a standard exception");
             question.fail({bus::error::kFailed, "not a standard exception"});
         }
-    });
+    };
+    queue_->post(std::move(task), lane);
 }
 
 void BusChannel::logFailure(const bus::Question& question, std::string_view why) const {

@@ -1,6 +1,7 @@
 #include "linux_usercommon/LinuxDispatch.h"
 
 #include <algorithm>
+#include <array>
 #include <thread>
 #include <utility>
 
@@ -11,15 +12,18 @@ namespace cmn {
 
 namespace {
 
-std::shared_ptr<TaskPool> CreatePool(unsigned fewestThreads) {
-    return std::make_shared<TaskPool>(std::max(fewestThreads, std::thread::hardware_concurrency()));
+std::shared_ptr<TaskPool> CreatePool() {
+    return std::make_shared<TaskPool>(
+        std::max(LinuxDispatch::kDefaultThreads, std::thread::hardware_concurrency()));
 }
 
 }  // namespace
 
-LinuxDispatch::LinuxDispatch(unsigned fewestThreads)
-    : normal_(CreatePool(fewestThreads)),
-      high_(CreatePool(kDefaultThreads)),
+LinuxDispatch::LinuxDispatch(unsigned slowThreads)
+    : normal_(CreatePool()),
+      high_(CreatePool()),
+      quick_(CreatePool()),
+      slow_(std::make_shared<TaskPool>(slowThreads)),
       semaphores_(std::make_shared<SemaphoreRoom>()),
       main_(std::make_shared<QtTaskQueue>()) {}
 
@@ -44,14 +48,19 @@ std::shared_ptr<Semaphore> LinuxDispatch::createSemaphore(long count) {
 }
 
 std::shared_ptr<SerialQueue> LinuxDispatch::createSerialQueue() {
-    return std::make_shared<SerialQueue>(normal_);
+    return std::make_shared<SerialQueue>(quick_, slow_);
 }
 
 void LinuxDispatch::stop() {
+    const std::array<TaskPool*, 4> pools{high_.get(), normal_.get(), slow_.get(), quick_.get()};
+    for (TaskPool* const pool : pools) {
+        pool->close();
+    }
     semaphores_->close();
     main_->stop();
-    high_->stop();
-    normal_->stop();
+    for (TaskPool* const pool : pools) {
+        pool->stop();
+    }
 }
 
 }  // namespace cmn

@@ -7,7 +7,7 @@
 
 namespace cmn {
 
-// One turn handed to the pool. A pool that stops destroys it without running it: then nothing will ever run
+// One turn handed to a pool. A pool that stops destroys it without running it: then nothing will ever run
 // the tasks, and what they own is let go.
 class SerialQueue::Turn {
  public:
@@ -26,28 +26,30 @@ class SerialQueue::Turn {
     std::shared_ptr<SerialQueue> queue_;
 };
 
-SerialQueue::SerialQueue(std::shared_ptr<TaskPool> pool) : pool_(std::move(pool)) {}
+SerialQueue::SerialQueue(std::shared_ptr<TaskPool> quick, std::shared_ptr<TaskPool> slow)
+    : quick_(std::move(quick)), slow_(std::move(slow)) {}
 
-void SerialQueue::post(Task task) {
+void SerialQueue::post(Task task, Lane lane) {
     {
         const std::lock_guard lock(mutex_);
-        tasks_.push_back(std::move(task));
+        tasks_.push_back({std::move(task), lane});
         if (std::exchange(scheduled_, true)) {
             return;
         }
     }
-    schedule();
+    schedule(lane);
 }
 
-void SerialQueue::schedule() {
-    pool_->post([turn = std::make_shared<Turn>(shared_from_this())] { turn->run(); });
+void SerialQueue::schedule(Lane lane) {
+    TaskPool& pool = lane == Lane::slow ? *slow_ : *quick_;
+    pool.post([turn = std::make_shared<Turn>(shared_from_this())] { turn->run(); });
 }
 
 void SerialQueue::runOne() {
     Task task;
     {
         const std::lock_guard lock(mutex_);
-        task = std::move(tasks_.front());
+        task = std::move(tasks_.front().task);
         tasks_.pop_front();
     }
     try {
@@ -56,18 +58,20 @@ void SerialQueue::runOne() {
         TLOG_ERROR("Task -- failed: {}", e.what());
     }
     task = nullptr;  // what it owned is let go before the next task runs
+    Lane next = Lane::quick;
     {
         const std::lock_guard lock(mutex_);
         if (tasks_.empty()) {
             scheduled_ = false;
             return;
         }
+        next = tasks_.front().lane;
     }
-    schedule();
+    schedule(next);
 }
 
 void SerialQueue::discard() {
-    std::deque<Task> dropped;
+    std::deque<Entry> dropped;
     const std::lock_guard lock(mutex_);
     dropped.swap(tasks_);
     scheduled_ = false;

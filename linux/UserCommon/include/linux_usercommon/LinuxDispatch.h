@@ -19,10 +19,10 @@ class LinuxDispatch final : public Dispatch {
     // Enough for a client: validations of connections occupy a thread for seconds while they wait.
     static constexpr unsigned kDefaultThreads = 4;
 
-    // To be created on the main thread; its event loop may start later. `fewestThreads` serve the
-    // queue of normal priority, where requests are handled: a service that blocks in them wants as many as it
-    // serves peers in parallel. Throws std::system_error when the threads cannot be had.
-    explicit LinuxDispatch(unsigned fewestThreads = kDefaultThreads);
+    // To be created on the main thread; its event loop may start later. At most `slowThreads` run the slow
+    // tasks of serial queues: a service wants as many as it serves peers in parallel. Throws
+    // std::system_error when not even one thread of each kind can be had.
+    explicit LinuxDispatch(unsigned slowThreads = kDefaultThreads);
     // May run on any thread, also within a task.
     ~LinuxDispatch() override;
 
@@ -31,7 +31,8 @@ class LinuxDispatch final : public Dispatch {
     void asyncMain(Task task) override;
     std::shared_ptr<Semaphore> createSemaphore(long count) override;
 
-    // A queue of its own on the threads of normal priority.
+    // A queue of its own. Nothing but tasks of such queues runs on its threads: whatever else is busy or
+    // waits, the quick tasks are run.
     std::shared_ptr<SerialQueue> createSerialQueue();
     const std::shared_ptr<TaskPool>& pool() const { return normal_; }
 
@@ -44,6 +45,8 @@ class LinuxDispatch final : public Dispatch {
 
     const std::shared_ptr<TaskPool> normal_;
     const std::shared_ptr<TaskPool> high_;
+    const std::shared_ptr<TaskPool> quick_;
+    const std::shared_ptr<TaskPool> slow_;
     const std::shared_ptr<SemaphoreRoom> semaphores_;
     const std::shared_ptr<QtTaskQueue> main_;
 };

@@ -5,20 +5,18 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <thread>
-#include <vector>
 
 namespace cmn {
 
-// A fixed number of threads that run tasks, timers and asio operations. Owned by a shared pointer.
-// Thread-safe.
+// Threads that run tasks, timers and asio operations. One is there from the beginning; the others are made
+// when a task finds none idle, and stay. Owned by a shared pointer. Thread-safe.
 class TaskPool {
  public:
     using Task = std::function<void()>;
 
-    // Throws std::system_error when the threads cannot be had.
-    explicit TaskPool(std::size_t threads);
+    // Throws std::system_error when the first thread cannot be had. One that cannot be had later is a line in
+    // the log: the task waits for one of those that there are.
+    explicit TaskPool(std::size_t mostThreads);
     // As `stop`; may run on a thread of the pool.
     ~TaskPool();
     TaskPool(const TaskPool&) = delete;
@@ -27,20 +25,22 @@ class TaskPool {
     void post(Task task);
     void after(std::chrono::nanoseconds delay, Task task);
 
-    // Waits for the tasks that run, destroys those that do not run yet and ignores later ones.
+    // Begins no further task and ignores later ones.
+    void close();
+    // The same; waits for the tasks that run and destroys those that did not.
     void stop();
 
     // Only for operations started on a thread of the pool.
-    boost::asio::io_context& context() { return *context_; }
+    boost::asio::io_context& context();
 
  private:
+    class Crew;
+
     void endThreads();
 
-    // The threads share it: the last one may end after the pool.
+    // The threads share both: the last one may end after the pool.
     std::shared_ptr<boost::asio::io_context> context_;
-    std::vector<std::thread> threads_;
-    std::mutex mutex_;  // held while something is handed to the context, so that nothing is after `stop`
-    bool stopped_ = false;
+    const std::shared_ptr<Crew> crew_;
 };
 
 }  // namespace cmn

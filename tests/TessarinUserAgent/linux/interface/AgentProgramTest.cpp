@@ -260,8 +260,10 @@ TEST_F(AgentProgramTest, ThreadsThatCannotBeHadAreAFailureOfTheStart) {
     for (const auto& entry : {folder.path(), fs::path(home())}) {
         ASSERT_EQ(::chown(entry.c_str(), number, 0), 0);
     }
+    // A number between is enough or not: threads that the queues make on demand take part in the race.
+    constexpr int kMost = 20;
     std::vector<int> enough;
-    for (int count = 1; count <= 16; ++count) {
+    for (int count = 1; count <= kMost; ++count) {
         removeLog();
         const auto agent = start({"setpriv", "--reuid=" + user, "--regid=0", "--clear-groups", "prlimit",
                                   "--nproc=" + std::to_string(count)});
@@ -273,13 +275,13 @@ TEST_F(AgentProgramTest, ThreadsThatCannotBeHadAreAFailureOfTheStart) {
             EXPECT_THAT(log(), Contains(testing::MatchesRegex(
                                    "\\[ERROR\\] .* -- thread constructor failed: Resource temporarily .*")))
                 << count;
-            EXPECT_THAT(enough, testing::IsEmpty()) << count << " are not enough?";
         } else {
             enough.push_back(count);
             End(*agent);
         }
     }
-    EXPECT_THAT(enough, testing::Each(testing::Gt(8))) << "its pools alone have eight threads";
+    EXPECT_THAT(enough, testing::Each(testing::Gt(4))) << "its queues alone have four threads";
+    EXPECT_THAT(enough, Contains(kMost));
 }
 
 }  // namespace
