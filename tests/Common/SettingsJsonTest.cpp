@@ -69,6 +69,7 @@ TSettings Full() {
     s.IsExtensionMenuAvailable = true;
     s.IsExtensionIconsAvailable = true;
     s.AgentIconDisable = true;
+    s.RequireRootServices = true;
     return s;
 }
 
@@ -87,7 +88,7 @@ constexpr auto kFullJson = R"({
     "Products": [{"Name": "Name", "Version": "Version", "InstallPath": "Path", "NativeName": "Native",
                   "LastFailedVersion": "Failed"}],
     "IsDaemon": true, "DeviceId": 12, "IsExtensionMenuAvailable": true, "IsExtensionIconsAvailable": true,
-    "AgentIconDisable": true
+    "AgentIconDisable": true, "RequireRootServices": true
 })";
 
 // The keys in the order of the record, and how a value of each may look that is of none of its types.
@@ -145,6 +146,7 @@ const std::vector<Key>& Keys() {
         {"IsExtensionMenuAvailable", kBool, false},
         {"IsExtensionIconsAvailable", kBool, false},
         {"AgentIconDisable", kBool, false},
+        {"RequireRootServices", kBool, true},
     };
     return keys;
 }
@@ -195,7 +197,7 @@ TEST(SettingsJsonTest, EachKeyReadsIntoItsOwnFieldAlone) {
         if (key.written)
             outcomes.insert(ObjectToJson(settings));
     }
-    EXPECT_EQ(outcomes.size(), 28U);
+    EXPECT_EQ(outcomes.size(), 29U);
 }
 
 TEST(SettingsJsonTest, PassesOverUnknownKeysAndOtherCases) {
@@ -266,8 +268,10 @@ TEST(SettingsJsonTest, WritesTheKeysInTheOrderOfTheRecordWithoutTheDaemonsOwn) {
         if (key.written)
             expected.emplace_back(key.name);
     }
-    EXPECT_EQ(expected.size(), 28U);
+    EXPECT_EQ(expected.size(), 29U);
     EXPECT_THAT(WrittenKeys(Full()), ElementsAreArray(expected));
+    ASSERT_EQ(expected.back(), "RequireRootServices");
+    expected.pop_back();  // only who has set it finds it in the file
     EXPECT_THAT(WrittenKeys(TSettings()), ElementsAreArray(expected));
 }
 

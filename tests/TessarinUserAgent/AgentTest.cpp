@@ -174,6 +174,21 @@ TEST_F(AgentTest, LevelTraceAndDebugShowTheStartLineAndTheQuestionsOfTheDaemon) 
     }
 }
 
+TEST_F(AgentTest, AsksForRootsServicesAloneWhenTheSettingsSaySo) {
+    platform.daemon.transport()->service = cmn::XPCPeer{.userID = 4711};
+    for (const bool required : {false, true}) {
+        platform.settingsRecord.RequireRootServices = required;
+        platform.application = [&] {
+            platform.daemon.dispatch()->runUntilIdle();
+            EXPECT_EQ(platform.daemon.hasExtractor(), !required);
+            platform.daemon.dropExtractor();
+            return 0;
+        };
+        useragent::RunAgent(platform);
+    }
+    EXPECT_TRUE(log.contains("so it is not used"));
+}
+
 TEST_F(AgentTest, EachLineOfTheStartAndOfTheQuestionsHasItsLevel) {
     useragent::RunAgent(platform);  // names the log file
     const auto linesAt = [this](const char* level) {

@@ -31,7 +31,7 @@ class AppDelegateTest : public testing::Test {
             std::make_shared<useragent::AppMenu>(menu.make()),
             dispatch,
             service.transport(),
-            {[] { return cmn::proto::TSettings(); }, [] { return useragent::WallTime(); }}});
+            {[this] { return settings(); }, [] { return useragent::WallTime(); }}});
     }
     // Launched, connected, refreshed once.
     void launch() {
@@ -57,6 +57,7 @@ class AppDelegateTest : public testing::Test {
     ScriptedFinderExtension service{dispatch};
     std::shared_ptr<fake::Interface> interface = std::make_shared<fake::Interface>();
     fake::Menu menu;
+    std::function<cmn::proto::TSettings()> settings = [] { return cmn::proto::TSettings(); };
     std::shared_ptr<useragent::AppDelegate> delegate;
 };
 
@@ -91,6 +92,27 @@ TEST_F(AppDelegateTest, LaunchingShowsTheItemAndRefreshesItOnceTheLaunchHasRetur
     dispatch->runUntilIdle();
     EXPECT_THAT(interface->images, ElementsAre(StatusImage::menuIcon, StatusImage::menuIconRed));
     EXPECT_EQ(menu.fulldisk->contents.size(), 1U);
+}
+
+TEST_F(AppDelegateTest, AsksRootsServiceAloneWhenTheSettingsSaySo) {
+    service.transport()->service = cmn::XPCPeer{.userID = 4711};
+    settings = [] {
+        cmn::proto::TSettings required;
+        required.RequireRootServices = true;
+        return required;
+    };
+    launch();
+    delegate->updateMenu();
+    EXPECT_THAT(service.messages(), ElementsAre("version")) << "of the new connection's check";
+}
+
+TEST_F(AppDelegateTest, LaunchesWithoutSettings) {
+    fake::LogCapture log;
+    settings = []() -> cmn::proto::TSettings { throw std::runtime_error("broken"); };
+    service.transport()->service = cmn::XPCPeer{.userID = 4711};
+    launch();
+    EXPECT_EQ(log.count("The settings cannot be read: broken"), 1U);
+    EXPECT_THAT(service.messages(), Contains("checkFullDiskAccess"));
 }
 
 TEST_F(AppDelegateTest, URLsFromBeforeTheLaunchAreOpenedInTheirOrderAfterTheFirstRefresh) {

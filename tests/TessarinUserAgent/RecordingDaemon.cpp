@@ -73,8 +73,12 @@ std::vector<SentURL> RecordingDaemon::sent() {
 
 void RecordingDaemon::awaitExtractor() {
     dispatch_->runUntilIdle();
+    ASSERT_TRUE(hasExtractor()) << "the agent registers its extractor as soon as it is connected";
+}
+
+bool RecordingDaemon::hasExtractor() {
     const std::lock_guard lock(state_->mutex);
-    ASSERT_TRUE(state_->extractor) << "the agent registers its extractor as soon as it is connected";
+    return state_->extractor != nullptr;
 }
 
 void RecordingDaemon::dropExtractor() {

@@ -45,6 +45,7 @@ class RecordingDaemon {
 
     // Runs the agent's queues until it has registered its extractor.
     void awaitExtractor();
+    bool hasExtractor();
     // Forgets the extractor, which keeps the agent's watcher alive, as a daemon that ends does.
     void dropExtractor();
     // What the extractor answers.

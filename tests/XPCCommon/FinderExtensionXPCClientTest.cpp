@@ -24,8 +24,9 @@ class FinderExtensionXPCClientTest : public testing::Test {
  protected:
     void TearDown() override { dispatch->close(); }
 
-    std::shared_ptr<cmn::FinderExtensionXPCClient> makeClient() {
-        return std::make_shared<cmn::FinderExtensionXPCClient>(dispatch, service.transport());
+    std::shared_ptr<cmn::FinderExtensionXPCClient> makeClient(
+        cmn::ServiceOwners owners = cmn::ServiceOwners::anybody) {
+        return std::make_shared<cmn::FinderExtensionXPCClient>(dispatch, service.transport(), owners);
     }
     // Its validation has not run yet: nothing but what the test asks reaches the service.
     std::shared_ptr<cmn::FinderExtensionXPCClient> connectedClient() {
@@ -183,6 +184,44 @@ TEST_F(NeutralAnswersTest, AreReturnedWithoutAConnection) {
     client->checkEncryptionStatus("/e");
     client->sendLogMessage("text", "Info");
     EXPECT_THAT(service.messages(), IsEmpty());
+}
+
+TEST_F(NeutralAnswersTest, AreReturnedWhenTheServiceIsNotRootsThoughItMustBe) {
+    fake::LogCapture log;
+    const auto client = makeClient(cmn::ServiceOwners::root);
+    for (const auto owner : {std::optional<cmn::XPCPeer>(), std::optional(cmn::XPCPeer{.userID = 4711})}) {
+        service.transport()->service = owner;
+        client->connect();
+        dispatch->runUntilIdle();
+        EXPECT_FALSE(client->connected());
+        ExpectNeutralAnswers(*client, *dispatch);
+        client->checkEncryptionStatus("/e");
+        client->sendLogMessage("text", "Info");
+    }
+    EXPECT_THAT(service.messages(), ElementsAre("version", "version")) << "of the validations";
+    EXPECT_EQ(
+        log.count("The service com.tessarin.FinderExtension is run by the user with the id 4711 and not "
+                  "by root, so it is not used"),
+        1U);
+    service.transport()->service = cmn::XPCPeer{.userID = 0};
+    client->connect();
+    dispatch->runUntilIdle();
+    EXPECT_TRUE(client->connected());
+    EXPECT_EQ(client->getFileFilters("/f"), service.records);
+}
+
+TEST_F(FinderExtensionXPCClientTest, AServiceThatIsNotRootsIsToldOnceAndUsed) {
+    fake::LogCapture log;
+    service.transport()->service = cmn::XPCPeer{.userID = 4711};
+    const auto client = validatedClient();
+    service.transport()->lastConnection()->sendInterruption();
+    dispatch->advance(3s);
+    EXPECT_TRUE(client->connected());
+    EXPECT_EQ(
+        log.count("The service com.tessarin.FinderExtension is run by the user with the id 4711 and not "
+                  "by root: that user gets"),
+        1U);
+    EXPECT_EQ(client->decrypt("/d"), 0);
 }
 
 TEST_F(NeutralAnswersTest, AreReturnedWhenTheVersionIsNotAnswered) {

@@ -168,7 +168,8 @@ class Packaging(unittest.TestCase):
         self.assertLessEqual({*settings, *settings["Products"][0]}, declared)
         not_written = {"DeviceName", "DeviceId", "DisabledFolders", "IsExtensionMenuAvailable", "LastFsStateTag",
                        "IsExtensionIconsAvailable", "AgentIconDisable", "PollFiltersTimeout", "RateLimitTimeout",
-                       "RepeatIterationTimeout", "ScanRootFolderType", "ServerUser", "ServerPassword", "StateFile"}
+                       "RepeatIterationTimeout", "RequireRootServices", "ScanRootFolderType", "ServerUser",
+                       "ServerPassword", "StateFile"}
         self.assertEqual(set(settings), declared - not_written - set(settings["Products"][0]))
 
     def test_bus_policy_is_well_formed_and_names_both_services(self) -> None:

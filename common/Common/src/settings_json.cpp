@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 
 #include "common/json.h"
@@ -48,7 +49,7 @@ constexpr auto kSettingsFields = std::make_tuple(
     SETTINGS_FIELD(SystemProcesses), SETTINGS_FIELD(DisabledFolders), SETTINGS_FIELD(LastFsStateTag),
     SETTINGS_FIELD(Products), SETTINGS_FIELD(IsDaemon), SETTINGS_FIELD(DeviceId),
     SETTINGS_FIELD(IsExtensionMenuAvailable), SETTINGS_FIELD(IsExtensionIconsAvailable),
-    SETTINGS_FIELD(AgentIconDisable));
+    SETTINGS_FIELD(AgentIconDisable), SETTINGS_FIELD(RequireRootServices));
 
 #undef SETTINGS_FIELD
 #undef PRODUCT_FIELD
@@ -69,6 +70,9 @@ constexpr std::array<std::string_view, 14> kNeverWritten{"DeviceName",
                                                          "ServerUser",
                                                          "ServerPassword",
                                                          "StateFile"};
+
+// Written when somebody has set it only: the files of those who have not stay as they are.
+constexpr std::string_view kWrittenWhenSet = "RequireRootServices";
 
 template <class Fields, std::size_t... I>
 constexpr auto KeysOf(const Fields& fields, std::index_sequence<I...>) {
@@ -117,8 +121,11 @@ void WriteFields(PrettyWriter& writer, const Fields& fields, const Record& recor
     const auto write = [&](const auto& field) {
         if (std::find(kNeverWritten.begin(), kNeverWritten.end(), field.key) != kNeverWritten.end())
             return;
+        const auto& value = record.*field.member;
+        if (field.key == kWrittenWhenSet && value == std::decay_t<decltype(value)>())
+            return;
         writer.Key(field.key.data(), static_cast<rapidjson::SizeType>(field.key.size()));
-        toJson(writer, record.*field.member);
+        toJson(writer, value);
     };
     std::apply([&](const auto&... field) { (write(field), ...); }, fields);
     writer.EndObject();

@@ -48,14 +48,17 @@ std::optional<std::string> AgentFacts::bundleShortVersion() {
 
 namespace {
 
-void StartLog(AgentFacts& facts) {
-    SetLogLevel(LogLevelFromString(facts.settings().LogLevel));
+// Returns the settings, which are asked for once.
+cmn::proto::TSettings StartLog(AgentFacts& facts) {
+    auto settings = facts.settings();
+    SetLogLevel(LogLevelFromString(settings.LogLevel));
     SetLogPath(LogStem(facts.executablePath()).c_str());
     LogStartMessage();
     TLOG_INFO("Starting TessarinUserAgent {}", facts.bundleShortVersion().value_or("????"));
+    return settings;
 }
 
-int Run(AgentPlatform& platform) {
+int Run(AgentPlatform& platform, cmn::ServiceOwners serviceOwners) {
     const std::shared_ptr<Accessibility> accessibility = platform.accessibility();
     RequestAccesibilityPermission(*accessibility);
 
@@ -73,7 +76,7 @@ int Run(AgentPlatform& platform) {
             TLOG_DEBUG("{}", cmn::EscapeControls(url));
             return url;
         },
-        dispatch, platform.transport());
+        dispatch, platform.transport(), serviceOwners);
     watcher->setXPCClient(client);
     // Then the watcher stops, and the locals go in the reverse order of their creation: client, watcher.
     return platform.runApplication();
@@ -105,8 +108,8 @@ int EndWithFailuresLogged(const std::function<int()>& run) {
 int RunAgent(AgentPlatform& platform) {
     std::signal(SIGTERM, SigtermHandler);
     return EndWithFailuresLogged([&] {
-        StartLog(platform);
-        return Run(platform);
+        const auto settings = StartLog(platform);
+        return Run(platform, cmn::OwnersOf(settings));
     });
 }
 

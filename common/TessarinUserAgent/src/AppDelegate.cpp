@@ -38,14 +38,23 @@ AppDelegate::AppDelegate(Environment environment) : environment_(std::move(envir
 AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching() {
-    xpcClient_ =
-        std::make_shared<cmn::FinderExtensionXPCClient>(environment_.dispatch, environment_.transport);
+    xpcClient_ = std::make_shared<cmn::FinderExtensionXPCClient>(environment_.dispatch,
+                                                                 environment_.transport, serviceOwners());
     xpcClient_->connect();
     statusItem_ = environment_.interface->createStatusItem(whileAlive(&AppDelegate::menuNeedsUpdate));
     statusItem_->setImage(StatusImage::menuIcon);
     environment_.dispatch->asyncMain(whileAlive(&AppDelegate::updateMenu));
     openNextLater();
     environment_.interface->scheduleRepeatingTimer(kMenuUpdateInterval, whileAlive(&AppDelegate::updateMenu));
+}
+
+cmn::ServiceOwners AppDelegate::serviceOwners() const {
+    try {
+        return cmn::OwnersOf(environment_.properties.settings());
+    } catch (const std::exception& e) {
+        TLOG_WARN("The settings cannot be read: {}", e.what());
+        return cmn::OwnersOf({});
+    }
 }
 
 std::function<void()> AppDelegate::whileAlive(void (AppDelegate::*action)()) {

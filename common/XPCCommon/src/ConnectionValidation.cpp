@@ -8,11 +8,14 @@ namespace {
 
 constexpr std::chrono::seconds kRetryDelay{1};
 
-void AskVersion(XPCConnection& connection, const ConnectionValidation& validation,
+void AskVersion(const std::shared_ptr<XPCConnection>& connection, const ConnectionValidation& validation,
                 const std::shared_ptr<Semaphore>& answered) {
-    if (const auto proxy = connection.remoteObjectProxy(validation.onError)) {
-        proxy->version([weakConnected = validation.connected, answered](const std::string&) {
-            if (const auto connected = weakConnected.lock()) {
+    if (const auto proxy = connection->remoteObjectProxy(validation.onError)) {
+        proxy->version([weakConnection = std::weak_ptr(connection), weakConnected = validation.connected,
+                        accepts = validation.accepts, answered](const std::string&) {
+            const auto current = weakConnection.lock();
+            const bool accepted = !current || accepts(*current);
+            if (const auto connected = weakConnected.lock(); connected && accepted) {
                 *connected = true;
             }
             answered->signal();
@@ -30,7 +33,7 @@ void ValidateConnection(const std::shared_ptr<Dispatch>& dispatch,
               validation = std::move(validation)] {
         const auto answered = dispatch->createSemaphore(0);
         if (const auto current = weakConnection.lock()) {
-            AskVersion(*current, validation, answered);
+            AskVersion(current, validation, answered);
         } else {
             return;
         }

@@ -38,8 +38,10 @@ struct ReceivedAnswer {
 }  // namespace
 
 FinderExtensionXPCClient::FinderExtensionXPCClient(std::shared_ptr<Dispatch> dispatch,
-                                                   std::shared_ptr<XPCTransport> transport)
-    : XPCClient(std::move(dispatch), std::move(transport), kFinderExtensionXPCMachServiceName, true) {}
+                                                   std::shared_ptr<XPCTransport> transport,
+                                                   ServiceOwners owners)
+    : XPCClient(std::move(dispatch), std::move(transport), kFinderExtensionXPCMachServiceName, true),
+      ownerCheck_(kFinderExtensionXPCMachServiceName, owners) {}
 
 void FinderExtensionXPCClient::willResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
     connection->setRemoteObjectInterface(FinderExtensionXPCInterface());
@@ -51,6 +53,10 @@ void FinderExtensionXPCClient::didResumeConnection(const std::shared_ptr<XPCConn
                        {kFinderExtensionDeadline, std::shared_ptr<std::atomic<bool>>(self(), &connected_),
                         [](const RemoteError& error) {
                             SystemLog("Remote object proxy error --  " + error.recoverySuggestion);
+                        },
+                        [weakSelf = std::weak_ptr(self())](const XPCConnection& answered) {
+                            const auto client = weakSelf.lock();
+                            return client && client->ownerCheck_.review(answered);
                         }});
 }
 
@@ -74,9 +80,10 @@ void FinderExtensionXPCClient::afterVersion(std::function<void(const Proxy&)> ac
         SystemLog("Failed to get remote object -- " + error.description);
     };
     const auto current = connection();
-    const auto proxy = current ? std::dynamic_pointer_cast<FinderExtensionCommunicator>(
-                                     current->remoteObjectProxy(onError, deadline))
-                               : nullptr;
+    const auto proxy = current && ownerCheck_.allows(*current)
+                           ? std::dynamic_pointer_cast<FinderExtensionCommunicator>(
+                                 current->remoteObjectProxy(onError, deadline))
+                           : nullptr;
     if (proxy) {
         proxy->version([proxy, action = std::move(action)](const std::string&) { action(proxy); });
     }

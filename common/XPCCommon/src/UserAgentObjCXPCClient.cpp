@@ -21,20 +21,14 @@ constexpr std::chrono::nanoseconds kPastDeadline{-1};
 // What the reconnect is asked with; the base ignores it.
 constexpr int kUserAgentReconnectArgument = 5;
 
-std::shared_ptr<UserAgentProtocol> RemoteUserAgent(const std::shared_ptr<XPCConnection>& connection,
-                                                   RemoteErrorHandler onError) {
-    return connection ? std::dynamic_pointer_cast<UserAgentProtocol>(
-                            connection->remoteObjectProxy(std::move(onError)))
-                      : nullptr;
-}
-
 }  // namespace
 
 UserAgentObjCXPCClient::UserAgentObjCXPCClient(URLExtractorDelegate delegate,
                                                std::shared_ptr<Dispatch> dispatch,
-                                               std::shared_ptr<XPCTransport> transport)
+                                               std::shared_ptr<XPCTransport> transport, ServiceOwners owners)
     : XPCClient(std::move(dispatch), std::move(transport), kUserAgentMachServiceName, true),
-      delegate_(std::move(delegate)) {}
+      delegate_(std::move(delegate)),
+      ownerCheck_(kUserAgentMachServiceName, owners) {}
 
 void UserAgentObjCXPCClient::willResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
     connection->setRemoteObjectInterface(CreateUserAgentInterface());
@@ -43,7 +37,24 @@ void UserAgentObjCXPCClient::willResumeConnection(const std::shared_ptr<XPCConne
 void UserAgentObjCXPCClient::didResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
     setConnection(connection);
     validateConnection(connection);
-    setURLExtractor(std::make_shared<URLExtractorImpl>(delegate_));
+    if (ownerCheck_.allowed() == ServiceOwners::anybody) {
+        setURLExtractor(std::make_shared<URLExtractorImpl>(delegate_));
+    }
+}
+
+bool UserAgentObjCXPCClient::acceptService(const XPCConnection& connection) {
+    const bool accepted = ownerCheck_.review(connection);
+    if (accepted && ownerCheck_.allowed() == ServiceOwners::root) {
+        setURLExtractor(std::make_shared<URLExtractorImpl>(delegate_));
+    }
+    return accepted;
+}
+
+std::shared_ptr<UserAgentProtocol> UserAgentObjCXPCClient::remoteUserAgent(RemoteErrorHandler onError) const {
+    const auto current = connection();
+    return current && ownerCheck_.allows(*current)
+               ? std::dynamic_pointer_cast<UserAgentProtocol>(current->remoteObjectProxy(std::move(onError)))
+               : nullptr;
 }
 
 void UserAgentObjCXPCClient::validateConnection(const std::shared_ptr<XPCConnection>& connection) {
@@ -52,6 +63,10 @@ void UserAgentObjCXPCClient::validateConnection(const std::shared_ptr<XPCConnect
                         [](const RemoteError& error) {
                             TLOG_WARN("Remote object proxy error --  {}",
                                       EscapeControls(error.recoverySuggestion));
+                        },
+                        [weakSelf = std::weak_ptr(self())](const XPCConnection& answered) {
+                            const auto client = weakSelf.lock();
+                            return client && client->acceptService(answered);
                         }});
 }
 
@@ -61,7 +76,7 @@ void UserAgentObjCXPCClient::setURLExtractor(std::shared_ptr<URLExtractor> extra
         if (!client) {
             return;
         }
-        const auto proxy = RemoteUserAgent(client->connection(), [](const RemoteError& error) {
+        const auto proxy = client->remoteUserAgent([](const RemoteError& error) {
             TLOG_ERROR("Failed to get remote object -- {}", EscapeControls(error.recoverySuggestion));
         });
         const auto answered = client->dispatch()->createSemaphore(0);
@@ -78,7 +93,7 @@ void UserAgentObjCXPCClient::sendURL(const std::string& url, const std::string& 
         // The placeholder is written as it stands: the formatter knows braces only.
         TLOG_ERROR("Failed to get remote object -- %s");
     };
-    if (const auto proxy = RemoteUserAgent(connection(), onError)) {
+    if (const auto proxy = remoteUserAgent(onError)) {
         proxy->sendURL(url, browser, processID);
     } else {
         onError({});

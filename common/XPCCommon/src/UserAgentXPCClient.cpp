@@ -11,10 +11,10 @@ struct UserAgentXPCClientImpl {
 };
 
 UserAgentXPCClient::UserAgentXPCClient(URLExtractorDelegate urlExtractor, std::shared_ptr<Dispatch> dispatch,
-                                       std::shared_ptr<XPCTransport> transport)
+                                       std::shared_ptr<XPCTransport> transport, ServiceOwners owners)
     : impl_(std::make_shared<UserAgentXPCClientImpl>()) {
     impl_->client = std::make_shared<UserAgentObjCXPCClient>(std::move(urlExtractor), std::move(dispatch),
-                                                             std::move(transport));
+                                                             std::move(transport), owners);
     impl_->client->connect();
 }
 

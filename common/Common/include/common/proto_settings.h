@@ -66,6 +66,8 @@ struct TSettings {
     bool IsExtensionMenuAvailable = false;
     bool IsExtensionIconsAvailable = false;
     bool AgentIconDisable = false;
+    // An administrator's: the agent uses no service that is not root's. Written when it is true only.
+    bool RequireRootServices = false;
 
     bool operator==(const TSettings&) const = default;
 };

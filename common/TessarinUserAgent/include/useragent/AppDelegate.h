@@ -100,6 +100,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
         std::string activationToken;
     };
 
+    cmn::ServiceOwners serviceOwners() const;
     std::function<void()> whileAlive(void (AppDelegate::*action)());
     void windowWillClose(const Entry* entry);
     void openNextLater();

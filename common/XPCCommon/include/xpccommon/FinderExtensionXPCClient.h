@@ -11,17 +11,19 @@
 
 #include "usercommon/XPCClient.h"
 #include "xpccommon/FinderExtensionProtocol.h"
+#include "xpccommon/ServiceOwners.h"
 
 namespace cmn {
 
 // The agent's connection to "com.tessarin.FinderExtension". The requests with a result may be made on any
 // thread, the main one included: each blocks its caller for at most 100 ms and then returns the neutral
 // answer; a question is then given up. A service that is absent or slow cannot be told from a negative
-// answer. Reconnects for ever, also after `stop`.
+// answer, and one of somebody who is not allowed counts as absent. Reconnects for ever, also after `stop`.
 class FinderExtensionXPCClient final : public XPCClient, public FinderExtensionDelegate {
  public:
     // Does not connect.
-    FinderExtensionXPCClient(std::shared_ptr<Dispatch> dispatch, std::shared_ptr<XPCTransport> transport);
+    FinderExtensionXPCClient(std::shared_ptr<Dispatch> dispatch, std::shared_ptr<XPCTransport> transport,
+                             ServiceOwners owners = ServiceOwners::anybody);
 
     // Neutral answer: no records.
     std::vector<ScanRecord> getFileFilters(const std::string& path);
@@ -44,8 +46,8 @@ class FinderExtensionXPCClient final : public XPCClient, public FinderExtensionD
     void setCompleteblock(std::function<void(bool encrypted)> block);
     void didCheckEncryptionStatus(bool encrypted) override;
 
-    // True between an answered `version` and the next invalidation or interruption. For information only:
-    // requests are sent in any case.
+    // True between an answered `version` of a service that is allowed and the next invalidation or
+    // interruption. For information only: requests are sent in any case.
     bool connected() const { return connected_; }
 
     void willResumeConnection(const std::shared_ptr<XPCConnection>& connection) override;
@@ -65,6 +67,7 @@ class FinderExtensionXPCClient final : public XPCClient, public FinderExtensionD
     void connectionEnded(const char* message);
     std::shared_ptr<FinderExtensionXPCClient> self();
 
+    ServiceOwnerCheck ownerCheck_;
     std::atomic<bool> connected_{false};
 
     std::mutex blockMutex_;  // guards block_, never held across a call

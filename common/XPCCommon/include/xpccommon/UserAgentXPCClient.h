@@ -6,6 +6,7 @@
 
 #include "usercommon/Dispatch.h"
 #include "usercommon/XPCConnection.h"
+#include "xpccommon/ServiceOwners.h"
 #include "xpccommon/URLExtractorImpl.h"
 
 namespace cmn {
@@ -16,7 +17,8 @@ struct UserAgentXPCClientImpl;
 class UserAgentXPCClient {
  public:
     UserAgentXPCClient(URLExtractorDelegate urlExtractor, std::shared_ptr<Dispatch> dispatch,
-                       std::shared_ptr<XPCTransport> transport);
+                       std::shared_ptr<XPCTransport> transport,
+                       ServiceOwners owners = ServiceOwners::anybody);
 
     // Reports a browser's URL to the daemon. Never blocks and never fails: a report that cannot be delivered
     // is logged.
