@@ -57,14 +57,14 @@ ConnectionCore::CallId ConnectionCore::call(Message message, Deadline deadline, 
             error = Error{error::kDisconnected, "There is no connection"};
         } else if (!message) {
             error = Error{error::kLimitsExceeded, "The message is malformed or too large"};
-        } else if (turn == Turn::urgent || (inFlight_ < options_.mostInFlight && waiting_.empty())) {
-            error = start(*pending, std::move(message));
+        } else if (turn != Turn::usual || (inFlight_ < options_.mostInFlight && waiting_.empty())) {
+            error = start(*pending, std::move(message), turn);
         } else if (waiting_.size() >= kMostWaiting || waitingBytes_ + message.bytes() > kMostBytes) {
             error = Error{error::kLimitsExceeded, "Too many messages are waiting"};
         } else {
             waitingBytes_ += message.bytes();
             pending->message = std::move(message);
-            waiting_.push_back(id);
+            waiting_.insert(id);
         }
         if (error) {
             refused = std::move(pending);
@@ -78,21 +78,20 @@ ConnectionCore::CallId ConnectionCore::call(Message message, Deadline deadline, 
         }
     }
     if (refused) {
-        std::vector<Taken> calls;
-        calls.push_back(std::move(refused));
-        fail(std::move(calls), *error);
+        fail({Fails(std::move(refused))}, *error);
     }
     return id;
 }
 
-std::optional<Error> ConnectionCore::start(Pending& pending, Message message) {
+std::optional<Error> ConnectionCore::start(Pending& pending, Message message, Turn turn) {
     const std::size_t bytes = message.bytes();
-    if (!hasRoom(bytes)) {
+    if (!hasRoom(bytes) && turn != Turn::always) {
         return Error{error::kLimitsExceeded, "Too much is waiting to be sent"};
     }
     const int result =
         sd_bus_call_async(wire_->bus, &pending.slot, message.raw(), &onReply, &pending, UINT64_MAX);
     if (result < 0) {
+        wake();  // it may have been the end
         return Error{error::kFailed, "The message could not be sent: " + Describe(result)};
     }
     ++inFlight_;
@@ -102,16 +101,12 @@ std::optional<Error> ConnectionCore::start(Pending& pending, Message message) {
 
 void ConnectionCore::startWaiting() {
     while (state_ == State::ready && inFlight_ < options_.mostInFlight && !waiting_.empty()) {
-        const auto found = pending_.find(waiting_.front());
-        waiting_.pop_front();
-        if (found == pending_.end()) {
-            continue;  // it was given up
-        }
-        waitingBytes_ -= found->second->message.bytes();
-        if (auto error = start(*found->second, std::exchange(found->second->message, {}))) {
-            std::vector<Taken> calls;
-            calls.push_back(take(found->first));
-            fail(std::move(calls), *error);
+        const CallId id = *waiting_.begin();
+        Pending& pending = *pending_.at(id);
+        waiting_.erase(waiting_.begin());
+        waitingBytes_ -= pending.message.bytes();
+        if (auto error = start(pending, std::exchange(pending.message, {}), Turn::usual)) {
+            fail({Fails(take(id))}, *error);
         }
     }
 }
@@ -127,7 +122,7 @@ ConnectionCore::Taken ConnectionCore::take(CallId id) {
     if (call->slot != nullptr) {
         call->slot = sd_bus_slot_unref(call->slot);
         --inFlight_;
-    } else if (call->message) {
+    } else if (waiting_.erase(id) > 0) {
         waitingBytes_ -= call->message.bytes();
     }
     return call;
@@ -147,10 +142,12 @@ void ConnectionCore::cancelAll() {
 }
 
 void ConnectionCore::failAll(const Error& error) {
-    std::vector<Taken> calls;
+    std::vector<Failing> calls;
     {
         const std::lock_guard lock(wire_->mutex);
-        calls = takeAll();
+        for (Taken& call : takeAll()) {
+            calls.push_back(Fails(std::move(call)));
+        }
     }
     fail(std::move(calls), error);
 }
@@ -160,7 +157,6 @@ std::vector<ConnectionCore::Taken> ConnectionCore::takeAll() {
     while (!pending_.empty()) {
         calls.push_back(take(pending_.begin()->first));
     }
-    waiting_.clear();
     return calls;
 }
 
@@ -174,6 +170,7 @@ bool ConnectionCore::send(const Message& message) {
         return false;
     }
     if (sd_bus_send(wire_->bus, message.raw(), nullptr) < 0) {
+        wake();  // it may have been the end
         return false;
     }
     noteQueued(message.bytes());
@@ -216,7 +213,12 @@ void ConnectionCore::subscribe(const std::shared_ptr<Subscription::State>& state
         std::erase_if(subscriptions_, [](const auto& other) { return other.expired(); });
         subscriptions_.push_back(state);
     } else if (state->installed) {
-        loop_->post([state, error = Error{error::kFailed, Describe(result)}] { state->installed(error); });
+        fail({[state, installed = std::exchange(state->installed, nullptr)](const Error& error) {
+                 if (state->active) {
+                     installed(error);
+                 }
+             }},
+             {error::kFailed, Describe(result)});
     }
     wake();
 }
@@ -248,25 +250,27 @@ int ConnectionCore::onSignal(sd_bus_message* message, void* state, sd_bus_error*
     if (!subscription.sender.empty() && (sender == nullptr || subscription.sender != sender)) {
         return 0;
     }
-    self.happened_.emplace_back(
-        [hears = subscription.shared_from_this(), signal = Message(self.wire_, sd_bus_message_ref(message))] {
-            if (hears->active) {
-                hears->handler(signal);
-            }
-        });
+    self.happened_.emplace_back([&self, hears = subscription.shared_from_this(),
+                                 signal = Message(self.wire_, sd_bus_message_ref(message))] {
+        // The handler before may have closed the connection.
+        if (hears->active && self.isReady()) {
+            hears->handler(signal);
+        }
+    });
     return 0;
 }
 
 int ConnectionCore::onInstalled(sd_bus_message* message, void* state, sd_bus_error* /*error*/) {
     auto& subscription = *static_cast<Subscription::State*>(state);
     ConnectionCore& self = *subscription.owner;
-    self.happened_.emplace_back(
-        [hears = subscription.shared_from_this(), answer = Message(self.wire_, sd_bus_message_ref(message))] {
-            const Connection::Reply reply = ToReply(answer);
-            if (hears->active && hears->installed) {
-                hears->installed(reply ? std::nullopt : std::optional(reply.error()));
-            }
-        });
+    self.happened_.emplace_back([hears = subscription.shared_from_this(),
+                                 answer = Message(self.wire_, sd_bus_message_ref(message)),
+                                 installed = std::exchange(subscription.installed, nullptr)] {
+        const Connection::Reply reply = ToReply(answer);
+        if (hears->active && installed) {
+            installed(reply ? std::nullopt : std::optional(reply.error()));
+        }
+    });
     return 1;
 }
 

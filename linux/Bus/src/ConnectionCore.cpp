@@ -1,5 +1,6 @@
 #include "ConnectionCore.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -63,13 +64,30 @@ int ConnectionCore::connect(const std::string& address) {
     did(sd_bus_negotiate_fds(bus, 0));  // a message that is refused would leave its descriptors open
     did(sd_bus_add_filter(bus, nullptr, &onMessage, this));
     did(sd_bus_start(bus));
-    const int descriptor = result >= 0 ? dup(sd_bus_get_fd(bus)) : -1;
-    if (descriptor < 0) {
-        closeBus();
-        return result >= 0 ? -errno : result;
+    if (result >= 0) {
+        did(watch());
     }
-    watch_ = std::make_unique<Watch>(loop_->context(), descriptor);
+    if (result < 0) {
+        closeBus();
+        return result;
+    }
     connectBy_ = Clock::now() + options_.connectDeadline;
+    return 0;
+}
+
+int ConnectionCore::watch() {
+    const int descriptor = fcntl(sd_bus_get_fd(wire_->bus), F_DUPFD_CLOEXEC, 0);
+    if (descriptor < 0) {
+        return -errno;
+    }
+    auto watch = std::make_unique<Watch>(loop_->context());
+    boost::system::error_code error;
+    watch->socket.assign(descriptor, error);
+    if (error) {
+        ::close(descriptor);
+        return -error.value();
+    }
+    watch_ = std::move(watch);
     return 0;
 }
 
@@ -79,6 +97,9 @@ void ConnectionCore::becomeReady() {
     }
     state_ = State::ready;
     connectBy_ = Deadline::max();
+    // Not asked later: on a bus that is about to end the library would wait.
+    const char* name = nullptr;
+    uniqueName_ = sd_bus_get_unique_name(wire_->bus, &name) >= 0 ? name : "";
     ucred peer{};
     socklen_t size = sizeof(peer);
     if (getsockopt(sd_bus_get_fd(wire_->bus), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) {
@@ -96,7 +117,7 @@ void ConnectionCore::turn() {
     int result = 1;
     for (unsigned i = 0; i < kMessagesATurn && result > 0; ++i) {
         result = processOne();
-        heard_ = heard_ || result > 0;
+        heard_ += result > 0 ? 1 : 0;
     }
     bool connecting = false;
     {
@@ -126,22 +147,31 @@ int ConnectionCore::processOne() {
         if (wire_->bus == nullptr) {
             return 0;
         }
-        result = sd_bus_process(wire_->bus, nullptr);
+        // The library would answer the waiting calls one by one, with an error of its own.
+        const auto hasEnded = [this] { return sd_bus_is_open(wire_->bus) <= 0; };
+        result = hasEnded() ? -ECONNRESET : sd_bus_process(wire_->bus, nullptr);
         becomeReady();
         told.swap(happened_);
         // A bus that fails may not notice itself that it is of no further use.
-        if (result >= 0 && sd_bus_is_open(wire_->bus) <= 0) {
+        if (result >= 0 && hasEnded()) {
             result = -ECONNRESET;
         }
     }
-    for (auto& tell : told) {
-        try {
-            std::exchange(tell, nullptr)();
-        } catch (const std::exception& e) {
-            TLOG_ERROR("Task -- failed: {}", e.what());
-        }
+    for (auto& what : told) {
+        tell(std::exchange(what, nullptr));
     }
     return result;
+}
+
+void ConnectionCore::tell(std::function<void()> what) const {
+    if (dropped_) {
+        return;
+    }
+    try {
+        what();
+    } catch (const std::exception& e) {
+        TLOG_ERROR("Task -- failed: {}", e.what());
+    }
 }
 
 void ConnectionCore::lookAtTheClock() {
@@ -160,14 +190,14 @@ void ConnectionCore::lookAtTheClock() {
         }
     }
     for (const Taken& call : late) {
-        call->done(Error{error::kTimeout, "No answer in time"});
+        tell([&] { call->done(Error{error::kTimeout, "No answer in time"}); });
     }
     if (givenUp) {
         watch_.reset();
         connectNext(fmt::format("{}: no answer within {} ms", address_, options_.connectDeadline.count()));
     } else if (nextLook_ <= now) {
         nextLook_ = now + options_.livenessPause;
-        if (!std::exchange(heard_, false)) {
+        if (std::exchange(heardAtLook_, heard_) == heard_) {
             askWhetherAlive();
         }
     }
@@ -179,13 +209,13 @@ void ConnectionCore::askWhetherAlive() {
     });
     call(
         std::move(question), Clock::now() + options_.answerDeadline,
-        [weak = weak_from_this()](const Connection::Reply& reply) {
+        [weak = weak_from_this(), heard = heard_](const Connection::Reply& reply) {
             const auto self = weak.lock();
-            if (self && !reply && reply.error().is(error::kTimeout)) {
+            if (self && !reply && reply.error().is(error::kTimeout) && self->heard_ == heard) {
                 self->lost("the bus does not answer");
             }
         },
-        Turn::urgent);
+        Turn::always);
 }
 
 void ConnectionCore::arm() {
@@ -239,37 +269,54 @@ void ConnectionCore::wake() {
 }
 
 void ConnectionCore::lost(const std::string& why) {
-    std::vector<Taken> calls;
+    std::vector<Failing> waiting;
     {
         const std::lock_guard lock(wire_->mutex);
         if (state_ == State::ended) {
             return;
         }
-        calls = end();
+        waiting = end();
     }
     watch_.reset();
-    for (const Taken& call : calls) {
-        call->done(EndedError(why));
+    for (const Failing& one : waiting) {
+        tell([&] { one(EndedError(why)); });
     }
     if (events_.lost) {
-        events_.lost(why);
+        tell([&] { events_.lost(why); });
     }
 }
 
 // --- Ending
 
-std::vector<ConnectionCore::Taken> ConnectionCore::end() {
+std::vector<ConnectionCore::Failing> ConnectionCore::end() {
     state_ = State::ended;
-    std::vector<Taken> calls = takeAll();
+    std::vector<Failing> waiting;
+    for (Taken& call : takeAll()) {
+        waiting.push_back(Fails(std::move(call)));
+    }
     for (const auto& weak : subscriptions_) {
-        if (const auto subscription = weak.lock()) {
-            subscription->slot = sd_bus_slot_unref(subscription->slot);
+        const auto subscription = weak.lock();
+        if (!subscription) {
+            continue;
+        }
+        subscription->slot = sd_bus_slot_unref(subscription->slot);
+        if (subscription->installed) {
+            waiting.emplace_back([subscription, installed = std::exchange(subscription->installed, nullptr)](
+                                     const Error& error) {
+                if (subscription->active) {
+                    installed(error);
+                }
+            });
         }
     }
     subscriptions_.clear();
     happened_.clear();
     closeBus();
-    return calls;
+    return waiting;
+}
+
+ConnectionCore::Failing ConnectionCore::Fails(Taken call) {
+    return [call = std::shared_ptr<Pending>(std::move(call))](const Error& error) { call->done(error); };
 }
 
 void ConnectionCore::closeBus() {
@@ -280,23 +327,24 @@ void ConnectionCore::closeBus() {
 }
 
 void ConnectionCore::close(const std::string& why) {
-    std::vector<Taken> calls;
+    std::vector<Failing> waiting;
     {
         const std::lock_guard lock(wire_->mutex);
         if (state_ == State::ended) {
             return;
         }
-        calls = end();
+        waiting = end();
     }
-    fail(std::move(calls), EndedError(why));
+    fail(std::move(waiting), EndedError(why));
     retire();
 }
 
 void ConnectionCore::drop() {
-    std::vector<Taken> calls;
+    dropped_ = true;
+    std::vector<Failing> waiting;
     {
         const std::lock_guard lock(wire_->mutex);
-        calls = end();
+        waiting = end();
     }
     retire();
 }
@@ -305,11 +353,13 @@ void ConnectionCore::retire() {
     loop_->post([self = shared_from_this()] { self->watch_.reset(); });
 }
 
-void ConnectionCore::fail(std::vector<Taken> calls, const Error& error) {
-    const auto shared = std::make_shared<std::vector<Taken>>(std::move(calls));
-    loop_->post([shared, error] {
-        for (const Taken& call : *shared) {
-            call->done(error);
+void ConnectionCore::fail(std::vector<Failing> waiting, const Error& error) {
+    if (waiting.empty()) {
+        return;
+    }
+    loop_->post([self = shared_from_this(), waiting = std::move(waiting), error] {
+        for (const Failing& one : waiting) {
+            self->tell([&] { one(error); });
         }
     });
 }
@@ -347,9 +397,7 @@ bool ConnectionCore::isReady() const {
 
 std::string ConnectionCore::uniqueName() const {
     const std::lock_guard lock(wire_->mutex);
-    const char* name = nullptr;
-    // Before it is ready the library would wait.
-    return state_ == State::ready && sd_bus_get_unique_name(wire_->bus, &name) >= 0 ? name : "";
+    return state_ == State::ready ? uniqueName_ : "";
 }
 
 std::optional<uid_t> ConnectionCore::busUser() const {

@@ -24,8 +24,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     using CallId = Connection::CallId;
     using Done = Connection::Done;
 
-    // Calls of the bus itself do not wait behind those of others.
-    enum class Turn { usual, urgent };
+    // Calls of the bus itself do not wait behind those of others; whether it is alive can always be asked.
+    enum class Turn { usual, urgent, always };
 
     ConnectionCore(std::shared_ptr<Loop> loop, Options options, Connection::Events events);
     ConnectionCore(const ConnectionCore&) = delete;
@@ -72,11 +72,11 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
         sd_bus_slot* slot = nullptr;  // once it is sent
     };
     using Taken = std::unique_ptr<Pending>;
+    using Failing = std::function<void(const Error&)>;  // what waits for an answer that does not come
 
     // What the loop waits for; of its thread.
     struct Watch {
-        Watch(boost::asio::io_context& context, int descriptor)
-            : socket(context, descriptor), timer(context) {}
+        explicit Watch(boost::asio::io_context& context) : socket(context), timer(context) {}
 
         boost::asio::posix::stream_descriptor socket;  // a duplicate: the library closes its own
         boost::asio::steady_timer timer;
@@ -92,20 +92,23 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 
     // In the loop's thread.
     int connect(const std::string& address);
+    int watch();
     void turn();
     int processOne();
     void lookAtTheClock();
     void askWhetherAlive();
     void arm();
     void lost(const std::string& why);
+    // What a handler throws ends here. Nothing is told any more once nobody has the connection.
+    void tell(std::function<void()> what) const;
 
     // With the mutex held.
     Deadline nextDeadline() const;
-    std::optional<Error> start(Pending& pending, Message message);
+    std::optional<Error> start(Pending& pending, Message message, Turn turn);
     void startWaiting();
     Taken take(CallId id);
     std::vector<Taken> takeAll();
-    std::vector<Taken> end();
+    std::vector<Failing> end();
     bool hasRoom(std::size_t bytes);
     void noteQueued(std::size_t bytes);
     std::uint64_t queuedMessages() const;
@@ -113,7 +116,8 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     void closeBus();
 
     void wake();
-    void fail(std::vector<Taken> calls, const Error& error);
+    static Failing Fails(Taken call);
+    void fail(std::vector<Failing> waiting, const Error& error);
     // Lets the loop's thread let go of what is its own.
     void retire();
 
@@ -127,16 +131,20 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     std::string address_;
     std::unique_ptr<Watch> watch_;
     Deadline nextLook_ = Deadline::max();
-    bool heard_ = false;
+    std::uint64_t heard_ = 0;  // how often the bus gave a sign of life
+    std::uint64_t heardAtLook_ = 0;
+
+    std::atomic<bool> dropped_{false};
 
     // Guarded by the mutex.
     State state_ = State::connecting;
     Deadline connectBy_ = Deadline::max();
     Deadline armedFor_ = Deadline::max();
+    std::string uniqueName_;
     std::optional<uid_t> busUser_;
     std::map<CallId, Taken> pending_;
     std::set<std::pair<Deadline, CallId>> deadlines_;
-    std::deque<CallId> waiting_;
+    std::set<CallId> waiting_;  // in the order in which they came
     std::size_t waitingBytes_ = 0;
     std::size_t inFlight_ = 0;
     CallId lastCall_ = 0;
@@ -149,9 +157,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 struct Subscription::State : std::enable_shared_from_this<State> {
     std::weak_ptr<ConnectionCore> core;
     std::function<void(const Message&)> handler;
-    std::function<void(const std::optional<Error>&)> installed;
-    std::string sender;               // of the rule; empty when it names none
-    ConnectionCore* owner = nullptr;  // while there is a slot
+    std::function<void(const std::optional<Error>&)> installed;  // until it was told; guarded as the slot is
+    std::string sender;                                          // of the rule; empty when it names none
+    ConnectionCore* owner = nullptr;                             // while there is a slot
     sd_bus_slot* slot = nullptr;
     std::atomic<bool> active{true};
 };

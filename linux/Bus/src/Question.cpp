@@ -32,10 +32,15 @@ Question::State::~State() {
 
 void Question::State::fail(const Error& error) {
     if (const auto listening = toAnswer()) {
-        listening->send(listening->newMessage([&](sd_bus* /*bus*/, sd_bus_message** raw) {
-            const sd_bus_error told{error.name.c_str(), error.message.c_str(), 0};
+        // A bus throws out who sends it a malformed name.
+        const bool named = sd_bus_interface_name_is_valid(error.name.c_str()) > 0;
+        Message answer = listening->newMessage([&](sd_bus* /*bus*/, sd_bus_message** raw) {
+            const sd_bus_error told{named ? error.name.c_str() : error::kFailed, nullptr, 0};
             return sd_bus_message_new_method_error(message.raw(), raw, &told);
-        }));
+        });
+        if (answer && answer.append(error.message)) {
+            listening->send(answer);
+        }
     }
 }
 
@@ -56,12 +61,13 @@ Message Question::newReply() const {
 
 void Question::send(Message answer, bool fits) const {
     const auto listening = state_->core.lock();
-    if (!listening || (fits && listening->send(answer))) {
-        return;
+    if (!fits) {
+        TLOG_ERROR("An answer to {} is too large to be sent", message().member());
+        state_->answered = false;
+        fail({error::kLimitsExceeded, "The answer is too large"});
+    } else if (listening && !listening->send(answer) && listening->isReady()) {
+        TLOG_ERROR("An answer to {} is lost: too much is waiting to be sent", message().member());
     }
-    TLOG_ERROR("An answer to {} is too large to be sent", message().member());
-    state_->answered = false;
-    fail({error::kLimitsExceeded, "The answer is too large"});
 }
 
 void Question::fail(const Error& error) const {
