@@ -144,6 +144,24 @@ def end_findings(platform: str, room: str, text: str) -> Iterator[str]:
             yield f'{number}: includes "{header}" without its room'
 
 
+# They wait for the bus, for as long as it wants.
+_WAITS_FOR_THE_BUS = re.compile(
+    r"\bsd_bus_(?:call|call_method|call_methodv|[gs]et_property\w*|request_name|release_name|add_match|match_signal|"
+    r"list_names|track_\w+|query_sender_\w+|flush\w*|open\w*|default\w*|wait)\b")
+_BUS_HEADER = re.compile(r'#\s*include\s*[<"](systemd/sd-bus[\w-]*\.h)[>"]')
+
+
+def bus_findings(path: str, text: str) -> Iterator[str]:
+    """What in a source of the product, by its path in the project, may make a thread wait for a bus."""
+    for number, line in enumerate(without_comments(text, keep_texts=True).split("\n"), 1):
+        header = _BUS_HEADER.search(line)
+        if header and not path.startswith("linux/Bus/"):
+            yield f"{path}:{number}: includes <{header.group(1)}>, which only linux/Bus may know"
+    for number, line in enumerate(without_comments(text, keep_texts=False).split("\n"), 1):
+        for match in _WAITS_FOR_THE_BUS.finditer(line):
+            yield f"{path}:{number}: {match.group()} waits for the bus"
+
+
 def unregistered_tests(tests: Path) -> Iterator[str]:
     """Test sources under `tests` that no CMakeLists.txt of their own folder (or the one above) names."""
     for path in test_sources(tests):

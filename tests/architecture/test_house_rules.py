@@ -10,8 +10,9 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from house_rules import (ENDS, PROJECT, ROOMS, empty_tests, end_files, end_findings, joined, platform_findings,
-                         portable_files, test_sources, unexplained_warnings, unregistered_tests, warnings_of)
+from house_rules import (ENDS, PROJECT, ROOMS, bus_findings, empty_tests, end_files, end_findings, joined,
+                         platform_findings, portable_files, test_sources, unexplained_warnings, unregistered_tests,
+                         warnings_of)
 
 
 class PortableCode(unittest.TestCase):
@@ -106,6 +107,34 @@ class CheckOfPlatformEnds(unittest.TestCase):
                              ("statusitem", "linux_bus/Connection.h"), ("accessibility", "useragent/Deadlines.h"),
                              ("linux_usercommon", "SerialQueue.h")):
             self.assertEqual(self.findings("linux", room, f'"{header}"'), [], f"{room}: {header}")
+
+
+class Bus(unittest.TestCase):
+    def test_no_source_of_the_product_waits_for_a_bus(self) -> None:
+        paths = [path for path in sorted(PROJECT.rglob("*")) if path.suffix in (".h", ".cpp", ".mm")
+                 and path.relative_to(PROJECT).parts[0] in ("common", "linux", "macos", "tools", "fuzz")]
+        texts = {path.relative_to(PROJECT).as_posix(): path.read_text() for path in paths}
+        self.assertGreater(sum("sd_bus_" in text for text in texts.values()), 3, "hardly any user of the bus was found")
+        findings = [finding for path, text in texts.items() for finding in bus_findings(path, text)]
+        self.assertFalse(findings != [], "\n" + joined(findings))
+
+    def test_what_waits_is_noticed(self) -> None:
+        waits = ("sd_bus_call(b, m, 0, 0, 0)", "sd_bus_call_method(b)", "sd_bus_get_property_string(b)",
+                 "sd_bus_set_property(b)", "sd_bus_request_name (b)", "sd_bus_release_name(b)", "sd_bus_add_match(b)",
+                 "sd_bus_match_signal(b)", "sd_bus_list_names(b)", "sd_bus_track_add_name(t)", "&sd_bus_wait",
+                 "sd_bus_query_sender_creds(m)", "sd_bus_flush_close_unref(b)", "sd_bus_open_system(&b)",
+                 "sd_bus_default(&b)")
+        for text in waits:
+            self.assertEqual(len(list(bus_findings("linux/Bus/src/A.cpp", f"f();\n{text};\n"))), 1, text)
+        fine = ("sd_bus_call_async(b)", "sd_bus_call_method_async(b)", "sd_bus_add_match_async(b)", "sd_bus_is_open(b)",
+                "sd_bus_request_name_async(b)", "sd_bus_message_open_container(m)", "// sd_bus_call(b)",
+                'f("sd_bus_wait(b)")')
+        self.assertEqual([list(bus_findings("linux/Bus/src/A.cpp", text)) for text in fine], [[]] * len(fine))
+
+    def test_its_library_stays_where_it_is_wrapped(self) -> None:
+        text = "#include <systemd/sd-login.h>\n#include <systemd/sd-bus-protocol.h>\n"
+        self.assertEqual(list(bus_findings("linux/Bus/src/A.cpp", text)), [])
+        self.assertEqual(len(list(bus_findings("linux/UserCommon/src/A.cpp", text))), 1)
 
 
 class Tests(unittest.TestCase):
