@@ -1,6 +1,7 @@
 #include "linux_bus/Connection.h"
 
 #include <atomic>
+#include <cerrno>
 #include <future>
 #include <utility>
 #include <variant>
@@ -13,6 +14,11 @@ namespace {
 
 // Beyond the deadline, for a loop that is late.
 constexpr std::chrono::seconds kSlack{1};
+
+// The library takes a member that starts with a digit, and the bus throws out who sends one.
+bool IsMember(const std::string& name) {
+    return sd_bus_member_name_is_valid(name.c_str()) > 0 && (name[0] < '0' || name[0] > '9');
+}
 
 }  // namespace
 
@@ -74,8 +80,10 @@ std::optional<uid_t> Connection::busUser() const {
 Message Connection::newCall(const std::string& destination, const std::string& path,
                             const std::string& interface, const std::string& member, AutoStart autoStart) {
     return core_->newMessage([&](sd_bus* bus, sd_bus_message** raw) {
-        const int made = sd_bus_message_new_method_call(bus, raw, destination.c_str(), path.c_str(),
-                                                        interface.c_str(), member.c_str());
+        const int made = IsMember(member)
+                             ? sd_bus_message_new_method_call(bus, raw, destination.c_str(), path.c_str(),
+                                                              interface.c_str(), member.c_str())
+                             : -EINVAL;
         return made >= 0 ? sd_bus_message_set_auto_start(*raw, autoStart == AutoStart::yes ? 1 : 0) : made;
     });
 }
@@ -83,7 +91,9 @@ Message Connection::newCall(const std::string& destination, const std::string& p
 Message Connection::newSignal(const std::string& path, const std::string& interface,
                               const std::string& member) {
     return core_->newMessage([&](sd_bus* bus, sd_bus_message** raw) {
-        return sd_bus_message_new_signal(bus, raw, path.c_str(), interface.c_str(), member.c_str());
+        return IsMember(member)
+                   ? sd_bus_message_new_signal(bus, raw, path.c_str(), interface.c_str(), member.c_str())
+                   : -EINVAL;
     });
 }
 
