@@ -1,0 +1,86 @@
+// A peer of a bus that is written apart from the library that is tested: one thread, which waits. As a
+// process of its own it can die, and what it takes is not ours.
+//   BusPeer answer ADDRESS         says its name; Echo(s) -> s, Silent(), Die(), DieInReply()
+//   BusPeer flood ADDRESS NAME     sends large messages to that name, then says "done"
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+namespace {
+
+int Answer(sd_bus_message* message, void* /*nothing*/, sd_bus_error* /*error*/) {
+    const char* const name = sd_bus_message_get_member(message);
+    const std::string_view member = name != nullptr ? name : "";
+    if (member == "Echo") {
+        const char* text = "";
+        sd_bus_message_read(message, "s", &text);
+        return sd_bus_reply_method_return(message, "s", text);
+    }
+    if (member == "DieInReply") {
+        // More than the socket takes at once.
+        sd_bus_reply_method_return(message, "s", std::string(40 * 1024 * 1024, 'x').c_str());
+    }
+    if (member == "DieInReply" || member == "Die") {
+        _exit(0);
+    }
+    return member == "Silent" ? 1 : 0;
+}
+
+bool SendRecords(sd_bus* bus, const char* destination, std::size_t bytes) {
+    const std::string value(1024, 'v');
+    sd_bus_message* message = nullptr;
+    bool good = sd_bus_message_new_method_call(bus, &message, destination, "/a", "a.B", "Flood") >= 0 &&
+                sd_bus_message_open_container(message, 'a', "a{ss}") >= 0;
+    for (std::size_t written = 0; good && written < bytes; written += value.size()) {
+        good = sd_bus_message_append(message, "a{ss}", 1, "key", value.c_str()) >= 0;
+    }
+    good = good && sd_bus_message_close_container(message) >= 0 && sd_bus_send(bus, message, nullptr) >= 0 &&
+           sd_bus_flush(bus) >= 0;
+    sd_bus_message_unref(message);
+    return good;
+}
+
+bool Flood(sd_bus* bus, const char* destination) {
+    constexpr std::size_t kMebibyte = 1024 * 1024;
+    bool good = true;
+    for (int i = 0; good && i < 70; ++i) {
+        good = SendRecords(bus, destination, kMebibyte);
+    }
+    for (int i = 0; good && i < 6; ++i) {
+        good = SendRecords(bus, destination, 30 * kMebibyte);
+    }
+    return good;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    sd_bus* bus = nullptr;
+    const char* name = nullptr;
+    if (count < 3 || sd_bus_new(&bus) < 0 || sd_bus_set_address(bus, arguments[2]) < 0 ||
+        sd_bus_set_bus_client(bus, 1) < 0 || sd_bus_start(bus) < 0 ||
+        sd_bus_get_unique_name(bus, &name) < 0) {
+        return 1;
+    }
+    if (std::string_view(arguments[1]) == "flood" && count == 4) {
+        if (!Flood(bus, arguments[3])) {
+            return 1;
+        }
+        std::puts("done");
+        return std::fflush(stdout);
+    }
+    sd_bus_add_filter(bus, nullptr, &Answer, nullptr);
+    std::puts(name);
+    std::fflush(stdout);
+    for (int result = 0; result >= 0;) {
+        result = sd_bus_process(bus, nullptr);
+        if (result == 0) {
+            result = sd_bus_wait(bus, UINT64_MAX);
+        }
+    }
+    return 0;
+}
