@@ -1,7 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/FakeDispatch.h"
@@ -245,6 +248,81 @@ TEST_F(XPCClientTest, TenThousandReconnectsLeaveOneConnection) {
     }
     EXPECT_EQ(transport->connectionsCreated(), 10'001);
     EXPECT_EQ(dispatch->pending(), 0u);
+}
+
+// Keeps delayed tasks until they are run, all at the same time, each on a thread of its own.
+class ParallelDispatch : public cmn::Dispatch {
+ public:
+    void async(cmn::QueuePriority /*priority*/, Task /*task*/) override { ADD_FAILURE(); }
+    void after(std::chrono::nanoseconds /*delay*/, cmn::QueuePriority /*priority*/, Task task) override {
+        tasks_.push_back(std::move(task));
+    }
+    void asyncMain(Task /*task*/) override { ADD_FAILURE(); }
+    std::shared_ptr<cmn::Semaphore> createSemaphore(long /*count*/) override { return nullptr; }
+
+    void runAll() {
+        started_ = 0;
+        const std::size_t wanted = tasks_.size();
+        std::vector<std::thread> threads;
+        for (Task& task : tasks_) {
+            threads.emplace_back([this, wanted, &task] {
+                ++started_;
+                awaitAll(wanted);
+                task();
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        tasks_.clear();
+    }
+
+ private:
+    void awaitAll(std::size_t wanted) const {
+        while (started_ < wanted) {
+            std::this_thread::yield();
+        }
+    }
+
+    std::vector<Task> tasks_;
+    std::atomic<std::size_t> started_{0};
+};
+
+// Takes its time in `connect`, and notes who else is in there.
+class SlowClient : public cmn::XPCClient {
+ public:
+    using XPCClient::XPCClient;
+
+    void willResumeConnection(const std::shared_ptr<cmn::XPCConnection>& /*connection*/) override {
+        inside += 1;
+        for (int i = 0; i < 100; ++i) {
+            most = std::max<int>(most, inside);
+            std::this_thread::yield();
+        }
+    }
+    void didResumeConnection(const std::shared_ptr<cmn::XPCConnection>& /*connection*/) override {
+        inside -= 1;
+        connects += 1;
+    }
+
+    std::atomic<int> inside{0};
+    std::atomic<int> most{0};
+    std::atomic<int> connects{0};
+};
+
+TEST(XPCClientThreadsTest, OverlappingReconnectsRunOneAfterTheOtherAndBothRun) {
+    constexpr int kRounds = 100;
+    const auto queues = std::make_shared<ParallelDispatch>();
+    const auto connections = std::make_shared<fake::XPCTransport>();
+    const auto client = std::make_shared<SlowClient>(queues, connections, "com.example.Service", true);
+    for (int round = 1; round <= kRounds; ++round) {
+        client->reconnect(1);
+        client->reconnect(1);
+        queues->runAll();
+        ASSERT_EQ(client->connects, 2 * round);
+        ASSERT_EQ(connections->connectionsCreated(), 2 * round);
+    }
+    EXPECT_EQ(client->most, 1);
 }
 
 }  // namespace
