@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
 #include <pwd.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,6 +13,7 @@
 #include <thread>
 
 #include "OwnProcess.h"
+#include "OwnSystem.h"
 #include "common/SystemUtils.h"
 #include "common/fs.h"
 #include "common/log.h"
@@ -208,39 +207,10 @@ TEST_F(OSNameTest, ComesFromTheAdministratorsFileElseFromTheDistributions) {
     EXPECT_EQ(cmn::OSNameBelow(root(), "m"), "Linux (m)");
 }
 
-// A system with folders and files of the test's own in the place of its own, for one child process.
-class OwnSystem {
- public:
-    // False when this user may not have one.
-    static bool enter() {
-        const auto user = geteuid();
-        const auto group = getegid();
-        if (unshare(CLONE_NEWNS | (user == 0 ? 0 : CLONE_NEWUSER)) != 0)
-            return false;
-        if (user != 0) {
-            cmn::StrToFile("deny", "/proc/self/setgroups");
-            cmn::StrToFile("0 " + std::to_string(user) + " 1", "/proc/self/uid_map");
-            cmn::StrToFile("0 " + std::to_string(group) + " 1", "/proc/self/gid_map");
-        }
-        return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    }
-    static void hide(const char* folder) {
-        if (mount("none", folder, "tmpfs", 0, nullptr) != 0)
-            throw std::runtime_error(std::string("cannot hide ") + folder);
-    }
-    static void replace(const char* file, const fs::path& other) {
-        if (mount(other.c_str(), file, nullptr, MS_BIND, nullptr) != 0)
-            throw std::runtime_error(std::string("cannot replace ") + file);
-    }
-    static bool allowed() {
-        return fake::AnswerInChild([] { return std::string(enter() ? "yes" : "no"); }) == "yes";
-    }
-};
-
 class OwnSystemTest : public FakeSystem {
  protected:
     void SetUp() override {
-        if (!OwnSystem::allowed())
+        if (!fake::OwnSystem::allowed())
             GTEST_SKIP() << "This user may not have a system of its own.";
     }
 };
@@ -252,8 +222,8 @@ class ConsoleUserTest : public OwnSystemTest {
     // Name and home of the console user where logind has these files.
     static std::string answer(const Files& files) {
         return fake::AnswerInChild([&] {
-            OwnSystem::enter();
-            OwnSystem::hide("/run");
+            fake::OwnSystem::enter();
+            fake::OwnSystem::hide("/run");
             for (const auto& [name, text] : files) {
                 const auto file = fs::path("/run/systemd") / name;
                 fs::create_directories(file.parent_path());
@@ -294,8 +264,8 @@ TEST_F(UserDatabaseTest, FindsAnEntryThatIsLongerThanOthers) {
     const std::string home = "/home/" + std::string(5'000, 'h');
     write("passwd", "root:x:0:0::/root:/bin/sh\nlong:x:4321:1::" + home + ":/bin/sh\n");
     EXPECT_EQ(fake::AnswerInChild([&] {
-                  OwnSystem::enter();
-                  OwnSystem::replace("/etc/passwd", folder_ / "passwd");
+                  fake::OwnSystem::enter();
+                  fake::OwnSystem::replace("/etc/passwd", folder_ / "passwd");
                   const auto id = cmn::GetUIDByName("long");
                   const auto user = cmn::FindUser(cmn::UserId{4'321});
                   return std::to_string(id.value_or(0)) + (user ? user->name + user->home : "nobody");

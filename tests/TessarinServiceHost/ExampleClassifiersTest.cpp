@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 
+#include "Askers.h"
 #include "FileScanner.h"
 #include "common/fs.h"
 #include "support/LogCapture.h"
@@ -24,7 +25,7 @@ class ExampleClassifiersTest : public testing::Test {
  protected:
     std::vector<cmn::ScanRecord> scan(const std::string& text) {
         cmn::StrToFile(text, file_);
-        return scanner_.GetScanResult(file_, std::nullopt);
+        return scanner_.GetScanResult(file_, fake::Self());
     }
 
     // How often a classifier matches.

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "Askers.h"
 #include "Common/Failures.h"
 #include "FileScanner.h"
 #include "SealedFile.h"
@@ -40,7 +41,7 @@ class FileScannerTest : public testing::Test {
     // The findings as "name count".
     std::vector<std::string> findings(const std::string& content) const {
         std::vector<std::string> found;
-        for (const auto& record : FileScanner(options_).GetScanResult(write(content), std::nullopt)) {
+        for (const auto& record : FileScanner(options_).GetScanResult(write(content), fake::Self())) {
             found.push_back(record.at("Name") + " " + record.at("MatchCount"));
         }
         return found;
@@ -59,7 +60,7 @@ TEST_F(FileScannerTest, FindsARecordForEachClassifierThatMatches) {
     const auto path = write("one two one 12");
     const timespec times[] = {{.tv_sec = 1, .tv_nsec = 1}, {.tv_sec = 1'700'000'000, .tv_nsec = 123'456'789}};
     ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-    const auto records = FileScanner(options_).GetScanResult(path, std::nullopt);
+    const auto records = FileScanner(options_).GetScanResult(path, fake::Self());
     ASSERT_THAT(records, SizeIs(2));
     EXPECT_THAT(
         records[0],
@@ -114,10 +115,10 @@ TEST_F(FileScannerTest, LogsWhatItFound) {
     FileScanner scanner(options_);
     fake::LogCapture log(LogLevel::Debug);
     const auto path = write("one 1");
-    scanner.GetScanResult(path, std::nullopt);
+    scanner.GetScanResult(path, fake::Self());
     EXPECT_THAT(log.linesWith("[DEBUG]"),
                 ElementsAre(EndsWith(" -- Scanned " + path + " -- 2 findings in 5 bytes")));
-    scanner.GetScanResult(write("one 1 more"), std::nullopt);
+    scanner.GetScanResult(write("one 1 more"), fake::Self());
     EXPECT_TRUE(log.contains(" -- 2 findings in 5 bytes, cut by the limit"));
 }
 
@@ -129,7 +130,7 @@ TEST_F(FileScannerTest, AScanThatTakesTooLongEndsWithWhatItHasFound) {
         return time += std::chrono::milliseconds(1);
     });
     fake::LogCapture log(LogLevel::Info);
-    const auto records = scanner.GetScanResult(path, std::nullopt);
+    const auto records = scanner.GetScanResult(path, fake::Self());
     ASSERT_THAT(records, SizeIs(2));
     EXPECT_EQ(records[0].at("MatchCount"), "5");
     EXPECT_EQ(records[1].at("Name"), "Digits");
@@ -137,7 +138,7 @@ TEST_F(FileScannerTest, AScanThatTakesTooLongEndsWithWhatItHasFound) {
     EXPECT_THAT(log.lines(), ElementsAre(testing::AllOf(
                                  StartsWith("[ WARN]"),
                                  EndsWith("Scan of " + path + " is incomplete -- It took too long"))));
-    EXPECT_THAT(scanner.GetScanResult(path, std::nullopt), SizeIs(2)) << "each scan has its own time";
+    EXPECT_THAT(scanner.GetScanResult(path, fake::Self()), SizeIs(2)) << "each scan has its own time";
 }
 
 TEST_F(FileScannerTest, AScanThatSearchesAgainAndAgainEndsWithWhatItHasFound) {
@@ -155,8 +156,8 @@ TEST_F(FileScannerTest, AStoppedScannerScansAndUnsealsNothingMore) {
     FileScanner scanner(options_);
     scanner.stop();
     fake::LogCapture log(LogLevel::Info);
-    EXPECT_THAT(scanner.GetScanResult(path, std::nullopt), IsEmpty());
-    EXPECT_EQ(scanner.Decrypt(path, std::nullopt), 4);
+    EXPECT_THAT(scanner.GetScanResult(path, fake::Self()), IsEmpty());
+    EXPECT_EQ(scanner.Decrypt(path, fake::Self()), 4);
     EXPECT_EQ(cmn::FileToStr(path), std::string(kSealLine) + "one");
     EXPECT_THAT(log.lines(), ElementsAre(EndsWith("Scan of " + path + " is incomplete -- The host ends"),
                                          EndsWith("Cannot unseal " + path + " -- The host ends")));
@@ -168,7 +169,7 @@ TEST_F(FileScannerTest, AFileThatCannotBeReadHasNoFindingsAndALineInTheLog) {
     ASSERT_EQ(mkfifo((folder_ / "fifo").c_str(), 0600), 0);
     const auto refusal = [&](const std::string& refused) {
         fake::LogCapture log(LogLevel::Info);
-        EXPECT_THAT(scanner.GetScanResult(refused, std::nullopt), IsEmpty());
+        EXPECT_THAT(scanner.GetScanResult(refused, fake::Self()), IsEmpty());
         const auto lines = log.lines();
         EXPECT_THAT(lines, ElementsAre(StartsWith("[ WARN]")));
         return lines.empty() ? "" : lines[0].substr(lines[0].find("Cannot scan"));
@@ -190,8 +191,8 @@ TEST_F(FileScannerTest, AFileThatCannotBeReadHasNoFindingsAndALineInTheLog) {
 TEST_F(FileScannerTest, WithoutClassifiersNothingIsFoundAndNothingIsLogged) {
     FileScanner scanner({});
     fake::LogCapture log;
-    EXPECT_THAT(scanner.GetScanResult(write("one 1"), std::nullopt), IsEmpty());
-    EXPECT_THAT(scanner.GetScanResult(folder_ / "missing", std::nullopt), IsEmpty());
+    EXPECT_THAT(scanner.GetScanResult(write("one 1"), fake::Self()), IsEmpty());
+    EXPECT_THAT(scanner.GetScanResult(folder_ / "missing", fake::Self()), IsEmpty());
     EXPECT_THAT(scanner.GetAllowedExtensions(), IsEmpty());
     EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -202,10 +203,10 @@ TEST_F(FileScannerTest, RecordsThatAreLaidDownReplaceTheScan) {
             R"(": [{"Name": "Laid down", "More": 7}, {}], "missing": [{"Name": "M"}], "": []})");
     FileScanner scanner(options_);
     fake::LogCapture log(LogLevel::Info);
-    EXPECT_THAT(scanner.GetScanResult(path, std::nullopt),
+    EXPECT_THAT(scanner.GetScanResult(path, fake::Self()),
                 ElementsAre(ElementsAre(Pair("More", "7"), Pair("Name", "Laid down")), IsEmpty()));
-    EXPECT_THAT(scanner.GetScanResult("missing", std::nullopt), ElementsAre(ElementsAre(Pair("Name", "M"))));
-    EXPECT_THAT(scanner.GetScanResult("", std::nullopt), IsEmpty());
+    EXPECT_THAT(scanner.GetScanResult("missing", fake::Self()), ElementsAre(ElementsAre(Pair("Name", "M"))));
+    EXPECT_THAT(scanner.GetScanResult("", fake::Self()), IsEmpty());
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
@@ -221,7 +222,7 @@ TEST_F(FileScannerTest, TenThousandRecordsCanBeLaidDown) {
     }
     layDown(R"({"/many": [)" + list + "]}");
     options_.classifiers.clear();
-    const auto records = FileScanner(options_).GetScanResult("/many", std::nullopt);
+    const auto records = FileScanner(options_).GetScanResult("/many", fake::Self());
     ASSERT_THAT(records, SizeIs(10'000));
     EXPECT_EQ(records[0].at("Name"), "Record 0");
     EXPECT_EQ(records[9'999].at("Name"), "Record 9999");
@@ -242,12 +243,12 @@ TEST_F(FileScannerTest, TellsTheAllowedExtensions) {
 TEST_F(FileScannerTest, StatusAndDecryptionAreThoseOfSealedFiles) {
     FileScanner scanner(options_);
     const auto path = write(std::string(kSealLine) + "one");
-    EXPECT_TRUE(scanner.CheckEncryptionStatus(path, std::nullopt));
-    EXPECT_EQ(scanner.Decrypt(path, std::nullopt), 0);
+    EXPECT_TRUE(scanner.CheckEncryptionStatus(path, fake::Self()));
+    EXPECT_EQ(scanner.Decrypt(path, fake::Self()), 0);
     EXPECT_EQ(cmn::FileToStr(path), "one");
-    EXPECT_FALSE(scanner.CheckEncryptionStatus(path, std::nullopt));
-    EXPECT_EQ(scanner.Decrypt(path, std::nullopt), 1);
-    EXPECT_EQ(scanner.Decrypt(folder_ / "missing", std::nullopt), 3);
+    EXPECT_FALSE(scanner.CheckEncryptionStatus(path, fake::Self()));
+    EXPECT_EQ(scanner.Decrypt(path, fake::Self()), 1);
+    EXPECT_EQ(scanner.Decrypt(folder_ / "missing", fake::Self()), 3);
     EXPECT_EQ(static_cast<int>(UnsealStatus::unwritable), 4);
 }
 

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "Askers.h"
 #include "FileScanner.h"
 #include "SealedFile.h"
 #include "common/fs.h"
@@ -70,15 +71,15 @@ TEST_F(FileScannerThreadsTest, ManyScanAndAskAtTheSameTime) {
     OnManyThreads([&](int thread) {
         for (int round = 0; round < 20; ++round) {
             const int number = (thread + round) % kThreads;
-            const auto records = scanner.GetScanResult(folder_ / std::to_string(number), std::nullopt);
+            const auto records = scanner.GetScanResult(folder_ / std::to_string(number), fake::Self());
             ASSERT_THAT(records, SizeIs(2));
             EXPECT_EQ(records[0].at("MatchCount"), std::to_string(1'001 + number));
             EXPECT_EQ(records[0].at("UniqueCount"), "1");
             EXPECT_EQ(records[1].at("MatchCount"), std::to_string(1'001 + number));
-            EXPECT_THAT(scanner.GetScanResult("/laid/down", std::nullopt), SizeIs(1));
-            EXPECT_THAT(scanner.GetScanResult(folder_ / "missing", std::nullopt), SizeIs(0));
+            EXPECT_THAT(scanner.GetScanResult("/laid/down", fake::Self()), SizeIs(1));
+            EXPECT_THAT(scanner.GetScanResult(folder_ / "missing", fake::Self()), SizeIs(0));
             EXPECT_THAT(scanner.GetAllowedExtensions(), ElementsAre("txt"));
-            EXPECT_FALSE(scanner.CheckEncryptionStatus(folder_ / std::to_string(number), std::nullopt));
+            EXPECT_FALSE(scanner.CheckEncryptionStatus(folder_ / std::to_string(number), fake::Self()));
         }
     });
 }
@@ -91,7 +92,7 @@ TEST_F(FileScannerThreadsTest, ManyThatDecryptOneFileKeepItsContent) {
         cmn::StrToFile(std::string(kSealLine) + content, file_);
         std::array<int, kThreads> statuses{};
         OnManyThreads([&](int thread) {
-            statuses[static_cast<std::size_t>(thread)] = scanner.Decrypt(file_, std::nullopt);
+            statuses[static_cast<std::size_t>(thread)] = scanner.Decrypt(file_, fake::Self());
         });
         EXPECT_THAT(statuses, Contains(0));
         EXPECT_THAT(statuses, Each(AnyOf(0, 1)));
@@ -106,10 +107,10 @@ TEST_F(FileScannerThreadsTest, AScanDuringADecryptionSeesTheWholeContent) {
         cmn::StrToFile(std::string(kSealLine) + std::string(200'000, ' ') + "end", file_);
         OnManyThreads([&](int thread) {
             if (thread == 0) {
-                EXPECT_EQ(scanner.Decrypt(file_, std::nullopt), 0);
+                EXPECT_EQ(scanner.Decrypt(file_, fake::Self()), 0);
                 return;
             }
-            const auto records = scanner.GetScanResult(file_, std::nullopt);
+            const auto records = scanner.GetScanResult(file_, fake::Self());
             ASSERT_THAT(records, SizeIs(1));
             EXPECT_EQ(records[0].at("MatchCount"), "1");
         });

@@ -29,7 +29,7 @@ const std::string kClef = "\xF0\x9D\x84\x9E";
 // Without other limits.
 FileText Read(const std::string& path, std::size_t limit) {
     ScanBounds bounds({.time = std::chrono::hours(1)});
-    return ReadFileText(path, limit, bounds);
+    return ReadFileText(path, FileUser(), limit, bounds);
 }
 
 class FileTextTest : public testing::Test {
@@ -144,7 +144,7 @@ TEST_F(FileTextTest, EndsWithWhatItHasReadWhenTheTimeIsOver) {
                       [time = std::chrono::steady_clock::time_point()]() mutable {
                           return time += std::chrono::milliseconds(1);
                       });
-    EXPECT_EQ(ReadFileText(file_, 1'000'000, bounds).text,
+    EXPECT_EQ(ReadFileText(file_, FileUser(), 1'000'000, bounds).text,
               std::string(kSealLine.size() + 3 * std::size_t{65'536}, 'a'));
     EXPECT_STREQ(bounds.reason(), "It took too long");
 }

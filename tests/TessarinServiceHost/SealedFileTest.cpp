@@ -24,13 +24,13 @@ struct stat StatusOf(const std::filesystem::path& path) {
 }
 
 TEST_F(SealedFileTest, IsRecognisedByItsFirstLine) {
-    EXPECT_TRUE(IsSealed(file_));
+    EXPECT_TRUE(IsSealed(file_, FileUser()));
     seal("");
-    EXPECT_TRUE(IsSealed(file_));
+    EXPECT_TRUE(IsSealed(file_, FileUser()));
     for (const auto* other : {"", "TESSARIN HOST SEALED FILE 1", "TESSARIN HOST SEALED FILE 1\r\n",
                               "TESSARIN HOST SEALED FILE 10\n", " TESSARIN HOST SEALED FILE 1\n"}) {
         cmn::StrToFile(other, file_);
-        EXPECT_FALSE(IsSealed(file_)) << other;
+        EXPECT_FALSE(IsSealed(file_, FileUser())) << other;
     }
 }
 
@@ -39,30 +39,30 @@ TEST_F(SealedFileTest, WhatCannotBeReadIsNotSealed) {
     for (const std::string& path :
          {std::string(), (folder_ / "missing").string(), (folder_ / "fifo").string(), folder_.path().string(),
           file_.string() + '\0'}) {
-        EXPECT_FALSE(IsSealed(path)) << path;
+        EXPECT_FALSE(IsSealed(path, FileUser())) << path;
     }
 }
 
 TEST_F(SealedFileTest, UnsealingLeavesTheContent) {
     fake::LogCapture log(LogLevel::Info);
-    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(Unseal(file_, FileUser()), UnsealStatus::unsealed);
     EXPECT_EQ(content(), content_);
-    EXPECT_FALSE(IsSealed(file_));
+    EXPECT_FALSE(IsSealed(file_, FileUser()));
     EXPECT_THAT(names(), ElementsAre("file.txt"));
     EXPECT_THAT(log.linesWith("[ INFO]"), ElementsAre(EndsWith(" -- Unsealed " + file_.string())));
 }
 
 TEST_F(SealedFileTest, UnsealingTakesOneLineAtATime) {
     seal(sealed_);
-    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(Unseal(file_, FileUser()), UnsealStatus::unsealed);
     EXPECT_EQ(content(), sealed_);
-    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(Unseal(file_, FileUser()), UnsealStatus::unsealed);
     EXPECT_EQ(content(), content_);
 }
 
 TEST_F(SealedFileTest, UnsealsEmptyContent) {
     seal("");
-    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(Unseal(file_, FileUser()), UnsealStatus::unsealed);
     EXPECT_EQ(content(), "");
 }
 
@@ -72,7 +72,7 @@ TEST_F(SealedFileTest, UnsealsContentOfManyPieces) {
         large += std::to_string(large.size()) + "\n";
     }
     seal(large);
-    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(Unseal(file_, FileUser()), UnsealStatus::unsealed);
     EXPECT_EQ(content(), large);
 }
 
@@ -80,7 +80,7 @@ TEST_F(SealedFileTest, AFileThatIsNotSealedStaysAsItIs) {
     cmn::StrToFile(content_, file_);
     const auto before = StatusOf(file_);
     fake::LogCapture log(LogLevel::Info);
-    EXPECT_EQ(Unseal(file_), UnsealStatus::notSealed);
+    EXPECT_EQ(Unseal(file_, FileUser()), UnsealStatus::notSealed);
     EXPECT_EQ(content(), content_);
     EXPECT_EQ(StatusOf(file_).st_ino, before.st_ino);
     EXPECT_THAT(names(), ElementsAre("file.txt"));
@@ -92,7 +92,7 @@ TEST_F(SealedFileTest, UnsealingKeepsThePermissionBits) {
     for (const mode_t mode : {0600U, 0640U, 0444U, 04711U, 0777U}) {
         seal(content_);
         ASSERT_EQ(chmod(file_.c_str(), mode), 0);
-        EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+        EXPECT_EQ(Unseal(file_, FileUser()), UnsealStatus::unsealed);
         EXPECT_EQ(StatusOf(file_).st_mode & 07777U, mode);
         std::filesystem::remove(file_);
     }
@@ -103,7 +103,7 @@ TEST_F(SealedFileTest, UnsealingKeepsTheOwner) {
         GTEST_SKIP() << "only root may give files away";
     }
     ASSERT_EQ(chown(file_.c_str(), 12'345, 23'456), 0);
-    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(Unseal(file_, FileUser()), UnsealStatus::unsealed);
     EXPECT_EQ(StatusOf(file_).st_uid, 12'345U);
     EXPECT_EQ(StatusOf(file_).st_gid, 23'456U);
 }
@@ -112,8 +112,8 @@ TEST_F(SealedFileTest, UnsealingThroughALinkKeepsTheLink) {
     std::filesystem::create_directory(folder_ / "other");
     std::filesystem::create_symlink("../file.txt", folder_ / "other" / "link");
     std::filesystem::create_symlink("other/link", folder_ / "link");
-    EXPECT_TRUE(IsSealed(folder_ / "link"));
-    EXPECT_EQ(Unseal(folder_ / "link"), UnsealStatus::unsealed);
+    EXPECT_TRUE(IsSealed(folder_ / "link", FileUser()));
+    EXPECT_EQ(Unseal(folder_ / "link", FileUser()), UnsealStatus::unsealed);
     EXPECT_EQ(content(), content_);
     EXPECT_EQ(std::filesystem::read_symlink(folder_ / "link"), "other/link");
     EXPECT_EQ(std::filesystem::read_symlink(folder_ / "other" / "link"), "../file.txt");
@@ -123,7 +123,7 @@ TEST_F(SealedFileTest, UnsealingThroughALinkKeepsTheLink) {
 
 TEST_F(SealedFileTest, OtherHardLinksStaySealed) {
     std::filesystem::create_hard_link(file_, folder_ / "second");
-    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(Unseal(file_, FileUser()), UnsealStatus::unsealed);
     EXPECT_EQ(content(), content_);
     EXPECT_EQ(cmn::FileToStr(folder_ / "second"), sealed_);
 }
@@ -136,14 +136,14 @@ TEST_F(SealedFileTest, UnsealsAFileWithTheLongestPath) {
         ASSERT_EQ(mkdir(deep.c_str(), 0700), 0) << deep.native().size();
     }
     std::filesystem::rename(file_, deep / "f");
-    EXPECT_EQ(Unseal(deep / "f"), UnsealStatus::unsealed);
+    EXPECT_EQ(Unseal(deep / "f", FileUser()), UnsealStatus::unsealed);
     EXPECT_EQ(cmn::FileToStr(deep / "f"), content_);
 }
 
 TEST_F(SealedFileTest, UnsealsAFileWithTheLongestName) {
     const auto longest = folder_ / std::string(255, 'n');
     std::filesystem::rename(file_, longest);
-    EXPECT_EQ(Unseal(longest), UnsealStatus::unsealed);
+    EXPECT_EQ(Unseal(longest, FileUser()), UnsealStatus::unsealed);
     EXPECT_EQ(cmn::FileToStr(longest), content_);
 }
 

@@ -26,7 +26,7 @@ class UnsealFailuresTest : public fake::SealedFileFixture {
  protected:
     std::string refusal(const std::string& path, UnsealStatus expected) {
         fake::LogCapture log(LogLevel::Info);
-        EXPECT_EQ(Unseal(path), expected);
+        EXPECT_EQ(Unseal(path, FileUser()), expected);
         const auto lines = log.linesWith("[ WARN]");
         EXPECT_THAT(lines, SizeIs(1));
         const auto reason = lines.empty() ? std::string::npos : lines[0].rfind(" -- ");
@@ -71,7 +71,7 @@ TEST_F(UnsealFailuresTest, AFileWithoutAPlaceIsUnwritable) {
     ASSERT_GE(descriptor, 0);
     ASSERT_EQ(write(descriptor, sealed_.data(), sealed_.size()), static_cast<ssize_t>(sealed_.size()));
     const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
-    EXPECT_TRUE(IsSealed(path));
+    EXPECT_TRUE(IsSealed(path, FileUser()));
     EXPECT_EQ(refusal(path, UnsealStatus::unwritable), "No such file or directory");
     EXPECT_EQ(cmn::FileToStr(path), sealed_);
     close(descriptor);
@@ -109,7 +109,7 @@ TEST_F(UnsealFailuresTest, AFileLargerThanTheLimitIsLeftAsItIs) {
     ASSERT_EQ(truncate(file_.c_str(), kLargestSealedFile + 1), 0);
     EXPECT_EQ(refusal(file_, UnsealStatus::unwritable), "Larger than 1073741824 bytes");
     EXPECT_EQ(fs::file_size(file_), static_cast<std::uintmax_t>(kLargestSealedFile + 1));
-    EXPECT_TRUE(IsSealed(file_));
+    EXPECT_TRUE(IsSealed(file_, FileUser()));
     EXPECT_THAT(names(), ElementsAre("file.txt"));
 }
 
@@ -117,7 +117,7 @@ TEST_F(UnsealFailuresTest, AStoppedUnsealingLeavesTheFileAsItWas) {
     std::stop_source stop;
     stop.request_stop();
     fake::LogCapture log(LogLevel::Info);
-    EXPECT_EQ(Unseal(file_, stop.get_token()), UnsealStatus::unwritable);
+    EXPECT_EQ(Unseal(file_, FileUser(), stop.get_token()), UnsealStatus::unwritable);
     EXPECT_THAT(log.lines(), ElementsAre(EndsWith(" -- The host ends")));
     EXPECT_EQ(content(), sealed_);
     EXPECT_THAT(names(), ElementsAre("file.txt"));
@@ -127,7 +127,7 @@ TEST_F(UnsealFailuresTest, AFolderThatAnotherOneReplacesMeanwhileIsTheOneThatIsW
     const fs::path place = folder_ / "place";
     fs::create_directory(place);
     fs::rename(file_, place / "file");
-    EXPECT_EQ(UnsealWith(place / "file",
+    EXPECT_EQ(UnsealWith(place / "file", FileUser(),
                          [&] {
                              fs::rename(place, folder_ / "moved");
                              fs::create_directory(place);
@@ -155,14 +155,14 @@ TEST_F(UnsealFailuresTest, AFullDiskLeavesTheFileAsItWas) {
         EXPECT_EQ(content(), std::string(kSealLine) + large);
         EXPECT_THAT(names(), ElementsAre("file.txt"));
     }
-    EXPECT_EQ(Unseal(file_), UnsealStatus::unsealed);
+    EXPECT_EQ(Unseal(file_, FileUser()), UnsealStatus::unsealed);
     EXPECT_EQ(content(), large);
 }
 
 TEST_F(UnsealFailuresTest, AnEndBeforeTheReplacementLeavesTheFileAndATemporaryOneAtMost) {
     ASSERT_EQ(chmod(file_.c_str(), 0640), 0);
     int calls = 0;
-    UnsealWith(file_, [&] {
+    UnsealWith(file_, FileUser(), [&] {
         ++calls;
         EXPECT_EQ(content(), sealed_);
         ASSERT_THAT(names(), SizeIs(2));
@@ -178,7 +178,8 @@ TEST_F(UnsealFailuresTest, AnEndBeforeTheReplacementLeavesTheFileAndATemporaryOn
 
 TEST_F(UnsealFailuresTest, AnotherThatUnsealsItMeanwhileWins) {
     auto inner = UnsealStatus::unreadable;
-    EXPECT_EQ(UnsealWith(file_, [&] { inner = Unseal(file_); }), UnsealStatus::notSealed);
+    EXPECT_EQ(UnsealWith(file_, FileUser(), [&] { inner = Unseal(file_, FileUser()); }),
+              UnsealStatus::notSealed);
     EXPECT_EQ(inner, UnsealStatus::unsealed);
     EXPECT_EQ(content(), content_);
     EXPECT_THAT(names(), ElementsAre("file.txt"));
@@ -186,7 +187,7 @@ TEST_F(UnsealFailuresTest, AnotherThatUnsealsItMeanwhileWins) {
 
 TEST_F(UnsealFailuresTest, WhatIsSavedMeanwhileIsNotLost) {
     int saves = 0;
-    EXPECT_EQ(UnsealWith(file_,
+    EXPECT_EQ(UnsealWith(file_, FileUser(),
                          [&] {
                              if (++saves == 1) {
                                  seal("saved in place");
@@ -198,7 +199,7 @@ TEST_F(UnsealFailuresTest, WhatIsSavedMeanwhileIsNotLost) {
 }
 
 TEST_F(UnsealFailuresTest, AFileThatReplacesItMeanwhileIsNotLost) {
-    EXPECT_EQ(UnsealWith(file_,
+    EXPECT_EQ(UnsealWith(file_, FileUser(),
                          [&] {
                              cmn::StrToFile("new file", folder_ / "new");
                              fs::rename(folder_ / "new", file_);
@@ -209,14 +210,14 @@ TEST_F(UnsealFailuresTest, AFileThatReplacesItMeanwhileIsNotLost) {
 }
 
 TEST_F(UnsealFailuresTest, AFileThatIsRemovedMeanwhileDoesNotComeBack) {
-    EXPECT_EQ(UnsealWith(file_, [&] { fs::remove(file_); }), UnsealStatus::unreadable);
+    EXPECT_EQ(UnsealWith(file_, FileUser(), [&] { fs::remove(file_); }), UnsealStatus::unreadable);
     EXPECT_THAT(names(), IsEmpty());
 }
 
 TEST_F(UnsealFailuresTest, AFileThatChangesAllTheTimeIsUnwritable) {
     std::string saved;
     fake::LogCapture log(LogLevel::Info);
-    EXPECT_EQ(UnsealWith(file_, [&] { seal(saved += "more "); }), UnsealStatus::unwritable);
+    EXPECT_EQ(UnsealWith(file_, FileUser(), [&] { seal(saved += "more "); }), UnsealStatus::unwritable);
     EXPECT_THAT(log.lines(), ElementsAre(EndsWith(" -- Cannot unseal " + file_.string() +
                                                   " -- Others change it all the time")));
     EXPECT_EQ(content(), std::string(kSealLine) + saved);

@@ -5,11 +5,37 @@
 
 #include "FileText.h"
 #include "PathForLog.h"
+#include "RegularFile.h"
 #include "ScanRecords.h"
 #include "SealedFile.h"
 #include "common/log.h"
 
 namespace host {
+
+namespace {
+
+// Nothing, with a line in the log, for who is not served at all.
+std::optional<FileUser> UserOf(const std::optional<cmn::XPCPeer>& asker, const std::string& path) {
+    try {
+        return FileUser::Of(asker);
+    } catch (const std::runtime_error& e) {
+        TLOG_WARN("No answer about {} -- {}", PathForLog(path), e.what());
+        return std::nullopt;
+    }
+}
+
+// The host's own user is told what is laid down whatever is there.
+void RequireReadableOrMissing(const std::string& path, const FileUser& user) {
+    try {
+        if (user.isOther()) {
+            const RegularFile file(path, user);
+        }
+    } catch (const NoSuchFile&) {
+        return;
+    }
+}
+
+}  // namespace
 
 FileScanner::FileScanner(const ScannerOptions& options, ScanBounds::Now now)
     : classifierFile_(options.classifiers.empty() ? ClassifierFile() : LoadClassifiers(options.classifiers)),
@@ -18,22 +44,28 @@ FileScanner::FileScanner(const ScannerOptions& options, ScanBounds::Now now)
       limits_(options.limits),
       now_(std::move(now)) {}
 
-bool FileScanner::CheckEncryptionStatus(const std::string& path,
-                                        const std::optional<cmn::XPCPeer>& /*asker*/) {
-    return IsSealed(path);
+bool FileScanner::CheckEncryptionStatus(const std::string& path, const std::optional<cmn::XPCPeer>& asker) {
+    const auto user = UserOf(asker, path);
+    return user && IsSealed(path, *user);
 }
 
 std::vector<cmn::ScanRecord> FileScanner::GetScanResult(const std::string& path,
-                                                        const std::optional<cmn::XPCPeer>& /*asker*/) {
-    if (const auto fixed = fixedRecords_.find(path); fixed != fixedRecords_.end()) {
-        TLOG_DEBUG("Laid down for {} -- {} records", PathForLog(path), fixed->second.size());
-        return fixed->second;
+                                                        const std::optional<cmn::XPCPeer>& asker) {
+    const auto fixed = fixedRecords_.find(path);
+    if (fixed == fixedRecords_.end() && classifierFile_.classifiers.empty()) {
+        return {};
     }
-    if (classifierFile_.classifiers.empty()) {
+    const auto user = UserOf(asker, path);
+    if (!user) {
         return {};
     }
     try {
-        return scan(path);
+        if (fixed == fixedRecords_.end()) {
+            return scan(path, *user);
+        }
+        RequireReadableOrMissing(path, *user);
+        TLOG_DEBUG("Laid down for {} -- {} records", PathForLog(path), fixed->second.size());
+        return fixed->second;
     } catch (const std::runtime_error& e) {
         TLOG_WARN("Cannot scan {} -- {}", PathForLog(path), e.what());
         return {};
@@ -44,13 +76,14 @@ std::vector<std::string> FileScanner::GetAllowedExtensions() {
     return classifierFile_.allowedExtensions;
 }
 
-int FileScanner::Decrypt(const std::string& path, const std::optional<cmn::XPCPeer>& /*asker*/) {
-    return static_cast<int>(Unseal(path, stop_.get_token()));
+int FileScanner::Decrypt(const std::string& path, const std::optional<cmn::XPCPeer>& asker) {
+    const auto user = UserOf(asker, path);
+    return static_cast<int>(user ? Unseal(path, *user, stop_.get_token()) : UnsealStatus::unreadable);
 }
 
-std::vector<cmn::ScanRecord> FileScanner::scan(const std::string& path) const {
+std::vector<cmn::ScanRecord> FileScanner::scan(const std::string& path, const FileUser& user) const {
     ScanBounds bounds(limits_, now_, stop_.get_token());
-    const FileText file = ReadFileText(path, scanLimit_, bounds);
+    const FileText file = ReadFileText(path, user, scanLimit_, bounds);
     std::vector<cmn::ScanRecord> records;
     for (const auto& classifier : classifierFile_.classifiers) {
         const auto counts = classifier.matcher->count(file.text, bounds);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ClassifierFile.h"
+#include "FileUser.h"
 #include "RecordsFile.h"
 #include "ScanBounds.h"
 #include "xpccommon/IFinderExtensionOperations.h"
@@ -22,7 +23,8 @@ struct ScannerOptions {
 };
 
 // Looks into files with regular expressions. See docs/scanner.md. Every function may be called from any
-// thread at any time.
+// thread at any time. A file is read and changed with the rights of the user who asks; a line in the log says
+// why one is not served at all.
 class FileScanner final : public cmn::IFinderExtensionOperations {
  public:
     // Reads both files once. Throws std::runtime_error when one of them cannot be used. `now` is the clock of
@@ -33,11 +35,11 @@ class FileScanner final : public cmn::IFinderExtensionOperations {
     // wait for those that are under way.
     void stop() { stop_.request_stop(); }
 
-    // Whether the file is sealed; false for one that cannot be read.
+    // Whether the file is sealed; false for one that the asker cannot read.
     bool CheckEncryptionStatus(const std::string& path, const std::optional<cmn::XPCPeer>& asker) override;
-    // The records that are laid down for the path, else one for each classifier that finds something, in
-    // their order. Empty, with a line in the log, when the file cannot be read; what was found until then,
-    // also with a line, when the limits end the search.
+    // The records that are laid down for the path, unless another user may not read what is there; else one
+    // for each classifier that finds something, in their order. Empty, with a line in the log, when the file
+    // cannot be read; what was found until then, also with a line, when the limits end the search.
     std::vector<cmn::ScanRecord> GetScanResult(const std::string& path,
                                                const std::optional<cmn::XPCPeer>& asker) override;
     std::vector<std::string> GetAllowedExtensions() override;
@@ -45,7 +47,7 @@ class FileScanner final : public cmn::IFinderExtensionOperations {
     int Decrypt(const std::string& path, const std::optional<cmn::XPCPeer>& asker) override;
 
  private:
-    std::vector<cmn::ScanRecord> scan(const std::string& path) const;
+    std::vector<cmn::ScanRecord> scan(const std::string& path, const FileUser& user) const;
 
     const ClassifierFile classifierFile_;
     const FixedRecords fixedRecords_;

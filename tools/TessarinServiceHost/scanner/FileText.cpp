@@ -9,8 +9,8 @@
 
 namespace host {
 
-FileText ReadFileText(const std::string& path, std::size_t limit, ScanBounds& bounds) {
-    RegularFile file(path);
+FileText ReadFileText(const std::string& path, const FileUser& user, std::size_t limit, ScanBounds& bounds) {
+    RegularFile file(path, user);
     FileText result;
     result.modified = file.status().st_mtim;
     result.text = file.read(kSealLine.size());

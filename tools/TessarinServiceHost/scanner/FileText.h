@@ -4,6 +4,7 @@
 #include <ctime>
 #include <string>
 
+#include "FileUser.h"
 #include "ScanBounds.h"
 
 namespace host {
@@ -17,6 +18,6 @@ struct FileText {
 
 // The first `limit` bytes of a regular file, or as much as `bounds` allow to read; of a sealed one, of what
 // is sealed in it. Throws std::runtime_error with the reason.
-FileText ReadFileText(const std::string& path, std::size_t limit, ScanBounds& bounds);
+FileText ReadFileText(const std::string& path, const FileUser& user, std::size_t limit, ScanBounds& bounds);
 
 }  // namespace host

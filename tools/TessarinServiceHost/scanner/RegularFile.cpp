@@ -1,6 +1,8 @@
 #include "RegularFile.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -28,24 +30,34 @@ bool IsSameTime(const timespec& a, const timespec& b) {
 
 }  // namespace
 
-RegularFile::RegularFile(const std::string& path) {
+RegularFile::RegularFile(const std::string& path, const FileUser& user) {
     if (path.find('\0') != std::string::npos) {
         Fail("The path holds a NUL character");
     }
-    const int place = open(path.c_str(), O_PATH | O_CLOEXEC);
+    if (user.isOther() && !path.empty() && path.front() != '/') {
+        Fail("Not an absolute path");
+    }
+    const int place = user.openPlace(path.c_str());
     if (place < 0) {
+        if (errno == ENOENT || errno == ENOTDIR) {
+            throw_with_trace(NoSuchFile(std::generic_category().message(errno)));
+        }
         FailWith(errno);
     }
     const cmn::ScopedAction closePlace([place] { close(place); });
-    if (fstat(place, &status_) != 0) {
+    struct statfs system {};
+    if (fstat(place, &status_) != 0 || fstatfs(place, &system) != 0) {
         FailWith(errno);
     }
     if (!S_ISREG(status_.st_mode)) {
         Fail("Not a regular file");
     }
+    if (user.isOther() && system.f_type == PROC_SUPER_MAGIC) {
+        Fail("It tells about the process that reads it");
+    }
     // Not by its path again, which may lead to another file by now.
     const std::string same = "/proc/self/fd/" + std::to_string(place);
-    descriptor_ = open(same.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    descriptor_ = user.act([&] { return open(same.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
     if (descriptor_ < 0) {
         FailWith(errno);
     }

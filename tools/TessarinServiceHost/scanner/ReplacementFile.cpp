@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <system_error>
 
+#include "common/ScopedAction.h"
 #include "common/exceptions.h"
+#include "common/log.h"
 
 namespace host {
 
@@ -26,27 +28,42 @@ void Check(bool succeeded) {
 
 }  // namespace
 
-ReplacementFile::ReplacementFile(const std::filesystem::path& target)
-    : name_(target.filename()),
-      folder_(open(target.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+ReplacementFile::ReplacementFile(const std::filesystem::path& target, const FileUser& user)
+    : user_(user),
+      name_(target.filename()),
+      folder_(user.openPlace(target.parent_path().c_str(), O_DIRECTORY)) {
     Check(folder_ >= 0);
+    cmn::ScopedAction closeFolder([this] { close(folder_); });
+    Check(targetStatus().has_value());
     const std::string folder = "/proc/self/fd/" + std::to_string(folder_) + "/";
     std::string path = folder + ".tessarin-unseal-XXXXXX";
-    descriptor_ = mkostemp(path.data(), O_CLOEXEC);
-    if (descriptor_ < 0) {
-        const int error = errno;
-        close(folder_);
-        Fail(error);
-    }
+    descriptor_ = user_.act([&] { return mkostemp(path.data(), O_CLOEXEC); });
+    Check(descriptor_ >= 0);
+    struct stat status {};
+    maker_ = fstat(descriptor_, &status) == 0 ? status.st_uid : geteuid();
     temporary_ = path.substr(folder.size());
+    closeFolder.disarm();
 }
 
 ReplacementFile::~ReplacementFile() {
-    close(descriptor_);
     if (!temporary_.empty()) {
-        unlinkat(folder_, temporary_.c_str(), 0);
+        removeTemporaryNoThrow();
     }
+    close(descriptor_);
     close(folder_);
+}
+
+void ReplacementFile::removeTemporaryNoThrow() {
+    try {
+        // Folders like /tmp let only its owner remove a file.
+        const bool isRemoved = fchown(descriptor_, maker_, static_cast<gid_t>(-1)) == 0 &&
+                               user_.act([this] { return unlinkat(folder_, temporary_.c_str(), 0); }) == 0;
+        if (!isRemoved && errno != ENOENT) {
+            Fail(errno);
+        }
+    } catch (const std::runtime_error& e) {
+        TLOG_WARN("A temporary file stays behind: {} -- {}", temporary_, e.what());
+    }
 }
 
 void ReplacementFile::write(std::string_view bytes) {
@@ -60,18 +77,20 @@ void ReplacementFile::write(std::string_view bytes) {
 void ReplacementFile::complete(const struct stat& original) {
     // The owner first: a change of it clears bits. Without it, a program must not run as someone else.
     const bool hasOwner = fchown(descriptor_, original.st_uid, original.st_gid) == 0;
-    Check(fchmod(descriptor_, original.st_mode & (hasOwner ? 07777U : 0777U)) == 0);
+    const bool isHosts = hasOwner && !user_.isOther();
+    Check(fchmod(descriptor_, original.st_mode & (isHosts ? 07777U : 0777U)) == 0);
     Check(fsync(descriptor_) == 0);
 }
 
 std::optional<struct stat> ReplacementFile::targetStatus() const {
     struct stat status {};
-    const bool isThere = fstatat(folder_, name_.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    const bool isThere =
+        user_.act([&] { return fstatat(folder_, name_.c_str(), &status, AT_SYMLINK_NOFOLLOW); }) == 0;
     return isThere ? std::optional(status) : std::nullopt;
 }
 
 void ReplacementFile::replaceTarget() {
-    Check(renameat(folder_, temporary_.c_str(), folder_, name_.c_str()) == 0);
+    Check(user_.act([this] { return renameat(folder_, temporary_.c_str(), folder_, name_.c_str()); }) == 0);
     temporary_.clear();
 }
 

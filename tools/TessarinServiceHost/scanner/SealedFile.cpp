@@ -1,6 +1,10 @@
 #include "SealedFile.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -21,13 +25,23 @@ bool TakesSealLine(RegularFile& file) {
     return file.read(kSealLine.size()) == kSealLine;
 }
 
-std::filesystem::path Resolve(const std::string& path) {
+// Where the opened file is now, without symbolic links.
+std::filesystem::path PlaceOf(const RegularFile& file) {
     std::error_code error;
-    auto resolved = std::filesystem::canonical(path, error);
+    auto place = std::filesystem::read_symlink(file.handle(), error);
     if (error) {
         throw_with_trace(RewriteError(error.message()));
     }
-    return resolved;
+    return place;
+}
+
+void RequireWritable(const RegularFile& file, const FileUser& user) {
+    const int descriptor =
+        user.act([&] { return open(file.handle().c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
+    if (descriptor < 0) {
+        throw_with_trace(RewriteError(std::generic_category().message(errno)));
+    }
+    close(descriptor);
 }
 
 // Copies what is behind the line. No more than the file had when it was opened, if others write to it.
@@ -47,16 +61,18 @@ void CopyContent(RegularFile& file, ReplacementFile& replacement, const std::sto
 }
 
 // Nothing when the file changed meanwhile: another unseals it too, or a program saves it.
-std::optional<UnsealStatus> TryUnseal(const std::string& path, const std::function<void()>& beforeReplacing,
+std::optional<UnsealStatus> TryUnseal(const std::string& path, const FileUser& user,
+                                      const std::function<void()>& beforeReplacing,
                                       const std::stop_token& stop) {
-    RegularFile file(path);
+    RegularFile file(path, user);
     if (!TakesSealLine(file)) {
         return UnsealStatus::notSealed;
     }
     if (file.status().st_size > kLargestSealedFile) {
         throw_with_trace(RewriteError("Larger than " + std::to_string(kLargestSealedFile) + " bytes"));
     }
-    ReplacementFile replacement(Resolve(path));
+    RequireWritable(file, user);
+    ReplacementFile replacement(PlaceOf(file), user);
     CopyContent(file, replacement, stop);
     replacement.complete(file.status());
     beforeReplacing();
@@ -68,13 +84,13 @@ std::optional<UnsealStatus> TryUnseal(const std::string& path, const std::functi
     return UnsealStatus::unsealed;
 }
 
-UnsealStatus UnsealRepeatedly(const std::string& path, const std::function<void()>& beforeReplacing,
-                              const std::stop_token& stop) {
+UnsealStatus UnsealRepeatedly(const std::string& path, const FileUser& user,
+                              const std::function<void()>& beforeReplacing, const std::stop_token& stop) {
     if (!path.empty() && path.front() != '/') {
         throw_with_trace(std::runtime_error("Not an absolute path"));
     }
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        if (const auto status = TryUnseal(path, beforeReplacing, stop)) {
+        if (const auto status = TryUnseal(path, user, beforeReplacing, stop)) {
             return *status;
         }
     }
@@ -88,9 +104,9 @@ UnsealStatus Refused(const std::string& path, UnsealStatus status, const char* r
 
 }  // namespace
 
-bool IsSealed(const std::string& path) {
+bool IsSealed(const std::string& path, const FileUser& user) {
     try {
-        RegularFile file(path);
+        RegularFile file(path, user);
         return TakesSealLine(file);
     } catch (const std::runtime_error& e) {
         TLOG_DEBUG("Taken for not sealed: {} -- {}", PathForLog(path), e.what());
@@ -98,15 +114,15 @@ bool IsSealed(const std::string& path) {
     }
 }
 
-UnsealStatus Unseal(const std::string& path, const std::stop_token& stop) {
+UnsealStatus Unseal(const std::string& path, const FileUser& user, const std::stop_token& stop) {
     return UnsealWith(
-        path, [] {}, stop);
+        path, user, [] {}, stop);
 }
 
-UnsealStatus UnsealWith(const std::string& path, const std::function<void()>& beforeReplacing,
-                        const std::stop_token& stop) {
+UnsealStatus UnsealWith(const std::string& path, const FileUser& user,
+                        const std::function<void()>& beforeReplacing, const std::stop_token& stop) {
     try {
-        if (UnsealRepeatedly(path, beforeReplacing, stop) == UnsealStatus::notSealed) {
+        if (UnsealRepeatedly(path, user, beforeReplacing, stop) == UnsealStatus::notSealed) {
             return Refused(path, UnsealStatus::notSealed, "Not sealed");
         }
         TLOG_INFO("Unsealed {}", PathForLog(path));

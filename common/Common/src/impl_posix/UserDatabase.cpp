@@ -22,7 +22,7 @@ std::optional<UserEntry> Find(Ask&& ask) {
         buffer.resize(buffer.size() * 2);
     if (error != 0 || found == nullptr)
         return std::nullopt;
-    return UserEntry{found->pw_uid, found->pw_name, found->pw_dir};
+    return UserEntry{found->pw_uid, found->pw_gid, found->pw_name, found->pw_dir};
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -9,6 +10,7 @@ namespace cmn {
 
 struct UserEntry {
     UserId id;
+    std::uint32_t group;  // the first of his groups
     std::string name;
     std::string home;
 };
