@@ -73,7 +73,7 @@ class AtspiWindowListTest : public AtspiFixture {
     }
 
     std::unique_ptr<useragent::WindowList> list =
-        std::make_unique<useragent::AtspiWindowList>(accessibility->core());
+        std::make_unique<useragent::AtspiWindowList>(accessibility->bus());
     fake::AtspiApplication editor{desktop.accessibilityBus.address()};
     fake::AtspiApplication browser{desktop.accessibilityBus.address()};
 };

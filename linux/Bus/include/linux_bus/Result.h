@@ -25,6 +25,7 @@ class Result {
     const T& operator*() const { return std::get<0>(content_); }
     T& operator*() { return std::get<0>(content_); }
     const T* operator->() const { return &std::get<0>(content_); }
+    T valueOr(T fallback) const { return *this ? **this : std::move(fallback); }
     const Error& error() const { return std::get<1>(content_); }
 
  private:

@@ -1,82 +1,70 @@
 #include "accessibility/AccessibilityBus.h"
 
-#include <fmt/format.h>
-
-#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <future>
 #include <utility>
 
-#include "accessibility/AtspiMessages.h"
+#include "accessibility/AtspiQueries.h"
 #include "common/ScopedAction.h"
 #include "common/log.h"
-#include "linux_usercommon/BusAddress.h"
-#include "linux_usercommon/BusProbe.h"
 
 namespace useragent {
 namespace {
 
+using cmn::bus::Clock;
+using cmn::bus::Connection;
+using cmn::bus::Deadline;
+
 // A bus that is not usable is looked for at most this often outside the polling cycles.
 constexpr std::chrono::seconds kPauseBetweenLooks{1};
 
-// The bus library connects with a blocking call on a thread that all its connections share: it is only let
-// near a bus that answers.
-cmn::BusProbeResult Probe(const std::shared_ptr<cmn::TaskPool>& pool, const std::string& address,
-                          Deadline deadline) {
-    // Held by nobody but the handler: when the pool stops, nobody waits for it.
-    auto promise = std::make_shared<std::promise<cmn::BusProbeResult>>();
-    std::future<cmn::BusProbeResult> result = promise->get_future();
-    cmn::ProbeBus(
-        pool, cmn::ParseBusAddresses(address), TimeLeft(deadline),
-        [promise = std::move(promise)](const cmn::BusProbeResult& found) { promise->set_value(found); });
-    if (result.wait_until(deadline) != std::future_status::ready) {
-        return {std::nullopt, "no answer in time", false};
-    }
-    try {
-        return result.get();
-    } catch (const std::future_error&) {
-        return {std::nullopt, "nobody is left to ask it", false};  // the pool has stopped
-    }
-}
+// Pings of applications that hang stay on their way, and shall not keep others waiting. Buses of a session
+// allow many more.
+constexpr std::size_t kMostInFlight = 1000;
 
-std::string Describe(const QDBusMessage& reply) {
-    return reply.type() == QDBusMessage::ErrorMessage ? reply.errorMessage().toStdString()
-                                                      : "no answer in time";
-}
+// Why a connection could not be had; empty when it is there. Told in the loop's thread, the first time
+// counts.
+class Opening {
+ public:
+    void tell(const std::string& failure) {
+        if (!std::exchange(told_, true)) {
+            failure_.set_value(failure);
+        }
+    }
+    std::future<std::string> failure() { return failure_.get_future(); }
+
+ private:
+    std::promise<std::string> failure_;
+    bool told_ = false;
+};
 
 }  // namespace
 
 AtspiSettings SettingsOfThisSession() {
     const char* const bus = std::getenv("AT_SPI_BUS_ADDRESS");
-    return {cmn::SessionBusAddress(), bus != nullptr ? bus : ""};
+    return {cmn::bus::SessionBusAddress(), bus != nullptr ? bus : ""};
 }
 
-AccessibilityBus::AccessibilityBus(std::shared_ptr<cmn::TaskPool> pool, AtspiSettings settings)
-    : pool_(std::move(pool)), settings_(std::move(settings)) {}
+AccessibilityBus::AccessibilityBus(std::shared_ptr<cmn::Dispatch> dispatch, AtspiSettings settings)
+    : settings_(std::move(settings)),
+      surroundings_{std::move(dispatch), std::make_shared<cmn::bus::Loop>(), settings_.callDeadline} {}
 
-AccessibilityBus::~AccessibilityBus() {
-    for (const auto* const bus : {&bus_, &session_}) {
-        if (*bus) {
-            QDBusConnection::disconnectFromBus((*bus)->connection.name());
-        }
-    }
-}
-
-std::optional<BusLink> AccessibilityBus::link(Deadline deadline) {
+std::shared_ptr<Session> AccessibilityBus::session(Deadline deadline) {
     {
         const std::lock_guard lock(mutex_);
-        if (auto usable = usableLink(); usable || Clock::now() - lastLook_ < kPauseBetweenLooks) {
-            return usable;
+        if (auto session = usable(); session || Clock::now() - lastLook_ < kPauseBetweenLooks) {
+            return session;
         }
     }
     return check(deadline);
 }
 
-std::optional<BusLink> AccessibilityBus::check(Deadline deadline) {
+std::shared_ptr<Session> AccessibilityBus::check(Deadline deadline) {
     {
         const std::lock_guard lock(mutex_);
         if (looking_) {
-            return usableLink();
+            return usable();
         }
         looking_ = true;
         lastLook_ = Clock::now();
@@ -89,87 +77,69 @@ std::optional<BusLink> AccessibilityBus::check(Deadline deadline) {
         look(deadline);
     }
     const std::lock_guard lock(mutex_);
-    return usableLink();
+    return usable();
 }
 
-std::optional<bool> AccessibilityBus::isSwitchedOn() const {
-    const std::lock_guard lock(mutex_);
-    return switchedOn_;
+std::shared_ptr<Session> AccessibilityBus::usable() const {
+    return session_ && session_->connection->isReady() ? session_ : nullptr;
 }
 
-std::optional<BusLink> AccessibilityBus::usableLink() const {
-    if (verdict_ != Verdict::usable || !bus_->connection.isConnected()) {
-        return std::nullopt;
-    }
-    return BusLink{bus_->connection, epoch_};
-}
-
-std::optional<QDBusConnection> AccessibilityBus::session(Deadline deadline) {
+std::shared_ptr<Connection> AccessibilityBus::sessionBus(Deadline deadline) {
     {
         const std::lock_guard lock(mutex_);
-        if (session_ && session_->connection.isConnected()) {
-            return session_->connection;
+        if (sessionBus_ && sessionBus_->isReady()) {
+            return sessionBus_;
         }
     }
-    std::string failure;
-    std::optional<Bus> bus = connect(settings_.sessionBusAddress, deadline, failure);
+    Connected bus = connect(settings_.sessionBusAddress, deadline);
     const std::lock_guard lock(mutex_);
     if (bus) {
-        std::swap(session_, bus);
+        sessionBus_.swap(*bus);
     }
-    if (bus) {
-        QDBusConnection::disconnectFromBus(bus->connection.name());
-    }
-    return session_ && session_->connection.isConnected() ? std::optional(session_->connection)
-                                                          : std::nullopt;
+    return sessionBus_ && sessionBus_->isReady() ? sessionBus_ : nullptr;
 }
 
-std::optional<AccessibilityBus::Bus> AccessibilityBus::connect(const std::string& address, Deadline deadline,
-                                                               std::string& failure) {
-    static std::atomic<int> serial{0};
-    const cmn::BusProbeResult alive = Probe(pool_, address, deadline);
-    if (!alive.address || !alive.saidHello) {
-        failure = alive.address ? "the bus does not let this user in" : alive.failure;
-        return std::nullopt;
-    }
-    const QString name = QString::fromStdString(fmt::format("tessarin-accessibility-{}", ++serial));
-    Bus bus{address, QDBusConnection::connectToBus(QString::fromStdString(*alive.address), name)};
-    if (!bus.connection.isConnected()) {
-        failure = bus.connection.lastError().message().toStdString();
-        QDBusConnection::disconnectFromBus(name);
-        return std::nullopt;
-    }
-    return bus;
+AccessibilityBus::Connected AccessibilityBus::connect(const std::string& address, Deadline deadline) {
+    cmn::bus::Options options;
+    options.address = address;
+    options.connectDeadline = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    options.mostInFlight = kMostInFlight;
+    const auto opening = std::make_shared<Opening>();
+    std::future<std::string> failure = opening->failure();
+    Connection::Events events;
+    events.ready = [opening] { opening->tell(""); };
+    events.lost = [opening](const std::string& why) { opening->tell(why); };
+    auto connection = Connection::open(surroundings_.loop, std::move(options), std::move(events));
+    const bool isTold = failure.wait_until(deadline) == std::future_status::ready;
+    const std::string why = isTold ? failure.get() : "no answer in time";
+    return why.empty() ? Connected(std::move(connection)) : cmn::bus::Error{cmn::bus::error::kFailed, why};
 }
 
-AccessibilityBus::SessionAnswer AccessibilityBus::askSession(Deadline deadline) {
-    SessionAnswer answer;
-    const std::optional<QDBusConnection> bus = session(deadline);
+AccessibilityBus::Answer AccessibilityBus::askSession(Deadline deadline) {
+    const std::shared_ptr<Connection> bus = sessionBus(deadline);
     if (!bus) {
-        answer.failure = "the session bus does not answer";
-        return answer;
+        return {{}, settings_.accessibilityBusAddress, "the session bus does not answer"};
     }
-    const Replies replies =
-        CallTogether(*bus,
-                     {atspi::GetProperty(atspi::kSessionObject, "org.a11y.Status", "IsEnabled"),
-                      atspi::Call(atspi::kSessionObject, "org.a11y.Bus", "GetAddress")},
-                     deadline);
-    answer.switchedOn = atspi::ReadBoolProperty(replies.messages[0]);
-    if (const auto address = atspi::ReadString(replies.messages[1])) {
-        answer.address = address->toStdString();
+    cmn::bus::Batch batch(bus, deadline);
+    const auto isEnabled = batch.ask(atspi::IsEnabled());
+    const auto busAddress = batch.ask(atspi::AddressOfAccessibilityBus());
+    batch.wait();
+    const auto switchedOn = isEnabled.read();
+    const auto address = busAddress.read();
+    Answer answer;
+    answer.switchedOn = switchedOn ? std::optional(*switchedOn) : std::nullopt;
+    answer.address = settings_.accessibilityBusAddress;
+    if (answer.address.empty()) {
+        answer.address = address.valueOr("");
     }
-    if (!answer.switchedOn || !answer.address) {
-        answer.failure = Describe(replies.messages[answer.switchedOn ? 1 : 0]);
+    if (!switchedOn || !address) {
+        answer.failure = (switchedOn ? address.error() : switchedOn.error()).message;
     }
     return answer;
 }
 
 void AccessibilityBus::look(Deadline deadline) {
-    SessionAnswer answer = askSession(deadline);
-    if (!settings_.accessibilityBusAddress.empty()) {
-        answer.address = settings_.accessibilityBusAddress;
-    }
-    bool needsConnection = false;
+    const Answer answer = askSession(deadline);
     {
         const std::lock_guard lock(mutex_);
         // Only a definite answer counts: a session that is slow for once does not switch anything off.
@@ -180,47 +150,43 @@ void AccessibilityBus::look(Deadline deadline) {
             conclude(Verdict::switchedOff, "");
             return;
         }
-        const bool connected = bus_ && bus_->connection.isConnected();
-        needsConnection = !connected || (answer.address && *answer.address != bus_->address);
-        if (!needsConnection || !answer.address) {
-            conclude(connected && switchedOn_ ? Verdict::usable : Verdict::unreachable, answer.failure);
+        if (usable() && (answer.address.empty() || answer.address == address_)) {
+            return;
+        }
+        if (!switchedOn_ || answer.address.empty()) {
+            conclude(Verdict::unreachable, answer.failure);
             return;
         }
     }
-    std::string failure;
-    std::optional<Bus> bus = connect(*answer.address, deadline, failure);
+    Connected connected = connect(answer.address, deadline);
     const std::lock_guard lock(mutex_);
-    if (bus) {
-        std::swap(bus_, bus);
-        verdict_ = verdict_ == Verdict::usable ? Verdict::unknown : verdict_;  // another bus is another epoch
-        conclude(switchedOn_ ? Verdict::usable : Verdict::unreachable, answer.failure);
-    } else {
-        conclude(
-            bus_ && bus_->connection.isConnected() && switchedOn_ ? Verdict::usable : Verdict::unreachable,
-            failure);
-    }
-    if (bus) {
-        QDBusConnection::disconnectFromBus(bus->connection.name());
+    if (connected) {
+        replace(std::make_shared<Session>(surroundings_, std::move(*connected)));
+        address_ = answer.address;
+        verdict_ = Verdict::usable;
+        TLOG_INFO("Connected to the accessibility bus");
+    } else if (!usable()) {
+        conclude(Verdict::unreachable, connected.error().message);
     }
 }
 
 void AccessibilityBus::conclude(Verdict verdict, const std::string& reason) {
-    if (verdict == verdict_) {
+    replace(nullptr);
+    if (std::exchange(verdict_, verdict) == verdict) {
         return;
     }
-    verdict_ = verdict;
-    switch (verdict) {
-        case Verdict::usable:
-            ++epoch_;
-            TLOG_INFO("Connected to the accessibility bus");
-            break;
-        case Verdict::switchedOff:
-            TLOG_WARN("Accessibility is switched off for this session: browsers cannot be read");
-            break;
-        default:
-            TLOG_WARN("The accessibility bus cannot be reached: {}", reason);
-            break;
+    if (verdict == Verdict::switchedOff) {
+        TLOG_WARN("Accessibility is switched off for this session: browsers cannot be read");
+    } else {
+        TLOG_WARN("The accessibility bus cannot be reached: {}", reason);
     }
+}
+
+void AccessibilityBus::replace(std::shared_ptr<Session> session) {
+    if (session_) {
+        session_->subscriptions->end();
+    }
+    session_ = std::move(session);
 }
 
 }  // namespace useragent

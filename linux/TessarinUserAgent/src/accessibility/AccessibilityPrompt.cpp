@@ -1,13 +1,22 @@
 #include "accessibility/AccessibilityPrompt.h"
 
-#include <QDBusVariant>
-#include <QVariantMap>
-#include <utility>
+#include <fmt/format.h>
 
+#include <map>
+#include <tuple>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "accessibility/AtspiQueries.h"
 #include "common/log.h"
 
 namespace useragent {
 namespace {
+
+using cmn::bus::Message;
+using cmn::bus::Query;
+using cmn::bus::Result;
 
 constexpr const char* kNotifications = "org.freedesktop.Notifications";
 constexpr const char* kNotificationsPath = "/org/freedesktop/Notifications";
@@ -22,94 +31,94 @@ void LogRemedy() {
         "set-property org.a11y.Bus /org/a11y/bus org.a11y.Status IsEnabled b true");
 }
 
+bool WriteNotification(Message& call) {
+    using namespace std::string_literals;
+    using Hints = std::map<std::string, std::variant<std::monostate, std::uint8_t>>;
+    constexpr std::uint8_t kNormalUrgency = 1;
+    constexpr std::uint32_t kReplacesNone = 0;
+    constexpr std::int32_t kNeverExpires = 0;
+    return call.append("Tessarin User Agent"s, kReplacesNone, "preferences-desktop-accessibility"s,
+                       "Accessibility is switched off"s,
+                       "Tessarin needs it to see which addresses the web browsers visit."s,
+                       std::vector<std::string>{kSwitchOnAction, "Switch on"},
+                       Hints{{"urgency", kNormalUrgency}}, kNeverExpires);
+}
+
 }  // namespace
 
-AccessibilityPrompt::AccessibilityPrompt(std::weak_ptr<AtspiCore> core) : core_(std::move(core)) {}
+Query<AccessibilityPrompt::Shown> AccessibilityPrompt::Notification() {
+    return {kNotifications,
+            kNotificationsPath,
+            kNotifications,
+            "Notify",
+            &WriteNotification,
+            [](const Message& answer) -> Result<Shown> {
+                const auto number = answer.readOne<std::uint32_t>();
+                return number ? Result<Shown>({*number, std::string(answer.sender())}) : number.error();
+            }};
+}
+
+template <typename T>
+void AccessibilityPrompt::ask(const Query<T>& query, void (AccessibilityPrompt::*next)(const Result<T>&)) {
+    cmn::bus::Ask<T>(*sessionBus_, query, cmn::bus::Clock::now() + kServiceTimeout,
+                     [weak = weak_from_this(), next](const Result<T>& answer) {
+                         if (const auto self = weak.lock()) {
+                             (self.get()->*next)(answer);
+                         }
+                     });
+}
 
 void AccessibilityPrompt::ask() {
-    const std::shared_ptr<AtspiCore> core = core_.lock();
-    if (!core || std::exchange(asked_, true)) {
+    if (std::exchange(asked_, true)) {
         return;
     }
-    const std::optional<QDBusConnection> session = core->bus.session(core->deadline());
-    if (!session) {
+    sessionBus_ = bus_.sessionBus(bus_.deadline());
+    if (!sessionBus_) {
         LogRemedy();
         return;
     }
     // The session may have been too slow to answer the question that led here.
-    core->calls.call(*session, atspi::GetProperty(atspi::kSessionObject, "org.a11y.Status", "IsEnabled"),
-                     kServiceTimeout, [this](const QDBusMessage& reply) {
-                         const std::optional<bool> isEnabled = atspi::ReadBoolProperty(reply);
-                         if (!isEnabled) {
-                             TLOG_WARN("This session has no accessibility: {}",
-                                       reply.errorMessage().toStdString());
-                         } else if (!*isEnabled) {
-                             notify();
-                         }
-                     });
+    ask(atspi::IsEnabled(), &AccessibilityPrompt::heardWhetherEnabled);
 }
 
-void AccessibilityPrompt::notify() {
-    const std::shared_ptr<AtspiCore> core = core_.lock();
-    const std::optional<QDBusConnection> session = core ? core->bus.session(core->deadline()) : std::nullopt;
-    if (!session) {
-        return;
+void AccessibilityPrompt::heardWhetherEnabled(const Result<bool>& isEnabled) {
+    if (!isEnabled) {
+        TLOG_WARN("This session has no accessibility: {}", isEnabled.error().message);
+    } else if (!*isEnabled) {
+        ask(Notification(), &AccessibilityPrompt::shown);
     }
-    const QStringList actions{QString::fromLatin1(kSwitchOnAction), QStringLiteral("Switch on")};
-    const QVariantMap hints{{QStringLiteral("urgency"), QVariant::fromValue<uchar>(1)}};
-    const int neverExpires = 0;
-    core->calls.call(
-        *session,
-        atspi::Call(
-            {QString::fromLatin1(kNotifications), QString::fromLatin1(kNotificationsPath)}, kNotifications,
-            "Notify",
-            {QStringLiteral("Tessarin User Agent"), 0U, QStringLiteral("preferences-desktop-accessibility"),
-             QStringLiteral("Accessibility is switched off"),
-             QStringLiteral("Tessarin needs it to see which addresses the web browsers visit."), actions,
-             hints, neverExpires}),
-        kServiceTimeout, [this](const QDBusMessage& reply) { notified(reply); });
 }
 
-void AccessibilityPrompt::notified(const QDBusMessage& reply) {
-    const std::shared_ptr<AtspiCore> core = core_.lock();
-    const std::optional<std::uint32_t> number = atspi::ReadNumber(reply);
-    std::optional<QDBusConnection> session = core ? core->bus.session(core->deadline()) : std::nullopt;
-    if (!number || !session) {
+void AccessibilityPrompt::shown(const Result<Shown>& notification) {
+    if (!notification) {
         LogRemedy();
         return;
     }
-    notification_ = *number;
+    notification_ = notification->number;
     // Only whoever shows the notification can say what became of it.
-    session->connect(reply.service(), QLatin1String(kNotificationsPath), QLatin1String(kNotifications),
-                     QStringLiteral("ActionInvoked"), this, SLOT(actionInvoked(QDBusMessage)));
+    actions_ = sessionBus_->subscribe(
+        fmt::format("type='signal',sender='{}',path='{}',interface='{}',member='ActionInvoked'",
+                    notification->service, kNotificationsPath, kNotifications),
+        [weak = weak_from_this()](const Message& signal) {
+            if (const auto self = weak.lock()) {
+                self->actionInvoked(signal);
+            }
+        });
 }
 
-void AccessibilityPrompt::actionInvoked(const QDBusMessage& signal) {
-    const QVariantList arguments = signal.arguments();
-    if (arguments.value(0).toUInt() == notification_ &&
-        arguments.value(1).toString() == QLatin1String(kSwitchOnAction)) {
-        switchOn();
+void AccessibilityPrompt::actionInvoked(const Message& signal) {
+    if (const auto action = signal.read<std::uint32_t, std::string>();
+        action && *action == std::tuple(notification_, kSwitchOnAction)) {
+        ask(atspi::Enable(), &AccessibilityPrompt::switchedOn);
     }
 }
 
-void AccessibilityPrompt::switchOn() {
-    const std::shared_ptr<AtspiCore> core = core_.lock();
-    const std::optional<QDBusConnection> session = core ? core->bus.session(core->deadline()) : std::nullopt;
-    if (!session) {
-        return;
+void AccessibilityPrompt::switchedOn(const Result<atspi::Done>& done) {
+    if (done) {
+        TLOG_INFO("Accessibility was switched on at the user's wish");
+    } else {
+        TLOG_WARN("Accessibility could not be switched on: {}", done.error().message);
     }
-    core->calls.call(*session,
-                     atspi::Call(atspi::kSessionObject, "org.freedesktop.DBus.Properties", "Set",
-                                 {QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"),
-                                  QVariant::fromValue(QDBusVariant(true))}),
-                     kServiceTimeout, [](const QDBusMessage& reply) {
-                         if (reply.type() == QDBusMessage::ReplyMessage) {
-                             TLOG_INFO("Accessibility was switched on at the user's wish");
-                         } else {
-                             TLOG_WARN("Accessibility could not be switched on: {}",
-                                       reply.errorMessage().toStdString());
-                         }
-                     });
 }
 
 }  // namespace useragent

@@ -1,69 +1,16 @@
 #include "accessibility/AtspiAccessibility.h"
 
-#include <algorithm>
-#include <map>
 #include <utility>
 
 #include "accessibility/AccessibilityPrompt.h"
-#include "accessibility/AtspiCore.h"
 #include "accessibility/AtspiObserver.h"
+#include "accessibility/AtspiReader.h"
 
 namespace useragent {
-namespace {
 
-// One look at which applications answer at all, and whether the registry is still the same.
-class RollCall {
- public:
-    RollCall(AtspiCore& core, BusLink link, Deadline deadline)
-        : core_(core), link_(std::move(link)), deadline_(deadline) {}
-
-    void hold(const std::vector<std::int32_t>& pids) {
-        core_.breaker.poll(link_);
-        core_.applications.lookUp(link_, pids, deadline_);
-        std::vector<QDBusMessage> calls{
-            atspi::CallBus("GetNameOwner", {QString::fromLatin1(atspi::kRegistryName)})};
-        std::map<QString, std::int32_t> asked;
-        for (const std::int32_t pid : pids) {
-            core_.applications.notePresence(pid);
-            const QString busName = core_.applications.knownBusName(pid);
-            if (!busName.isEmpty() && !core_.breaker.isOpen(link_, busName)) {
-                asked.emplace(busName, pid);
-                calls.push_back(atspi::Ping(busName));
-            }
-        }
-        const Replies replies = CallTogether(link_.connection, calls, deadline_);
-        for (const QString& busName : replies.silent) {
-            if (const auto found = asked.find(busName); found != asked.end()) {
-                core_.breaker.trip(link_, busName, found->second);
-            }
-        }
-        for (std::size_t i = 1; i < calls.size(); ++i) {
-            if (atspi::IsNobodyThere(replies.messages[i])) {
-                core_.applications.forget(asked.at(calls[i].service()), calls[i].service());
-            }
-        }
-        checkRegistry(replies.messages.front());
-    }
-
- private:
-    void checkRegistry(const QDBusMessage& owner) {
-        if (core_.events.registryOwner(link_, atspi::ReadString(owner).value_or(QString()))) {
-            // Until now nobody asked the applications for events.
-            core_.forEachSubscription([](AtspiSubscription& subscription) { subscription.refresh(); });
-        }
-    }
-
-    AtspiCore& core_;
-    const BusLink link_;
-    const Deadline deadline_;
-};
-
-}  // namespace
-
-AtspiAccessibility::AtspiAccessibility(std::shared_ptr<cmn::LinuxDispatch> dispatch,
-                                       const AtspiSettings& settings)
-    : core_(std::make_shared<AtspiCore>(std::move(dispatch), settings)),
-      prompt_(std::make_unique<AccessibilityPrompt>(core_)) {}
+AtspiAccessibility::AtspiAccessibility(std::shared_ptr<cmn::Dispatch> dispatch, const AtspiSettings& settings)
+    : bus_(std::make_shared<AccessibilityBus>(std::move(dispatch), settings)),
+      prompt_(std::make_shared<AccessibilityPrompt>(*bus_)) {}
 
 AtspiAccessibility::~AtspiAccessibility() = default;
 
@@ -73,9 +20,9 @@ AXError AtspiAccessibility::copyAttributeValue(const AXElementRef& element, cons
     if (!target) {
         return AXError::illegalArgument;
     }
-    const Deadline deadline = core_->deadline();
-    const std::optional<BusLink> link = core_->bus.link(deadline);
-    return link ? core_->reader.read(*link, *target, attribute, value, deadline) : AXError::apiDisabled;
+    const cmn::bus::Deadline deadline = bus_->deadline();
+    const std::shared_ptr<Session> session = bus_->session(deadline);
+    return session ? AtspiReader(session, *target, deadline).read(attribute, value) : AXError::apiDisabled;
 }
 
 AXElementRef AtspiAccessibility::createApplication(std::int32_t pid) {
@@ -96,12 +43,12 @@ AXError AtspiAccessibility::createObserver(std::int32_t pid, AXObserverCallback 
     if (pid <= 0 || !callback) {
         return AXError::illegalArgument;
     }
-    observer = std::make_unique<AtspiObserver>(core_, pid, std::move(callback));
+    observer = std::make_unique<AtspiObserver>(bus_, pid, std::move(callback));
     return AXError::success;
 }
 
 bool AtspiAccessibility::isProcessTrusted() {
-    return core_->bus.check(core_->deadline()).has_value();
+    return bus_->check(bus_->deadline()) != nullptr;
 }
 
 bool AtspiAccessibility::isProcessTrustedWithPrompt() {
@@ -113,23 +60,9 @@ bool AtspiAccessibility::isProcessTrustedWithPrompt() {
 }
 
 void AtspiAccessibility::prepare(const std::vector<std::int32_t>& pids) {
-    const Deadline deadline = core_->deadline();
-    const std::optional<BusLink> link = core_->bus.check(HalfWayTo(deadline));
-    const std::uint64_t epoch = link ? link->epoch : 0;
-    const auto isLost = [epoch](const AtspiSubscription& subscription) {
-        return subscription.link().epoch != epoch;
-    };
-    const auto open = core_->subscriptions.all();
-    if (std::any_of(open.begin(), open.end(),
-                    [&](const auto& subscription) { return isLost(*subscription); })) {
-        core_->forEachSubscription([isLost](AtspiSubscription& subscription) {
-            if (isLost(subscription)) {
-                subscription.lost();
-            }
-        });
-    }
-    if (link) {
-        RollCall(*core_, *link, deadline).hold(pids);
+    const cmn::bus::Deadline deadline = bus_->deadline();
+    if (const std::shared_ptr<Session> session = bus_->check(cmn::bus::HalfWayTo(deadline))) {
+        session->callTheRoll(pids, deadline);
     }
 }
 

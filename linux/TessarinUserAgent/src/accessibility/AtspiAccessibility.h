@@ -3,19 +3,19 @@
 #include <memory>
 
 #include "accessibility/AtspiSettings.h"
-#include "linux_usercommon/LinuxDispatch.h"
 #include "useragent/Accessibility.h"
+#include "usercommon/Dispatch.h"
 
 namespace useragent {
 
-struct AtspiCore;
+class AccessibilityBus;
 class AccessibilityPrompt;
 
-// Reads applications over the desktop's accessibility bus. To be made on the main thread, after the
-// QCoreApplication, and destroyed there; observers may outlive it, silently.
+// Reads applications over the desktop's accessibility bus, with a thread of its own for that. Observers may
+// outlive it, silently. Throws std::system_error when the thread cannot be had.
 class AtspiAccessibility final : public Accessibility {
  public:
-    AtspiAccessibility(std::shared_ptr<cmn::LinuxDispatch> dispatch, const AtspiSettings& settings);
+    AtspiAccessibility(std::shared_ptr<cmn::Dispatch> dispatch, const AtspiSettings& settings);
     ~AtspiAccessibility() override;
     AtspiAccessibility(const AtspiAccessibility&) = delete;
     AtspiAccessibility& operator=(const AtspiAccessibility&) = delete;
@@ -31,11 +31,11 @@ class AtspiAccessibility final : public Accessibility {
     void prepare(const std::vector<std::int32_t>& pids) override;
 
     // For what else asks over the same bus.
-    std::weak_ptr<AtspiCore> core() const { return core_; }
+    std::weak_ptr<AccessibilityBus> bus() const { return bus_; }
 
  private:
-    const std::shared_ptr<AtspiCore> core_;
-    const std::unique_ptr<AccessibilityPrompt> prompt_;
+    const std::shared_ptr<AccessibilityBus> bus_;
+    const std::shared_ptr<AccessibilityPrompt> prompt_;
 };
 
 }  // namespace useragent

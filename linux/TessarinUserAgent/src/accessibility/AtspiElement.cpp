@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <memory>
+#include <utility>
 
 namespace useragent {
 namespace {
@@ -27,8 +28,8 @@ class Utf8String : public AXString {
 
 }  // namespace
 
-AXStringRef MakeAXString(const QString& text) {
-    return std::make_shared<Utf8String>(text.toStdString());
+AXStringRef MakeAXString(std::string text) {
+    return std::make_shared<Utf8String>(std::move(text));
 }
 
 }  // namespace useragent

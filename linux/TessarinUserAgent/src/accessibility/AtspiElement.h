@@ -1,42 +1,34 @@
 #pragma once
 
-#include <QString>
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
-#include <utility>
-#include <vector>
 
-#include "accessibility/AtspiMessages.h"
+#include "accessibility/AtspiQueries.h"
 #include "useragent/Accessibility.h"
 
 namespace useragent {
 
+class Session;
+
 // Handle of an object on the accessibility bus, or of a whole application, whose bus name is looked up when
 // it is read. May carry what was read along with it. Immutable, shared between threads.
 struct AtspiElement : AXElement {
-    struct Nature {
-        atspi::Role role = 0;
-        atspi::States states = 0;  // only where they matter for the role's name
-    };
-
     explicit AtspiElement(std::int32_t applicationPid) : pid(applicationPid) {}
-    AtspiElement(std::int32_t applicationPid, std::uint64_t busEpoch, atspi::ObjectRef ref)
-        : pid(applicationPid), epoch(busEpoch), object(std::move(ref)) {}
+    AtspiElement(std::int32_t applicationPid, std::weak_ptr<Session> ofSession, atspi::ObjectRef ref)
+        : pid(applicationPid), session(std::move(ofSession)), object(std::move(ref)) {}
 
-    bool isApplication() const { return object.path.isEmpty(); }
+    bool isApplication() const { return object.path.empty(); }
 
-    std::int32_t pid;         // of the application it was reached through
-    std::uint64_t epoch = 0;  // of the bus that the reference belongs to
+    std::int32_t pid;                // of the application it was reached through
+    std::weak_ptr<Session> session;  // outside of which the reference means nothing
     atspi::ObjectRef object;
-    std::optional<Nature> nature;
-    std::optional<QString> name;
-    std::optional<std::vector<atspi::ObjectRef>>
-        children;                  // all of them, as they were when the parent was read
-    std::optional<QString> value;  // fresh when a notification delivered it
+    std::map<std::string, std::string> known;  // by attribute; its value only as a notification's
+    std::optional<atspi::Objects> children;    // all that show, as they were when the parent was read
 };
 
-// Text as the bus delivers it: always valid UTF-8 without NULs.
-AXStringRef MakeAXString(const QString& text);
+AXStringRef MakeAXString(std::string text);
 
 }  // namespace useragent

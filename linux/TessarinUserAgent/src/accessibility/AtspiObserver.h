@@ -5,14 +5,17 @@
 #include <mutex>
 #include <vector>
 
-#include "accessibility/AtspiCore.h"
+#include "accessibility/AccessibilityBus.h"
+#include "accessibility/Subscription.h"
 #include "useragent/Accessibility.h"
 
 namespace useragent {
 
+// The notifications of one process, as one subscription each.
 class AtspiObserver final : public AXObserver {
  public:
-    AtspiObserver(std::weak_ptr<AtspiCore> core, std::int32_t pid, AXObserverCallback callback);
+    AtspiObserver(std::weak_ptr<AccessibilityBus> bus, std::int32_t pid, AXObserverCallback callback)
+        : bus_(std::move(bus)), pid_(pid), callback_(std::move(callback)) {}
     ~AtspiObserver() override;
 
     AXError addNotification(const AXElementRef& element, const std::string& notification) override;
@@ -22,12 +25,12 @@ class AtspiObserver final : public AXObserver {
  private:
     void setDelivering(bool delivering);
 
-    const std::weak_ptr<AtspiCore> core_;
+    const std::weak_ptr<AccessibilityBus> bus_;
     const std::int32_t pid_;
     const AXObserverCallback callback_;
 
     std::mutex mutex_;  // guards what follows
-    std::vector<AtspiSubscription::Ptr> subscriptions_;
+    std::vector<Subscription::Ptr> subscriptions_;
     bool delivering_ = false;
 };
 

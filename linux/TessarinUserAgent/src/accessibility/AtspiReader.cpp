@@ -1,180 +1,198 @@
 #include "accessibility/AtspiReader.h"
 
-#include <memory>
-#include <utility>
+#include <algorithm>
+#include <array>
+#include <initializer_list>
+#include <vector>
 
 #include "accessibility/MainWindow.h"
+#include "accessibility/ShowingChildren.h"
 
 namespace useragent {
 namespace {
 
-AXError GiveText(const QDBusMessage& reply, const std::optional<QString>& text, AXValue& value) {
+using cmn::bus::Batch;
+
+AXError GiveText(std::string text, AXValue& value) {
+    value = MakeAXString(std::move(text));
+    return AXError::success;
+}
+
+// Attributes that are one text. An empty one may mean that there is none.
+struct TextAttribute {
+    const char* name;
+    atspi::Query<std::string> (*query)(const atspi::ObjectRef&);
+    bool isAbsentWhenEmpty;
+};
+constexpr std::array kTextAttributes{
+    TextAttribute{kValueAttribute, &atspi::TextOf, false},
+    TextAttribute{kDescriptionAttribute, &atspi::NameOf, false},
+    TextAttribute{kIdentifierAttribute, &atspi::IdentifierOf, true},
+};
+
+AXError ReadText(const AtspiReader& reader, const TextAttribute& attribute, AXValue& value) {
+    auto text = reader.ask(attribute.query(reader.object()));
     if (!text) {
-        return atspi::ErrorOf(reply);
+        return atspi::ErrorOf(text.error());
     }
-    value = MakeAXString(*text);
-    return AXError::success;
+    return text->empty() && attribute.isAbsentWhenEmpty ? AXError::noValue
+                                                        : GiveText(std::move(*text), value);
 }
 
-// Browsers of the Chromium family build the tree of a window once somebody asks it for its attributes.
-void CareForContent(const AtspiReading& reading, const atspi::ObjectRef& window, const QDBusMessage& list) {
-    const auto isEmpty = [&](const QDBusMessage& reply) {
-        const auto children = atspi::ReadObjects(reply, reading.deadline());
-        return children && children->empty();
-    };
-    bool staysEmpty = isEmpty(list);
-    if (staysEmpty) {
-        staysEmpty = isEmpty(reading
-                                 .ask({atspi::Call(window, atspi::kAccessibleInterface, "GetAttributes"),
-                                       atspi::Call(window, atspi::kAccessibleInterface, "GetChildren")})
-                                 .messages.back());
-    }
-    reading.applications().noteWindowContent(reading.element().pid, staysEmpty);
-}
-
-AXError ReadMainWindow(const AtspiReading& reading, AXValue& value) {
-    const QDBusMessage list = reading.ask(reading.call("GetChildren"));
-    const auto children = atspi::ReadObjects(list, reading.deadline());
-    if (!children) {
-        return Clock::now() >= reading.deadline() ? AXError::cannotComplete : atspi::ErrorOf(list);
-    }
-    if (children->size() > kMostTopLevels) {
-        return AXError::cannotComplete;
-    }
-    std::vector<QDBusMessage> calls;
-    for (const atspi::ObjectRef& child : *children) {
-        calls.push_back(atspi::Call(child, atspi::kAccessibleInterface, "GetRole"));
-        calls.push_back(atspi::Call(child, atspi::kAccessibleInterface, "GetState"));
-        calls.push_back(atspi::GetProperty(child, atspi::kAccessibleInterface, "Name"));
-        calls.push_back(atspi::Call(child, atspi::kAccessibleInterface, "GetChildren"));
-    }
-    const Replies replies = reading.ask(calls);
-    if (!replies.complete) {
-        return AXError::cannotComplete;
-    }
-    std::vector<TopLevel> windows;
-    for (std::size_t i = 0; i < children->size(); ++i) {
-        const QDBusMessage* const answers = &replies.messages[4 * i];
-        windows.push_back({(*children)[i].path, atspi::ReadNumber(answers[0]).value_or(0),
-                           atspi::ReadStates(answers[1]).value_or(0),
-                           atspi::ReadStringProperty(answers[2]).value_or(QString())});
-    }
-    const std::int32_t pid = reading.element().pid;
-    const std::optional<std::size_t> chosen =
-        ChooseMainWindow(windows, reading.applications().mainWindow(pid));
-    if (!chosen) {
-        return AXError::noValue;
-    }
-    CareForContent(reading, (*children)[*chosen], replies.messages[4 * *chosen + 3]);
-    reading.applications().setMainWindow(pid, (*children)[*chosen].path);
-    const auto window = std::make_shared<AtspiElement>(pid, reading.link().epoch, (*children)[*chosen]);
-    window->nature = {windows[*chosen].role, windows[*chosen].states};
-    value = AXElementRef(window);
-    return AXError::success;
-}
-
-AXError ReadRole(const AtspiReading& reading, AXValue& value) {
-    std::optional<AtspiElement::Nature> nature = reading.element().nature;
-    if (!nature) {
-        const Replies replies = reading.ask({reading.call("GetRole"), reading.call("GetState")});
-        const auto role = atspi::ReadNumber(replies.messages[0]);
-        const auto states = atspi::ReadStates(replies.messages[1]);
-        if (!role || !states) {
-            return atspi::ErrorOf(replies.messages[role ? 1 : 0]);
-        }
-        nature = {*role, *states};
-    }
-    value = MakeAXString(QString::fromStdString(atspi::AXRoleName(nature->role, nature->states)));
-    return AXError::success;
-}
-
-AXError ReadIdentifier(const AtspiReading& reading, AXValue& value) {
-    const QDBusMessage reply = reading.ask(reading.property("AccessibleId"));
-    const auto identifier = atspi::ReadStringProperty(reply);
-    return identifier && identifier->isEmpty() ? AXError::noValue : GiveText(reply, identifier, value);
-}
-
-AXError ReadObjectAttribute(const AtspiReading& reading, std::initializer_list<const char*> names,
+AXError ReadObjectAttribute(const AtspiReader& reader, std::initializer_list<const char*> names,
                             AXValue& value) {
-    const QDBusMessage reply = reading.ask(reading.call("GetAttributes"));
-    const auto attributes = atspi::ReadAttributes(reply);
+    const auto attributes = reader.ask(atspi::AttributesOf(reader.object()));
     if (!attributes) {
-        return atspi::ErrorOf(reply);
+        return atspi::ErrorOf(attributes.error());
     }
     for (const char* const name : names) {
-        const auto found = attributes->constFind(QLatin1String(name));
-        if (found != attributes->constEnd()) {
-            value = MakeAXString(*found);
-            return AXError::success;
+        if (const auto found = attributes->find(name); found != attributes->end()) {
+            return GiveText(found->second, value);
         }
     }
     return AXError::noValue;
 }
 
+AXError ReadRole(const AtspiReader& reader, AXValue& value) {
+    Batch batch = reader.newBatch();
+    const auto roleAnswer = batch.ask(atspi::RoleOf(reader.object()));
+    const auto statesAnswer = batch.ask(atspi::StatesOf(reader.object()));
+    reader.finish(batch);
+    const auto role = roleAnswer.read();
+    const auto states = statesAnswer.read();
+    if (!role || !states) {
+        return atspi::ErrorOf(role ? states.error() : role.error());
+    }
+    return GiveText(atspi::AXRoleName(*role, *states), value);
+}
+
+// Browsers of the Chromium family build the tree of a window once somebody asks it for its attributes.
+void CareForContent(const AtspiReader& reader, const atspi::ObjectRef& window,
+                    const cmn::bus::Result<atspi::Objects>& children) {
+    bool staysEmpty = children && children->empty();
+    if (staysEmpty) {
+        Batch batch = reader.newBatch();
+        batch.ask(atspi::AttributesOf(window));
+        const auto answer = batch.ask(atspi::ChildrenOf(window));
+        reader.finish(batch);
+        const auto again = answer.read();
+        staysEmpty = again && again->empty();
+    }
+    reader.session()->applications.noteWindowContent(reader.element().pid, staysEmpty);
+}
+
+AXError ReadMainWindow(const AtspiReader& reader, AXValue& value) {
+    const auto objects = reader.ask(atspi::ChildrenOf(reader.object()));
+    if (!objects) {
+        return atspi::ErrorOf(objects.error());
+    }
+    if (objects->size() > kMostTopLevels) {
+        return AXError::cannotComplete;
+    }
+    struct Answers {
+        Batch::Answer<atspi::Role> role;
+        Batch::Answer<atspi::States> states;
+        Batch::Answer<std::string> name;
+        Batch::Answer<atspi::Objects> children;
+    };
+    Batch batch = reader.newBatch();
+    std::vector<Answers> answers;
+    for (const atspi::ObjectRef& object : *objects) {
+        answers.push_back({batch.ask(atspi::RoleOf(object)), batch.ask(atspi::StatesOf(object)),
+                           batch.ask(atspi::NameOf(object)), batch.ask(atspi::ChildrenOf(object))});
+    }
+    if (!reader.finish(batch)) {
+        return AXError::cannotComplete;
+    }
+    std::vector<TopLevel> windows;
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+        windows.push_back({(*objects)[i].path, answers[i].role.read().valueOr(0),
+                           answers[i].states.read().valueOr(0), answers[i].name.read().valueOr("")});
+    }
+    const std::int32_t pid = reader.element().pid;
+    Applications& applications = reader.session()->applications;
+    const std::optional<std::size_t> chosen = ChooseMainWindow(windows, applications.mainWindow(pid));
+    if (!chosen) {
+        return AXError::noValue;
+    }
+    const atspi::ObjectRef& object = (*objects)[*chosen];
+    CareForContent(reader, object, answers[*chosen].children.read());
+    applications.setMainWindow(pid, object.path);
+    const auto window = std::make_shared<AtspiElement>(pid, reader.session(), object);
+    window->known[kRoleAttribute] = atspi::AXRoleName(windows[*chosen].role, windows[*chosen].states);
+    value = AXElementRef(window);
+    return AXError::success;
+}
+
 }  // namespace
 
-AXError AtspiReader::read(const BusLink& link, const AtspiElement& element, const std::string& attribute,
-                          AXValue& value, Deadline deadline) {
-    if (attribute == kValueAttribute && element.value) {
-        value = MakeAXString(*element.value);
-        return AXError::success;
+AXError AtspiReader::read(const std::string& attribute, AXValue& value) {
+    const auto known = element_.known.find(attribute);
+    if (known != element_.known.end() && attribute == kValueAttribute) {
+        return GiveText(known->second, value);  // also when the application has become silent
     }
-    AtspiReading reading(applications_, breaker_, link, element, deadline);
-    AXError error = reading.locate();
+    AXError error = locate();
     if (error != AXError::success) {
         return error;
     }
-    error = readLocated(reading, attribute, value);
-    const QString used = reading.object().busName;
-    if (error != AXError::success && element.isApplication() && reading.locate() == AXError::success &&
-        reading.object().busName != used) {
+    if (known != element_.known.end()) {
+        return GiveText(known->second, value);
+    }
+    error = readLocated(attribute, value);
+    const std::string used = object_.busName;
+    if (error != AXError::success && element_.isApplication() && locate() == AXError::success &&
+        object_.busName != used) {
         // The bus name was out of date: the process has another one now.
-        error = readLocated(reading, attribute, value);
+        error = readLocated(attribute, value);
     }
     return error;
 }
 
-AXError AtspiReader::locate(const BusLink& link, const AtspiElement& element, Deadline deadline,
-                            atspi::ObjectRef& object) {
-    AtspiReading reading(applications_, breaker_, link, element, deadline);
-    const AXError error = reading.locate();
-    object = reading.object();
-    return error;
+AXError AtspiReader::locate() {
+    object_ = element_.object;
+    if (element_.isApplication()) {
+        object_ = {session_->applications.busName(element_.pid, deadline_), atspi::kRootPath};
+        if (object_.busName.empty()) {
+            return AXError::cannotComplete;
+        }
+    } else if (element_.session.lock() != session_) {
+        return AXError::invalidUIElement;
+    }
+    return isSilent(object_) ? AXError::cannotComplete : AXError::success;
 }
 
-AXError AtspiReader::readLocated(const AtspiReading& reading, const std::string& attribute, AXValue& value) {
+bool AtspiReader::finish(Batch& batch) const {
+    const bool complete = batch.wait();
+    for (const std::string& busName : batch.silent()) {
+        session_->silent->note(busName, element_.pid);
+    }
+    for (const std::string& busName : batch.absent()) {
+        session_->applications.forget(element_.pid, busName);
+    }
+    return complete;
+}
+
+AXError AtspiReader::readLocated(const std::string& attribute, AXValue& value) const {
+    const auto* const text =
+        std::find_if(kTextAttributes.begin(), kTextAttributes.end(),
+                     [&](const TextAttribute& known) { return known.name == attribute; });
+    if (text != kTextAttributes.end()) {
+        return ReadText(*this, *text, value);
+    }
     if (attribute == kChildrenAttribute) {
-        std::vector<AXValue> children;
-        const AXError error = showingChildren_.read(reading, children);
-        value = std::move(children);
-        return error;
+        return ReadShowingChildren(*this, value);
     }
     if (attribute == kRoleAttribute) {
-        return ReadRole(reading, value);
-    }
-    if (attribute == kValueAttribute) {
-        const QDBusMessage reply = reading.ask(atspi::GetText(reading.object()));
-        return GiveText(reply, atspi::ReadString(reply), value);
-    }
-    if (attribute == kDescriptionAttribute && reading.element().name) {
-        value = MakeAXString(*reading.element().name);
-        return AXError::success;
-    }
-    if (attribute == kDescriptionAttribute) {
-        const QDBusMessage reply = reading.ask(reading.property("Name"));
-        return GiveText(reply, atspi::ReadStringProperty(reply), value);
-    }
-    if (attribute == kIdentifierAttribute) {
-        return ReadIdentifier(reading, value);
+        return ReadRole(*this, value);
     }
     if (attribute == kDOMIdentifierAttribute) {
-        return ReadObjectAttribute(reading, {"id"}, value);
+        return ReadObjectAttribute(*this, {"id"}, value);
     }
     if (attribute == kPlaceholderValueAttribute) {
-        return ReadObjectAttribute(reading, {"placeholder", "placeholder-text"}, value);
+        return ReadObjectAttribute(*this, {"placeholder", "placeholder-text"}, value);
     }
-    if (attribute == kMainWindowAttribute && reading.element().isApplication()) {
-        return ReadMainWindow(reading, value);
+    if (attribute == kMainWindowAttribute && element_.isApplication()) {
+        return ReadMainWindow(*this, value);
     }
     return AXError::attributeUnsupported;
 }

@@ -2,77 +2,55 @@
 
 #include <algorithm>
 
+#include "accessibility/AtspiQueries.h"
+
 namespace useragent {
 
-AXError EventRegistrations::add(const BusLink& link, const char* event, const QString& busName,
-                                Deadline deadline) {
-    const Wanted wanted(event, busName);
+AXError EventRegistrations::add(const std::string& event, const std::string& busName,
+                                cmn::bus::Deadline deadline) {
     {
         const std::lock_guard lock(mutex_);
-        forgetOtherEpochs(link);
-        const auto found = observers_.find(wanted);
+        const auto found = observers_.find({event, busName});
         if (found != observers_.end()) {
             ++found->second;
             return AXError::success;
         }
     }
-    const QDBusMessage reply = CallAndWait(link.connection, registration(wanted), deadline);
-    if (reply.type() != QDBusMessage::ReplyMessage) {
-        return atspi::ErrorOf(reply);
+    const auto answer = cmn::bus::AskAndWait(connection_, atspi::Registration(event, busName), deadline);
+    if (!answer) {
+        return atspi::ErrorOf(answer.error());
     }
     const std::lock_guard lock(mutex_);
-    if (epoch_ == link.epoch) {
-        ++observers_[wanted];
-    }
+    ++observers_[{event, busName}];
     return AXError::success;
 }
 
-void EventRegistrations::remove(const BusLink& link, const char* event, const QString& busName) {
+void EventRegistrations::remove(const std::string& event, const std::string& busName) {
     const std::lock_guard lock(mutex_);
     const auto found = observers_.find({event, busName});
-    if (epoch_ != link.epoch || found == observers_.end() || --found->second > 0) {
+    if (found == observers_.end() || --found->second > 0) {
         return;
     }
     observers_.erase(found);
     const bool stillWanted = std::any_of(observers_.begin(), observers_.end(),
                                          [&](const auto& entry) { return entry.first.first == event; });
     if (!stillWanted) {
-        // The registry can only be told to forget an event of all applications at once.
-        QDBusMessage message =
-            atspi::Call({atspi::kRegistryName, atspi::kRegistryPath}, atspi::kRegistryInterface,
-                        "DeregisterEvent", {QString::fromLatin1(event)});
-        link.connection.send(message);
+        connection_->send(atspi::Deregistration(event).makeCall(*connection_));
     }
 }
 
-bool EventRegistrations::registryOwner(const BusLink& link, const QString& owner) {
+bool EventRegistrations::registryOwner(const std::string& owner) {
     const std::lock_guard lock(mutex_);
-    forgetOtherEpochs(link);
-    if (owner.isEmpty() || owner == registryOwner_) {
+    if (owner.empty() || owner == registryOwner_) {
         return false;
     }
-    const bool replaced = !registryOwner_.isEmpty();
-    registryOwner_ = owner;
+    const bool replaced = !std::exchange(registryOwner_, owner).empty();
     if (replaced) {
         for (const auto& [wanted, count] : observers_) {
-            link.connection.send(registration(wanted));
+            connection_->send(atspi::Registration(wanted.first, wanted.second).makeCall(*connection_));
         }
     }
     return replaced;
-}
-
-QDBusMessage EventRegistrations::registration(const Wanted& wanted) {
-    const auto& [event, busName] = wanted;
-    return atspi::Call({atspi::kRegistryName, atspi::kRegistryPath}, atspi::kRegistryInterface,
-                       "RegisterEvent", {QString::fromStdString(event), QStringList(), busName});
-}
-
-void EventRegistrations::forgetOtherEpochs(const BusLink& link) {
-    if (epoch_ < link.epoch) {
-        epoch_ = link.epoch;
-        registryOwner_.clear();
-        observers_.clear();
-    }
 }
 
 }  // namespace useragent

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <QString>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
 
-#include "accessibility/AccessibilityBus.h"
-#include "accessibility/AtspiMessages.h"
+#include "linux_bus/Connection.h"
 #include "useragent/Accessibility.h"
 
 namespace useragent {
@@ -16,25 +15,26 @@ namespace useragent {
 // of what the observers want, for as long as one of them does. Any thread.
 class EventRegistrations {
  public:
+    explicit EventRegistrations(std::shared_ptr<cmn::bus::Connection> connection)
+        : connection_(std::move(connection)) {}
+
     // On success one more observer wants the event of that application.
-    AXError add(const BusLink& link, const char* event, const QString& busName, Deadline deadline);
+    AXError add(const std::string& event, const std::string& busName, cmn::bus::Deadline deadline);
 
     // One observer less. Does not wait.
-    void remove(const BusLink& link, const char* event, const QString& busName);
+    void remove(const std::string& event, const std::string& busName);
 
-    // To be told regularly who owns the registry's name; a new registry is told everything again. True when
-    // it was.
-    bool registryOwner(const BusLink& link, const QString& owner);
+    // To be told regularly who owns the registry's name, empty when it is not known; a new registry is told
+    // everything again. True when it was.
+    bool registryOwner(const std::string& owner);
 
  private:
-    using Wanted = std::pair<std::string, QString>;  // event, bus name
+    using Wanted = std::pair<std::string, std::string>;  // event, bus name
 
-    static QDBusMessage registration(const Wanted& wanted);
-    void forgetOtherEpochs(const BusLink& link);
+    const std::shared_ptr<cmn::bus::Connection> connection_;
 
     std::mutex mutex_;  // guards what follows
-    std::uint64_t epoch_ = 0;
-    QString registryOwner_;
+    std::string registryOwner_;
     std::map<Wanted, int> observers_;
 };
 

@@ -2,12 +2,13 @@
 
 namespace useragent {
 
-std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows, const QString& lastMain) {
+std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows,
+                                            const std::string& lastMain) {
     std::optional<std::size_t> first;
     std::optional<std::size_t> last;
     for (std::size_t i = 0; i < windows.size(); ++i) {
         const TopLevel& window = windows[i];
-        if (window.role != atspi::kRoleFrame || window.title.isEmpty()) {
+        if (window.role != atspi::kRoleFrame || window.title.empty()) {
             continue;
         }
         if (atspi::Has(window.states, atspi::State::active)) {

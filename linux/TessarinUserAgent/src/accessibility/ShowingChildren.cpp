@@ -2,137 +2,124 @@
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 namespace useragent {
 namespace {
 
-// More than this could not be read before any deadline.
-constexpr int kMostChildren = 8192;
+using cmn::bus::Batch;
 
-}  // namespace
-
-AXError ShowingChildren::read(const AtspiReading& reading, std::vector<AXValue>& elements) {
-    Objects showing;
-    const AXError error = find(reading, showing);
-    return error == AXError::success ? describe(reading, std::move(showing), elements) : error;
-}
-
-AXError ShowingChildren::find(const AtspiReading& reading, Objects& showing) {
-    if (reading.element().children) {
-        showing = *reading.element().children;
-        return AXError::success;
-    }
-    if (!canSelect(reading, reading.object().busName)) {
-        return findOneByOne(reading, showing);
-    }
-    const QDBusMessage reply = reading.ask(atspi::GetShowingChildren(reading.object(), kMostChildren + 1));
-    auto selected = atspi::ReadObjects(reply, reading.deadline());
-    if (selected) {
-        showing = std::move(*selected);
-        return AXError::success;
-    }
-    const AXError error = atspi::ErrorOf(reply);
-    if (error == AXError::attributeUnsupported) {
-        cannotSelect(reading.object().busName);
-        return findOneByOne(reading, showing);
-    }
-    return Clock::now() >= reading.deadline() ? AXError::cannotComplete : error;
-}
-
-AXError ShowingChildren::findOneByOne(const AtspiReading& reading, Objects& showing) {
-    const QDBusMessage reply = reading.ask(reading.call("GetChildren"));
-    auto all = atspi::ReadObjects(reply, reading.deadline());
+cmn::bus::Result<atspi::Objects> FindOneByOne(const AtspiReader& reader) {
+    auto all = reader.ask(atspi::ChildrenOf(reader.object()));
     if (!all) {
-        return Clock::now() >= reading.deadline() ? AXError::cannotComplete : atspi::ErrorOf(reply);
+        return all;
     }
-    if (all->size() > kMostChildren) {
-        return AXError::cannotComplete;
-    }
-    std::erase_if(*all, [&](const atspi::ObjectRef& child) { return reading.isSilent(child); });
-    std::vector<QDBusMessage> calls;
+    std::erase_if(*all, [&](const atspi::ObjectRef& child) { return reader.isSilent(child); });
+    Batch batch = reader.newBatch();
+    std::vector<Batch::Answer<atspi::States>> states;
     for (const atspi::ObjectRef& child : *all) {
-        calls.push_back(atspi::Call(child, atspi::kAccessibleInterface, "GetState"));
+        states.push_back(batch.ask(atspi::StatesOf(child)));
     }
-    const Replies replies = reading.ask(calls);
-    if (!replies.complete) {
-        return AXError::cannotComplete;
+    if (!reader.finish(batch)) {
+        return cmn::bus::Error{cmn::bus::error::kTimeout, "not all children answered"};
     }
+    atspi::Objects showing;
     for (std::size_t i = 0; i < all->size(); ++i) {
-        if (atspi::Has(atspi::ReadStates(replies.messages[i]).value_or(0), atspi::State::showing)) {
+        if (atspi::Has(states[i].read().valueOr(0), atspi::State::showing)) {
             showing.push_back(std::move((*all)[i]));
         }
     }
-    return AXError::success;
+    return showing;
 }
 
-AXError ShowingChildren::describe(const AtspiReading& reading, Objects showing,
-                                  std::vector<AXValue>& elements) {
-    if (showing.size() > kMostChildren) {
-        return AXError::cannotComplete;
+cmn::bus::Result<atspi::Objects> Find(const AtspiReader& reader) {
+    if (reader.element().children) {
+        return *reader.element().children;
     }
-    std::erase_if(showing, [&](const atspi::ObjectRef& child) { return reading.isSilent(child); });
-    const std::size_t count = showing.size();
-    std::vector<QDBusMessage> calls;
-    for (const atspi::ObjectRef& child : showing) {
-        calls.push_back(atspi::Call(child, atspi::kAccessibleInterface, "GetRole"));
+    const std::string& busName = reader.object().busName;
+    if (reader.session()->canSelect(busName)) {
+        auto selected = reader.ask(atspi::ShowingChildrenOf(reader.object()));
+        if (selected || atspi::ErrorOf(selected.error()) != AXError::attributeUnsupported) {
+            return selected;
+        }
+        reader.session()->cannotSelect(busName);
     }
-    const bool isSelecting = canSelect(reading, reading.object().busName);
-    for (std::size_t i = 0; isSelecting && i < count; ++i) {
-        calls.push_back(atspi::GetShowingChildren(showing[i], kMostChildren + 1));
+    return FindOneByOne(reader);
+}
+
+// A child, and what is asked of it.
+struct Child {
+    std::shared_ptr<AtspiElement> element;
+    Batch::Answer<atspi::Role> role;
+    Batch::Answer<atspi::Objects> children;
+};
+
+// Of what may be a text field the states decide, and the name is read next.
+AXError DescribeFields(const AtspiReader& reader, const std::vector<Child>& fields) {
+    struct Answers {
+        Batch::Answer<atspi::States> states;
+        Batch::Answer<std::string> name;
+    };
+    Batch batch = reader.newBatch();
+    std::vector<Answers> answers;
+    for (const Child& field : fields) {
+        const atspi::ObjectRef& object = field.element->object;
+        answers.push_back({batch.ask(atspi::StatesOf(object)), batch.ask(atspi::NameOf(object))});
     }
-    const Replies replies = reading.ask(calls);
-    if (!replies.complete) {
-        return AXError::cannotComplete;
+    const bool complete = reader.finish(batch);
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        auto& known = fields[i].element->known;
+        if (const auto states = answers[i].states.read()) {
+            known[kRoleAttribute] = atspi::AXRoleName(*fields[i].role.read(), *states);
+        }
+        if (auto name = answers[i].name.read()) {
+            known[kDescriptionAttribute] = std::move(*name);
+        }
     }
-    std::vector<std::shared_ptr<AtspiElement>> fields;
-    for (std::size_t i = 0; i < count; ++i) {
-        const auto child = std::make_shared<AtspiElement>(reading.element().pid, reading.link().epoch,
-                                                          std::move(showing[i]));
-        if (const auto role = atspi::ReadNumber(replies.messages[i])) {
-            child->nature = {*role, 0};
-            if (atspi::MayBeTextField(*role)) {
-                fields.push_back(child);
+    return complete ? AXError::success : AXError::cannotComplete;
+}
+
+}  // namespace
+
+AXError ReadShowingChildren(const AtspiReader& reader, AXValue& value) {
+    auto showing = Find(reader);
+    if (!showing) {
+        return atspi::ErrorOf(showing.error());
+    }
+    const bool isSelecting = reader.session()->canSelect(reader.object().busName);
+    Batch batch = reader.newBatch();
+    std::vector<Child> children;
+    for (atspi::ObjectRef& object : *showing) {
+        if (!reader.isSilent(object)) {
+            Child& child = children.emplace_back();
+            child.role = batch.ask(atspi::RoleOf(object));
+            if (isSelecting) {
+                child.children = batch.ask(atspi::ShowingChildrenOf(object));
             }
+            child.element =
+                std::make_shared<AtspiElement>(reader.element().pid, reader.session(), std::move(object));
+        }
+    }
+    if (!reader.finish(batch)) {
+        return AXError::cannotComplete;
+    }
+    std::vector<Child> fields;
+    std::vector<AXValue> elements;
+    for (const Child& child : children) {
+        if (const auto role = child.role.read(); role && atspi::MayBeTextField(*role)) {
+            fields.push_back(child);
+        } else if (role) {
+            child.element->known[kRoleAttribute] = atspi::AXRoleName(*role, 0);
         }
         if (isSelecting) {
-            child->children = atspi::ReadObjects(replies.messages[count + i], reading.deadline());
+            if (auto own = child.children.read()) {
+                child.element->children = std::move(*own);
+            }
         }
-        elements.emplace_back(AXElementRef(child));
+        elements.emplace_back(AXElementRef(child.element));
     }
-    return describeFields(reading, fields);
-}
-
-AXError ShowingChildren::describeFields(const AtspiReading& reading,
-                                        const std::vector<std::shared_ptr<AtspiElement>>& fields) {
-    std::vector<QDBusMessage> calls;
-    for (const auto& field : fields) {
-        calls.push_back(atspi::Call(field->object, atspi::kAccessibleInterface, "GetState"));
-        calls.push_back(atspi::GetProperty(field->object, atspi::kAccessibleInterface, "Name"));
-    }
-    const Replies replies = reading.ask(calls);
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (const auto states = atspi::ReadStates(replies.messages[2 * i])) {
-            fields[i]->nature->states = *states;
-        } else {
-            fields[i]->nature.reset();
-        }
-        fields[i]->name = atspi::ReadStringProperty(replies.messages[2 * i + 1]);
-    }
-    return replies.complete ? AXError::success : AXError::cannotComplete;
-}
-
-bool ShowingChildren::canSelect(const AtspiReading& reading, const QString& busName) {
-    const std::lock_guard lock(mutex_);
-    if (epoch_ < reading.link().epoch) {
-        epoch_ = reading.link().epoch;
-        withoutSelection_.clear();
-    }
-    return !withoutSelection_.contains(busName);
-}
-
-void ShowingChildren::cannotSelect(const QString& busName) {
-    const std::lock_guard lock(mutex_);
-    withoutSelection_.insert(busName);
+    value = std::move(elements);
+    return DescribeFields(reader, fields);
 }
 
 }  // namespace useragent

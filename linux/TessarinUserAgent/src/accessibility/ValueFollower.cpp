@@ -8,7 +8,7 @@ bool ValueFollower::changed() {
     return !std::exchange(reading_, true);
 }
 
-bool ValueFollower::read(const QString& text) {
+bool ValueFollower::read(const std::string& text) {
     reading_ = false;
     missing_ = false;
     retried_ = false;

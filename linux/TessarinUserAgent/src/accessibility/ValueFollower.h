@@ -1,7 +1,7 @@
 #pragma once
 
-#include <QString>
 #include <optional>
+#include <string>
 
 namespace useragent {
 
@@ -16,7 +16,7 @@ class ValueFollower {
     bool changed();
 
     // The running read was answered. True when the text is another than the one last told.
-    bool read(const QString& text);
+    bool read(const std::string& text);
 
     // The running read was not answered in time, so a change may be missing.
     void unanswered();
@@ -32,7 +32,7 @@ class ValueFollower {
     bool reading_ = false;
     bool missing_ = false;
     bool retried_ = false;
-    std::optional<QString> told_;
+    std::optional<std::string> told_;
 };
 
 }  // namespace useragent

@@ -1,21 +1,21 @@
 #pragma once
 
-#include "accessibility/AtspiSubscription.h"
+#include "accessibility/Subscription.h"
 
 namespace useragent {
 
 // "AXMainWindowChanged" of one application.
-class WindowSubscription final : public AtspiSubscription {
+class WindowSubscription final : public Subscription {
  public:
-    WindowSubscription(std::weak_ptr<AtspiCore> core, BusLink link, std::int32_t pid, const QString& busName,
+    WindowSubscription(const std::shared_ptr<Session>& session, std::int32_t pid, const std::string& busName,
                        AXObserverCallback callback);
 
-    void recovered(const QString& busName) override;
+    void recovered(const std::string& busName) override;
     // Whoever follows the application has to find everything anew: told as another main window.
     void lost() override;
 
  protected:
-    void signalled(const QDBusMessage& signal) override;
+    void signalled(const cmn::bus::Message& signal) override;
 
  private:
     // An application that did not say what kind of window it activated is asked once more when it answers
@@ -24,12 +24,11 @@ class WindowSubscription final : public AtspiSubscription {
 
     // Only frames are main windows.
     void examineActivated();
-    void activated(const QString& path, const QDBusMessage& role);
+    void activated(const std::string& path, const cmn::bus::Result<atspi::Role>& role);
 
-    const std::int32_t pid_;
     const std::shared_ptr<const AtspiElement> application_;
-    QString mainWindow_;
-    QString lastActivated_;
+    std::string mainWindow_;
+    std::string lastActivated_;
     Examination examination_ = Examination::first;  // of that window
     bool isLost_ = false;
 };

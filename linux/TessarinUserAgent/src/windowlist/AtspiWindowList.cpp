@@ -1,11 +1,11 @@
 #include "windowlist/AtspiWindowList.h"
 
 #include <algorithm>
-#include <functional>
 #include <iterator>
 #include <optional>
 #include <utility>
 
+#include "accessibility/AtspiQueries.h"
 #include "accessibility/MainWindow.h"
 #include "windowlist/OwnerName.h"
 
@@ -13,25 +13,27 @@ namespace useragent {
 namespace {
 
 using Application = AtspiWindowList::Application;
+using cmn::bus::Batch;
+using cmn::bus::Deadline;
+using cmn::bus::HalfWayTo;
 
 // Looks at all applications, at each step at all of them at once. No step may use up the time of the next.
 class Survey {
  public:
-    Survey(AtspiCore& core, BusLink link, Deadline deadline)
-        : core_(core), link_(std::move(link)), deadline_(deadline) {}
+    Survey(Session& session, Deadline deadline) : session_(session), deadline_(deadline) {}
 
     // The applications by bus name, in the registry's order; nothing for one that does not answer. Nothing at
     // all when the applications are not known.
-    std::optional<std::vector<std::pair<QString, std::optional<Application>>>> take() {
+    std::optional<std::vector<std::pair<std::string, std::optional<Application>>>> take() {
         if (!findSubjects()) {
             return std::nullopt;
         }
         askForRoots(HalfWayTo(deadline_));
         askForFrames(deadline_);
-        if (!link_.connection.isConnected()) {
+        if (!session_.connection->isReady()) {
             return std::nullopt;  // that nobody answered says nothing then
         }
-        std::vector<std::pair<QString, std::optional<Application>>> result;
+        std::vector<std::pair<std::string, std::optional<Application>>> result;
         for (Subject& subject : subjects_) {
             result.emplace_back(subject.busName, subject.answers
                                                      ? std::optional(std::move(subject.application))
@@ -41,106 +43,108 @@ class Survey {
     }
 
  private:
+    struct Window {
+        Batch::Answer<atspi::Role> role;
+        Batch::Answer<atspi::States> states;
+    };
     struct Subject {
-        QString busName;
+        std::string busName;
         Application application;
         bool answers = true;
-        std::vector<atspi::ObjectRef> windows;
+        Batch::Answer<std::string> name;
+        Batch::Answer<atspi::Objects> children;
+        atspi::Objects windows;
+        std::vector<Window> windowAnswers;
     };
 
     bool findSubjects() {
         const Deadline deadline = HalfWayTo(deadline_);
-        const std::optional<QStringList> names = RegisteredApplications(link_, deadline);
+        const auto names = session_.applications.registered(deadline);
         if (!names) {
             return false;
         }
-        const auto pids = ProcessIds(link_, *names, deadline);
+        const auto pids = session_.applications.processIds(*names, deadline);
         for (std::size_t i = 0; i < pids.size(); ++i) {
             if (pids[i] != 0) {
-                const QString& busName = (*names)[static_cast<qsizetype>(i)];
-                subjects_.push_back(
-                    {busName, Application{{{}, pids[i].value_or(0)}}, pids[i].has_value(), {}});
+                Subject& subject = subjects_.emplace_back();
+                subject.busName = (*names)[i];
+                subject.application.owner.ownerPid = pids[i].value_or(0);
+                subject.answers = pids[i].has_value();
             }
         }
         return true;
     }
 
-    // Adds the calls for a subject; takes the replies to them, in the same order, from the iterator on.
-    using AddCalls = std::function<void(const Subject&, std::vector<QDBusMessage>&)>;
-    using TakeReplies = std::function<void(Subject&, std::vector<QDBusMessage>::const_iterator&)>;
-
-    void ask(const AddCalls& addCalls, const TakeReplies& takeReplies, Deadline deadline) {
-        std::vector<Subject*> asked;
-        std::vector<QDBusMessage> calls;
+    // Those that can be asked next.
+    std::vector<Subject*> answering() {
+        std::vector<Subject*> subjects;
         for (Subject& subject : subjects_) {
-            subject.answers = subject.answers && !core_.breaker.isOpen(link_, subject.busName);
+            subject.answers = subject.answers && !session_.silent->isSilent(subject.busName);
             if (subject.answers) {
-                asked.push_back(&subject);
-                addCalls(subject, calls);
+                subjects.push_back(&subject);
             }
         }
-        const Replies replies = CallTogether(link_.connection, calls, deadline);
-        auto next = replies.messages.begin();
-        for (Subject* const subject : asked) {
-            const auto first = next;
-            takeReplies(*subject, next);
-            if (std::any_of(first, next, [](const QDBusMessage& reply) {
-                    return reply.type() == QDBusMessage::InvalidMessage;
-                })) {
-                subject->answers = false;
-            }
-            if (replies.silent.contains(subject->busName)) {
-                core_.breaker.trip(link_, subject->busName, subject->application.owner.ownerPid);
+        return subjects;
+    }
+
+    void finish(Batch& batch, const std::vector<Subject*>& asked) {
+        batch.wait();
+        for (const std::string& busName : batch.silent()) {
+            const auto subject = std::find_if(asked.begin(), asked.end(),
+                                              [&](const Subject* one) { return one->busName == busName; });
+            if (subject != asked.end()) {
+                session_.silent->note(busName, (*subject)->application.owner.ownerPid);
             }
         }
     }
 
     void askForRoots(Deadline deadline) {
-        ask(
-            [](const Subject& subject, std::vector<QDBusMessage>& calls) {
-                const atspi::ObjectRef root{subject.busName, atspi::kRootPath};
-                calls.push_back(atspi::GetProperty(root, atspi::kAccessibleInterface, "Name"));
-                calls.push_back(atspi::Call(root, atspi::kAccessibleInterface, "GetChildren"));
-            },
-            [this](Subject& subject, auto& reply) {
-                if (const auto name = atspi::ReadStringProperty(*reply++)) {
-                    subject.application.owner.ownerName = OwnerName(name->toStdString());
-                }
-                // Who answered early may be read after the time of this step, which somebody else used up.
-                auto windows = atspi::ReadObjects(*reply++, deadline_);
-                const bool isTooMuch = windows ? windows->size() > kMostTopLevels : Clock::now() >= deadline_;
-                subject.answers = !isTooMuch;
-                if (windows && !isTooMuch) {
-                    subject.windows = std::move(*windows);
-                }
-            },
-            deadline);
+        const std::vector<Subject*> asked = answering();
+        Batch batch(session_.connection, deadline);
+        for (Subject* const subject : asked) {
+            const atspi::ObjectRef root{subject->busName, atspi::kRootPath};
+            subject->name = batch.ask(atspi::NameOf(root));
+            subject->children = batch.ask(atspi::ChildrenOf(root));
+        }
+        finish(batch, asked);
+        for (Subject* const subject : asked) {
+            if (const auto name = subject->name.read()) {
+                subject->application.owner.ownerName = OwnerName(*name);
+            }
+            auto windows = subject->children.read();
+            const bool isTooMuch =
+                windows ? windows->size() > kMostTopLevels : atspi::IsTimeout(windows.error());
+            subject->answers = subject->name.arrived() && !isTooMuch;
+            if (windows && !isTooMuch) {
+                subject->windows = std::move(*windows);
+            }
+        }
     }
 
     void askForFrames(Deadline deadline) {
-        ask(
-            [](const Subject& subject, std::vector<QDBusMessage>& calls) {
-                for (const atspi::ObjectRef& window : subject.windows) {
-                    calls.push_back(atspi::Call(window, atspi::kAccessibleInterface, "GetRole"));
-                    calls.push_back(atspi::Call(window, atspi::kAccessibleInterface, "GetState"));
-                }
-            },
-            [](Subject& subject, auto& reply) {
-                for (std::size_t i = 0; i < subject.windows.size(); ++i) {
-                    const atspi::Role role = atspi::ReadNumber(*reply++).value_or(0);
-                    const atspi::States states = atspi::ReadStates(*reply++).value_or(0);
-                    const bool isOnScreen = role == atspi::kRoleFrame &&
-                                            atspi::Has(states, atspi::State::showing) &&
-                                            !atspi::Has(states, atspi::State::iconified);
-                    subject.application.frames += isOnScreen ? 1 : 0;
-                    subject.application.isActive |= isOnScreen && atspi::Has(states, atspi::State::active);
-                }
-            },
-            deadline);
+        const std::vector<Subject*> asked = answering();
+        Batch batch(session_.connection, deadline);
+        for (Subject* const subject : asked) {
+            for (const atspi::ObjectRef& window : subject->windows) {
+                subject->windowAnswers.push_back(
+                    {batch.ask(atspi::RoleOf(window)), batch.ask(atspi::StatesOf(window))});
+            }
+        }
+        finish(batch, asked);
+        for (Subject* const subject : asked) {
+            for (const Window& window : subject->windowAnswers) {
+                const atspi::States states = window.states.read().valueOr(0);
+                const bool isOnScreen = window.role.read().valueOr(0) == atspi::kRoleFrame &&
+                                        atspi::Has(states, atspi::State::showing) &&
+                                        !atspi::Has(states, atspi::State::iconified);
+                subject->application.frames += isOnScreen ? 1 : 0;
+                subject->application.isActive |= isOnScreen && atspi::Has(states, atspi::State::active);
+                subject->answers = subject->answers && window.role.arrived() && window.states.arrived();
+            }
+        }
     }
 
-    AtspiCore& core_;
-    const BusLink link_;
+    Session& session_;
     const Deadline deadline_;
     std::vector<Subject> subjects_;
 };
@@ -148,24 +152,24 @@ class Survey {
 }  // namespace
 
 std::optional<std::vector<WindowInfo>> AtspiWindowList::copyOnScreenWindows() {
-    const std::shared_ptr<AtspiCore> core = core_.lock();
-    if (!core) {
+    const std::shared_ptr<AccessibilityBus> bus = bus_.lock();
+    if (!bus) {
         return std::nullopt;
     }
-    const Deadline deadline = core->deadline();
-    const std::optional<BusLink> link = core->bus.check(HalfWayTo(deadline));
-    if (!link) {
+    const Deadline deadline = bus->deadline();
+    const std::shared_ptr<Session> session = bus->check(HalfWayTo(deadline));
+    if (!session) {
         return std::nullopt;
     }
-    core->breaker.poll(*link);
-    auto found = Survey(*core, *link, deadline).take();
+    auto found = Survey(*session, deadline).take();
     if (!found) {
         return std::nullopt;
     }
-    if (std::exchange(epoch_, link->epoch) != link->epoch) {
+    if (session_.lock() != session) {
+        session_ = session;
         lastSeen_.clear();  // bus names begin anew
     }
-    std::map<QString, Application> seen;
+    std::map<std::string, Application> seen;
     std::vector<Application> applications;
     for (auto& [busName, application] : *found) {
         if (!application) {

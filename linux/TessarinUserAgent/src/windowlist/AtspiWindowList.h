@@ -1,12 +1,12 @@
 #pragma once
 
-#include <QString>
-#include <cstdint>
 #include <map>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
-#include "accessibility/AtspiCore.h"
+#include "accessibility/AccessibilityBus.h"
 #include "useragent/WindowList.h"
 
 namespace useragent {
@@ -16,7 +16,7 @@ namespace useragent {
 // does not answer keeps what it showed last.
 class AtspiWindowList final : public WindowList {
  public:
-    explicit AtspiWindowList(std::weak_ptr<AtspiCore> core) : core_(std::move(core)) {}
+    explicit AtspiWindowList(std::weak_ptr<AccessibilityBus> bus) : bus_(std::move(bus)) {}
 
     std::optional<std::vector<WindowInfo>> copyOnScreenWindows() override;
 
@@ -27,9 +27,9 @@ class AtspiWindowList final : public WindowList {
     };
 
  private:
-    const std::weak_ptr<AtspiCore> core_;
-    std::uint64_t epoch_ = 0;
-    std::map<QString, Application> lastSeen_;  // by bus name, of that epoch
+    const std::weak_ptr<AccessibilityBus> bus_;
+    std::weak_ptr<Session> session_;
+    std::map<std::string, Application> lastSeen_;  // by bus name, in that session
 };
 
 }  // namespace useragent

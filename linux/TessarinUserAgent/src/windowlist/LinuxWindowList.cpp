@@ -25,7 +25,7 @@ std::unique_ptr<WindowList> CreateLinuxWindowList(AtspiAccessibility& accessibil
     if (ChooseWindowSource(Environment("WAYLAND_DISPLAY"), display) == WindowSource::xServer) {
         return std::make_unique<XcbWindowList>(display);
     }
-    return std::make_unique<AtspiWindowList>(accessibility.core());
+    return std::make_unique<AtspiWindowList>(accessibility.bus());
 }
 
 }  // namespace useragent

@@ -153,12 +153,12 @@ bool XcbConnection::waitForReply(unsigned sequence, Deadline deadline, std::shar
             reply = std::shared_ptr<void>(got, &std::free);
             return xcb_connection_has_error(connection_) == 0;
         }
-        const int left = static_cast<int>(TimeLeft(deadline).count());
-        if (left == 0 || xcb_connection_has_error(connection_) != 0) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0 || xcb_connection_has_error(connection_) != 0) {
             return false;
         }
         pollfd descriptor{xcb_get_file_descriptor(connection_), POLLIN, 0};
-        poll(&descriptor, 1, left);
+        poll(&descriptor, 1, static_cast<int>(left));
     }
 }
 

@@ -3,15 +3,17 @@
 #include <xcb/xcb.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "accessibility/BusCalls.h"
-
 namespace useragent {
+
+using Clock = std::chrono::steady_clock;
+using Deadline = Clock::time_point;
 
 // One connection to an X server that never waits longer than a deadline. One thread.
 class XcbConnection {

@@ -1,27 +1,26 @@
 #pragma once
 
-#include "accessibility/AtspiSubscription.h"
+#include "accessibility/Subscription.h"
 #include "accessibility/ValueFollower.h"
 
 namespace useragent {
 
 // "AXValueChanged" of one text field. Reads the text after a change, so that the notification brings it
 // along.
-class ValueSubscription final : public AtspiSubscription {
+class FieldSubscription final : public Subscription {
  public:
-    ValueSubscription(std::weak_ptr<AtspiCore> core, BusLink link, std::shared_ptr<const AtspiElement> field,
+    FieldSubscription(const std::shared_ptr<Session>& session, std::shared_ptr<const AtspiElement> field,
                       AXObserverCallback callback);
 
-    void recovered(const QString& busName) override;
+    void recovered(const std::string& busName) override;
     void refresh() override;
 
  protected:
-    void signalled(const QDBusMessage& signal) override;
+    void signalled(const cmn::bus::Message& /*signal*/) override { refresh(); }
 
  private:
     void refreshLater();
-    void startRead();
-    void finishRead(const QDBusMessage& reply);
+    void finishRead(const cmn::bus::Result<std::string>& text);
 
     const std::shared_ptr<const AtspiElement> field_;
     ValueFollower follower_;

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "linux_bus/Connection.h"
+
+namespace useragent {
+
+// What is known about the applications on the accessibility bus, by process id. Any thread.
+class Applications {
+ public:
+    explicit Applications(std::shared_ptr<cmn::bus::Connection> connection)
+        : connection_(std::move(connection)) {}
+
+    // The unique bus name of the process's application, looked up when it is not known yet. Empty when the
+    // process has none or the lookup takes too long.
+    std::string busName(std::int32_t pid, cmn::bus::Deadline deadline);
+
+    // The same without asking; empty when it is not known.
+    std::string knownBusName(std::int32_t pid) const;
+
+    // Makes the bus names of all these processes known with one lookup.
+    void lookUp(const std::vector<std::int32_t>& pids, cmn::bus::Deadline deadline);
+
+    // The name turned out to belong to nobody any more.
+    void forget(std::int32_t pid, const std::string& busName);
+
+    // Path of the window last taken for the main one; empty when there was none.
+    std::string mainWindow(std::int32_t pid) const;
+    void setMainWindow(std::int32_t pid, const std::string& path);
+
+    // Tell the log, once for each process, about one whose window stays without content, and about one that
+    // stays away from the bus. The latter is to be called once in a polling cycle.
+    void noteWindowContent(std::int32_t pid, bool empty);
+    void notePresence(std::int32_t pid);
+
+    // The unique names of the applications that the registry lists, in its order. Nothing when it does not
+    // answer.
+    std::optional<std::vector<std::string>> registered(cmn::bus::Deadline deadline) const;
+
+    // The process ids of the owners of those names; 0 for a name without one, nothing where the bus did not
+    // answer.
+    std::vector<std::optional<std::int32_t>> processIds(const std::vector<std::string>& busNames,
+                                                        cmn::bus::Deadline deadline) const;
+
+ private:
+    using Names = std::multimap<std::int32_t, std::string>;  // by process id; the latest last
+
+    Names ofProcesses(const std::vector<std::string>& busNames, const std::vector<std::int32_t>& pids,
+                      cmn::bus::Deadline deadline) const;
+    Names unregistered(const std::vector<std::string>& registered, const std::vector<std::int32_t>& pids,
+                       cmn::bus::Deadline deadline) const;
+
+    const std::shared_ptr<cmn::bus::Connection> connection_;
+
+    mutable std::mutex mutex_;  // guards what follows
+    std::map<std::int32_t, std::string> names_;
+    std::map<std::int32_t, std::string> mainWindows_;
+    std::map<std::int32_t, int> emptyReads_;
+    std::map<std::int32_t, int> absences_;
+};
+
+}  // namespace useragent

@@ -1,0 +1,218 @@
+#include "accessibility/AtspiQueries.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <tuple>
+#include <utility>
+
+namespace useragent::atspi {
+namespace {
+
+using cmn::bus::Codec;
+using cmn::bus::Error;
+using cmn::bus::Message;
+using cmn::bus::ObjectPath;
+using cmn::bus::Result;
+using cmn::bus::Variant;
+
+constexpr const char* kStatusInterface = "org.a11y.Status";
+const ObjectRef kSessionObject{"org.a11y.Bus", "/org/a11y/bus"};
+const ObjectRef kRegistry{kRegistryName, kRegistryPath};
+const ObjectRef kBus{cmn::bus::kBusName, cmn::bus::kBusPath};
+
+Error OddAnswer() {
+    return {cmn::bus::error::kFailed, "an answer of another shape"};
+}
+
+template <typename T>
+Result<T> ReadOne(const Message& answer) {
+    auto value = answer.readOne<T>();
+    return value ? std::move(value) : Result<T>(OddAnswer());
+}
+
+template <typename T>
+Result<T> ReadProperty(const Message& answer) {
+    auto property = answer.readOne<Variant<T>>();
+    return property ? Result<T>(std::move(property->value)) : OddAnswer();
+}
+
+Result<Done> ReadNothing(const Message& /*answer*/) {
+    return Done();
+}
+
+Result<States> ReadStates(const Message& answer) {
+    const auto words = answer.readOne<std::vector<std::uint32_t>>();
+    if (!words) {
+        return OddAnswer();
+    }
+    const auto half = [&](std::size_t i) { return i < words->size() ? States{(*words)[i]} : States{0}; };
+    return half(0) | (half(1) << 32U);
+}
+
+Result<Objects> ReadObjects(const Message& answer) {
+    sd_bus_message* const list = answer.raw();
+    if (answer.signature() != "a(so)" || !answer.rewind() ||
+        sd_bus_message_enter_container(list, 'a', "(so)") < 0) {
+        return OddAnswer();
+    }
+    Objects objects;
+    for (std::size_t count = 0; sd_bus_message_at_end(list, 0) == 0; ++count) {
+        std::tuple<std::string, ObjectPath> entry;
+        if (count == kMostObjects || !Codec<decltype(entry)>::read(list, entry)) {
+            return count == kMostObjects ? Error{cmn::bus::error::kTimeout, "too long a list"} : OddAnswer();
+        }
+        auto& [busName, path] = entry;
+        if (!busName.empty() && path.value != kNullPath) {
+            objects.push_back({std::move(busName), std::move(path.value)});
+        }
+    }
+    return objects;
+}
+
+template <typename T, typename... Arguments>
+Query<T> Call(const ObjectRef& object, const char* interface, const char* member,
+              Result<T> (*read)(const Message&), Arguments... arguments) {
+    std::function<bool(Message&)> write;
+    if constexpr (sizeof...(arguments) > 0) {
+        write = [arguments...](Message& call) { return call.append(arguments...); };
+    }
+    return {object.busName, object.path, interface, member, std::move(write), read};
+}
+
+template <typename T>
+Query<T> Property(const ObjectRef& object, const char* interface, const char* name) {
+    return Call(object, cmn::bus::kProperties, "Get", &ReadProperty<T>, interface, name);
+}
+
+// A match rule of the protocol: four conditions, each with the way its items are combined, and no inversion.
+// The conditions on attributes, roles and interfaces are empty.
+auto RuleForState(State state) {
+    constexpr std::int32_t kAll = 1;
+    const States states = States{1} << static_cast<unsigned>(state);
+    return std::tuple(std::vector{static_cast<std::int32_t>(states & 0xFFFFFFFFU),
+                                  static_cast<std::int32_t>(states >> 32U)},
+                      kAll, std::map<std::string, std::string>(), kAll, std::vector<std::int32_t>(4), kAll,
+                      std::vector<std::string>(), kAll, false);
+}
+
+}  // namespace
+
+Query<Role> RoleOf(const ObjectRef& object) {
+    return Call(object, kAccessibleInterface, "GetRole", &ReadOne<Role>);
+}
+
+Query<States> StatesOf(const ObjectRef& object) {
+    return Call(object, kAccessibleInterface, "GetState", &ReadStates);
+}
+
+Query<std::string> NameOf(const ObjectRef& object) {
+    return Property<std::string>(object, kAccessibleInterface, "Name");
+}
+
+Query<std::string> IdentifierOf(const ObjectRef& object) {
+    return Property<std::string>(object, kAccessibleInterface, "AccessibleId");
+}
+
+Query<std::map<std::string, std::string>> AttributesOf(const ObjectRef& object) {
+    return Call(object, kAccessibleInterface, "GetAttributes", &ReadOne<std::map<std::string, std::string>>);
+}
+
+Query<std::string> TextOf(const ObjectRef& object) {
+    return Call(object, kTextInterface, "GetText", &ReadOne<std::string>, std::int32_t{0}, std::int32_t{-1});
+}
+
+Query<Objects> ChildrenOf(const ObjectRef& object) {
+    return Call(object, kAccessibleInterface, "GetChildren", &ReadObjects);
+}
+
+Query<Objects> ShowingChildrenOf(const ObjectRef& object) {
+    constexpr std::uint32_t kOrderOfTheTree = 1;
+    constexpr bool kDescend = false;
+    return Call(object, kCollectionInterface, "GetMatches", &ReadObjects, RuleForState(State::showing),
+                kOrderOfTheTree, static_cast<std::int32_t>(kMostObjects + 1), kDescend);
+}
+
+Query<Done> PingOf(const std::string& busName) {
+    return Call({busName, kRootPath}, "org.freedesktop.DBus.Peer", "Ping", &ReadNothing);
+}
+
+Query<Objects> RegisteredApplications() {
+    return ChildrenOf({kRegistryName, kRootPath});
+}
+
+Query<Done> Registration(const std::string& event, const std::string& busName) {
+    return Call(kRegistry, kRegistryInterface, "RegisterEvent", &ReadNothing, event,
+                std::vector<std::string>(), busName);
+}
+
+Query<Done> Deregistration(const std::string& event) {
+    return Call(kRegistry, kRegistryInterface, "DeregisterEvent", &ReadNothing, event);
+}
+
+Query<std::string> OwnerOf(const std::string& name) {
+    return Call(kBus, cmn::bus::kBusName, "GetNameOwner", &ReadOne<std::string>, name);
+}
+
+Query<std::vector<std::string>> Names() {
+    return Call(kBus, cmn::bus::kBusName, "ListNames", &ReadOne<std::vector<std::string>>);
+}
+
+Query<std::uint32_t> ProcessIdOf(const std::string& busName) {
+    return Call(kBus, cmn::bus::kBusName, "GetConnectionUnixProcessID", &ReadOne<std::uint32_t>, busName);
+}
+
+Query<bool> IsEnabled() {
+    return Property<bool>(kSessionObject, kStatusInterface, "IsEnabled");
+}
+
+Query<Done> Enable() {
+    return Call(kSessionObject, cmn::bus::kProperties, "Set", &ReadNothing, kStatusInterface, "IsEnabled",
+                Variant<bool>{true});
+}
+
+Query<std::string> AddressOfAccessibilityBus() {
+    return Call(kSessionObject, "org.a11y.Bus", "GetAddress", &ReadOne<std::string>);
+}
+
+std::string TitleOf(const Message& event) {
+    std::string detail;
+    std::int32_t number = 0;
+    std::variant<std::monostate, std::string> data;
+    const bool good = event.rewind() && Codec<std::string>::read(event.raw(), detail) &&
+                      Codec<std::int32_t>::read(event.raw(), number) &&
+                      Codec<std::int32_t>::read(event.raw(), number) &&
+                      Codec<decltype(data)>::read(event.raw(), data);
+    const auto* const title = std::get_if<std::string>(&data);
+    return good && title != nullptr ? *title : "";
+}
+
+AXError ErrorOf(const Error& error) {
+    namespace names = cmn::bus::error;
+    static constexpr std::array kMeanings{
+        std::pair{names::kDisconnected, AXError::cannotComplete},
+        std::pair{names::kNameHasNoOwner, AXError::cannotComplete},
+        std::pair{names::kNoReply, AXError::cannotComplete},
+        std::pair{names::kServiceUnknown, AXError::cannotComplete},
+        std::pair{names::kTimeout, AXError::cannotComplete},
+        std::pair{names::kUnknownObject, AXError::invalidUIElement},
+        std::pair{names::kInvalidArgs, AXError::attributeUnsupported},
+        std::pair{"org.freedesktop.DBus.Error.NotSupported", AXError::attributeUnsupported},
+        std::pair{names::kUnknownInterface, AXError::attributeUnsupported},
+        std::pair{names::kUnknownMethod, AXError::attributeUnsupported},
+        std::pair{names::kUnknownProperty, AXError::attributeUnsupported},
+    };
+    const auto* const found = std::find_if(kMeanings.begin(), kMeanings.end(),
+                                           [&](const auto& meaning) { return error.is(meaning.first); });
+    return found != kMeanings.end() ? found->second : AXError::failure;
+}
+
+bool IsNobodyThere(const Error& error) {
+    return error.is(cmn::bus::error::kServiceUnknown) || error.is(cmn::bus::error::kNameHasNoOwner);
+}
+
+bool IsTimeout(const Error& error) {
+    return error.is(cmn::bus::error::kTimeout) || error.is(cmn::bus::error::kNoReply);
+}
+
+}  // namespace useragent::atspi
