@@ -130,7 +130,8 @@ void ConnectionCore::turn() {
     }
     if (result < 0 && connecting) {
         watch_.reset();
-        connectNext(address_ + ": " + Describe(result));
+        // Whatever it is that answers: the library says so of everything that is not consent.
+        connectNext(address_ + ": " + (result == -EPERM ? "it does not let this user in" : Describe(result)));
     } else if (result < 0) {
         lost(Describe(result));
     } else {

@@ -50,7 +50,9 @@ std::shared_ptr<cmn::Dispatch> LinuxAgentPlatform::dispatch() {
 }
 
 std::shared_ptr<cmn::XPCTransport> LinuxAgentPlatform::transport() {
-    return std::make_shared<cmn::DBusXPCTransport>(queues());
+    cmn::DBusXPCOptions options;
+    options.loop = busLoop();
+    return std::make_shared<cmn::DBusXPCTransport>(queues(), std::move(options));
 }
 
 std::shared_ptr<cmn::Semaphore> LinuxAgentPlatform::pollingPause() {
@@ -91,9 +93,16 @@ int LinuxAgentPlatform::runApplication() {
 
 const std::shared_ptr<AtspiAccessibility>& LinuxAgentPlatform::atspi() {
     if (!accessibility_) {
-        accessibility_ = std::make_shared<AtspiAccessibility>(queues(), accessibilitySettings_);
+        accessibility_ = std::make_shared<AtspiAccessibility>(queues(), accessibilitySettings_, busLoop());
     }
     return accessibility_;
+}
+
+const std::shared_ptr<cmn::bus::Loop>& LinuxAgentPlatform::busLoop() {
+    if (!busLoop_) {
+        busLoop_ = std::make_shared<cmn::bus::Loop>();
+    }
+    return busLoop_;
 }
 
 const std::shared_ptr<cmn::LinuxDispatch>& LinuxAgentPlatform::queues() {

@@ -11,7 +11,10 @@
 
 namespace cmn {
 class LinuxDispatch;
+namespace bus {
+class Loop;
 }
+}  // namespace cmn
 
 namespace useragent {
 
@@ -34,12 +37,15 @@ class LinuxAgentPlatform : public AgentPlatform {
 
  private:
     const std::shared_ptr<AtspiAccessibility>& atspi();
+    // One thread for all connections to buses.
+    const std::shared_ptr<cmn::bus::Loop>& busLoop();
     const std::shared_ptr<cmn::LinuxDispatch>& queues();
 
     RunLoopStopper stopper_;
     const AtspiSettings accessibilitySettings_;
     ApplicationService& service_;
     const LaunchRequest launch_;
+    std::shared_ptr<cmn::bus::Loop> busLoop_;
     std::shared_ptr<cmn::LinuxDispatch> dispatch_;
     std::shared_ptr<AtspiAccessibility> accessibility_;
 };

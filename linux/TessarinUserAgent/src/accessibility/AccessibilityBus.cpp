@@ -1,8 +1,8 @@
 #include "accessibility/AccessibilityBus.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <future>
 #include <utility>
 
 #include "accessibility/AtspiQueries.h"
@@ -23,22 +23,6 @@ constexpr std::chrono::seconds kPauseBetweenLooks{1};
 // allow many more.
 constexpr std::size_t kMostInFlight = 1000;
 
-// Why a connection could not be had; empty when it is there. Told in the loop's thread, the first time
-// counts.
-class Opening {
- public:
-    void tell(const std::string& failure) {
-        if (!std::exchange(told_, true)) {
-            failure_.set_value(failure);
-        }
-    }
-    std::future<std::string> failure() { return failure_.get_future(); }
-
- private:
-    std::promise<std::string> failure_;
-    bool told_ = false;
-};
-
 }  // namespace
 
 AtspiSettings SettingsOfThisSession() {
@@ -46,9 +30,10 @@ AtspiSettings SettingsOfThisSession() {
     return {cmn::bus::SessionBusAddress(), bus != nullptr ? bus : ""};
 }
 
-AccessibilityBus::AccessibilityBus(std::shared_ptr<cmn::Dispatch> dispatch, AtspiSettings settings)
+AccessibilityBus::AccessibilityBus(std::shared_ptr<cmn::Dispatch> dispatch,
+                                   std::shared_ptr<cmn::bus::Loop> loop, AtspiSettings settings)
     : settings_(std::move(settings)),
-      surroundings_{std::move(dispatch), std::make_shared<cmn::bus::Loop>(), settings_.callDeadline} {}
+      surroundings_{std::move(dispatch), std::move(loop), settings_.callDeadline} {}
 
 std::shared_ptr<Session> AccessibilityBus::session(Deadline deadline) {
     {
@@ -102,17 +87,11 @@ std::shared_ptr<Connection> AccessibilityBus::sessionBus(Deadline deadline) {
 AccessibilityBus::Connected AccessibilityBus::connect(const std::string& address, Deadline deadline) {
     cmn::bus::Options options;
     options.address = address;
-    options.connectDeadline = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    const auto addresses = static_cast<int>(cmn::bus::LocalAddresses(address).size());
+    options.connectDeadline =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()) / std::max(addresses, 1);
     options.mostInFlight = kMostInFlight;
-    const auto opening = std::make_shared<Opening>();
-    std::future<std::string> failure = opening->failure();
-    Connection::Events events;
-    events.ready = [opening] { opening->tell(""); };
-    events.lost = [opening](const std::string& why) { opening->tell(why); };
-    auto connection = Connection::open(surroundings_.loop, std::move(options), std::move(events));
-    const bool isTold = failure.wait_until(deadline) == std::future_status::ready;
-    const std::string why = isTold ? failure.get() : "no answer in time";
-    return why.empty() ? Connected(std::move(connection)) : cmn::bus::Error{cmn::bus::error::kFailed, why};
+    return Connection::openAndWait(surroundings_.loop, std::move(options));
 }
 
 AccessibilityBus::Answer AccessibilityBus::askSession(Deadline deadline) {

@@ -18,7 +18,8 @@ namespace useragent {
 // wait.
 class AccessibilityBus {
  public:
-    AccessibilityBus(std::shared_ptr<cmn::Dispatch> dispatch, AtspiSettings settings);
+    AccessibilityBus(std::shared_ptr<cmn::Dispatch> dispatch, std::shared_ptr<cmn::bus::Loop> loop,
+                     AtspiSettings settings);
 
     // The bus as last seen, without asking; looks for it when it was not usable the last time, but not too
     // often.

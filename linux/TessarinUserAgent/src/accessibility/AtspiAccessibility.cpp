@@ -8,8 +8,9 @@
 
 namespace useragent {
 
-AtspiAccessibility::AtspiAccessibility(std::shared_ptr<cmn::Dispatch> dispatch, const AtspiSettings& settings)
-    : bus_(std::make_shared<AccessibilityBus>(std::move(dispatch), settings)),
+AtspiAccessibility::AtspiAccessibility(std::shared_ptr<cmn::Dispatch> dispatch, const AtspiSettings& settings,
+                                       std::shared_ptr<cmn::bus::Loop> loop)
+    : bus_(std::make_shared<AccessibilityBus>(std::move(dispatch), std::move(loop), settings)),
       prompt_(std::make_shared<AccessibilityPrompt>(*bus_)) {}
 
 AtspiAccessibility::~AtspiAccessibility() = default;

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "accessibility/AtspiSettings.h"
+#include "linux_bus/Loop.h"
 #include "useragent/Accessibility.h"
 #include "usercommon/Dispatch.h"
 
@@ -11,11 +12,12 @@ namespace useragent {
 class AccessibilityBus;
 class AccessibilityPrompt;
 
-// Reads applications over the desktop's accessibility bus, with a thread of its own for that. Observers may
-// outlive it, silently. Throws std::system_error when the thread cannot be had.
+// Reads applications over the desktop's accessibility bus. Observers may outlive it, silently.
 class AtspiAccessibility final : public Accessibility {
  public:
-    AtspiAccessibility(std::shared_ptr<cmn::Dispatch> dispatch, const AtspiSettings& settings);
+    // The bus's connections live on the loop.
+    AtspiAccessibility(std::shared_ptr<cmn::Dispatch> dispatch, const AtspiSettings& settings,
+                       std::shared_ptr<cmn::bus::Loop> loop = std::make_shared<cmn::bus::Loop>());
     ~AtspiAccessibility() override;
     AtspiAccessibility(const AtspiAccessibility&) = delete;
     AtspiAccessibility& operator=(const AtspiAccessibility&) = delete;
