@@ -56,7 +56,7 @@ void ShowWindows(benchmark::State& state, const Show& show) {
 }
 
 std::unique_ptr<useragent::PropertiesWindow> ShowOurs(int count) {
-    useragent::QtApplicationInterface interface(nullptr);
+    useragent::QtApplicationInterface interface({}, nullptr);
     auto controller = std::make_unique<FileFiltersViewController>(ControllerEnvironment());
     const auto records = MakeRecords(count);
     controller->setFiltersArray({records.begin(), records.end()});
@@ -86,7 +86,8 @@ std::unique_ptr<QDialog> ShowTableWidget(int count) {
 // An agent without its watcher.
 class Interface {
  public:
-    Interface(const std::shared_ptr<cmn::LinuxDispatch>& dispatch, const cmn::DBusXPCOptions& options) {
+    Interface(const std::shared_ptr<cmn::LinuxDispatch>& dispatch, const useragent::SessionBusPlace& sessionBus,
+              const cmn::DBusXPCOptions& options) {
         const auto menu = std::make_shared<useragent::StatusMenu>([] {});
         const auto appMenu = std::make_shared<useragent::AppMenu>(
             menu->items(),
@@ -99,7 +100,7 @@ class Interface {
                     return product;
                 }});
         delegate_ = std::make_shared<useragent::AppDelegate>(useragent::AppDelegate::Environment{
-            std::make_shared<useragent::QtApplicationInterface>(menu), appMenu, dispatch,
+            std::make_shared<useragent::QtApplicationInterface>(sessionBus, menu), appMenu, dispatch,
             std::make_shared<cmn::DBusXPCTransport>(dispatch, options), ControllerEnvironment()});
         delegate_->applicationDidFinishLaunching();
         while (!delegate_->checkFileEncryption("/") && ++attempts_ < 20) {
@@ -145,8 +146,10 @@ int RunBenchmarks(int argc, char** argv) {
     const ServiceProcess service(ServiceProcess::kOurs, cmn::kFinderExtensionXPCMachServiceName);
     const auto dispatch = std::make_shared<cmn::LinuxDispatch>();
     {
-        Interface up(dispatch, {});
-        Interface down(dispatch, {.systemBusAddress = "unix:path=/nonexistent/bus"});
+        const useragent::SessionBusPlace sessionBus{std::make_shared<cmn::bus::Loop>(),
+                                                    cmn::bus::SessionBusAddress()};
+        Interface up(dispatch, sessionBus, {});
+        Interface down(dispatch, sessionBus, {.systemBusAddress = "unix:path=/nonexistent/bus"});
         for (const int count : {1, 100, 1'000, 10'000}) {
             const std::string window = "window/" + std::to_string(count);
             Register(window + "/ours", [count](benchmark::State& state) {

@@ -79,7 +79,7 @@ ENDS = {
         "linux_xpccommon": ("linux/XPCCommon", ("linux_usercommon", "xpccommon")),
         "accessibility": (f"linux/{AGENT_END}/accessibility", ("linux_usercommon", "useragent")),
         "windowlist": (f"linux/{AGENT_END}/windowlist", ("accessibility",)),
-        "statusitem": (f"linux/{AGENT_END}/statusitem", ("linux_usercommon", "useragent")),
+        "statusitem": (f"linux/{AGENT_END}/statusitem", ("linux_bus", "useragent")),
         "interface": (f"linux/{AGENT_END}/interface", ("statusitem",)),
         "filemanagers": (f"linux/{AGENT_END}/filemanagers", ("linux_usercommon", "useragent")),
         "program": (f"linux/{AGENT_END}", ("linux_xpccommon", "windowlist", "interface", "filemanagers")),

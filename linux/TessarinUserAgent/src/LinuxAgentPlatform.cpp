@@ -24,9 +24,11 @@ WallTime WallClockNow() {
 }  // namespace
 
 LinuxAgentPlatform::LinuxAgentPlatform(QApplication& application, AtspiSettings accessibility,
-                                       ApplicationService& service, LaunchRequest launch)
+                                       SessionBusPlace sessionBus, ApplicationService& service,
+                                       LaunchRequest launch)
     : stopper_(application),
       accessibilitySettings_(std::move(accessibility)),
+      sessionBus_(std::move(sessionBus)),
       service_(service),
       launch_(std::move(launch)) {}
 
@@ -76,7 +78,7 @@ int LinuxAgentPlatform::runApplication() {
     statusMenu->setSelections({[appMenu] { appMenu->option1Selected(); },
                                [appMenu] { appMenu->option2Selected(); },
                                [appMenu] { appMenu->option3Selected(); }});
-    const auto interface = std::make_shared<QtApplicationInterface>(statusMenu);
+    const auto interface = std::make_shared<QtApplicationInterface>(sessionBus_, statusMenu);
     const auto delegate = std::make_shared<AppDelegate>(AppDelegate::Environment{
         interface, appMenu, queues(), transport(), {cmn::proto::GetSettings, WallClockNow}});
     const auto open = [delegate](const LaunchRequest& request) {

@@ -23,9 +23,9 @@ class AtspiAccessibility;
 // The one place that makes the agent's real objects on Linux. Main thread.
 class LinuxAgentPlatform : public AgentPlatform {
  public:
-    // `service` holds the name of the application and what this launch was asked to open.
-    LinuxAgentPlatform(QApplication& application, AtspiSettings accessibility, ApplicationService& service,
-                       LaunchRequest launch);
+    // `service` holds the name of the application, `launch` what this launch was asked to open.
+    LinuxAgentPlatform(QApplication& application, AtspiSettings accessibility, SessionBusPlace sessionBus,
+                       ApplicationService& service, LaunchRequest launch);
     ~LinuxAgentPlatform() override;
 
     std::shared_ptr<Accessibility> accessibility() override;
@@ -43,6 +43,7 @@ class LinuxAgentPlatform : public AgentPlatform {
 
     RunLoopStopper stopper_;
     const AtspiSettings accessibilitySettings_;
+    const SessionBusPlace sessionBus_;
     ApplicationService& service_;
     const LaunchRequest launch_;
     std::shared_ptr<cmn::bus::Loop> busLoop_;

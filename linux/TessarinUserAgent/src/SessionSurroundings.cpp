@@ -9,12 +9,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <future>
+#include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "common/ScopedAction.h"
 #include "common/threads.h"
-#include "linux_usercommon/BusProbe.h"
+#include "linux_bus/Connection.h"
 #include "windowlist/XcbConnection.h"
 
 namespace useragent {
@@ -56,9 +58,22 @@ bool WaylandAnswers() {
 
 }  // namespace
 
-bool SessionBusAnswers(const GoOn& goOn) {
-    return cmn::ProbeBus(cmn::ParseBusAddresses(cmn::SessionBusAddress()), kDeadline, goOn)
-        .address.has_value();
+bool SessionBusAnswers(const std::string& address, const GoOn& goOn) {
+    const auto loop = std::make_shared<cmn::bus::Loop>();
+    std::promise<bool> promise;
+    std::future<bool> answer = promise.get_future();
+    std::once_flag once;  // it may be lost again
+    const auto tell = [&](bool answers) { std::call_once(once, [&] { promise.set_value(answers); }); };
+    const auto connection =
+        cmn::bus::Connection::open(loop, {.address = address, .connectDeadline = kDeadline},
+                                   {[&] { tell(true); }, [&](const std::string&) { tell(false); }, {}});
+    const cmn::ScopedAction end([&] { loop->stop(); });
+    while (answer.wait_for(kPauseBetweenQuestions) != std::future_status::ready) {
+        if (!goOn()) {
+            return false;
+        }
+    }
+    return answer.get();
 }
 
 bool DisplayAnswers(const GoOn& goOn) {

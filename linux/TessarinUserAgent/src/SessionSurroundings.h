@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 namespace useragent {
 
@@ -8,8 +9,8 @@ namespace useragent {
 using GoOn = std::function<bool()>;
 
 // Whether the session's message bus answers. The toolkit connects to it with blocking calls: when it does not
-// answer, it must not be let near it.
-bool SessionBusAnswers(const GoOn& goOn);
+// answer, it must not be let near it. Leaves no thread behind: the environment may be changed afterwards.
+bool SessionBusAnswers(const std::string& address, const GoOn& goOn);
 
 // Whether there is a display that the toolkit can open. It ends a program that asks for one in vain.
 bool DisplayAnswers(const GoOn& goOn);

@@ -1,15 +1,20 @@
 #include <QApplication>
+#include <chrono>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "LinuxAgentPlatform.h"
 #include "RunLoop.h"
 #include "SessionSurroundings.h"
+#include "common/ScopedAction.h"
 #include "common/SystemUtils.h"
 #include "common/log.h"
 #include "filemanagers/FileManagerCommand.h"
+#include "linux_bus/Loop.h"
+#include "linux_bus/WellKnown.h"
 #include "statusitem/StatusIcons.h"
 #include "useragent/Agent.h"
 
@@ -21,16 +26,19 @@ using useragent::LaunchRequest;
 // Long enough for an agent that is just starting.
 constexpr std::chrono::seconds kHandOverDeadline{20};
 
-// Returns early on SIGTERM.
-void LeaveOutWhatDoesNotAnswer() {
+// Whether the session bus answers. Returns early on SIGTERM. Changes the environment, so it comes before the
+// threads that stay.
+bool LeaveOutWhatDoesNotAnswer(const std::string& sessionBus) {
     const auto goOn = [] { return useragent::g_run.load(); };
-    if (!useragent::SessionBusAnswers(goOn)) {
+    const bool busAnswers = useragent::SessionBusAnswers(sessionBus, goOn);
+    if (!busAnswers) {
         qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
     }
     // Watching browsers needs no display of our own.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !useragent::DisplayAnswers(goOn)) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
     }
+    return busAnswers;
 }
 
 void SetUp() {
@@ -48,17 +56,21 @@ int Run(int argc, char** argv) {
                                                 std::cerr);
     }
     LaunchRequest request{arguments, useragent::TakeActivationToken()};
-    // Before the environment is changed: accessibility finds its bus also when it comes later.
+    // Before the environment is changed: what is ours finds its bus also when it comes later.
     const useragent::AtspiSettings accessibility = useragent::SettingsOfThisSession();
+    useragent::SessionBusPlace sessionBus{nullptr, cmn::bus::SessionBusAddress()};
     useragent::RequireToolkitThreads();
-    LeaveOutWhatDoesNotAnswer();
+    const bool busAnswers = LeaveOutWhatDoesNotAnswer(sessionBus.address);
     if (!useragent::g_run) {
         return 0;
     }
     QApplication application(argc, argv);
     SetUp();
 
-    ApplicationService service(QDBusConnection::sessionBus());
+    sessionBus.loop = std::make_shared<cmn::bus::Loop>();
+    const cmn::ScopedAction stop([&] { sessionBus.loop->stop(); });  // before the toolkit goes
+    ApplicationService service(sessionBus,
+                               busAnswers ? ApplicationService::kConnectPatience : std::chrono::seconds(0));
     const ApplicationService::Launch launch = service.claimOrHandOver(request, kHandOverDeadline, [] {
         useragent::LeaveSigtermToTheSystem();  // the first may take its time
         return useragent::g_run.load();
@@ -72,7 +84,7 @@ int Run(int argc, char** argv) {
         return launch.failure.empty() ? 0 : 1;
     }
     useragent::HandleSigterm();  // also when the first left after all
-    useragent::LinuxAgentPlatform platform(application, accessibility, service, request);
+    useragent::LinuxAgentPlatform platform(application, accessibility, sessionBus, service, request);
     return useragent::RunAgent(platform);
 }
 

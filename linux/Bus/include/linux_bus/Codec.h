@@ -216,6 +216,25 @@ struct ContainerCodec {
 };
 template <typename T>
 struct Codec<std::vector<T>> : ContainerCodec<std::vector<T>, T> {};
+template <>
+struct Codec<std::vector<std::uint8_t>> {  // many of them: not one by one
+    static constexpr detail::Text kType{"ay"};
+
+    static bool write(sd_bus_message* message, const std::vector<std::uint8_t>& values) {
+        return sd_bus_message_append_array(message, 'y', values.data(), values.size()) >= 0;
+    }
+    static bool read(sd_bus_message* message, std::vector<std::uint8_t>& values) {
+        const void* bytes = nullptr;
+        std::size_t size = 0;
+        if (sd_bus_message_read_array(message, 'y', &bytes, &size) <= 0) {
+            return false;
+        }
+        values.resize(size);
+        std::copy_n(static_cast<const std::uint8_t*>(bytes), size, values.begin());
+        return true;
+    }
+    static std::size_t size(const std::vector<std::uint8_t>& values) { return values.size() + 8; }
+};
 template <typename Key, typename Value>
 struct Codec<std::map<Key, Value>> : ContainerCodec<std::map<Key, Value>, std::pair<Key, Value>> {};
 
@@ -280,7 +299,7 @@ struct Codec<std::variant<std::monostate, T...>> {
             return false;
         }
         bool good = true;
-        const auto readAs = [&]<typename Value>(Value value) {
+        [[maybe_unused]] const auto readAs = [&]<typename Value>(Value value) {
             if (kSignature<Value>.view() != contents) {
                 return false;
             }

@@ -21,6 +21,7 @@ inline constexpr const char* kInvalidArgs = "org.freedesktop.DBus.Error.InvalidA
 inline constexpr const char* kLimitsExceeded = "org.freedesktop.DBus.Error.LimitsExceeded";
 inline constexpr const char* kNameHasNoOwner = "org.freedesktop.DBus.Error.NameHasNoOwner";
 inline constexpr const char* kNoReply = "org.freedesktop.DBus.Error.NoReply";
+inline constexpr const char* kPropertyReadOnly = "org.freedesktop.DBus.Error.PropertyReadOnly";
 inline constexpr const char* kServiceUnknown = "org.freedesktop.DBus.Error.ServiceUnknown";
 inline constexpr const char* kTimeout = "org.freedesktop.DBus.Error.Timeout";  // our own deadline has passed
 inline constexpr const char* kUnknownInterface = "org.freedesktop.DBus.Error.UnknownInterface";

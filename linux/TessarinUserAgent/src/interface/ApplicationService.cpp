@@ -2,13 +2,10 @@
 
 #include <fmt/format.h>
 
-#include <QCoreApplication>
-#include <QDBusConnectionInterface>
-#include <QDBusMessage>
+#include <QByteArray>
 #include <algorithm>
 #include <cstdint>
 #include <exception>
-#include <functional>
 #include <iterator>
 #include <utility>
 
@@ -19,102 +16,153 @@ namespace useragent {
 
 namespace {
 
+namespace bus = cmn::bus;
+
 constexpr const char* kObjectPath = "/com/tessarin/TessarinUserAgent";
 constexpr const char* kInterface = "org.freedesktop.Application";
 constexpr const char* kTokenKey = "activation-token";
 constexpr const char* kStartupIdKey = "desktop-startup-id";
 
 // A caller may be anybody on the session bus.
-constexpr qsizetype kLongestToken = 1024;
+constexpr std::size_t kLongestToken = 1024;
+
+constexpr std::chrono::seconds kAnswerPatience{5};
 // For the bus to take a name back; it goes with the connection in any case.
-constexpr int kReleaseMilliseconds = 1000;
+constexpr std::chrono::seconds kReleasePatience{1};
 
-std::string TokenOf(const QVariantMap& platformData) {
-    QString token = platformData.value(kTokenKey).toString();
-    if (token.isEmpty()) {
-        token = platformData.value(kStartupIdKey).toString();
-    }
-    return token.size() <= kLongestToken ? token.toStdString() : std::string();
+// Of RequestName.
+constexpr std::uint32_t kDoNotQueue = 4;
+constexpr std::uint32_t kQueue = 0;
+constexpr std::uint32_t kIsOwner = 1;
+constexpr std::uint32_t kIsInQueue = 2;
+constexpr std::uint32_t kWasOwner = 4;
+
+bool IsOwner(std::uint32_t answer) {
+    return answer == kIsOwner || answer == kWasOwner;
 }
 
-QDBusMessage RequestMessage(const QStringList& urls, const std::string& activationToken) {
-    QVariantMap platformData;
-    if (!activationToken.empty()) {
-        const QString token = QString::fromStdString(activationToken);
-        platformData = {{kTokenKey, token}, {kStartupIdKey, token}};
-    }
-    QDBusMessage message = QDBusMessage::createMethodCall(kApplicationName, kObjectPath, kInterface,
-                                                          urls.isEmpty() ? "Activate" : "Open");
-    if (!urls.isEmpty()) {
-        message << urls;
-    }
-    message << platformData;
-    return message;
-}
-
-// At least one: none would be the library's own time limit.
-int MillisecondsUntil(std::chrono::steady_clock::time_point deadline) {
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    return static_cast<int>(std::max<std::int64_t>(left.count(), 1));
+// Whether asking again on the same connection may help.
+bool IsOfThisMoment(const bus::Error& error) {
+    return error.is(bus::error::kTimeout) || error.is(bus::error::kDisconnected);
 }
 
 }  // namespace
 
-ApplicationService::ApplicationService(QDBusConnection bus) : bus_(std::move(bus)) {}
+ApplicationService::ApplicationService(SessionBusPlace place, std::chrono::milliseconds connectPatience)
+    : connectPatience_(connectPatience),
+      bus_(place, {[this] { busIsReady(); }, [this](const std::string& why) { busIsLost(why); }}, objects()) {
+    retry_.setSingleShot(true);
+    retry_.setInterval(place.retryPause);
+    QObject::connect(&retry_, &QTimer::timeout, [this] { busIsReady(); });
+}
 
 ApplicationService::~ApplicationService() {
     release();
-    bus_.unregisterObject(kObjectPath);
+}
+
+std::shared_ptr<const bus::Objects> ApplicationService::objects() {
+    auto objects = std::make_shared<bus::Objects>();
+    objects->add(
+        kObjectPath,
+        {bus::Interface(kInterface)
+             .method("Activate", {"platform_data"}, [](const Data&) {})
+             .method("Open", {"uris", "platform_data"},
+                     [this](const std::vector<std::string>& urls, const Data& data) { return open(urls, data); })
+             .method("ActivateAction", {"action_name", "parameter", "platform_data"},
+                     [](const std::string&, const std::vector<std::variant<std::monostate>>&, const Data&) {})});
+    return objects;
 }
 
 ApplicationService::Role ApplicationService::claim() {
-    if (!bus_.isConnected()) {
+    name_ = Name::wanted;
+    bus_.takeQuestions(true);  // who owns the name is called at once
+    if (!bus_.waitUntilReady(connectPatience_)) {
+        refusal_ = bus_.failure();
         return Role::alone;
     }
-    // First the object: who owns the name is called at once.
-    bus_.registerObject(kObjectPath, this, QDBusConnection::ExportScriptableSlots);
-    const auto answer =
-        bus_.interface()->registerService(kApplicationName, QDBusConnectionInterface::DontQueueService,
-                                          QDBusConnectionInterface::DontAllowReplacement);
-    if (!answer.isValid()) {
-        refusal_ = answer.error().message().toStdString();
+    const auto reply = bus_.askBusAndWait("RequestName", kAnswerPatience, kApplicationName, kDoNotQueue);
+    const auto answer = reply ? reply->readOne<std::uint32_t>() : reply.error();
+    if (!answer) {
+        refusal_ = answer.error().message;
+        name_ = IsOfThisMoment(answer.error()) ? Name::wanted : Name::refused;
         return Role::alone;
     }
-    isFirst_ = answer == QDBusConnectionInterface::ServiceRegistered;
-    return isFirst_ ? Role::first : Role::second;
+    name_ = IsOwner(*answer) ? Name::ours : Name::unwanted;
+    return IsOwner(*answer) ? Role::first : Role::second;
+}
+
+void ApplicationService::busIsReady() {
+    if (name_ == Name::wanted) {
+        bus_.call(bus_.connection().makeCall(bus::kBusName, bus::kBusPath, bus::kBusName, "RequestName",
+                                             kApplicationName, kQueue),
+                  kAnswerPatience, [this](const SessionBus::Reply& reply) { claimedAgain(reply); });
+    }
+}
+
+void ApplicationService::claimedAgain(const SessionBus::Reply& reply) {
+    if (name_ != Name::wanted) {
+        return;
+    }
+    const auto answer = reply ? reply->readOne<std::uint32_t>() : reply.error();
+    if (answer) {
+        name_ = Name::ours;
+        refusal_.clear();
+        if (*answer == kIsInQueue) {
+            TLOG_WARN("Another agent has the name on the session bus; this one waits for it");
+        } else {
+            TLOG_INFO("The agent has its name on the session bus");
+        }
+    } else if (!answer.error().is(bus::error::kDisconnected)) {
+        if (std::exchange(refusal_, answer.error().message) != answer.error().message) {
+            TLOG_WARN("The session bus does not give the agent its name: {}", refusal_);
+        }
+        if (IsOfThisMoment(answer.error())) {
+            retry_.start();
+        } else {
+            name_ = Name::refused;
+        }
+    }
+}
+
+void ApplicationService::busIsLost(const std::string& why) {
+    if (name_ == Name::ours) {
+        TLOG_WARN("The session bus is lost: {}; the agent claims its name again when it is back", why);
+    }
+    if (name_ != Name::unwanted) {
+        name_ = Name::wanted;
+    }
 }
 
 void ApplicationService::release() {
-    if (std::exchange(isFirst_, false) && bus_.isConnected()) {
-        bus_.interface()->setTimeout(kReleaseMilliseconds);
-        const auto answer = bus_.interface()->unregisterService(kApplicationName);
-        if (!answer.isValid()) {
-            TLOG_WARN("The session bus does not take the agent's name back: {}",
-                      answer.error().message().toStdString());
+    const Name before = std::exchange(name_, Name::unwanted);
+    if (before == Name::ours || before == Name::wanted) {
+        const auto answer = bus_.askBusAndWait("ReleaseName", kReleasePatience, kApplicationName);
+        if (!answer && !answer.error().is(bus::error::kDisconnected)) {
+            TLOG_WARN("The session bus does not take the agent's name back: {}", answer.error().message);
         }
-        // From here on nobody finds us. Whose request has arrived but was not looked at is told that it found
-        // no object.
-        bus_.unregisterObject(kObjectPath);
-        QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
     }
+    // From here on nobody finds us. Whose request has arrived but was not looked at is told that it found no
+    // object.
+    bus_.takeQuestions(false);
     handler_ = nullptr;  // with what it owns: after the name
 }
 
-QString ApplicationService::owner() const {
-    return bus_.interface()->serviceOwner(kApplicationName).value();
+std::string ApplicationService::owner() {
+    const auto reply = bus_.askBusAndWait("GetNameOwner", kAnswerPatience, kApplicationName);
+    const auto name = reply ? reply->readOne<std::string>() : reply.error();
+    return name ? *name : std::string();
 }
 
 ApplicationService::Launch ApplicationService::claimOrHandOver(LaunchRequest& request,
                                                                std::chrono::milliseconds patience,
                                                                const std::function<bool()>& willWait) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto deadline = bus::Clock::now() + patience;
     Launch launch{claim(), {}};
     if (launch.role == Role::second && !willWait()) {
         return launch;
     }
     while (launch.role == Role::second) {
-        const QString asked = owner();
+        const std::string asked = owner();
         launch.failure = handOver(request, deadline);
         if (launch.failure.empty()) {
             return launch;
@@ -123,7 +171,7 @@ ApplicationService::Launch ApplicationService::claimOrHandOver(LaunchRequest& re
         if (again == Role::first) {
             return {again, {}};
         }
-        if (again == Role::alone || owner() == asked || std::chrono::steady_clock::now() >= deadline) {
+        if (again == Role::alone || owner() == asked || bus::Clock::now() >= deadline) {
             return launch;
         }
     }
@@ -131,18 +179,24 @@ ApplicationService::Launch ApplicationService::claimOrHandOver(LaunchRequest& re
 }
 
 // In as many messages as it takes.
-std::string ApplicationService::handOver(LaunchRequest& request,
-                                         std::chrono::steady_clock::time_point deadline) {
+std::string ApplicationService::handOver(LaunchRequest& request, bus::Deadline deadline) {
     do {
         const auto end = request.urls.begin() + std::min<std::ptrdiff_t>(std::ssize(request.urls), kMostUrls);
-        QStringList urls;
-        std::transform(request.urls.begin(), end, std::back_inserter(urls),
-                       [](const std::string& url) { return QString::fromStdString(TextOfURL(url)); });
-        const QDBusMessage answer = bus_.call(RequestMessage(urls, request.activationToken), QDBus::Block,
-                                              MillisecondsUntil(deadline));
-        if (answer.type() != QDBusMessage::ReplyMessage) {
+        std::vector<std::string> urls;
+        std::transform(request.urls.begin(), end, std::back_inserter(urls), TextOfURL);
+        Data data;
+        if (!request.activationToken.empty()) {
+            data = {{kTokenKey, request.activationToken}, {kStartupIdKey, request.activationToken}};
+        }
+        bus::Connection& connection = bus_.connection();
+        const auto answer = connection.callAndWait(
+            urls.empty()
+                ? connection.makeCall(kApplicationName, kObjectPath, kInterface, "Activate", data)
+                : connection.makeCall(kApplicationName, kObjectPath, kInterface, "Open", urls, data),
+            deadline);
+        if (!answer) {
             const auto notSent = std::distance(end, request.urls.end());
-            return answer.errorMessage().toStdString() +
+            return answer.error().message +
                    (notSent == 0 ? std::string() : fmt::format("; {} more URLs were not sent", notSent));
         }
         request.urls.erase(request.urls.begin(), end);
@@ -155,37 +209,35 @@ void ApplicationService::setHandler(std::function<std::size_t(const LaunchReques
     handler_ = std::move(handler);
 }
 
-void ApplicationService::Activate(const QVariantMap&) {}
-
-void ApplicationService::Open(const QStringList& urls, const QVariantMap& platformData) {
+bus::Result<bus::Nothing> ApplicationService::open(const std::vector<std::string>& urls, const Data& data) {
     const auto handler = handler_;  // it may replace itself
     if (!handler) {
-        refuse(QDBusError::Failed, "the agent is not running");
-        return;
+        return bus::Error{bus::error::kFailed, "the agent is not running"};
     }
     if (urls.size() > kMostUrls) {
-        refuse(QDBusError::LimitsExceeded, fmt::format("more than {} URLs in one request", kMostUrls));
-        return;
+        return bus::Error{bus::error::kLimitsExceeded,
+                          fmt::format("more than {} URLs in one request", kMostUrls)};
     }
-    LaunchRequest request{{}, TokenOf(platformData)};
-    std::transform(urls.begin(), urls.end(), std::back_inserter(request.urls),
-                   std::mem_fn(&QString::toStdString));
+    LaunchRequest request{urls, {}};
+    for (const char* key : {kStartupIdKey, kTokenKey}) {
+        const auto found = data.find(key);
+        const auto* const token = found != data.end() ? std::get_if<std::string>(&found->second) : nullptr;
+        if (token != nullptr && !token->empty()) {
+            request.activationToken = token->size() <= kLongestToken ? *token : std::string();
+        }
+    }
     try {
         if (const std::size_t dropped = handler(request); dropped != 0) {
-            refuse(QDBusError::LimitsExceeded,
-                   fmt::format("{} of {} URLs are dropped: too many are waiting", dropped, urls.size()));
+            return bus::Error{
+                bus::error::kLimitsExceeded,
+                fmt::format("{} of {} URLs are dropped: too many are waiting", dropped, urls.size())};
         }
     } catch (const std::exception& e) {
         TLOG_ERROR("A request to open something failed: {}", e.what());
-        refuse(QDBusError::Failed, e.what());
+        return bus::Error{bus::error::kFailed, e.what()};
     }
+    return bus::Nothing();
 }
-
-void ApplicationService::refuse(QDBusError::ErrorType type, const std::string& why) const {
-    sendErrorReply(type, QString::fromStdString(why));
-}
-
-void ApplicationService::ActivateAction(const QString&, const QVariantList&, const QVariantMap&) {}
 
 std::string TakeActivationToken() {
     for (const char* name : {"XDG_ACTIVATION_TOKEN", "DESKTOP_STARTUP_ID"}) {
@@ -193,7 +245,8 @@ std::string TakeActivationToken() {
         if (!token.isEmpty()) {
             qunsetenv("XDG_ACTIVATION_TOKEN");
             qunsetenv("DESKTOP_STARTUP_ID");
-            return token.size() <= kLongestToken ? token.toStdString() : std::string();
+            return static_cast<std::size_t>(token.size()) <= kLongestToken ? token.toStdString()
+                                                                           : std::string();
         }
     }
     return {};

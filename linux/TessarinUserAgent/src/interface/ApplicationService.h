@@ -1,16 +1,16 @@
 #pragma once
 
-#include <QDBusConnection>
-#include <QDBusContext>
-#include <QDBusError>
-#include <QObject>
-#include <QStringList>
-#include <QVariantMap>
+#include <QTimer>
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <map>
+#include <memory>
 #include <string>
+#include <variant>
 #include <vector>
+
+#include "statusitem/SessionBus.h"
 
 namespace useragent {
 
@@ -24,11 +24,9 @@ struct LaunchRequest {
 };
 
 // Makes the program one per session: the first owns a name on the session bus, the others hand their requests
-// over to it (org.freedesktop.Application). Main thread.
-class ApplicationService : public QObject, protected QDBusContext {
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Application")
-
+// over to it (org.freedesktop.Application). An agent claims the name again when the bus was lost and is back,
+// or was not there at the start. Main thread.
+class ApplicationService {
  public:
     enum class Role {
         first,   // the name is ours
@@ -38,11 +36,18 @@ class ApplicationService : public QObject, protected QDBusContext {
 
     // URLs in one request; who has more sends several.
     static constexpr int kMostUrls = 100;
+    // For a bus that is known to answer.
+    static constexpr std::chrono::milliseconds kConnectPatience{4000};
 
-    explicit ApplicationService(QDBusConnection bus);
-    ~ApplicationService() override;  // releases the name
+    // Begins to connect. A claim waits for that no longer than `connectPatience`.
+    explicit ApplicationService(SessionBusPlace place,
+                                std::chrono::milliseconds connectPatience = kConnectPatience);
+    ~ApplicationService();  // releases the name
+    ApplicationService(const ApplicationService&) = delete;
+    ApplicationService& operator=(const ApplicationService&) = delete;
 
-    // Waits for the bus. Logs nothing: the settings are not read yet.
+    // Waits for the bus, at most five seconds once it is connected. Logs nothing: the settings are not read
+    // yet.
     Role claim();
 
     // What became of a launch.
@@ -56,35 +61,40 @@ class ApplicationService : public QObject, protected QDBusContext {
     Launch claimOrHandOver(LaunchRequest& request, std::chrono::milliseconds patience,
                            const std::function<bool()>& willWait);
 
-    // Why the bus did not give the name to one that is alone; empty when there is no bus.
+    // Why one that is alone did not get the name; empty when there is no bus.
     const std::string& refusal() const { return refusal_; }
 
-    // Called with each request that arrives, on the event loop, and returns soon: the sender waits. Returns
-    // how many URLs it could not take; the sender is told. Without a handler requests are refused.
+    // Called with each request that arrives, on the event loop. Returns how many URLs it could not take; the
+    // sender is told. Without a handler requests are refused.
     void setHandler(std::function<std::size_t(const LaunchRequest&)> handler);
 
     // The first becomes nobody: gives the name back, then its object. Requests that are not answered yet are
     // refused, so that their sender claims the name. May be called again.
     void release();
 
- public slots:  // NOLINT(readability-redundant-access-specifiers)
-    Q_SCRIPTABLE void Activate(const QVariantMap& platformData);
-    Q_SCRIPTABLE void Open(const QStringList& urls, const QVariantMap& platformData);
-    Q_SCRIPTABLE void ActivateAction(const QString& action, const QVariantList& parameter,
-                                     const QVariantMap& platformData);
-
  private:
-    std::string handOver(LaunchRequest& request, std::chrono::steady_clock::time_point deadline);
-    QString owner() const;
-    void refuse(QDBusError::ErrorType type, const std::string& why) const;
+    using Data = std::map<std::string, std::variant<std::monostate, std::string>>;
 
-    QDBusConnection bus_;
-    bool isFirst_ = false;
+    std::shared_ptr<const cmn::bus::Objects> objects();
+    cmn::bus::Result<cmn::bus::Nothing> open(const std::vector<std::string>& urls, const Data& platformData);
+    std::string handOver(LaunchRequest& request, std::chrono::steady_clock::time_point deadline);
+    std::string owner();
+    void busIsReady();
+    void busIsLost(const std::string& why);
+    void claimedAgain(const SessionBus::Reply& reply);
+
+    // `ours`: or the bus has us in the queue for it. `refused`: not asked for again on this connection.
+    enum class Name { unwanted, wanted, refused, ours };
+
+    const std::chrono::milliseconds connectPatience_;
+    QTimer retry_;
+    Name name_ = Name::unwanted;
     std::function<std::size_t(const LaunchRequest&)> handler_;
     std::string refusal_;
+    SessionBus bus_;  // calls the others
 };
 
-// The activation token of this process's own launch, removed from the environment.
+// The activation token of this process's own launch, removed from the environment: before there are threads.
 std::string TakeActivationToken();
 
 }  // namespace useragent

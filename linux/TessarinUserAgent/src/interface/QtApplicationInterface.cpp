@@ -41,13 +41,13 @@ struct QtApplicationInterface::Timers {
     std::vector<std::unique_ptr<QTimer>> running;
 };
 
-QtApplicationInterface::QtApplicationInterface(std::shared_ptr<StatusMenu> menu)
-    : menu_(std::move(menu)), timers_(std::make_unique<Timers>()) {}
+QtApplicationInterface::QtApplicationInterface(SessionBusPlace bus, std::shared_ptr<StatusMenu> menu)
+    : bus_(std::move(bus)), menu_(std::move(menu)), timers_(std::make_unique<Timers>()) {}
 
 QtApplicationInterface::~QtApplicationInterface() = default;
 
 std::shared_ptr<StatusItem> QtApplicationInterface::createStatusItem(std::function<void()> menuNeedsUpdate) {
-    return std::make_shared<TrayStatusItem>(menu_, std::move(menuNeedsUpdate));
+    return std::make_shared<TrayStatusItem>(bus_, menu_, std::move(menuNeedsUpdate));
 }
 
 std::unique_ptr<PropertiesWindow> QtApplicationInterface::createPropertiesWindow(

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 
+#include "statusitem/SessionBus.h"
 #include "statusitem/StatusMenu.h"
 #include "useragent/AppDelegate.h"
 
@@ -11,7 +12,7 @@ namespace useragent {
 // Status item, windows and timer of the desktop. Needs a QApplication. Main thread.
 class QtApplicationInterface : public ApplicationInterface {
  public:
-    explicit QtApplicationInterface(std::shared_ptr<StatusMenu> menu);
+    QtApplicationInterface(SessionBusPlace bus, std::shared_ptr<StatusMenu> menu);
     ~QtApplicationInterface() override;
 
     std::shared_ptr<StatusItem> createStatusItem(std::function<void()> menuNeedsUpdate) override;
@@ -21,6 +22,7 @@ class QtApplicationInterface : public ApplicationInterface {
  private:
     struct Timers;
 
+    const SessionBusPlace bus_;
     const std::shared_ptr<StatusMenu> menu_;
     const std::unique_ptr<Timers> timers_;
 };

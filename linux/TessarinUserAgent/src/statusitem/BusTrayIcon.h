@@ -1,22 +1,23 @@
 #pragma once
 
-#include <QDBusConnection>
 #include <QObject>
-#include <QString>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
+#include <tuple>
+#include <vector>
 
+#include "statusitem/BusMenu.h"
+#include "statusitem/SessionBus.h"
 #include "statusitem/StatusMenu.h"
 #include "statusitem/TrayIcon.h"
 
 namespace useragent {
 
-class ItemAdaptor;
-class MenuAdaptor;
-
-// A status notifier item with its menu, on a connection of its own to the session bus: panels let go of it
-// when that ends. Nothing here waits for a panel.
+// org.kde.StatusNotifierItem with its menu, on a connection of its own to the session bus: panels let go of
+// it when that ends. Registers with the panel, and again when the connection was lost. Nothing here waits.
 //
 // Not the toolkit's item: that one asks the watcher in blocking calls each time it is made, and once a
 // process has drawn an icon in a window the toolkit makes no other kind.
@@ -28,23 +29,30 @@ class BusTrayIcon : public TrayIcon {
 
     // The menu must outlive this object. `menuClosed` is called when the panel has closed the menu, or has
     // not said so for `longestMenu`.
-    BusTrayIcon(StatusMenu& menu, StatusImage image, std::chrono::milliseconds longestMenu,
-                std::function<void()> menuClosed);
+    BusTrayIcon(const SessionBusPlace& place, StatusMenu& menu, StatusImage image,
+                std::chrono::milliseconds longestMenu, std::function<void()> menuClosed);
     ~BusTrayIcon() override;
     BusTrayIcon(const BusTrayIcon&) = delete;
     BusTrayIcon& operator=(const BusTrayIcon&) = delete;
 
     void setImage(StatusImage image) override;
     void hostAnswered() override;
-    bool menuIsOpen() const override;
+    bool menuIsOpen() const override { return busMenu_.isOpen(); }
 
  private:
-    const QString name_;
-    QDBusConnection bus_;
-    QObject itemObject_;
-    QObject menuObject_;
-    ItemAdaptor* item_ = nullptr;  // both belong to their objects
-    MenuAdaptor* menuAdaptor_ = nullptr;
+    // Pixels are ARGB in network order.
+    using Pixmap = std::tuple<std::int32_t, std::int32_t, std::vector<std::uint8_t>>;
+
+    static std::vector<Pixmap> pixmapsOf(StatusImage image);
+    cmn::bus::Interface interface();
+    std::shared_ptr<const cmn::bus::Objects> objects();
+    void showMenu(int x, int y);
+
+    StatusMenu& menu_;
+    std::string title_;
+    std::vector<Pixmap> pixmaps_;
+    BusMenu busMenu_;
+    SessionBus bus_;  // calls the others
 };
 
 }  // namespace useragent

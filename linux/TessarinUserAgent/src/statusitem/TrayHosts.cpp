@@ -1,12 +1,8 @@
 #include "statusitem/TrayHosts.h"
 
-#include <QDBusError>
-#include <QDBusMessage>
-#include <QDBusPendingReply>
-#include <QDBusVariant>
-#include <QMetaObject>
-#include <QString>
+#include <string>
 #include <utility>
+#include <variant>
 
 #include "common/log.h"
 #include "statusitem/BusTrayIcon.h"
@@ -14,51 +10,59 @@
 namespace useragent {
 namespace {
 
-const QString kWatcher = QString::fromLatin1(BusTrayIcon::kWatcher);
-const QString kWatcherPath = QString::fromLatin1(BusTrayIcon::kWatcherPath);
+namespace bus = cmn::bus;
 
-bool IsSilence(const QDBusError& error) {
-    return error.type() == QDBusError::NoReply || error.type() == QDBusError::Timeout ||
-           error.type() == QDBusError::TimedOut;
-}
+constexpr const char* kWatcher = BusTrayIcon::kWatcher;
+constexpr const char* kWatcherPath = BusTrayIcon::kWatcherPath;
+constexpr const char* kHasHost = "IsStatusNotifierHostRegistered";
 
 }  // namespace
 
-TrayHosts::TrayHosts(std::function<void(TrayRoad)> onAnswer, std::chrono::milliseconds timeout)
+TrayHosts::TrayHosts(SessionBusPlace place, std::function<void(TrayRoad)> onAnswer,
+                     std::chrono::milliseconds timeout)
     : onAnswer_(std::move(onAnswer)),
       timeout_(timeout),
-      bus_(QDBusConnection::sessionBus()),
-      owners_(kWatcher, bus_, QDBusServiceWatcher::WatchForOwnerChange) {
-    connect(&owners_, &QDBusServiceWatcher::serviceOwnerChanged, this, &TrayHosts::ask);
+      bus_(std::move(place), {[this] {
+                                  subscribe();
+                                  ask();
+                              },
+                              [this](const std::string&) { onAnswer_(TrayRoad::windowSystem); }}) {}
+
+TrayHosts::~TrayHosts() = default;
+
+void TrayHosts::subscribe() {
+    using namespace std::string_literals;
+    subscriptions_.clear();
+    const auto hear = [this](const std::string& rule) {
+        subscriptions_.push_back(bus_.subscribe(rule, [this] { ask(); }));
+    };
+    hear("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='"s + kWatcher + "'");
     for (const char* const signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
-        bus_.connect(kWatcher, kWatcherPath, kWatcher, QLatin1String(signal), this, SLOT(ask()));
+        hear("type='signal',path='"s + kWatcherPath + "',interface='" + kWatcher + "',member='" + signal + "'");
     }
-    // From the bus library itself, when the bus is lost.
-    bus_.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
-                 QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
-                 SLOT(ask()));
 }
 
 void TrayHosts::ask() {
-    if (!bus_.isConnected()) {
+    const int question = ++lastQuestion_;
+    if (bus_.isLost()) {
         QMetaObject::invokeMethod(
             this, [this] { onAnswer_(TrayRoad::windowSystem); }, Qt::QueuedConnection);
         return;
     }
-    QDBusMessage question = QDBusMessage::createMethodCall(
-        kWatcher, kWatcherPath, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
-    question.setArguments({kWatcher, QStringLiteral("IsStatusNotifierHostRegistered")});
-    question.setAutoStartService(false);
-    answer_ = std::make_unique<QDBusPendingCallWatcher>(
-        bus_.asyncCall(question, static_cast<int>(timeout_.count())));
-    connect(answer_.get(), &QDBusPendingCallWatcher::finished, this,
-            [this](QDBusPendingCallWatcher* answer) { answered(*answer); });
+    // One that is not ready yet asks when it is.
+    bus_.call(bus_.connection().makeCall(kWatcher, kWatcherPath, bus::kProperties, "Get", kWatcher, kHasHost),
+              timeout_, [this, question](const SessionBus::Reply& reply) {
+                  if (question == lastQuestion_) {
+                      answered(reply);
+                  }
+              });
 }
 
-void TrayHosts::answered(QDBusPendingCallWatcher& answer) {
-    const QDBusPendingReply<QDBusVariant> reply = answer;
-    answer_.release()->deleteLater();
-    if (reply.isError() && IsSilence(reply.error()) && bus_.isConnected()) {
+void TrayHosts::answered(const SessionBus::Reply& reply) {
+    if (!reply && reply.error().is(bus::error::kDisconnected)) {
+        return;  // told apart
+    }
+    if (!reply && (reply.error().is(bus::error::kTimeout) || reply.error().is(bus::error::kNoReply))) {
         if (!std::exchange(saidSilent_, true)) {
             TLOG_WARN("The desktop's status area does not answer; the status item waits for it");
         }
@@ -66,8 +70,8 @@ void TrayHosts::answered(QDBusPendingCallWatcher& answer) {
         return;
     }
     saidSilent_ = false;
-    const bool hasHost = reply.isValid() && reply.value().variant().toBool();
-    onAnswer_(hasHost ? TrayRoad::sessionBus : TrayRoad::windowSystem);
+    const auto host = reply ? reply->readOne<bus::Variant<bool>>() : reply.error();
+    onAnswer_(host && host->value ? TrayRoad::sessionBus : TrayRoad::windowSystem);
 }
 
 }  // namespace useragent

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <QDBusConnection>
-#include <QDBusPendingCallWatcher>
-#include <QDBusServiceWatcher>
 #include <QObject>
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <vector>
+
+#include "statusitem/SessionBus.h"
 
 namespace useragent {
 
@@ -26,22 +26,24 @@ class TrayHosts : public QObject {
     static constexpr std::chrono::milliseconds kTimeout{25'000};
 
     // `onAnswer` is called with every answer, never from inside `ask`; it need not differ from the last.
-    // A watcher that is silent for `timeout` is asked again.
-    explicit TrayHosts(std::function<void(TrayRoad)> onAnswer, std::chrono::milliseconds timeout = kTimeout);
+    // A watcher that is silent for `timeout` is asked again. A bus that was lost is asked when it is back.
+    TrayHosts(SessionBusPlace place, std::function<void(TrayRoad)> onAnswer,
+              std::chrono::milliseconds timeout = kTimeout);
+    ~TrayHosts() override;
 
- public slots:
     // Does not wait.
     void ask();
 
  private:
-    void answered(QDBusPendingCallWatcher& answer);
+    void subscribe();
+    void answered(const SessionBus::Reply& reply);
 
     const std::function<void(TrayRoad)> onAnswer_;
     const std::chrono::milliseconds timeout_;
-    QDBusConnection bus_;
-    QDBusServiceWatcher owners_;
-    std::unique_ptr<QDBusPendingCallWatcher> answer_;  // what is waited for; an older question's is ignored
+    std::vector<std::shared_ptr<cmn::bus::Subscription>> subscriptions_;
+    int lastQuestion_ = 0;  // an older one's answer is ignored
     bool saidSilent_ = false;
+    SessionBus bus_;  // calls the others
 };
 
 }  // namespace useragent

@@ -18,10 +18,11 @@ namespace useragent {
 // either; so icons are made and destroyed between such calls only.
 class TrayStatusItem::Tray {
  public:
-    Tray(std::shared_ptr<StatusMenu> menu, std::chrono::milliseconds longestMenu)
-        : menu_(std::move(menu)),
+    Tray(SessionBusPlace bus, std::shared_ptr<StatusMenu> menu, std::chrono::milliseconds longestMenu)
+        : bus_(std::move(bus)),
+          menu_(std::move(menu)),
           longestMenu_(longestMenu),
-          hosts_([this](TrayRoad road) { hostAnswered(road); }) {
+          hosts_(bus_, [this](TrayRoad road) { hostAnswered(road); }) {
         QObject::connect(&menu_->drawnMenu(), &QMenu::aboutToHide, &context_, [this] { settleLater(); });
         hosts_.ask();
     }
@@ -85,7 +86,8 @@ class TrayStatusItem::Tray {
         iconRoad_ = road;
         if (road == TrayRoad::sessionBus) {
             TLOG_INFO("The status item is in the status area on the session bus");
-            icon_ = std::make_unique<BusTrayIcon>(*menu_, image_, longestMenu_, [this] { settleLater(); });
+            icon_ = std::make_unique<BusTrayIcon>(bus_, *menu_, image_, longestMenu_,
+                                                  [this] { settleLater(); });
         } else if (QGuiApplication::platformName() == QLatin1String("xcb")) {
             TLOG_INFO("The status item is in the status area of the X server, when there is one");
             icon_ = std::make_unique<WindowTrayIcon>(*menu_, image_);
@@ -94,6 +96,7 @@ class TrayStatusItem::Tray {
         }
     }
 
+    const SessionBusPlace bus_;
     const std::shared_ptr<StatusMenu> menu_;
     const std::chrono::milliseconds longestMenu_;
     QObject context_;  // of what is called later: nothing is after its end
@@ -106,9 +109,9 @@ class TrayStatusItem::Tray {
     std::unique_ptr<TrayIcon> icon_;
 };
 
-TrayStatusItem::TrayStatusItem(std::shared_ptr<StatusMenu> menu, std::function<void()> menuNeedsUpdate,
-                               std::chrono::milliseconds longestMenu)
-    : tray_(std::make_unique<Tray>(std::move(menu), longestMenu)) {
+TrayStatusItem::TrayStatusItem(SessionBusPlace bus, std::shared_ptr<StatusMenu> menu,
+                               std::function<void()> menuNeedsUpdate, std::chrono::milliseconds longestMenu)
+    : tray_(std::make_unique<Tray>(std::move(bus), std::move(menu), longestMenu)) {
     tray_->menu().setNeedsUpdate(std::move(menuNeedsUpdate));
 }
 

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 
+#include "statusitem/SessionBus.h"
 #include "statusitem/StatusMenu.h"
 #include "useragent/AppDelegate.h"
 
@@ -20,7 +21,8 @@ class TrayStatusItem : public StatusItem {
 
     // Visible, with the normal image, as soon as a panel has answered. `menuNeedsUpdate` is called each time
     // the user is about to see the menu; it may hide the item.
-    TrayStatusItem(std::shared_ptr<StatusMenu> menu, std::function<void()> menuNeedsUpdate,
+    TrayStatusItem(SessionBusPlace bus, std::shared_ptr<StatusMenu> menu,
+                   std::function<void()> menuNeedsUpdate,
                    std::chrono::milliseconds longestMenu = kLongestMenu);
     ~TrayStatusItem() override;
     TrayStatusItem(const TrayStatusItem&) = delete;

@@ -25,6 +25,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using useragent::ApplicationService;
 using useragent::LaunchRequest;
+using useragent::SessionBusPlace;
 
 constexpr auto kPatience = 20s;
 
@@ -37,9 +38,10 @@ QDBusConnection Connect(const fake::PrivateBus& bus) {
 // A launch of the program while this thread is the agent that runs: on a thread of its own.
 class OtherLaunch {
  public:
-    OtherLaunch(const fake::PrivateBus& bus, LaunchRequest request, std::chrono::milliseconds patience)
-        : request_(std::move(request)), service_(Connect(bus)), thread_([this, patience] {
-              result_ = service_.claimOrHandOver(request_, patience, [] { return true; });
+    OtherLaunch(SessionBusPlace place, LaunchRequest request, std::chrono::milliseconds patience)
+        : request_(std::move(request)), thread_([this, place = std::move(place), patience] {
+              ApplicationService service(place);
+              result_ = service.claimOrHandOver(request_, patience, [] { return true; });
               done_ = true;
           }) {}
     ~OtherLaunch() {
@@ -60,7 +62,6 @@ class OtherLaunch {
 
  private:
     LaunchRequest request_;
-    ApplicationService service_;
     ApplicationService::Launch result_;
     std::atomic<bool> done_ = false;
     std::thread thread_;
@@ -68,9 +69,11 @@ class OtherLaunch {
 
 class ApplicationServiceTest : public testing::Test {
  protected:
+    ~ApplicationServiceTest() override { place.loop->stop(); }
+
     // Why it failed; empty when it did not.
     std::string handOver(const LaunchRequest& request, std::chrono::milliseconds patience = kPatience) {
-        OtherLaunch second(bus, request, patience);
+        OtherLaunch second(place, request, patience);
         const ApplicationService::Launch result = second.result();
         EXPECT_EQ(result.role, ApplicationService::Role::second);
         return result.failure;
@@ -98,12 +101,13 @@ class ApplicationServiceTest : public testing::Test {
     }
 
     fake::PrivateBus bus;
+    const SessionBusPlace place{std::make_shared<cmn::bus::Loop>(), bus.address(), 20ms};
     std::vector<std::string> urls;
     std::vector<std::string> tokens;
 };
 
 TEST_F(ApplicationServiceTest, TheFirstOwnsTheNameAndTheOthersHandOver) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     EXPECT_EQ(first.claim(), ApplicationService::Role::first);
     handle(first);
     EXPECT_EQ(handOver({{"tessarin-scheme://a", "tessarin-scheme://b"}, "token-1"}), "");
@@ -112,7 +116,7 @@ TEST_F(ApplicationServiceTest, TheFirstOwnsTheNameAndTheOthersHandOver) {
 }
 
 TEST_F(ApplicationServiceTest, AUrlWithBytesThatAreNoTextArrivesAsTheSameRequest) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     handle(first);
     EXPECT_EQ(handOver({{"tessarin-scheme://showProperties?path=/caf\xE9"}, ""}), "");
@@ -120,7 +124,7 @@ TEST_F(ApplicationServiceTest, AUrlWithBytesThatAreNoTextArrivesAsTheSameRequest
 }
 
 TEST_F(ApplicationServiceTest, ALaunchWithoutUrlsChangesNothing) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     handle(first);
     EXPECT_EQ(handOver({}), "");
@@ -128,17 +132,17 @@ TEST_F(ApplicationServiceTest, ALaunchWithoutUrlsChangesNothing) {
 }
 
 TEST_F(ApplicationServiceTest, ALaunchThatFindsNobodyIsTheFirstAndKeepsItsRequest) {
-    OtherLaunch launch(bus, {{"tessarin-scheme://a"}, "token"}, kPatience);
+    OtherLaunch launch(place, {{"tessarin-scheme://a"}, "token"}, kPatience);
     EXPECT_EQ(launch.result().role, ApplicationService::Role::first);
     EXPECT_THAT(launch.left().urls, ElementsAre("tessarin-scheme://a"));
     EXPECT_EQ(launch.left().activationToken, "token");
 }
 
 TEST_F(ApplicationServiceTest, TheNameIsFreeAsSoonAsTheFirstReleasesIt) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     ASSERT_EQ(first.claim(), ApplicationService::Role::first);
     first.release();
-    ApplicationService next(Connect(bus));
+    ApplicationService next(place);
     EXPECT_EQ(next.claim(), ApplicationService::Role::first);
     first.release();
     EXPECT_EQ(first.claim(), ApplicationService::Role::second) << "what is not its own it does not release";
@@ -146,7 +150,7 @@ TEST_F(ApplicationServiceTest, TheNameIsFreeAsSoonAsTheFirstReleasesIt) {
 
 TEST_F(ApplicationServiceTest, WhatTheHandlerOwnsGoesAfterTheName) {
     const QDBusConnection other = Connect(bus);
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     int ended = 0;
     std::shared_ptr<void> owned(nullptr, [&](void*) {
@@ -159,7 +163,7 @@ TEST_F(ApplicationServiceTest, WhatTheHandlerOwnsGoesAfterTheName) {
 }
 
 TEST_F(ApplicationServiceTest, ARequestThatArrivesWhileTheFirstLeavesIsRefusedAtOnce) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     handle(first);
     const QDBusConnection sender = Connect(bus);
@@ -174,21 +178,21 @@ TEST_F(ApplicationServiceTest, ARequestThatArrivesWhileTheFirstLeavesIsRefusedAt
 }
 
 TEST_F(ApplicationServiceTest, ALaunchWhoseFirstHasLeftBecomesTheFirstWithItsRequest) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     first.setHandler([&first](const LaunchRequest&) -> std::size_t {
         first.release();
         throw std::runtime_error("leaving");
     });
-    OtherLaunch second(bus, {{"tessarin-scheme://a", "tessarin-scheme://b"}, "token"}, kPatience);
+    OtherLaunch second(place, {{"tessarin-scheme://a", "tessarin-scheme://b"}, "token"}, kPatience);
     EXPECT_EQ(second.result().role, ApplicationService::Role::first);
     EXPECT_THAT(second.left().urls, ElementsAre("tessarin-scheme://a", "tessarin-scheme://b"));
     EXPECT_EQ(second.left().activationToken, "token");
 }
 
 TEST_F(ApplicationServiceTest, ALaunchWhoseFirstHasLeftHandsOverToTheNextOne) {
-    ApplicationService first(Connect(bus));
-    ApplicationService next(Connect(bus));
+    ApplicationService first(place);
+    ApplicationService next(place);
     first.claim();
     handle(next);
     first.setHandler([&](const LaunchRequest&) -> std::size_t {
@@ -201,7 +205,7 @@ TEST_F(ApplicationServiceTest, ALaunchWhoseFirstHasLeftHandsOverToTheNextOne) {
 }
 
 TEST_F(ApplicationServiceTest, OfSeveralMessagesOnlyWhatWasNotTakenIsLeftToTheLaunchThatBecomesTheFirst) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     first.setHandler([&](const LaunchRequest& request) -> std::size_t {
         if (!urls.empty()) {
@@ -211,7 +215,7 @@ TEST_F(ApplicationServiceTest, OfSeveralMessagesOnlyWhatWasNotTakenIsLeftToTheLa
         urls = request.urls;
         return 0;
     });
-    OtherLaunch second(bus, {manyUrls(150), "token"}, kPatience);
+    OtherLaunch second(place, {manyUrls(150), "token"}, kPatience);
     EXPECT_EQ(second.result().role, ApplicationService::Role::first);
     EXPECT_THAT(urls, SizeIs(100));
     EXPECT_THAT(second.left().urls, SizeIs(50));
@@ -220,7 +224,7 @@ TEST_F(ApplicationServiceTest, OfSeveralMessagesOnlyWhatWasNotTakenIsLeftToTheLa
 }
 
 TEST_F(ApplicationServiceTest, WithoutAHandlerARequestIsRefused) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     EXPECT_THAT(handOver({{"tessarin-scheme://a"}, {}}), HasSubstr("not running"));
 }
@@ -233,12 +237,12 @@ TEST_F(ApplicationServiceTest, AFirstThatDoesNotAnswerIsGivenUp) {
 }
 
 TEST_F(ApplicationServiceTest, WithoutABusTheProgramIsAlone) {
-    ApplicationService service{QDBusConnection(QString())};
+    ApplicationService service({place.loop, ""});
     EXPECT_EQ(service.claim(), ApplicationService::Role::alone);
 }
 
 TEST_F(ApplicationServiceTest, MoreUrlsThanFitInOneMessageArriveInSeveral) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     handle(first);
     for (const int count : {100, 101, 250}) {
@@ -253,7 +257,7 @@ TEST_F(ApplicationServiceTest, MoreUrlsThanFitInOneMessageArriveInSeveral) {
 }
 
 TEST_F(ApplicationServiceTest, AMessageWithTooManyUrlsIsRefusedWhole) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     handle(first);
     const QDBusPendingCall request = open(Connect(bus), QStringList(101, "tessarin-scheme://a"));
@@ -263,7 +267,7 @@ TEST_F(ApplicationServiceTest, AMessageWithTooManyUrlsIsRefusedWhole) {
 }
 
 TEST_F(ApplicationServiceTest, ALaunchIsToldHowManyUrlsWereDropped) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     first.setHandler([](const LaunchRequest&) { return std::size_t{2}; });
     EXPECT_EQ(handOver({manyUrls(5), {}}), "2 of 5 URLs are dropped: too many are waiting");
@@ -272,7 +276,7 @@ TEST_F(ApplicationServiceTest, ALaunchIsToldHowManyUrlsWereDropped) {
 }
 
 TEST_F(ApplicationServiceTest, AnOverlongTokenIsLeftOut) {
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     handle(first);
     EXPECT_EQ(handOver({{"tessarin-scheme://a"}, std::string(2000, 't')}), "");
@@ -281,7 +285,7 @@ TEST_F(ApplicationServiceTest, AnOverlongTokenIsLeftOut) {
 
 TEST_F(ApplicationServiceTest, AHandlerThatFailsIsLoggedAndTold) {
     fake::LogCapture log;
-    ApplicationService first(Connect(bus));
+    ApplicationService first(place);
     first.claim();
     first.setHandler([](const LaunchRequest&) -> std::size_t { throw std::runtime_error("no window"); });
     EXPECT_THAT(handOver({{"tessarin-scheme://a"}, {}}), HasSubstr("no window"));

@@ -205,7 +205,7 @@ TEST_F(PropertiesFormTest, ManyRecordsAreRowsOfOneHeight) {
 }
 
 TEST(QtApplicationInterfaceTest, AWindowGoesWithItsHandleEvenWhileItCloses) {
-    useragent::QtApplicationInterface interface(nullptr);
+    useragent::QtApplicationInterface interface({}, nullptr);
     std::unique_ptr<useragent::PropertiesWindow> window;
     window = interface.createPropertiesWindow([&window] { window.reset(); });
     ASSERT_NE(window, nullptr);
@@ -224,7 +224,7 @@ TEST(QtApplicationInterfaceTest, AWindowGoesWithItsHandleEvenWhileItCloses) {
 }
 
 TEST(QtApplicationInterfaceTest, ATimerTicksAgainAndAgain) {
-    useragent::QtApplicationInterface interface(nullptr);
+    useragent::QtApplicationInterface interface({}, nullptr);
     int ticks = 0;
     interface.scheduleRepeatingTimer(std::chrono::seconds(0), [&ticks] { ++ticks; });
     while (ticks < 3) {

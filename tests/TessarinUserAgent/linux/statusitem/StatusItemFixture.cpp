@@ -38,6 +38,11 @@ fake::PrivateBus& SessionBus() {
     return *g_sessionBus;
 }
 
+StatusItemFixture::~StatusItemFixture() {
+    item.reset();
+    bus.loop->stop();
+}
+
 std::shared_ptr<useragent::StatusMenu> StatusItemFixture::makeMenu() {
     auto made = std::make_shared<useragent::StatusMenu>([this] { calls.emplace_back("quit"); });
     made->setSelections({[this] { calls.emplace_back("option1"); }, [this] { calls.emplace_back("option2"); },
@@ -47,7 +52,7 @@ std::shared_ptr<useragent::StatusMenu> StatusItemFixture::makeMenu() {
 
 void StatusItemFixture::createItem(std::chrono::milliseconds longestMenu) {
     item = std::make_unique<useragent::TrayStatusItem>(
-        menu,
+        bus, menu,
         [this] {
             calls.emplace_back("needsUpdate");
             onNeedsUpdate();

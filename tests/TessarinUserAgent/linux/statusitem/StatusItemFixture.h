@@ -38,6 +38,8 @@ inline constexpr const char* kWithoutBus = "TESSARIN_TEST_WITHOUT_BUS";
 // An item with its menu, filled as when everything is in order. Panels come and go as the test likes.
 class StatusItemFixture : public testing::Test {
  protected:
+    ~StatusItemFixture() override;
+
     static std::string address() { return SessionBus().address(); }
 
     // The item; it is not there before.
@@ -48,6 +50,8 @@ class StatusItemFixture : public testing::Test {
     // Nobody has closed our own menu; the window system may at any time.
     bool menuIsOpen() const { return menu->drawnMenu().isVisible(); }
 
+    // The session's bus, or another.
+    useragent::SessionBusPlace bus{std::make_shared<cmn::bus::Loop>(), address()};
     std::vector<std::string> calls;  // of the callbacks, in order
     std::function<void()> onNeedsUpdate = [] {};
     std::shared_ptr<useragent::StatusMenu> menu = makeMenu();

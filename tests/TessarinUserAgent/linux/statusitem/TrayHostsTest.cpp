@@ -20,16 +20,19 @@ namespace {
 
 class TrayHostsTest : public testing::Test {
  protected:
+    ~TrayHostsTest() override { bus.loop->stop(); }
+
     bool waitForAnswers(std::size_t count) {
         return fake::WaitFor([&] { return answers.size() >= count; });
     }
 
+    useragent::SessionBusPlace bus{std::make_shared<cmn::bus::Loop>(), SessionBus().address(), 20ms};
     std::vector<TrayRoad> answers;
     std::function<void(TrayRoad)> record = [this](TrayRoad road) { answers.push_back(road); };
 };
 
 TEST_F(TrayHostsTest, WithoutAWatcherOnlyTheWindowSystemIsLeft) {
-    TrayHosts hosts(record);
+    TrayHosts hosts(bus, record);
     hosts.ask();
     EXPECT_THAT(answers, IsEmpty()) << "it answers from the event loop";
     EXPECT_TRUE(waitForAnswers(1));
@@ -37,7 +40,7 @@ TEST_F(TrayHostsTest, WithoutAWatcherOnlyTheWindowSystemIsLeft) {
 }
 
 TEST_F(TrayHostsTest, TellsWhenAWatcherComesAndGoes) {
-    TrayHosts hosts(record);
+    TrayHosts hosts(bus, record);
     {
         PanelStandIn panel(SessionBus().address());
         EXPECT_TRUE(waitForAnswers(1));
@@ -49,7 +52,7 @@ TEST_F(TrayHostsTest, TellsWhenAWatcherComesAndGoes) {
 TEST_F(TrayHostsTest, SilentWatcherIsAskedAgainAndSaidOnce) {
     fake::LogCapture log;
     PanelStandIn panel(SessionBus().address(), {.answers = false});
-    TrayHosts hosts(record, 100ms);
+    TrayHosts hosts(bus, record, 100ms);
     hosts.ask();
     EXPECT_TRUE(fake::WaitFor([&] { return panel.questions() >= 3; }));
     EXPECT_THAT(answers, IsEmpty());
@@ -61,7 +64,7 @@ TEST_F(TrayHostsTest, SilentWatcherIsAskedAgainAndSaidOnce) {
 
 TEST_F(TrayHostsTest, OnlyTheNewestQuestionIsAnswered) {
     PanelStandIn panel(SessionBus().address());
-    TrayHosts hosts(record);
+    TrayHosts hosts(bus, record);
     hosts.ask();
     hosts.ask();
     hosts.ask();

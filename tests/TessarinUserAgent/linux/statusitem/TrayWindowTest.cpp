@@ -3,9 +3,6 @@
 #include <xcb/xcb.h>
 
 #include <QApplication>
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusPendingCall>
 #include <QImage>
 #include <QMenu>
 #include <QMouseEvent>
@@ -14,6 +11,7 @@
 #include <memory>
 
 #include "StatusItemFixture.h"
+#include "statusitem/TrayHosts.h"
 #include "support/ChildProcess.h"
 #include "support/WaitFor.h"
 
@@ -53,11 +51,15 @@ class TrayWindowTest : public statusitem::StatusItemFixture {
     QWidget* waitForEmbedded() {
         return fake::WaitFor([this] { return embedded() != nullptr; }) ? embedded() : nullptr;
     }
-    // Until the application has seen what that peer has answered it so far.
-    static void waitForAnswersOf(const char* peer) {
-        const QDBusPendingCall last = QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
-            QLatin1String(peer), QStringLiteral("/"), QString(), QStringLiteral("Introspect")));
-        EXPECT_TRUE(fake::WaitFor([&last] { return last.isFinished(); }));
+    // Until the item has seen what the panel has answered it so far: a later question, on the same thread, is
+    // answered after it.
+    void waitForAnswers() const {
+        bool answered = false;
+        useragent::TrayHosts later(bus, [&](useragent::TrayRoad road) {
+            EXPECT_EQ(road, useragent::TrayRoad::sessionBus);
+            answered = true;
+        });
+        EXPECT_TRUE(fake::WaitFor([&] { return answered; }));
         QCoreApplication::processEvents();
     }
     static void click(QWidget& window, Qt::MouseButton button) {
@@ -179,7 +181,7 @@ TEST_F(TrayWindowTest, ItemMovesToThePanelThatComesOnceTheMenuHasClosed) {
     click(*window, Qt::RightButton);
     PanelStandIn panel(address());
     EXPECT_TRUE(fake::WaitFor([&] { return panel.questions() > 0; }));
-    waitForAnswersOf("org.kde.StatusNotifierWatcher");
+    waitForAnswers();
     menu->drawnMenu().hide();
     EXPECT_TRUE(wasThere);
     EXPECT_NE(panel.waitForItem(), "");

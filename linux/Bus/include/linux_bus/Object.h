@@ -1,0 +1,157 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "linux_bus/Codec.h"
+#include "linux_bus/Question.h"
+#include "linux_bus/Result.h"
+
+// Objects with methods and properties, as a table from which questions about them are answered.
+namespace cmn::bus {
+
+// A value of any type that can travel, on its way into a variant.
+class AnyValue {
+ public:
+    template <typename T>
+    explicit AnyValue(T value)
+        : size_(Codec<T>::size(value) + 8), write_([variant = Variant<T>{std::move(value)}](sd_bus_message* to) {
+              return Codec<Variant<T>>::write(to, variant);
+          }) {}
+
+    bool write(sd_bus_message* message) const { return write_(message); }
+    std::size_t size() const { return size_; }
+
+ private:
+    std::size_t size_;
+    std::function<bool(sd_bus_message*)> write_;
+};
+template <>
+struct Codec<AnyValue> {
+    static constexpr detail::Text kType{"v"};
+
+    static bool write(sd_bus_message* message, const AnyValue& value) { return value.write(message); }
+    static std::size_t size(const AnyValue& value) { return value.size(); }
+};
+
+// How what a method returns becomes its answer: one value, none or several (a tuple), or an error instead.
+template <typename T>
+struct Answer {
+    static std::vector<std::string> types() { return {std::string(kSignature<T>)}; }
+    static void give(const Question& question, const T& value) { question.reply(value); }
+};
+template <typename... T>
+struct Answer<std::tuple<T...>> {
+    static std::vector<std::string> types() { return {std::string(kSignature<T>)...}; }
+    static void give(const Question& question, const std::tuple<T...>& values) {
+        std::apply([&](const T&... value) { question.reply(value...); }, values);
+    }
+};
+template <>
+struct Answer<void> : Answer<std::tuple<>> {};
+template <typename T>
+struct Answer<Result<T>> {
+    static std::vector<std::string> types() { return Answer<T>::types(); }
+    static void give(const Question& question, const Result<T>& result) {
+        result ? Answer<T>::give(question, *result) : question.fail(result.error());
+    }
+};
+using Nothing = std::tuple<>;
+
+// One interface of an object. Made once, then only read. The names of arguments are for those who look at it.
+class Interface {
+ public:
+    using Task = std::function<void()>;
+    using Names = std::vector<std::string>;
+
+    explicit Interface(std::string name) : name_(std::move(name)) {}
+
+    // The arguments are those that `run` takes, the answer is what it returns. `names`: those of the arguments,
+    // then those of the answer.
+    template <typename Run>
+    Interface& method(const char* name, const Names& names, Run run) {
+        return addMethod(name, names, std::function(std::move(run)));
+    }
+    // It can be read, not written.
+    template <typename Get>
+    Interface& property(const char* name, Get get) {
+        describeProperty(name, kSignature<decltype(get())>);
+        properties_.emplace(name, [get = std::move(get)] { return AnyValue(get()); });
+        return *this;
+    }
+    template <typename... T>
+    Interface& signal(const char* name, const Names& names) {
+        describe("signal", name, names, {std::string(kSignature<T>)...}, {});
+        return *this;
+    }
+
+ private:
+    friend class Objects;
+
+    // None when the arguments are not those of the method; it is refused then.
+    using Accept = std::function<Task(const Question&)>;
+
+    template <typename Out, typename... In>
+    Interface& addMethod(const char* name, const Names& names, std::function<Out(In...)> run) {
+        describe("method", name, names, {std::string(kSignature<std::decay_t<In>>)...},
+                 Answer<Out>::types());
+        methods_.emplace(name, [run = std::move(run)](const Question& question) -> Task {
+            auto arguments = question.message().read<std::decay_t<In>...>();
+            if (!arguments) {
+                question.fail(arguments.error());
+                return nullptr;
+            }
+            return [run, question, arguments = std::move(*arguments)] {
+                if constexpr (std::is_void_v<Out>) {
+                    std::apply(run, arguments);
+                    question.reply();
+                } else {
+                    Answer<Out>::give(question, std::apply(run, arguments));
+                }
+            };
+        });
+        return *this;
+    }
+    // What is told of the interface.
+    void describe(const char* kind, const char* name, const Names& names, const std::vector<std::string>& in,
+                  const std::vector<std::string>& out);
+    void describeProperty(const char* name, const char* type);
+
+    std::string name_;
+    std::string description_;  // in XML
+    std::map<std::string, Accept, std::less<>> methods_;
+    std::map<std::string, std::function<AnyValue()>> properties_;
+};
+
+// The objects of a connection. Complete before the first question; must outlive the tasks.
+class Objects {
+ public:
+    Objects() = default;
+    Objects(const Objects&) = delete;
+    Objects& operator=(const Objects&) = delete;
+
+    // Brings the interfaces along that every object has.
+    void add(const std::string& path, std::vector<Interface> interfaces);
+
+    // What answers the question, to be run where the object lives. None when it was refused. Any thread.
+    Interface::Task find(const Question& question) const;
+
+ private:
+    using Object = std::vector<Interface>;
+
+    std::string introspect(const std::string& path) const;
+    static Result<AnyValue> property(const Object& object, const std::string& interface,
+                                     const std::string& name);
+    static Result<std::map<std::string, AnyValue>> properties(const Object& object,
+                                                              const std::string& interface);
+
+    std::map<std::string, Object, std::less<>> objects_;
+};
+
+}  // namespace cmn::bus
