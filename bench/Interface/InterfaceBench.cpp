@@ -86,8 +86,8 @@ std::unique_ptr<QDialog> ShowTableWidget(int count) {
 // An agent without its watcher.
 class Interface {
  public:
-    Interface(const std::shared_ptr<cmn::LinuxDispatch>& dispatch, const useragent::SessionBusPlace& sessionBus,
-              const cmn::DBusXPCOptions& options) {
+    Interface(const std::shared_ptr<cmn::LinuxDispatch>& dispatch,
+              const useragent::SessionBusPlace& sessionBus, const cmn::DBusXPCOptions& options) {
         const auto menu = std::make_shared<useragent::StatusMenu>([] {});
         const auto appMenu = std::make_shared<useragent::AppMenu>(
             menu->items(),

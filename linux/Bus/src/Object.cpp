@@ -86,24 +86,23 @@ void Objects::add(const std::string& path, std::vector<Interface> interfaces) {
                     })
             .method("GetAll", {"interface", "values"},
                     [&object](const std::string& interface) { return properties(object, interface); })
-            .method("Set", {"interface", "name", "value"},
-                    [&object](const std::string& interface, const std::string& name,
-                              const std::variant<std::monostate>&) -> Result<Nothing> {
-                        const auto value = property(object, interface, name);
-                        return value ? Error{error::kPropertyReadOnly, "It cannot be written"}
-                                     : value.error();
-                    }));
-    object.push_back(Interface(kIntrospectable).method("Introspect", {"xml"}, [this, path] {
-        return introspect(path);
-    }));
+            .method(
+                "Set", {"interface", "name", "value"},
+                [&object](const std::string& interface, const std::string& name,
+                          const std::variant<std::monostate>&) -> Result<Nothing> {
+                    const auto value = property(object, interface, name);
+                    return value ? Error{error::kPropertyReadOnly, "It cannot be written"} : value.error();
+                }));
+    object.push_back(
+        Interface(kIntrospectable).method("Introspect", {"xml"}, [this, path] { return introspect(path); }));
 }
 
 std::string Objects::introspect(const std::string& path) const {
     std::string xml = std::string(kDocumentType) + "<node>\n";
     if (const auto found = objects_.find(path); found != objects_.end()) {
         for (const Interface& interface : found->second) {
-            xml +=
-                fmt::format("<interface name=\"{}\">\n{}</interface>\n", interface.name_, interface.description_);
+            xml += fmt::format("<interface name=\"{}\">\n{}</interface>\n", interface.name_,
+                               interface.description_);
         }
     }
     const std::string above = path.ends_with('/') ? path : path + '/';

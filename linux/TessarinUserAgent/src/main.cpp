@@ -1,3 +1,4 @@
+#include <QAccessible>
 #include <QApplication>
 #include <chrono>
 #include <exception>
@@ -84,6 +85,9 @@ int Run(int argc, char** argv) {
         return launch.failure.empty() ? 0 : 1;
     }
     useragent::HandleSigterm();  // also when the first left after all
+    // As the event loop does when it begins: the toolkit makes its thread for message buses here, and later
+    // there may be none left for it.
+    QAccessible::setRootObject(&application);
     useragent::LinuxAgentPlatform platform(application, accessibility, sessionBus, service, request);
     return useragent::RunAgent(platform);
 }

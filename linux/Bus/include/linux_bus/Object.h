@@ -21,7 +21,8 @@ class AnyValue {
  public:
     template <typename T>
     explicit AnyValue(T value)
-        : size_(Codec<T>::size(value) + 8), write_([variant = Variant<T>{std::move(value)}](sd_bus_message* to) {
+        : size_(Codec<T>::size(value) + 8),
+          write_([variant = Variant<T>{std::move(value)}](sd_bus_message* to) {
               return Codec<Variant<T>>::write(to, variant);
           }) {}
 
@@ -72,8 +73,8 @@ class Interface {
 
     explicit Interface(std::string name) : name_(std::move(name)) {}
 
-    // The arguments are those that `run` takes, the answer is what it returns. `names`: those of the arguments,
-    // then those of the answer.
+    // The arguments are those that `run` takes, the answer is what it returns. `names`: those of the
+    // arguments, then those of the answer.
     template <typename Run>
     Interface& method(const char* name, const Names& names, Run run) {
         return addMethod(name, names, std::function(std::move(run)));
@@ -99,8 +100,7 @@ class Interface {
 
     template <typename Out, typename... In>
     Interface& addMethod(const char* name, const Names& names, std::function<Out(In...)> run) {
-        describe("method", name, names, {std::string(kSignature<std::decay_t<In>>)...},
-                 Answer<Out>::types());
+        describe("method", name, names, {std::string(kSignature<std::decay_t<In>>)...}, Answer<Out>::types());
         methods_.emplace(name, [run = std::move(run)](const Question& question) -> Task {
             auto arguments = question.message().read<std::decay_t<In>...>();
             if (!arguments) {

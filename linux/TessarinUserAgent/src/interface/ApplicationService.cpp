@@ -41,20 +41,12 @@ bool IsOwner(std::uint32_t answer) {
     return answer == kIsOwner || answer == kWasOwner;
 }
 
-// Whether asking again on the same connection may help.
-bool IsOfThisMoment(const bus::Error& error) {
-    return error.is(bus::error::kTimeout) || error.is(bus::error::kDisconnected);
-}
-
 }  // namespace
 
 ApplicationService::ApplicationService(SessionBusPlace place, std::chrono::milliseconds connectPatience)
     : connectPatience_(connectPatience),
-      bus_(place, {[this] { busIsReady(); }, [this](const std::string& why) { busIsLost(why); }}, objects()) {
-    retry_.setSingleShot(true);
-    retry_.setInterval(place.retryPause);
-    QObject::connect(&retry_, &QTimer::timeout, [this] { busIsReady(); });
-}
+      bus_(std::move(place), {[this] { busIsReady(); }, [this](const std::string& why) { busIsLost(why); }},
+           objects()) {}
 
 ApplicationService::~ApplicationService() {
     release();
@@ -62,14 +54,16 @@ ApplicationService::~ApplicationService() {
 
 std::shared_ptr<const bus::Objects> ApplicationService::objects() {
     auto objects = std::make_shared<bus::Objects>();
-    objects->add(
-        kObjectPath,
-        {bus::Interface(kInterface)
-             .method("Activate", {"platform_data"}, [](const Data&) {})
-             .method("Open", {"uris", "platform_data"},
-                     [this](const std::vector<std::string>& urls, const Data& data) { return open(urls, data); })
-             .method("ActivateAction", {"action_name", "parameter", "platform_data"},
-                     [](const std::string&, const std::vector<std::variant<std::monostate>>&, const Data&) {})});
+    objects->add(kObjectPath,
+                 {bus::Interface(kInterface)
+                      .method("Activate", {"platform_data"}, [](const Data&) {})
+                      .method("Open", {"uris", "platform_data"},
+                              [this](const std::vector<std::string>& urls, const Data& data) {
+                                  return open(urls, data);
+                              })
+                      .method("ActivateAction", {"action_name", "parameter", "platform_data"},
+                              [](const std::string&, const std::vector<std::variant<std::monostate>>&,
+                                 const Data&) {})});
     return objects;
 }
 
@@ -84,11 +78,18 @@ ApplicationService::Role ApplicationService::claim() {
     const auto answer = reply ? reply->readOne<std::uint32_t>() : reply.error();
     if (!answer) {
         refusal_ = answer.error().message;
-        name_ = IsOfThisMoment(answer.error()) ? Name::wanted : Name::refused;
+        name_ = nameAfter(answer.error());
         return Role::alone;
     }
     name_ = IsOwner(*answer) ? Name::ours : Name::unwanted;
     return IsOwner(*answer) ? Role::first : Role::second;
+}
+
+// A bus that did not answer in time may give the name yet; asked again by a connection that is new, it says
+// so.
+ApplicationService::Name ApplicationService::nameAfter(const bus::Error& error) {
+    const bool isOpen = error.is(bus::error::kTimeout) || error.is(bus::error::kDisconnected);
+    return isOpen ? Name::wanted : Name::refused;
 }
 
 void ApplicationService::busIsReady() {
@@ -116,11 +117,7 @@ void ApplicationService::claimedAgain(const SessionBus::Reply& reply) {
         if (std::exchange(refusal_, answer.error().message) != answer.error().message) {
             TLOG_WARN("The session bus does not give the agent its name: {}", refusal_);
         }
-        if (IsOfThisMoment(answer.error())) {
-            retry_.start();
-        } else {
-            name_ = Name::refused;
-        }
+        name_ = nameAfter(answer.error());
     }
 }
 
@@ -190,9 +187,8 @@ std::string ApplicationService::handOver(LaunchRequest& request, bus::Deadline d
         }
         bus::Connection& connection = bus_.connection();
         const auto answer = connection.callAndWait(
-            urls.empty()
-                ? connection.makeCall(kApplicationName, kObjectPath, kInterface, "Activate", data)
-                : connection.makeCall(kApplicationName, kObjectPath, kInterface, "Open", urls, data),
+            urls.empty() ? connection.makeCall(kApplicationName, kObjectPath, kInterface, "Activate", data)
+                         : connection.makeCall(kApplicationName, kObjectPath, kInterface, "Open", urls, data),
             deadline);
         if (!answer) {
             const auto notSent = std::distance(end, request.urls.end());

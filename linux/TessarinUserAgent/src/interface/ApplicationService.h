@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QTimer>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -75,6 +74,11 @@ class ApplicationService {
  private:
     using Data = std::map<std::string, std::variant<std::monostate, std::string>>;
 
+    // `ours`: or the bus has us in the queue for it. `refused`: not asked for again on this connection.
+    enum class Name { unwanted, wanted, refused, ours };
+
+    static Name nameAfter(const cmn::bus::Error& error);
+
     std::shared_ptr<const cmn::bus::Objects> objects();
     cmn::bus::Result<cmn::bus::Nothing> open(const std::vector<std::string>& urls, const Data& platformData);
     std::string handOver(LaunchRequest& request, std::chrono::steady_clock::time_point deadline);
@@ -83,11 +87,7 @@ class ApplicationService {
     void busIsLost(const std::string& why);
     void claimedAgain(const SessionBus::Reply& reply);
 
-    // `ours`: or the bus has us in the queue for it. `refused`: not asked for again on this connection.
-    enum class Name { unwanted, wanted, refused, ours };
-
     const std::chrono::milliseconds connectPatience_;
-    QTimer retry_;
     Name name_ = Name::unwanted;
     std::function<std::size_t(const LaunchRequest&)> handler_;
     std::string refusal_;

@@ -60,18 +60,21 @@ void EndStartup(xcb_connection_t* connection, WId window, const std::string& id)
 
 void ShowActivated(QWidget& window, const std::string& token) {
     xcb_connection_t* const x11 = X11Connection();
+    const bool isWayland = QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
     if (x11 != nullptr && !token.empty()) {
         SetStartupId(x11, window.winId(), token);
-    } else if (!token.empty()) {
-        qputenv(kWaylandToken, QByteArray::fromStdString(token));  // read by the next activation
+    } else if (isWayland && !token.empty()) {
+        // The toolkit takes it from nowhere but the environment.
+        qputenv(kWaylandToken, QByteArray::fromStdString(token));
     }
     window.show();
     window.raise();
     window.activateWindow();
     if (x11 != nullptr && !token.empty()) {
         EndStartup(x11, window.winId(), token);
+    } else if (isWayland && !token.empty()) {
+        qunsetenv(kWaylandToken);
     }
-    qunsetenv(kWaylandToken);
 }
 
 }  // namespace useragent

@@ -96,7 +96,8 @@ std::vector<BusTrayIcon::Pixmap> BusTrayIcon::pixmapsOf(StatusImage image) {
         const QImage picture = icon.pixmap(size).toImage().convertToFormat(QImage::Format_ARGB32);
         std::vector<std::uint8_t> pixels(static_cast<std::size_t>(picture.sizeInBytes()));
         // Lines of whole pixels have no gaps between them.
-        qToBigEndian<QRgb>(picture.constBits(), picture.sizeInBytes() / qsizetype{sizeof(QRgb)}, pixels.data());
+        qToBigEndian<QRgb>(picture.constBits(), picture.sizeInBytes() / qsizetype{sizeof(QRgb)},
+                           pixels.data());
         pixmaps.emplace_back(picture.width(), picture.height(), std::move(pixels));
     }
     return pixmaps;

@@ -48,7 +48,8 @@ struct SessionBus::Inbox {
 
     std::mutex mutex;  // guards all
     std::condition_variable changed;
-    std::unique_ptr<QObject> context = std::make_unique<QObject>();  // of the owner's thread; null after its end
+    std::unique_ptr<QObject> context =
+        std::make_unique<QObject>();  // of the owner's thread; null after its end
     State state = State::connecting;
     std::string failure;
     bool takesQuestions = true;

@@ -31,7 +31,8 @@ class SessionBus {
     };
 
     // Questions about the objects are answered on this thread, too.
-    SessionBus(SessionBusPlace place, Events events, std::shared_ptr<const cmn::bus::Objects> served = nullptr);
+    SessionBus(SessionBusPlace place, Events events,
+               std::shared_ptr<const cmn::bus::Objects> served = nullptr);
     // Nothing is told any more.
     ~SessionBus();
     SessionBus(const SessionBus&) = delete;
@@ -53,10 +54,9 @@ class SessionBus {
     std::shared_ptr<cmn::bus::Subscription> subscribe(const std::string& rule, std::function<void()> heard);
     template <typename... T>
     Reply askBusAndWait(const char* member, std::chrono::milliseconds timeout, const T&... arguments) {
-        return connection_->callAndWait(
-            connection_->makeCall(cmn::bus::kBusName, cmn::bus::kBusPath, cmn::bus::kBusName, member,
-                                  arguments...),
-            cmn::bus::Clock::now() + timeout);
+        return connection_->callAndWait(connection_->makeCall(cmn::bus::kBusName, cmn::bus::kBusPath,
+                                                              cmn::bus::kBusName, member, arguments...),
+                                        cmn::bus::Clock::now() + timeout);
     }
     template <typename... T>
     void emitSignal(const char* path, const char* interface, const char* member, const T&... arguments) {

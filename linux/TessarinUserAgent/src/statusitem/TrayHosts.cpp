@@ -28,8 +28,6 @@ TrayHosts::TrayHosts(SessionBusPlace place, std::function<void(TrayRoad)> onAnsw
                               },
                               [this](const std::string&) { onAnswer_(TrayRoad::windowSystem); }}) {}
 
-TrayHosts::~TrayHosts() = default;
-
 void TrayHosts::subscribe() {
     using namespace std::string_literals;
     subscriptions_.clear();
@@ -38,7 +36,8 @@ void TrayHosts::subscribe() {
     };
     hear("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='"s + kWatcher + "'");
     for (const char* const signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
-        hear("type='signal',path='"s + kWatcherPath + "',interface='" + kWatcher + "',member='" + signal + "'");
+        hear("type='signal',path='"s + kWatcherPath + "',interface='" + kWatcher + "',member='" + signal +
+             "'");
     }
 }
 

@@ -29,7 +29,6 @@ class TrayHosts : public QObject {
     // A watcher that is silent for `timeout` is asked again. A bus that was lost is asked when it is back.
     TrayHosts(SessionBusPlace place, std::function<void(TrayRoad)> onAnswer,
               std::chrono::milliseconds timeout = kTimeout);
-    ~TrayHosts() override;
 
     // Does not wait.
     void ask();

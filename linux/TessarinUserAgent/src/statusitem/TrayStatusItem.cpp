@@ -86,8 +86,8 @@ class TrayStatusItem::Tray {
         iconRoad_ = road;
         if (road == TrayRoad::sessionBus) {
             TLOG_INFO("The status item is in the status area on the session bus");
-            icon_ = std::make_unique<BusTrayIcon>(bus_, *menu_, image_, longestMenu_,
-                                                  [this] { settleLater(); });
+            icon_ =
+                std::make_unique<BusTrayIcon>(bus_, *menu_, image_, longestMenu_, [this] { settleLater(); });
         } else if (QGuiApplication::platformName() == QLatin1String("xcb")) {
             TLOG_INFO("The status item is in the status area of the X server, when there is one");
             icon_ = std::make_unique<WindowTrayIcon>(*menu_, image_);

@@ -190,6 +190,15 @@ TEST_F(AgentProgramTest, SigtermEndsTheWaitForAMuteSessionBus) {
     EXPECT_TRUE(log().empty()) << "it never came to read the settings";
 }
 
+TEST_F(AgentProgramTest, AMuteSessionBusIsGivenUpAndSaidAndTheAgentGoesOn) {
+    SilentListener mute(folder / "mute");
+    environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + (folder / "mute").string();
+    const auto agent = start();
+    ASSERT_TRUE(WaitUntil([this] { return pauses(); }));
+    EXPECT_TRUE(logHas("The session bus does not give the agent its name: no answer in time"));
+    End(*agent);
+}
+
 TEST_F(AgentProgramTest, SigtermEndsTheWaitForAMuteDisplay) {
     const fs::path displays = "/tmp/.X11-unix";
     if (fs::create_directory(displays)) {

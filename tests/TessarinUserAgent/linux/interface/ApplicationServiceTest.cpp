@@ -7,6 +7,7 @@
 #include <QDBusPendingCall>
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -14,10 +15,12 @@
 #include "interface/ApplicationService.h"
 #include "support/LogCapture.h"
 #include "support/PrivateBus.h"
+#include "support/RawPeer.h"
 #include "support/WaitFor.h"
 
 namespace {
 
+namespace bus = cmn::bus;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -84,6 +87,11 @@ class ApplicationServiceTest : public testing::Test {
             tokens.push_back(request.activationToken);
             return std::size_t{0};
         });
+    }
+    // Waits until somebody has the name.
+    bool hasOwner() {
+        fake::RawPeer peer(bus.address());
+        return fake::WaitFor([&] { return peer.hasOwner(useragent::kApplicationName); });
     }
     static std::vector<std::string> manyUrls(int count) {
         std::vector<std::string> many;
@@ -298,6 +306,119 @@ TEST_F(ApplicationServiceTest, TheTokenOfTheLaunchIsTakenOutOfTheEnvironment) {
     EXPECT_EQ(useragent::TakeActivationToken(), "activation");
     EXPECT_FALSE(qEnvironmentVariableIsSet("DESKTOP_STARTUP_ID"));
     EXPECT_EQ(useragent::TakeActivationToken(), "");
+}
+
+// A program that has the name and answers nobody.
+class FrozenFirst {
+ public:
+    explicit FrozenFirst(const SessionBusPlace& place) {
+        connection_ = bus::Connection::open(place.loop, {.address = place.address},
+                                            {[this] { ready_ = true; },
+                                             {},
+                                             [this](const bus::Question& question) {
+                                                 const std::lock_guard lock(mutex_);
+                                                 questions_.push_back(question);
+                                             }});
+        EXPECT_TRUE(fake::WaitFor([this] { return ready_.load(); }));
+        const auto answer = connection_->callAndWait(
+            connection_->makeCall(bus::kBusName, bus::kBusPath, bus::kBusName, "RequestName",
+                                  useragent::kApplicationName, std::uint32_t{4}),
+            bus::Clock::now() + kPatience);
+        EXPECT_TRUE(answer && answer->readOne<std::uint32_t>());
+    }
+    std::size_t questions() {
+        const std::lock_guard lock(mutex_);
+        return questions_.size();
+    }
+
+ private:
+    std::atomic<bool> ready_ = false;
+    std::mutex mutex_;
+    std::vector<bus::Question> questions_;
+    std::shared_ptr<bus::Connection> connection_;
+};
+
+TEST_F(ApplicationServiceTest, AFirstThatIsFrozenIsGivenUpInTimeAndThatIsSaid) {
+    FrozenFirst first(place);
+    const auto begin = bus::Clock::now();
+    EXPECT_EQ(handOver({manyUrls(150), {}}, 200ms), "No answer in time; 50 more URLs were not sent");
+    EXPECT_GE(bus::Clock::now() - begin, 200ms);
+    EXPECT_LT(bus::Clock::now() - begin, kPatience);
+    EXPECT_EQ(first.questions(), 1U) << "it has heard of it";
+}
+
+TEST_F(ApplicationServiceTest, TheNameIsClaimedAgainWhenTheBusWasLostAndIsBack) {
+    fake::LogCapture log;
+    ApplicationService first(place);
+    ASSERT_EQ(first.claim(), ApplicationService::Role::first);
+    handle(first);
+    for (int round = 1; round <= 3; ++round) {
+        bus.kill();
+        ASSERT_TRUE(
+            fake::WaitFor([&] { return log.count("The session bus is lost: ") == std::size_t(round); }));
+        bus.start();
+        ASSERT_TRUE(hasOwner());
+        urls.clear();
+        EXPECT_EQ(handOver({{"tessarin-scheme://a"}, {}}), "");
+        EXPECT_THAT(urls, ElementsAre("tessarin-scheme://a"));
+    }
+    first.release();
+    ApplicationService next(place);
+    EXPECT_EQ(next.claim(), ApplicationService::Role::first);
+}
+
+TEST_F(ApplicationServiceTest, AnAgentThatStartedWithoutTheBusClaimsTheNameWhenItComes) {
+    bus.kill();
+    ApplicationService first(place);
+    EXPECT_EQ(first.claim(), ApplicationService::Role::alone);
+    EXPECT_NE(first.refusal(), "");
+    handle(first);
+    bus.start();
+    ASSERT_TRUE(hasOwner());
+    EXPECT_EQ(handOver({{"tessarin-scheme://a"}, {}}), "");
+    EXPECT_THAT(urls, ElementsAre("tessarin-scheme://a"));
+}
+
+TEST_F(ApplicationServiceTest, ABusThatDoesNotAnswerIsGivenUpInTimeAndUsedWhenItDoes) {
+    bus.freeze();
+    ApplicationService first(place, 100ms);
+    EXPECT_EQ(first.claim(), ApplicationService::Role::alone);
+    EXPECT_EQ(first.refusal(), "no answer in time");
+    handle(first);
+    bus.thaw();
+    EXPECT_TRUE(hasOwner());
+}
+
+TEST_F(ApplicationServiceTest, AnAgentWhoseNameIsTakenWhileTheBusWasAwayGetsItWhenTheOtherLeaves) {
+    fake::LogCapture log;
+    bus.kill();
+    ApplicationService first(place);
+    EXPECT_EQ(first.claim(), ApplicationService::Role::alone);
+    handle(first);
+    bus.start();
+    auto other = std::make_unique<ApplicationService>(place);
+    ASSERT_EQ(other->claim(), ApplicationService::Role::first)
+        << "its loop runs, that of this thread does not";
+    ASSERT_TRUE(fake::WaitFor([&] {
+        return log.contains("Another agent has the name on the session bus; this one waits for it");
+    }));
+    other.reset();
+    ASSERT_TRUE(hasOwner());
+    EXPECT_EQ(handOver({{"tessarin-scheme://a"}, {}}), "");
+    EXPECT_THAT(urls, ElementsAre("tessarin-scheme://a"));
+}
+
+TEST_F(ApplicationServiceTest, ALaunchThatIsTheSecondNeverClaimsTheNameLater) {
+    ApplicationService first(place);
+    ApplicationService second(place);
+    ASSERT_EQ(first.claim(), ApplicationService::Role::first);
+    ASSERT_EQ(second.claim(), ApplicationService::Role::second);
+    bus.kill();
+    bus.start();
+    ASSERT_TRUE(hasOwner());
+    first.release();
+    fake::RawPeer peer(bus.address());
+    EXPECT_FALSE(fake::WaitFor([&] { return peer.hasOwner(useragent::kApplicationName); }, 200ms));
 }
 
 }  // namespace

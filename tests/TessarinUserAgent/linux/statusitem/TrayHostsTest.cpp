@@ -73,4 +73,34 @@ TEST_F(TrayHostsTest, OnlyTheNewestQuestionIsAnswered) {
     EXPECT_THAT(answers, ElementsAre(TrayRoad::sessionBus));
 }
 
+TEST_F(TrayHostsTest, BusThatIsLostLeavesTheWindowSystemUntilItIsBack) {
+    fake::PrivateBus other;
+    bus.address = other.address();
+    TrayHosts hosts(bus, record);
+    for (int round = 0; round < 2; ++round) {
+        const PanelStandIn panel(other.address());
+        EXPECT_TRUE(
+            fake::WaitFor([&] { return !answers.empty() && answers.back() == TrayRoad::sessionBus; }));
+        other.kill();
+        EXPECT_TRUE(fake::WaitFor([&] { return answers.back() == TrayRoad::windowSystem; }));
+        hosts.ask();
+        const std::size_t before = answers.size();
+        EXPECT_TRUE(waitForAnswers(before + 1)) << "also while there is no bus";
+        EXPECT_EQ(answers.back(), TrayRoad::windowSystem);
+        other.start();
+    }
+}
+
+TEST_F(TrayHostsTest, BusThatComesLateIsFound) {
+    fake::PrivateBus other;
+    other.kill();
+    bus.address = other.address();
+    TrayHosts hosts(bus, record);
+    EXPECT_TRUE(waitForAnswers(1));
+    EXPECT_EQ(answers.back(), TrayRoad::windowSystem);
+    other.start();
+    const PanelStandIn panel(other.address());
+    EXPECT_TRUE(fake::WaitFor([&] { return answers.back() == TrayRoad::sessionBus; }));
+}
+
 }  // namespace

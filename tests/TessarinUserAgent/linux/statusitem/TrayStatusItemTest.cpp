@@ -7,6 +7,7 @@
 #include <exception>
 
 #include "StatusItemFixture.h"
+#include "statusitem/BusTrayIcon.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"
 
@@ -161,6 +162,67 @@ TEST_F(TrayStatusItemTest, PanelThatHangsIsWaitedForWithoutHoldingUpAnything) {
     runEvents();
     EXPECT_LE(panel.questions(), 2) << "it is asked whether it is there, and nothing else";
     panel.answerAgain();
+    EXPECT_EQ(panel.toolTip(panel.waitForItem()), "Tessarin: full disk access is missing");
+}
+
+TEST_F(TrayStatusItemTest, RegistersAgainWhenTheBusWasLostAndIsBack) {
+    fake::LogCapture log;
+    fake::PrivateBus other;
+    bus.address = other.address();
+    bus.retryPause = 20ms;
+    fillMenu(true);
+    createItem();
+    for (int round = 0; round < 3; ++round) {
+        {
+            PanelStandIn panel(other.address());
+            const std::string name = panel.waitForItem();
+            ASSERT_NE(name, "") << round;
+            EXPECT_EQ(panel.layout(name).size(), 6U);
+            panel.forgetSignals();
+            item->setImage(round % 2 == 0 ? StatusImage::menuIconRed : StatusImage::menuIcon);
+            EXPECT_THAT(panel.signalsOf(name), UnorderedElementsAre("NewTitle", "NewIcon", "NewToolTip"));
+            other.kill();
+        }
+        item->setVisible(false);
+        item->setVisible(true);
+        other.start();
+    }
+    EXPECT_FALSE(log.contains(" -- failed"));
+}
+
+TEST_F(TrayStatusItemTest, ItemThatAloneLosesItsConnectionRegistersAgain) {
+    fake::LogCapture log;
+    fake::PrivateBus other;
+    const useragent::SessionBusPlace place{bus.loop, other.address(), 20ms};
+    auto panel = std::make_unique<PanelStandIn>(other.address());
+    useragent::BusTrayIcon icon(place, *menu, StatusImage::menuIconRed, 1min, [] {});
+    EXPECT_NE(panel->waitForItem(), "");
+    other.kill();
+    EXPECT_TRUE(fake::WaitFor([&] { return log.contains("The status item is not on the session bus: "); }));
+    other.start();
+    panel = std::make_unique<PanelStandIn>(other.address());
+    EXPECT_EQ(panel->toolTip(panel->waitForItem()), "Tessarin: full disk access is missing");
+}
+
+TEST_F(TrayStatusItemTest, BusThatHangsHoldsUpNothing) {
+    PanelStandIn panel(address());
+    const std::string name = createItemIn(panel);
+    ASSERT_NE(name, "");
+    SessionBus().freeze();
+    const auto begin = std::chrono::steady_clock::now();
+    item->setImage(StatusImage::menuIconRed);
+    fillMenu(false);
+    item->setVisible(false);
+    runEvents();
+    item->setVisible(true);
+    runEvents();
+    item.reset();
+    createItem();
+    runEvents();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 4s)
+        << "a bus's answer is waited for longer than that";
+    SessionBus().thaw();
+    item->setImage(StatusImage::menuIconRed);
     EXPECT_EQ(panel.toolTip(panel.waitForItem()), "Tessarin: full disk access is missing");
 }
 
