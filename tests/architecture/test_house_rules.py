@@ -201,10 +201,46 @@ class Packaging(unittest.TestCase):
                        "ServerPassword", "StateFile"}
         self.assertEqual(set(settings), declared - not_written - set(settings["Products"][0]))
 
-    def test_bus_policy_is_well_formed_and_names_both_services(self) -> None:
-        policy = xml.etree.ElementTree.parse(PROJECT / "packaging/dbus/com.tessarin.conf").getroot()
-        self.assertEqual({rule.get("own") for rule in policy.findall("policy[@user='root']/allow") if rule.get("own")},
-                         {"com.tessarin.UserAgent", "com.tessarin.FinderExtension"})
+    def test_bus_policy_allows_exactly_the_documented_methods(self) -> None:
+        allowed: dict[str, set[str]] = {}
+        for rule in self.bus_policy().findall("policy[@context='default']/allow"):
+            if rule.get("send_interface") == rule.get("send_destination"):
+                self.assertEqual(rule.get("send_path"), "/" + rule.get("send_interface", "").replace(".", "/"))
+                allowed.setdefault(rule.get("send_interface", ""), set()).add(rule.get("send_member", ""))
+            else:
+                self.assertIn(rule.get("send_interface"), ("org.freedesktop.DBus.Introspectable", "org.freedesktop.DBus.Peer"))
+        self.assertEqual(allowed, {name: self.documented_methods(f"Object `/{name.replace('.', '/')}`")
+                                   for name in ("com.tessarin.UserAgent", "com.tessarin.FinderExtension")})
+
+    def test_bus_policy_lets_only_root_own_the_services_and_call_back(self) -> None:
+        names = {"com.tessarin.UserAgent", "com.tessarin.FinderExtension"}
+        for_root = self.bus_policy().findall("policy[@user='root']/allow")
+        self.assertEqual({rule.get("own") for rule in for_root if rule.get("own")}, names)
+        self.assertEqual({rule.get("own") for rule in self.bus_policy().findall("policy[@context='default']/deny")
+                          if rule.get("own")}, names)
+        called_back = {rule.get("send_interface"): {rule.get("send_member")} for rule in for_root if rule.get("send_member")}
+        self.assertEqual(called_back, {name: self.documented_methods(f"interface `{name}`:")
+                                       for name in ("com.tessarin.URLExtractor", "com.tessarin.FinderExtensionDelegate")})
+
+    def test_bus_policy_has_only_rules_that_both_message_buses_read_alike(self) -> None:
+        for group in self.bus_policy():
+            self.assertIn(dict(group.attrib), ({"context": "default"}, {"user": "root"}))
+            for rule in group:
+                self.assertLessEqual(set(rule.attrib), {"own", "send_destination", "send_type", "send_path",
+                                                        "send_interface", "send_member"})
+                if rule.tag == "deny" and "own" not in rule.attrib:
+                    # Otherwise it would hold for the messages of other services.
+                    self.assertEqual(set(rule.attrib), {"send_destination"})
+
+    def bus_policy(self) -> xml.etree.ElementTree.Element:
+        return xml.etree.ElementTree.parse(PROJECT / "packaging/dbus/com.tessarin.conf").getroot()
+
+    def documented_methods(self, before: str) -> set[str]:
+        """The methods of the first table behind that text."""
+        rows = (PROJECT / "docs/messages.md").read_text().partition(before)[2].partition("|---")[2].partition("\n\n")[0]
+        methods = set(re.findall(r"^\| `(\w+)` \|", rows, re.MULTILINE))
+        self.assertTrue(methods, before)
+        return methods
 
     def test_autostart_file_has_the_name_the_program_looks_for(self) -> None:
         name = "com.tessarin.UserAgent.desktop"

@@ -6,6 +6,29 @@
 
 namespace fake {
 
+namespace {
+
+// As the system bus has them: what is allowed beyond is the services' own policy.
+constexpr const char* kSystemRules = R"(
+  <policy context="default">
+    <allow user="*"/>
+    <deny own="*"/>
+    <deny send_type="method_call"/>
+    <allow send_type="signal"/>
+    <allow send_requested_reply="true" send_type="method_return"/>
+    <allow send_requested_reply="true" send_type="error"/>
+    <allow receive_type="method_call"/>
+    <allow receive_type="method_return"/>
+    <allow receive_type="error"/>
+    <allow receive_type="signal"/>
+    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
+    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus.Introspectable"/>
+    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus.Properties"/>
+  </policy>
+)";
+
+}  // namespace
+
 PrivateBus::PrivateBus(const WithService& service, Names names) {
     std::string services;
     if (!service.name.empty()) {
@@ -14,16 +37,28 @@ PrivateBus::PrivateBus(const WithService& service, Names names) {
             << (folder_ / "started").string() << "\n";
         services = "<servicedir>" + folder_.path().string() + "</servicedir>";
     }
+    const std::string own = names == Names::free ? "allow" : "deny";
+    configure("session", services +
+                             "<policy context=\"default\"><allow send_destination=\"*\" "
+                             "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow user=\"*\"/><" +
+                             own + " own=\"*\"/></policy>");
+    start();
+}
+
+PrivateBus::PrivateBus(const OfSystem& system) {
+    configure("system",
+              kSystemRules + system.otherRules + "<include>" + system.policy.string() + "</include>");
+    openToOthers();
+    start();
+}
+
+void PrivateBus::configure(const std::string& type, const std::string& rules) const {
     std::ofstream(folder_ / "bus.conf")
         << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
            " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-           "<busconfig><type>session</type><listen>"
-        << address() << "</listen>" << services
-        << "<auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\" "
-           "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
-           "<allow user=\"*\"/><"
-        << (names == Names::free ? "allow" : "deny") << " own=\"*\"/></policy></busconfig>\n";
-    start();
+           "<busconfig><type>"
+        << type << "</type><listen>" << address() << "</listen><auth>EXTERNAL</auth>" << rules
+        << "</busconfig>\n";
 }
 
 PrivateBus::~PrivateBus() {
@@ -43,11 +78,17 @@ std::string PrivateBus::address() const {
 }
 
 void PrivateBus::start() {
-    daemon_ = std::make_unique<ChildProcess>(
-        std::vector<std::string>{"dbus-daemon", "--nofork", "--nopidfile", "--print-address",
-                                 "--config-file=" + (folder_ / "bus.conf").string()});
+    // It writes a line for each refusal: into a file, since a pipe that nobody reads would stop it one day.
+    const std::string errors = folder_ / "errors";
+    daemon_ = std::make_unique<ChildProcess>(std::vector<std::string>{
+        "sh", "-c", R"(exec "$@" 2>>"$0")", errors, "dbus-daemon", "--nofork", "--nopidfile",
+        "--print-address", "--config-file=" + (folder_ / "bus.conf").string()});
     if (!daemon_->readLine()) {
-        throw std::runtime_error("dbus-daemon -- failed: " + daemon_->errors());
+        std::string reason;
+        for (const std::string& line : ReadLines(errors)) {
+            reason += "\n" + line;
+        }
+        throw std::runtime_error("dbus-daemon -- failed: " + reason);
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -18,11 +19,19 @@ class PrivateBus {
 
     enum class Names { free, refused };
 
+    // The rules and limits of a distribution's system bus, and the product's policy on top of them.
+    struct OfSystem {
+        std::filesystem::path policy;
+        std::string otherRules;  // of other packages' files, read before
+    };
+
     PrivateBus() : PrivateBus(WithService{}) {}
     // The bus starts a program when somebody wants the service of that name.
     explicit PrivateBus(const WithService& service, Names names = Names::free);
     // Whether the bus lets its clients own names.
     explicit PrivateBus(Names names) : PrivateBus(WithService{}, names) {}
+    // Every user of the system reaches it.
+    explicit PrivateBus(const OfSystem& system);
     ~PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
@@ -42,6 +51,9 @@ class PrivateBus {
     bool serviceWasStarted() const;
 
  private:
+    // Writes the bus's configuration: its type and what follows the socket.
+    void configure(const std::string& type, const std::string& rules) const;
+
     TemporaryFolder folder_;
     std::unique_ptr<ChildProcess> daemon_;
 };

@@ -1,0 +1,347 @@
+#include <grp.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+// A user of the system bus as a process of its own, under another account: reads and writes what the messages
+// of others look like to it, with nothing of the product in between. The bus is the one of
+// DBUS_SYSTEM_BUS_ADDRESS.
+//
+//   BusUser USER call [as=NAME] DESTINATION PATH INTERFACE MEMBER [SIGNATURE ARGUMENT...]
+//       one call, as the owner of that name; the interface "-" is none. Prints "ok" with the text of the
+//       reply, or the error's name
+//   BusUser USER signal DESTINATION MEMBER
+//       one signal for one receiver
+//   BusUser USER serve [NAME...]
+//       answers every call with a text; prints its own name, then what arrives, until the input ends
+//   BusUser USER watch MILLISECONDS
+//       asks both services for their version again and again, connecting again when the bus is lost, until
+//       the input ends; then prints what it has seen as JSON
+//   BusUser USER attack STEP...
+//       prints its own name, sends everything, prints "sent", and leaves when the input ends. Steps:
+//       scan:COUNT:PATH, text:COUNT:BYTES (a path of that length), records:COUNT:BYTES:MEMBER (an "aa{ss}")
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kFinder = "com.tessarin.FinderExtension";
+constexpr const char* kFinderPath = "/com/tessarin/FinderExtension";
+constexpr const char* kAgent = "com.tessarin.UserAgent";
+constexpr const char* kAgentPath = "/com/tessarin/UserAgent";
+
+// No call waits longer; more than any that is answered at all.
+constexpr std::uint64_t kPatienceMicroseconds = 25'000'000;
+
+struct BusDeleter {
+    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+};
+struct MessageDeleter {
+    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using Bus = std::unique_ptr<sd_bus, BusDeleter>;
+using Message = std::unique_ptr<sd_bus_message, MessageDeleter>;
+
+void Check(int result, const char* what) {
+    if (result < 0) {
+        throw std::runtime_error(std::string(what) + ": " + std::strerror(-result));
+    }
+}
+
+void BecomeUser(uid_t user) {
+    if (::setgroups(0, nullptr) != 0 || ::setresgid(user, user, user) != 0 ||
+        ::setresuid(user, user, user) != 0) {
+        throw std::runtime_error("the user could not be changed");
+    }
+    // A change of the user clears it.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+}
+
+Bus Connect() {
+    sd_bus* bus = nullptr;
+    Check(sd_bus_new(&bus), "new");
+    Bus owner(bus);
+    const char* address = ::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    Check(sd_bus_set_address(bus, address != nullptr ? address : ""), "address");
+    Check(sd_bus_set_bus_client(bus, 1), "client");
+    Check(sd_bus_start(bus), "start");
+    const char* name = nullptr;
+    Check(sd_bus_get_unique_name(bus, &name), "connect");
+    return owner;
+}
+
+void SayName(sd_bus* bus) {
+    const char* name = nullptr;
+    Check(sd_bus_get_unique_name(bus, &name), "name");
+    std::printf("%s\n", name);
+    std::fflush(stdout);
+}
+
+Message NewCall(sd_bus* bus, const char* destination, const char* path, const char* interface,
+                const char* member) {
+    sd_bus_message* message = nullptr;
+    Check(sd_bus_message_new_method_call(bus, &message, destination, path, interface, member), "message");
+    return Message(message);
+}
+
+// "ok" or the error's name.
+std::string Ask(sd_bus* bus, sd_bus_message* question, std::string* text = nullptr) {
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_message* reply = nullptr;
+    const int result = sd_bus_call(bus, question, kPatienceMicroseconds, &error, &reply);
+    const Message owner(reply);
+    if (result < 0) {
+        std::string name = error.name != nullptr ? error.name : std::strerror(-result);
+        sd_bus_error_free(&error);
+        return name;
+    }
+    const char* first = nullptr;
+    if (text != nullptr && sd_bus_message_read_basic(reply, 's', &first) > 0) {
+        *text = first;
+    }
+    return "ok";
+}
+
+bool InputEnded(std::chrono::milliseconds wait) {
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    return ::poll(&input, 1, static_cast<int>(wait.count())) > 0;
+}
+
+int Call(std::vector<std::string> arguments) {
+    const Bus bus = Connect();
+    if (arguments.at(0).starts_with("as=")) {
+        Check(sd_bus_request_name(bus.get(), arguments[0].c_str() + 3, 0), "name");
+        arguments.erase(arguments.begin());
+    }
+    const std::string& interface = arguments.at(2);
+    const Message message = NewCall(bus.get(), arguments.at(0).c_str(), arguments.at(1).c_str(),
+                                    interface == "-" ? nullptr : interface.c_str(), arguments.at(3).c_str());
+    const std::string signature = arguments.size() > 4 ? arguments[4] : "";
+    for (std::size_t i = 0; i < signature.size(); ++i) {
+        const std::string& text = arguments.at(5 + i);
+        const bool isText = signature[i] == 's' || signature[i] == 'o';
+        const int number = isText ? 0 : std::stoi(text);
+        Check(sd_bus_message_append_basic(
+                  message.get(), signature[i],
+                  isText ? static_cast<const void*>(text.c_str()) : static_cast<const void*>(&number)),
+              "argument");
+    }
+    std::string text;
+    const std::string outcome = Ask(bus.get(), message.get(), &text);
+    std::printf("%s%s%s\n", outcome.c_str(), text.empty() ? "" : " ", text.c_str());
+    return 0;
+}
+
+int Signal(const std::vector<std::string>& arguments) {
+    const Bus bus = Connect();
+    sd_bus_message* message = nullptr;
+    Check(sd_bus_message_new_signal(bus.get(), &message, "/", "com.example.User", arguments.at(1).c_str()),
+          "signal");
+    const Message owner(message);
+    Check(sd_bus_message_set_destination(message, arguments.at(0).c_str()), "destination");
+    Check(sd_bus_send(bus.get(), message, nullptr), "send");
+    Check(sd_bus_flush(bus.get()), "flush");
+    return 0;
+}
+
+int Serve(const std::vector<std::string>& arguments) {
+    const Bus bus = Connect();
+    const auto arrived = [](sd_bus_message* message, void*, sd_bus_error*) {
+        const char* interface = sd_bus_message_get_interface(message);
+        if (interface == nullptr || std::strncmp(interface, "org.freedesktop.DBus", 20) != 0) {
+            std::printf("%s\n", sd_bus_message_get_member(message));
+            std::fflush(stdout);
+        }
+        return sd_bus_message_is_method_call(message, nullptr, nullptr) > 0
+                   ? sd_bus_reply_method_return(message, "s", "answer")
+                   : 0;
+    };
+    Check(sd_bus_add_filter(bus.get(), nullptr, arrived, nullptr), "filter");
+    for (const std::string& name : arguments) {
+        Check(sd_bus_request_name(bus.get(), name.c_str(), 0), name.c_str());
+    }
+    SayName(bus.get());
+    while (!InputEnded(0ms)) {
+        const int result = sd_bus_process(bus.get(), nullptr);
+        Check(result, "process");
+        if (result == 0) {
+            sd_bus_wait(bus.get(), 20'000);
+        }
+    }
+    return 0;
+}
+
+class Watch {
+ public:
+    explicit Watch(std::chrono::milliseconds pause) : pause_(pause) {}
+
+    void run() {
+        while (!InputEnded(pause_)) {
+            try {
+                if (!bus_ || sd_bus_is_open(bus_.get()) <= 0) {
+                    bus_ = Connect();
+                }
+                ask(kAgent, kAgentPath);
+                ask(kFinder, kFinderPath);
+            } catch (const std::exception& e) {
+                bus_ = nullptr;
+                ++failures_[e.what()];
+                std::this_thread::sleep_for(10ms);
+            }
+        }
+    }
+
+    void print() {
+        std::sort(milliseconds_.begin(), milliseconds_.end());
+        std::printf("{\"answered\": %zu, \"median\": %.1f, \"p99\": %.1f, \"slowest\": %.1f, \"failures\": {",
+                    milliseconds_.size(), at(0.5), at(0.99), at(1));
+        const char* separator = "";
+        for (const auto& [name, count] : failures_) {
+            std::printf("%s\"%s\": %d", separator, name.c_str(), count);
+            separator = ", ";
+        }
+        std::printf("}}\n");
+    }
+
+ private:
+    void ask(const char* service, const char* path) {
+        const Message question = NewCall(bus_.get(), service, path, service, "Version");
+        const auto start = Clock::now();
+        const std::string outcome = Ask(bus_.get(), question.get());
+        if (outcome == "ok") {
+            milliseconds_.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+        } else {
+            ++failures_[outcome];
+        }
+    }
+    double at(double part) const {
+        return milliseconds_.empty() ? 0
+                                     : milliseconds_[static_cast<std::size_t>(
+                                           static_cast<double>(milliseconds_.size() - 1) * part)];
+    }
+
+    const std::chrono::milliseconds pause_;
+    Bus bus_;
+    std::vector<double> milliseconds_;
+    std::map<std::string, int> failures_;  // by the error's name
+};
+
+// COUNT:REST
+std::pair<int, std::string> SplitCount(const std::string& text) {
+    const auto colon = text.find(':');
+    return {std::stoi(text.substr(0, colon)), text.substr(colon + 1)};
+}
+
+class Attack {
+ public:
+    void run(const std::vector<std::string>& steps) {
+        SayName(bus_.get());
+        for (const std::string& step : steps) {
+            const auto colon = step.find(':');
+            const std::string kind = step.substr(0, colon);
+            const auto [count, rest] = SplitCount(step.substr(colon + 1));
+            for (int i = 0; i < count; ++i) {
+                send(kind, rest);
+            }
+        }
+        std::printf("sent\n");
+        std::fflush(stdout);
+        while (!InputEnded(0ms)) {
+            // The answers are taken from the bus, and nobody looks at them.
+            if (sd_bus_process(bus_.get(), nullptr) == 0) {
+                sd_bus_wait(bus_.get(), 20'000);
+            }
+        }
+    }
+
+ private:
+    void send(const std::string& kind, const std::string& rest) {
+        Message message;
+        if (kind == "scan") {
+            message = NewCall(bus_.get(), kFinder, kFinderPath, kFinder, "GetScanResult");
+            Check(sd_bus_message_append(message.get(), "s", rest.c_str()), "path");
+        } else if (kind == "text") {
+            message = NewCall(bus_.get(), kFinder, kFinderPath, kFinder, "GetScanResult");
+            const auto size = static_cast<std::size_t>(std::stoul(rest));
+            char* space = nullptr;
+            Check(sd_bus_message_append_string_space(message.get(), size, &space), "text");
+            std::memset(space, 'x', size);
+            // The bus lets only 128 answers of one peer be awaited.
+            Check(sd_bus_message_set_expect_reply(message.get(), 0), "no reply");
+        } else if (kind == "records") {
+            const auto [bytes, member] = SplitCount(rest);
+            message = NewCall(bus_.get(), kFinder, kFinderPath, kFinder, member.c_str());
+            appendRecords(message.get(), bytes);
+        } else {
+            throw std::runtime_error("unknown step " + kind);
+        }
+        Check(sd_bus_send(bus_.get(), message.get(), nullptr), "send");
+        // Nothing is kept here: the bus and the service have to hold it all.
+        Check(sd_bus_flush(bus_.get()), "flush");
+    }
+
+    // Many small entries, which cost the most to read.
+    static void appendRecords(sd_bus_message* message, int bytes) {
+        constexpr int kBytesOfOneRecord = 64;
+        Check(sd_bus_message_open_container(message, 'a', "a{ss}"), "array");
+        for (int i = 0; i < bytes / kBytesOfOneRecord; ++i) {
+            Check(sd_bus_message_append(message, "a{ss}", 2, "Name", "Classifier", "costUsd", "0.25"),
+                  "record");
+        }
+        Check(sd_bus_message_close_container(message), "array");
+    }
+
+    const Bus bus_ = Connect();
+};
+
+int Run(const std::string& mode, const std::vector<std::string>& arguments) {
+    if (mode == "call") {
+        return Call(arguments);
+    }
+    if (mode == "signal") {
+        return Signal(arguments);
+    }
+    if (mode == "serve") {
+        return Serve(arguments);
+    }
+    if (mode == "watch") {
+        Watch watch(std::chrono::milliseconds(std::stoi(arguments.at(0))));
+        watch.run();
+        watch.print();
+        return 0;
+    }
+    if (mode == "attack") {
+        Attack().run(arguments);
+        return 0;
+    }
+    throw std::runtime_error("unknown mode " + mode);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        if (argc < 3) {
+            throw std::runtime_error("no mode");
+        }
+        BecomeUser(static_cast<uid_t>(std::stoul(argv[1])));
+        return Run(argv[2], std::vector<std::string>(argv + 3, argv + argc));
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "BusUser: %s\n", e.what());
+        return 1;
+    }
+}
