@@ -45,7 +45,7 @@ constexpr const char* kAgent = "com.tessarin.UserAgent";
 constexpr const char* kAgentPath = "/com/tessarin/UserAgent";
 
 // No call waits longer; more than any that is answered at all.
-constexpr std::uint64_t kPatienceMicroseconds = 25'000'000;
+constexpr std::uint64_t kPatienceMicroseconds = 10'000'000;
 
 struct BusDeleter {
     void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
@@ -98,22 +98,28 @@ Message NewCall(sd_bus* bus, const char* destination, const char* path, const ch
     return Message(message);
 }
 
-// "ok" or the error's name.
-std::string Ask(sd_bus* bus, sd_bus_message* question, std::string* text = nullptr) {
+struct Outcome {
+    std::string name = "ok";  // or the error's
+    std::string text;         // of the answer or the error
+};
+
+Outcome Ask(sd_bus* bus, sd_bus_message* question) {
     sd_bus_error error = SD_BUS_ERROR_NULL;
     sd_bus_message* reply = nullptr;
     const int result = sd_bus_call(bus, question, kPatienceMicroseconds, &error, &reply);
     const Message owner(reply);
+    Outcome outcome;
     if (result < 0) {
-        std::string name = error.name != nullptr ? error.name : std::strerror(-result);
+        outcome.name = error.name != nullptr ? error.name : std::strerror(-result);
+        outcome.text = error.message != nullptr ? error.message : "";
         sd_bus_error_free(&error);
-        return name;
+        return outcome;
     }
-    const char* first = nullptr;
-    if (text != nullptr && sd_bus_message_read_basic(reply, 's', &first) > 0) {
-        *text = first;
+    const char* text = nullptr;
+    if (sd_bus_message_read_basic(reply, 's', &text) > 0) {
+        outcome.text = text;
     }
-    return "ok";
+    return outcome;
 }
 
 bool InputEnded(std::chrono::milliseconds wait) {
@@ -140,9 +146,9 @@ int Call(std::vector<std::string> arguments) {
                   isText ? static_cast<const void*>(text.c_str()) : static_cast<const void*>(&number)),
               "argument");
     }
-    std::string text;
-    const std::string outcome = Ask(bus.get(), message.get(), &text);
-    std::printf("%s%s%s\n", outcome.c_str(), text.empty() ? "" : " ", text.c_str());
+    const Outcome outcome = Ask(bus.get(), message.get());
+    const bool hasText = outcome.name == "ok" && !outcome.text.empty();
+    std::printf("%s%s%s\n", outcome.name.c_str(), hasText ? " " : "", hasText ? outcome.text.c_str() : "");
     return 0;
 }
 
@@ -207,8 +213,10 @@ class Watch {
 
     void print() {
         std::sort(milliseconds_.begin(), milliseconds_.end());
-        std::printf("{\"answered\": %zu, \"median\": %.1f, \"p99\": %.1f, \"slowest\": %.1f, \"failures\": {",
-                    milliseconds_.size(), at(0.5), at(0.99), at(1));
+        std::printf(
+            "{\"answered\": %zu, \"median\": %.1f, \"p99\": %.1f, \"slowest\": %.1f, "
+            "\"refusedByBus\": %d, \"failures\": {",
+            milliseconds_.size(), at(0.5), at(0.99), at(1), refusedByBus_);
         const char* separator = "";
         for (const auto& [name, count] : failures_) {
             std::printf("%s\"%s\": %d", separator, name.c_str(), count);
@@ -219,14 +227,23 @@ class Watch {
 
  private:
     void ask(const char* service, const char* path) {
-        const Message question = NewCall(bus_.get(), service, path, service, "Version");
         const auto start = Clock::now();
-        const std::string outcome = Ask(bus_.get(), question.get());
-        if (outcome == "ok") {
+        Outcome outcome;
+        do {
+            const Message question = NewCall(bus_.get(), service, path, service, "Version");
+            outcome = Ask(bus_.get(), question.get());
+        } while (isBusFull(outcome) && !InputEnded(1ms));
+        if (outcome.name == "ok") {
             milliseconds_.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
         } else {
-            ++failures_[outcome];
+            ++failures_[outcome.name];
         }
+    }
+    // The bus keeps at most 127 MiB for one receiver. What it refuses then no service has seen: asked again.
+    bool isBusFull(const Outcome& outcome) {
+        const bool isFull = outcome.text.find("full message queue") != std::string::npos;
+        refusedByBus_ += isFull ? 1 : 0;
+        return isFull;
     }
     double at(double part) const {
         return milliseconds_.empty() ? 0
@@ -238,6 +255,7 @@ class Watch {
     Bus bus_;
     std::vector<double> milliseconds_;
     std::map<std::string, int> failures_;  // by the error's name
+    int refusedByBus_ = 0;
 };
 
 // COUNT:REST
@@ -281,7 +299,7 @@ class Attack {
             Check(sd_bus_message_append_string_space(message.get(), size, &space), "text");
             std::memset(space, 'x', size);
             // The bus lets only 128 answers of one peer be awaited.
-            Check(sd_bus_message_set_expect_reply(message.get(), 0), "no reply");
+            Check(sd_bus_message_set_expect_reply(message.get(), sent_ < kMostAwaited ? 1 : 0), "reply");
         } else if (kind == "records") {
             const auto [bytes, member] = SplitCount(rest);
             message = NewCall(bus_.get(), kFinder, kFinderPath, kFinder, member.c_str());
@@ -289,7 +307,9 @@ class Attack {
         } else {
             throw std::runtime_error("unknown step " + kind);
         }
-        Check(sd_bus_send(bus_.get(), message.get(), nullptr), "send");
+        std::uint64_t cookie = 0;  // without a place for it no answer would be awaited
+        Check(sd_bus_send(bus_.get(), message.get(), &cookie), "send");
+        ++sent_;
         // Nothing is kept here: the bus and the service have to hold it all.
         Check(sd_bus_flush(bus_.get()), "flush");
     }
@@ -305,7 +325,10 @@ class Attack {
         Check(sd_bus_message_close_container(message), "array");
     }
 
+    static constexpr int kMostAwaited = 120;
+
     const Bus bus_ = Connect();
+    int sent_ = 0;
 };
 
 int Run(const std::string& mode, const std::vector<std::string>& arguments) {

@@ -1,11 +1,19 @@
 #include "HostProcess.h"
 
+#include <stdlib.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <utility>
 
 namespace {
+
+// The one that was built with the tests, unless the environment names another.
+std::string HostProgram() {
+    const char* program = ::getenv("TESSARIN_SERVICE_HOST");
+    return program != nullptr ? program : TESSARIN_SERVICE_HOST;
+}
 
 std::string WriteSettings(const std::filesystem::path& folder) {
     const std::filesystem::path file = folder / "settings.json";
@@ -23,7 +31,7 @@ HostProcess::HostProcess(const std::string& busAddress, std::vector<std::string>
               if (std::find(arguments.begin(), arguments.end(), "--settings") == arguments.end()) {
                   arguments.insert(arguments.begin(), {"--settings", WriteSettings(folder_.path())});
               }
-              arguments.insert(arguments.begin(), TESSARIN_SERVICE_HOST);
+              arguments.insert(arguments.begin(), HostProgram());
               return arguments;
           }(),
           {{"DBUS_SYSTEM_BUS_ADDRESS", busAddress},
