@@ -2,10 +2,6 @@
 #include <stdlib.h>
 
 #include <QCoreApplication>
-#include <QDBusArgument>
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusMetaType>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -13,74 +9,31 @@
 #include <thread>
 #include <vector>
 
-#include "Records.h"
+#include "BareQt.h"
+#include "BareSdBus.h"
+#include "Memory.h"
+#include "Ours.h"
 #include "ServiceProcess.h"
-#include "linux_usercommon/DBusXPCTransport.h"
-#include "linux_usercommon/LinuxDispatch.h"
-#include "support/HurriedDispatch.h"
-#include "xpccommon/FinderExtensionXPCClient.h"
+#include "xpccommon/FinderExtensionProtocol.h"
 
-// What a question about a file costs over the bus: the version, then the scan result. The peer sends the same
-// payload through the bus library alone. Both services are processes of their own; runs on a private bus.
+// What a question about a file costs over the bus: the version, then the scan result; and the version alone.
+// The peers send the same payload through a bus library alone. All services are processes of their own; runs
+// on a private bus. With the argument "memory" it prints what the largest answer costs in memory instead.
 namespace {
 
-constexpr double kPatience = 1000;  // an answer that took longer than 100 ms would not count
 constexpr int kClients = 8;
 constexpr int kRequestsPerClient = 100;
 
-// Asks for so many records; whether they came.
-using Ask = std::function<bool(int count)>;
+// One question of a client; whether the right answer came.
+using Ask = std::function<bool()>;
 
-class OurClient {
- public:
-    explicit OurClient(const std::shared_ptr<cmn::LinuxDispatch>& dispatch,
-                       const std::shared_ptr<cmn::DBusXPCTransport>& transport)
-        : client_(std::make_shared<cmn::FinderExtensionXPCClient>(
-              std::make_shared<fake::HurriedDispatch>(dispatch, 1, kPatience), transport)) {
-        client_->connect();
-    }
-    bool ask(int count) {
-        return client_->getFileFilters(std::to_string(count)).size() == static_cast<std::size_t>(count);
-    }
-
- private:
-    const std::shared_ptr<cmn::FinderExtensionXPCClient> client_;
-};
-
-class BareClient {
- public:
-    BareClient() : bus_(QDBusConnection::connectToBus(QDBusConnection::SessionBus, nextName())) {}
-    bool ask(int count) {
-        if (bus_.call(message("Version")).arguments() != QVariantList{QStringLiteral("1.0")}) {
-            return false;
-        }
-        QDBusMessage question = message("GetScanResult");
-        question.setArguments({QString::number(count)});
-        const QDBusMessage answer = bus_.call(question);
-        return !answer.arguments().isEmpty() && qdbus_cast<QtRecords>(answer.arguments()[0]).size() == count;
-    }
-
- private:
-    static QString nextName() {
-        static std::atomic<int> last{0};
-        return QStringLiteral("bare-%1").arg(++last);
-    }
-    static QDBusMessage message(const char* member) {
-        return QDBusMessage::createMethodCall(
-            QString::fromLatin1(ServiceProcess::kBareName), QString::fromLatin1(ServiceProcess::kBarePath),
-            QString::fromLatin1(ServiceProcess::kBareName), QString::fromLatin1(member));
-    }
-
-    QDBusConnection bus_;
-};
-
-void RoundTrip(benchmark::State& state, const Ask& ask, int count) {
-    if (!ask(count)) {
+void RoundTrip(benchmark::State& state, const Ask& ask) {
+    if (!ask()) {
         state.SkipWithError("no answer");
         return;
     }
     for (auto _ : state) {
-        if (!ask(count)) {
+        if (!ask()) {
             state.SkipWithError("wrong answer");
             break;
         }
@@ -94,7 +47,7 @@ void Throughput(benchmark::State& state, const std::vector<Ask>& clients) {
         for (const Ask& ask : clients) {
             threads.emplace_back([&] {
                 for (int i = 0; i < kRequestsPerClient; ++i) {
-                    wrong += ask(1) ? 0 : 1;
+                    wrong += ask() ? 0 : 1;
                 }
             });
         }
@@ -109,42 +62,49 @@ void Throughput(benchmark::State& state, const std::vector<Ask>& clients) {
     state.SetItemsProcessed(state.iterations() * kClients * kRequestsPerClient);
 }
 
-void Register(const std::string& who, const std::vector<Ask>& clients) {
+template <typename Client>
+void Register(const std::string& who, const std::vector<std::shared_ptr<Client>>& clients) {
+    const auto roundTrip = [&](const std::string& what, const Ask& ask) {
+        benchmark::RegisterBenchmark(("messages/" + what + "/" + who).c_str(), [ask](
+                                                                                   benchmark::State& state) {
+            RoundTrip(state, ask);
+        })->UseRealTime();
+    };
+    roundTrip("version", [client = clients[0]] { return client->version(); });
     for (const int count : {1, 100, 10'000}) {
-        benchmark::RegisterBenchmark(
-            ("messages/scan_result/" + std::to_string(count) + "/" + who).c_str(),
-            [ask = clients[0], count](benchmark::State& state) { RoundTrip(state, ask, count); })
-            ->UseRealTime();
+        roundTrip("scan_result/" + std::to_string(count),
+                  [client = clients[0], count] { return client->ask(count); });
+    }
+    std::vector<Ask> all;
+    for (const auto& client : clients) {
+        all.emplace_back([client] { return client->ask(1); });
     }
     benchmark::RegisterBenchmark(("messages/throughput/8_clients/" + who).c_str(),
-                                 [clients](benchmark::State& state) { Throughput(state, clients); })
+                                 [all](benchmark::State& state) { Throughput(state, all); })
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
 }
 
 int RunBenchmarks(int argc, char** argv) {
     const ServiceProcess ourService(ServiceProcess::kOurs, cmn::kFinderExtensionXPCMachServiceName);
-    const ServiceProcess bareService(ServiceProcess::kBare, ServiceProcess::kBareName);
-    const auto dispatch = std::make_shared<cmn::LinuxDispatch>();
-    {
-        const auto transport = std::make_shared<cmn::DBusXPCTransport>(dispatch);
-        std::vector<Ask> ours;
-        std::vector<Ask> bare;
-        for (int i = 0; i < kClients; ++i) {
-            ours.emplace_back([client = std::make_shared<OurClient>(dispatch, transport)](int count) {
-                return client->ask(count);
-            });
-            bare.emplace_back(
-                [client = std::make_shared<BareClient>()](int count) { return client->ask(count); });
-        }
-        Register("ours", ours);
-        Register("bare", bare);
-        benchmark::Initialize(&argc, argv);
-        benchmark::RunSpecifiedBenchmarks();
-        benchmark::ClearRegisteredBenchmarks();
-        benchmark::Shutdown();
+    const ServiceProcess qtService(ServiceProcess::kBareQt, ServiceProcess::kBareQtName);
+    const ServiceProcess sdBusService(ServiceProcess::kBareSdBus, ServiceProcess::kBareSdBusName);
+    const ours::Surroundings surroundings;
+    std::vector<std::shared_ptr<ours::Client>> ofOurs;
+    std::vector<std::shared_ptr<bare_qt::Client>> ofQt;
+    std::vector<std::shared_ptr<bare_sd_bus::Client>> ofSdBus;
+    for (int i = 0; i < kClients; ++i) {
+        ofOurs.push_back(std::make_shared<ours::Client>(surroundings));
+        ofQt.push_back(std::make_shared<bare_qt::Client>());
+        ofSdBus.push_back(std::make_shared<bare_sd_bus::Client>());
     }
-    dispatch->stop();
+    Register("ours", ofOurs);
+    Register("bare_qt", ofQt);
+    Register("bare_sdbus", ofSdBus);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::ClearRegisteredBenchmarks();
+    benchmark::Shutdown();
     return 0;
 }
 
@@ -156,14 +116,15 @@ int main(int argc, char** argv) {
         ::setenv("DBUS_SYSTEM_BUS_ADDRESS", bus, 1);
     }
     const QCoreApplication application(argc, argv);
-    qDBusRegisterMetaType<QMap<QString, QString>>();
-    qDBusRegisterMetaType<QtRecords>();
-    const std::string kind = argc > 1 ? argv[1] : "";
-    if (kind == ServiceProcess::kOurs && argc > 2) {
-        return ServiceProcess::runOurs(argv[2]);
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (ServiceProcess::isOne(arguments)) {
+        return ServiceProcess::run(arguments);
     }
-    if (kind == ServiceProcess::kBare) {
-        return ServiceProcess::runBare();
+    if (!arguments.empty() && memory::IsClient(arguments[0])) {
+        return memory::RunClient(arguments[0]);
+    }
+    if (!arguments.empty() && arguments[0] == "memory") {
+        return memory::Compare();
     }
     return RunBenchmarks(argc, argv);
 }

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <QList>
-#include <QMap>
-#include <QString>
+#include <malloc.h>
+
+#include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -30,16 +31,34 @@ inline std::vector<cmn::ScanRecord> MakeRecords(int count) {
     return records;
 }
 
-using QtRecords = QList<QMap<QString, QString>>;
-
-inline QtRecords ToQt(const std::vector<cmn::ScanRecord>& records) {
-    QtRecords list;
-    for (const cmn::ScanRecord& record : records) {
-        QMap<QString, QString> map;
-        for (const auto& [key, text] : record) {
-            map.insert(QString::fromStdString(key), QString::fromStdString(text));
-        }
-        list.append(map);
+// By their number: what the services are asked for.
+inline std::map<int, std::vector<cmn::ScanRecord>> MakeAllRecords() {
+    std::map<int, std::vector<cmn::ScanRecord>> all;
+    for (const int count : {1, 100, 10'000}) {
+        all[count] = MakeRecords(count);
     }
-    return list;
+    return all;
+}
+
+// To be called by a service before it serves: an answer shall not be made from what its records left free.
+inline void GiveFreeMemoryBack() {
+    ::malloc_trim(0);
+}
+
+// Bytes of the records in a message, as "aa{ss}".
+inline std::size_t SizeInMessage(const std::vector<cmn::ScanRecord>& records) {
+    std::size_t size = 4;  // each length has four bytes, each text a NUL behind it
+    const auto align = [&size](std::size_t to) { size = (size + to - 1) / to * to; };
+    for (const cmn::ScanRecord& record : records) {
+        align(4);
+        size += 4;
+        align(8);
+        for (const auto& [key, value] : record) {
+            align(8);
+            size += 4 + key.size() + 1;
+            align(4);
+            size += 4 + value.size() + 1;
+        }
+    }
+    return size;
 }

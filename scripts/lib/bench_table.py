@@ -3,7 +3,8 @@
 Usage: bench_table.py RESULTS-FOLDER AIMS.json
 
 RESULTS-FOLDER holds Google Benchmark's JSON. A benchmark "ITEM/ours" is compared with every other "ITEM/PEER". The aims
-are by "ITEM/PEER" or "NAME over NAME"; a rate is the inverse of a time. Other JSON there is listed number by number.
+are by "ITEM/PEER" or "NAME over NAME"; a rate is the inverse of a time. Other JSON there is listed number by number, its
+aims are by "FILE/KEY/KEY".
 """
 
 import json
@@ -57,6 +58,10 @@ def verdict(time_ratio: float, aim: dict) -> tuple[str, str]:
     return "", ""
 
 
+def number_verdict(value: float, aim: dict) -> tuple[str, str]:
+    return (f"<= {aim['at_most']:g}", "yes" if value <= aim["at_most"] else "NO") if aim else ("", "")
+
+
 def numbers(value: object, path: str) -> list[tuple[str, float]]:
     if isinstance(value, dict):
         return [row for key, inner in value.items() for row in numbers(inner, f"{path}/{key}")]
@@ -78,7 +83,8 @@ def main() -> None:
     for file in sorted(folder.glob("*.json")):
         result = json.loads(file.read_text())
         if "benchmarks" not in result:
-            others += [[name, f"{value:g}"] for name, value in numbers(result, file.stem)]
+            others += [[name, f"{value:g}", *number_verdict(value, aims.get(name, {}))]
+                       for name, value in numbers(result, file.stem)]
             continue
         loads += result["context"].get("load_avg", [])[:1]
         times, wrong = medians(result)
@@ -93,7 +99,7 @@ def main() -> None:
     if rows:
         parts.append(table(["item/peer", "ours", "peer", "time ours/peer", "rate ours/peer", "aim", "met"], rows))
     if others:
-        parts.append(table(["measured", "value"], others))
+        parts.append(table(["measured", "value", "aim", "met"], others))
     if problems:
         parts.append("".join(f"- {problem}\n" for problem in problems))
     if loads:

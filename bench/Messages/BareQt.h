@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+
+// The same questions and answers with Qt's bus library alone.
+namespace bare_qt {
+
+class Client {
+ public:
+    Client();
+    // Whether the right version came.
+    bool version();
+    // Asks for the version, then for so many records; whether they came.
+    bool ask(int count);
+
+ private:
+    QDBusConnection bus_;
+};
+
+// Serves until the process is killed; needs an application object.
+int RunService(const char* name);
+
+}  // namespace bare_qt
