@@ -28,6 +28,8 @@
 //       one signal for one receiver
 //   BusUser USER serve [NAME...]
 //       answers every call with a text; prints its own name, then what arrives, until the input ends
+//   BusUser USER agent TEXT
+//       the same as an agent whose extractor answers that text; prints its own name when it is registered
 //   BusUser USER watch MILLISECONDS
 //       asks both services for their version again and again, connecting again when the bus is lost, until
 //       the input ends; then prints what it has seen as JSON
@@ -100,7 +102,7 @@ Message NewCall(sd_bus* bus, const char* destination, const char* path, const ch
 
 struct Outcome {
     std::string name = "ok";  // or the error's
-    std::string text;         // of the answer or the error
+    std::string text;         // of the answer or the error; of an answer with records their number
 };
 
 Outcome Ask(sd_bus* bus, sd_bus_message* question) {
@@ -115,9 +117,19 @@ Outcome Ask(sd_bus* bus, sd_bus_message* question) {
         sd_bus_error_free(&error);
         return outcome;
     }
+    const std::string signature = sd_bus_message_get_signature(reply, 1);
     const char* text = nullptr;
-    if (sd_bus_message_read_basic(reply, 's', &text) > 0) {
+    std::int32_t number = 0;
+    if (signature == "s" && sd_bus_message_read_basic(reply, 's', &text) > 0) {
         outcome.text = text;
+    } else if (signature == "i" && sd_bus_message_read_basic(reply, 'i', &number) > 0) {
+        outcome.text = std::to_string(number);
+    } else if (signature == "aa{ss}" && sd_bus_message_enter_container(reply, 'a', "a{ss}") > 0) {
+        int count = 0;
+        for (; sd_bus_message_at_end(reply, 0) == 0; ++count) {
+            Check(sd_bus_message_skip(reply, "a{ss}"), "record");
+        }
+        outcome.text = std::to_string(count);
     }
     return outcome;
 }
@@ -164,30 +176,52 @@ int Signal(const std::vector<std::string>& arguments) {
     return 0;
 }
 
-int Serve(const std::vector<std::string>& arguments) {
-    const Bus bus = Connect();
-    const auto arrived = [](sd_bus_message* message, void*, sd_bus_error*) {
-        const char* interface = sd_bus_message_get_interface(message);
-        if (interface == nullptr || std::strncmp(interface, "org.freedesktop.DBus", 20) != 0) {
-            std::printf("%s\n", sd_bus_message_get_member(message));
-            std::fflush(stdout);
+// The filter of a served bus; its user data is the text that every call is answered with.
+int Arrived(sd_bus_message* message, void* text, sd_bus_error* /*error*/) {
+    const char* interface = sd_bus_message_get_interface(message);
+    if (interface == nullptr || std::strncmp(interface, "org.freedesktop.DBus", 20) != 0) {
+        std::printf("%s\n", sd_bus_message_get_member(message));
+        std::fflush(stdout);
+    }
+    return sd_bus_message_is_method_call(message, nullptr, nullptr) > 0
+               ? sd_bus_reply_method_return(message, "s", static_cast<const char*>(text))
+               : 0;
+}
+
+// Until the input ends.
+void ServeCalls(sd_bus* bus) {
+    while (!InputEnded(0ms)) {
+        const int result = sd_bus_process(bus, nullptr);
+        Check(result, "process");
+        if (result == 0) {
+            sd_bus_wait(bus, 20'000);
         }
-        return sd_bus_message_is_method_call(message, nullptr, nullptr) > 0
-                   ? sd_bus_reply_method_return(message, "s", "answer")
-                   : 0;
-    };
-    Check(sd_bus_add_filter(bus.get(), nullptr, arrived, nullptr), "filter");
-    for (const std::string& name : arguments) {
+    }
+}
+
+int Serve(const std::vector<std::string>& names) {
+    std::string text = "answer";
+    const Bus bus = Connect();
+    Check(sd_bus_add_filter(bus.get(), nullptr, Arrived, text.data()), "filter");
+    for (const std::string& name : names) {
         Check(sd_bus_request_name(bus.get(), name.c_str(), 0), name.c_str());
     }
     SayName(bus.get());
-    while (!InputEnded(0ms)) {
-        const int result = sd_bus_process(bus.get(), nullptr);
-        Check(result, "process");
-        if (result == 0) {
-            sd_bus_wait(bus.get(), 20'000);
-        }
+    ServeCalls(bus.get());
+    return 0;
+}
+
+int Agent(std::string text) {
+    const Bus bus = Connect();
+    Check(sd_bus_add_filter(bus.get(), nullptr, Arrived, text.data()), "filter");
+    const Message question = NewCall(bus.get(), kAgent, kAgentPath, kAgent, "SetURLExtractor");
+    Check(sd_bus_message_append(question.get(), "o", "/extractor"), "path");
+    const Outcome outcome = Ask(bus.get(), question.get());
+    if (outcome.name != "ok") {
+        throw std::runtime_error("not registered: " + outcome.name);
     }
+    SayName(bus.get());
+    ServeCalls(bus.get());
     return 0;
 }
 
@@ -340,6 +374,9 @@ int Run(const std::string& mode, const std::vector<std::string>& arguments) {
     }
     if (mode == "serve") {
         return Serve(arguments);
+    }
+    if (mode == "agent") {
+        return Agent(arguments.at(0));
     }
     if (mode == "watch") {
         Watch watch(std::chrono::milliseconds(std::stoi(arguments.at(0))));

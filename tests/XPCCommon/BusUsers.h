@@ -25,14 +25,18 @@ class BusUsers {
 
     explicit BusUsers(std::string address) : address_(std::move(address)) {}
 
-    // The program BusUser as that user; see there for the arguments.
-    std::unique_ptr<fake::ChildProcess> start(const std::string& user,
-                                              std::vector<std::string> arguments) const {
+    static uid_t idOf(const std::string& user) {
         const passwd* account = ::getpwnam(user.c_str());
         if (account == nullptr) {
             throw std::runtime_error("no user " + user);
         }
-        arguments.insert(arguments.begin(), {TESSARIN_BUS_USER, std::to_string(account->pw_uid)});
+        return account->pw_uid;
+    }
+
+    // The program BusUser as that user; see there for the arguments.
+    std::unique_ptr<fake::ChildProcess> start(const std::string& user,
+                                              std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {TESSARIN_BUS_USER, std::to_string(idOf(user))});
         return std::make_unique<fake::ChildProcess>(
             arguments, std::map<std::string, std::string>{{"DBUS_SYSTEM_BUS_ADDRESS", address_}});
     }
