@@ -30,9 +30,11 @@ class BusPolicyTest : public testing::Test {
         startBus();
     }
 
-    void startBus(const std::string& otherRules = {}) {
+    void startBus(const std::string& otherRules = {}, const std::string& administratorsRules = {}) {
         bus = std::make_unique<fake::PrivateBus>(
-            fake::PrivateBus::OfSystem{.policy = TESSARIN_BUS_POLICY, .otherRules = otherRules});
+            fake::PrivateBus::OfSystem{.policy = TESSARIN_BUS_POLICY,
+                                       .otherRules = otherRules,
+                                       .administratorsRules = administratorsRules});
         users = std::make_unique<BusUsers>(bus->address());
     }
 
@@ -157,6 +159,29 @@ TEST_F(BusPolicyTest, AnotherFilesGenerosityOpensNeitherTheServicesNorTheirNames
         EXPECT_EQ(users->call(kFirst, service, path, service, "Encrypt"), kDenied);
         EXPECT_EQ(users->call(kFirst, service, path, service, "Version"), kAnswer);
     }
+}
+
+TEST_F(BusPolicyTest, AnAdministratorNarrowsTheServicesToAGroup) {
+    // As docs/security.md has it.
+    startBus({}, R"(
+      <policy context="default">
+        <deny send_destination="com.tessarin.UserAgent"/>
+        <deny send_destination="com.tessarin.FinderExtension"/>
+      </policy>
+      <policy group="daemon">
+        <allow send_destination="com.tessarin.UserAgent" send_interface="com.tessarin.UserAgent"/>
+        <allow send_destination="com.tessarin.FinderExtension" send_interface="com.tessarin.FinderExtension"/>
+      </policy>)");
+    ASSERT_NO_FATAL_FAILURE(serveBoth());
+    for (const auto& [service, path] : {std::pair{kAgent, kAgentPath}, std::pair{kFinder, kFinderPath}}) {
+        EXPECT_EQ(users->call(kFirst, service, path, service, "Version"), kAnswer)
+            << "its group has his name";
+        EXPECT_EQ(users->call(kSecond, service, path, service, "Version"), kDenied);
+        EXPECT_EQ(users->call(kNobody, service, path, service, "Version"), kDenied);
+    }
+    const std::string agent = serve(kFirst);
+    EXPECT_EQ(users->call(kRoot, agent, "/extractor", "com.tessarin.URLExtractor", "GetURL", {"s", "Safari"}),
+              kAnswer);
 }
 
 TEST_F(BusPolicyTest, OnlyRootCallsWhatAUserHasRegistered) {

@@ -78,8 +78,7 @@ class ServiceAttackTest : public testing::Test {
     }
 
     void startBus(const std::filesystem::path& policy = TESSARIN_BUS_POLICY) {
-        bus = std::make_unique<fake::PrivateBus>(
-            fake::PrivateBus::OfSystem{.policy = policy, .otherRules = {}});
+        bus = std::make_unique<fake::PrivateBus>(fake::PrivateBus::OfSystem{.policy = policy});
         users = std::make_unique<BusUsers>(bus->address());
     }
     void startHost() {

@@ -27,8 +27,7 @@ class ServiceUsersTest : public testing::Test {
         std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
         std::ofstream(folder / "classifiers.json")
             << R"({"Classifiers": [{"Name": "Secret", "Pattern": "secret"}]})";
-        bus = std::make_unique<fake::PrivateBus>(
-            fake::PrivateBus::OfSystem{.policy = TESSARIN_BUS_POLICY, .otherRules = {}});
+        bus = std::make_unique<fake::PrivateBus>(fake::PrivateBus::OfSystem{.policy = TESSARIN_BUS_POLICY});
         users = std::make_unique<BusUsers>(bus->address());
         host = std::make_unique<HostProcess>(
             bus->address(),

@@ -232,6 +232,13 @@ class Packaging(unittest.TestCase):
                     # Otherwise it would hold for the messages of other services.
                     self.assertEqual(set(rule.attrib), {"send_destination"})
 
+    def test_every_claim_about_security_names_a_test_that_exists(self) -> None:
+        named = set(re.findall(r"`(\w+)\.(\w+)`", (PROJECT / "docs/security.md").read_text()))
+        self.assertTrue(named)
+        there = {case for path in (PROJECT / "tests").rglob("*.cpp")
+                 for case in re.findall(r"^TEST(?:_F|_P)?\((\w+), (\w+)\)", path.read_text(), re.MULTILINE)}
+        self.assertEqual(named - there, set())
+
     def bus_policy(self) -> xml.etree.ElementTree.Element:
         return xml.etree.ElementTree.parse(PROJECT / "packaging/dbus/com.tessarin.conf").getroot()
 

@@ -46,8 +46,8 @@ PrivateBus::PrivateBus(const WithService& service, Names names) {
 }
 
 PrivateBus::PrivateBus(const OfSystem& system) {
-    configure("system",
-              kSystemRules + system.otherRules + "<include>" + system.policy.string() + "</include>");
+    configure("system", kSystemRules + system.otherRules + "<include>" + system.policy.string() +
+                            "</include>" + system.administratorsRules);
     openToOthers();
     start();
 }

@@ -22,7 +22,8 @@ class PrivateBus {
     // The rules and limits of a distribution's system bus, and the product's policy on top of them.
     struct OfSystem {
         std::filesystem::path policy;
-        std::string otherRules;  // of other packages' files, read before
+        std::string otherRules = {};           // of other packages' files, read before
+        std::string administratorsRules = {};  // of a file of this machine, read after
     };
 
     PrivateBus() : PrivateBus(WithService{}) {}
