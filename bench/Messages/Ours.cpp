@@ -23,12 +23,18 @@ constexpr auto kVersionPatience = std::chrono::seconds(20);
 // The path that is asked for is the number of records.
 class CountingScanner : public cmn::IFinderExtensionOperations {
  public:
-    bool CheckEncryptionStatus(const std::string& /*path*/) override { return false; }
-    std::vector<cmn::ScanRecord> GetScanResult(const std::string& path) override {
+    bool CheckEncryptionStatus(const std::string& /*path*/,
+                               const std::optional<cmn::XPCPeer>& /*asker*/) override {
+        return false;
+    }
+    std::vector<cmn::ScanRecord> GetScanResult(const std::string& path,
+                                               const std::optional<cmn::XPCPeer>& /*asker*/) override {
         return records_.at(std::stoi(path));
     }
     std::vector<std::string> GetAllowedExtensions() override { return {}; }
-    int Decrypt(const std::string& /*path*/) override { return 0; }
+    int Decrypt(const std::string& /*path*/, const std::optional<cmn::XPCPeer>& /*asker*/) override {
+        return 0;
+    }
 
  private:
     const std::map<int, std::vector<cmn::ScanRecord>> records_ = MakeAllRecords();

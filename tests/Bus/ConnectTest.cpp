@@ -16,13 +16,13 @@ namespace {
 using namespace cmn::bus;
 using namespace std::chrono_literals;
 
-constexpr auto kShort = 300ms;
+constexpr auto kConnectDeadline = 300ms;
 constexpr const char* kAuthenticated = "DATA\r\nOK 1234deadbeef1234deadbeef12345678\r\n";
 
 Options Hasty(const std::string& address) {
     Options options;
     options.address = address;
-    options.connectDeadline = kShort;
+    options.connectDeadline = kConnectDeadline;
     return options;
 }
 

@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <QDBusArgument>
+#include <QDBusMetaType>
 #include <QVariantMap>
 #include <utility>
 
-#include "linux_usercommon/RegisterDBusType.h"
 
 // "(bba{ss})"
 static QDBusArgument& operator<<(QDBusArgument& out, const MockPolkit::Verdict& verdict) {
@@ -63,7 +63,7 @@ MockPolkit::MockPolkit(const std::string& address, Handler onCheck)
               connection.send(message.createReply());
           }
       }) {
-    cmn::RegisterDBusType<Verdict>();
+    qDBusRegisterMetaType<Verdict>();
     EXPECT_TRUE(peer_.own(kName));
 }
 
