@@ -94,13 +94,12 @@ const std::vector<NoBus>& NoBuses() {
          "Connection refused"},
         {"AListenerThatNeverAccepts",
          [](const std::string& path) { return std::make_shared<fake::MuteSocket>(path); },
-         "no answer in time"},
+         "no answer within"},
         {"AListenerWithoutRoom", [](const std::string& path) { return std::make_shared<FullSocket>(path); },
          "unavailable"},
-        Scripted("AListenerThatSaysNothing", Says("", false), "no answer in time"),
-        Scripted("AListenerThatStopsWithinTheAuthentication", Says("DATA\r\n", false), "no answer in time"),
-        Scripted("AListenerThatStopsAfterTheAuthentication", Says(kAuthenticated, false),
-                 "no answer in time"),
+        Scripted("AListenerThatSaysNothing", Says("", false), "no answer within"),
+        Scripted("AListenerThatStopsWithinTheAuthentication", Says("DATA\r\n", false), "no answer within"),
+        Scripted("AListenerThatStopsAfterTheAuthentication", Says(kAuthenticated, false), "no answer within"),
         Scripted(
             "AListenerThatSaysOneByteAtATime",
             [](int client) {
@@ -115,7 +114,8 @@ const std::vector<NoBus>& NoBuses() {
                  Says(kAuthenticated + std::string(100'000, '\xff'), false), ""),
         Scripted("AListenerThatHangsUpAtOnce", Says("", true), ""),
         Scripted("AListenerThatHangsUpAfterTheAuthentication", Says(kAuthenticated, true), ""),
-        Scripted("ABusThatRefusesThisUser", Says("DATA\r\nREJECTED EXTERNAL\r\n", false), "not permitted"),
+        Scripted("ABusThatRefusesThisUser", Says("DATA\r\nREJECTED EXTERNAL\r\n", false),
+                 "does not let this user in"),
     };
     return all;
 }
@@ -218,7 +218,7 @@ TEST_F(ConnectTest, TellsThatItIsLostWhenNoAddressOfSeveralLeadsToABus) {
     ASSERT_TRUE(line.awaitLost());
     ASSERT_TRUE(fake::Settle(*loop));
     EXPECT_EQ(line.heard->lost, 1);
-    EXPECT_EQ(line.reason(), "No such file or directory");
+    EXPECT_EQ(line.reason(), "unix:path=" + (folder / "missing").string() + ": No such file or directory");
 }
 
 TEST_F(ConnectTest, UnderstandsABusThatSpeaksOneByteAtATime) {
@@ -288,7 +288,7 @@ TEST_F(ConnectTest, TakesCallsFromTheMomentInWhichItSaysSo) {
 
 TEST(WellKnownBusesTest, AreReachedByTheirLocalSocketsOnly) {
     EXPECT_EQ(
-        LocalAddresses("unix:path=/a;tcp:host=h;unix:abstract=b,guid=1;unixexec:path=/bin/sh;;unix:dir=/c"),
+        LocalAddresses("unix:path=/a;tcp:host=h;unix:abstract=b,guid=1;unixexec:path=/bin/sh;;unixdir:/c"),
         (std::vector<std::string>{"unix:path=/a", "unix:abstract=b,guid=1"}));
     EXPECT_TRUE(LocalAddresses("").empty());
 }

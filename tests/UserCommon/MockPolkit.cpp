@@ -7,7 +7,6 @@
 #include <QVariantMap>
 #include <utility>
 
-
 // "(bba{ss})"
 static QDBusArgument& operator<<(QDBusArgument& out, const MockPolkit::Verdict& verdict) {
     out.beginStructure();

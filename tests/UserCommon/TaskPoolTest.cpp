@@ -88,6 +88,7 @@ class TaskPoolTest : public testing::Test {
         }
     }
 
+    fake::LogCapture log;  // its thread is none of the pool's
     std::promise<void> release;
     const std::shared_future<void> released = release.get_future().share();
     std::atomic<int> inside{0};
@@ -157,7 +158,6 @@ TEST_F(TaskPoolTest, AsioOperationsGoOnWhateverTheTasksDo) {
 }
 
 TEST_F(TaskPoolTest, AThreadThatCannotBeHadMakesTheTasksWaitForTheOthers) {
-    fake::LogCapture log;
     makePool(4);
     block(1);
     std::atomic<int> done{0};

@@ -72,18 +72,18 @@ bus::Result<std::shared_ptr<Place>> Admission::admit(const bus::Message& message
 }
 
 void Admission::refuse(const bus::Question& question, std::string_view sender, const bus::Error& why) {
-    question.fail(why);
     const bus::Deadline now = bus::Clock::now();
     if (now < quietUntil_) {
         ++unsaid_;
-        return;
+    } else {
+        quietUntil_ = now + kLogPause;
+        const bus::Message& message = question.message();
+        const std::string more =
+            unsaid_ > 0 ? fmt::format(" (and {} before)", std::exchange(unsaid_, 0)) : "";
+        TLOG_WARN("Message {}.{}({}) of {} refused: {}{}", message.interface(), message.member(),
+                  message.signature(), sender, why.message, more);
     }
-    quietUntil_ = now + kLogPause;
-    const bus::Message& message = question.message();
-    const std::string more = unsaid_ > 0 ? fmt::format(" (and {} before)", unsaid_) : "";
-    unsaid_ = 0;
-    TLOG_WARN("Message {}.{}({}) of {} refused: {}{}", message.interface(), message.member(),
-              message.signature(), sender, why.message, more);
+    question.fail(why);
 }
 
 std::optional<std::size_t> BytesOf(const bus::Message& message) {
