@@ -1,7 +1,7 @@
 // A peer of a bus that is written apart from the library that is tested: one thread, which waits. As a
 // process of its own it can die, and what it takes is not ours.
 //   BusPeer answer ADDRESS         says its name; Echo(s) -> s, Silent(), Die(), DieInReply()
-//   BusPeer flood ADDRESS NAME     sends large messages to that name, then says "done"
+//   BusPeer flood ADDRESS NAME COUNT LARGE     sends so many messages of 1 and of 30 MiB to that name
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
@@ -44,13 +44,13 @@ bool SendRecords(sd_bus* bus, const char* destination, std::size_t bytes) {
     return good;
 }
 
-bool Flood(sd_bus* bus, const char* destination) {
+bool Flood(sd_bus* bus, const char* destination, int count, int large) {
     constexpr std::size_t kMebibyte = 1024 * 1024;
     bool good = true;
-    for (int i = 0; good && i < 70; ++i) {
+    for (int i = 0; good && i < count; ++i) {
         good = SendRecords(bus, destination, kMebibyte);
     }
-    for (int i = 0; good && i < 6; ++i) {
+    for (int i = 0; good && i < large; ++i) {
         good = SendRecords(bus, destination, 30 * kMebibyte);
     }
     return good;
@@ -66,12 +66,9 @@ int main(int count, char** arguments) {
         sd_bus_get_unique_name(bus, &name) < 0) {
         return 1;
     }
-    if (std::string_view(arguments[1]) == "flood" && count == 4) {
-        if (!Flood(bus, arguments[3])) {
-            return 1;
-        }
-        std::puts("done");
-        return std::fflush(stdout);
+    if (std::string_view(arguments[1]) == "flood") {
+        return count == 6 && Flood(bus, arguments[3], std::atoi(arguments[4]), std::atoi(arguments[5])) ? 0
+                                                                                                        : 1;
     }
     sd_bus_add_filter(bus, nullptr, &Answer, nullptr);
     std::puts(name);

@@ -117,6 +117,16 @@ TEST_F(LifetimeTest, ALoopRunsWhatWasPostedBeforeItEnds) {
     EXPECT_EQ(task.use_count(), 1);
 }
 
+TEST_F(LifetimeTest, AClosedConnectionLeavesTheBusAtOnce) {
+    const Both both(loop, bus.address());
+    const std::string name = both.client->uniqueName();
+    both.client->close("because");
+    EXPECT_TRUE(fake::WaitFor([&] {
+        return !both.server->callAndWait(
+            both.server->makeCall(kBusName, kBusPath, kBusName, "GetNameOwner", name), fake::Soon());
+    }));
+}
+
 // A handler that owns the connection which is to call it.
 class OwnedByItsCallTest : public LifetimeTest {
  protected:
@@ -226,17 +236,21 @@ TEST_F(LifetimeTest, ASubscriptionMayEndInTheHandlerOfItsRule) {
 // Ends the connection of `client` within one of its own handlers, in either way.
 class EndsInHandlerTest : public LifetimeTest, public testing::WithParamInterface<bool> {
  protected:
+    // Once the test has done what it was to do before.
     void end() {
+        begun.get_future().wait();
         GetParam() ? client.connection->close("because") : client.connection.reset();
         ended.set_value();
     }
     void awaitEnd() {
+        begun.set_value();
         ASSERT_EQ(ended.get_future().wait_for(30s), std::future_status::ready);
         ASSERT_TRUE(fake::Settle(*loop));
         EXPECT_FALSE(client.connection && client->isReady());
         EXPECT_EQ(client.heard->lost, 0);
     }
 
+    std::promise<void> begun;
     std::promise<void> ended;
     std::function<void()> asked = [] {};
     const fake::BusLine server{loop, bus.address(), fake::Echo};
@@ -344,6 +358,7 @@ TEST_P(EndsInHandlerTest, OfAFailureWhileOthersWaitToBeTold) {
                  [this](const auto& /*reply*/) { end(); });
     client->call(client.to(server->uniqueName(), "Echo"), fake::Soon(), other.taker());
     bus.kill();
+    begun.set_value();
     ASSERT_EQ(ended.get_future().wait_for(30s), std::future_status::ready);
     ASSERT_TRUE(fake::Settle(*loop));
     EXPECT_EQ(other.count(), GetParam() ? 1U : 0U);

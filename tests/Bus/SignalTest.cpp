@@ -171,7 +171,7 @@ TEST_F(SignalTest, AreRefusedByABusThatAllowsNoMore) {
     const fake::BusLine line(loop, bus.address());
     ASSERT_TRUE(line.awaitReady());
     std::vector<std::unique_ptr<Ear>> ears;
-    // A bus without limits of its own has this one.
+    // 512 unless its configuration says otherwise.
     const std::string refused = [&] {
         for (int i = 0; i < 100'000; ++i) {
             ears.push_back(std::make_unique<Ear>(line, "type='signal',member='M" + std::to_string(i) + "'"));
