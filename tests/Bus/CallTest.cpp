@@ -42,6 +42,7 @@ class CallTest : public fake::WithBus {
     CallTest() : CallTest(Options{}) {}
     explicit CallTest(Options options) {
         options.address = bus.address();
+        options.livenessPause = 1h;  // nothing but what is tested moves anything
         server = std::make_unique<fake::BusLine>(loop, bus.address(), [this](Question question) {
             question.message().member() == "Keep" ? keep_(std::move(question)) : fake::Echo(question);
         });
@@ -159,6 +160,17 @@ TEST_F(CallsOneByOneTest, AreNotAnsweredOnceCancelled) {
     settle();
     EXPECT_EQ(sent.count(), 0U);
     EXPECT_EQ(waiting.count(), 0U);
+}
+
+TEST_F(CallsOneByOneTest, MakeRoomWhenTheyAreCancelled) {
+    const fake::Answer first;
+    const fake::Answer waiting;
+    const auto id = (*client)->call(keep(), fake::Soon(), first.taker());
+    (*client)->call(echo(), fake::Soon(), waiting.taker());
+    ASSERT_TRUE(fake::WaitFor([&] { return keeper.count() == 1; }));
+    ASSERT_TRUE(fake::Settle(*loop));
+    (*client)->cancel(id);
+    EXPECT_EQ(waiting.error(), "");
 }
 
 TEST_F(CallsOneByOneTest, AreAllCancelledAtOnce) {

@@ -146,6 +146,33 @@ TEST_F(FrozenBusTest, IsNoticedAlsoWhenNothingFurtherCanBeSent) {
     EXPECT_EQ(line.reason(), "the bus does not answer");
 }
 
+TEST_F(FrozenBusTest, KeepsCallsWaitingThatFindNoRoom) {
+    Options options = patient();
+    options.mostInFlight = 1;
+    const fake::BusLine server(loop, bus.address(), fake::Echo);
+    const fake::BusLine line(loop, options);
+    ASSERT_TRUE(server.awaitReady() && line.awaitReady());
+    bus.freeze();
+    Message large = line->newSignal("/a", "a.B", "C");
+    ASSERT_TRUE(large.append(std::string(8 * 1024 * 1024, 'x')));
+    const fake::Answer first;
+    const fake::Answer waiting;
+    const Message echo = line.to(server->uniqueName(), "Echo", std::string(1024 * 1024, 'x'));
+    line->call(echo, Clock::now() + 500ms, first.taker());
+    line->call(echo, fake::Soon(), waiting.taker());
+    while (line->send(large)) {
+    }
+    Message filler = line->newSignal("/a", "a.B", "C");
+    ASSERT_TRUE(filler.append(std::string(512 * 1024, 'x')));
+    while (line->send(filler)) {
+    }
+    EXPECT_EQ(first.error(), error::kTimeout);
+    ASSERT_TRUE(fake::Settle(*loop));
+    EXPECT_EQ(waiting.count(), 0U);
+    bus.thaw();
+    EXPECT_EQ(waiting.error(), "");
+}
+
 TEST_F(FrozenBusTest, IsNotTakenForDeadWhileItBringsSomething) {
     const fake::ScriptedBus between(folder / "between", [&](int client) {
         fake::Relay(client, bus.socket(), WithoutLiveness(), nullptr);

@@ -78,7 +78,7 @@ ConnectionCore::CallId ConnectionCore::call(Message message, Deadline deadline, 
         }
     }
     if (refused) {
-        fail({Fails(std::move(refused))}, *error);
+        fail({failing(std::move(refused))}, *error);
     }
     return id;
 }
@@ -103,10 +103,13 @@ void ConnectionCore::startWaiting() {
     while (state_ == State::ready && inFlight_ < options_.mostInFlight && !waiting_.empty()) {
         const CallId id = *waiting_.begin();
         Pending& pending = *pending_.at(id);
+        if (!hasRoom(pending.message.bytes())) {
+            return;  // its turn comes when the socket has taken some
+        }
         waiting_.erase(waiting_.begin());
         waitingBytes_ -= pending.message.bytes();
         if (auto error = start(pending, std::exchange(pending.message, {}), Turn::usual)) {
-            fail({Fails(take(id))}, *error);
+            fail({failing(take(id))}, *error);
         }
     }
 }
@@ -146,7 +149,7 @@ void ConnectionCore::failAll(const Error& error) {
     {
         const std::lock_guard lock(wire_->mutex);
         for (Taken& call : takeAll()) {
-            calls.push_back(Fails(std::move(call)));
+            calls.push_back(failing(std::move(call)));
         }
     }
     fail(std::move(calls), error);

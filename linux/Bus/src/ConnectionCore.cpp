@@ -293,7 +293,7 @@ std::vector<ConnectionCore::Failing> ConnectionCore::end() {
     state_ = State::ended;
     std::vector<Failing> waiting;
     for (Taken& call : takeAll()) {
-        waiting.push_back(Fails(std::move(call)));
+        waiting.push_back(failing(std::move(call)));
     }
     for (const auto& weak : subscriptions_) {
         const auto subscription = weak.lock();
@@ -316,7 +316,7 @@ std::vector<ConnectionCore::Failing> ConnectionCore::end() {
     return waiting;
 }
 
-ConnectionCore::Failing ConnectionCore::Fails(Taken call) {
+ConnectionCore::Failing ConnectionCore::failing(Taken call) {
     return [call = std::shared_ptr<Pending>(std::move(call))](const Error& error) { call->done(error); };
 }
 

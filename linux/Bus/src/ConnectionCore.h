@@ -116,7 +116,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     void closeBus();
 
     void wake();
-    static Failing Fails(Taken call);
+    static Failing failing(Taken call);
     void fail(std::vector<Failing> waiting, const Error& error);
     // Lets the loop's thread let go of what is its own.
     void retire();

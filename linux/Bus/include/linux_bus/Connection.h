@@ -75,7 +75,8 @@ class Connection {
     static std::shared_ptr<Connection> open(std::shared_ptr<Loop> loop, Options options, Events events);
     // The calling thread waits, which must not be the loop's, until it is ready or cannot be had.
     static Result<std::shared_ptr<Connection>> openAndWait(std::shared_ptr<Loop> loop, Options options);
-    // As `close`, but waiting calls are dropped without a word.
+    // As `close`, but waiting calls are dropped without a word, also those that failed and were not told yet.
+    // A handler that is running then may still end.
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -103,7 +104,7 @@ class Connection {
 
     // `done` is called once, unless the call is cancelled or this object is destroyed before: with the
     // answer, the error that came instead, or an error of this end (`error::kTimeout`, `kDisconnected`,
-    // `kLimitsExceeded`). An empty message fails.
+    // `kLimitsExceeded`). An empty message fails. A `done` that owns this object keeps it until then.
     CallId call(Message message, Deadline deadline, Done done);
     void cancel(CallId id);
     // All that wait; or they fail now.
@@ -115,7 +116,7 @@ class Connection {
     bool send(const Message& message);
 
     // `rule` is a match rule; a sender in it must be a unique name or the bus itself. `installed` hears
-    // whether the bus took it.
+    // whether the bus took it, which it did not when the connection ends before.
     std::shared_ptr<Subscription> subscribe(const std::string& rule,
                                             std::function<void(const Message&)> handler,
                                             std::function<void(const std::optional<Error>&)> installed = {});
