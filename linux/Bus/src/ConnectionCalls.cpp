@@ -168,10 +168,7 @@ bool ConnectionCore::send(const Message& message) {
     if (state_ != State::ready || !message || !hasRoom(message.bytes())) {
         return false;
     }
-    if (sd_bus_message_is_method_call(message.raw(), nullptr, nullptr) > 0 &&
-        sd_bus_message_set_expect_reply(message.raw(), 0) < 0) {
-        return false;
-    }
+    // Without a place for the call's number the library marks it as one that wants no answer.
     if (sd_bus_send(wire_->bus, message.raw(), nullptr) < 0) {
         wake();  // it may have been the end
         return false;
