@@ -237,6 +237,7 @@ TEST_F(ServiceHostTest, WritesEachReportAtOnceAsOneLineOfJSON) {
         EXPECT_EQ(QString::fromUtf8(event["url"].GetString()), text);
         EXPECT_STREQ(event["browser"].GetString(), "Safari");
         EXPECT_EQ(event["pid"].GetInt(), pid++);
+        EXPECT_EQ(event["user"].GetInt64(), geteuid());
     }
 }
 

@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <QDBusArgument>
 #include <QDBusObjectPath>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "linux_usercommon/DBusXPCTransport.h"
@@ -49,21 +51,24 @@ class UserAgentDBusTest : public testing::Test {
         real->stop();
     }
 
-    std::unique_ptr<cmn::UserAgentXPCServer> startServer() {
+    std::unique_ptr<cmn::UserAgentXPCServer> startServer() { return startServer(hurried); }
+    std::unique_ptr<cmn::UserAgentXPCServer> startServer(const std::shared_ptr<cmn::Dispatch>& queues) {
         const int before = listenerEvents;
         auto server = cmn::CreateUserAgentXPCServer(
-            [this](const std::string& url, const std::string& browser, std::int32_t pid,
-                   const auto& /*peer*/) {
+            [this](const std::string& url, const std::string& browser, std::int32_t pid, const auto& peer) {
                 const std::lock_guard lock(mutex);
                 reports.push_back(browser + " " + std::to_string(pid) + " " + url);
+                reporter = peer;
             },
-            hurried, transport);
+            queues, transport);
         EXPECT_TRUE(WaitFor([&] { return listenerEvents > before; }));
         return server;
     }
     std::shared_ptr<cmn::UserAgentObjCXPCClient> startClient(
-        cmn::URLExtractorDelegate delegate = [](const auto& name) { return "url of " + name; }) {
-        auto client = std::make_shared<cmn::UserAgentObjCXPCClient>(std::move(delegate), hurried, transport);
+        cmn::URLExtractorDelegate delegate = [](const auto& name) { return "url of " + name; },
+        cmn::ServiceOwners owners = cmn::ServiceOwners::anybody) {
+        auto client =
+            std::make_shared<cmn::UserAgentObjCXPCClient>(std::move(delegate), hurried, transport, owners);
         client->connect();
         return client;
     }
@@ -91,7 +96,8 @@ class UserAgentDBusTest : public testing::Test {
     std::atomic<int> listenerEvents{0};
     fake::ReceivedCalls received;
     std::mutex mutex;
-    std::vector<std::string> reports;  // guarded by mutex
+    std::vector<std::string> reports;      // guarded by mutex
+    std::optional<cmn::XPCPeer> reporter;  // of the latest, guarded by mutex
 };
 
 TEST_F(UserAgentDBusTest, TheClientSpeaksTheContract) {
@@ -207,6 +213,8 @@ TEST_F(UserAgentDBusTest, BothEndsExchangeReportsAndQuestions) {
     }
     ASSERT_TRUE(WaitFor([&] { return allReports().size() == 100; }));
     EXPECT_EQ(allReports()[99], "Safari 99 https://example.com/99");
+    EXPECT_EQ(reporter.value().userID, geteuid());
+    EXPECT_EQ(reporter->processID, getpid());
     EXPECT_EQ(server->getURL("Google Chrome (Beta)"), "url of Google Chrome");
     EXPECT_EQ(server->getURL("Firefox"), "");
 }
@@ -273,6 +281,77 @@ TEST_F(UserAgentDBusTest, AnExtractorWhoseAgentIsGoneGivesTheEmptyURL) {
     EXPECT_EQ(server->getURL("Safari"), "");
     EXPECT_TRUE(WaitFor([&] { return log.count("Connection has been invalidated") == 1; }));
     EXPECT_EQ(server->getURL("Safari"), "");
+}
+
+// Well before a question that is not answered ends. On a machine that just stands still the first attempt may
+// take longer.
+constexpr std::chrono::seconds kGivenUp{2};
+static_assert(kGivenUp < cmn::kGetURLDeadline);
+
+TEST_F(UserAgentDBusTest, AnErrorOfAnExtractorIsNotWaitedFor) {
+    const auto server = startServer(real);
+    RawPeer agent(bus.address(), [](const QDBusMessage& message, const QDBusConnection& connection) {
+        connection.send(message.createErrorReply("org.example.Error", "no"));
+    });
+    agent.call(RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "SetURLExtractor",
+                                {QVariant::fromValue(QDBusObjectPath("/my/extractor"))}));
+    std::chrono::nanoseconds waited = kGivenUp;
+    for (int i = 0; i < 5 && waited >= kGivenUp; ++i) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(server->getURL("Safari"), "");
+        waited = std::chrono::steady_clock::now() - start;
+    }
+    EXPECT_LT(waited, kGivenUp);
+}
+
+TEST_F(UserAgentDBusTest, AnAgentThatLeavesIsNotWaitedFor) {
+    const auto server = startServer(real);
+    std::chrono::nanoseconds waited = kGivenUp;
+    for (int i = 0; i < 5 && waited >= kGivenUp; ++i) {
+        std::atomic<bool> asked{false};
+        auto agent = std::make_unique<RawPeer>(
+            bus.address(), [&](const QDBusMessage&, const QDBusConnection&) { asked = true; });
+        agent->call(RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "SetURLExtractor",
+                                     {QVariant::fromValue(QDBusObjectPath("/my/extractor"))}));
+        std::atomic<bool> answered{false};
+        std::thread daemon([&] {
+            EXPECT_EQ(server->getURL("Safari"), "");
+            answered = true;
+        });
+        EXPECT_TRUE(WaitFor([&] { return asked.load(); }));
+        const auto start = std::chrono::steady_clock::now();
+        agent.reset();
+        EXPECT_TRUE(WaitFor([&] { return answered.load(); }));
+        waited = std::chrono::steady_clock::now() - start;
+        daemon.join();
+    }
+    EXPECT_LT(waited, kGivenUp);
+}
+
+TEST_F(UserAgentDBusTest, WhenAnAgentLeavesTheOneRegisteredBeforeIsAsked) {
+    const auto server = startServer();
+    const auto first = startClient([](const auto&) { return "first"; });
+    ASSERT_TRUE(WaitFor([&] { return server->getURL("Safari") == "first"; }));
+    auto second = startClient([](const auto&) { return "second"; });
+    ASSERT_TRUE(WaitFor([&] { return server->getURL("Safari") == "second"; }));
+    second.reset();
+    EXPECT_TRUE(WaitFor([&] { return server->getURL("Safari") == "first"; }));
+}
+
+TEST_F(UserAgentDBusTest, AnAgentForRootsServicesAloneKnowsWhoseTheServiceIs) {
+    const auto server = startServer();
+    const auto client = startClient([](const auto&) { return "url"; }, cmn::ServiceOwners::root);
+    if (geteuid() == 0) {
+        EXPECT_TRUE(WaitFor([&] { return server->getURL("Safari") == "url"; }));
+        EXPECT_TRUE(client->connected());
+        client->sendURL("https://example.com/", "Safari", 1);
+        EXPECT_TRUE(WaitFor([&] { return allReports().size() == 1; }));
+    } else {
+        EXPECT_TRUE(WaitFor([&] { return log.count("so it is not used") == 1; }));
+        client->sendURL("https://example.com/", "Safari", 1);
+        EXPECT_EQ(server->getURL("Safari"), "");
+        EXPECT_THAT(allReports(), SizeIs(0));
+    }
 }
 
 TEST_F(UserAgentDBusTest, ADelegateThatThrowsIsAnErrorForTheDaemonNotASilence) {
