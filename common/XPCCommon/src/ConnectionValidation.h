@@ -21,10 +21,9 @@ struct ConnectionValidation {
 };
 
 // Asks a new connection for its version on the high-priority queue and sets the flag when it answers and is
-// accepted. In
-// effect a single attempt: the one that is scheduled a second after an unanswered first normally finds
-// nothing left to run. A late answer still sets the flag. Does not keep the connection alive: one that is
-// replaced meanwhile must be gone, or its end would be reported, and answered with a reconnect, a second
+// accepted. In effect a single attempt: the one that is scheduled a second after an unanswered first normally
+// finds nothing left to run. A late answer still sets the flag. Does not keep the connection alive: one that
+// is replaced meanwhile must be gone, or its end would be reported, and answered with a reconnect, a second
 // time.
 void ValidateConnection(const std::shared_ptr<Dispatch>& dispatch,
                         const std::shared_ptr<XPCConnection>& connection, ConnectionValidation validation);

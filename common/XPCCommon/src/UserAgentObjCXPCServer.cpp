@@ -38,7 +38,7 @@ bool UserAgentObjCXPCServer::shouldAcceptNewConnection(const std::shared_ptr<XPC
         if (const auto server = weakSelf.lock()) {
             // Nobody can tell whether it was an unknown peer's; a question to one that left ends at once.
             if (peer) {
-                server->dropExtractor(peer);
+                server->replaceExtractor(peer, nullptr);
             }
             server->connectionDidInvalidate();
         }
@@ -63,12 +63,7 @@ void UserAgentObjCXPCServer::version(std::function<void(const std::string&)> rep
 void UserAgentObjCXPCServer::setURLExtractor(std::shared_ptr<URLExtractor> extractor,
                                              std::function<void(bool)> reply) {
     TLOG_INFO("URLExtractor has been set");
-    const auto peer = CurrentXPCPeer();
-    dropExtractor(peer);
-    if (extractor) {
-        const std::lock_guard lock(propertyMutex_);
-        extractors_.push_back({peer, std::move(extractor)});
-    }
+    replaceExtractor(CurrentXPCPeer(), std::move(extractor));
     reply(true);
 }
 
@@ -112,14 +107,18 @@ void UserAgentObjCXPCServer::connectionDidInterrupt() {
     TLOG_WARN("Connection has been interrupted");
 }
 
-void UserAgentObjCXPCServer::dropExtractor(const std::optional<XPCPeer>& peer) {
-    RegisteredExtractor dropped;  // goes without the lock
+void UserAgentObjCXPCServer::replaceExtractor(const std::optional<XPCPeer>& peer,
+                                              std::shared_ptr<URLExtractor> extractor) {
+    RegisteredExtractor replaced;  // goes without the lock
     const std::lock_guard lock(propertyMutex_);
     const auto found =
         std::ranges::find_if(extractors_, [&](const auto& registered) { return registered.peer == peer; });
     if (found != extractors_.end()) {
-        dropped = std::move(*found);
+        replaced = std::move(*found);
         extractors_.erase(found);
+    }
+    if (extractor) {
+        extractors_.push_back({peer, std::move(extractor)});
     }
 }
 

@@ -60,8 +60,8 @@ class XPCConnection {
     virtual void setExportedInterface(std::shared_ptr<const XPCInterface> interface) = 0;
     virtual void setExportedObject(std::shared_ptr<XPCVersioning> object) = 0;
 
-    // The other end. On a service's side known before its first message is delivered; on a client's side the
-    // owner of the service's name, nothing while nobody is known.
+    // The other end. On a service's side known before its first message is delivered, and then always the
+    // same; on a client's side the owner of the service's name, nothing while nobody is known.
     virtual std::optional<XPCPeer> peer() const = 0;
 
     // Starts the connection; returns at once. An absent service shows up later as invalidation.

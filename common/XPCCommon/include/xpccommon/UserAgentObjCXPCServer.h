@@ -57,8 +57,8 @@ class UserAgentObjCXPCServer final : public XPCServer, public UserAgentProtocol 
     };
 
     std::shared_ptr<UserAgentObjCXPCServer> self();
-    // Takes what the peer registered away.
-    void dropExtractor(const std::optional<XPCPeer>& peer);
+    // In the place of what the peer registered before; null leaves none.
+    void replaceExtractor(const std::optional<XPCPeer>& peer, std::shared_ptr<URLExtractor> extractor);
 
     const std::shared_ptr<Dispatch> dispatch_;
     std::function<std::optional<UserId>()> activeUser_;
