@@ -354,6 +354,26 @@ TEST_F(UserAgentDBusTest, AnAgentForRootsServicesAloneKnowsWhoseTheServiceIs) {
     }
 }
 
+TEST_F(UserAgentDBusTest, OnASystemBusOfAnotherUserNoServiceIsTakenForRoots) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can play several users";
+    }
+    constexpr unsigned kBusUser = 65'534;  // nobody: the daemon wants to know its user's name
+    bus.kill();
+    bus.startAs(kBusUser);
+    const auto server = startServer();
+    const auto trusting = startClient();
+    ASSERT_TRUE(
+        WaitFor([&] { return log.count("run by the user with the id 65534 and not by root: ") == 1; }));
+    EXPECT_EQ(trusting->connection()->peer().value().userID, kBusUser);
+    EXPECT_TRUE(WaitFor([&] { return server->getURL("Safari") == "url of Safari"; }));
+    const auto client = startClient([](const auto&) { return "url"; }, cmn::ServiceOwners::root);
+    ASSERT_TRUE(WaitFor([&] { return log.count("and not by root, so it is not used") == 1; }));
+    client->sendURL("https://example.com/", "Safari", 1);
+    EXPECT_EQ(log.count("Failed to get remote object -- %s"), 1U);
+    EXPECT_FALSE(client->connected());
+}
+
 TEST_F(UserAgentDBusTest, ADelegateThatThrowsIsAnErrorForTheDaemonNotASilence) {
     RawPeer daemon(bus.address(), goodDaemon());
     ASSERT_TRUE(daemon.own(kUserAgentService));

@@ -1,5 +1,7 @@
 #include "support/PrivateBus.h"
 
+#include <unistd.h>
+
 #include <csignal>
 #include <fstream>
 #include <stdexcept>
@@ -78,11 +80,25 @@ std::string PrivateBus::address() const {
 }
 
 void PrivateBus::start() {
+    startWith({});
+}
+
+void PrivateBus::startAs(unsigned user) {
+    const std::string id = std::to_string(user);
+    if (::chown(folder_.path().c_str(), user, user) != 0) {
+        throw std::runtime_error("chown -- failed");
+    }
+    startWith({"setpriv", "--reuid=" + id, "--regid=" + id, "--clear-groups"});
+}
+
+void PrivateBus::startWith(const std::vector<std::string>& prefix) {
     // It writes a line for each refusal: into a file, since a pipe that nobody reads would stop it one day.
     const std::string errors = folder_ / "errors";
-    daemon_ = std::make_unique<ChildProcess>(std::vector<std::string>{
-        "sh", "-c", R"(exec "$@" 2>>"$0")", errors, "dbus-daemon", "--nofork", "--nopidfile",
-        "--print-address", "--config-file=" + (folder_ / "bus.conf").string()});
+    std::vector<std::string> command{"sh", "-c", R"(exec "$@" 2>>"$0")", errors};
+    command.insert(command.end(), prefix.begin(), prefix.end());
+    command.insert(command.end(), {"dbus-daemon", "--nofork", "--nopidfile", "--print-address",
+                                   "--config-file=" + (folder_ / "bus.conf").string()});
+    daemon_ = std::make_unique<ChildProcess>(command);
     if (!daemon_->readLine()) {
         std::string reason;
         for (const std::string& line : ReadLines(errors)) {

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "support/ChildProcess.h"
 #include "support/LogCapture.h"
@@ -45,6 +46,8 @@ class PrivateBus {
     // Ends the daemon at once; `start` brings up a new one under the same address.
     void kill();
     void start();
+    // Brings it up as a process of another user; only root can.
+    void startAs(unsigned user);
     // A bus that accepts connections but does not do anything.
     void freeze() const;
     void thaw() const;
@@ -54,6 +57,8 @@ class PrivateBus {
  private:
     // Writes the bus's configuration: its type and what follows the socket.
     void configure(const std::string& type, const std::string& rules) const;
+    // `prefix` is the command that runs the daemon, if any.
+    void startWith(const std::vector<std::string>& prefix);
 
     TemporaryFolder folder_;
     std::unique_ptr<ChildProcess> daemon_;
