@@ -86,13 +86,10 @@ void Objects::add(const std::string& path, std::vector<Interface> interfaces) {
                     })
             .method("GetAll", {"interface", "values"},
                     [&object](const std::string& interface) { return properties(object, interface); })
-            .method(
-                "Set", {"interface", "name", "value"},
-                [&object](const std::string& interface, const std::string& name,
-                          const std::variant<std::monostate>&) -> Result<Nothing> {
-                    const auto value = property(object, interface, name);
-                    return value ? Error{error::kPropertyReadOnly, "It cannot be written"} : value.error();
-                }));
+            .method("Set", {"interface", "name", "value"},
+                    [](const std::string&, const std::string&, const std::variant<std::monostate>&) {
+                        return Result<Nothing>(Error{error::kPropertyReadOnly, "It cannot be written"});
+                    }));
     object.push_back(
         Interface(kIntrospectable).method("Introspect", {"xml"}, [this, path] { return introspect(path); }));
 }

@@ -79,6 +79,11 @@ class Interface {
     Interface& method(const char* name, const Names& names, Run run) {
         return addMethod(name, names, std::function(std::move(run)));
     }
+    template <typename Self, typename Out, typename... In>
+    Interface& method(const char* name, const Names& names, Self* self, Out (Self::*run)(In...)) {
+        return method(name, names,
+                      [self, run](const std::decay_t<In>&... in) { return (self->*run)(in...); });
+    }
     // It can be read, not written.
     template <typename Get>
     Interface& property(const char* name, Get get) {

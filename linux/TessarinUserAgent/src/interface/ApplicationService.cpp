@@ -57,10 +57,7 @@ std::shared_ptr<const bus::Objects> ApplicationService::objects() {
     objects->add(kObjectPath,
                  {bus::Interface(kInterface)
                       .method("Activate", {"platform_data"}, [](const Data&) {})
-                      .method("Open", {"uris", "platform_data"},
-                              [this](const std::vector<std::string>& urls, const Data& data) {
-                                  return open(urls, data);
-                              })
+                      .method("Open", {"uris", "platform_data"}, this, &ApplicationService::open)
                       .method("ActivateAction", {"action_name", "parameter", "platform_data"},
                               [](const std::string&, const std::vector<std::variant<std::monostate>>&,
                                  const Data&) {})});

@@ -12,9 +12,6 @@
 namespace useragent {
 namespace {
 
-// Whatever it is.
-using AnyData = std::variant<std::monostate>;
-
 // The layout never changes: items are rewritten, not added or removed.
 constexpr std::uint32_t kRevision = 1;
 // Twice what menus show: panels of any density only make it smaller.
@@ -67,32 +64,15 @@ cmn::bus::Interface BusMenu::interface() {
         .property("TextDirection", [] { return QGuiApplication::isRightToLeft() ? "rtl" : "ltr"; })
         .property("Status", [] { return "normal"; })
         .property("IconThemePath", [] { return Names(); })
-        .method("GetLayout", {"parentId", "recursionDepth", "propertyNames", "revision", "layout"},
-                [this](Number parent, std::int32_t depth, const Names& names) {
-                    return layout(parent, depth, names);
-                })
-        .method("GetGroupProperties", {"ids", "propertyNames", "properties"},
-                [this](const Numbers& numbers, const Names& names) { return group(numbers, names); })
-        .method("GetProperty", {"id", "name", "value"},
-                [this](Number number, const std::string& name) { return property(number, name); })
-        .method("Event", {"id", "eventId", "data", "timestamp"},
-                [this](Number number, const std::string& what, const AnyData&, std::uint32_t) {
-                    event(number, what);
-                })
-        .method("EventGroup", {"events", "idErrors"},
-                [this](const std::vector<std::tuple<Number, std::string, AnyData, std::uint32_t>>& events) {
-                    Numbers unknown;
-                    for (const auto& [number, what, data, timestamp] : events) {
-                        if (!isKnown(number)) {
-                            unknown.push_back(number);
-                        }
-                        event(number, what);
-                    }
-                    return unknown;
-                })
-        .method("AboutToShow", {"id", "needUpdate"}, [this](Number number) { return aboutToShow(number); })
-        .method("AboutToShowGroup", {"ids", "updatesNeeded", "idErrors"},
-                [this](const Numbers& numbers) { return aboutToShowGroup(numbers); })
+        .method("GetLayout", {"parentId", "recursionDepth", "propertyNames", "revision", "layout"}, this,
+                &BusMenu::getLayout)
+        .method("GetGroupProperties", {"ids", "propertyNames", "properties"}, this,
+                &BusMenu::getGroupProperties)
+        .method("GetProperty", {"id", "name", "value"}, this, &BusMenu::getProperty)
+        .method("Event", {"id", "eventId", "data", "timestamp"}, this, &BusMenu::event)
+        .method("EventGroup", {"events", "idErrors"}, this, &BusMenu::eventGroup)
+        .method("AboutToShow", {"id", "needUpdate"}, this, &BusMenu::aboutToShow)
+        .method("AboutToShowGroup", {"ids", "updatesNeeded", "idErrors"}, this, &BusMenu::aboutToShowGroup)
         .signal<std::vector<Item>, std::vector<Removed>>("ItemsPropertiesUpdated",
                                                          {"updatedProps", "removedProps"})
         // Never sent: panels that generate code from the description expect them.
@@ -143,8 +123,8 @@ void BusMenu::actionChanged(Number number) {
                     removed.empty() ? std::vector<Removed>() : std::vector{Removed(number, removed)});
 }
 
-std::tuple<std::uint32_t, BusMenu::Layout> BusMenu::layout(Number parent, std::int32_t depth,
-                                                           const Names& names) const {
+std::tuple<std::uint32_t, BusMenu::Layout> BusMenu::getLayout(Number parent, std::int32_t depth,
+                                                              const Names& names) {
     std::vector<cmn::bus::AnyValue> children;
     if (parent == 0 && depth != 0) {
         for (Number number = 1; number <= actions_.size(); ++number) {
@@ -154,7 +134,7 @@ std::tuple<std::uint32_t, BusMenu::Layout> BusMenu::layout(Number parent, std::i
     return {kRevision, Layout(parent, properties(parent, names), std::move(children))};
 }
 
-std::vector<BusMenu::Item> BusMenu::group(const Numbers& numbers, const Names& names) const {
+std::vector<BusMenu::Item> BusMenu::getGroupProperties(const Numbers& numbers, const Names& names) {
     std::vector<Item> items;
     // No numbers mean all.
     for (Number number = 0; number <= actions_.size(); ++number) {
@@ -165,12 +145,13 @@ std::vector<BusMenu::Item> BusMenu::group(const Numbers& numbers, const Names& n
     return items;
 }
 
-BusMenu::Value BusMenu::property(Number number, const std::string& name) const {
+BusMenu::Value BusMenu::getProperty(Number number, const std::string& name) {
     const Properties found = properties(number, {name});
     return found.empty() ? Value(std::string()) : found.begin()->second;
 }
 
-void BusMenu::event(Number number, const std::string& what) {
+void BusMenu::event(Number number, const std::string& what, const AnyData& /*data*/,
+                    std::uint32_t /*timestamp*/) {
     if (what == "clicked" && isItem(number)) {
         // The panel has its answer first, whatever the selection does.
         QMetaObject::invokeMethod(actions_.at(number - 1), &QAction::trigger, Qt::QueuedConnection);
@@ -185,6 +166,17 @@ void BusMenu::event(Number number, const std::string& what) {
         open_.stop();
         events_.closed();
     }
+}
+
+BusMenu::Numbers BusMenu::eventGroup(const std::vector<Event>& events) {
+    Numbers unknown;
+    for (const auto& [number, what, data, timestamp] : events) {
+        if (!isKnown(number)) {
+            unknown.push_back(number);
+        }
+        event(number, what, data, timestamp);
+    }
+    return unknown;
 }
 
 bool BusMenu::update() {

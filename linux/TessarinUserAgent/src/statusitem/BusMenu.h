@@ -53,12 +53,16 @@ class BusMenu : public QObject {
  private:
     using Names = std::vector<std::string>;
     using Numbers = std::vector<Number>;
+    using AnyData = std::variant<std::monostate>;
+    using Event = std::tuple<Number, std::string, AnyData, std::uint32_t>;
     using Layout = std::tuple<Number, Properties, std::vector<cmn::bus::AnyValue>>;
 
-    std::tuple<std::uint32_t, Layout> layout(Number parent, std::int32_t depth, const Names& names) const;
-    std::vector<Item> group(const Numbers& numbers, const Names& names) const;
-    Value property(Number number, const std::string& name) const;
-    void event(Number number, const std::string& what);
+    // The methods.
+    std::tuple<std::uint32_t, Layout> getLayout(Number parent, std::int32_t depth, const Names& names);
+    std::vector<Item> getGroupProperties(const Numbers& numbers, const Names& names);
+    Value getProperty(Number number, const std::string& name);
+    void event(Number number, const std::string& what, const AnyData& data, std::uint32_t timestamp);
+    Numbers eventGroup(const std::vector<Event>& events);
     bool aboutToShow(Number number);
     std::tuple<Numbers, Numbers> aboutToShowGroup(const Numbers& numbers);
 
