@@ -23,7 +23,7 @@ constexpr std::chrono::seconds kLivenessPause{60};
 
 // What the bus's thread shares with the owner's.
 struct SessionBus::Inbox {
-    enum class State { connecting, ready, failed };
+    enum class Attempt { connecting, ready, failed };
     struct Arrived {
         bus::Question question;
         bus::Interface::Task answer;
@@ -36,9 +36,9 @@ struct SessionBus::Inbox {
             QMetaObject::invokeMethod(context.get(), std::move(task), Qt::QueuedConnection);
         }
     }
-    void become(State next, const std::string& why = {}) {
+    void become(Attempt next, const std::string& why = {}) {
         const std::lock_guard lock(mutex);
-        state = next;
+        attempt = next;
         failure = why;
         changed.notify_all();
     }
@@ -50,7 +50,7 @@ struct SessionBus::Inbox {
     std::condition_variable changed;
     std::unique_ptr<QObject> context =
         std::make_unique<QObject>();  // of the owner's thread; null after its end
-    State state = State::connecting;
+    Attempt attempt = Attempt::connecting;
     std::string failure;
     bool takesQuestions = true;
     std::deque<Arrived> arrived;
@@ -71,17 +71,17 @@ SessionBus::~SessionBus() {
 }
 
 void SessionBus::open() {
-    inbox_->become(Inbox::State::connecting);
+    inbox_->become(Inbox::Attempt::connecting);
     bus::Connection::Events told;
     told.ready = [this, inbox = inbox_] {
-        inbox->become(Inbox::State::ready);
+        inbox->become(Inbox::Attempt::ready);
         inbox->post([this] {
-            isLost_ = false;
+            state_ = State::ready;
             events_.ready();
         });
     };
     told.lost = [this, inbox = inbox_](const std::string& why) {
-        inbox->become(Inbox::State::failed, why);
+        inbox->become(Inbox::Attempt::failed, why);
         inbox->post([this, why] { lost(why); });
     };
     if (served_) {
@@ -109,7 +109,7 @@ void SessionBus::lost(const std::string& why) {
     if (isPossible()) {
         QTimer::singleShot(place_.retryPause, inbox_->context.get(), [this] { open(); });
     }
-    if (!std::exchange(isLost_, true)) {
+    if (std::exchange(state_, State::lost) != State::lost) {
         events_.lost(why);
     }
 }
@@ -151,16 +151,17 @@ bool SessionBus::isPossible() const {
 
 bool SessionBus::waitUntilReady(std::chrono::milliseconds patience) {
     std::unique_lock lock(inbox_->mutex);
-    inbox_->changed.wait_for(lock, patience, [this] { return inbox_->state != Inbox::State::connecting; });
-    return inbox_->state == Inbox::State::ready;
+    inbox_->changed.wait_for(lock, patience,
+                             [this] { return inbox_->attempt != Inbox::Attempt::connecting; });
+    return inbox_->attempt == Inbox::Attempt::ready;
 }
 
 std::string SessionBus::failure() const {
     const std::lock_guard lock(inbox_->mutex);
-    if (inbox_->state == Inbox::State::ready || !isPossible()) {
+    if (inbox_->attempt == Inbox::Attempt::ready || !isPossible()) {
         return {};
     }
-    return inbox_->state == Inbox::State::failed ? inbox_->failure : "no answer in time";
+    return inbox_->attempt == Inbox::Attempt::failed ? inbox_->failure : "no answer in time";
 }
 
 void SessionBus::call(bus::Message message, std::chrono::milliseconds timeout,

@@ -42,7 +42,9 @@ class SessionBus {
     bool waitUntilReady(std::chrono::milliseconds patience);
     // Why it is not there; empty when there is nothing to connect to.
     std::string failure() const;
-    bool isLost() const { return isLost_; }
+    // As told last.
+    enum class State { unknown, ready, lost };
+    State state() const { return state_; }
 
     // The one of the moment; of no use while it is not ready.
     cmn::bus::Connection& connection() { return *connection_; }
@@ -83,7 +85,7 @@ class SessionBus {
     const std::shared_ptr<const cmn::bus::Objects> served_;
     const std::shared_ptr<Inbox> inbox_;
     std::shared_ptr<cmn::bus::Connection> connection_;
-    bool isLost_ = false;  // and that was told
+    State state_ = State::unknown;
 };
 
 }  // namespace useragent

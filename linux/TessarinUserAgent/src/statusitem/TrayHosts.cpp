@@ -43,12 +43,13 @@ void TrayHosts::subscribe() {
 
 void TrayHosts::ask() {
     const int question = ++lastQuestion_;
-    if (bus_.isLost()) {
+    if (bus_.state() == SessionBus::State::lost) {
         QMetaObject::invokeMethod(
             this, [this] { onAnswer_(TrayRoad::windowSystem); }, Qt::QueuedConnection);
-        return;
     }
-    // One that is not ready yet asks when it is.
+    if (bus_.state() != SessionBus::State::ready) {
+        return;  // asked when it is
+    }
     bus_.call(bus_.connection().makeCall(kWatcher, kWatcherPath, bus::kProperties, "Get", kWatcher, kHasHost),
               timeout_, [this, question](const SessionBus::Reply& reply) {
                   if (question == lastQuestion_) {
