@@ -381,8 +381,10 @@ TEST_F(ApplicationServiceTest, AnAgentThatStartedWithoutTheBusClaimsTheNameWhenI
 
 TEST_F(ApplicationServiceTest, ABusThatDoesNotAnswerIsGivenUpInTimeAndUsedWhenItDoes) {
     bus.freeze();
+    const auto begin = bus::Clock::now();
     ApplicationService first(place, 100ms);
     EXPECT_EQ(first.claim(), ApplicationService::Role::alone);
+    EXPECT_LT(bus::Clock::now() - begin, 3s) << "a connection that is being made is given up later";
     EXPECT_EQ(first.refusal(), "no answer in time");
     handle(first);
     bus.thaw();
