@@ -192,12 +192,24 @@ TEST_F(ServiceHostTest, EndsWithStatus1WhenTheNameIsTaken) {
     EXPECT_FALSE(first.process().wait(0ms)) << "the first is not disturbed";
 }
 
-TEST_F(ServiceHostTest, EndsWithStatus1WhenTheBusIsLost) {
+TEST_F(ServiceHostTest, ListensAgainWhenTheBusIsBack) {
     HostProcess host(bus.address());
     ASSERT_TRUE(host.isReady());
     bus.kill();
-    EXPECT_EQ(host.process().wait(), 1);
+    std::vector<std::string> lost;
+    for (int i = 0; i < 2; ++i) {
+        const auto event = host.event();
+        ASSERT_TRUE(event.IsObject());
+        EXPECT_STREQ(event["event"].GetString(), "lost");
+        lost.emplace_back(event["service"].GetString());
+    }
+    EXPECT_THAT(lost, testing::UnorderedElementsAre(kService, "com.tessarin.FinderExtension"));
+    bus.start();
+    ASSERT_TRUE(host.isReady());
     EXPECT_THAT(host.process().errors(), HasSubstr("can no longer listen"));
+    const QDBusMessage answer =
+        RawPeer(bus.address()).call(RawPeer::message(kService, kPath, kService, "Version"));
+    EXPECT_EQ(answer.arguments(), QVariantList{QStringLiteral("1.0")});
 }
 
 TEST_F(ServiceHostTest, ListensOnTheBusItIsToldTo) {

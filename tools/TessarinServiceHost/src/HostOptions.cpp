@@ -144,11 +144,12 @@ Commands, one a line on the standard input (its end does not end the program):
   stop                   stop listening, keep running
   quit                   end; so do SIGTERM and SIGINT
 
-Events on the standard output: ready (once for each service), url (a report, with the user who sent it
-when that is known), getURL (the answer to the command), reloaded, stopped, error. The Finder extension
-service keeps a log of its own in the install path that the settings name for this program, else beside
-the program. Exit status: 0 after quit, a signal or made settings, 1 when a name or the bus cannot be had
-or is lost, 2 for bad arguments, also for a file among them that cannot be used.
+Events on the standard output: ready (a service listens), lost (it does not any more: the bus or the name
+is gone and is claimed again every three seconds), url (a report, with the user who sent it when that is
+known), getURL (the answer to the command), reloaded, stopped, error. The Finder extension service keeps a
+log of its own in the install path that the settings name for this program, else beside the program. Exit
+status: 0 after quit, a signal or made settings, 1 when a name or the bus cannot be had at the start, 2 for
+bad arguments, also for a file among them that cannot be used.
 )";
 }
 

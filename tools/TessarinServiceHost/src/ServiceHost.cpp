@@ -75,11 +75,16 @@ void ServiceHost::listenerChanged(const cmn::DBusListenerEvent& event) {
                       {{"service", event.machServiceName}, {"bus", busName_}, {"pid", cmn::GetPID()}});
         return;
     }
-    const char* const what =
-        event.state == cmn::DBusListenerState::failed ? "cannot listen" : "can no longer listen";
-    std::fprintf(stderr, "TessarinServiceHost: %s as %s on the %s bus: %s\n", what,
-                 event.machServiceName.c_str(), busName_, event.reason.c_str());
-    dispatch_->asyncMain([this] { end_(1); });
+    const bool isLost = event.state == cmn::DBusListenerState::lost;
+    std::fprintf(stderr, "TessarinServiceHost: %s as %s on the %s bus: %s\n",
+                 isLost ? "can no longer listen" : "cannot listen", event.machServiceName.c_str(), busName_,
+                 event.reason.c_str());
+    if (isLost) {
+        // The listener claims its name again, for as long as it takes.
+        events_.write("lost", {{"service", event.machServiceName}});
+    } else {
+        dispatch_->asyncMain([this] { end_(1); });
+    }
 }
 
 void ServiceHost::execute(const std::string& command) {

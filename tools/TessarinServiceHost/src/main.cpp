@@ -1,3 +1,4 @@
+#include <malloc.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -31,6 +32,13 @@ int BlockEndSignals() {
     pthread_sigmask(SIG_BLOCK, &ends, nullptr);
     std::signal(SIGPIPE, SIG_IGN);  // a reader of the events that goes away does not end the host
     return signalfd(-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+// A message of many MiB goes back to the system as soon as it was refused: without this the allocator takes
+// it for the usual size and keeps as much for the next one.
+void KeepNoLargeMessages() {
+    constexpr int kLargestKept = 256 * 1024;
+    ::mallopt(M_MMAP_THRESHOLD, kLargestKept);
 }
 
 // Without a file that can be written the log goes to the error stream.
@@ -84,6 +92,7 @@ int main(int argc, char** argv) {
     }
     const auto& options = std::get<host::HostOptions>(parsed);
     InstallLogCrashHandlers();
+    KeepNoLargeMessages();
     const int signalDescriptor = BlockEndSignals();
     SetLogLevel(options.logLevel);
     UseLogFile(options.logFile);
