@@ -134,6 +134,21 @@ TEST_F(AtspiObserverTest, IsSilentBeforeAndAfterItsTimeOnTheMainLoop) {
     EXPECT_EQ(texts(), std::vector<std::string>{"during"});
 }
 
+TEST_F(AtspiObserverTest, TellsWhatTwoSubscriptionsReadInTheOrderOfTheAnswers) {
+    const auto field = observeField();
+    const auto windows = observeWindows();
+    const auto second = application.addWindow("Second - Browser", "second");
+    for (std::size_t round = 1; round <= 20; ++round) {
+        const bool isSecond = round % 2 == 1;
+        application.edit(window.field, std::to_string(round));
+        application.activate(isSecond ? second.frame : window.frame,
+                             isSecond ? "Second - Browser" : "Page - Browser");
+        ASSERT_TRUE(fake::WaitFor([&] { return seen.entries.size() >= 2 * round; })) << round;
+        EXPECT_EQ(seen.entries[2 * round - 2].name, kValueChangedNotification) << round;
+        EXPECT_EQ(seen.entries[2 * round - 1].name, kMainWindowChangedNotification) << round;
+    }
+}
+
 TEST_F(AtspiObserverTest, EndsWithItsObject) {
     auto observer = observeField();
     application.edit(window.field, "a");

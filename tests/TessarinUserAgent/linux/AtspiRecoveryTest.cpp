@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "AtspiFixture.h"
+#include "accessibility/AccessibilityBus.h"
 #include "support/ChildProcess.h"
 
 using useragent::AXElementRef;
@@ -255,6 +256,29 @@ TEST_F(AtspiRecoveryTest, TellsThatEverythingIsToBeFoundAnewWhenItWasSwitchedOff
     desktop.isEnabled = true;
     accessibility->prepare({browser.pid()});
     EXPECT_TRUE(addressField(browser.pid()));
+}
+
+TEST_F(AtspiRecoveryTest, TellsWhoeverSubscribesToALostBusThatItIsLost) {
+    Browser browser(desktop);
+    const AXElementRef application = accessibility->createApplication(browser.pid());
+    const auto first = observe(browser.pid(), application, kMainWindowChangedNotification);
+    const std::shared_ptr<useragent::Session> session =
+        accessibility->bus().lock()->session(std::chrono::steady_clock::now() + kDeadline);
+    ASSERT_TRUE(session);
+    session->subscriptions->end();
+    ASSERT_TRUE(fake::WaitFor([&] { return seen.entries.size() == 1; }));
+    const auto second = observe(browser.pid(), application, kMainWindowChangedNotification);
+    EXPECT_TRUE(fake::WaitFor([&] { return seen.entries.size() == 2; })) << "it came too late to be told";
+    QCoreApplication::processEvents();
+    EXPECT_EQ(seen.entries.size(), 2U) << "the first was not told again";
+
+    std::unique_ptr<AXObserver> third;
+    ASSERT_EQ(accessibility->createObserver(browser.pid(), seen.callback(), third), AXError::success);
+    ASSERT_EQ(third->addNotification(application, kMainWindowChangedNotification), AXError::success);
+    fake::WaitFor([&] { return seen.entries.size() > 2; }, 100ms);
+    EXPECT_EQ(seen.entries.size(), 2U) << "it is not on the main loop yet";
+    third->addToMainRunLoop();
+    EXPECT_TRUE(fake::WaitFor([&] { return seen.entries.size() == 3; })) << "the loss is not forgotten";
 }
 
 TEST_F(AtspiRecoveryTest, WaitsForAFrozenBusOnlyUntilTheDeadline) {

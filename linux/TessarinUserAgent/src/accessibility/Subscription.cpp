@@ -53,8 +53,25 @@ void Subscription::close() {
 }
 
 void Subscription::setDelivering(bool delivering) {
-    const std::lock_guard lock(mutex_);
-    delivering_ = delivering;
+    bool isOwed = false;
+    {
+        const std::lock_guard lock(mutex_);
+        delivering_ = delivering;
+        isOwed = delivering && lost_;
+    }
+    if (isOwed) {
+        tellLoss();
+    }
+}
+
+void Subscription::lost() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (std::exchange(lost_, true)) {
+            return;
+        }
+    }
+    tellLoss();
 }
 
 bool Subscription::isClosed() const {

@@ -34,7 +34,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     AXError open(cmn::bus::Deadline deadline);
     void close();
 
-    // Notifications are passed on only while this is on.
+    // Notifications are passed on only while this is on. That the bus is lost is told then if it was before.
     void setDelivering(bool delivering);
 
     // The following are called in the bus's thread.
@@ -43,14 +43,16 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     virtual void recovered(const std::string& /*busName*/) {}
     // Signals may have been missed.
     virtual void refresh() {}
-    // The bus the subscription was made on is gone.
-    virtual void lost() {}
+    // The bus the subscription was made on is gone. Counts once.
+    void lost();
 
  protected:
     Subscription(const std::shared_ptr<Session>& session, std::int32_t pid, Source source,
                  AXObserverCallback callback);
 
     virtual void signalled(const cmn::bus::Message& signal) = 0;
+    // Any thread.
+    virtual void tellLoss() {}
 
     // Asks the application without waiting. False when it cannot be asked, because it is known not to answer
     // or all is over. `done` is called in the bus's thread, unless this was closed meanwhile.
@@ -91,6 +93,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     bool registered_ = false;
     bool closed_ = false;
     bool delivering_ = false;
+    bool lost_ = false;
 };
 
 }  // namespace useragent

@@ -47,10 +47,4 @@ void WindowSubscription::activated(const std::string& path, const cmn::bus::Resu
     }
 }
 
-void WindowSubscription::lost() {
-    if (!std::exchange(isLost_, true)) {
-        deliver(application_, kMainWindowChangedNotification);
-    }
-}
-
 }  // namespace useragent

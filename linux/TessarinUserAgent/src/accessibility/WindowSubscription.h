@@ -11,11 +11,11 @@ class WindowSubscription final : public Subscription {
                        AXObserverCallback callback);
 
     void recovered(const std::string& busName) override;
-    // Whoever follows the application has to find everything anew: told as another main window.
-    void lost() override;
 
  protected:
     void signalled(const cmn::bus::Message& signal) override;
+    // Whoever follows the application has to find everything anew: told as another main window.
+    void tellLoss() override { deliver(application_, kMainWindowChangedNotification); }
 
  private:
     // An application that did not say what kind of window it activated is asked once more when it answers
@@ -30,7 +30,6 @@ class WindowSubscription final : public Subscription {
     std::string mainWindow_;
     std::string lastActivated_;
     Examination examination_ = Examination::first;  // of that window
-    bool isLost_ = false;
 };
 
 }  // namespace useragent
