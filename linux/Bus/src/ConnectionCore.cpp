@@ -377,20 +377,6 @@ Deadline ConnectionCore::nextDeadline() const {
     return until;
 }
 
-int ConnectionCore::onMessage(sd_bus_message* message, void* core, sd_bus_error* /*error*/) {
-    auto& self = *static_cast<ConnectionCore*>(core);
-    if (!self.events_.asked || sd_bus_message_is_method_call(message, nullptr, nullptr) <= 0) {
-        return 0;
-    }
-    Message question(self.wire_, sd_bus_message_ref(message));
-    if (question.interface() == "org.freedesktop.DBus.Peer") {
-        return 0;  // the library answers it
-    }
-    self.happened_.emplace_back(
-        [&self, asked = Question(self.weak_from_this(), std::move(question))] { self.events_.asked(asked); });
-    return 1;
-}
-
 bool ConnectionCore::isReady() const {
     const std::lock_guard lock(wire_->mutex);
     return state_ == State::ready;
