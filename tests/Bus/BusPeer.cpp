@@ -67,8 +67,10 @@ int main(int count, char** arguments) {
         return 1;
     }
     if (std::string_view(arguments[1]) == "flood") {
-        return count == 6 && Flood(bus, arguments[3], std::atoi(arguments[4]), std::atoi(arguments[5])) ? 0
-                                                                                                        : 1;
+        const bool good =
+            count == 6 && Flood(bus, arguments[3], std::atoi(arguments[4]), std::atoi(arguments[5]));
+        sd_bus_flush_close_unref(bus);
+        return good ? 0 : 1;
     }
     sd_bus_add_filter(bus, nullptr, &Answer, nullptr);
     std::puts(name);
@@ -79,5 +81,6 @@ int main(int count, char** arguments) {
             result = sd_bus_wait(bus, UINT64_MAX);
         }
     }
+    sd_bus_unref(bus);
     return 0;
 }
