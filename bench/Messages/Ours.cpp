@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <future>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "Records.h"

@@ -34,7 +34,7 @@ constexpr std::size_t kMostMemory = 128 * kMiB;
 constexpr std::size_t kMostKept = 8 * kMiB;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;  // the sanitizer's own memory is the larger part, and all is slower
+constexpr bool kSanitized = true;  // the larger part of the memory is the sanitizer's
 #else
 constexpr bool kSanitized = false;
 #endif
