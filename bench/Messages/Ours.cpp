@@ -11,6 +11,7 @@
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "support/HurriedDispatch.h"
+#include "support/HurriedTransport.h"
 #include "xpccommon/FinderExtensionObjCXPCServer.h"
 #include "xpccommon/FinderExtensionXPCClient.h"
 
@@ -45,7 +46,8 @@ class CountingScanner : public cmn::IFinderExtensionOperations {
 
 Surroundings::Surroundings()
     : dispatch(std::make_shared<cmn::LinuxDispatch>()),
-      transport(std::make_shared<cmn::DBusXPCTransport>(dispatch)) {}
+      transport(std::make_shared<fake::HurriedTransport>(std::make_shared<cmn::DBusXPCTransport>(dispatch),
+                                                         kPatience)) {}
 
 Surroundings::~Surroundings() {
     dispatch->stop();

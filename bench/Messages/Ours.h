@@ -4,9 +4,9 @@
 #include <string>
 
 namespace cmn {
-class DBusXPCTransport;
 class FinderExtensionXPCClient;
 class LinuxDispatch;
+class XPCTransport;
 }  // namespace cmn
 
 // The product's own two ends.
@@ -21,7 +21,7 @@ class Surroundings {
     Surroundings& operator=(const Surroundings&) = delete;
 
     const std::shared_ptr<cmn::LinuxDispatch> dispatch;
-    const std::shared_ptr<cmn::DBusXPCTransport> transport;
+    const std::shared_ptr<cmn::XPCTransport> transport;
 };
 
 class Client {
