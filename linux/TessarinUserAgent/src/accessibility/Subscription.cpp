@@ -91,11 +91,11 @@ void Subscription::noteSilence(const cmn::bus::Error* error) const {
     }
 }
 
-void Subscription::deliver(AXElementRef element, const char* notification) {
-    dispatch_->asyncMain([weak = weak_from_this(), element = std::move(element), notification] {
+void Subscription::deliver(AXElementRef element, const char* notification, bool* isTold) {
+    dispatch_->asyncMain([weak = weak_from_this(), element = std::move(element), notification, isTold] {
         // The callback may close and let go of it.
         const auto self = weak.lock();
-        if (self && self->isDelivering()) {
+        if (self && self->isDelivering() && (isTold == nullptr || !std::exchange(*isTold, true))) {
             self->callback_(element, notification);
         }
     });

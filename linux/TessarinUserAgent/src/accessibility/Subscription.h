@@ -73,7 +73,8 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
         return true;
     }
 
-    void deliver(AXElementRef element, const char* notification);
+    // `isTold`, of this object, is set on the main thread: what is told already is not told again.
+    void deliver(AXElementRef element, const char* notification, bool* isTold = nullptr);
     std::shared_ptr<Session> session() const { return session_.lock(); }
     const atspi::ObjectRef& object() const { return source_.object; }
 

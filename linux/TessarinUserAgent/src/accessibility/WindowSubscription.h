@@ -15,7 +15,7 @@ class WindowSubscription final : public Subscription {
  protected:
     void signalled(const cmn::bus::Message& signal) override;
     // Whoever follows the application has to find everything anew: told as another main window.
-    void tellLoss() override { deliver(application_, kMainWindowChangedNotification); }
+    void tellLoss() override { deliver(application_, kMainWindowChangedNotification, &isLossTold_); }
 
  private:
     // An application that did not say what kind of window it activated is asked once more when it answers
@@ -30,6 +30,7 @@ class WindowSubscription final : public Subscription {
     std::string mainWindow_;
     std::string lastActivated_;
     Examination examination_ = Examination::first;  // of that window
+    bool isLossTold_ = false;                       // main thread only
 };
 
 }  // namespace useragent
