@@ -69,7 +69,7 @@ cmn::bus::Interface BusMenu::interface() {
         .method("GetGroupProperties", {"ids", "propertyNames", "properties"}, this,
                 &BusMenu::getGroupProperties)
         .method("GetProperty", {"id", "name", "value"}, this, &BusMenu::getProperty)
-        .method("Event", {"id", "eventId", "data", "timestamp"}, this, &BusMenu::event)
+        .method("Event", {"id", "eventId", "data", "timestamp"}, this, &BusMenu::menuEvent)
         .method("EventGroup", {"events", "idErrors"}, this, &BusMenu::eventGroup)
         .method("AboutToShow", {"id", "needUpdate"}, this, &BusMenu::aboutToShow)
         .method("AboutToShowGroup", {"ids", "updatesNeeded", "idErrors"}, this, &BusMenu::aboutToShowGroup)
@@ -150,8 +150,8 @@ BusMenu::Value BusMenu::getProperty(Number number, const std::string& name) {
     return found.empty() ? Value(std::string()) : found.begin()->second;
 }
 
-void BusMenu::event(Number number, const std::string& what, const AnyData& /*data*/,
-                    std::uint32_t /*timestamp*/) {
+void BusMenu::menuEvent(Number number, const std::string& what, const AnyData& /*data*/,
+                        std::uint32_t /*timestamp*/) {
     if (what == "clicked" && isItem(number)) {
         // The panel has its answer first, whatever the selection does.
         QMetaObject::invokeMethod(actions_.at(number - 1), &QAction::trigger, Qt::QueuedConnection);
@@ -174,7 +174,7 @@ BusMenu::Numbers BusMenu::eventGroup(const std::vector<Event>& events) {
         if (!isKnown(number)) {
             unknown.push_back(number);
         }
-        event(number, what, data, timestamp);
+        menuEvent(number, what, data, timestamp);
     }
     return unknown;
 }

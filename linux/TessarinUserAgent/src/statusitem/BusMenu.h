@@ -61,7 +61,7 @@ class BusMenu : public QObject {
     std::tuple<std::uint32_t, Layout> getLayout(Number parent, std::int32_t depth, const Names& names);
     std::vector<Item> getGroupProperties(const Numbers& numbers, const Names& names);
     Value getProperty(Number number, const std::string& name);
-    void event(Number number, const std::string& what, const AnyData& data, std::uint32_t timestamp);
+    void menuEvent(Number number, const std::string& what, const AnyData& data, std::uint32_t timestamp);
     Numbers eventGroup(const std::vector<Event>& events);
     bool aboutToShow(Number number);
     std::tuple<Numbers, Numbers> aboutToShowGroup(const Numbers& numbers);
