@@ -94,6 +94,21 @@ TEST_F(UnsealFailuresTest, AFolderThatTakesNoFileLeavesTheFileAsItWas) {
     fs::permissions(folder_.path(), fs::perms(0700));
 }
 
+TEST_F(UnsealFailuresTest, AFileThatMayNotBeWrittenStaysAsItWas) {
+    fs::permissions(folder_.path(), fs::perms(0777));
+    fs::permissions(file_, fs::perms(0444));
+    const bool isRoot = geteuid() == 0;
+    if (isRoot) {
+        setfsuid(12'345);
+    }
+    EXPECT_EQ(refusal(file_, UnsealStatus::unwritable), "Permission denied");
+    if (isRoot) {
+        setfsuid(0);
+    }
+    EXPECT_EQ(content(), sealed_);
+    EXPECT_THAT(names(), ElementsAre("file.txt"));
+}
+
 TEST_F(UnsealFailuresTest, RelativePathsAreRefused) {
     const fs::path before = fs::current_path();
     fs::current_path(folder_.path());
