@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -21,6 +22,7 @@
 #include "Common/OwnSystem.h"
 #include "FileScanner.h"
 #include "FileText.h"
+#include "ReplacementFile.h"
 #include "SealedFile.h"
 #include "common/fs.h"
 #include "support/LogCapture.h"
@@ -246,10 +248,9 @@ TEST_F(OtherUsersTest, SeeOneFileOrTheOtherWhenALinkIsSwapped) {
     const fs::path place = makeFolder("place", nobody_.user, 0755);
     const fs::path own = make("place/own", "own", nobody_.user, nobody_.group, 0600);
     const fs::path secret = make("secret", "much more than one word", 0, 0, 0600);
-    std::atomic<bool> end{false};
     fs::create_symlink(own, place / "link");
-    std::thread swapper([&] {
-        for (int i = 0; !end; ++i) {
+    const std::jthread swapper([&](const std::stop_token& stop) {
+        for (int i = 0; !stop.stop_requested(); ++i) {
             fs::create_symlink(i % 2 == 0 ? secret : own, place / "new");
             fs::rename(place / "new", place / "link");
         }
@@ -266,8 +267,6 @@ TEST_F(OtherUsersTest, SeeOneFileOrTheOtherWhenALinkIsSwapped) {
             ASSERT_THAT(counts, ElementsAre("1"));
         }
     }
-    end = true;
-    swapper.join();
     EXPECT_GT(seen, 0);
     EXPECT_GT(refused, 0);
 }
@@ -319,6 +318,16 @@ TEST_F(OtherUsersTest, DecryptOnlyInFoldersThatTheyMayChange) {
         EXPECT_EQ(EntriesOf(place), 1U) << "no temporary file stays";
     }
     EXPECT_EQ(decrypt(folder_ / "place/file", daemon_), UnsealStatus::unsealed) << "it is his";
+}
+
+TEST_F(OtherUsersTest, WriteNothingBesideAFileThatTheyDoNotReach) {
+    makeFolder("closed", 0, 0700);
+    const fs::path inner = makeFolder("closed/inner", 0, 0777);
+    make("closed/inner/file", kSealed, nobody_.user, nobody_.group, 0666);
+    const FileUser nobody(nobody_);
+    EXPECT_EQ(fake::FailureOf([&] { const ReplacementFile replacement(inner / "file", nobody); }),
+              "Permission denied");
+    EXPECT_EQ(EntriesOf(inner), 1U);
 }
 
 TEST_F(OtherUsersTest, LeaveADecryptedFileToItsOwner) {
