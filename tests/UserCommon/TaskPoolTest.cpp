@@ -2,7 +2,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <boost/asio/steady_timer.hpp>
 #include <filesystem>
 #include <future>
 #include <memory>
@@ -142,18 +141,6 @@ TEST_F(TaskPoolTest, ATimerFiresInAPoolThatRanNothingYet) {
     makePool(4);
     std::promise<void> fired;
     pool->after(1ms, [&] { fired.set_value(); });
-    EXPECT_EQ(fired.get_future().wait_for(20s), std::future_status::ready);
-}
-
-TEST_F(TaskPoolTest, AsioOperationsGoOnWhateverTheTasksDo) {
-    makePool(3);
-    std::promise<void> fired;
-    pool->post([&] {
-        const auto timer = std::make_shared<boost::asio::steady_timer>(pool->context(), 20ms);
-        timer->async_wait([timer, &fired](const boost::system::error_code&) { fired.set_value(); });
-        blockOn();
-    });
-    block(1);
     EXPECT_EQ(fired.get_future().wait_for(20s), std::future_status::ready);
 }
 

@@ -1,6 +1,8 @@
 #include "linux_usercommon/TaskPool.h"
 
 #include <algorithm>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <exception>
@@ -45,14 +47,14 @@ class TaskPool::Crew {
         }
     }
 
-    // The same for what waits in the context: whatever the tasks do, a thread is left that notices its time,
+    // The same for a task that waits for its time: whatever the others do, a thread is left that notices it,
     // as long as the pool's number of threads allows it.
     template <typename Hand>
-    void takeWait(Hand hand) {
+    void takeTimer(Hand hand) {
         const std::lock_guard lock(mutex_);
         if (!stopped_) {
             hand();
-            waits_ = 1;
+            watchers_ = 1;
             addMissingThreads();
         }
     }
@@ -98,7 +100,7 @@ class TaskPool::Crew {
     void addMissingThreads() {
         const auto context = context_.lock();
         try {
-            while (context && !stopped_ && threads_.size() < std::min(most_, tasks_ + waits_)) {
+            while (context && !stopped_ && threads_.size() < std::min(most_, tasks_ + watchers_)) {
                 addThread(context);
                 complained_ = false;
             }
@@ -117,8 +119,8 @@ class TaskPool::Crew {
     const std::size_t most_;
     std::mutex mutex_;  // guards what follows
     std::vector<std::thread> threads_;
-    std::size_t tasks_ = 0;  // that run or wait for a thread
-    std::size_t waits_ = 0;  // 1 once something has waited in the context
+    std::size_t tasks_ = 0;     // that run or wait for a thread
+    std::size_t watchers_ = 0;  // 1 once a task has waited for its time
     bool complained_ = false;
     bool stopped_ = false;
 };
@@ -139,7 +141,7 @@ void TaskPool::post(Task task) {
 }
 
 void TaskPool::after(std::chrono::nanoseconds delay, Task task) {
-    crew_->takeWait([&] {
+    crew_->takeTimer([&] {
         const auto timer = std::make_shared<boost::asio::steady_timer>(*context_, delay);
         timer->async_wait(
             [timer, crew = crew_, task = std::move(task)](const boost::system::error_code& error) mutable {
@@ -148,11 +150,6 @@ void TaskPool::after(std::chrono::nanoseconds delay, Task task) {
                 }
             });
     });
-}
-
-boost::asio::io_context& TaskPool::context() {
-    crew_->takeWait([] {});
-    return *context_;
 }
 
 void TaskPool::close() {

@@ -34,7 +34,6 @@ class LinuxDispatch final : public Dispatch {
     // A queue of its own. Nothing but tasks of such queues runs on its threads: whatever else is busy or
     // waits, the quick tasks are run.
     std::shared_ptr<SerialQueue> createSerialQueue();
-    const std::shared_ptr<TaskPool>& pool() const { return normal_; }
 
     // Wakes every wait for a semaphore as timed out, lets running tasks finish, drops the others and ignores
     // later ones. Not to be called within a task.

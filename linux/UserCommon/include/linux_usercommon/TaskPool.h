@@ -1,14 +1,17 @@
 #pragma once
 
-#include <boost/asio/io_context.hpp>
 #include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
 
+namespace boost::asio {
+class io_context;
+}
+
 namespace cmn {
 
-// Threads that run tasks, timers and asio operations. One is there from the beginning; the others are made
+// Threads that run tasks, at once or at a time. One is there from the beginning; the others are made
 // when a task finds none idle, and stay. Owned by a shared pointer. Thread-safe.
 class TaskPool {
  public:
@@ -29,9 +32,6 @@ class TaskPool {
     void close();
     // The same; waits for the tasks that run and destroys those that did not.
     void stop();
-
-    // Only for operations started on a thread of the pool.
-    boost::asio::io_context& context();
 
  private:
     class Crew;
