@@ -91,7 +91,7 @@ class TaskPoolTest : public testing::Test {
     std::promise<void> release;
     const std::shared_future<void> released = release.get_future().share();
     std::atomic<int> inside{0};
-    const NewThreads threads;
+    const NewThreads threads{};
     std::shared_ptr<cmn::TaskPool> pool;
 };
 
