@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "linux_bus/Connection.h"
 
@@ -37,7 +38,11 @@ class Place {
 class Admission {
  public:
     // Peers of a user share what they may have waiting.
-    explicit Admission(std::shared_ptr<Backlog> user) : user_(std::move(user)) {}
+    explicit Admission(std::shared_ptr<Backlog> user = std::make_shared<Backlog>())
+        : user_(std::move(user)) {}
+
+    // Once it is known whose the peer is.
+    void setUser(std::shared_ptr<Backlog> user) { user_ = std::move(user); }
 
     // A place, or why there is none. `mostBytes` is what the arguments may have.
     bus::Result<std::shared_ptr<Place>> admit(const bus::Message& message, std::size_t mostBytes);
@@ -47,7 +52,7 @@ class Admission {
 
  private:
     const std::shared_ptr<Backlog> peer_ = std::make_shared<Backlog>();
-    const std::shared_ptr<Backlog> user_;
+    std::shared_ptr<Backlog> user_;
     bus::Deadline quietUntil_{};
     std::size_t unsaid_ = 0;
     bus::Deadline unreadUntil_{};

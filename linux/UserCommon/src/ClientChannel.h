@@ -50,8 +50,8 @@ class ClientChannel final : public BusChannel {
 
     const BusSettings settings_;
     const std::string service_;
-    Admission admission_{std::make_shared<Backlog>()};  // of the loop's thread
-    std::shared_ptr<bus::Subscription> ownerChanges_;   // of the loop's thread
+    Admission admission_;                              // of the loop's thread
+    std::shared_ptr<bus::Subscription> ownerChanges_;  // of the loop's thread
 
     mutable std::mutex mutex_;  // guards what follows, never held across a call
     State state_ = State::created;

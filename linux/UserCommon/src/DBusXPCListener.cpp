@@ -63,7 +63,7 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
     // One peer. What it sends waits until the bus has said who it is, and the service whether it is accepted.
     struct Peer {
         std::string name;
-        std::unique_ptr<Admission> admission;
+        Admission admission;
         std::deque<std::pair<bus::Question, std::shared_ptr<Place>>> waiting;
         std::shared_ptr<PeerChannel> channel;           // once it is known who it is
         std::shared_ptr<DBusXPCConnection> connection;  // the service need not keep it
@@ -199,7 +199,7 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
         if (!entry) {
             entry = std::make_shared<Peer>();
             entry->name = sender;
-            entry->admission = std::make_unique<Admission>(strangers_);
+            entry->admission.setUser(strangers_);
             askWhoItIs(entry, kMostQuestionsAboutAPeer);
         }
         const PeerRef peer = entry;
@@ -207,23 +207,23 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
             deliver(*peer, question);
             return;
         }
-        auto place = peer->admission->admit(question.message(), kMostUnknownBytes);
+        auto place = peer->admission.admit(question.message(), kMostUnknownBytes);
         if (place) {
             peer->waiting.emplace_back(question, std::move(*place));
         } else {
-            peer->admission->refuse(question, sender, place.error());
+            peer->admission.refuse(question, sender, place.error());
         }
     }
 
     void deliver(Peer& peer, const bus::Question& question) {
         auto found = peer.channel->find(question.message());
         if (!found) {
-            peer.admission->refuse(question, peer.name, found.error());
+            peer.admission.refuse(question, peer.name, found.error());
             return;
         }
-        auto place = peer.admission->admit(question.message(), found->method->mostBytes);
+        auto place = peer.admission.admit(question.message(), found->method->mostBytes);
         if (!place) {
-            peer.admission->refuse(question, peer.name, place.error());
+            peer.admission.refuse(question, peer.name, place.error());
             return;
         }
         peer.channel->deliver(question, std::move(*found), std::move(*place));
@@ -253,8 +253,8 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
             return;
         }
         for (const auto& [question, place] : peer->waiting) {
-            peer->admission->refuse(question, peer->name,
-                                    {bus::error::kAccessDenied, "It is not known who asks: " + why});
+            peer->admission.refuse(question, peer->name,
+                                   {bus::error::kAccessDenied, "It is not known who asks: " + why});
         }
         peers_.erase(peer->name);
     }
@@ -269,7 +269,7 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
             shared = std::make_shared<Backlog>();
             backlog = shared;
         }
-        peer->admission = std::make_unique<Admission>(std::move(shared));
+        peer->admission.setUser(std::move(shared));
         XPCPeer asker;
         asker.userID = credentials.userID;
         asker.processID = credentials.processID;
