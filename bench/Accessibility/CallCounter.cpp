@@ -1,11 +1,13 @@
-// Stands before the bus library's sending functions and counts.
+// Stands before the sending functions of both bus libraries and counts.
 
 #include "CallCounter.h"
 
 #include <dbus/dbus.h>
 #include <dlfcn.h>
+#include <systemd/sd-bus.h>
 
 #include <atomic>
+#include <cstdint>
 
 namespace {
 
@@ -44,5 +46,18 @@ dbus_bool_t dbus_connection_send(DBusConnection* connection, DBusMessage* messag
     static auto* const next = Next<decltype(dbus_connection_send)>("dbus_connection_send");
     ++g_calls;
     return next(connection, message, serial);
+}
+
+int sd_bus_call_async(sd_bus* bus, sd_bus_slot** slot, sd_bus_message* call,
+                      sd_bus_message_handler_t callback, void* userdata, std::uint64_t microseconds) {
+    static auto* const next = Next<decltype(sd_bus_call_async)>("sd_bus_call_async");
+    ++g_calls;
+    return next(bus, slot, call, callback, userdata, microseconds);
+}
+
+int sd_bus_send(sd_bus* bus, sd_bus_message* message, std::uint64_t* cookie) {
+    static auto* const next = Next<decltype(sd_bus_send)>("sd_bus_send");
+    ++g_calls;
+    return next(bus, message, cookie);
 }
 }
