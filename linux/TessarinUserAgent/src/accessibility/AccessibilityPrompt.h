@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "accessibility/AccessibilityBus.h"
+#include "accessibility/AtspiQueries.h"
 
 namespace useragent {
 
