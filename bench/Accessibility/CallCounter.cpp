@@ -54,10 +54,4 @@ int sd_bus_call_async(sd_bus* bus, sd_bus_slot** slot, sd_bus_message* call,
     ++g_calls;
     return next(bus, slot, call, callback, userdata, microseconds);
 }
-
-int sd_bus_send(sd_bus* bus, sd_bus_message* message, std::uint64_t* cookie) {
-    static auto* const next = Next<decltype(sd_bus_send)>("sd_bus_send");
-    ++g_calls;
-    return next(bus, message, cookie);
-}
 }
