@@ -18,7 +18,11 @@ if(TESSARIN_PLATFORM STREQUAL "macos")
 endif()
 target_link_options(tessarin_boost INTERFACE -rdynamic)
 
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Widgets Svg)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets Svg)
+if(TESSARIN_BUILD_TESTS OR TESSARIN_BUILD_BENCH)
+    # Peers that share nothing with the bus library of the product.
+    find_package(Qt6 6.4 REQUIRED COMPONENTS DBus)
+endif()
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-ewmh xcb-icccm)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
