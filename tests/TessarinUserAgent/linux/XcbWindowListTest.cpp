@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <unistd.h>
 #include <xcb/xcb.h>
 
 #include <chrono>
@@ -20,28 +21,27 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// An X server of the test's own, without a window manager.
+// An X server of the test's own, without a window manager. Its number is one that no server chooses by
+// itself: another test's would take it over while this one is away.
 class XServer {
  public:
-    XServer() { start({}); }
+    XServer() : number_(std::to_string(1000 + getpid() % 30'000)) { start(); }
 
     std::string display() const { return ":" + number_; }
     void freeze() const { process_->signal(SIGSTOP); }
     void thaw() const { process_->signal(SIGCONT); }
     void kill() { process_.reset(); }
-    void startAgain() { start({":" + number_}); }
+    void startAgain() { start(); }
 
  private:
-    void start(const std::vector<std::string>& number) {
-        std::vector<std::string> command{"Xvfb"};
-        command.insert(command.end(), number.begin(), number.end());
-        command.insert(command.end(), {"-displayfd", "1", "-nolisten", "tcp", "-screen", "0", "640x480x24"});
-        process_ = std::make_unique<fake::ChildProcess>(command);
-        number_ = process_->readLine().value_or("");
+    void start() {
+        process_ = std::make_unique<fake::ChildProcess>(std::vector<std::string>{
+            "Xvfb", ":" + number_, "-displayfd", "1", "-nolisten", "tcp", "-screen", "0", "640x480x24"});
+        EXPECT_EQ(process_->readLine(), number_) << "the server is not there";
     }
 
+    const std::string number_;
     std::unique_ptr<fake::ChildProcess> process_;
-    std::string number_;
 };
 
 // A client of the server that makes windows, and keeps the list of them as a window manager does.

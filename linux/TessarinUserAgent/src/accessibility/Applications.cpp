@@ -45,6 +45,7 @@ std::vector<std::optional<std::int32_t>> Applications::processIds(const std::vec
                                                                   cmn::bus::Deadline deadline) const {
     cmn::bus::Batch batch(connection_, deadline);
     std::vector<cmn::bus::Batch::Answer<std::uint32_t>> answers;
+    answers.reserve(busNames.size());
     for (const std::string& name : busNames) {
         answers.push_back(batch.ask(atspi::ProcessIdOf(name)));
     }
