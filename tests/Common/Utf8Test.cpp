@@ -18,6 +18,16 @@ TEST(IsValidUtf8Test, TakesEveryLengthOfSequence) {
     EXPECT_TRUE(IsValidUtf8(std::string_view("a\0b", 3)));
 }
 
+TEST(IsValidUtf8Test, FindsAStrayByteBehindAnyNumberOfGoodOnes) {
+    for (std::size_t before = 0; before < 40; ++before) {
+        const std::string good(before, 'a');
+        EXPECT_TRUE(IsValidUtf8(good)) << before;
+        EXPECT_TRUE(IsValidUtf8(good + "\xc3\xa4" + good)) << before;
+        EXPECT_FALSE(IsValidUtf8(good + "\xff")) << before;
+        EXPECT_FALSE(IsValidUtf8(good + "\x80" + good)) << before;
+    }
+}
+
 TEST(IsValidUtf8Test, RejectsStrayAndMissingBytes) {
     for (const auto* text : {"\x80", "\xBF", "a\x80", "\xC3", "\xC3z", "\xE2\x82", "\xE2\x82z",
                              "\xF0\x9F\x98", "\xFF", "\xFE", "\xF8\x88\x80\x80\x80"})

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 namespace cmn {
 
@@ -66,6 +68,14 @@ std::size_t Utf8SequenceLength(std::string_view text) {
 }
 
 bool IsValidUtf8(std::string_view text) {
+    // Most texts are ASCII: eight bytes at a time, as far as they are.
+    constexpr std::uint64_t kHighBits = 0x8080808080808080;
+    for (std::uint64_t bytes = 0; text.size() >= sizeof bytes; text.remove_prefix(sizeof bytes)) {
+        std::memcpy(&bytes, text.data(), sizeof bytes);
+        if ((bytes & kHighBits) != 0) {
+            break;
+        }
+    }
     while (!text.empty()) {
         const std::size_t length = Utf8SequenceLength(text);
         if (length == 0)
