@@ -106,7 +106,7 @@ struct Outcome {
 };
 
 Outcome Ask(sd_bus* bus, sd_bus_message* question) {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     sd_bus_message* reply = nullptr;
     const int result = sd_bus_call(bus, question, kPatienceMicroseconds, &error, &reply);
     const Message owner(reply);

@@ -123,8 +123,8 @@ class Connection {
 
     // Calls of the bus itself.
     template <typename... T>
-    void askBus(const char* member, Done done, const T&... arguments) {
-        askBusWith(makeCall(kBusName, kBusPath, kBusName, member, arguments...), std::move(done));
+    void askBus(const char* member, const Done& done, const T&... arguments) {
+        askBusWith(makeCall(kBusName, kBusPath, kBusName, member, arguments...), done);
     }
     // Nothing when nobody has the name.
     void askOwner(const std::string& name,
