@@ -56,7 +56,7 @@ class Session {
     // One look at which applications answer at all, and whether the registry is still the same.
     void callTheRoll(const std::vector<std::int32_t>& pids, cmn::bus::Deadline deadline);
 
-    // Applications that cannot be asked for showing children in one call.
+    // Whether an application can be asked for showing children in one call, until it turned out not to.
     bool canSelect(const std::string& busName) const;
     void cannotSelect(const std::string& busName);
 
