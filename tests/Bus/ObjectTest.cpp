@@ -17,7 +17,6 @@
 namespace {
 
 using namespace cmn::bus;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;

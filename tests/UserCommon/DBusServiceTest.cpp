@@ -182,6 +182,7 @@ TEST_F(DBusServiceTest, SeesAPeerLeaveAlsoWhileItsMessagesWait) {
     RawPeer other(bus.address());
     {
         RawPeer peer(bus.address());
+        peer.call(echo("Version"));  // now it is known who it is
         peer.send(echo("Note", {QStringLiteral("slow")}));
         peer.call(
             RawPeer::message("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId"));  // it is sent
@@ -198,6 +199,7 @@ TEST_F(DBusServiceTest, TheLastMessagesOfAPeerThatLeavesAreDelivered) {
     const auto server = startServer();
     {
         const RawPeer peer(bus.address());
+        peer.call(echo("Version"));  // now it is known who it is
         for (int i = 0; i < 200; ++i) {
             peer.send(echo("Note", {QString::number(i)}));
         }

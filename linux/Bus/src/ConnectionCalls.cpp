@@ -58,7 +58,7 @@ ConnectionCore::CallId ConnectionCore::call(Message message, Deadline deadline, 
         } else if (!message) {
             error = Error{error::kLimitsExceeded, "The message is malformed or too large"};
         } else if (turn != Turn::usual || (inFlight_ < options_.mostInFlight && waiting_.empty())) {
-            error = start(*pending, std::move(message), turn);
+            error = start(*pending, message, turn);
         } else if (waiting_.size() >= kMostWaiting || waitingBytes_ + message.bytes() > kMostBytes) {
             error = Error{error::kLimitsExceeded, "Too many messages are waiting"};
         } else {
@@ -83,7 +83,7 @@ ConnectionCore::CallId ConnectionCore::call(Message message, Deadline deadline, 
     return id;
 }
 
-std::optional<Error> ConnectionCore::start(Pending& pending, Message message, Turn turn) {
+std::optional<Error> ConnectionCore::start(Pending& pending, const Message& message, Turn turn) {
     const std::size_t bytes = message.bytes();
     if (!hasRoom(bytes) && turn != Turn::always) {
         return Error{error::kLimitsExceeded, "Too much is waiting to be sent"};

@@ -164,7 +164,7 @@ int ConnectionCore::processOne() {
     return result;
 }
 
-void ConnectionCore::tell(std::function<void()> what) const {
+void ConnectionCore::tell(const std::function<void()>& what) const {
     if (dropped_) {
         return;
     }

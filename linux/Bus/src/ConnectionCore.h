@@ -100,11 +100,11 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     void arm();
     void lost(const std::string& why);
     // What a handler throws ends here. Nothing is told any more once nobody has the connection.
-    void tell(std::function<void()> what) const;
+    void tell(const std::function<void()>& what) const;
 
     // With the mutex held.
     Deadline nextDeadline() const;
-    std::optional<Error> start(Pending& pending, Message message, Turn turn);
+    std::optional<Error> start(Pending& pending, const Message& message, Turn turn);
     void startWaiting();
     Taken take(CallId id);
     std::vector<Taken> takeAll();

@@ -34,7 +34,9 @@ ReplacementFile::ReplacementFile(const std::filesystem::path& target, const File
       folder_(user.openPlace(target.parent_path().c_str(), O_DIRECTORY)) {
     Check(folder_ >= 0);
     cmn::ScopedAction closeFolder([this] { close(folder_); });
-    Check(targetStatus().has_value());
+    if (!targetStatus()) {
+        throw_with_trace(TargetGone(std::generic_category().message(ENOENT)));
+    }
     const std::string folder = "/proc/self/fd/" + std::to_string(folder_) + "/";
     std::string path = folder + ".tessarin-unseal-XXXXXX";
     descriptor_ = user_.act([&] { return mkostemp(path.data(), O_CLOEXEC); });

@@ -18,14 +18,20 @@ class RewriteError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// The file is not where it was any more.
+class TargetGone : public RewriteError {
+ public:
+    using RewriteError::RewriteError;
+};
+
 // New content for a file, gathered in a temporary file beside it: at any time the file has either the old
 // content or all of the new. The temporary file goes with the object. The folder is opened once and stays the
 // same whatever happens to its path meanwhile. What changes the folder is done with a user's rights. All
 // functions throw RewriteError, and what FileUser throws.
 class ReplacementFile {
  public:
-    // `target` must be there and not be a symbolic link, or the link would be replaced. The user must outlive
-    // this object.
+    // Throws TargetGone unless `target` is there. It must not be a symbolic link, or the link would be
+    // replaced. The user must outlive this object.
     ReplacementFile(const std::filesystem::path& target, const FileUser& user);
     ~ReplacementFile();
     ReplacementFile(const ReplacementFile&) = delete;

@@ -90,8 +90,14 @@ UnsealStatus UnsealRepeatedly(const std::string& path, const FileUser& user,
         throw_with_trace(std::runtime_error("Not an absolute path"));
     }
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        if (const auto status = TryUnseal(path, user, beforeReplacing, stop)) {
-            return *status;
+        try {
+            if (const auto status = TryUnseal(path, user, beforeReplacing, stop)) {
+                return *status;
+            }
+        } catch (const TargetGone&) {  // another took its place after it was opened
+            if (attempt + 1 == kAttempts) {
+                throw;
+            }
         }
     }
     throw_with_trace(RewriteError("Others change it all the time"));

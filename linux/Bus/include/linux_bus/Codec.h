@@ -44,7 +44,7 @@ struct Text {
     constexpr Text(const char (&text)[N + 1]) { std::copy_n(text, N + 1, value); }  // NOLINT
 
     constexpr operator const char*() const { return value; }  // NOLINT(google-explicit-constructor)
-    constexpr std::string_view view() const { return {value, N}; }
+    constexpr std::string_view view() const { return value; }
 };
 template <std::size_t N>
 Text(const char (&)[N]) -> Text<N - 1>;  // NOLINT(modernize-avoid-c-arrays)

@@ -2,6 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <future>
+#include <optional>
+#include <utility>
+
 namespace useragent {
 
 Subscription::Subscription(const std::shared_ptr<Session>& session, std::int32_t pid, Source source,
@@ -22,15 +26,22 @@ AXError Subscription::open(cmn::bus::Deadline deadline) {
     if (!object().path.empty()) {
         rule += fmt::format(",path='{}'", object().path);
     }
-    // The bus listens before the application speaks: nothing said in between is missed.
-    auto signals =
-        alive->connection->subscribe(rule, [weak = weak_from_this()](const cmn::bus::Message& signal) {
+    auto taken = std::make_shared<std::promise<bool>>();
+    std::future<bool> isTaken = taken->get_future();
+    auto signals = alive->connection->subscribe(
+        rule,
+        [weak = weak_from_this()](const cmn::bus::Message& signal) {
             const auto self = weak.lock();
             if (self && !self->isClosed()) {
                 self->signalled(signal);
             }
-        });
-    const AXError error = alive->events.add(source_.event, object().busName, deadline);
+        },
+        [taken](const std::optional<cmn::bus::Error>& error) { taken->set_value(!error); });
+    AXError error = alive->events.add(source_.event, object().busName, deadline);
+    if (error == AXError::success &&
+        (isTaken.wait_until(deadline) != std::future_status::ready || !isTaken.get())) {
+        error = AXError::cannotComplete;  // what is said from now on might be missed
+    }
     const std::lock_guard lock(mutex_);
     signals_ = std::move(signals);
     registered_ = error == AXError::success;
