@@ -10,9 +10,9 @@ MACOS = PROJECT / "macos"
 _COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.DOTALL)
 _BLOCK = re.compile(r"@(interface|protocol)\s+(\w+)([^\n]*)\n(.*?)@end", re.DOTALL)
 _PROPERTY = re.compile(r"@property\s*(?:\([^)]*\))?\s*(IBOutlet\s+)?(.*?)(\w+);")
+_BUS_TABLE = re.compile(r'ServiceTable<\w+> table\(\s*"([\w.]+)",\s*\{(.*?)\}\);', re.DOTALL)
+_BUS_ROW = re.compile(r'Row<&[\w:]+(?:, \w+)?>\(\s*"(\w+)"(?:,\s*\{\.inNames = \{([^}]*)\})?')
 _METHOD = re.compile(r"^\s*([-+])\s*(\([^;]*?);", re.DOTALL | re.MULTILINE)
-_BUS_INTERFACE = re.compile(r'DBusInterfaceDescription\{\s*"([\w.]+)",\s*(\{\{.*?\}\})\}\)', re.DOTALL)
-_BUS_METHOD = re.compile(r'\{(k\w+), "([^"]*)", "([^"]*)"')
 
 
 @dataclass
@@ -105,9 +105,6 @@ def texts(pattern: str) -> set[str]:
 
 
 def bus_messages(source: Path) -> dict[str, dict[str, int]]:
-    """Interface to message to its count of arguments, of a D-Bus end."""
-    text = source.read_text()
-    names = dict(re.findall(r'constexpr const char\* (k\w+) = "(\w+)";',
-                            (source.parent / "ServiceStubs.h").read_text() + text))
-    return {interface: {names[constant]: len(arguments) for constant, arguments, _ in _BUS_METHOD.findall(methods)}
-            for interface, methods in _BUS_INTERFACE.findall(text)}
+    """Interface to message to its count of arguments, of the tables of a D-Bus end."""
+    return {interface: {name: len(re.findall(r'"\w+"', arguments)) for name, arguments in _BUS_ROW.findall(rows)}
+            for interface, rows in _BUS_TABLE.findall(source.read_text())}

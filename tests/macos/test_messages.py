@@ -11,10 +11,10 @@ from sources import MACOS, PROJECT, Declaration, bus_messages, declarations, met
 
 LINUX = PROJECT / "linux/XPCCommon/src"
 SERVICES = {
-    "UserAgentProtocol": ("UserAgentDBusInterface.cpp", "com.tessarin.UserAgent"),
-    "URLExtractor": ("UserAgentDBusInterface.cpp", "com.tessarin.URLExtractor"),
-    "FinderExtensionCommunicator": ("FinderExtensionDBusInterface.cpp", "com.tessarin.FinderExtension"),
-    "FinderExtensionDelegate": ("FinderExtensionDBusInterface.cpp", "com.tessarin.FinderExtensionDelegate"),
+    "UserAgentProtocol": ("UserAgentService.cpp", "com.tessarin.UserAgent"),
+    "URLExtractor": ("UserAgentService.cpp", "com.tessarin.URLExtractor"),
+    "FinderExtensionCommunicator": ("FinderExtensionService.cpp", "com.tessarin.FinderExtension"),
+    "FinderExtensionDelegate": ("FinderExtensionService.cpp", "com.tessarin.FinderExtensionDelegate"),
 }
 
 
@@ -42,7 +42,7 @@ class Messages(unittest.TestCase):
             self.assertEqual(messages(protocols["protocol", name], protocols), on_the_bus, name)
 
     def test_of_every_interface_of_the_bus_are_compared(self) -> None:
-        interfaces = [interface for source in sorted(LINUX.glob("*DBusInterface.cpp"))
+        interfaces = [interface for source in sorted(LINUX.glob("*Service.cpp"))
                       for interface in bus_messages(source)]
         self.assertEqual(sorted(interfaces), sorted(interface for _, interface in SERVICES.values()))
 
