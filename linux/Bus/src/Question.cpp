@@ -59,7 +59,7 @@ Message Question::newReply() const {
                      : Message();
 }
 
-void Question::send(Message answer, bool fits) const {
+void Question::send(const Message& answer, bool fits) const {
     const auto listening = state_->core.lock();
     if (!fits) {
         TLOG_ERROR("An answer to {} is too large to be sent", message().member());

@@ -23,7 +23,7 @@ class Question {
     void reply(const T&... values) const {
         if (Message answer = newReply()) {
             const bool fits = answer.append(values...);
-            send(std::move(answer), fits);
+            send(answer, fits);
         }
     }
     void fail(const Error& error) const;
@@ -33,7 +33,7 @@ class Question {
 
     // None when it is answered already or nobody listens.
     Message newReply() const;
-    void send(Message answer, bool fits) const;
+    void send(const Message& answer, bool fits) const;
 
     std::shared_ptr<State> state_;
 };
