@@ -84,6 +84,7 @@ DBusTest::~DBusTest() {
     if (HasFailure()) {
         std::cerr << log.text();
     }
+    transport->stop();  // peers and calls that are left let go of what they hold
     dispatch->stop();
 }
 

@@ -114,6 +114,7 @@ class FinderExtensionDBusTest : public testing::Test {
             }
         }
         scanner->released = true;
+        transport->stop();  // peers and calls that are left let go of what they hold
         real->stop();
     }
 

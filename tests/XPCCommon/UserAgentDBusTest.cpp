@@ -48,6 +48,7 @@ class UserAgentDBusTest : public testing::Test {
         if (HasFailure()) {
             std::cerr << log.text();
         }
+        transport->stop();  // peers and calls that are left let go of what they hold
         real->stop();
     }
 

@@ -85,6 +85,7 @@ void ClientChannel::abandon() {
     BusChannel::abandon();
     std::deque<ServiceRequest> parked;
     std::shared_ptr<bus::Connection> bus;
+    const std::lock_guard sending(sendingMutex_);
     {
         const std::lock_guard lock(mutex_);
         parked.swap(parked_);
@@ -202,6 +203,7 @@ void ClientChannel::sendParked() {
     for (;;) {
         ServiceRequest request;
         std::shared_ptr<bus::Connection> bus;
+        const std::lock_guard sending(sendingMutex_);
         {
             const std::lock_guard lock(mutex_);
             if (state_ != State::connecting) {

@@ -53,6 +53,10 @@ class ClientChannel final : public BusChannel {
     Admission admission_;                              // of the loop's thread
     std::shared_ptr<bus::Subscription> ownerChanges_;  // of the loop's thread
 
+    // Held while a parked request is sent: one that is forgotten is not sent behind that. Recursive: what a
+    // request owns may end with it.
+    std::recursive_mutex sendingMutex_;
+
     mutable std::mutex mutex_;  // guards what follows, never held across a call
     State state_ = State::created;
     std::string whyEnded_;

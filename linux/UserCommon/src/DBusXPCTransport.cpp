@@ -17,11 +17,11 @@ void Remember(std::vector<std::weak_ptr<Object>>& objects, const std::shared_ptr
     objects.push_back(made);
 }
 
-template <typename Object>
-void EndAll(const std::vector<std::weak_ptr<Object>>& objects) {
+template <typename Object, typename End>
+void EndAll(const std::vector<std::weak_ptr<Object>>& objects, End end) {
     for (const auto& object : objects) {
         if (const auto alive = object.lock()) {
-            alive->invalidate();
+            end(*alive);
         }
     }
 }
@@ -51,8 +51,8 @@ DBusXPCTransport::~DBusXPCTransport() {
 void DBusXPCTransport::stop() {
     {
         const std::lock_guard lock(mutex_);
-        EndAll(connections_);
-        EndAll(listeners_);
+        EndAll(channels_, [](BusChannel& channel) { channel.end("the transport has ended", nullptr); });
+        EndAll(listeners_, [](XPCListener& listener) { listener.invalidate(); });
     }
     if (ownLoop_) {
         loop_->stop();
@@ -71,11 +71,11 @@ BusSettings DBusXPCTransport::busSettings(DBusBus bus) const {
 std::shared_ptr<XPCConnection> DBusXPCTransport::createConnection(const std::string& machServiceName,
                                                                   XPCConnectionOptions options) {
     const DBusBus bus = options == XPCConnectionOptions::privileged ? DBusBus::system : DBusBus::session;
-    auto connection = std::make_shared<DBusXPCConnection>(
-        std::make_shared<ClientChannel>(busSettings(bus), dispatch_->createSerialQueue(), machServiceName));
+    const auto channel =
+        std::make_shared<ClientChannel>(busSettings(bus), dispatch_->createSerialQueue(), machServiceName);
     const std::lock_guard lock(mutex_);
-    Remember(connections_, connection);
-    return connection;
+    Remember(channels_, channel);
+    return std::make_shared<DBusXPCConnection>(channel);
 }
 
 std::shared_ptr<XPCListener> DBusXPCTransport::createListener(const std::string& machServiceName) {

@@ -13,6 +13,7 @@
 
 namespace cmn {
 
+class BusChannel;
 struct BusSettings;
 
 enum class DBusBus { system, session };
@@ -57,8 +58,8 @@ class DBusXPCTransport final : public XPCTransport {
     // Calls `stop`.
     ~DBusXPCTransport() override;
 
-    // Invalidates the connections and listeners that are left; a loop of its own ends when it has let go of
-    // them. What is made later never connects. To be called by the owner before the program ends when others
+    // Invalidates the connections and listeners that are left, also those that only proxies hold; a loop of
+    // its own ends when it has let go of them. What is made later never connects. To be called by the owner before the program ends when others
     // still hold this object then.
     void stop();
 
@@ -74,7 +75,7 @@ class DBusXPCTransport final : public XPCTransport {
     const bool ownLoop_;
     const std::shared_ptr<bus::Loop> loop_;
     std::mutex mutex_;  // guards what follows
-    std::vector<std::weak_ptr<XPCConnection>> connections_;
+    std::vector<std::weak_ptr<BusChannel>> channels_;  // live on with their proxies
     std::vector<std::weak_ptr<XPCListener>> listeners_;
 };
 
