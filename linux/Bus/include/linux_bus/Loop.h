@@ -22,7 +22,7 @@ class Loop {
     Loop(const Loop&) = delete;
     Loop& operator=(const Loop&) = delete;
 
-    // Runs the tasks in their order. After `stop` they are destroyed instead.
+    // Runs the tasks of each thread in their order. After `stop` they are destroyed instead.
     void post(Task task);
     // The same, not earlier than `delay` from now.
     void after(std::chrono::nanoseconds delay, Task task);
