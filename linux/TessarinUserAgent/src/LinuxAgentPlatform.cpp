@@ -53,7 +53,7 @@ std::shared_ptr<cmn::Dispatch> LinuxAgentPlatform::dispatch() {
 
 std::shared_ptr<cmn::XPCTransport> LinuxAgentPlatform::transport() {
     cmn::DBusXPCOptions options;
-    options.loop = busLoop();
+    options.loop = sessionBus_.loop;
     return std::make_shared<cmn::DBusXPCTransport>(queues(), std::move(options));
 }
 
@@ -95,16 +95,10 @@ int LinuxAgentPlatform::runApplication() {
 
 const std::shared_ptr<AtspiAccessibility>& LinuxAgentPlatform::atspi() {
     if (!accessibility_) {
-        accessibility_ = std::make_shared<AtspiAccessibility>(queues(), accessibilitySettings_, busLoop());
+        accessibility_ =
+            std::make_shared<AtspiAccessibility>(queues(), accessibilitySettings_, sessionBus_.loop);
     }
     return accessibility_;
-}
-
-const std::shared_ptr<cmn::bus::Loop>& LinuxAgentPlatform::busLoop() {
-    if (!busLoop_) {
-        busLoop_ = std::make_shared<cmn::bus::Loop>();
-    }
-    return busLoop_;
 }
 
 const std::shared_ptr<cmn::LinuxDispatch>& LinuxAgentPlatform::queues() {

@@ -37,8 +37,6 @@ class LinuxAgentPlatform : public AgentPlatform {
 
  private:
     const std::shared_ptr<AtspiAccessibility>& atspi();
-    // One thread for all connections to buses.
-    const std::shared_ptr<cmn::bus::Loop>& busLoop();
     const std::shared_ptr<cmn::LinuxDispatch>& queues();
 
     RunLoopStopper stopper_;
@@ -46,7 +44,6 @@ class LinuxAgentPlatform : public AgentPlatform {
     const SessionBusPlace sessionBus_;
     ApplicationService& service_;
     const LaunchRequest launch_;
-    std::shared_ptr<cmn::bus::Loop> busLoop_;
     std::shared_ptr<cmn::LinuxDispatch> dispatch_;
     std::shared_ptr<AtspiAccessibility> accessibility_;
 };
