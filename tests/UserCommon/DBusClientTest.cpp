@@ -295,6 +295,21 @@ TEST_F(DBusClientTest, ACallThatIsNeverAnsweredFailsAtTheDeadline) {
     EXPECT_EQ(events.invalidations + events.interruptions, 0);
 }
 
+TEST_F(DBusClientTest, WhatIsNotAnsweredInTheCallersTimeIsGivenUpWithoutAWord) {
+    RawPeer hanging(bus.address(), [](const QDBusMessage&, const QDBusConnection&) {});
+    ASSERT_TRUE(hanging.own(kEchoService));
+    ConnectionEvents events;
+    const auto connection = makeConnection(events);
+    connection->resume();
+    auto held = std::make_shared<int>(0);
+    const std::weak_ptr<int> isHeld = held;
+    std::dynamic_pointer_cast<EchoProtocol>(
+        connection->remoteObjectProxy(events.onError(), std::chrono::milliseconds(200)))
+        ->number("x", [held = std::move(held)](std::int32_t) {});
+    EXPECT_TRUE(WaitFor([&] { return isHeld.expired(); }));
+    EXPECT_EQ(events.errors, 0);
+}
+
 TEST_F(DBusClientTest, AnswersOfTheWrongTypeAreErrors) {
     const std::vector<QVariantList> wrongAnswers = {
         {},

@@ -142,6 +142,17 @@ TEST_F(DBusServiceTest, AnAbsentBusIsReportedAndLogged) {
     EXPECT_EQ(log.count("Cannot listen as com.example.Echo -- unix:path=/nonexistent/bus"), 1U);
 }
 
+TEST_F(DBusServiceTest, OnABusThatComesBackItsNameIsClaimedAgain) {
+    const auto server = startServer();
+    bus.kill();
+    bus.start();
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 3; }));
+    EXPECT_EQ(listenerEvents()[1].state, cmn::DBusListenerState::lost);
+    EXPECT_EQ(listenerEvents()[2].state, cmn::DBusListenerState::listening);
+    RawPeer peer(bus.address());
+    EXPECT_EQ(peer.call(echo("Version")).type(), QDBusMessage::ReplyMessage);
+}
+
 TEST_F(DBusServiceTest, AnInvalidNameIsReported) {
     const auto server = std::make_shared<EchoServer>(transport, "no bus name!");
     server->start();
