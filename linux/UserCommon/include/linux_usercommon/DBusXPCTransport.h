@@ -59,8 +59,8 @@ class DBusXPCTransport final : public XPCTransport {
     ~DBusXPCTransport() override;
 
     // Invalidates the connections and listeners that are left, also those that only proxies hold; a loop of
-    // its own ends when it has let go of them. What is made later never connects. To be called by the owner before the program ends when others
-    // still hold this object then.
+    // its own ends when it has let go of them. What is made later never connects. To be called by the owner
+    // before the program ends when others still hold this object then.
     void stop();
 
     std::shared_ptr<XPCConnection> createConnection(const std::string& machServiceName,
@@ -74,7 +74,7 @@ class DBusXPCTransport final : public XPCTransport {
     const DBusXPCOptions options_;
     const bool ownLoop_;
     const std::shared_ptr<bus::Loop> loop_;
-    std::mutex mutex_;  // guards what follows
+    std::mutex mutex_;                                 // guards what follows
     std::vector<std::weak_ptr<BusChannel>> channels_;  // live on with their proxies
     std::vector<std::weak_ptr<XPCListener>> listeners_;
 };
