@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "support/FakeAccessibility.h"
-#include "useragent/DeadlineReader.h"
 #include "useragent/FindURLElement.h"
+#include "useragent/SearchReader.h"
 
 namespace {
 
@@ -200,7 +200,7 @@ TEST_F(FindURLElementTest, AWideCycleEndsByTheDeadline) {
         ++reads;
         now += std::chrono::microseconds(500);
     };
-    useragent::DeadlineReader reader(
+    useragent::SearchReader reader(
         accessibility, [&] { return now; }, std::chrono::seconds(1));
     EXPECT_EQ(FindURLElement(reader, window, 0), nullptr);
     EXPECT_TRUE(reader.expired());

@@ -182,12 +182,15 @@ bool Accessibility::isProcessTrustedWithPrompt() {
     return trusted;
 }
 
-void Accessibility::prepare(const std::vector<std::int32_t>& pids) {
+void Accessibility::prepare(const std::vector<useragent::WindowInfo>& browsers) {
     if (onPrepare) {
         onPrepare();
     }
     const std::lock_guard lock(mutex_);
-    prepared_.push_back(pids);
+    prepared_.emplace_back();
+    for (const useragent::WindowInfo& browser : browsers) {
+        prepared_.back().push_back(browser.ownerPid);
+    }
 }
 
 int Accessibility::observerCount() const {

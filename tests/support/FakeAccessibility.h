@@ -88,7 +88,8 @@ class Accessibility : public useragent::Accessibility {
                            std::unique_ptr<useragent::AXObserver>& observer) override;
     bool isProcessTrusted() override { return trusted; }
     bool isProcessTrustedWithPrompt() override;
-    void prepare(const std::vector<std::int32_t>& pids) override;
+    void prepare(const std::vector<useragent::WindowInfo>& browsers) override;
+    std::chrono::nanoseconds searchDeadline() const override { return std::chrono::seconds(1); }
 
     int observerCount() const;
     int observersCreated() const;

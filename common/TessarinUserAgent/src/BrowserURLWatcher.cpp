@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -17,6 +16,16 @@
 
 namespace useragent {
 namespace {
+
+// Of setting up a context whose main window changes meanwhile; then the next cycle sees to it.
+constexpr int kMostAttempts = 3;
+
+std::shared_ptr<BrowserURLWatcherContext> MakeContext(const std::string& name, std::int32_t pid) {
+    auto context = std::make_shared<BrowserURLWatcherContext>();
+    context->name = name;
+    context->pid = pid;
+    return context;
+}
 
 // The process that the element of a notification belongs to.
 std::optional<std::int32_t> PidOf(Accessibility& accessibility, const AXElementRef& element) {
@@ -61,10 +70,12 @@ void BrowserURLWatcher::stop() {
     // First, so that no cycle makes contexts after they were cleared, and a search ends early.
     running_ = false;
     ports_.pause->signal();
+    Contexts ended;
     {
         const std::lock_guard lock(mutex_);
-        contexts_.clear();
+        ended.swap(contexts_);
     }
+    ended.clear();
     pollingTask_.wait();
     pollingTask_ = {};
 }
@@ -77,11 +88,11 @@ void BrowserURLWatcher::setXPCClient(std::weak_ptr<cmn::UserAgentXPCClient> clie
 std::string BrowserURLWatcher::getURL(const std::string& browser) {
     const std::lock_guard lock(mutex_);
     const auto found = contexts_.find(browser);
-    if (found == contexts_.end()) {
+    if (found == contexts_.end() || !found->second->isSetUp) {
         TLOG_DEBUG("getUrl for browser: '{}' -- failed.", cmn::EscapeControls(browser));
         return {};
     }
-    return found->second.url;
+    return found->second->url;
 }
 
 void BrowserURLWatcher::watchBrowserProcess() {
@@ -105,66 +116,106 @@ bool BrowserURLWatcher::pollOnce() {
         TLOG_WARN("CGWindowListCopyWindowInfo -- failed.");
         return true;
     }
-    BrowserProcesses owners;
+    std::map<std::string, WindowInfo> frontMost;
     for (const WindowInfo& window : *windows) {
-        owners.emplace(window.ownerName.value_or(std::string()), window.ownerPid);
+        frontMost.emplace(window.ownerName.value_or(std::string()), window);
     }
-    const auto byName = [](const auto& left, const auto& right) { return left.first < right.first; };
     BrowserProcesses running;
-    std::set_intersection(owners.begin(), owners.end(), browsers_.begin(), browsers_.end(),
-                          std::inserter(running, running.end()), byName);
     BrowserProcesses closed;
-    std::set_difference(browsers_.begin(), browsers_.end(), running.begin(), running.end(),
-                        std::inserter(closed, closed.end()), byName);
-
-    std::vector<std::int32_t> pids;
-    std::transform(running.begin(), running.end(), std::back_inserter(pids),
-                   [](const auto& browser) { return browser.second; });
-    ports_.accessibility->prepare(pids);
-
-    const std::lock_guard lock(mutex_);
-    if (!running_) {
-        return false;
+    std::vector<WindowInfo> observed;
+    for (const auto& [name, pid] : browsers_) {
+        const auto found = frontMost.find(name);
+        if (found == frontMost.end()) {
+            closed.emplace(name, pid);
+        } else {
+            running.emplace(name, found->second.ownerPid);
+            observed.push_back(std::move(found->second));
+        }
     }
-    handleBrowserProcesses(running, closed);
-    return true;
+    ports_.accessibility->prepare(observed);
+    if (running_) {
+        handleBrowserProcesses(running, closed);
+    }
+    return running_;
 }
 
 void BrowserURLWatcher::handleBrowserProcesses(const BrowserProcesses& running,
                                                const BrowserProcesses& closed) {
-    for (const auto& [name, pid] : closed) {
-        contexts_.erase(name);
+    Contexts ended;
+    {
+        const std::lock_guard lock(mutex_);
+        for (const auto& [name, pid] : closed) {
+            ended.insert(contexts_.extract(name));
+        }
     }
+    ended.clear();
     for (const auto& [name, pid] : running) {
-        const auto existing = contexts_.find(name);
-        if (existing != contexts_.end()) {
-            if (existing->second.pid == pid) {
-                continue;
-            }
-            contexts_.erase(existing);
+        const Context context = beginContext(name, pid);
+        if (!context) {
+            continue;
         }
         TLOG_INFO("Init context for -- {}", name);
-        if (addContext(name, pid)) {
+        if (setUp(context)) {
             TLOG_INFO("Found URL element for -- {}", name);
-            TLOG_INFO("Current URL -- {}", cmn::EscapeControls(contexts_[name].url));
+            TLOG_INFO("Current URL -- {}", cmn::EscapeControls(getURL(name)));
         }
     }
 }
 
-bool BrowserURLWatcher::addContext(const std::string& name, std::int32_t pid) {
-    BrowserURLWatcherContext& context = contexts_[name];
-    context.name = name;
-    // Also when an exception ends it: half a context would be taken for a whole one.
-    cmn::ScopedAction drop([&] { contexts_.erase(name); });
-    if (!initContext(pid, context)) {
-        return false;
+// Null when that process is watched already, or nothing is watched any more.
+BrowserURLWatcher::Context BrowserURLWatcher::beginContext(const std::string& name, std::int32_t pid) {
+    Context before;  // ends without the mutex
+    const std::lock_guard lock(mutex_);
+    const auto found = contexts_.find(name);
+    if (!running_ || (found != contexts_.end() && found->second->pid == pid)) {
+        return nullptr;
     }
-    drop.disarm();
-    return true;
+    if (found != contexts_.end()) {
+        before = std::move(found->second);
+    }
+    return contexts_[name] = MakeContext(name, pid);
 }
 
-bool BrowserURLWatcher::initContext(std::int32_t pid, BrowserURLWatcherContext& context) {
-    context.pid = pid;
+bool BrowserURLWatcher::setUp(Context context) {
+    // Also when an exception ends it: half a context would be taken for a whole one.
+    cmn::ScopedAction drop([&] {
+        const std::lock_guard lock(mutex_);
+        if (isCurrent(context)) {
+            contexts_.erase(context->name);
+        }
+    });
+    AXElementRef changed;
+    for (int attempt = 1;; ++attempt) {
+        const bool isGood = initContext(context);
+        Context next;
+        {
+            const std::lock_guard lock(mutex_);
+            if (!isCurrent(context)) {
+                return false;
+            }
+            if (context->isOutdated && attempt < kMostAttempts) {
+                next = contexts_[context->name] = MakeContext(context->name, context->pid);
+            } else if (isGood) {
+                context->isSetUp = true;
+                changed = std::move(context->changedField);
+            }
+        }
+        if (!next && !isGood) {
+            return false;
+        }
+        if (!next) {
+            break;
+        }
+        context = std::move(next);
+    }
+    drop.disarm();
+    if (changed) {
+        updateURL(changed, context);
+    }
+    return true;
+}
+bool BrowserURLWatcher::initContext(const Context& context) {
+    const std::int32_t pid = context->pid;
     Accessibility& accessibility = *ports_.accessibility;
     const AXElementRef application = accessibility.createApplication(pid);
     if (!application) {
@@ -182,7 +233,7 @@ bool BrowserURLWatcher::initContext(std::int32_t pid, BrowserURLWatcherContext& 
             [this](const AXElementRef& element, const std::string&) {
                 handleNoThrow(&BrowserURLWatcher::handleMainWindowChanged, element);
             },
-            context.mainWindowChangedObserver)) {
+            context->mainWindowChangedObserver)) {
         TLOG_ERROR("Subscribe kAXMainWindowChangedNotification -- failed");
         return false;
     }
@@ -190,13 +241,13 @@ bool BrowserURLWatcher::initContext(std::int32_t pid, BrowserURLWatcherContext& 
     const auto now = [this] {
         return running_ ? ports_.now() : std::chrono::steady_clock::time_point::max();
     };
-    DeadlineReader search(accessibility, now, kURLFieldSearchDeadline);
+    SearchReader search(accessibility, now, accessibility.searchDeadline());
     const AXElementRef field = window && *window ? FindURLElement(search, *window, 0) : nullptr;
     if (!running_) {
         return false;
     }
     if (search.expired()) {
-        TLOG_WARN("The search for the URL field of {} took too long and was ended", context.name);
+        TLOG_WARN("The search for the URL field of {} took too long and was ended", context->name);
     }
     if (!field) {
         TLOG_ERROR("URL Element not found");
@@ -207,7 +258,7 @@ bool BrowserURLWatcher::initContext(std::int32_t pid, BrowserURLWatcherContext& 
             [this](const AXElementRef& element, const std::string&) {
                 handleNoThrow(&BrowserURLWatcher::handleValueChanged, element);
             },
-            context.valueChangedObserver)) {
+            context->valueChangedObserver)) {
         TLOG_ERROR("Subscribe kAXValueChangedNotification -- failed");
         return false;
     }
@@ -232,9 +283,15 @@ bool BrowserURLWatcher::subscribe(std::int32_t pid, const AXElementRef& element,
     return true;
 }
 
-BrowserURLWatcher::Contexts::iterator BrowserURLWatcher::findContext(std::int32_t pid) {
-    return std::find_if(contexts_.begin(), contexts_.end(),
-                        [pid](const auto& entry) { return entry.second.pid == pid; });
+BrowserURLWatcher::Context BrowserURLWatcher::findContext(std::int32_t pid) const {
+    const auto found = std::find_if(contexts_.begin(), contexts_.end(),
+                                    [pid](const auto& entry) { return entry.second->pid == pid; });
+    return found != contexts_.end() ? found->second : nullptr;
+}
+
+bool BrowserURLWatcher::isCurrent(const Context& context) const {
+    const auto found = contexts_.find(context->name);
+    return found != contexts_.end() && found->second == context;
 }
 
 void BrowserURLWatcher::handleNoThrow(Handler handler, const AXElementRef& element) noexcept {
@@ -250,11 +307,19 @@ void BrowserURLWatcher::handleValueChanged(const AXElementRef& element) {
     if (!pid) {
         return;
     }
-    const std::lock_guard lock(mutex_);
-    const auto found = findContext(*pid);
-    if (found != contexts_.end()) {
-        updateURL(element, found->second);
+    Context context;
+    {
+        const std::lock_guard lock(mutex_);
+        context = findContext(*pid);
+        if (!context) {
+            return;
+        }
+        if (!context->isSetUp) {
+            context->changedField = element;
+            return;
+        }
     }
+    updateURL(element, context);
 }
 
 void BrowserURLWatcher::handleMainWindowChanged(const AXElementRef& element) {
@@ -262,17 +327,29 @@ void BrowserURLWatcher::handleMainWindowChanged(const AXElementRef& element) {
     if (!pid) {
         return;
     }
-    const std::lock_guard lock(mutex_);
-    const auto found = findContext(*pid);
-    if (found == contexts_.end()) {
-        return;
+    Context context;
+    {
+        Context before;  // ends without the mutex
+        const std::lock_guard lock(mutex_);
+        before = findContext(*pid);
+        if (!before) {
+            return;
+        }
+        if (!before->isSetUp) {
+            before->isOutdated = true;
+            return;
+        }
+        context = contexts_[before->name] = MakeContext(before->name, *pid);
     }
-    const std::string name = found->second.name;
-    contexts_.erase(found);
-    addContext(name, *pid);
+    setUp(std::move(context));
 }
 
-void BrowserURLWatcher::updateURL(const AXElementRef& field, BrowserURLWatcherContext& context) {
+void BrowserURLWatcher::updateURL(const AXElementRef& field, const Context& context) {
+    std::uint64_t change = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        change = ++context->changes;
+    }
     AXValue value;
     AXError error = ports_.accessibility->copyAttributeValue(field, kValueAttribute, value);
     const AXStringRef text = AsString(value);
@@ -283,14 +360,23 @@ void BrowserURLWatcher::updateURL(const AXElementRef& field, BrowserURLWatcherCo
         TLOG_DEBUG("AXUIElementCopyAttributeValue -- failed: {}", error);
         return;
     }
-    if (const char* direct = text->directUTF8()) {
+    const std::lock_guard lock(mutex_);
+    // A reading that was begun later may have been faster.
+    if (isCurrent(context) && context->stored < change) {
+        context->stored = change;
+        storeURL(*text, *context);
+    }
+}
+
+void BrowserURLWatcher::storeURL(const AXString& text, BrowserURLWatcherContext& context) {
+    if (const char* direct = text.directUTF8()) {
         context.url = direct;
     } else {
         // Deliberately the URL stored so far: the line is written before the conversion.
         TLOG_DEBUG("URL changed for {} -- {}", context.name, cmn::EscapeControls(context.url));
-        const std::size_t maximum = text->maximumUTF8Size();
+        const std::size_t maximum = text.maximumUTF8Size();
         std::vector<char> buffer(maximum + 1);
-        if (text->copyUTF8(buffer.data(), maximum)) {
+        if (text.copyUTF8(buffer.data(), maximum)) {
             context.url = buffer.data();
         }
     }

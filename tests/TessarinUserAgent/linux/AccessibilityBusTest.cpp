@@ -19,7 +19,7 @@ class AccessibilityBusTest : public AtspiFixture {
             AtspiAccessibility tried(dispatch, {isSessionBus ? address : desktop.sessionBus.address(),
                                                 isSessionBus ? "" : address, kDeadline});
             EXPECT_LT(timeOf([&] { EXPECT_FALSE(tried.isProcessTrusted()); }), kOneWait);
-            EXPECT_LT(timeOf([&] { tried.prepare({getpid()}); }), kOneWait);
+            EXPECT_LT(timeOf([&] { tried.prepare({{std::nullopt, getpid()}}); }), kOneWait);
             AXValue value;
             EXPECT_EQ(tried.copyAttributeValue(tried.createApplication(getpid()), "AXMainWindow", value),
                       AXError::apiDisabled);

@@ -4,6 +4,7 @@
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
+#include <set>
 #include <utility>
 
 #include "AtspiTypes.h"
@@ -36,18 +37,32 @@ QVariant Children(const std::string& ownName, const std::vector<std::string>& ch
     return QVariant::fromValue(references);
 }
 
-// The states that a match rule asks for; the tests use none of its other conditions.
-std::uint64_t RequestedStates(const QDBusMessage& call) {
-    const auto rule = call.arguments().at(0).value<QDBusArgument>();
+// The states and roles that a match rule asks for; the tests use none of its other conditions.
+struct Rule {
+    std::uint64_t states = 0;
+    std::set<std::uint32_t> roles;  // none means any
+};
+
+Rule RuleOf(const QDBusMessage& call) {
+    const auto argument = call.arguments().at(0).value<QDBusArgument>();
     QList<int> states;
-    rule.beginStructure();
-    rule >> states;
-    rule.endStructure();
-    std::uint64_t bits = 0;
+    QList<int> roles;
+    AtspiAttributes attributes;
+    int combination = 0;
+    argument.beginStructure();
+    argument >> states >> combination >> attributes >> combination >> roles;
+    argument.endStructure();
+    Rule rule;
     for (int i = 0; i < states.size() && i < 2; ++i) {
-        bits |= std::uint64_t{static_cast<std::uint32_t>(states[i])} << (32U * static_cast<unsigned>(i));
+        rule.states |= std::uint64_t{static_cast<std::uint32_t>(states[i])}
+                       << (32U * static_cast<unsigned>(i));
     }
-    return bits;
+    for (std::uint32_t role = 0; role < 32U * static_cast<std::uint32_t>(roles.size()); ++role) {
+        if ((static_cast<std::uint32_t>(roles[static_cast<int>(role / 32)]) >> (role % 32) & 1U) != 0) {
+            rule.roles.insert(role);
+        }
+    }
+    return rule;
 }
 
 QVariant Attributes(const std::map<std::string, std::string>& attributes) {
@@ -155,24 +170,34 @@ int AtspiApplication::calls() const {
 }
 
 void AtspiApplication::edit(const std::string& path, const std::string& text) {
-    change(path, [&](AtspiNode& node) { node.text = text; });
-    emitTextChanged(path, "delete");
-    emitTextChanged(path, "insert");
+    std::string before;
+    change(path, [&](AtspiNode& node) { before = std::exchange(node.text, text); });
+    emitTextChanged(path, "delete", before);
+    emitTextChanged(path, "insert", text);
 }
 
-void AtspiApplication::emitTextChanged(const std::string& path, const std::string& detail) {
-    emitEvent(path, "org.a11y.atspi.Event.Object", "TextChanged", detail, "");
+void AtspiApplication::emitTextChanged(const std::string& path, const std::string& detail,
+                                       const std::string& part, int offset) {
+    emitEvent(path, "org.a11y.atspi.Event.Object", "TextChanged", detail, part, offset);
 }
 
 void AtspiApplication::activate(const std::string& path, const std::string& title) {
-    emitEvent(path, "org.a11y.atspi.Event.Window", "Activate", "", title);
+    change(kRoot, [&](AtspiNode& root) {
+        for (const std::string& window : root.children) {
+            nodes_[window].states &= ~kActive;
+        }
+        nodes_[path].states |= kActive;
+    });
+    emitEvent(path, "org.a11y.atspi.Event.Window", "Activate", "", title, 0);
 }
 
 void AtspiApplication::emitEvent(const std::string& path, const char* interface, const char* member,
-                                 const std::string& detail, const std::string& data) {
+                                 const std::string& detail, const std::string& data, int offset) {
     QDBusMessage signal =
         QDBusMessage::createSignal(Text(path), QString::fromLatin1(interface), QString::fromLatin1(member));
-    signal.setArguments({Text(detail), 0, 0, Boxed(Text(data)), QVariantMap()});
+    const QString text = Text(data);
+    signal.setArguments(
+        {Text(detail), offset, static_cast<int>(text.toUcs4().size()), Boxed(text), QVariantMap()});
     peer_->send(signal);
 }
 
@@ -210,6 +235,9 @@ QDBusMessage AtspiApplication::answer(const QDBusMessage& call) {
     if (member == "GetAttributes") {
         return call.createReply(Attributes(node.attributes));
     }
+    if (member == "GetAttributeValue" && node.attributes.contains("DocURL")) {
+        return call.createReply(Text(node.attributes.at("DocURL")));
+    }
     if (member == "GetText") {
         return call.createReply(Text(node.text));
     }
@@ -223,17 +251,28 @@ QDBusMessage AtspiApplication::answer(const QDBusMessage& call) {
 }
 
 QDBusMessage AtspiApplication::matches(const QDBusMessage& call, const AtspiNode& node) const {
-    if (call.signature() != QLatin1String("(aiia{ss}iaiiasib)uib") || call.arguments().at(3).toBool()) {
-        return call.createErrorReply(QDBusError::InvalidArgs, QStringLiteral("not a rule for children"));
+    if (call.signature() != QLatin1String("(aiia{ss}iaiiasib)uib")) {
+        return call.createErrorReply(QDBusError::InvalidArgs, QStringLiteral("not a rule"));
     }
-    const std::uint64_t states = RequestedStates(call);
+    const Rule rule = RuleOf(call);
     const auto limit = static_cast<std::size_t>(call.arguments().at(2).toInt());
     std::vector<std::string> found;
-    for (const std::string& child : node.children) {
-        const auto known = nodes_.find(child);
-        if (known != nodes_.end() && (known->second.states & states) == states &&
+    std::vector<std::string> next(node.children.rbegin(), node.children.rend());
+    while (!next.empty()) {
+        const std::string path = next.back();
+        next.pop_back();
+        const auto known = nodes_.find(path);
+        if (known == nodes_.end()) {
+            continue;
+        }
+        const AtspiNode& child = known->second;
+        if ((child.states & rule.states) == rule.states &&
+            (rule.roles.empty() || rule.roles.contains(child.role)) &&
             (found.size() < limit || !heedsLimit_)) {
-            found.push_back(child);
+            found.push_back(path);
+        }
+        if (call.arguments().at(3).toBool()) {
+            next.insert(next.end(), child.children.rbegin(), child.children.rend());
         }
     }
     return call.createReply(Children(peer_->uniqueName(), found));

@@ -71,8 +71,9 @@ class AtspiApplication {
 
     // Sets a text as one edit does: one event for what is deleted, one for what is inserted.
     void edit(const std::string& path, const std::string& text);
-    void emitTextChanged(const std::string& path, const std::string& detail);
-    // As when the user brings the window to the front.
+    void emitTextChanged(const std::string& path, const std::string& detail, const std::string& part = "",
+                         int offset = 0);
+    // As when the user brings the window to the front: it is active then, and no other one of this program.
     void activate(const std::string& path, const std::string& title);
 
     static constexpr const char* kRoot = "/org/a11y/atspi/accessible/root";
@@ -88,7 +89,7 @@ class AtspiApplication {
     QDBusMessage property(const QDBusMessage& call, const AtspiNode& node) const;
     QDBusMessage matches(const QDBusMessage& call, const AtspiNode& node) const;
     void emitEvent(const std::string& path, const char* interface, const char* member,
-                   const std::string& detail, const std::string& data);
+                   const std::string& detail, const std::string& data, int offset);
 
     mutable std::mutex mutex_;  // guards what follows
     std::map<std::string, AtspiNode> nodes_;

@@ -1,7 +1,10 @@
 #include "AtspiFixture.h"
 
+#include "accessibility/AccessibilityBus.h"
+#include "accessibility/AtspiElement.h"
 #include "useragent/FindURLElement.h"
 
+using useragent::AtspiElement;
 using useragent::AXElementRef;
 using useragent::AXError;
 using useragent::AXValue;
@@ -40,6 +43,7 @@ std::optional<std::vector<AXElementRef>> AtspiFixture::children(const AXElementR
 }
 
 AXElementRef AtspiFixture::mainWindow(std::int32_t pid) {
+    look({pid});
     AXValue value;
     error = accessibility->copyAttributeValue(accessibility->createApplication(pid),
                                               useragent::kMainWindowAttribute, value);
@@ -47,9 +51,28 @@ AXElementRef AtspiFixture::mainWindow(std::int32_t pid) {
     return error == AXError::success && window != nullptr ? *window : nullptr;
 }
 
-AXElementRef AtspiFixture::addressField(std::int32_t pid) {
+AXElementRef AtspiFixture::foundField(std::int32_t pid) {
     const AXElementRef window = mainWindow(pid);
     return window ? useragent::FindURLElement(*accessibility, window, 0) : nullptr;
+}
+
+AXElementRef AtspiFixture::addressField(std::int32_t pid) {
+    const auto field = std::static_pointer_cast<const AtspiElement>(foundField(pid));
+    return field ? std::make_shared<AtspiElement>(pid, field->session, field->object) : nullptr;
+}
+
+AXElementRef AtspiFixture::object(const std::string& busName, const std::string& path, std::int32_t pid) {
+    const auto bus = accessibility->bus().lock();
+    return std::make_shared<AtspiElement>(pid, bus->session(bus->deadline()),
+                                          useragent::atspi::ObjectRef{busName, path});
+}
+
+void AtspiFixture::look(const std::vector<std::int32_t>& pids) {
+    std::vector<useragent::WindowInfo> browsers;
+    for (const std::int32_t pid : pids) {
+        browsers.push_back({std::nullopt, pid});
+    }
+    accessibility->prepare(browsers);
 }
 
 std::chrono::milliseconds AtspiFixture::timeOf(const std::function<void()>& action) {

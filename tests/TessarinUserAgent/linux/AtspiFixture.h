@@ -36,8 +36,17 @@ class AtspiFixture : public testing::Test {
     // The text of a string attribute, or nothing with the error in `error`.
     std::optional<std::string> text(const useragent::AXElementRef& element, const std::string& attribute);
     std::optional<std::vector<useragent::AXElementRef>> children(const useragent::AXElementRef& element);
+    // As the watcher gets them in a polling cycle that has just begun.
     useragent::AXElementRef mainWindow(std::int32_t pid = getpid());
+    useragent::AXElementRef foundField(std::int32_t pid = getpid());
+    // The same field without what was read along with it.
     useragent::AXElementRef addressField(std::int32_t pid = getpid());
+    // An object of the tree.
+    useragent::AXElementRef object(const std::string& busName, const std::string& path,
+                                   std::int32_t pid = getpid());
+
+    // As once a polling cycle.
+    void look(const std::vector<std::int32_t>& pids);
 
     static std::chrono::milliseconds timeOf(const std::function<void()>& action);
 

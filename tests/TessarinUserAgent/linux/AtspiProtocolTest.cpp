@@ -26,9 +26,17 @@ TEST(AtspiProtocol, EntryOfSeveralLinesIsNoTextField) {
     EXPECT_EQ(AXRoleName(79, kEditable), "AXTextArea");
 }
 
-TEST(AtspiProtocol, EntryThatCannotBeEditedIsNoTextField) {
-    EXPECT_EQ(AXRoleName(79, State::showing | State::singleLine), "AXTextArea");
-    EXPECT_EQ(AXRoleName(11, State::showing | State::singleLine), "AXPopUpButton");
+TEST(AtspiProtocol, ReadOnlyEntryOfOneLineIsATextField) {
+    EXPECT_EQ(AXRoleName(79, State::showing | State::singleLine), "AXTextField");
+    EXPECT_EQ(AXRoleName(11, State::showing | State::singleLine), "AXTextField");
+}
+
+TEST(AtspiProtocol, ListToChooseFromIsNoTextField) {
+    EXPECT_EQ(AXRoleName(11, State::showing | State::active), "AXPopUpButton");
+}
+
+TEST(AtspiProtocol, FrameThatHoldsADocumentIsAWebArea) {
+    EXPECT_EQ(AXRoleName(28, 0), "AXWebArea");
 }
 
 TEST(AtspiProtocol, PasswordIsNoTextField) {

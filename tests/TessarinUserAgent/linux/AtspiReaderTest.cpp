@@ -3,9 +3,9 @@
 
 #include "AtspiFixture.h"
 #include "AtspiTypes.h"
-#include "useragent/DeadlineReader.h"
 #include "useragent/Deadlines.h"
 #include "useragent/FindURLElement.h"
+#include "useragent/SearchReader.h"
 
 using useragent::AXElementRef;
 using useragent::AXError;
@@ -30,6 +30,8 @@ class AtspiReaderTest : public AtspiFixture, public testing::WithParamInterface<
         return names;
     }
 
+    AXElementRef frame() { return object(application.busName(), window.frame); }
+
     fake::AtspiNode named(const std::string& name, std::uint64_t states = fake::kShowing) {
         fake::AtspiNode node;
         node.name = name;
@@ -53,7 +55,7 @@ TEST_P(AtspiReaderTest, FindsAndReadsTheAddressField) {
 }
 
 TEST_P(AtspiReaderTest, GivesTheRolesOfChildrenWithoutAskingAgain) {
-    const auto found = children(mainWindow());
+    const auto found = children(frame());
     ASSERT_TRUE(found);
     ASSERT_EQ(found->size(), 1U);
     const int before = application.calls();
@@ -69,7 +71,7 @@ TEST_P(AtspiReaderTest, KeepsTheShowingChildrenInTheirOrder) {
     application.add(window.frame, named("second"));
     application.add(window.frame, named("closed menu", 0));
     application.add(window.frame, named("third"));
-    EXPECT_EQ(namesOfChildren(mainWindow()), (std::vector<std::string>{"", "second", "third"}));
+    EXPECT_EQ(namesOfChildren(frame()), (std::vector<std::string>{"", "second", "third"}));
 }
 
 TEST_P(AtspiReaderTest, LeavesOutChildrenThatDoNotExist) {
@@ -77,7 +79,7 @@ TEST_P(AtspiReaderTest, LeavesOutChildrenThatDoNotExist) {
         frame.children.insert(frame.children.begin(), {"/org/a11y/atspi/accessible/999",
                                                        "/org/a11y/atspi/null", ":1.4711 /org/a11y/nobody"});
     });
-    EXPECT_EQ(namesOfChildren(mainWindow()), std::vector<std::string>{""});
+    EXPECT_EQ(namesOfChildren(frame()), std::vector<std::string>{""});
     EXPECT_TRUE(addressField());
 }
 
@@ -87,12 +89,12 @@ TEST_P(AtspiReaderTest, DoesNotBelieveTheCountOfChildren) {
         for (const std::string& path : {std::string(fake::AtspiApplication::kRoot), window.frame}) {
             application.change(path, [&](fake::AtspiNode& node) { node.childCount = claim; });
         }
-        EXPECT_EQ(namesOfChildren(mainWindow()).size(), 1U);
+        EXPECT_EQ(namesOfChildren(frame()).size(), 1U);
         EXPECT_EQ(text(addressField(), "AXValue"), "example.org/start");
         EXPECT_EQ(application.callsOf("GetChildAtIndex"), 0);
     }
     application.change(window.frame, [](fake::AtspiNode& frame) { frame.children.clear(); });
-    EXPECT_EQ(namesOfChildren(mainWindow()).size(), 0U);
+    EXPECT_EQ(namesOfChildren(frame()).size(), 0U);
     EXPECT_EQ(error, AXError::success);
 }
 
@@ -101,8 +103,7 @@ TEST_P(AtspiReaderTest, SurvivesMoreChildrenThanItAskedFor) {
         application.add(window.frame, {});
     }
     application.setHeedsLimit(false);
-    const AXElementRef frame = mainWindow();
-    EXPECT_FALSE(children(frame));
+    EXPECT_FALSE(children(frame()));
     EXPECT_EQ(error, AXError::cannotComplete);
     // The same as the children of a child, which come along with the child.
     const std::string outer = application.add(fake::AtspiApplication::kRoot, named("outer"));
@@ -111,7 +112,7 @@ TEST_P(AtspiReaderTest, SurvivesMoreChildrenThanItAskedFor) {
         node.states |= fake::kActive;
         node.children = {window.frame};
     });
-    const auto inner = children(mainWindow());
+    const auto inner = children(object(application.busName(), outer));
     ASSERT_TRUE(inner);
     ASSERT_EQ(inner->size(), 1U);
     EXPECT_EQ(text(inner->front(), "AXDescription"), "Page - Browser");
@@ -125,8 +126,8 @@ TEST_P(AtspiReaderTest, EndsTheSearchInATreeThatContainsItself) {
     // A second self makes a maze of a million ways; the watcher's searches have a time limit for such.
     application.change(window.frame, [&](fake::AtspiNode& frame) { frame.children.push_back(window.frame); });
     const auto now = [] { return std::chrono::steady_clock::now(); };
-    useragent::DeadlineReader search(*accessibility, now, useragent::kURLFieldSearchDeadline);
-    EXPECT_FALSE(useragent::FindURLElement(search, mainWindow(), 0));
+    useragent::SearchReader search(*accessibility, now, useragent::kURLFieldSearchDeadline);
+    EXPECT_FALSE(useragent::FindURLElement(search, frame(), 0));
     EXPECT_TRUE(search.expired());
 }
 
@@ -148,8 +149,7 @@ TEST_P(AtspiReaderTest, GivesUpInTimeOnAHundredThousandChildren) {
     for (int i = 0; i < 100'000; ++i) {
         application.add(window.frame, {});
     }
-    const AXElementRef frame = mainWindow();
-    EXPECT_FALSE(children(frame));
+    EXPECT_FALSE(children(frame()));
     EXPECT_EQ(error, AXError::cannotComplete);
     application.change(window.frame, [](fake::AtspiNode& shrunk) { shrunk.children.resize(1); });
     EXPECT_TRUE(addressField());
@@ -167,7 +167,7 @@ TEST_P(AtspiReaderTest, AsksNoneOfAHundredThousandWindows) {
 }
 
 TEST_P(AtspiReaderTest, SurvivesRepliesOfAnyOtherShape) {
-    const AXElementRef frame = mainWindow();
+    const AXElementRef tree = frame();
     const AXElementRef field = addressField();
     const std::vector<QVariantList> shapes{{},
                                            {-1},
@@ -183,11 +183,11 @@ TEST_P(AtspiReaderTest, SurvivesRepliesOfAnyOtherShape) {
             application.overrideMethod(member, [shape](const QDBusMessage& call) {
                 return std::make_unique<QDBusMessage>(call.createReply(shape));
             });
-            children(frame);
+            children(tree);
             mainWindow();
             for (const char* const attribute : {"AXRole", "AXDescription", "AXIdentifier", "AXDOMIdentifier",
                                                 "AXPlaceholderValue", "AXValue"}) {
-                text(frame, attribute);
+                text(tree, attribute);
                 text(field, attribute);
             }
         }
@@ -197,7 +197,7 @@ TEST_P(AtspiReaderTest, SurvivesRepliesOfAnyOtherShape) {
             return std::make_unique<QDBusMessage>(
                 call.createErrorReply(QStringLiteral("a.b"), QStringLiteral("c")));
         });
-        children(frame);
+        children(tree);
     }
     EXPECT_FALSE(text(field, "AXValue"));
     EXPECT_EQ(error, AXError::failure);
@@ -286,11 +286,11 @@ TEST_P(AtspiReaderTest, ReadsNothingWhileAccessibilityIsOffAndWorksWhenItIsOn) {
     EXPECT_EQ(error, AXError::apiDisabled);
     EXPECT_EQ(log.count("Accessibility is switched off"), 1U);
     desktop.isEnabled = true;
-    accessibility->prepare({getpid()});
+    look({getpid()});
     EXPECT_TRUE(addressField());
     EXPECT_TRUE(accessibility->isProcessTrusted());
     desktop.isEnabled = false;
-    accessibility->prepare({getpid()});
+    look({getpid()});
     EXPECT_FALSE(mainWindow());
     EXPECT_EQ(log.count("Accessibility is switched off"), 2U) << "said again after it was on";
 }
@@ -307,6 +307,7 @@ TEST_P(AtspiReaderTest, TellsOnceThatAWindowStaysWithoutContent) {
 
 TEST_P(AtspiReaderTest, WakesABrowserThatBuildsItsTreeOnlyWhenAskedForAttributes) {
     bool isAwake = false;
+    int wakings = 0;
     const auto ordinary = [](const QDBusMessage& call, const AtspiReferences& references) {
         return std::make_unique<QDBusMessage>(call.createReply(QVariant::fromValue(references)));
     };
@@ -316,6 +317,7 @@ TEST_P(AtspiReaderTest, WakesABrowserThatBuildsItsTreeOnlyWhenAskedForAttributes
     const AtspiReference frame{null.busName, QDBusObjectPath(QString::fromStdString(window.frame))};
     application.overrideMethod("GetAttributes", [&](const QDBusMessage& call) {
         isAwake = true;
+        wakings += call.path() == frame.path.path() ? 1 : 0;
         return std::make_unique<QDBusMessage>(call.createReply(QVariant::fromValue(AtspiAttributes())));
     });
     application.overrideMethod("GetChildren", [&, ordinary](const QDBusMessage& call) {
@@ -327,18 +329,18 @@ TEST_P(AtspiReaderTest, WakesABrowserThatBuildsItsTreeOnlyWhenAskedForAttributes
     });
     EXPECT_EQ(text(addressField(), "AXValue"), "example.org/start");
     EXPECT_TRUE(addressField());
-    EXPECT_EQ(application.callsOf("GetAttributes"), 1) << "who is awake is not disturbed";
+    EXPECT_EQ(wakings, 1) << "who is awake is not disturbed";
     EXPECT_EQ(log.count("cannot be read"), 0U);
 }
 
 TEST_P(AtspiReaderTest, TellsOnceThatAProcessStaysAwayFromTheBus) {
     const std::int32_t stranger = getppid();
     for (int cycle = 0; cycle < 3; ++cycle) {
-        accessibility->prepare({getpid(), stranger});
+        look({getpid(), stranger});
     }
     EXPECT_EQ(log.count("is not on the accessibility bus"), 0U) << "it may be just starting";
     for (int cycle = 0; cycle < 5; ++cycle) {
-        accessibility->prepare({getpid(), stranger});
+        look({getpid(), stranger});
     }
     EXPECT_EQ(log.linesWith("is not on the accessibility bus").size(), 1U);
     EXPECT_NE(log.text().find("process id " + std::to_string(stranger) + " is not"), std::string::npos);
@@ -353,12 +355,12 @@ TEST_P(AtspiReaderTest, SearchesWithFewRoundTrips) {
     if (GetParam()) {
         // The showing children of the window, of each of those together, and of the toolbar's only one.
         EXPECT_EQ(application.callsOf("GetMatches"), 1 + 21 + 1);
-        EXPECT_EQ(application.callsOf("GetState"), 1 + 1) << "of the window and of the field";
+        EXPECT_EQ(application.callsOf("GetState"), 1 + 2) << "of the window, and twice of the field";
     } else {
         // The windows, what the chosen one holds, and the levels down to the field.
         EXPECT_EQ(application.callsOf("GetChildren"), 1 + 1 + 2);
         EXPECT_EQ(application.callsOf("GetMatches"), 1) << "who cannot select is not asked again";
-        EXPECT_EQ(application.callsOf("GetState"), 1 + 41 + 1 + 1);
+        EXPECT_EQ(application.callsOf("GetState"), 1 + 41 + 1 + 2);
     }
 }
 

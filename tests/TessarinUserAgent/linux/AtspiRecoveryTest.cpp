@@ -90,7 +90,7 @@ TEST_F(AtspiRecoveryTest, ReadsAgainWhatWasNotAnsweredInTime) {
     fake::AtspiApplication application(desktop.accessibilityBus.address());
     const auto window = application.addWindow("Page", "start");
     desktop.registerApplication(application.busName());
-    const auto observer = observe(getpid(), addressField(), kValueChangedNotification);
+    const auto observer = observe(getpid(), foundField(), kValueChangedNotification);
     application.hold();
     application.edit(window.field, "missed");
     ASSERT_TRUE(fake::WaitFor([&] { return log.contains("does not answer"); }));
@@ -140,37 +140,37 @@ TEST_F(AtspiRecoveryTest, WaitsForAStoppedBrowserOnce) {
 TEST_F(AtspiRecoveryTest, FindsStoppedBrowsersBeforeTheyAreRead) {
     Browser stopped(desktop);
     Browser healthy(desktop, "healthy");
-    accessibility->prepare({stopped.pid(), healthy.pid()});
+    look({stopped.pid(), healthy.pid()});
     stopped.stop();
-    EXPECT_LT(timeOf([&] { accessibility->prepare({stopped.pid(), healthy.pid()}); }), kOneWait);
+    EXPECT_LT(timeOf([&] { look({stopped.pid(), healthy.pid()}); }), kOneWait);
     EXPECT_EQ(log.count("does not answer"), 1U);
     EXPECT_LT(timeOf([&] { EXPECT_FALSE(mainWindow(stopped.pid())); }), kDeadline);
     EXPECT_EQ(text(addressField(healthy.pid()), "AXValue"), "healthy") << "others are not affected";
-    EXPECT_LT(timeOf([&] { accessibility->prepare({stopped.pid(), healthy.pid()}); }), kDeadline);
+    EXPECT_LT(timeOf([&] { look({stopped.pid(), healthy.pid()}); }), kDeadline);
     stopped.resume();
     EXPECT_TRUE(fake::WaitFor([&] { return addressField(stopped.pid()) != nullptr; }));
 }
 
 TEST_F(AtspiRecoveryTest, NoticesTheRecoveryWithoutTheMainLoop) {
     Browser browser(desktop);
-    accessibility->prepare({browser.pid()});
+    look({browser.pid()});
     browser.stop();
-    accessibility->prepare({browser.pid()});
+    look({browser.pid()});
     EXPECT_FALSE(mainWindow(browser.pid()));
     browser.resume();
     for (int i = 0; i < 1000 && !mainWindow(browser.pid()); ++i) {
         std::this_thread::sleep_for(10ms);
-        accessibility->prepare({browser.pid()});
+        look({browser.pid()});
     }
     EXPECT_TRUE(mainWindow(browser.pid()));
 }
 
 TEST_F(AtspiRecoveryTest, TellsTheChangeThatAStoppedBrowserOwed) {
     Browser browser(desktop);
-    const auto observer = observe(browser.pid(), addressField(browser.pid()), kValueChangedNotification);
+    const auto observer = observe(browser.pid(), foundField(browser.pid()), kValueChangedNotification);
     browser.stop();
     browser.say("edit " + browser.field + "|typed while it hung");
-    accessibility->prepare({browser.pid()});
+    look({browser.pid()});
     EXPECT_TRUE(seen.entries.empty());
     browser.resume();
     ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
@@ -194,9 +194,9 @@ TEST_F(AtspiRecoveryTest, FindsABrowserThatWasKilledAndStartedAgain) {
 
 TEST_F(AtspiRecoveryTest, KilledWhileItHungIsForgotten) {
     Browser browser(desktop);
-    accessibility->prepare({browser.pid()});
+    look({browser.pid()});
     browser.stop();
-    accessibility->prepare({browser.pid()});
+    look({browser.pid()});
     browser.kill();
     EXPECT_FALSE(mainWindow(browser.pid()));
     Browser next(desktop);
@@ -223,9 +223,9 @@ TEST_F(AtspiRecoveryTest, TellsThatEverythingIsToBeFoundAnewWhenTheBusDropped) {
                                   kMainWindowChangedNotification);
     desktop.dropBus();
     EXPECT_FALSE(text(field, "AXValue"));
-    EXPECT_LT(timeOf([&] { accessibility->prepare({browser->pid()}); }), kOneWait);
+    EXPECT_LT(timeOf([&] { look({browser->pid()}); }), kOneWait);
     EXPECT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
-    accessibility->prepare({browser->pid()});
+    look({browser->pid()});
     QCoreApplication::processEvents();
     EXPECT_EQ(seen.entries.size(), 1U) << "told once";
     EXPECT_EQ(log.count("cannot be reached"), 1U);
@@ -233,13 +233,13 @@ TEST_F(AtspiRecoveryTest, TellsThatEverythingIsToBeFoundAnewWhenTheBusDropped) {
 
     desktop.returnBus();
     browser = std::make_unique<Browser>(desktop, "back");
-    accessibility->prepare({browser->pid()});
+    look({browser->pid()});
     EXPECT_EQ(text(addressField(browser->pid()), "AXValue"), "back");
     EXPECT_FALSE(text(field, "AXValue"));
     EXPECT_EQ(error, AXError::invalidUIElement) << "the names of the old bus mean nothing on the new one";
 
     desktop.dropBus();
-    accessibility->prepare({browser->pid()});
+    look({browser->pid()});
     EXPECT_EQ(log.count("cannot be reached"), 2U) << "said again after it was back";
 }
 
@@ -249,12 +249,12 @@ TEST_F(AtspiRecoveryTest, TellsThatEverythingIsToBeFoundAnewWhenItWasSwitchedOff
     const auto observer = observe(browser.pid(), accessibility->createApplication(browser.pid()),
                                   kMainWindowChangedNotification);
     desktop.isEnabled = false;
-    accessibility->prepare({browser.pid()});
+    look({browser.pid()});
     EXPECT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
     EXPECT_FALSE(mainWindow(browser.pid()));
     EXPECT_EQ(error, AXError::apiDisabled);
     desktop.isEnabled = true;
-    accessibility->prepare({browser.pid()});
+    look({browser.pid()});
     EXPECT_TRUE(addressField(browser.pid()));
 }
 
@@ -265,7 +265,7 @@ TEST_F(AtspiRecoveryTest, TellsWhoeverSubscribesToALostBusThatItIsLost) {
     const std::shared_ptr<useragent::Session> session =
         accessibility->bus().lock()->session(std::chrono::steady_clock::now() + kDeadline);
     ASSERT_TRUE(session);
-    session->subscriptions->end();
+    session->watches->end();
     ASSERT_TRUE(fake::WaitFor([&] { return seen.entries.size() == 1; }));
     const auto second = observe(browser.pid(), application, kMainWindowChangedNotification);
     EXPECT_TRUE(fake::WaitFor([&] { return seen.entries.size() == 2; })) << "it came too late to be told";
@@ -287,10 +287,10 @@ TEST_F(AtspiRecoveryTest, WaitsForAFrozenBusOnlyUntilTheDeadline) {
     ASSERT_TRUE(field);
     desktop.accessibilityBus.freeze();
     EXPECT_LT(timeOf([&] { EXPECT_FALSE(text(field, "AXValue")); }), kOneWait);
-    EXPECT_LT(timeOf([&] { accessibility->prepare({browser.pid()}); }), kOneWait);
+    EXPECT_LT(timeOf([&] { look({browser.pid()}); }), kOneWait);
     desktop.accessibilityBus.thaw();
     EXPECT_TRUE(fake::WaitFor([&] {
-        accessibility->prepare({browser.pid()});
+        look({browser.pid()});
         return text(field, "AXValue") == "start";
     }));
 }
@@ -311,14 +311,14 @@ TEST_F(AtspiRecoveryTest, StartsOnADesktopWhoseBusesAreFrozen) {
 
 TEST_F(AtspiRecoveryTest, ARecoveryIsToldToNobodyOnceAllHasEnded) {
     Browser browser(desktop);
-    const auto observer = observe(browser.pid(), addressField(browser.pid()), kValueChangedNotification);
+    const auto observer = observe(browser.pid(), foundField(browser.pid()), kValueChangedNotification);
     browser.stop();
-    accessibility->prepare({browser.pid()});
+    look({browser.pid()});
     browser.resume();
     // Without the main loop, so that what is posted to it is still there at the end.
     for (int i = 0; i < 1000 && !log.contains("answers again"); ++i) {
         std::this_thread::sleep_for(10ms);
-        accessibility->prepare({browser.pid()});
+        look({browser.pid()});
     }
     ASSERT_TRUE(log.contains("answers again"));
     accessibility.reset();

@@ -19,25 +19,37 @@ const TopLevel kActiveDialog{"/5", 16, kActive, "Open File"};
 const TopLevel kBubble{"/6", 23, kInactive, ""};
 
 TEST(MainWindow, IsTheActiveFrame) {
-    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond, kActiveFrame}, "/1"), 2);
+    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond, kActiveFrame}, "/1", ""), 2);
 }
 
 TEST(MainWindow, WithoutAnActiveFrameIsTheLastOne) {
-    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond}, "/2"), 1);
+    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond}, "/2", ""), 1);
+}
+
+TEST(MainWindow, WithoutALastOneIsTheFrontMostOnScreen) {
+    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond}, "/closed", "second"), 1);
+    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond}, "/1", "second"), 0);
+    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond, kActiveFrame}, "", "second"), 2);
+    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond}, "", "of another program"), 0);
 }
 
 TEST(MainWindow, WithoutALastOneIsTheFirstFrameWithATitle) {
-    EXPECT_EQ(ChooseMainWindow({kBubble, kFirst, kSecond}, ""), 1);
-    EXPECT_EQ(ChooseMainWindow({kBubble, kFirst, kSecond}, "/closed"), 1);
+    EXPECT_EQ(ChooseMainWindow({kBubble, kFirst, kSecond}, "", ""), 1);
+    EXPECT_EQ(ChooseMainWindow({kBubble, kFirst, kSecond}, "/closed", ""), 1);
 }
 
 TEST(MainWindow, IsNeverAMenuABubbleOrADialog) {
-    EXPECT_EQ(ChooseMainWindow({kActiveMenu, kActiveDialog, kBubble, kFirst, kSecond}, "/2"), 4);
-    EXPECT_EQ(ChooseMainWindow({kActiveMenu, kActiveDialog, kBubble}, "/6"), std::nullopt);
+    EXPECT_EQ(ChooseMainWindow({kActiveMenu, kActiveDialog, kBubble, kFirst, kSecond}, "/2", ""), 4);
+    EXPECT_EQ(ChooseMainWindow({kActiveMenu, kActiveDialog, kBubble}, "/6", ""), std::nullopt);
+}
+
+TEST(MainWindow, IsNeverAFrameThatIsDead) {
+    const TopLevel dead{"/7", 23, State::active | State::defunct, "dead"};
+    EXPECT_EQ(ChooseMainWindow({dead, kFirst}, "/7", "dead"), 1);
 }
 
 TEST(MainWindow, IsAbsentWithoutWindows) {
-    EXPECT_EQ(ChooseMainWindow({}, ""), std::nullopt);
+    EXPECT_EQ(ChooseMainWindow({}, "", ""), std::nullopt);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -9,6 +10,8 @@
 #include <string>
 #include <variant>
 #include <vector>
+
+#include "useragent/WindowList.h"
 
 namespace useragent {
 
@@ -65,6 +68,7 @@ inline constexpr const char* kDOMIdentifierAttribute = "AXDOMIdentifier";
 inline constexpr const char* kPlaceholderValueAttribute = "AXPlaceholderValue";
 inline constexpr const char* kValueAttribute = "AXValue";
 inline constexpr const char* kTextFieldRole = "AXTextField";
+inline constexpr const char* kWebAreaRole = "AXWebArea";
 inline constexpr const char* kMainWindowChangedNotification = "AXMainWindowChanged";
 inline constexpr const char* kValueChangedNotification = "AXValueChanged";
 
@@ -111,10 +115,16 @@ class Accessibility : public AccessibilityReader {
     virtual bool isProcessTrusted() = 0;
     virtual bool isProcessTrustedWithPrompt() = 0;
 
-    // Called once a polling cycle with the browsers found, on the polling thread and without any lock: the
-    // platform end finds out here which of them answer at all, so that reads made later under a lock fail at
-    // once instead of waiting for a hung application.
-    virtual void prepare(const std::vector<std::int32_t>& pids) = 0;
+    // Called once a polling cycle on the polling thread and without any lock, with the front-most window of
+    // each browser found. The platform end looks at what is observed of them: an address that is another than
+    // the one it told last is told as a changed value, a field that is gone or another main window as a
+    // changed main window, so that a notification that was lost or never came leaves nothing wrong for
+    // longer than one cycle. It finds out as well who answers at all, so that later reads of the others fail
+    // at once.
+    virtual void prepare(const std::vector<WindowInfo>& browsers) = 0;
+
+    // How long a search for one window's address field may take.
+    virtual std::chrono::nanoseconds searchDeadline() const = 0;
 };
 
 }  // namespace useragent

@@ -11,7 +11,7 @@
 
 #include "useragent/Accessibility.h"
 #include "useragent/BrowserURLWatcherContext.h"
-#include "useragent/DeadlineReader.h"
+#include "useragent/SearchReader.h"
 #include "useragent/WindowList.h"
 #include "usercommon/Semaphore.h"
 
@@ -59,21 +59,28 @@ class BrowserURLWatcher {
     std::string getURL(const std::string& browser);
 
  private:
-    using Contexts = std::map<std::string, BrowserURLWatcherContext>;
+    using Context = std::shared_ptr<BrowserURLWatcherContext>;
+    using Contexts = std::map<std::string, Context>;
 
+    // None of these is called with the mutex held, so that nobody waits for it while a browser is asked.
     void watchBrowserProcess();
     bool pollOnce();
     void handleBrowserProcesses(const BrowserProcesses& running, const BrowserProcesses& closed);
-    bool addContext(const std::string& name, std::int32_t pid);
-    bool initContext(std::int32_t pid, BrowserURLWatcherContext& context);
+    Context beginContext(const std::string& name, std::int32_t pid);
+    bool setUp(Context context);
+    bool initContext(const Context& context);
     bool subscribe(std::int32_t pid, const AXElementRef& element, const std::string& notification,
                    AXObserverCallback callback, std::unique_ptr<AXObserver>& observer);
     using Handler = void (BrowserURLWatcher::*)(const AXElementRef& element);
     void handleNoThrow(Handler handler, const AXElementRef& element) noexcept;
     void handleMainWindowChanged(const AXElementRef& element);
     void handleValueChanged(const AXElementRef& element);
-    Contexts::iterator findContext(std::int32_t pid);
-    void updateURL(const AXElementRef& field, BrowserURLWatcherContext& context);
+    void updateURL(const AXElementRef& field, const Context& context);
+
+    // With the mutex held.
+    Context findContext(std::int32_t pid) const;
+    bool isCurrent(const Context& context) const;
+    void storeURL(const AXString& text, BrowserURLWatcherContext& context);
 
     const WatcherPorts ports_;
     // Not locked: written once before any notification is served, read under the mutex. The flag orders the
@@ -83,7 +90,7 @@ class BrowserURLWatcher {
     std::future<void> pollingTask_;
     std::atomic<bool> running_{true};
     BrowserProcesses browsers_;
-    std::mutex mutex_;  // guards contexts_ and every context in it
+    std::mutex mutex_;  // guards what follows
     Contexts contexts_;
 };
 

@@ -8,7 +8,8 @@
 
 namespace useragent {
 
-// What the watcher keeps for one running browser. Guarded by the watcher's mutex.
+// What the watcher keeps for one running browser. While it is being set up, name, process id and observers
+// belong to the thread that does that; everything else is guarded by the watcher's mutex.
 struct BrowserURLWatcherContext {
     BrowserURLWatcherContext() = default;
     BrowserURLWatcherContext(const BrowserURLWatcherContext&) = delete;
@@ -22,6 +23,13 @@ struct BrowserURLWatcherContext {
     std::unique_ptr<AXObserver> valueChangedObserver;       // null until subscribed
     std::unique_ptr<AXObserver> mainWindowChangedObserver;  // null until subscribed
     std::string url;                                        // last text read from the field, UTF-8
+
+    // Notifications that came while it was being set up are served when it is.
+    bool isSetUp = false;
+    bool isOutdated = false;    // the main window changed meanwhile
+    AXElementRef changedField;  // whose value changed last; null when none did
+    std::uint64_t changes = 0;  // readings of the field that were begun
+    std::uint64_t stored = 0;   // the latest of them whose text was taken
 };
 
 }  // namespace useragent

@@ -11,6 +11,7 @@ namespace useragent {
 struct WindowInfo {
     std::optional<std::string> ownerName;  // application name as the product knows it, UTF-8
     std::int32_t ownerPid = 0;
+    std::string title{};  // UTF-8; empty when it is not known
 };
 
 class WindowList {

@@ -163,7 +163,7 @@ void AccessibilityBus::conclude(Verdict verdict, const std::string& reason) {
 
 void AccessibilityBus::replace(std::shared_ptr<Session> session) {
     if (session_) {
-        session_->subscriptions->end();
+        session_->watches->end();
     }
     session_ = std::move(session);
 }

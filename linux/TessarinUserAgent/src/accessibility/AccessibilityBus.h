@@ -31,6 +31,7 @@ class AccessibilityBus {
     // The desktop's session bus; nothing when it cannot be had.
     std::shared_ptr<cmn::bus::Connection> sessionBus(cmn::bus::Deadline deadline);
 
+    const std::shared_ptr<cmn::Dispatch>& dispatch() const { return surroundings_.dispatch; }
     cmn::bus::Deadline deadline() const { return cmn::bus::Clock::now() + settings_.callDeadline; }
 
  private:

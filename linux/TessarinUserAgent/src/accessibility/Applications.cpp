@@ -140,19 +140,8 @@ void Applications::forget(std::int32_t pid, const std::string& busName) {
     const auto found = names_.find(pid);
     if (found != names_.end() && found->second == busName) {
         names_.erase(found);
-        mainWindows_.erase(pid);
         emptyReads_.erase(pid);
     }
-}
-
-std::string Applications::mainWindow(std::int32_t pid) const {
-    const std::lock_guard lock(mutex_);
-    return Find(mainWindows_, pid);
-}
-
-void Applications::setMainWindow(std::int32_t pid, const std::string& path) {
-    const std::lock_guard lock(mutex_);
-    mainWindows_[pid] = path;
 }
 
 void Applications::noteWindowContent(std::int32_t pid, bool empty) {

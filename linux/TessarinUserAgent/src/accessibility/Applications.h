@@ -31,10 +31,6 @@ class Applications {
     // The name turned out to belong to nobody any more.
     void forget(std::int32_t pid, const std::string& busName);
 
-    // Path of the window last taken for the main one; empty when there was none.
-    std::string mainWindow(std::int32_t pid) const;
-    void setMainWindow(std::int32_t pid, const std::string& path);
-
     // Tell the log, once for each process, about one whose window stays without content, and about one that
     // stays away from the bus. The latter is to be called once in a polling cycle.
     void noteWindowContent(std::int32_t pid, bool empty);
@@ -61,7 +57,6 @@ class Applications {
 
     mutable std::mutex mutex_;  // guards what follows
     std::map<std::int32_t, std::string> names_;
-    std::map<std::int32_t, std::string> mainWindows_;
     std::map<std::int32_t, int> emptyReads_;
     std::map<std::int32_t, int> absences_;
 };

@@ -60,10 +60,10 @@ bool AtspiAccessibility::isProcessTrustedWithPrompt() {
     return trusted;
 }
 
-void AtspiAccessibility::prepare(const std::vector<std::int32_t>& pids) {
+void AtspiAccessibility::prepare(const std::vector<WindowInfo>& browsers) {
     const cmn::bus::Deadline deadline = bus_->deadline();
     if (const std::shared_ptr<Session> session = bus_->check(cmn::bus::HalfWayTo(deadline))) {
-        session->callTheRoll(pids, deadline);
+        session->look(browsers, deadline);
     }
 }
 

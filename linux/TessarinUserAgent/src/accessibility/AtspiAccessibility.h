@@ -30,7 +30,8 @@ class AtspiAccessibility final : public Accessibility {
                            std::unique_ptr<AXObserver>& observer) override;
     bool isProcessTrusted() override;
     bool isProcessTrustedWithPrompt() override;
-    void prepare(const std::vector<std::int32_t>& pids) override;
+    void prepare(const std::vector<WindowInfo>& browsers) override;
+    std::chrono::nanoseconds searchDeadline() const override { return kURLFieldSearchDeadline; }
 
     // For what else asks over the same bus.
     std::weak_ptr<AccessibilityBus> bus() const { return bus_; }

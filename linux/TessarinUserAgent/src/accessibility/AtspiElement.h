@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "accessibility/AtspiQueries.h"
 #include "useragent/Accessibility.h"
@@ -12,6 +13,9 @@
 namespace useragent {
 
 class Session;
+
+// What was read of an object along with others; nothing for an attribute that it does not have.
+using KnownAttributes = std::map<std::string, std::optional<std::string>>;
 
 // Handle of an object on the accessibility bus, or of a whole application, whose bus name is looked up when
 // it is read. May carry what was read along with it. Immutable, shared between threads.
@@ -25,8 +29,10 @@ struct AtspiElement : AXElement {
     std::int32_t pid;                // of the application it was reached through
     std::weak_ptr<Session> session;  // outside of which the reference means nothing
     atspi::ObjectRef object;
-    std::map<std::string, std::string> known;  // by attribute; its value only as a notification's
-    std::optional<atspi::Objects> children;    // all that show, as they were when the parent was read
+    KnownAttributes known;                   // the value only as it was when the element was handed out
+    std::optional<atspi::Objects> children;  // all that show, as they were when the parent was read
+    // Instead of all children: what a search of a window has found in it.
+    std::optional<std::vector<std::shared_ptr<const AtspiElement>>> found;
 };
 
 AXStringRef MakeAXString(std::string text);

@@ -1,18 +1,8 @@
 #include "accessibility/AtspiObserver.h"
 
-#include <utility>
-
-#include "accessibility/AtspiReader.h"
-#include "accessibility/FieldSubscription.h"
-#include "accessibility/WindowSubscription.h"
+#include "accessibility/ApplicationWatch.h"
 
 namespace useragent {
-
-AtspiObserver::~AtspiObserver() {
-    for (const Subscription::Ptr& subscription : subscriptions_) {
-        subscription->close();
-    }
-}
 
 AXError AtspiObserver::addNotification(const AXElementRef& element, const std::string& notification) {
     const auto target = std::dynamic_pointer_cast<const AtspiElement>(element);
@@ -29,36 +19,15 @@ AXError AtspiObserver::addNotification(const AXElementRef& element, const std::s
     if (!session) {
         return AXError::apiDisabled;
     }
-    AtspiReader reader(session, *target, deadline);
-    AXError error = reader.locate();
-    if (error != AXError::success) {
-        return error;
+    const std::shared_ptr<ApplicationWatch> watch = session->watch(pid_, deadline);
+    if (!watch || session->silent->isSilent(watch->busName())) {
+        return AXError::cannotComplete;
     }
-    Subscription::Ptr subscription;
     if (isWindow) {
-        subscription =
-            std::make_shared<WindowSubscription>(session, pid_, reader.object().busName, callback_);
-    } else {
-        subscription = std::make_shared<FieldSubscription>(session, target, callback_);
+        return watch->listenToWindows(listener_);
     }
-    error = subscription->open(deadline);
-    if (error != AXError::success) {
-        subscription->close();
-        return error;
-    }
-    session->subscriptions->add(subscription);
-    const std::lock_guard lock(mutex_);
-    subscription->setDelivering(delivering_);
-    subscriptions_.push_back(std::move(subscription));
-    return AXError::success;
-}
-
-void AtspiObserver::setDelivering(bool delivering) {
-    const std::lock_guard lock(mutex_);
-    delivering_ = delivering;
-    for (const Subscription::Ptr& subscription : subscriptions_) {
-        subscription->setDelivering(delivering);
-    }
+    return target->session.lock() == session ? watch->listenToField(listener_, *target)
+                                             : AXError::invalidUIElement;
 }
 
 }  // namespace useragent

@@ -27,7 +27,7 @@ constexpr std::array kRoleNames{
     RoleName{23, "AXWindow"},       // frame
     RoleName{26, "AXImage"},        // icon
     RoleName{27, "AXImage"},        // image
-    RoleName{28, "AXGroup"},        // internal frame
+    RoleName{28, "AXWebArea"},      // internal frame: holds a document
     RoleName{29, "AXStaticText"},   // label
     RoleName{31, "AXList"},         // list
     RoleName{32, "AXGroup"},        // list item
@@ -58,7 +58,7 @@ constexpr std::array kRoleNames{
     RoleName{69, "AXWindow"},       // window
     RoleName{73, "AXGroup"},        // paragraph
     RoleName{75, "AXApplication"},  // application
-    RoleName{79, "AXTextArea"},     // entry of several lines, or one that cannot be edited
+    RoleName{79, "AXTextArea"},     // entry of several lines
     RoleName{82, "AXWebArea"},      // document frame
     RoleName{83, "AXHeading"},      // heading
     RoleName{85, "AXGroup"},        // section
@@ -76,10 +76,11 @@ static_assert(std::is_sorted(kRoleNames.begin(), kRoleNames.end(),
                              }));
 
 bool IsTextField(Role role, States states) {
-    if (!MayBeTextField(role) || !Has(states, State::editable)) {
-        return false;
+    // Also one that is read-only, as the address field of a pop-up window is.
+    if (Has(states, State::singleLine)) {
+        return MayBeTextField(role) && !Has(states, State::multiLine);
     }
-    return role == kRoleComboBox || (Has(states, State::singleLine) && !Has(states, State::multiLine));
+    return role == kRoleComboBox && Has(states, State::editable);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ inline constexpr const char* kObjectEventInterface = "org.a11y.atspi.Event.Objec
 inline constexpr const char* kWindowEventInterface = "org.a11y.atspi.Event.Window";
 inline constexpr const char* kTextChangedEvent = "object:text-changed";
 inline constexpr const char* kWindowActivateEvent = "window:activate";
+inline constexpr const char* kWindowRestoreEvent = "window:restore";
 
 using Role = std::uint32_t;
 
@@ -26,10 +27,12 @@ inline constexpr Role kRoleFrame = 23;
 inline constexpr Role kRoleText = 61;
 inline constexpr Role kRoleApplication = 75;
 inline constexpr Role kRoleEntry = 79;
+inline constexpr Role kRoleDocumentWeb = 95;
 
 // The values are bit numbers.
 enum class State : unsigned {
     active = 1,
+    defunct = 6,
     editable = 7,
     iconified = 15,
     multiLine = 17,

@@ -85,15 +85,24 @@ Query<T> Property(const ObjectRef& object, const char* interface, const char* na
     return Call(object, cmn::bus::kProperties, "Get", &ReadProperty<T>, interface, name);
 }
 
-// A match rule of the protocol: four conditions, each with the way its items are combined, and no inversion.
-// The conditions on attributes, roles and interfaces are empty.
-auto RuleForState(State state) {
+// Which objects below another are wanted: a match rule of the protocol. Its four conditions are each followed
+// by the way their items are combined; those on attributes and interfaces are empty; nothing is inverted.
+Query<Objects> MatchesOf(const ObjectRef& object, State state, std::optional<Role> role, std::size_t most,
+                         bool descend) {
     constexpr std::int32_t kAll = 1;
+    constexpr std::int32_t kAny = 2;
+    constexpr std::uint32_t kOrderOfTheTree = 1;
     const States states = States{1} << static_cast<unsigned>(state);
-    return std::tuple(std::vector{static_cast<std::int32_t>(states & 0xFFFFFFFFU),
-                                  static_cast<std::int32_t>(states >> 32U)},
-                      kAll, std::map<std::string, std::string>(), kAll, std::vector<std::int32_t>(4), kAll,
-                      std::vector<std::string>(), kAll, false);
+    std::vector<std::int32_t> roles(4);
+    if (role) {
+        roles[*role / 32] = static_cast<std::int32_t>(std::uint32_t{1} << (*role % 32));
+    }
+    const std::tuple rule(std::vector{static_cast<std::int32_t>(states & 0xFFFFFFFFU),
+                                      static_cast<std::int32_t>(states >> 32U)},
+                          kAll, std::map<std::string, std::string>(), kAll, roles, role ? kAny : kAll,
+                          std::vector<std::string>(), kAll, false);
+    return Call(object, kCollectionInterface, "GetMatches", &ReadObjects, rule, kOrderOfTheTree,
+                static_cast<std::int32_t>(most), descend);
 }
 
 }  // namespace
@@ -127,10 +136,16 @@ Query<Objects> ChildrenOf(const ObjectRef& object) {
 }
 
 Query<Objects> ShowingChildrenOf(const ObjectRef& object) {
-    constexpr std::uint32_t kOrderOfTheTree = 1;
-    constexpr bool kDescend = false;
-    return Call(object, kCollectionInterface, "GetMatches", &ReadObjects, RuleForState(State::showing),
-                kOrderOfTheTree, static_cast<std::int32_t>(kMostObjects + 1), kDescend);
+    return MatchesOf(object, State::showing, std::nullopt, kMostObjects + 1, false);
+}
+
+Query<Objects> ShowingPagesOf(const ObjectRef& object) {
+    return MatchesOf(object, State::showing, kRoleDocumentWeb, 1, true);
+}
+
+Query<std::string> AddressOfPage(const ObjectRef& page) {
+    return Call(page, "org.a11y.atspi.Document", "GetAttributeValue", &ReadOne<std::string>,
+                std::string("DocURL"));
 }
 
 Query<Done> PingOf(const std::string& busName) {
@@ -175,16 +190,23 @@ Query<std::string> AddressOfAccessibilityBus() {
     return Call(kSessionObject, "org.a11y.Bus", "GetAddress", &ReadOne<std::string>);
 }
 
-std::string TitleOf(const Message& event) {
+std::optional<TextChange> TextChangeOf(const Message& event) {
     std::string detail;
-    std::int32_t number = 0;
+    std::int32_t offset = 0;
+    std::int32_t length = 0;
     std::variant<std::monostate, std::string> data;
     const bool good = event.rewind() && Codec<std::string>::read(event.raw(), detail) &&
-                      Codec<std::int32_t>::read(event.raw(), number) &&
-                      Codec<std::int32_t>::read(event.raw(), number) &&
+                      Codec<std::int32_t>::read(event.raw(), offset) &&
+                      Codec<std::int32_t>::read(event.raw(), length) &&
                       Codec<decltype(data)>::read(event.raw(), data);
-    const auto* const title = std::get_if<std::string>(&data);
-    return good && title != nullptr ? *title : "";
+    const bool isInsertion = detail.starts_with("insert");
+    auto* const text = std::get_if<std::string>(&data);
+    if (!good || text == nullptr || offset < 0 || length < 0 ||
+        (!isInsertion && !detail.starts_with("delete"))) {
+        return std::nullopt;
+    }
+    return TextChange{isInsertion ? TextChange::Kind::inserted : TextChange::Kind::deleted,
+                      static_cast<std::size_t>(offset), static_cast<std::size_t>(length), std::move(*text)};
 }
 
 AXError ErrorOf(const Error& error) {

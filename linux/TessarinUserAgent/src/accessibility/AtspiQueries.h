@@ -3,11 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "accessibility/AtspiProtocol.h"
+#include "accessibility/TextMirror.h"
 #include "linux_bus/Batch.h"
 #include "useragent/Accessibility.h"
 
@@ -38,6 +40,9 @@ Query<std::string> TextOf(const ObjectRef& object);
 Query<Objects> ChildrenOf(const ObjectRef& object);
 // Those that are showing, in order, without asking each of them.
 Query<Objects> ShowingChildrenOf(const ObjectRef& object);
+// The web pages that are showing at or below the object, in order, no more than a few.
+Query<Objects> ShowingPagesOf(const ObjectRef& object);
+Query<std::string> AddressOfPage(const ObjectRef& page);
 Query<Done> PingOf(const std::string& busName);
 
 // The registry.
@@ -56,8 +61,8 @@ Query<bool> IsEnabled();
 Query<Done> Enable();
 Query<std::string> AddressOfAccessibilityBus();
 
-// The title that a window's event brings along; empty when there is none.
-std::string TitleOf(const cmn::bus::Message& event);
+// What a text's event says; nothing when it cannot be read.
+std::optional<TextChange> TextChangeOf(const cmn::bus::Message& event);
 
 AXError ErrorOf(const cmn::bus::Error& error);
 

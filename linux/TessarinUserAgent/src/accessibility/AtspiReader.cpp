@@ -5,7 +5,6 @@
 #include <initializer_list>
 #include <vector>
 
-#include "accessibility/MainWindow.h"
 #include "accessibility/ShowingChildren.h"
 
 namespace useragent {
@@ -66,77 +65,26 @@ AXError ReadRole(const AtspiReader& reader, AXValue& value) {
     return GiveText(atspi::AXRoleName(*role, *states), value);
 }
 
-// Browsers of the Chromium family build the tree of a window once somebody asks it for its attributes.
-void CareForContent(const AtspiReader& reader, const atspi::ObjectRef& window,
-                    const cmn::bus::Result<atspi::Objects>& children) {
-    bool staysEmpty = children && children->empty();
-    if (staysEmpty) {
-        Batch batch = reader.newBatch();
-        batch.ask(atspi::AttributesOf(window));
-        const auto answer = batch.ask(atspi::ChildrenOf(window));
-        reader.finish(batch);
-        const auto again = answer.read();
-        staysEmpty = again && again->empty();
-    }
-    reader.session()->applications.noteWindowContent(reader.element().pid, staysEmpty);
-}
-
-AXError ReadMainWindow(const AtspiReader& reader, AXValue& value) {
-    const auto objects = reader.ask(atspi::ChildrenOf(reader.object()));
-    if (!objects) {
-        return atspi::ErrorOf(objects.error());
-    }
-    if (objects->size() > kMostTopLevels) {
-        return AXError::cannotComplete;
-    }
-    struct Answers {
-        Batch::Answer<atspi::Role> role;
-        Batch::Answer<atspi::States> states;
-        Batch::Answer<std::string> name;
-        Batch::Answer<atspi::Objects> children;
-    };
-    Batch batch = reader.newBatch();
-    std::vector<Answers> answers;
-    for (const atspi::ObjectRef& object : *objects) {
-        answers.push_back({batch.ask(atspi::RoleOf(object)), batch.ask(atspi::StatesOf(object)),
-                           batch.ask(atspi::NameOf(object)), batch.ask(atspi::ChildrenOf(object))});
-    }
-    if (!reader.finish(batch)) {
-        return AXError::cannotComplete;
-    }
-    std::vector<TopLevel> windows;
-    for (std::size_t i = 0; i < answers.size(); ++i) {
-        windows.push_back({(*objects)[i].path, answers[i].role.read().valueOr(0),
-                           answers[i].states.read().valueOr(0), answers[i].name.read().valueOr("")});
-    }
-    const std::int32_t pid = reader.element().pid;
-    Applications& applications = reader.session()->applications;
-    const std::optional<std::size_t> chosen = ChooseMainWindow(windows, applications.mainWindow(pid));
-    if (!chosen) {
-        return AXError::noValue;
-    }
-    const atspi::ObjectRef& object = (*objects)[*chosen];
-    CareForContent(reader, object, answers[*chosen].children.read());
-    applications.setMainWindow(pid, object.path);
-    const auto window = std::make_shared<AtspiElement>(pid, reader.session(), object);
-    window->known[kRoleAttribute] = atspi::AXRoleName(windows[*chosen].role, windows[*chosen].states);
-    value = AXElementRef(window);
-    return AXError::success;
-}
-
 }  // namespace
 
 AXError AtspiReader::read(const std::string& attribute, AXValue& value) {
+    if (attribute == kMainWindowAttribute && element_.isApplication()) {
+        return session_->mainWindow(element_.pid, deadline_, value);
+    }
     const auto known = element_.known.find(attribute);
     if (known != element_.known.end() && attribute == kValueAttribute) {
-        return GiveText(known->second, value);  // also when the application has become silent
+        return GiveText(*known->second, value);  // also when the application has become silent
     }
     AXError error = locate();
     if (error != AXError::success) {
         return error;
     }
     if (known != element_.known.end()) {
-        return GiveText(known->second, value);
+        return known->second ? GiveText(*known->second, value) : AXError::noValue;
+    }
+    if (attribute == kChildrenAttribute && element_.found) {
+        value = std::vector<AXValue>(element_.found->begin(), element_.found->end());
+        return AXError::success;
     }
     error = readLocated(attribute, value);
     const std::string used = object_.busName;
@@ -190,9 +138,6 @@ AXError AtspiReader::readLocated(const std::string& attribute, AXValue& value) c
     }
     if (attribute == kPlaceholderValueAttribute) {
         return ReadObjectAttribute(*this, {"placeholder", "placeholder-text"}, value);
-    }
-    if (attribute == kMainWindowAttribute && element_.isApplication()) {
-        return ReadMainWindow(*this, value);
     }
     return AXError::attributeUnsupported;
 }

@@ -1,18 +1,20 @@
 #include "accessibility/EventRegistrations.h"
 
-#include <algorithm>
-
 #include "accessibility/AtspiQueries.h"
 
 namespace useragent {
+namespace {
+
+// The registry is told to forget when it has so many in vain.
+constexpr std::size_t kMostDead = 30;
+
+}  // namespace
 
 AXError EventRegistrations::add(const std::string& event, const std::string& busName,
                                 cmn::bus::Deadline deadline) {
     {
         const std::lock_guard lock(mutex_);
-        const auto found = observers_.find({event, busName});
-        if (found != observers_.end()) {
-            ++found->second;
+        if (wanted_.contains({event, busName})) {
             return AXError::success;
         }
     }
@@ -21,21 +23,20 @@ AXError EventRegistrations::add(const std::string& event, const std::string& bus
         return atspi::ErrorOf(answer.error());
     }
     const std::lock_guard lock(mutex_);
-    ++observers_[{event, busName}];
+    wanted_.emplace(event, busName);
+    events_.insert(event);
     return AXError::success;
 }
 
-void EventRegistrations::remove(const std::string& event, const std::string& busName) {
+void EventRegistrations::forget(const std::string& busName) {
     const std::lock_guard lock(mutex_);
-    const auto found = observers_.find({event, busName});
-    if (found == observers_.end() || --found->second > 0) {
-        return;
-    }
-    observers_.erase(found);
-    const bool stillWanted = std::any_of(observers_.begin(), observers_.end(),
-                                         [&](const auto& entry) { return entry.first.first == event; });
-    if (!stillWanted) {
-        connection_->send(atspi::Deregistration(event).makeCall(*connection_));
+    dead_ += std::erase_if(wanted_, [&](const Wanted& wanted) { return wanted.second == busName; });
+    if (wanted_.empty() || dead_ > kMostDead) {
+        for (const std::string& event : events_) {
+            connection_->send(atspi::Deregistration(event).makeCall(*connection_));
+        }
+        registerAll();
+        dead_ = 0;
     }
 }
 
@@ -44,13 +45,18 @@ bool EventRegistrations::registryOwner(const std::string& owner) {
     if (owner.empty() || owner == registryOwner_) {
         return false;
     }
-    const bool replaced = !std::exchange(registryOwner_, owner).empty();
-    if (replaced) {
-        for (const auto& [wanted, count] : observers_) {
-            connection_->send(atspi::Registration(wanted.first, wanted.second).makeCall(*connection_));
-        }
+    const bool isReplaced = !std::exchange(registryOwner_, owner).empty();
+    if (isReplaced) {
+        dead_ = 0;
+        registerAll();
     }
-    return replaced;
+    return isReplaced;
+}
+
+void EventRegistrations::registerAll() {
+    for (const auto& [event, busName] : wanted_) {
+        connection_->send(atspi::Registration(event, busName).makeCall(*connection_));
+    }
 }
 
 }  // namespace useragent

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <map>
+#include <cstddef>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -12,17 +13,17 @@
 namespace useragent {
 
 // Applications send events only when the registry knows somebody who wants them. Keeps the registry informed
-// of what the observers want, for as long as one of them does. Any thread.
+// of what is wanted, of each application for as long as its bus name lives: the registry can only be told to
+// forget an event of all applications at once, and tells all of them each time. Any thread.
 class EventRegistrations {
  public:
     explicit EventRegistrations(std::shared_ptr<cmn::bus::Connection> connection)
         : connection_(std::move(connection)) {}
 
-    // On success one more observer wants the event of that application.
     AXError add(const std::string& event, const std::string& busName, cmn::bus::Deadline deadline);
 
-    // One observer less. Does not wait.
-    void remove(const std::string& event, const std::string& busName);
+    // The bus name has died. Does not wait.
+    void forget(const std::string& busName);
 
     // To be told regularly who owns the registry's name, empty when it is not known; a new registry is told
     // everything again. True when it was.
@@ -31,11 +32,16 @@ class EventRegistrations {
  private:
     using Wanted = std::pair<std::string, std::string>;  // event, bus name
 
+    // With the mutex held.
+    void registerAll();
+
     const std::shared_ptr<cmn::bus::Connection> connection_;
 
     std::mutex mutex_;  // guards what follows
     std::string registryOwner_;
-    std::map<Wanted, int> observers_;
+    std::set<Wanted> wanted_;
+    std::set<std::string> events_;  // that were ever wanted
+    std::size_t dead_ = 0;          // registrations that the registry still has though nobody needs them
 };
 
 }  // namespace useragent

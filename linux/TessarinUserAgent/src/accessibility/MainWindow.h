@@ -20,9 +20,12 @@ struct TopLevel {
     std::string title;
 };
 
-// Which of the windows is the main one: the active frame, else `lastMain`, else the first. Frames without a
-// title are menus and bubbles, and dialogs are no frames: both never are. Nothing when there is no candidate.
-std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows,
-                                            const std::string& lastMain);
+// Whether it can be the main one. Frames without a title are menus and bubbles, and dialogs are no frames.
+bool IsCandidate(const TopLevel& window);
+
+// Which of the windows is the main one: the active candidate, else `lastMain`, else the one with the title
+// `frontTitle`, else the first. Nothing when there is no candidate.
+std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows, const std::string& lastMain,
+                                            const std::string& frontTitle);
 
 }  // namespace useragent

@@ -1,84 +1,108 @@
 #include "accessibility/Session.h"
 
-#include <map>
+#include <chrono>
+#include <future>
 #include <utility>
 
+#include "accessibility/ApplicationWatch.h"
 #include "accessibility/AtspiQueries.h"
-#include "accessibility/Subscription.h"
 
 namespace useragent {
+namespace {
 
-void Subscriptions::add(const std::shared_ptr<Subscription>& subscription) {
-    {
-        const std::lock_guard lock(mutex_);
-        std::erase_if(subscriptions_, [](const auto& weak) { return weak.expired(); });
-        subscriptions_.push_back(subscription);
-        if (!ended_) {
-            return;
+// After a deadline that others notice.
+constexpr std::chrono::milliseconds kTimeToSpare{50};
+
+}  // namespace
+
+std::shared_ptr<ApplicationWatch> Watches::of(const std::shared_ptr<Session>& session, std::int32_t pid,
+                                              const std::string& busName) {
+    const std::lock_guard lock(mutex_);
+    std::shared_ptr<ApplicationWatch>& watch = watches_[busName];
+    if (!watch) {
+        watch = std::make_shared<ApplicationWatch>(session, pid, busName);
+        if (ended_) {
+            watch->lost();
         }
     }
-    end();
+    return watch;
 }
 
-void Subscriptions::tell(std::function<void(Subscription&)> what) {
+void Watches::forget(const std::string& busName) {
     const std::lock_guard lock(mutex_);
-    loop_->post([subscriptions = subscriptions_, what = std::move(what)] {
-        for (const auto& weak : subscriptions) {
-            if (const auto subscription = weak.lock()) {
-                what(*subscription);
-            }
-        }
-    });
+    watches_.erase(busName);
 }
 
-void Subscriptions::end() {
+void Watches::tell(const std::string& busName, void (ApplicationWatch::*what)()) {
+    const std::lock_guard lock(mutex_);
+    const auto found = watches_.find(busName);
+    if (found != watches_.end()) {
+        loop_->post([watch = found->second, what] { ((*watch).*what)(); });
+    }
+}
+
+void Watches::tellAll(void (ApplicationWatch::*what)()) {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [busName, watch] : watches_) {
+        loop_->post([watch = watch, what] { ((*watch).*what)(); });
+    }
+}
+
+void Watches::end() {
     {
         const std::lock_guard lock(mutex_);
         ended_ = true;
     }
-    tell([](Subscription& subscription) { subscription.lost(); });
+    tellAll(&ApplicationWatch::lost);
 }
 
 Session::Session(Surroundings where, std::shared_ptr<cmn::bus::Connection> connectionOfIt)
     : surroundings(std::move(where)),
       connection(std::move(connectionOfIt)),
-      subscriptions(std::make_shared<Subscriptions>(surroundings.loop)),
-      silent(std::make_shared<SilentApplications>(connection,
-                                                  [all = subscriptions](const std::string& busName) {
-                                                      all->tell([busName](Subscription& subscription) {
-                                                          subscription.recovered(busName);
-                                                      });
-                                                  })),
+      watches(std::make_shared<Watches>(surroundings.loop)),
+      silent(std::make_shared<SilentApplications>(
+          connection,
+          [all = watches](const std::string& busName) { all->tell(busName, &ApplicationWatch::recovered); })),
       applications(connection),
       events(connection) {}
 
-void Session::callTheRoll(const std::vector<std::int32_t>& pids, cmn::bus::Deadline deadline) {
+void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline deadline) {
+    std::vector<std::int32_t> pids;
+    for (const WindowInfo& browser : browsers) {
+        pids.push_back(browser.ownerPid);
+    }
     applications.lookUp(pids, deadline);
-    cmn::bus::Batch batch(connection, deadline);
-    const auto registryOwner = batch.ask(atspi::OwnerOf(atspi::kRegistryName));
-    std::map<std::string, std::int32_t> asked;
-    for (const std::int32_t pid : pids) {
-        applications.notePresence(pid);
-        const std::string busName = applications.knownBusName(pid);
-        if (!busName.empty() && !silent->isSilent(busName) && asked.emplace(busName, pid).second) {
-            batch.ask(atspi::PingOf(busName));
-        }
-    }
-    batch.wait();
-    for (const std::string& busName : batch.silent()) {
-        if (const auto found = asked.find(busName); found != asked.end()) {
-            silent->note(busName, found->second);
-        }
-    }
-    for (const std::string& busName : batch.absent()) {
-        if (const auto found = asked.find(busName); found != asked.end()) {
-            applications.forget(found->second, busName);
-        }
-    }
-    if (const auto owner = registryOwner.read(); owner && events.registryOwner(*owner)) {
+    const auto owner = AskAndWait(connection, atspi::OwnerOf(atspi::kRegistryName), deadline);
+    if (owner && events.registryOwner(*owner)) {
         // Until now nobody asked the applications for events.
-        subscriptions->tell([](Subscription& subscription) { subscription.refresh(); });
+        watches->tellAll(&ApplicationWatch::refresh);
     }
+    // All of them at once, so that one that hangs keeps the others from nothing.
+    std::vector<std::pair<std::shared_ptr<ApplicationWatch>, std::future<void>>> looks;
+    for (const WindowInfo& browser : browsers) {
+        applications.notePresence(browser.ownerPid);
+        if (auto one = watch(browser.ownerPid, deadline)) {
+            auto isDone = std::make_shared<std::promise<void>>();
+            looks.emplace_back(one, isDone->get_future());
+            one->look(browser.title, [isDone] { isDone->set_value(); });
+        }
+    }
+    for (const auto& [one, isDone] : looks) {
+        isDone.wait_until(this->deadline() + kTimeToSpare);
+    }
+    for (const auto& [one, isDone] : looks) {
+        one->examineIfOutdated();
+    }
+}
+
+std::shared_ptr<ApplicationWatch> Session::watch(std::int32_t pid, cmn::bus::Deadline deadline) {
+    const std::string busName = applications.busName(pid, deadline);
+    return busName.empty() ? nullptr : watches->of(shared_from_this(), pid, busName);
+}
+
+AXError Session::mainWindow(std::int32_t pid, cmn::bus::Deadline deadline, AXValue& window) {
+    const std::shared_ptr<ApplicationWatch> one = watch(pid, deadline);
+    return one ? one->mainWindow(window) : AXError::cannotComplete;
 }
 
 bool Session::canSelect(const std::string& busName) const {

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
+#include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -14,21 +15,28 @@
 #include "accessibility/SilentApplications.h"
 #include "linux_bus/Connection.h"
 #include "linux_bus/Loop.h"
+#include "useragent/Accessibility.h"
 #include "usercommon/Dispatch.h"
 
 namespace useragent {
 
-class Subscription;
+class ApplicationWatch;
+class Session;
 
-// The subscriptions that are open. Any thread.
-class Subscriptions {
+// The applications that are watched, by bus name. Any thread.
+class Watches {
  public:
-    explicit Subscriptions(std::shared_ptr<cmn::bus::Loop> loop) : loop_(std::move(loop)) {}
+    explicit Watches(std::shared_ptr<cmn::bus::Loop> loop) : loop_(std::move(loop)) {}
 
-    void add(const std::shared_ptr<Subscription>& subscription);
+    // The watch of that application, made when there was none.
+    std::shared_ptr<ApplicationWatch> of(const std::shared_ptr<Session>& session, std::int32_t pid,
+                                         const std::string& busName);
 
-    // Calls `what` for each of them, in the loop's thread.
-    void tell(std::function<void(Subscription&)> what);
+    void forget(const std::string& busName);
+
+    // Calls `what` for that application, or for each of them, in the loop's thread.
+    void tell(const std::string& busName, void (ApplicationWatch::*what)());
+    void tellAll(void (ApplicationWatch::*what)());
 
     // Tells them, and all that are added later, that the bus is lost.
     void end();
@@ -37,24 +45,29 @@ class Subscriptions {
     const std::shared_ptr<cmn::bus::Loop> loop_;
 
     std::mutex mutex_;  // guards what follows
-    std::vector<std::weak_ptr<Subscription>> subscriptions_;
+    std::map<std::string, std::shared_ptr<ApplicationWatch>> watches_;
     bool ended_ = false;
 };
 
 // Everything that means something in one uninterrupted stretch of the accessibility bus; the next stretch is
 // another object. Who outlives it holds it weakly. Any thread.
-class Session {
+class Session : public std::enable_shared_from_this<Session> {
  public:
     struct Surroundings {
         std::shared_ptr<cmn::Dispatch> dispatch;
-        std::shared_ptr<cmn::bus::Loop> loop;  // in whose thread the subscriptions live
+        std::shared_ptr<cmn::bus::Loop> loop;  // in whose thread signals arrive
         std::chrono::milliseconds callDeadline;
     };
 
     Session(Surroundings where, std::shared_ptr<cmn::bus::Connection> connection);
 
-    // One look at which applications answer at all, and whether the registry is still the same.
-    void callTheRoll(const std::vector<std::int32_t>& pids, cmn::bus::Deadline deadline);
+    // One look at whether what is known of these browsers still holds, who answers at all, and whether the
+    // registry is still the same. Waits for all of them; the polling thread.
+    void look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline deadline);
+
+    // The watch of the process's application; null when the process has none.
+    std::shared_ptr<ApplicationWatch> watch(std::int32_t pid, cmn::bus::Deadline deadline);
+    AXError mainWindow(std::int32_t pid, cmn::bus::Deadline deadline, AXValue& window);
 
     // Whether an application can be asked for showing children in one call, until it turned out not to.
     bool canSelect(const std::string& busName) const;
@@ -64,7 +77,7 @@ class Session {
 
     const Surroundings surroundings;
     const std::shared_ptr<cmn::bus::Connection> connection;
-    const std::shared_ptr<Subscriptions> subscriptions;
+    const std::shared_ptr<Watches> watches;
     const std::shared_ptr<SilentApplications> silent;
     Applications applications;
     EventRegistrations events;

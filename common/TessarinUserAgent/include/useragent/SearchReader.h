@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <set>
 
 #include "useragent/Accessibility.h"
 
@@ -9,11 +10,11 @@ namespace useragent {
 
 using MonotonicClock = std::function<std::chrono::steady_clock::time_point()>;
 
-// Bounds a whole series of reads: after the deadline every read fails with `cannotComplete` without asking.
-// One thread.
-class DeadlineReader : public AccessibilityReader {
+// What a search for an address field sees. Not the inside of web pages, which could show a field of their own
+// making; and after the deadline nothing: every read fails with `cannotComplete` without asking. One thread.
+class SearchReader : public AccessibilityReader {
  public:
-    DeadlineReader(AccessibilityReader& reader, MonotonicClock now, std::chrono::nanoseconds budget);
+    SearchReader(AccessibilityReader& reader, MonotonicClock now, std::chrono::nanoseconds budget);
 
     AXError copyAttributeValue(const AXElementRef& element, const std::string& attribute,
                                AXValue& value) override;
@@ -26,6 +27,7 @@ class DeadlineReader : public AccessibilityReader {
     MonotonicClock now_;
     std::chrono::steady_clock::time_point deadline_;
     bool expired_ = false;
+    std::set<const AXElement*> webAreas_;  // as their roles were read last
 };
 
 }  // namespace useragent

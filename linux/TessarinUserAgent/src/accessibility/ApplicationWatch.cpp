@@ -1,0 +1,395 @@
+#include "accessibility/ApplicationWatch.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "accessibility/AtspiQueries.h"
+
+namespace useragent {
+namespace {
+
+using namespace std::chrono_literals;
+using cmn::bus::Message;
+using cmn::bus::Result;
+
+// Some applications activate windows for a moment only; the last one counts.
+constexpr auto kQuietAfterWindowSignal = 30ms;
+
+// Before a window's content is there again after it has changed its shape.
+constexpr auto kRebuildPause = 100ms;
+constexpr int kMostRetries = 6;  // each after twice the pause of the one before
+
+// Between reads of a field whose changes are not told.
+constexpr auto kPauseOfReads = 1s;
+
+constexpr std::array kEvents{atspi::kTextChangedEvent, atspi::kWindowActivateEvent,
+                             atspi::kWindowRestoreEvent};
+
+}  // namespace
+
+ApplicationWatch::ApplicationWatch(const std::shared_ptr<Session>& session, std::int32_t pid,
+                                   std::string busName)
+    : session_(session),
+      loop_(session->surroundings.loop),
+      dispatch_(session->surroundings.dispatch),
+      pid_(pid),
+      busName_(std::move(busName)),
+      application_(std::make_shared<AtspiElement>(pid)) {}
+
+std::shared_ptr<cmn::bus::Subscription> ApplicationWatch::subscribe(
+    const std::string& rule, std::function<void(ApplicationWatch&, const Message&)> handler) {
+    const std::shared_ptr<Session> session = session_.lock();
+    return session ? session->connection->subscribe(
+                         "type='signal'," + rule,
+                         [weak = weak_from_this(), handler = std::move(handler)](const Message& signal) {
+                             if (const auto self = weak.lock()) {
+                                 handler(*self, signal);
+                             }
+                         })
+                   : nullptr;
+}
+
+AXError ApplicationWatch::open() {
+    const std::shared_ptr<Session> session = session_.lock();
+    {
+        const std::lock_guard lock(mutex_);
+        if (isOpen_ || !session) {
+            return isOpen_ ? AXError::success : AXError::apiDisabled;
+        }
+        if (signals_.empty()) {
+            for (const char* const member : {"Activate", "Restore"}) {
+                signals_.push_back(subscribe(fmt::format("sender='{}',interface='{}',member='{}'", busName_,
+                                                         atspi::kWindowEventInterface, member),
+                                             [](ApplicationWatch& self, const Message& signal) {
+                                                 self.retries_ = 0;
+                                                 self.examineLater(signal.member() == "Restore"
+                                                                       ? kRebuildPause
+                                                                       : kQuietAfterWindowSignal);
+                                             }));
+            }
+            signals_.push_back(
+                subscribe(fmt::format("sender='{0}',interface='{0}',member='NameOwnerChanged',arg0='{1}'",
+                                      cmn::bus::kBusName, busName_),
+                          [](ApplicationWatch& self, const Message&) {
+                              if (const auto alive = self.session_.lock()) {
+                                  alive->applications.forget(self.pid_, self.busName_);
+                                  alive->events.forget(self.busName_);
+                                  alive->watches->forget(self.busName_);
+                              }
+                              self.lost();
+                          }));
+        }
+    }
+    for (const char* const event : kEvents) {
+        const AXError error = session->events.add(event, busName_, session->deadline());
+        if (error != AXError::success) {
+            return error;
+        }
+    }
+    const std::lock_guard lock(mutex_);
+    isOpen_ = true;
+    return AXError::success;
+}
+
+AXError ApplicationWatch::mainWindow(AXValue& window) {
+    const std::shared_ptr<Session> session = session_.lock();
+    if (!session || isGone() || session->silent->isSilent(busName_)) {
+        return AXError::cannotComplete;
+    }
+    bool isKnown = false;
+    {
+        const std::lock_guard lock(mutex_);
+        isKnown = outcome_.has_value();
+    }
+    if (!isKnown) {
+        examine();
+    }
+    const std::lock_guard lock(mutex_);
+    if (outcome_ != AXError::success) {
+        return outcome_.value_or(AXError::cannotComplete);
+    }
+    auto element = std::make_shared<AtspiElement>(pid_, session_, found_.window);
+    element->known[kRoleAttribute] = atspi::AXRoleName(atspi::kRoleFrame, 0);
+    element->known[kDescriptionAttribute] = found_.title;
+    element->found.emplace();
+    if (field_) {
+        element->found->push_back(field_->element());
+    }
+    window = AXElementRef(std::move(element));
+    return AXError::success;
+}
+
+AXError ApplicationWatch::listenToWindows(const std::shared_ptr<Listener>& listener) {
+    const AXError error = open();
+    if (error != AXError::success) {
+        return error;
+    }
+    const std::lock_guard lock(mutex_);
+    std::erase_if(listeners_, [](const auto& weak) { return weak.expired(); });
+    listeners_.push_back(listener);
+    if (isGone_) {
+        listener->tell(application_, kMainWindowChangedNotification);
+    }
+    return AXError::success;
+}
+
+AXError ApplicationWatch::listenToField(const std::shared_ptr<Listener>& listener,
+                                        const AtspiElement& field) {
+    const AXError error = open();
+    if (error != AXError::success) {
+        return error;
+    }
+    std::shared_ptr<FieldWatch> watch;
+    {
+        const std::lock_guard lock(mutex_);
+        watch = field_;
+    }
+    if (!watch || watch->field().object.path != field.object.path) {
+        return AXError::invalidUIElement;
+    }
+    const auto given = field.known.find(kValueAttribute);
+    watch->listen(listener, given != field.known.end() ? given->second : std::nullopt);
+    return AXError::success;
+}
+
+bool ApplicationWatch::isGone() const {
+    const std::lock_guard lock(mutex_);
+    return isGone_;
+}
+
+void ApplicationWatch::lost() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (std::exchange(isGone_, true)) {
+            return;
+        }
+    }
+    tellWindowChanged();  // whoever listens has to find everything anew
+}
+
+void ApplicationWatch::recovered() {
+    std::shared_ptr<FieldWatch> field;
+    {
+        const std::lock_guard lock(mutex_);
+        field = field_;
+    }
+    if (field) {
+        field->recovered();
+    }
+    if (std::exchange(retries_, retries_ + 1) < kMostRetries) {
+        examineLater(0ms);
+    }
+}
+
+void ApplicationWatch::refresh() {
+    const std::lock_guard lock(mutex_);
+    if (field_) {
+        loop_->post([field = field_] { field->refresh(); });
+    }
+}
+
+void ApplicationWatch::examineLater(std::chrono::milliseconds delay) {
+    loop_->after(delay, [weak = weak_from_this(), mine = ++examinations_] {
+        const auto self = weak.lock();
+        if (self && self->examinations_ == mine) {
+            self->dispatch_->async(cmn::QueuePriority::high, [weak] {
+                if (const auto examiner = weak.lock()) {
+                    examiner->examine();
+                }
+            });
+        }
+    });
+}
+
+void ApplicationWatch::examine() {
+    const std::lock_guard examining(examination_);
+    const std::shared_ptr<Session> session = session_.lock();
+    if (!session || isGone()) {
+        return;
+    }
+    open();  // else when somebody listens
+    WindowSearch::Known known;
+    {
+        const std::lock_guard lock(mutex_);
+        known = known_;
+    }
+    WindowSearch::Found found;
+    const AXError outcome = WindowSearch(session, pid_, busName_).run(known, found);
+    if (outcome == AXError::cannotComplete) {
+        return;  // what is known stays until it answers again
+    }
+    bool isChanged = false;
+    bool isComplete = false;
+    const bool isActive = found.isActive;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto field = field_;
+        isChanged = outcome_ && (outcome_ != outcome || found_.window.path != found.window.path);
+        outcome_ = outcome;
+        follow(found);
+        found_ = std::move(found);
+        isChanged |= known.mainWindow == found_.window.path && field_ != field;
+        isComplete = field_ && !field_->field().isPage;
+    }
+    if (isChanged) {
+        tellWindowChanged();
+    }
+    loop_->post([weak = weak_from_this(), isComplete, isActive] {
+        if (const auto self = weak.lock()) {
+            self->retry(isComplete, isActive);
+        }
+    });
+}
+
+void ApplicationWatch::retry(bool isComplete, bool isActive) {
+    isActivated_ = isActivated_ && !isActive;
+    // A window may have its title, or its field, only a while after it was activated.
+    if ((!isComplete || isActivated_) && retries_ < kMostRetries) {
+        examineLater(kRebuildPause * (1 << retries_++));
+    }
+}
+
+// With the mutex held.
+void ApplicationWatch::follow(const WindowSearch::Found& found) {
+    known_.mainWindow = found.window.path;
+    std::erase_if(known_.fields, [&](const auto& entry) { return !found.windows.contains(entry.first); });
+    if (found_.window.path != found.window.path) {
+        // Firefox tells nothing else when its window takes another shape.
+        windowSignals_ = subscribe(fmt::format("sender='{}',interface='{}',member='TextChanged',path='{}'",
+                                               busName_, atspi::kObjectEventInterface, found.window.path),
+                                   [](ApplicationWatch& self, const Message&) {
+                                       self.retries_ = 0;
+                                       self.examineLater(kQuietAfterWindowSignal);
+                                   });
+    }
+    if (!found.field) {
+        field_.reset();
+        return;
+    }
+    if (!found.field->isPage) {
+        known_.fields[found.window.path] = *found.field;
+    }
+    const std::shared_ptr<Session> session = session_.lock();
+    if (!field_ || field_->field().object.path != found.field->object.path) {
+        field_ = std::make_shared<FieldWatch>(session, pid_, *found.field, [weak = weak_from_this()] {
+            if (const auto self = weak.lock()) {
+                self->retries_ = 0;
+                self->examineLater(0ms);
+            }
+        });
+        field_->take(found.text, found.states);
+        field_->open();
+        if (field_->isMute()) {
+            readRegularly(field_);
+        }
+    }
+    // Signals may have come before it was listened to.
+    loop_->post([field = field_] { field->refresh(); });
+}
+
+void ApplicationWatch::readRegularly(const std::weak_ptr<FieldWatch>& field) {
+    loop_->after(kPauseOfReads, [weak = weak_from_this(), field] {
+        const auto self = weak.lock();
+        const auto session = self ? self->session_.lock() : nullptr;
+        if (!session) {
+            return;
+        }
+        atspi::ObjectRef window;
+        {
+            const std::lock_guard lock(self->mutex_);
+            if (self->isGone_ || self->field_ != field.lock() || !self->field_) {
+                return;
+            }
+            window = self->found_.window;
+        }
+        self->readRegularly(field);
+        if (session->silent->isSilent(self->busName_)) {
+            return;
+        }
+        cmn::bus::Ask<atspi::States>(*session->connection, atspi::StatesOf(window), session->deadline(),
+                                     [field](const Result<atspi::States>& states) {
+                                         const auto alive = field.lock();
+                                         if (alive && states && atspi::Has(*states, atspi::State::active)) {
+                                             alive->refresh();
+                                         }
+                                     });
+    });
+}
+
+void ApplicationWatch::look(std::string frontTitle, std::function<void()> done) {
+    loop_->post([self = shared_from_this(), frontTitle = std::move(frontTitle), done = std::move(done)] {
+        std::shared_ptr<FieldWatch> field;
+        {
+            const std::lock_guard lock(self->mutex_);
+            self->known_.frontTitle = frontTitle;
+            field = self->field_;
+        }
+        if (field) {
+            field->refresh(done);
+        } else {
+            done();
+        }
+    });
+}
+
+void ApplicationWatch::examineIfOutdated() {
+    const std::shared_ptr<Session> session = session_.lock();
+    if (session && !session->silent->isSilent(busName_) && isOutdated(session)) {
+        examine();
+    }
+}
+
+bool ApplicationWatch::isOutdated(const std::shared_ptr<Session>& session) {
+    WindowSearch::Found found;
+    {
+        const std::lock_guard lock(mutex_);
+        if (outcome_ != AXError::success || !field_ || field_->field().isPage) {
+            return true;
+        }
+        found.window = found_.window;
+        found.windows = found_.windows;
+    }
+    const auto states = AskAndWait(session->connection, atspi::StatesOf(found.window), session->deadline());
+    if (!states || atspi::Has(*states, atspi::State::defunct)) {
+        return true;
+    }
+    if (atspi::Has(*states, atspi::State::active)) {
+        return false;
+    }
+    // Another program's window is active, or another one of this application.
+    const auto windows =
+        AskAndWait(session->connection, atspi::ChildrenOf({busName_, atspi::kRootPath}), session->deadline());
+    if (!windows) {
+        return true;
+    }
+    cmn::bus::Batch batch(session->connection, session->deadline());
+    std::vector<cmn::bus::Batch::Answer<atspi::States>> others;
+    for (const atspi::ObjectRef& window : *windows) {
+        const auto known = found.windows.find(window.path);
+        if (known == found.windows.end()) {
+            return true;
+        }
+        if (known->second && window.path != found.window.path) {
+            others.push_back(batch.ask(atspi::StatesOf(window)));
+        }
+    }
+    batch.wait();
+    return windows->size() != found.windows.size() ||
+           std::any_of(others.begin(), others.end(), [](const auto& other) {
+               return atspi::Has(other.read().valueOr(0), atspi::State::active);
+           });
+}
+
+void ApplicationWatch::tellWindowChanged() {
+    const std::lock_guard lock(mutex_);
+    for (const auto& weak : listeners_) {
+        if (const auto listener = weak.lock()) {
+            listener->tell(application_, kMainWindowChangedNotification);
+        }
+    }
+}
+
+}  // namespace useragent

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "accessibility/AtspiElement.h"
+#include "accessibility/FieldWatch.h"
+#include "accessibility/Listener.h"
+#include "accessibility/Session.h"
+#include "accessibility/WindowSearch.h"
+
+namespace useragent {
+
+// What is known of one application for as long as its bus name lives: its main window, the address field in
+// it, and the field's text. Found out on worker threads when a signal, or a look once a polling cycle, says
+// that something may have changed; told to the listeners when it is known, so that reading it costs nothing.
+class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
+ public:
+    ApplicationWatch(const std::shared_ptr<Session>& session, std::int32_t pid, std::string busName);
+
+    const std::string& busName() const { return busName_; }
+
+    // Any thread but the bus's. The first to read the main window waits until it is known.
+    AXError mainWindow(AXValue& window);
+    AXError listenToWindows(const std::shared_ptr<Listener>& listener);
+    AXError listenToField(const std::shared_ptr<Listener>& listener, const AtspiElement& field);
+
+    // A look once a polling cycle, in two steps: reads the field's text, which any thread may begin and whose
+    // end is told in the bus's thread; then examines when what is known of the windows does not hold any
+    // more, which waits as `examine` does.
+    void look(std::string frontTitle, std::function<void()> done);
+    void examineIfOutdated();
+
+    // Finds everything out anew and tells what has changed. Waits for the application; any thread but the
+    // bus's and the main thread.
+    void examine();
+
+    // Any thread. Its bus name, or the whole bus, is gone.
+    bool isGone() const;
+    void lost();
+
+    // In the bus's thread: the application answers again; signals may have been missed.
+    void recovered();
+    void refresh();
+
+ private:
+    AXError open();
+    std::shared_ptr<cmn::bus::Subscription> subscribe(
+        const std::string& rule, std::function<void(ApplicationWatch&, const cmn::bus::Message&)> handler);
+    void examineLater(std::chrono::milliseconds delay);
+    void retry(bool isComplete, bool isActive);
+    void follow(const WindowSearch::Found& found);
+    void readRegularly(const std::weak_ptr<FieldWatch>& field);
+    bool isOutdated(const std::shared_ptr<Session>& session);
+    void tellWindowChanged();
+
+    const std::weak_ptr<Session> session_;
+    const std::shared_ptr<cmn::bus::Loop> loop_;
+    const std::shared_ptr<cmn::Dispatch> dispatch_;
+    const std::int32_t pid_;
+    const std::string busName_;
+    const AXElementRef application_;
+
+    int examinations_ = 0;      // asked for, the bus's thread only, as the next
+    int retries_ = 0;           // of one that did not find all
+    bool isActivated_ = false;  // an activated window was announced, and not seen yet
+
+    std::mutex examination_;  // held by the one that examines
+
+    mutable std::mutex mutex_;  // guards what follows
+    std::vector<std::shared_ptr<cmn::bus::Subscription>> signals_;
+    std::shared_ptr<cmn::bus::Subscription> windowSignals_;  // of the main window itself
+    std::optional<AXError> outcome_;                         // of the last examination that was answered
+    WindowSearch::Found found_;
+    WindowSearch::Known known_;
+    std::shared_ptr<FieldWatch> field_;  // null when there is none
+    std::vector<std::weak_ptr<Listener>> listeners_;
+    bool isOpen_ = false;
+    bool isGone_ = false;
+};
+
+}  // namespace useragent

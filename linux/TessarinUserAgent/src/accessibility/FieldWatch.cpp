@@ -1,0 +1,172 @@
+#include "accessibility/FieldWatch.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace useragent {
+
+FieldWatch::FieldWatch(const std::shared_ptr<Session>& session, std::int32_t pid, AddressField field,
+                       std::function<void()> onUnfit)
+    : session_(session), pid_(pid), field_(std::move(field)), onUnfit_(std::move(onUnfit)) {}
+
+void FieldWatch::open() {
+    const std::shared_ptr<Session> session = session_.lock();
+    if (!session || field_.isPage) {
+        return;
+    }
+    signals_ = session->connection->subscribe(
+        fmt::format("type='signal',sender='{}',interface='{}',member='TextChanged',path='{}'",
+                    field_.object.busName, atspi::kObjectEventInterface, field_.object.path),
+        [weak = weak_from_this()](const cmn::bus::Message& signal) {
+            if (const auto self = weak.lock()) {
+                self->signalled(signal);
+            }
+        });
+}
+
+std::shared_ptr<const AtspiElement> FieldWatch::element() const {
+    const std::lock_guard lock(mutex_);
+    return makeElement();
+}
+
+std::shared_ptr<const AtspiElement> FieldWatch::makeElement() const {
+    auto element = std::make_shared<AtspiElement>(pid_, session_, field_.object);
+    element->known = field_.known;
+    if (mirror_.text() && !isMissing_) {
+        element->known[kValueAttribute] = mirror_.text();
+    }
+    return element;
+}
+
+void FieldWatch::listen(const std::shared_ptr<Listener>& listener, std::optional<std::string> given) {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(hearers_, [](const Hearer& hearer) { return hearer.listener.expired(); });
+    hearers_.push_back({listener, std::move(given)});
+    tell();
+}
+
+void FieldWatch::take(const cmn::bus::Result<std::string>& text, atspi::States states) {
+    const std::lock_guard lock(mutex_);
+    states_ = states;
+    isMissing_ = !text;
+    if (text) {
+        mirror_.set(*text);
+        tell();
+    }
+}
+
+bool FieldWatch::isMute() const {
+    const std::lock_guard lock(mutex_);
+    return field_.isPage || !atspi::Has(states_, atspi::State::editable);
+}
+
+void FieldWatch::tell() {
+    if (!mirror_.text() || isMissing_) {
+        return;
+    }
+    std::shared_ptr<const AtspiElement> element;
+    for (Hearer& hearer : hearers_) {
+        const auto listener = hearer.listener.lock();
+        if (!listener || hearer.given == mirror_.text()) {
+            continue;
+        }
+        hearer.given = mirror_.text();
+        if (!element) {
+            element = makeElement();
+        }
+        listener->tell(element, kValueChangedNotification);
+    }
+}
+
+void FieldWatch::signalled(const cmn::bus::Message& signal) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto change = atspi::TextChangeOf(signal)) {
+            mirror_.apply(*change);
+            // A deletion alone is half of a change, mostly.
+            if (change->kind == TextChange::Kind::inserted) {
+                tell();
+            }
+        }
+    }
+    verify();
+}
+
+void FieldWatch::verify() {
+    // An application answers in the order of its signals, so those before an answer are covered by it.
+    if (!isReading_) {
+        refresh();
+    }
+}
+
+void FieldWatch::refresh(std::function<void()> done) {
+    const std::shared_ptr<Session> session = session_.lock();
+    if (!session) {
+        return;
+    }
+    if (session->silent->isSilent(field_.object.busName)) {
+        const std::lock_guard lock(mutex_);
+        isMissing_ = true;
+    } else {
+        isReading_ = true;
+        const auto states = std::make_shared<std::optional<cmn::bus::Result<atspi::States>>>();
+        cmn::bus::Ask<atspi::States>(*session->connection, atspi::StatesOf(field_.object),
+                                     session->deadline(), [states](const auto& answer) { *states = answer; });
+        const auto query = field_.isPage ? atspi::AddressOfPage(field_.object) : atspi::TextOf(field_.object);
+        cmn::bus::Ask<std::string>(
+            *session->connection, query, session->deadline(),
+            [weak = weak_from_this(), states, done](const auto& text) {
+                const auto self = weak.lock();
+                if (self) {
+                    self->finish(text, states->value_or(text ? cmn::bus::Error{} : text.error()));
+                }
+                if (done) {
+                    done();
+                }
+            });
+        return;
+    }
+    if (done) {
+        done();
+    }
+}
+
+void FieldWatch::recovered() {
+    bool isMissing = false;
+    {
+        const std::lock_guard lock(mutex_);
+        isMissing = isMissing_;
+    }
+    // It is not pressed when it leaves the read unanswered again.
+    if (isMissing && !isReading_ && !std::exchange(isRetried_, true)) {
+        refresh();
+    }
+}
+
+void FieldWatch::finish(const cmn::bus::Result<std::string>& text,
+                        const cmn::bus::Result<atspi::States>& states) {
+    isReading_ = false;
+    const std::shared_ptr<Session> session = session_.lock();
+    if (!text && atspi::IsTimeout(text.error())) {
+        const std::lock_guard lock(mutex_);
+        isMissing_ = true;
+        if (session) {
+            session->silent->note(field_.object.busName, pid_);
+        }
+        return;
+    }
+    isRetried_ = false;
+    const bool isAlive = text && states && !atspi::Has(*states, atspi::State::defunct);
+    if (isAlive) {
+        take(text, *states);
+    }
+    // Of a dead one the text, if it gave one, is no address.
+    const bool isUnfit = !isAlive || !atspi::Has(*states, atspi::State::showing);
+    if (isUnfit && !std::exchange(isUnfit_, isUnfit)) {
+        onUnfit_();
+    }
+    isUnfit_ = isUnfit;
+}
+
+}  // namespace useragent

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "accessibility/AtspiElement.h"
+#include "accessibility/Listener.h"
+#include "accessibility/Session.h"
+#include "accessibility/TextMirror.h"
+
+namespace useragent {
+
+// An address field as a search has found it.
+struct AddressField {
+    atspi::ObjectRef object;
+    KnownAttributes known;  // without its text
+    // While a page fills the screen there is no field; then this is the page, whose address is read instead.
+    bool isPage = false;
+};
+
+// The text of one address field. A change is told at the insertion that completes it, without asking the
+// application; a read after it verifies. Read anew when signals may have been missed. Signals and answers
+// come in the bus's thread.
+class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
+ public:
+    // `onUnfit` is called in the bus's thread when the object is no address field any more, or hidden.
+    FieldWatch(const std::shared_ptr<Session>& session, std::int32_t pid, AddressField field,
+               std::function<void()> onUnfit);
+
+    // Any thread.
+    void open();
+    const AddressField& field() const { return field_; }
+    std::shared_ptr<const AtspiElement> element() const;  // with its text, when that is known
+    // Tells changes from `given` on, which is the text that the listener knows.
+    void listen(const std::shared_ptr<Listener>& listener, std::optional<std::string> given);
+    // What was read of it elsewhere.
+    void take(const cmn::bus::Result<std::string>& text, atspi::States states);
+    // Whether its changes are not told by its application.
+    bool isMute() const;
+
+    // The bus's thread. `done` is called when the application has answered or will not; not when all is over.
+    void refresh(std::function<void()> done = {});
+    // The application answers again.
+    void recovered();
+
+ private:
+    struct Hearer {
+        std::weak_ptr<Listener> listener;
+        std::optional<std::string> given;
+    };
+
+    void signalled(const cmn::bus::Message& signal);
+    void verify();
+    void finish(const cmn::bus::Result<std::string>& text, const cmn::bus::Result<atspi::States>& states);
+    // With the mutex held.
+    void tell();
+    std::shared_ptr<const AtspiElement> makeElement() const;
+
+    const std::weak_ptr<Session> session_;
+    const std::int32_t pid_;
+    const AddressField field_;
+    const std::function<void()> onUnfit_;
+    std::shared_ptr<cmn::bus::Subscription> signals_;
+
+    bool isReading_ = false;  // the bus's thread only, as the next
+    bool isRetried_ = false;
+    bool isUnfit_ = false;
+
+    mutable std::mutex mutex_;  // guards what follows
+    TextMirror mirror_;
+    atspi::States states_ = 0;
+    bool isMissing_ = false;  // a read was not answered
+    std::vector<Hearer> hearers_;
+};
+
+}  // namespace useragent

@@ -1,0 +1,46 @@
+#include "accessibility/Listener.h"
+
+#include <utility>
+
+namespace useragent {
+
+Listener::Listener(std::shared_ptr<cmn::Dispatch> dispatch, AXObserverCallback callback)
+    : dispatch_(std::move(dispatch)), callback_(std::move(callback)) {}
+
+void Listener::tell(AXElementRef element, const char* notification) {
+    dispatch_->asyncMain([weak = weak_from_this(), element = std::move(element), notification] {
+        const auto self = weak.lock();  // the callback may let go of it
+        if (!self) {
+            return;
+        }
+        {
+            const std::lock_guard lock(self->mutex_);
+            if (!self->delivering_ || self->closed_) {
+                self->missed_ = {element, notification};
+                return;
+            }
+        }
+        self->callback_(element, notification);
+    });
+}
+
+void Listener::setDelivering(bool delivering) {
+    Notification missed;
+    {
+        const std::lock_guard lock(mutex_);
+        delivering_ = delivering;
+        if (delivering) {
+            missed = std::exchange(missed_, {});
+        }
+    }
+    if (missed.element) {
+        tell(missed.element, missed.name);
+    }
+}
+
+void Listener::close() {
+    const std::lock_guard lock(mutex_);
+    closed_ = true;
+}
+
+}  // namespace useragent

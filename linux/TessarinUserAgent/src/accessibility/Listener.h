@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "useragent/Accessibility.h"
+#include "usercommon/Dispatch.h"
+
+namespace useragent {
+
+// Where the notifications of one observer go: to its callback, on the main thread, while it is on the main
+// run loop. The last one that came before is told when it gets there. Any thread.
+class Listener : public std::enable_shared_from_this<Listener> {
+ public:
+    Listener(std::shared_ptr<cmn::Dispatch> dispatch, AXObserverCallback callback);
+
+    void tell(AXElementRef element, const char* notification);
+
+    void setDelivering(bool delivering);
+    // Nothing is told afterwards; a callback that is running may still finish.
+    void close();
+
+ private:
+    struct Notification {
+        AXElementRef element;
+        const char* name = nullptr;
+    };
+
+    const std::shared_ptr<cmn::Dispatch> dispatch_;
+    const AXObserverCallback callback_;
+
+    std::mutex mutex_;  // guards what follows
+    bool delivering_ = false;
+    bool closed_ = false;
+    Notification missed_;
+};
+
+}  // namespace useragent

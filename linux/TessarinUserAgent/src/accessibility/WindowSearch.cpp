@@ -1,0 +1,197 @@
+#include "accessibility/WindowSearch.h"
+
+#include <array>
+#include <utility>
+#include <vector>
+
+#include "accessibility/AtspiReader.h"
+#include "accessibility/MainWindow.h"
+#include "common/log.h"
+#include "useragent/Deadlines.h"
+#include "useragent/FindURLElement.h"
+#include "useragent/SearchReader.h"
+
+namespace useragent {
+namespace {
+
+using cmn::bus::Batch;
+
+// The application's tree, each read of it with a deadline of its own.
+class TreeReader : public AccessibilityReader {
+ public:
+    explicit TreeReader(std::shared_ptr<Session> session) : session_(std::move(session)) {}
+
+    AXError copyAttributeValue(const AXElementRef& element, const std::string& attribute,
+                               AXValue& value) override {
+        const auto target = std::static_pointer_cast<const AtspiElement>(element);
+        return AtspiReader(session_, *target, session_->deadline()).read(attribute, value);
+    }
+
+ private:
+    const std::shared_ptr<Session> session_;
+};
+
+std::optional<std::string> Find(const std::map<std::string, std::string>& attributes,
+                                std::initializer_list<const char*> names) {
+    for (const char* const name : names) {
+        if (const auto found = attributes.find(name); found != attributes.end()) {
+            return found->second;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+WindowSearch::WindowSearch(std::shared_ptr<Session> session, std::int32_t pid, std::string busName)
+    : session_(std::move(session)), pid_(pid), root_{std::move(busName), atspi::kRootPath} {}
+
+AXError WindowSearch::run(const Known& known, Found& found) {
+    const AXError error = chooseWindow(known, found);
+    if (error == AXError::success) {
+        findField(known, found);
+    }
+    return error;
+}
+
+AXError WindowSearch::chooseWindow(const Known& known, Found& found) {
+    const AtspiElement application(pid_, session_, root_);
+    const AtspiReader reader(session_, application, session_->deadline());
+    if (reader.isSilent(root_)) {
+        return AXError::cannotComplete;
+    }
+    const auto objects = reader.ask(atspi::ChildrenOf(root_));
+    if (!objects) {
+        return atspi::ErrorOf(objects.error());
+    }
+    if (objects->size() > kMostTopLevels) {
+        return AXError::cannotComplete;
+    }
+    struct Answers {
+        Batch::Answer<atspi::Role> role;
+        Batch::Answer<atspi::States> states;
+        Batch::Answer<std::string> name;
+        Batch::Answer<atspi::Objects> children;
+    };
+    Batch batch = reader.newBatch();
+    std::vector<Answers> answers;
+    for (const atspi::ObjectRef& object : *objects) {
+        answers.push_back({batch.ask(atspi::RoleOf(object)), batch.ask(atspi::StatesOf(object)),
+                           batch.ask(atspi::NameOf(object)), batch.ask(atspi::ChildrenOf(object))});
+    }
+    if (!reader.finish(batch)) {
+        return AXError::cannotComplete;
+    }
+    std::vector<TopLevel> windows;
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+        const TopLevel& window = windows.emplace_back(
+            TopLevel{(*objects)[i].path, answers[i].role.read().valueOr(0),
+                     answers[i].states.read().valueOr(0), answers[i].name.read().valueOr("")});
+        found.windows[window.path] = IsCandidate(window);
+    }
+    const auto chosen = ChooseMainWindow(windows, known.mainWindow, known.frontTitle);
+    if (!chosen) {
+        return AXError::noValue;
+    }
+    found.window = (*objects)[*chosen];
+    found.title = windows[*chosen].title;
+    found.isActive = atspi::Has(windows[*chosen].states, atspi::State::active);
+    careForContent(found.window, answers[*chosen].children.read());
+    return AXError::success;
+}
+
+// Browsers of the Chromium family build the tree of a window once somebody asks it for its attributes.
+void WindowSearch::careForContent(const atspi::ObjectRef& window,
+                                  const cmn::bus::Result<atspi::Objects>& children) {
+    bool staysEmpty = children && children->empty();
+    if (staysEmpty) {
+        const AtspiElement element(pid_, session_, window);
+        const AtspiReader reader(session_, element, session_->deadline());
+        Batch batch = reader.newBatch();
+        batch.ask(atspi::AttributesOf(window));
+        const auto answer = batch.ask(atspi::ChildrenOf(window));
+        reader.finish(batch);
+        const auto again = answer.read();
+        staysEmpty = again && again->empty();
+    }
+    session_->applications.noteWindowContent(pid_, staysEmpty);
+}
+
+void WindowSearch::findField(const Known& known, Found& found) {
+    const auto before = known.fields.find(found.window.path);
+    const bool wasFound = before != known.fields.end();
+    if (wasFound && !before->second.isPage && describe(before->second, found) &&
+        atspi::Has(found.states, atspi::State::showing)) {
+        return;
+    }
+    const std::optional<AddressField> hidden = std::exchange(found.field, std::nullopt);
+    TreeReader tree(session_);
+    SearchReader search(tree, &std::chrono::steady_clock::now, kURLFieldSearchDeadline);
+    const auto window = std::make_shared<AtspiElement>(pid_, session_, found.window);
+    const auto field = std::static_pointer_cast<const AtspiElement>(FindURLElement(search, window, 0));
+    if (search.expired()) {
+        TLOG_WARN(
+            "The search for the URL field of the application with process id {} took too long and was ended",
+            pid_);
+    }
+    if (field && describe({field->object, {}}, found)) {
+        return;
+    }
+    // A dialog may hide a field that is still there, and a page that fills the screen takes it away.
+    if (hidden) {
+        describe(*hidden, found);
+    } else if (wasFound) {
+        describePage(before->second, found);
+    }
+}
+
+// Reads all that a search and the watcher ask of a field. False when it is none any more.
+bool WindowSearch::describe(AddressField field, Found& found) {
+    const AtspiElement element(pid_, session_, field.object);
+    const AtspiReader reader(session_, element, session_->deadline());
+    Batch batch = reader.newBatch();
+    const auto role = batch.ask(atspi::RoleOf(field.object));
+    const auto states = batch.ask(atspi::StatesOf(field.object));
+    const auto name = batch.ask(atspi::NameOf(field.object));
+    const auto identifier = batch.ask(atspi::IdentifierOf(field.object));
+    const auto attributes = batch.ask(atspi::AttributesOf(field.object));
+    const auto text = batch.ask(atspi::TextOf(field.object));
+    reader.finish(batch);
+    const auto roleRead = role.read();
+    const auto statesRead = states.read();
+    found.text = text.read();
+    if (!roleRead || !statesRead || atspi::Has(*statesRead, atspi::State::defunct) ||
+        (!found.text && atspi::ErrorOf(found.text.error()) == AXError::invalidUIElement)) {
+        return false;
+    }
+    field.known[kRoleAttribute] = atspi::AXRoleName(*roleRead, *statesRead);
+    field.known[kDescriptionAttribute] = name.read().valueOr("");
+    const std::string id = identifier.read().valueOr("");
+    field.known[kIdentifierAttribute] = id.empty() ? std::nullopt : std::optional(id);
+    const auto all = attributes.read().valueOr({});
+    field.known[kDOMIdentifierAttribute] = Find(all, {"id"});
+    field.known[kPlaceholderValueAttribute] = Find(all, {"placeholder", "placeholder-text"});
+    found.field = std::move(field);
+    found.states = *statesRead;
+    return true;
+}
+
+// The page in the place of the field that the window had.
+bool WindowSearch::describePage(const AddressField& field, Found& found) {
+    const AtspiElement window(pid_, session_, found.window);
+    const AtspiReader reader(session_, window, session_->deadline());
+    const auto pages = reader.ask(atspi::ShowingPagesOf(found.window));
+    if (!pages || pages->empty()) {
+        return false;
+    }
+    auto address = reader.ask(atspi::AddressOfPage(pages->front()));
+    if (!address || address->empty()) {
+        return false;
+    }
+    found.field = AddressField{pages->front(), field.known, true};
+    found.text = std::move(address);
+    found.states = 0;
+    return true;
+}
+
+}  // namespace useragent

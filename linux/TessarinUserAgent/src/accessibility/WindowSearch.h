@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "accessibility/FieldWatch.h"
+#include "accessibility/Session.h"
+#include "useragent/Accessibility.h"
+
+namespace useragent {
+
+// Which of an application's windows is the main one, and where its address field is. Asks the application and
+// waits for its answers; any thread but the bus's and the main thread.
+class WindowSearch {
+ public:
+    // What was found before, and helps.
+    struct Known {
+        std::string mainWindow;  // its path; empty when there was none
+        std::string frontTitle;  // of the front-most window on screen; empty when not known
+        std::map<std::string, AddressField> fields;  // by the path of the window
+    };
+    struct Found {
+        atspi::ObjectRef window;
+        std::string title;
+        bool isActive = false;
+        std::map<std::string, bool> windows;  // all paths, and whether it is a candidate for the main one
+        std::optional<AddressField> field;
+        cmn::bus::Result<std::string> text = std::string();  // of the field
+        atspi::States states = 0;                            // of the field
+    };
+
+    WindowSearch(std::shared_ptr<Session> session, std::int32_t pid, std::string busName);
+
+    // `noValue` when there is no main window, `cannotComplete` when the application does not answer.
+    AXError run(const Known& known, Found& found);
+
+ private:
+    AXError chooseWindow(const Known& known, Found& found);
+    void findField(const Known& known, Found& found);
+    bool describe(AddressField field, Found& found);
+    bool describePage(const AddressField& field, Found& found);
+    void careForContent(const atspi::ObjectRef& window, const cmn::bus::Result<atspi::Objects>& children);
+
+    const std::shared_ptr<Session> session_;
+    const std::int32_t pid_;
+    const atspi::ObjectRef root_;
+};
+
+}  // namespace useragent
