@@ -100,7 +100,9 @@ void BrowserURLWatcher::watchBrowserProcess() {
         // Also on early exits: a cycle that failed must not turn into a busy loop.
         const cmn::ScopedAction pause([this] { ports_.pause->wait(kPollingPause); });
         try {
-            if (!pollOnce()) {
+            bool isWatching = true;
+            ports_.accessibility->runCycle([&] { isWatching = pollOnce(); });
+            if (!isWatching) {
                 break;
             }
         } catch (const std::exception& error) {

@@ -123,6 +123,9 @@ class Accessibility : public AccessibilityReader {
     // at once.
     virtual void prepare(const std::vector<WindowInfo>& browsers) = 0;
 
+    // Runs one polling cycle, with whatever the platform needs around it.
+    virtual void runCycle(const std::function<void()>& cycle) { cycle(); }
+
     // How long a search for one window's address field may take.
     virtual std::chrono::nanoseconds searchDeadline() const = 0;
 };

@@ -6,14 +6,15 @@
 
 #import "common_mac/CFAutoPointer.h"
 #include "useragent/Accessibility.h"
+#include "useragent/ObservedBrowsers.h"
 
 namespace useragent {
 
 // One AXObserver, served by the main run loop in its default mode.
 class MacAXObserver final : public AXObserver {
  public:
-    // On success fills `observer`.
-    static AXError Create(std::int32_t pid, AXObserverCallback callback,
+    // On success fills `observer`. What is observed is said to `observed`, which must outlive it.
+    static AXError Create(std::int32_t pid, AXObserverCallback callback, ObservedBrowsers& observed,
                           std::unique_ptr<AXObserver>& observer);
     ~MacAXObserver() override;
     MacAXObserver(const MacAXObserver&) = delete;
@@ -26,11 +27,14 @@ class MacAXObserver final : public AXObserver {
  private:
     struct Receiver;
 
-    explicit MacAXObserver(AXObserverCallback callback);
+    MacAXObserver(std::int32_t pid, AXObserverCallback callback, ObservedBrowsers& observed);
+    static ObservedBrowsers::Tell TellOnMainThread(const std::weak_ptr<Receiver>& weak);
     static void receive(AXObserverRef observer, AXUIElementRef element, CFStringRef notification,
                         CFDictionaryRef info, void* refcon);
     AXObserverRef get() const { return static_cast<AXObserverRef>(const_cast<void*>(observer_.get())); }
 
+    const std::int32_t pid_;
+    ObservedBrowsers& observed_;
     // What the platform's callback is given. It may be on its way on the main thread while another thread
     // destroys this object.
     std::shared_ptr<Receiver> receiver_;

@@ -15,24 +15,41 @@ struct MacAXObserver::Receiver {
     std::atomic<bool> active{true};
 };
 
-MacAXObserver::MacAXObserver(AXObserverCallback callback) : receiver_(std::make_shared<Receiver>()) {
+// For what a look finds: as the run loop would tell it.
+ObservedBrowsers::Tell MacAXObserver::TellOnMainThread(const std::weak_ptr<Receiver>& weak) {
+    return [weak](const AXElementRef& element, const std::string& notification) {
+        const std::weak_ptr<Receiver> addressee = weak;
+        const AXElementRef changed = element;
+        const std::string name = notification;
+        dispatch_async(dispatch_get_main_queue(), ^{
+          const auto receiver = addressee.lock();
+          if (receiver && receiver->active) {
+              receiver->callback(changed, name);
+          }
+        });
+    };
+}
+
+MacAXObserver::MacAXObserver(std::int32_t pid, AXObserverCallback callback, ObservedBrowsers& observed)
+    : pid_(pid), observed_(observed), receiver_(std::make_shared<Receiver>()) {
     receiver_->callback = std::move(callback);
 }
 
 MacAXObserver::~MacAXObserver() {
     removeFromMainRunLoop();
     receiver_->active = false;
-    observer_ = cmn::CFAutoPointer();
     // A callback that the run loop has already begun to deliver ends before the main queue is served again.
     const auto receiver = std::exchange(receiver_, nullptr);
+    const cmn::CFAutoPointer observer = std::exchange(observer_, cmn::CFAutoPointer());
     dispatch_async(dispatch_get_main_queue(), ^{
       (void)receiver;
+      (void)observer;
     });
 }
 
-AXError MacAXObserver::Create(std::int32_t pid, AXObserverCallback callback,
+AXError MacAXObserver::Create(std::int32_t pid, AXObserverCallback callback, ObservedBrowsers& observed,
                               std::unique_ptr<AXObserver>& observer) {
-    std::unique_ptr<MacAXObserver> created(new MacAXObserver(std::move(callback)));
+    std::unique_ptr<MacAXObserver> created(new MacAXObserver(pid, std::move(callback), observed));
     AXObserverRef reference = nullptr;
     const ::AXError error = AXObserverCreateWithInfoCallback(pid, &MacAXObserver::receive, &reference);
     if (error == kAXErrorSuccess) {
@@ -49,8 +66,12 @@ AXError MacAXObserver::addNotification(const AXElementRef& element, const std::s
             return AXError::illegalArgument;
         }
         NSString* const name = [NSString stringWithStdString:notification];
-        return static_cast<AXError>(
+        const auto error = static_cast<AXError>(
             AXObserverAddNotification(get(), observed, (__bridge CFStringRef)name, receiver_.get()));
+        if (error == AXError::success) {
+            observed_.observe(pid_, element, notification, TellOnMainThread(receiver_));
+        }
+        return error;
     }
 }
 

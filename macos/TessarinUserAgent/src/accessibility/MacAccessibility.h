@@ -1,6 +1,8 @@
 #pragma once
 
 #include "useragent/Accessibility.h"
+#include "useragent/Deadlines.h"
+#include "useragent/ObservedBrowsers.h"
 #include "useragent/SilentProcesses.h"
 
 namespace useragent {
@@ -19,10 +21,13 @@ class MacAccessibility final : public Accessibility {
                            std::unique_ptr<AXObserver>& observer) override;
     bool isProcessTrusted() override;
     bool isProcessTrustedWithPrompt() override;
-    void prepare(const std::vector<std::int32_t>& pids) override;
+    void prepare(const std::vector<WindowInfo>& browsers) override;
+    void runCycle(const std::function<void()>& cycle) override;
+    std::chrono::nanoseconds searchDeadline() const override { return kURLFieldSearchDeadline; }
 
  private:
     SilentProcesses silent_;
+    ObservedBrowsers observed_;
 };
 
 }  // namespace useragent

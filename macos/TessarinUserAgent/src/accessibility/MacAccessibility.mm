@@ -32,9 +32,28 @@ AXError Read(AXUIElementRef element, const std::string& attribute, cmn::CFAutoPo
         AXUIElementCopyAttributeValue(element, (__bridge CFStringRef)name, value.out()));
 }
 
+// Reads without noting what it read.
+class PlainReader final : public AccessibilityReader {
+ public:
+    AXError copyAttributeValue(const AXElementRef& element, const std::string& attribute,
+                               AXValue& value) override {
+        cmn::CFAutoPointer read;
+        const AXError error = Read(MacAXElement::Of(element), attribute, read);
+        if (error == AXError::success) {
+            value = ToAXValue(read);
+        }
+        return error;
+    }
+};
+
 }  // namespace
 
-MacAccessibility::MacAccessibility() {
+MacAccessibility::MacAccessibility()
+    : observed_([](const AXElementRef& left, const AXElementRef& right) {
+          AXUIElementRef const one = MacAXElement::Of(left);
+          AXUIElementRef const other = MacAXElement::Of(right);
+          return one != nullptr && other != nullptr && CFEqual(one, other);
+      }) {
     SetMessagingTimeout(kBrowserCallDeadline);
 }
 
@@ -57,6 +76,7 @@ AXError MacAccessibility::copyAttributeValue(const AXElementRef& element, const 
         }
         if (error == AXError::success) {
             value = ToAXValue(read);
+            observed_.note(pid, attribute, value);
         }
         return error;
     }
@@ -75,7 +95,7 @@ AXError MacAccessibility::getPid(const AXElementRef& element, std::int32_t& pid)
 
 AXError MacAccessibility::createObserver(std::int32_t pid, AXObserverCallback callback,
                                          std::unique_ptr<AXObserver>& observer) {
-    return MacAXObserver::Create(pid, std::move(callback), observer);
+    return MacAXObserver::Create(pid, std::move(callback), observed_, observer);
 }
 
 bool MacAccessibility::isProcessTrusted() {
@@ -89,15 +109,23 @@ bool MacAccessibility::isProcessTrustedWithPrompt() {
     }
 }
 
-void MacAccessibility::prepare(const std::vector<std::int32_t>& pids) {
+void MacAccessibility::runCycle(const std::function<void()>& cycle) {
     @autoreleasepool {
-        silent_.probe(pids, [](std::int32_t pid) {
-            const cmn::CFAutoPointer application(AXUIElementCreateApplication(pid));
-            cmn::CFAutoPointer role;
-            return application ? Read(static_cast<AXUIElementRef>(application.get()), kRoleAttribute, role)
-                               : AXError::failure;
-        });
+        cycle();
     }
+}
+
+void MacAccessibility::prepare(const std::vector<WindowInfo>& browsers) {
+    std::vector<std::int32_t> pids;
+    for (const WindowInfo& browser : browsers) {
+        pids.push_back(browser.ownerPid);
+    }
+    observed_.keepOnly(pids);
+    PlainReader reader;
+    silent_.probe(pids, [&](std::int32_t pid) {
+        const AXElementRef application = createApplication(pid);
+        return application ? observed_.look(pid, application, reader) : AXError::failure;
+    });
 }
 
 }  // namespace useragent

@@ -52,6 +52,7 @@ CF_EXPORT const CFAllocatorRef _Null_unspecified kCFAllocatorDefault;
 CF_EXPORT CFTypeRef CFRetain(CFTypeRef cf);
 // Not for null.
 CF_EXPORT void CFRelease(CFTypeRef cf);
+CF_EXPORT Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
 CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef cf);
 
 CF_ASSUME_NONNULL_END
