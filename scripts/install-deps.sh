@@ -10,7 +10,7 @@ declare -A packages=(
              libxcb1-dev libxcb-ewmh-dev libxcb-icccm4-dev libsystemd-dev libre2-dev"
     [test]="libgtest-dev libgmock-dev desktop-file-utils"
     [demo]="python3 procps dbus dbus-daemon at-spi2-core xvfb openbox xdotool x11-utils imagemagick fonts-dejavu-core
-            xfce4-panel xfconf xdg-utils
+            xfce4-panel xfconf xdg-utils qt6-wayland
             fonts-noto-color-emoji trayer firefox-esr chromium"
     [lint]="clang-format clang-tidy shellcheck python3"
     [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev"

@@ -25,12 +25,13 @@ WallTime WallClockNow() {
 
 LinuxAgentPlatform::LinuxAgentPlatform(QApplication& application, AtspiSettings accessibility,
                                        SessionBusPlace sessionBus, ApplicationService& service,
-                                       LaunchRequest launch)
+                                       LaunchRequest launch, Display display)
     : stopper_(application),
       accessibilitySettings_(std::move(accessibility)),
       sessionBus_(std::move(sessionBus)),
       service_(service),
-      launch_(std::move(launch)) {}
+      launch_(std::move(launch)),
+      display_(std::move(display)) {}
 
 LinuxAgentPlatform::~LinuxAgentPlatform() {
     // Tasks that wait to run again, such as a reconnect, own what owns these objects.
@@ -44,7 +45,7 @@ std::shared_ptr<Accessibility> LinuxAgentPlatform::accessibility() {
 }
 
 std::shared_ptr<WindowList> LinuxAgentPlatform::windowList() {
-    return CreateLinuxWindowList(*atspi());
+    return CreateLinuxWindowList(*atspi(), display_.isX11);
 }
 
 std::shared_ptr<cmn::Dispatch> LinuxAgentPlatform::dispatch() {
@@ -67,6 +68,9 @@ int LinuxAgentPlatform::runApplication() {
     if (!service_.refusal().empty()) {
         TLOG_WARN("The session bus does not give the agent its name: {}", service_.refusal());
     }
+    if (!display_.whyNothingIsShown.empty()) {
+        TLOG_WARN("{}", display_.whyNothingIsShown);
+    }
     const auto resources = cmn::BundlePathOf(executablePath()) / "Contents/Resources";
     const auto statusMenu = std::make_shared<StatusMenu>([] { QCoreApplication::quit(); });
     const auto appMenu = std::make_shared<AppMenu>(
@@ -78,7 +82,8 @@ int LinuxAgentPlatform::runApplication() {
     statusMenu->setSelections({[appMenu] { appMenu->option1Selected(); },
                                [appMenu] { appMenu->option2Selected(); },
                                [appMenu] { appMenu->option3Selected(); }});
-    const auto interface = std::make_shared<QtApplicationInterface>(sessionBus_, statusMenu);
+    const auto interface =
+        std::make_shared<QtApplicationInterface>(sessionBus_, statusMenu, display_.whyNothingIsShown.empty());
     const auto delegate = std::make_shared<AppDelegate>(AppDelegate::Environment{
         interface, appMenu, queues(), transport(), {cmn::proto::GetSettings, WallClockNow}});
     const auto open = [delegate](const LaunchRequest& request) {

@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <memory>
+#include <string>
 
 #include "RunLoop.h"
 #include "accessibility/AtspiSettings.h"
@@ -23,9 +24,15 @@ class AtspiAccessibility;
 // The one place that makes the agent's real objects on Linux. Main thread.
 class LinuxAgentPlatform : public AgentPlatform {
  public:
+    // What was found out about the display before there was a log.
+    struct Display {
+        bool isX11 = false;             // the X server answers
+        std::string whyNothingIsShown;  // empty when windows can be shown
+    };
+
     // `service` holds the name of the application, `launch` what this launch was asked to open.
     LinuxAgentPlatform(QApplication& application, AtspiSettings accessibility, SessionBusPlace sessionBus,
-                       ApplicationService& service, LaunchRequest launch);
+                       ApplicationService& service, LaunchRequest launch, Display display);
     ~LinuxAgentPlatform() override;
 
     std::shared_ptr<Accessibility> accessibility() override;
@@ -44,6 +51,7 @@ class LinuxAgentPlatform : public AgentPlatform {
     const SessionBusPlace sessionBus_;
     ApplicationService& service_;
     const LaunchRequest launch_;
+    const Display display_;
     std::shared_ptr<cmn::LinuxDispatch> dispatch_;
     std::shared_ptr<AtspiAccessibility> accessibility_;
 };

@@ -1,11 +1,15 @@
 #include "SessionSurroundings.h"
 
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
@@ -45,15 +49,53 @@ bool X11Answers(const GoOn& goOn) {
     return connector.connect(deadline) != nullptr;
 }
 
-bool WaylandAnswers() {
+// A connection to the compositor; -1 when there is none.
+int ConnectToWayland() {
     const char* const name = std::getenv("WAYLAND_DISPLAY");
     const char* const folder = std::getenv("XDG_RUNTIME_DIR");
     if (name == nullptr || *name == '\0') {
+        return -1;
+    }
+    const std::string path = std::filesystem::path(folder != nullptr ? folder : "") / name;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        return -1;
+    }
+    path.copy(address.sun_path, path.size());
+    const int connection = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (connection >= 0 &&
+        ::connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        ::close(connection);
+        return -1;
+    }
+    return connection;
+}
+
+// The protocol's question for a sign of life: the display (object 1) is to call the new object 2 back.
+bool WaylandAnswers(const GoOn& goOn) {
+    const int connection = ConnectToWayland();
+    if (connection < 0) {
         return false;
     }
-    std::error_code ignored;
-    const auto socket = std::filesystem::path(folder != nullptr ? folder : "") / name;
-    return std::filesystem::is_socket(socket, ignored);
+    const cmn::ScopedAction end([&] { ::close(connection); });
+    constexpr std::uint32_t kDisplay = 1;
+    constexpr std::uint32_t kCallback = 2;
+    constexpr std::uint32_t kSync = 0;
+    constexpr std::uint32_t kLength = 12;
+    const std::array<std::uint32_t, 3> sync{kDisplay, kLength << 16U | kSync, kCallback};
+    if (::send(connection, sync.data(), kLength, MSG_NOSIGNAL) != kLength) {
+        return false;
+    }
+    const Deadline deadline = Clock::now() + kDeadline;
+    pollfd answer{connection, POLLIN, 0};
+    while (::poll(&answer, 1, static_cast<int>(kPauseBetweenQuestions.count())) == 0) {
+        if (Clock::now() >= deadline || !goOn()) {
+            return false;
+        }
+    }
+    char first = 0;
+    return ::recv(connection, &first, 1, 0) == 1;
 }
 
 }  // namespace
@@ -76,8 +118,9 @@ bool SessionBusAnswers(const std::string& address, const GoOn& goOn) {
     return answer.get();
 }
 
-bool DisplayAnswers(const GoOn& goOn) {
-    return WaylandAnswers() || X11Answers(goOn);
+Displays DisplaysThatAnswer(const GoOn& goOn) {
+    const bool wayland = WaylandAnswers(goOn);
+    return {X11Answers(goOn), wayland};
 }
 
 void RequireToolkitThreads() {

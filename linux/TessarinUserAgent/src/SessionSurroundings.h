@@ -3,6 +3,8 @@
 #include <functional>
 #include <string>
 
+#include "interface/ToolkitPlatform.h"
+
 namespace useragent {
 
 // Asked every few milliseconds while somebody waits; no ends the wait.
@@ -12,8 +14,9 @@ using GoOn = std::function<bool()>;
 // answer, it must not be let near it. Leaves no thread behind: the environment may be changed afterwards.
 bool SessionBusAnswers(const std::string& address, const GoOn& goOn);
 
-// Whether there is a display that the toolkit can open. It ends a program that asks for one in vain.
-bool DisplayAnswers(const GoOn& goOn);
+// The displays that the environment names and that answer: the toolkit ends a program that one of them turns
+// away, and waits without end for one that says nothing.
+Displays DisplaysThatAnswer(const GoOn& goOn);
 
 // Throws std::system_error when the threads that the toolkit makes cannot be had: it would wait for them for
 // ever.

@@ -1,10 +1,12 @@
 #include <QAccessible>
 #include <QApplication>
+#include <array>
 #include <chrono>
 #include <exception>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "LinuxAgentPlatform.h"
@@ -29,18 +31,24 @@ constexpr std::chrono::seconds kHandOverDeadline{20};
 
 // Whether the session bus answers. Returns early on SIGTERM. Changes the environment, so it comes before the
 // threads that stay.
-bool LeaveOutWhatDoesNotAnswer(const std::string& sessionBus) {
-    const auto goOn = [] { return useragent::g_run.load(); };
-    const bool busAnswers = useragent::SessionBusAnswers(sessionBus, goOn);
-    if (!busAnswers) {
+bool LeaveOutSessionBusThatDoesNotAnswer(const std::string& sessionBus) {
+    const bool answers = useragent::SessionBusAnswers(sessionBus, [] { return useragent::g_run.load(); });
+    if (!answers) {
         qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
     }
-    // Watching browsers needs no display of our own.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !useragent::DisplayAnswers(goOn)) {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    }
-    return busAnswers;
+    return answers;
 }
+
+// The toolkit is told the platform as an argument: a variable would also be told to the programs that the
+// agent starts.
+struct ToolkitArguments {
+    ToolkitArguments(std::string program, std::string platforms)
+        : texts{std::move(program), "-platform", std::move(platforms)} {}
+
+    std::array<std::string, 3> texts;
+    std::array<char*, 4> values{texts[0].data(), texts[1].data(), texts[2].data(), nullptr};
+    int count = 3;
+};
 
 void SetUp() {
     QCoreApplication::setApplicationName("TessarinUserAgent");
@@ -61,11 +69,16 @@ int Run(int argc, char** argv) {
     const useragent::AtspiSettings accessibility = useragent::SettingsOfThisSession();
     useragent::SessionBusPlace sessionBus{nullptr, cmn::bus::SessionBusAddress()};
     useragent::RequireToolkitThreads();
-    const bool busAnswers = LeaveOutWhatDoesNotAnswer(sessionBus.address);
+    const bool busAnswers = LeaveOutSessionBusThatDoesNotAnswer(sessionBus.address);
+    const useragent::Displays displays =
+        useragent::DisplaysThatAnswer([] { return useragent::g_run.load(); });
     if (!useragent::g_run) {
         return 0;
     }
-    QApplication application(argc, argv);
+    const std::string wanted = qEnvironmentVariable("QT_QPA_PLATFORM").toStdString();
+    const std::string tried = useragent::PlatformsToTry(wanted, displays);
+    ToolkitArguments toolkit{argv[0], tried};
+    QApplication application(toolkit.count, toolkit.values.data());
     SetUp();
 
     sessionBus.loop = std::make_shared<cmn::bus::Loop>();
@@ -88,7 +101,10 @@ int Run(int argc, char** argv) {
     // As the event loop does when it begins: the toolkit makes its thread for message buses here, and later
     // there may be none left for it.
     QAccessible::setRootObject(&application);
-    useragent::LinuxAgentPlatform platform(application, accessibility, sessionBus, service, request);
+    const std::string taken = QGuiApplication::platformName().toStdString();
+    useragent::LinuxAgentPlatform platform(
+        application, accessibility, sessionBus, service, request,
+        {displays.x11, useragent::WhyNothingIsShown(wanted, tried, taken)});
     return useragent::RunAgent(platform);
 }
 

@@ -8,16 +8,16 @@ using useragent::WindowSource;
 namespace {
 
 TEST(LinuxWindowList, AsksTheXServerWhereItKnowsAllWindows) {
-    EXPECT_EQ(ChooseWindowSource("", ":0"), WindowSource::xServer);
+    EXPECT_EQ(ChooseWindowSource("", true), WindowSource::xServer);
 }
 
 TEST(LinuxWindowList, AsksTheAccessibilityBusUnderWayland) {
-    EXPECT_EQ(ChooseWindowSource("wayland-0", ":0"), WindowSource::accessibilityBus);
-    EXPECT_EQ(ChooseWindowSource("wayland-0", ""), WindowSource::accessibilityBus);
+    EXPECT_EQ(ChooseWindowSource("wayland-0", true), WindowSource::accessibilityBus);
+    EXPECT_EQ(ChooseWindowSource("wayland-0", false), WindowSource::accessibilityBus);
 }
 
-TEST(LinuxWindowList, AsksTheAccessibilityBusWithoutAnyDisplay) {
-    EXPECT_EQ(ChooseWindowSource("", ""), WindowSource::accessibilityBus);
+TEST(LinuxWindowList, AsksTheAccessibilityBusWithoutADisplayThatAnswers) {
+    EXPECT_EQ(ChooseWindowSource("", false), WindowSource::accessibilityBus);
 }
 
 }  // namespace

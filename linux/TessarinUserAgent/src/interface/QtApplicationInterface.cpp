@@ -41,8 +41,12 @@ struct QtApplicationInterface::Timers {
     std::vector<std::unique_ptr<QTimer>> running;
 };
 
-QtApplicationInterface::QtApplicationInterface(SessionBusPlace bus, std::shared_ptr<StatusMenu> menu)
-    : bus_(std::move(bus)), menu_(std::move(menu)), timers_(std::make_unique<Timers>()) {}
+QtApplicationInterface::QtApplicationInterface(SessionBusPlace bus, std::shared_ptr<StatusMenu> menu,
+                                               bool hasDisplay)
+    : bus_(std::move(bus)),
+      menu_(std::move(menu)),
+      hasDisplay_(hasDisplay),
+      timers_(std::make_unique<Timers>()) {}
 
 QtApplicationInterface::~QtApplicationInterface() = default;
 
@@ -52,6 +56,10 @@ std::shared_ptr<StatusItem> QtApplicationInterface::createStatusItem(std::functi
 
 std::unique_ptr<PropertiesWindow> QtApplicationInterface::createPropertiesWindow(
     std::function<void()> willClose) {
+    if (!hasDisplay_) {
+        TLOG_WARN("A properties window cannot be made: the agent has no display");
+        return nullptr;
+    }
     try {
         return std::make_unique<FormWindow>(std::move(willClose));
     } catch (const std::exception& e) {

@@ -12,7 +12,8 @@ namespace useragent {
 // Status item, windows and timer of the desktop. Needs a QApplication. Main thread.
 class QtApplicationInterface : public ApplicationInterface {
  public:
-    QtApplicationInterface(SessionBusPlace bus, std::shared_ptr<StatusMenu> menu);
+    // Without a display, windows cannot be made; the item on the session bus needs none.
+    QtApplicationInterface(SessionBusPlace bus, std::shared_ptr<StatusMenu> menu, bool hasDisplay);
     ~QtApplicationInterface() override;
 
     std::shared_ptr<StatusItem> createStatusItem(std::function<void()> menuNeedsUpdate) override;
@@ -24,6 +25,7 @@ class QtApplicationInterface : public ApplicationInterface {
 
     const SessionBusPlace bus_;
     const std::shared_ptr<StatusMenu> menu_;
+    const bool hasDisplay_;
     const std::unique_ptr<Timers> timers_;
 };
 

@@ -15,15 +15,13 @@ std::string Environment(const char* name) {
 
 }  // namespace
 
-WindowSource ChooseWindowSource(const std::string& waylandDisplay, const std::string& display) {
-    return waylandDisplay.empty() && !display.empty() ? WindowSource::xServer
-                                                      : WindowSource::accessibilityBus;
+WindowSource ChooseWindowSource(const std::string& waylandDisplay, bool xServerAnswers) {
+    return waylandDisplay.empty() && xServerAnswers ? WindowSource::xServer : WindowSource::accessibilityBus;
 }
 
-std::unique_ptr<WindowList> CreateLinuxWindowList(AtspiAccessibility& accessibility) {
-    const std::string display = Environment("DISPLAY");
-    if (ChooseWindowSource(Environment("WAYLAND_DISPLAY"), display) == WindowSource::xServer) {
-        return std::make_unique<XcbWindowList>(display);
+std::unique_ptr<WindowList> CreateLinuxWindowList(AtspiAccessibility& accessibility, bool xServerAnswers) {
+    if (ChooseWindowSource(Environment("WAYLAND_DISPLAY"), xServerAnswers) == WindowSource::xServer) {
+        return std::make_unique<XcbWindowList>(Environment("DISPLAY"));
     }
     return std::make_unique<AtspiWindowList>(accessibility.bus());
 }

@@ -10,11 +10,11 @@ namespace useragent {
 
 enum class WindowSource { xServer, accessibilityBus };
 
-// From the environment variables WAYLAND_DISPLAY and DISPLAY, empty when not set. Under Wayland the X server
-// knows only some of the windows.
-WindowSource ChooseWindowSource(const std::string& waylandDisplay, const std::string& display);
+// `waylandDisplay` as in the environment, empty when not set: under Wayland the X server knows only some of
+// the windows.
+WindowSource ChooseWindowSource(const std::string& waylandDisplay, bool xServerAnswers);
 
 // The window list that this session offers.
-std::unique_ptr<WindowList> CreateLinuxWindowList(AtspiAccessibility& accessibility);
+std::unique_ptr<WindowList> CreateLinuxWindowList(AtspiAccessibility& accessibility, bool xServerAnswers);
 
 }  // namespace useragent

@@ -1,27 +1,10 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <map>
-#include <memory>
 #include <optional>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "support/ChildProcess.h"
-#include "support/LogCapture.h"
-#include "support/PrivateBus.h"
+#include "AgentProgram.h"
 
 // The agent as a process: how it starts and ends in surroundings that fail it.
 
@@ -29,27 +12,13 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::Contains;
-using testing::HasSubstr;
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kAgentPatience = 30s;
 // In its polling pause the agent used to wait for up to five seconds, for a bus or a display for two.
 constexpr auto kAtOnce = 1s;
 // The load of the machine may hold up one end, but not each of them.
 constexpr int kAttempts = 5;
-
-template <typename Condition>
-bool WaitUntil(Condition condition) {
-    const auto limit = Clock::now() + kAgentPatience;
-    while (!condition()) {
-        if (Clock::now() > limit) {
-            return false;
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
 
 // A socket that lets clients connect and never says anything.
 class SilentListener {
@@ -73,7 +42,7 @@ class SilentListener {
 
     bool awaitClient() {
         pollfd ready{descriptor_, POLLIN, 0};
-        if (::poll(&ready, 1, std::chrono::milliseconds(kAgentPatience).count()) != 1) {
+        if (::poll(&ready, 1, std::chrono::milliseconds(30s).count()) != 1) {
             return false;
         }
         clients_.push_back(::accept4(descriptor_, nullptr, nullptr, SOCK_CLOEXEC));
@@ -96,51 +65,12 @@ bool Handles(pid_t process, int signal) {
     return false;
 }
 
-class AgentProgramTest : public testing::Test {
+class AgentProgramEndTest : public AgentProgramTest {
  protected:
-    AgentProgramTest() {
-        fs::create_directories(program.parent_path());
-        fs::copy_file(TESSARIN_AGENT, program);
-        fs::create_directories(home());
-        fs::permissions(home(), fs::perms::owner_all);
-        environment = {{"HOME", home()},
-                       {"XDG_RUNTIME_DIR", home()},
-                       {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + (folder / "no bus").string()},
-                       {"DBUS_SESSION_BUS_ADDRESS", bus.address()},
-                       {"DISPLAY", ""},
-                       {"WAYLAND_DISPLAY", ""},
-                       {"QT_QPA_PLATFORM", ""}};
-        // The leak check makes a thread when the program ends, and it is not these tests' matter. The
-        // toolkit's keyboard library copies texts by their length, without an end.
-        const char* const options = std::getenv("ASAN_OPTIONS");
-        environment["ASAN_OPTIONS"] =
-            std::string(options != nullptr ? options : "") + ":detect_leaks=0:strict_string_checks=0";
-        setLogLevel("Trace");
-    }
-
-    std::string home() const { return folder / "home"; }
-    void setLogLevel(const std::string& level) const {
-        std::ofstream(folder / "settings.json") << R"({"LogLevel": ")" << level << R"(", "Products": []})";
-    }
-    std::unique_ptr<fake::ChildProcess> start(std::vector<std::string> command = {}) const {
-        command.push_back(program);
-        return std::make_unique<fake::ChildProcess>(command, environment, folder.path());
-    }
-    std::vector<std::string> log() const { return fake::ReadLines(folder / "com.tessarin.UserAgent_0.log"); }
-    bool logHas(const std::string& text) const { return testing::Value(log(), Contains(HasSubstr(text))); }
-    void removeLog() const { fs::remove(folder / "com.tessarin.UserAgent_0.log"); }
-    // Its first look at the windows has failed: it is in the pause after it.
-    bool pauses() const { return logHas("CGWindowListCopyWindowInfo -- failed."); }
-    // How long the end takes, which is to be in order.
-    static Clock::duration End(fake::ChildProcess& agent) {
-        const auto begin = Clock::now();
-        agent.signal(SIGTERM);
-        EXPECT_EQ(agent.wait(kAgentPatience), 0) << agent.errors();
-        return Clock::now() - begin;
-    }
     // The shortest of some ends; `bring` starts an agent and brings it where it is to be ended.
-    static Clock::duration ShortestEnd(const std::function<std::unique_ptr<fake::ChildProcess>()>& bring) {
-        auto shortest = Clock::duration::max();
+    static std::chrono::steady_clock::duration ShortestEnd(
+        const std::function<std::unique_ptr<fake::ChildProcess>()>& bring) {
+        auto shortest = std::chrono::steady_clock::duration::max();
         for (int i = 0; i < kAttempts && shortest >= kAtOnce && !testing::Test::HasFailure(); ++i) {
             shortest = std::min(shortest, End(*bring()));
         }
@@ -148,14 +78,9 @@ class AgentProgramTest : public testing::Test {
         testing::Test::RecordProperty("milliseconds", static_cast<int>(milliseconds));
         return shortest;
     }
-
-    fake::TemporaryFolder folder;
-    fake::PrivateBus bus;
-    const fs::path program = folder.path() / "TessarinUserAgent.app/Contents/Linux/TessarinUserAgent";
-    std::map<std::string, std::string> environment;
 };
 
-TEST_F(AgentProgramTest, SigtermInThePollingPauseEndsItAtOnce) {
+TEST_F(AgentProgramEndTest, SigtermInThePollingPauseEndsItAtOnce) {
     const auto end = ShortestEnd([this] {
         removeLog();
         auto agent = start();
@@ -178,7 +103,7 @@ TEST_F(AgentProgramTest, SigtermAtAnyMomentOfTheStartEndsItInOrder) {
     }
 }
 
-TEST_F(AgentProgramTest, SigtermEndsTheWaitForAMuteSessionBus) {
+TEST_F(AgentProgramEndTest, SigtermEndsTheWaitForAMuteSessionBus) {
     SilentListener mute(folder / "mute");
     environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + (folder / "mute").string();
     const auto end = ShortestEnd([&] {
@@ -199,7 +124,7 @@ TEST_F(AgentProgramTest, AMuteSessionBusIsGivenUpAndSaidAndTheAgentGoesOn) {
     End(*agent);
 }
 
-TEST_F(AgentProgramTest, SigtermEndsTheWaitForAMuteDisplay) {
+TEST_F(AgentProgramEndTest, SigtermEndsTheWaitForAMuteDisplay) {
     const fs::path displays = "/tmp/.X11-unix";
     if (fs::create_directory(displays)) {
         fs::permissions(displays, fs::perms::all | fs::perms::sticky_bit);
@@ -227,7 +152,7 @@ TEST_F(AgentProgramTest, ALaunchThatHandsOverIsNotKeptAliveByTheHandler) {
     ASSERT_TRUE(WaitUntil([&] { return Handles(second->pid(), SIGTERM); }));
     ASSERT_TRUE(WaitUntil([&] { return !Handles(second->pid(), SIGTERM); }));
     second->signal(SIGTERM);
-    EXPECT_EQ(second->wait(kAgentPatience), -SIGTERM);
+    EXPECT_EQ(second->wait(kPatience), -SIGTERM);
     first->signal(SIGCONT);
     End(*first);
 }
