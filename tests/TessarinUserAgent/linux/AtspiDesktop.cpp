@@ -52,6 +52,16 @@ void AtspiDesktop::dropRegistry() {
     registry_.reset();
 }
 
+void AtspiDesktop::holdRegistry() {
+    const std::lock_guard lock(mutex_);
+    isHeld_ = true;
+}
+
+int AtspiDesktop::registryCalls() const {
+    const std::lock_guard lock(mutex_);
+    return registryCalls_;
+}
+
 void AtspiDesktop::restartRegistry() {
     dropRegistry();
     {
@@ -86,6 +96,10 @@ void AtspiDesktop::onSessionCall(const QDBusMessage& call, QDBusConnection conne
 void AtspiDesktop::onRegistryCall(const QDBusMessage& call, QDBusConnection connection) {
     const std::string member = call.member().toStdString();
     const std::lock_guard lock(mutex_);
+    ++registryCalls_;
+    if (isHeld_) {
+        return;
+    }
     if (member == "GetChildren") {
         AtspiReferences references;
         for (const std::string& application : applications_) {

@@ -30,11 +30,16 @@ class AtspiDesktop {
     // "event busname" of what is registered now, in the order of the registrations.
     std::vector<std::string> registeredEvents() const;
 
+    // Questions that the registry was asked.
+    int registryCalls() const;
+
     // The accessibility bus and the registry end; `returnBus` brings new ones, without any application.
     void dropBus();
     void returnBus();
     // The registry ends, the bus does not.
     void dropRegistry();
+    // The registry stays and answers nothing any more.
+    void holdRegistry();
     // A new registry takes the place of the old one, and knows nothing.
     void restartRegistry();
 
@@ -46,6 +51,8 @@ class AtspiDesktop {
     mutable std::mutex mutex_;  // guards what follows
     std::vector<std::string> applications_;
     std::vector<std::string> events_;
+    bool isHeld_ = false;
+    int registryCalls_ = 0;
 
     std::unique_ptr<RawPeer> session_;
     std::unique_ptr<RawPeer> registry_;

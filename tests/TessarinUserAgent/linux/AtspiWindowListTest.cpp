@@ -1,4 +1,5 @@
 #include <csignal>
+#include <filesystem>
 #include <thread>
 
 #include "AtspiFixture.h"
@@ -178,6 +179,51 @@ TEST_F(AtspiWindowListTest, IsAbsentWhileTheBusOrTheRegistryDoesNotAnswer) {
     EXPECT_TRUE(fake::WaitFor([&] { return owners() == std::vector{own("Fake")}; }));
     desktop.dropRegistry();
     EXPECT_EQ(owners(), std::nullopt);
+}
+
+TEST_F(AtspiWindowListTest, ARegistryThatIsNotThereIsSaidOnceWithTheRemedy) {
+    EXPECT_NE(owners(), std::nullopt);
+    desktop.dropRegistry();
+    EXPECT_EQ(owners(), std::nullopt);
+    EXPECT_EQ(owners(), std::nullopt);
+    EXPECT_EQ(log.count("The accessibility registry cannot be asked"), 1U);
+    EXPECT_EQ(log.count("XDG_SESSION_TYPE=wayland"), 1U);
+    desktop.restartRegistry();
+    EXPECT_NE(owners(), std::nullopt);
+    EXPECT_EQ(log.count("The accessibility registry answers again"), 1U);
+}
+
+TEST_F(AtspiWindowListTest, ARegistryThatHangsIsSaidOnceAndOthersAreNotBlamed) {
+    desktop.holdRegistry();
+    EXPECT_EQ(owners(), std::nullopt);
+    EXPECT_EQ(owners(), std::nullopt);
+    EXPECT_EQ(log.count("The accessibility registry does not answer"), 1U);
+    EXPECT_EQ(log.count("XDG_SESSION_TYPE"), 0U);
+}
+
+// The desktop's own registry, where the environment promises an X server that is not there.
+TEST(AtspiRegistry, ThatEndsAtEachQuestionIsSaidOnceWithTheRemedy) {
+    const std::string launcher = "/usr/libexec/at-spi-bus-launcher";
+    if (!std::filesystem::exists(launcher)) {
+        GTEST_SKIP() << "there is no " << launcher;
+    }
+    fake::LogCapture log;
+    const fake::TemporaryFolder folder;
+    const fake::PrivateBus session;
+    const fake::ChildProcess service({"env", "-u", "WAYLAND_DISPLAY", "-u", "XDG_SESSION_TYPE", launcher,
+                                      "--a11y=1", "--launch-immediately"},
+                                     {{"DBUS_SESSION_BUS_ADDRESS", session.address()},
+                                      {"XDG_RUNTIME_DIR", folder.path()},
+                                      {"HOME", folder.path()},
+                                      {"DISPLAY", ":99999"}});
+    const auto dispatch = std::make_shared<cmn::LinuxDispatch>();
+    useragent::AtspiAccessibility accessibility(dispatch, {session.address(), {}, std::chrono::seconds(10)});
+    ASSERT_TRUE(fake::WaitFor([&] { return accessibility.isProcessTrusted(); }));
+    useragent::AtspiWindowList list(accessibility.bus());
+    EXPECT_EQ(list.copyOnScreenWindows(), std::nullopt);
+    EXPECT_EQ(list.copyOnScreenWindows(), std::nullopt);
+    EXPECT_EQ(log.count("It ends at each question"), 1U) << "it does not, or nobody said so";
+    dispatch->stop();
 }
 
 TEST_F(AtspiWindowListTest, KeepsTheWindowsOfAnApplicationThatNowClaimsAHundredThousand) {

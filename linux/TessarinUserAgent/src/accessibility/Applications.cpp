@@ -5,6 +5,7 @@
 
 #include "accessibility/AtspiQueries.h"
 #include "common/log.h"
+#include "common/utf8.h"
 
 namespace useragent {
 namespace {
@@ -27,8 +28,9 @@ std::string Find(const std::map<std::int32_t, std::string>& texts, std::int32_t 
 
 }  // namespace
 
-std::optional<std::vector<std::string>> Applications::registered(cmn::bus::Deadline deadline) const {
+std::optional<std::vector<std::string>> Applications::registered(cmn::bus::Deadline deadline) {
     const auto applications = cmn::bus::AskAndWait(connection_, atspi::RegisteredApplications(), deadline);
+    noteRegistry(applications ? nullptr : &applications.error());
     if (!applications) {
         return std::nullopt;
     }
@@ -39,6 +41,33 @@ std::optional<std::vector<std::string>> Applications::registered(cmn::bus::Deadl
         }
     }
     return names;
+}
+
+void Applications::noteRegistry(const cmn::bus::Error* error) {
+    if (error != nullptr && !connection_->isReady()) {
+        return;  // the bus is gone, with everybody on it
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        if (std::exchange(registryFails_, error != nullptr) == (error != nullptr)) {
+            return;
+        }
+    }
+    if (error == nullptr) {
+        TLOG_INFO("The accessibility registry answers again");
+    } else if (error->is(cmn::bus::error::kTimeout)) {
+        TLOG_WARN(
+            "The accessibility registry does not answer, so browsers are not found. If it stays so, end "
+            "at-spi2-registryd: it is started again");
+    } else {
+        TLOG_WARN(
+            "The accessibility registry cannot be asked, so browsers are not found: {}. It ends at each "
+            "question when it takes the session for one of X and finds no X server: under Wayland the "
+            "session's "
+            "bus has to be started with XDG_SESSION_TYPE=wayland and WAYLAND_DISPLAY in its environment, and "
+            "without a DISPLAY that does not answer",
+            cmn::EscapeControls(error->message));
+    }
 }
 
 std::vector<std::optional<std::int32_t>> Applications::processIds(const std::vector<std::string>& busNames,

@@ -37,8 +37,8 @@ class Applications {
     void notePresence(std::int32_t pid);
 
     // The unique names of the applications that the registry lists, in its order. Nothing when it does not
-    // answer.
-    std::optional<std::vector<std::string>> registered(cmn::bus::Deadline deadline) const;
+    // answer, which is said in the log once.
+    std::optional<std::vector<std::string>> registered(cmn::bus::Deadline deadline);
 
     // The process ids of the owners of those names; 0 for a name without one, nothing where the bus did not
     // answer.
@@ -53,12 +53,16 @@ class Applications {
     Names unregistered(const std::vector<std::string>& registered, const std::vector<std::int32_t>& pids,
                        cmn::bus::Deadline deadline) const;
 
+    // Tells the log when the registry begins to fail and when it answers again.
+    void noteRegistry(const cmn::bus::Error* error);
+
     const std::shared_ptr<cmn::bus::Connection> connection_;
 
     mutable std::mutex mutex_;  // guards what follows
     std::map<std::int32_t, std::string> names_;
     std::map<std::int32_t, int> emptyReads_;
     std::map<std::int32_t, int> absences_;
+    bool registryFails_ = false;
 };
 
 }  // namespace useragent
