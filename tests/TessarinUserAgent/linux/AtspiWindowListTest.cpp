@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "AtspiFixture.h"
+#include "common/ScopedAction.h"
 #include "support/ChildProcess.h"
 #include "useragent/WindowList.h"
 #include "windowlist/AtspiWindowList.h"
@@ -210,12 +211,16 @@ TEST(AtspiRegistry, ThatEndsAtEachQuestionIsSaidOnceWithTheRemedy) {
     fake::LogCapture log;
     const fake::TemporaryFolder folder;
     const fake::PrivateBus session;
-    const fake::ChildProcess service({"env", "-u", "WAYLAND_DISPLAY", "-u", "XDG_SESSION_TYPE", launcher,
-                                      "--a11y=1", "--launch-immediately"},
-                                     {{"DBUS_SESSION_BUS_ADDRESS", session.address()},
-                                      {"XDG_RUNTIME_DIR", folder.path()},
-                                      {"HOME", folder.path()},
-                                      {"DISPLAY", ":99999"}});
+    fake::ChildProcess service({"env", "-u", "WAYLAND_DISPLAY", "-u", "XDG_SESSION_TYPE", launcher,
+                                "--a11y=1", "--launch-immediately"},
+                               {{"DBUS_SESSION_BUS_ADDRESS", session.address()},
+                                {"XDG_RUNTIME_DIR", folder.path()},
+                                {"HOME", folder.path()},
+                                {"DISPLAY", ":99999"}});
+    const cmn::ScopedAction end([&] {  // it takes its bus along
+        service.signal(SIGTERM);
+        service.wait();
+    });
     const auto dispatch = std::make_shared<cmn::LinuxDispatch>();
     useragent::AtspiAccessibility accessibility(dispatch, {session.address(), {}, std::chrono::seconds(10)});
     ASSERT_TRUE(fake::WaitFor([&] { return accessibility.isProcessTrusted(); }));
