@@ -45,7 +45,7 @@ std::shared_ptr<Accessibility> LinuxAgentPlatform::accessibility() {
 }
 
 std::shared_ptr<WindowList> LinuxAgentPlatform::windowList() {
-    return CreateLinuxWindowList(*atspi(), display_.isX11);
+    return CreateLinuxWindowList(*atspi(), BrowserList(), display_.isX11);
 }
 
 std::shared_ptr<cmn::Dispatch> LinuxAgentPlatform::dispatch() {

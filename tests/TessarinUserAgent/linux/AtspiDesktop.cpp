@@ -57,9 +57,9 @@ void AtspiDesktop::holdRegistry() {
     isHeld_ = true;
 }
 
-int AtspiDesktop::registryCalls() const {
+int AtspiDesktop::calls() const {
     const std::lock_guard lock(mutex_);
-    return registryCalls_;
+    return calls_;
 }
 
 void AtspiDesktop::restartRegistry() {
@@ -81,6 +81,10 @@ void AtspiDesktop::startRegistry() {
 
 void AtspiDesktop::onSessionCall(const QDBusMessage& call, QDBusConnection connection) {
     const std::string member = call.member().toStdString();
+    {
+        const std::lock_guard lock(mutex_);
+        ++calls_;
+    }
     if (member == "GetAddress") {
         connection.send(call.createReply(QString::fromStdString(accessibilityBus.address())));
     } else if (member == "Get") {
@@ -96,7 +100,7 @@ void AtspiDesktop::onSessionCall(const QDBusMessage& call, QDBusConnection conne
 void AtspiDesktop::onRegistryCall(const QDBusMessage& call, QDBusConnection connection) {
     const std::string member = call.member().toStdString();
     const std::lock_guard lock(mutex_);
-    ++registryCalls_;
+    ++calls_;
     if (isHeld_) {
         return;
     }

@@ -30,8 +30,8 @@ class AtspiDesktop {
     // "event busname" of what is registered now, in the order of the registrations.
     std::vector<std::string> registeredEvents() const;
 
-    // Questions that the registry was asked.
-    int registryCalls() const;
+    // Questions that registry and session bus were asked.
+    int calls() const;
 
     // The accessibility bus and the registry end; `returnBus` brings new ones, without any application.
     void dropBus();
@@ -52,7 +52,7 @@ class AtspiDesktop {
     std::vector<std::string> applications_;
     std::vector<std::string> events_;
     bool isHeld_ = false;
-    int registryCalls_ = 0;
+    int calls_ = 0;
 
     std::unique_ptr<RawPeer> session_;
     std::unique_ptr<RawPeer> registry_;

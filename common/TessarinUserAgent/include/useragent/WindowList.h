@@ -18,8 +18,8 @@ class WindowList {
  public:
     virtual ~WindowList() = default;
 
-    // On-screen windows of all applications, front to back; nothing when the list cannot be had. Called on
-    // the polling thread; waits at most the platform end's call deadline.
+    // On-screen windows, at least those of the watched browsers, front to back; nothing when the list cannot
+    // be had. Called on the polling thread; waits at most the platform end's call deadline.
     virtual std::optional<std::vector<WindowInfo>> copyOnScreenWindows() = 0;
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <map>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -8,28 +8,28 @@
 
 #include "accessibility/AccessibilityBus.h"
 #include "useragent/WindowList.h"
+#include "windowlist/AtspiSurvey.h"
 
 namespace useragent {
 
-// The frames that applications show on the accessibility bus; those of the active application are in front,
-// the order of the others is the registry's. For desktops without a readable window list. An application that
-// does not answer keeps what it showed last.
+// The titled frames that browsers show on the accessibility bus; who was active last is in front, the order
+// of the others is the registry's. For desktops without a readable window list. A browser that does not
+// answer keeps what it showed last. Other applications are asked for their name and for nothing else, and
+// each for that only until it is known: a question wakes a program up.
 class AtspiWindowList final : public WindowList {
  public:
-    explicit AtspiWindowList(std::weak_ptr<AccessibilityBus> bus) : bus_(std::move(bus)) {}
+    // `browsers` are the product's names of those that count.
+    AtspiWindowList(std::weak_ptr<AccessibilityBus> bus, std::vector<std::string> browsers)
+        : bus_(std::move(bus)), browsers_(std::move(browsers)) {}
 
     std::optional<std::vector<WindowInfo>> copyOnScreenWindows() override;
 
-    struct Application {
-        WindowInfo owner;
-        std::size_t frames = 0;  // on screen
-        bool isActive = false;
-    };
-
  private:
     const std::weak_ptr<AccessibilityBus> bus_;
+    const std::vector<std::string> browsers_;
     std::weak_ptr<Session> session_;
-    std::map<std::string, Application> lastSeen_;  // by bus name, in that session
+    AtspiApplicationRecords records_;  // of that session
+    std::uint64_t looks_ = 0;
 };
 
 }  // namespace useragent

@@ -1,6 +1,7 @@
 #include "windowlist/LinuxWindowList.h"
 
 #include <cstdlib>
+#include <utility>
 
 #include "windowlist/AtspiWindowList.h"
 #include "windowlist/XcbWindowList.h"
@@ -19,11 +20,12 @@ WindowSource ChooseWindowSource(const std::string& waylandDisplay, bool xServerA
     return waylandDisplay.empty() && xServerAnswers ? WindowSource::xServer : WindowSource::accessibilityBus;
 }
 
-std::unique_ptr<WindowList> CreateLinuxWindowList(AtspiAccessibility& accessibility, bool xServerAnswers) {
+std::unique_ptr<WindowList> CreateLinuxWindowList(AtspiAccessibility& accessibility,
+                                                  std::vector<std::string> browsers, bool xServerAnswers) {
     if (ChooseWindowSource(Environment("WAYLAND_DISPLAY"), xServerAnswers) == WindowSource::xServer) {
         return std::make_unique<XcbWindowList>(Environment("DISPLAY"));
     }
-    return std::make_unique<AtspiWindowList>(accessibility.bus());
+    return std::make_unique<AtspiWindowList>(accessibility.bus(), std::move(browsers));
 }
 
 }  // namespace useragent

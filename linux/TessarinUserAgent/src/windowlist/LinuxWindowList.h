@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "accessibility/AtspiAccessibility.h"
 #include "useragent/WindowList.h"
@@ -14,7 +15,8 @@ enum class WindowSource { xServer, accessibilityBus };
 // the windows.
 WindowSource ChooseWindowSource(const std::string& waylandDisplay, bool xServerAnswers);
 
-// The window list that this session offers.
-std::unique_ptr<WindowList> CreateLinuxWindowList(AtspiAccessibility& accessibility, bool xServerAnswers);
+// The window list that this session offers; `browsers` are the product's names of those that count.
+std::unique_ptr<WindowList> CreateLinuxWindowList(AtspiAccessibility& accessibility,
+                                                  std::vector<std::string> browsers, bool xServerAnswers);
 
 }  // namespace useragent

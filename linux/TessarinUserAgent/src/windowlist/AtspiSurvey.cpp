@@ -1,0 +1,239 @@
+#include "windowlist/AtspiSurvey.h"
+
+#include <tuple>
+#include <utility>
+
+#include "accessibility/MainWindow.h"
+#include "windowlist/OwnerName.h"
+
+namespace useragent {
+namespace {
+
+using atspi::ObjectRef;
+using cmn::bus::Batch;
+using cmn::bus::Deadline;
+using cmn::bus::HalfWayTo;
+
+template <typename Items, typename Item>
+bool IsIn(const Items& items, const Item& item) {
+    return std::find(items.begin(), items.end(), item) != items.end();
+}
+
+ObjectRef RootOf(const std::string& busName) {
+    return {busName, atspi::kRootPath};
+}
+
+// The frames of an application that have all of the states, in one call: a rule on states and roles, none on
+// attributes and interfaces.
+atspi::Query<atspi::Objects> FramesWith(const std::string& busName, atspi::States states) {
+    constexpr std::int32_t kAll = 1;
+    constexpr std::uint32_t kOrderOfTheTree = 1;
+    constexpr bool kDescend = false;
+    std::vector<std::int32_t> roles(4);
+    roles.at(atspi::kRoleFrame / 32) = std::int32_t{1} << (atspi::kRoleFrame % 32);
+    const auto rule = std::tuple(std::vector{static_cast<std::int32_t>(states & 0xFFFFFFFFU),
+                                             static_cast<std::int32_t>(states >> 32U)},
+                                 kAll, std::map<std::string, std::string>(), kAll, roles, kAll,
+                                 std::vector<std::string>(), kAll, false);
+    auto query = atspi::ShowingChildrenOf(RootOf(busName));
+    query.write = [=](cmn::bus::Message& call) {
+        return call.append(rule, kOrderOfTheTree, static_cast<std::int32_t>(kMostTopLevels + 1), kDescend);
+    };
+    return query;
+}
+
+constexpr atspi::States kShowing = atspi::States{1} << static_cast<unsigned>(atspi::State::showing);
+constexpr atspi::States kShowingAndActive = atspi::State::showing | atspi::State::active;
+
+std::vector<std::string> PathsOf(const atspi::Objects& objects) {
+    std::vector<std::string> paths;
+    std::transform(objects.begin(), objects.end(), std::back_inserter(paths),
+                   [](const ObjectRef& object) { return object.path; });
+    return paths;
+}
+
+}  // namespace
+
+std::optional<std::vector<std::string>> AtspiSurvey::take(Deadline deadline) {
+    const auto names = session_.applications.registered(HalfWayTo(deadline));
+    if (!names) {
+        return std::nullopt;
+    }
+    std::erase_if(records_, [&](const auto& entry) { return !IsIn(*names, entry.first); });
+    learnProcesses(*names, HalfWayTo(deadline));
+    learnNames(HalfWayTo(deadline));
+    Answers answers;
+    for (const auto& [busName, record] : records_) {
+        if (record.isBrowser && canBeAsked(busName)) {
+            answers[busName];
+        }
+    }
+    selectFrames(answers, HalfWayTo(deadline));
+    goThroughChildren(answers, HalfWayTo(deadline));
+    learnTitles(answers, deadline);
+    if (!session_.connection->isReady()) {
+        return std::nullopt;  // that nobody answered says nothing then
+    }
+    std::vector<std::string> browsers;
+    std::copy_if(names->begin(), names->end(), std::back_inserter(browsers), [this](const std::string& name) {
+        const auto record = records_.find(name);
+        return record != records_.end() && record->second.isBrowser;
+    });
+    return browsers;
+}
+
+// A unique name stays with its process. Only of one that is silent is it asked again whether it is there.
+void AtspiSurvey::learnProcesses(const std::vector<std::string>& names, Deadline deadline) {
+    std::vector<std::string> wanted;
+    std::copy_if(names.begin(), names.end(), std::back_inserter(wanted), [this](const std::string& name) {
+        return !records_.contains(name) || session_.silent->isSilent(name);
+    });
+    const auto pids = session_.applications.processIds(wanted, deadline);
+    for (std::size_t i = 0; i < wanted.size(); ++i) {
+        if (pids[i] && *pids[i] != 0) {
+            records_[wanted[i]].pid = *pids[i];
+        } else if (pids[i]) {
+            records_.erase(wanted[i]);
+        }
+    }
+}
+
+void AtspiSurvey::learnNames(Deadline deadline) {
+    std::vector<std::pair<AtspiApplicationRecord*, Batch::Answer<std::string>>> asked;
+    Batch batch(session_.connection, deadline);
+    for (auto& [busName, record] : records_) {
+        if (record.name.empty() && canBeAsked(busName)) {
+            asked.emplace_back(&record, batch.ask(atspi::NameOf(RootOf(busName))));
+        }
+    }
+    finish(batch);
+    for (const auto& [record, answer] : asked) {
+        record->name = OwnerName(answer.read().valueOr(""));
+        record->isBrowser = IsIn(browsers_, record->name);
+    }
+}
+
+void AtspiSurvey::selectFrames(Answers& answers, Deadline deadline) {
+    struct Asked {
+        Batch::Answer<atspi::Objects> showing, active;
+    };
+    std::map<std::string, Asked> asked;
+    Batch batch(session_.connection, deadline);
+    for (const auto& [busName, answer] : answers) {
+        if (session_.canSelect(busName)) {
+            asked[busName] = {batch.ask(FramesWith(busName, kShowing)),
+                              batch.ask(FramesWith(busName, kShowingAndActive))};
+        }
+    }
+    finish(batch);
+    for (const auto& [busName, replies] : asked) {
+        const auto showing = replies.showing.read();
+        const auto active = replies.active.read();
+        if (!showing && atspi::ErrorOf(showing.error()) == AXError::attributeUnsupported) {
+            session_.cannotSelect(busName);
+            continue;
+        }
+        const bool isTooMuch = showing ? showing->size() > kMostTopLevels : atspi::IsTimeout(showing.error());
+        if (!isTooMuch && replies.active.arrived()) {
+            answers[busName] = {PathsOf(showing.valueOr({})), !active.valueOr({}).empty(), true};
+        }
+    }
+}
+
+// For those that cannot select.
+void AtspiSurvey::goThroughChildren(Answers& answers, Deadline deadline) {
+    struct Frame {
+        std::string path;
+        Batch::Answer<atspi::Role> role;
+        Batch::Answer<atspi::States> states;
+    };
+    std::map<std::string, Batch::Answer<atspi::Objects>> asked;
+    Batch roots(session_.connection, HalfWayTo(deadline));
+    for (const auto& [busName, answer] : answers) {
+        if (!session_.canSelect(busName)) {
+            asked[busName] = roots.ask(atspi::ChildrenOf(RootOf(busName)));
+        }
+    }
+    finish(roots);
+    std::map<std::string, std::vector<Frame>> frames;
+    Batch batch(session_.connection, deadline);
+    for (const auto& [busName, children] : asked) {
+        const auto objects = children.read();
+        if (objects && objects->size() <= kMostTopLevels) {
+            frames[busName];
+            for (const ObjectRef& object : *objects) {
+                frames[busName].push_back(
+                    {object.path, batch.ask(atspi::RoleOf(object)), batch.ask(atspi::StatesOf(object))});
+            }
+        }
+    }
+    finish(batch);
+    for (const auto& [busName, found] : frames) {
+        Answer& answer = answers[busName];
+        answer.isComplete = true;
+        for (const Frame& frame : found) {
+            const atspi::States states = frame.states.read().valueOr(0);
+            if (frame.role.read().valueOr(0) == atspi::kRoleFrame &&
+                atspi::Has(states, atspi::State::showing)) {
+                answer.frames.push_back(frame.path);
+                answer.isActive |= atspi::Has(states, atspi::State::active);
+            }
+            answer.isComplete &= frame.role.arrived() && frame.states.arrived();
+        }
+    }
+}
+
+// Frames without a title are menus and bubbles. A title may come late, so they are asked again while nothing
+// else is there.
+void AtspiSurvey::learnTitles(Answers& answers, Deadline deadline) {
+    std::map<std::string, std::map<std::string, Batch::Answer<std::string>>> asked;
+    Batch batch(session_.connection, deadline);
+    for (const auto& [busName, answer] : answers) {
+        const auto& known = records_[busName].frames;
+        const bool hasWindow =
+            std::any_of(answer.frames.begin(), answer.frames.end(), [&](const std::string& path) {
+                const auto frame = known.find(path);
+                return frame != known.end() && frame->second;
+            });
+        for (const std::string& path : answer.frames) {
+            if (!known.contains(path) || !hasWindow) {
+                asked[busName][path] = batch.ask(atspi::NameOf({busName, path}));
+            }
+        }
+    }
+    finish(batch);
+    for (const auto& [busName, answer] : answers) {
+        AtspiApplicationRecord& record = records_[busName];
+        std::map<std::string, bool> frames;
+        bool isComplete = answer.isComplete;
+        for (const std::string& path : answer.frames) {
+            const auto question = asked[busName].find(path);
+            if (question == asked[busName].end()) {
+                frames[path] = record.frames[path];
+            } else {
+                frames[path] = !question->second.read().valueOr("").empty();
+                isComplete &= question->second.arrived();
+            }
+        }
+        if (isComplete) {
+            record.frames = std::move(frames);
+            record.lastActive = answer.isActive ? number_ : record.lastActive;
+        }
+    }
+}
+
+bool AtspiSurvey::canBeAsked(const std::string& busName) const {
+    return !session_.silent->isSilent(busName);
+}
+
+// Waits, and remembers who does not answer.
+void AtspiSurvey::finish(Batch& batch) const {
+    batch.wait();
+    for (const std::string& busName : batch.silent()) {
+        if (const auto record = records_.find(busName); record != records_.end()) {
+            session_.silent->note(busName, record->second.pid);
+        }
+    }
+}
+
+}  // namespace useragent
