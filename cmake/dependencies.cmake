@@ -24,7 +24,7 @@ if(TESSARIN_BUILD_TESTS OR TESSARIN_BUILD_BENCH)
     find_package(Qt6 6.4 REQUIRED COMPONENTS DBus)
 endif()
 find_package(PkgConfig REQUIRED)
-pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-ewmh xcb-icccm)
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-res)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
 # The service host's scanner matches with it.

@@ -1,13 +1,20 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 #include <xcb/xcb.h>
 
+#include <array>
 #include <chrono>
 #include <csignal>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/ChildProcess.h"
@@ -25,7 +32,10 @@ namespace {
 // itself: another test's would take it over while this one is away.
 class XServer {
  public:
-    XServer() : number_(std::to_string(1000 + getpid() % 30'000)) { start(); }
+    explicit XServer(std::vector<std::string> options = {"-nolisten", "tcp"})
+        : number_(std::to_string(1000 + getpid() % 30'000)), options_(std::move(options)) {
+        start();
+    }
 
     std::string display() const { return ":" + number_; }
     void freeze() const { process_->signal(SIGSTOP); }
@@ -35,14 +45,36 @@ class XServer {
 
  private:
     void start() {
-        process_ = std::make_unique<fake::ChildProcess>(std::vector<std::string>{
-            "Xvfb", ":" + number_, "-displayfd", "1", "-nolisten", "tcp", "-screen", "0", "640x480x24"});
+        std::vector<std::string> command{"Xvfb",    ":" + number_, "-displayfd", "1",
+                                         "-screen", "0",           "640x480x24"};
+        command.insert(command.end(), options_.begin(), options_.end());
+        process_ = std::make_unique<fake::ChildProcess>(command);
         EXPECT_EQ(process_->readLine(), number_) << "the server is not there";
     }
 
     const std::string number_;
+    const std::vector<std::string> options_;
     std::unique_ptr<fake::ChildProcess> process_;
 };
+
+// Another client, in a process of its own, with one window.
+struct Client {
+    Client(const std::string& display, const std::string& name, std::vector<std::string> prefix = {})
+        : process([&] {
+              prefix.insert(prefix.end(), {X_PROGRAM, display, "Navigator", name});
+              return prefix;
+          }()),
+          window(static_cast<xcb_window_t>(std::stoul(process.readLine().value_or("0")))) {}
+
+    std::string owner(const std::string& name) const { return name + " " + std::to_string(process.pid()); }
+
+    fake::ChildProcess process;
+    const xcb_window_t window;
+};
+
+bool Runs(const std::vector<std::string>& command) {
+    return fake::ChildProcess(command).wait() == 0;
+}
 
 // A client of the server that makes windows, and keeps the list of them as a window manager does.
 class Windows {
@@ -54,21 +86,35 @@ class Windows {
     Windows(const Windows&) = delete;
     Windows& operator=(const Windows&) = delete;
 
-    xcb_window_t add(std::optional<std::uint32_t> pid, const std::string& instance, const std::string& name) {
+    xcb_window_t add(const std::string& instance, const std::string& name) {
         const xcb_window_t window = xcb_generate_id(connection_);
         xcb_create_window(connection_, XCB_COPY_FROM_PARENT, window, root_, 0, 0, 10, 10, 0,
                           XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
-        if (pid) {
-            setProperty(window, "_NET_WM_PID", XCB_ATOM_CARDINAL, {*pid});
-        }
         if (!name.empty()) {
             setClass(window, instance + '\0' + name + '\0');
         }
         return window;
     }
     void setClass(xcb_window_t window, const std::string& value) {
-        xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
+        setText(window, "WM_CLASS", "STRING", value);
+    }
+    void setText(xcb_window_t window, const std::string& name, const std::string& type,
+                 const std::string& value) {
+        xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, window, atom(name), atom(type), 8,
                             static_cast<std::uint32_t>(value.size()), value.data());
+    }
+    // As a panel does for the user.
+    void activate(xcb_window_t window) {
+        xcb_client_message_event_t event{};
+        event.response_type = XCB_CLIENT_MESSAGE;
+        event.format = 32;
+        event.window = window;
+        event.type = atom("_NET_ACTIVE_WINDOW");
+        event.data.data32[0] = 2;
+        xcb_send_event(connection_, 0, root_,
+                       XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
+                       reinterpret_cast<const char*>(&event));
+        sync();
     }
     void setState(xcb_window_t window, const std::vector<std::string>& states) {
         std::vector<std::uint32_t> atoms;
@@ -123,6 +169,16 @@ class XcbWindowListTest : public testing::Test {
         return result;
     }
 
+    std::vector<std::optional<std::string>> titles() {
+        std::vector<std::optional<std::string>> result;
+        for (const WindowInfo& window : list.copyOnScreenWindows().value_or(std::vector<WindowInfo>())) {
+            result.push_back(window.title);
+        }
+        return result;
+    }
+
+    static std::string own(const std::string& name) { return name + " " + std::to_string(getpid()); }
+
     fake::LogCapture log;
     XServer server;
     XcbWindowList list{server.display(), 500ms};
@@ -130,57 +186,193 @@ class XcbWindowListTest : public testing::Test {
 };
 
 TEST_F(XcbWindowListTest, ListsWindowsFromFrontToBack) {
-    const auto back = windows->add(11, "xterm", "XTerm");
-    const auto middle = windows->add(12, "Navigator", "firefox-esr");
-    const auto front = windows->add(13, "chromium (/tmp/profile)", "Chromium");
-    windows->list({back, middle, front});
-    EXPECT_EQ(owners(), (std::vector<std::string>{"Google Chrome 13", "Firefox 12", "XTerm 11"}));
-    windows->list({front, back, middle});
-    EXPECT_EQ(owners(), (std::vector<std::string>{"Firefox 12", "XTerm 11", "Google Chrome 13"}));
+    const Client back(server.display(), "XTerm");
+    const Client middle(server.display(), "firefox-esr");
+    const Client front(server.display(), "Chromium");
+    windows->list({back.window, middle.window, front.window});
+    EXPECT_EQ(owners(),
+              (std::vector{front.owner("Google Chrome"), middle.owner("Firefox"), back.owner("XTerm")}));
+    windows->list({front.window, back.window, middle.window});
+    EXPECT_EQ(owners(),
+              (std::vector{middle.owner("Firefox"), back.owner("XTerm"), front.owner("Google Chrome")}));
 }
 
 TEST_F(XcbWindowListTest, LeavesOutHiddenWindows) {
-    const auto hidden = windows->add(11, "Navigator", "firefox");
+    const auto hidden = windows->add("Navigator", "Chromium");
     windows->setState(hidden, {"_NET_WM_STATE_MAXIMIZED_VERT", "_NET_WM_STATE_HIDDEN"});
-    const auto maximized = windows->add(12, "Navigator", "firefox");
+    const auto maximized = windows->add("Navigator", "firefox");
     windows->setState(maximized, {"_NET_WM_STATE_MAXIMIZED_VERT", "_NET_WM_STATE_FULLSCREEN"});
     windows->list({hidden, maximized});
-    EXPECT_EQ(owners(), std::vector<std::string>{"Firefox 12"});
+    EXPECT_EQ(owners(), std::vector{own("Firefox")});
 }
 
-TEST_F(XcbWindowListTest, LeavesOutWindowsWithoutAProcess) {
-    const auto none = windows->add(std::nullopt, "Navigator", "firefox");
-    const auto zero = windows->add(0, "Navigator", "firefox");
-    windows->list({none, zero, windows->add(12, "Navigator", "firefox")});
-    EXPECT_EQ(owners(), std::vector<std::string>{"Firefox 12"});
+TEST_F(XcbWindowListTest, BelievesTheServerAboutProcessesAndNotTheWindow) {
+    const Client other(server.display(), "Chromium");
+    const auto lying = windows->add("Navigator", "firefox");
+    windows->setProperty(lying, "_NET_WM_PID", XCB_ATOM_CARDINAL,
+                         {static_cast<std::uint32_t>(other.process.pid())});
+    const auto silent = windows->add("Navigator", "firefox");
+    windows->list({lying, silent, other.window});
+    EXPECT_EQ(owners(), (std::vector{other.owner("Google Chrome"), own("Firefox"), own("Firefox")}));
+}
+
+TEST_F(XcbWindowListTest, LeavesOutWindowsOfOtherMachines) {
+    std::array<char, 256> here{};
+    ASSERT_EQ(::gethostname(here.data(), here.size() - 1), 0);
+    const auto local = windows->add("Navigator", "firefox");
+    windows->setText(local, "WM_CLIENT_MACHINE", "STRING", here.data());
+    const auto foreign = windows->add("Navigator", "Chromium");
+    windows->setText(foreign, "WM_CLIENT_MACHINE", "STRING", std::string(here.data()) + "-2");
+    windows->list({local, foreign});
+    EXPECT_EQ(owners(), std::vector{own("Firefox")});
+}
+
+// A thread may have a name of the machine of its own.
+TEST_F(XcbWindowListTest, KnowsWindowsFromBeforeTheMachineGotAnotherName) {
+    const auto window = windows->add("Navigator", "firefox");
+    windows->setText(window, "WM_CLIENT_MACHINE", "STRING", "first");
+    windows->list({window});
+    bool isAllowed = false;
+    std::vector<std::optional<std::vector<std::string>>> seen;
+    std::thread([&] {
+        isAllowed = ::unshare(CLONE_NEWUTS) == 0;
+        for (const std::string name : {"first", "second"}) {
+            isAllowed = isAllowed && ::sethostname(name.data(), name.size()) == 0;
+            seen.push_back(owners());
+        }
+    }).join();
+    if (!isAllowed) {
+        GTEST_SKIP() << "the system lets nobody but root name the machine";
+    }
+    EXPECT_THAT(seen, testing::Each(std::vector{own("Firefox")}));
+}
+
+TEST_F(XcbWindowListTest, LeavesOutWindowsThatComeOverTheNetwork) {
+    windows.reset();
+    server.kill();
+    XServer open({"-listen", "tcp"});
+    Windows far("127.0.0.1" + open.display());
+    Windows near(open.display());
+    near.list({near.add("Navigator", "firefox"), far.add("Navigator", "Chromium")});
+    EXPECT_EQ(owners(), std::vector{own("Firefox")});
+}
+
+TEST_F(XcbWindowListTest, FailsWhereTheServerDoesNotTellProcessesAndSaysSoOnce) {
+    windows.reset();
+    server.kill();
+    XServer old({"-nolisten", "tcp", "-extension", "X-Resource"});
+    Windows some(old.display());
+    some.list({some.add("Navigator", "firefox")});
+    EXPECT_EQ(owners(), std::nullopt);
+    EXPECT_EQ(owners(), std::nullopt);
+    EXPECT_EQ(log.count("The X server does not tell which process a window belongs to"), 1U);
+}
+
+TEST_F(XcbWindowListTest, AProgramInASandboxHasTheProcessThatTheHostKnows) {
+    if (!Runs({"bwrap", "--dev-bind", "/", "/", "--unshare-pid", "true"})) {
+        GTEST_SKIP() << "bwrap is not there, or the system does not let it make a sandbox";
+    }
+    const Client sandboxed(server.display(), "firefox",
+                           {"bwrap", "--dev-bind", "/", "/", "--unshare-pid", "--die-with-parent"});
+    ASSERT_NE(sandboxed.window, 0U);
+    windows->list({sandboxed.window});
+    const auto found = list.copyOnScreenWindows();
+    ASSERT_TRUE(found);
+    ASSERT_EQ(found->size(), 1U);
+    const std::string process = "/proc/" + std::to_string(found->front().ownerPid);
+    std::string command;
+    std::ifstream(process + "/comm") >> command;
+    EXPECT_EQ(command, "XProgram");
+    std::ifstream status(process + "/status");
+    EXPECT_THAT(std::string(std::istreambuf_iterator(status), {}),
+                testing::ContainsRegex("NSpid:\t" + std::to_string(found->front().ownerPid) + "\t2\n"))
+        << "it is not in a sandbox";
+}
+
+// The user goes to a third program.
+TEST_F(XcbWindowListTest, OfTwoProcessesOfOneNameTheOneThatWasInFrontStaysThere) {
+    const fake::TemporaryFolder folder;
+    std::ofstream(folder / "rc.xml") << R"(<openbox_config xmlns="http://openbox.org/3.4/rc"/>)";
+    const fake::ChildProcess manager({"openbox", "--sm-disable", "--config-file", folder / "rc.xml"},
+                                     {{"DISPLAY", server.display()}});
+    const Client first(server.display(), "firefox");
+    const Client second(server.display(), "firefox");
+    const Client third(server.display(), "XTerm");
+    const auto fronts = [&](const Client& front) {
+        return fake::WaitFor([&] {
+            const auto found = owners();
+            return found && found->size() == 3 &&
+                   found->front().ends_with(std::to_string(front.process.pid()));
+        });
+    };
+    ASSERT_TRUE(fake::WaitFor([&] { return owners().value_or(std::vector<std::string>()).size() == 3; }));
+    for (const Client* const chosen : {&first, &second, &first}) {
+        windows->activate(chosen->window);
+        ASSERT_TRUE(fronts(*chosen));
+        windows->activate(third.window);
+        ASSERT_TRUE(fronts(third));
+        const auto order = owners();
+        ASSERT_TRUE(order);
+        EXPECT_EQ(order->at(1), chosen->owner("Firefox")) << testing::PrintToString(*order);
+    }
+}
+
+TEST_F(XcbWindowListTest, TellsTitlesAsUtf8) {
+    const auto both = windows->add("Navigator", "firefox");
+    windows->setText(both, "_NET_WM_NAME", "UTF8_STRING",
+                     "Stra\xC3\x9F"
+                     "e \xE2\x80\x94 Mozilla Firefox");
+    windows->setText(both, "WM_NAME", "STRING", "old");
+    const auto old = windows->add("Navigator", "firefox");
+    windows->setText(old, "WM_NAME", "STRING",
+                     "Stra\xDF"
+                     "e");
+    const auto broken = windows->add("Navigator", "firefox");
+    windows->setText(broken, "_NET_WM_NAME", "UTF8_STRING", "\xFF");
+    windows->setText(broken, "WM_NAME", "STRING", "old");
+    const auto none = windows->add("Navigator", "firefox");
+    windows->setText(none, "_NET_WM_NAME", "UTF8_STRING", "");
+    windows->list({both, old, broken, none});
+    EXPECT_EQ(titles(), (std::vector<std::optional<std::string>>{std::nullopt, "old",
+                                                                 "Stra\xC3\x9F"
+                                                                 "e",
+                                                                 "Stra\xC3\x9F"
+                                                                 "e \xE2\x80\x94 Mozilla Firefox"}));
 }
 
 TEST_F(XcbWindowListTest, GivesNoNameToWindowsWithoutOne) {
-    const auto unnamed = windows->add(11, "", "");
-    const auto cutOff = windows->add(12, "", "");
+    const auto unnamed = windows->add("", "");
+    const auto cutOff = windows->add("", "");
     windows->setClass(cutOff, "firefox");
     windows->list({unnamed, cutOff});
-    EXPECT_EQ(owners(), (std::vector<std::string>{"? 12", "? 11"}));
+    EXPECT_EQ(owners(), (std::vector{own("?"), own("?")}));
 }
 
 TEST_F(XcbWindowListTest, GivesNamesAsUtf8) {
-    windows->list({windows->add(11, "x", "M\xFCller")});
-    EXPECT_EQ(owners(), std::vector<std::string>{"M\xC3\xBCller 11"});
+    windows->list({windows->add("x", "M\xFCller")});
+    EXPECT_EQ(owners(), std::vector{own("M\xC3\xBCller")});
 }
 
 TEST_F(XcbWindowListTest, PassesOverWindowsThatAreGone) {
-    const auto gone = windows->add(11, "Navigator", "firefox");
-    windows->list({windows->add(12, "Navigator", "firefox"), gone});
-    windows->destroy(gone);
-    EXPECT_EQ(owners(), std::vector<std::string>{"Firefox 12"});
+    const auto left = windows->add("Navigator", "firefox");
+    const auto destroyed = windows->add("Navigator", "firefox");
+    auto other = std::make_unique<Client>(server.display(), "Chromium");
+    const std::string itsOwner = other->owner("Google Chrome");
+    windows->list({left, destroyed, other->window});
+    EXPECT_EQ(owners(), (std::vector{itsOwner, own("Firefox"), own("Firefox")}));
+    windows->destroy(destroyed);
+    EXPECT_EQ(owners(), (std::vector{itsOwner, own("Firefox")}));
+    other.reset();
+    EXPECT_TRUE(fake::WaitFor([&] { return owners() == std::vector{own("Firefox")}; }));
 }
 
 TEST_F(XcbWindowListTest, SurvivesPropertiesOfAnyOtherShape) {
-    const auto window = windows->add(11, "Navigator", "firefox");
-    windows->setProperty(window, "_NET_WM_STATE", XCB_ATOM_CARDINAL, {});
-    windows->setProperty(window, "_NET_WM_PID", XCB_ATOM_WINDOW, {1, 2, 3});
+    const auto window = windows->add("Navigator", "firefox");
+    for (const char* const name : {"_NET_WM_STATE", "WM_CLIENT_MACHINE", "_NET_WM_NAME", "WM_NAME"}) {
+        windows->setProperty(window, name, XCB_ATOM_CARDINAL, {1, 2, 3});
+    }
     windows->list({window, 0, 0xFFFFFFFF});
-    EXPECT_EQ(owners(), std::vector<std::string>{});
+    EXPECT_EQ(owners(), std::vector{own("Firefox")});
 }
 
 TEST_F(XcbWindowListTest, AnEmptyListIsNoFailure) {
@@ -192,12 +384,12 @@ TEST_F(XcbWindowListTest, FailsWithoutAWindowManager) {
     EXPECT_EQ(owners(), std::nullopt);
     EXPECT_EQ(owners(), std::nullopt);
     EXPECT_EQ(log.count("No window manager"), 1U);
-    windows->list({windows->add(12, "Navigator", "firefox")});
-    EXPECT_EQ(owners(), std::vector<std::string>{"Firefox 12"});
+    windows->list({windows->add("Navigator", "firefox")});
+    EXPECT_EQ(owners(), std::vector{own("Firefox")});
 }
 
 TEST_F(XcbWindowListTest, WaitsForAFrozenServerOnlyUntilTheDeadline) {
-    windows->list({windows->add(12, "Navigator", "firefox")});
+    windows->list({windows->add("Navigator", "firefox")});
     ASSERT_TRUE(owners());
     server.freeze();
     const auto start = std::chrono::steady_clock::now();
@@ -206,11 +398,11 @@ TEST_F(XcbWindowListTest, WaitsForAFrozenServerOnlyUntilTheDeadline) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, 4s);
     EXPECT_EQ(log.count("The X server does not answer"), 1U);
     server.thaw();
-    EXPECT_TRUE(fake::WaitFor([&] { return owners() == std::vector<std::string>{"Firefox 12"}; }));
+    EXPECT_TRUE(fake::WaitFor([&] { return owners() == std::vector{own("Firefox")}; }));
 }
 
 TEST_F(XcbWindowListTest, ComesBackWithTheServer) {
-    windows->list({windows->add(12, "Navigator", "firefox")});
+    windows->list({windows->add("Navigator", "firefox")});
     ASSERT_TRUE(owners());
     windows.reset();
     server.kill();
@@ -218,8 +410,8 @@ TEST_F(XcbWindowListTest, ComesBackWithTheServer) {
     EXPECT_EQ(owners(), std::nullopt);
     server.startAgain();
     windows = std::make_unique<Windows>(server.display());
-    windows->list({windows->add(13, "Navigator", "firefox")});
-    EXPECT_TRUE(fake::WaitFor([&] { return owners() == std::vector<std::string>{"Firefox 13"}; }));
+    windows->list({windows->add("Navigator", "firefox")});
+    EXPECT_TRUE(fake::WaitFor([&] { return owners() == std::vector{own("Firefox")}; }));
 }
 
 // No thread can be started while it lives: each would have a stack that no address space can hold.
@@ -245,14 +437,14 @@ class NoMoreThreads {
 };
 
 TEST_F(XcbWindowListTest, FailsWhileNoThreadCanBeStartedAndSaysSoOnce) {
-    windows->list({windows->add(12, "Navigator", "firefox")});
+    windows->list({windows->add("Navigator", "firefox")});
     {
         const NoMoreThreads noMore;
         EXPECT_EQ(owners(), std::nullopt);
         EXPECT_EQ(owners(), std::nullopt);
     }
     EXPECT_EQ(log.count("The X server does not answer"), 1U);
-    EXPECT_EQ(owners(), std::vector<std::string>{"Firefox 12"});
+    EXPECT_EQ(owners(), std::vector{own("Firefox")});
 }
 
 TEST(XcbWindowListWithoutServer, FailsAndSaysSoOnce) {

@@ -1,6 +1,7 @@
 #include "windowlist/XcbConnection.h"
 
 #include <poll.h>
+#include <xcb/res.h>
 #include <xcb/xcbext.h>
 
 #include <condition_variable>
@@ -16,7 +17,7 @@ namespace useragent {
 namespace {
 
 constexpr std::array<std::string_view, static_cast<std::size_t>(XcbConnection::Atom::count)> kAtomNames{
-    "_NET_CLIENT_LIST_STACKING", "_NET_WM_STATE", "_NET_WM_STATE_HIDDEN", "_NET_WM_PID"};
+    "_NET_CLIENT_LIST_STACKING", "_NET_WM_STATE", "_NET_WM_STATE_HIDDEN", "_NET_WM_NAME", "UTF8_STRING"};
 
 // In units of 32 bits; longer properties are cut off.
 constexpr std::uint32_t kLongestProperty = 16384;
@@ -93,7 +94,7 @@ std::unique_ptr<XcbConnection> XcbConnection::Connector::connect(Deadline deadli
         return nullptr;
     }
     std::unique_ptr<XcbConnection> made(new XcbConnection(connection.release(), screens.data->root));
-    return made->internAtoms(deadline) ? std::move(made) : nullptr;
+    return made->learnWhetherProcessesAreTold(deadline) ? std::move(made) : nullptr;
 }
 
 XcbConnection::~XcbConnection() {
@@ -117,6 +118,57 @@ bool XcbConnection::internAtoms(Deadline deadline) {
     return true;
 }
 
+// The library waits without a deadline for what it asks about an extension by itself. So that is asked for
+// first: it has arrived when a later question is answered.
+bool XcbConnection::learnWhetherProcessesAreTold(Deadline deadline) {
+    xcb_prefetch_extension_data(connection_, &xcb_res_id);
+    if (!internAtoms(deadline)) {
+        return false;
+    }
+    const xcb_query_extension_reply_t* const extension = xcb_get_extension_data(connection_, &xcb_res_id);
+    if (extension == nullptr || extension->present == 0) {
+        return true;
+    }
+    constexpr std::uint8_t kMajor = 1;
+    constexpr std::uint8_t kMinor = 2;  // the first that knows processes
+    std::shared_ptr<void> reply;
+    if (!waitForReply(xcb_res_query_version(connection_, kMajor, kMinor).sequence, deadline, reply)) {
+        return false;
+    }
+    if (reply) {
+        const auto* const version = As<xcb_res_query_version_reply_t>(reply);
+        tellsProcesses_ = version->server_major > kMajor ||
+                          (version->server_major == kMajor && version->server_minor >= kMinor);
+    }
+    return true;
+}
+
+std::optional<std::vector<std::int32_t>> XcbConnection::askProcesses(const std::vector<xcb_window_t>& windows,
+                                                                     Deadline deadline) {
+    std::vector<unsigned> sequences;
+    sequences.reserve(windows.size());
+    for (const xcb_window_t window : windows) {
+        const xcb_res_client_id_spec_t wanted{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
+        sequences.push_back(xcb_res_query_client_ids(connection_, 1, &wanted).sequence);
+    }
+    std::vector<std::int32_t> processes;
+    for (const unsigned sequence : sequences) {
+        std::shared_ptr<void> reply;
+        if (!waitForReply(sequence, deadline, reply)) {
+            return std::nullopt;
+        }
+        std::int32_t& process = processes.emplace_back(0);
+        const auto* const got = As<xcb_res_query_client_ids_reply_t>(reply);
+        if (got != nullptr && got->num_ids > 0) {
+            const auto* const id = xcb_res_query_client_ids_ids_iterator(got).data;
+            process = xcb_res_client_id_value_value_length(id) > 0
+                          ? static_cast<std::int32_t>(*xcb_res_client_id_value_value(id))
+                          : 0;
+        }
+    }
+    return processes;
+}
+
 std::optional<std::vector<XcbConnection::Property>> XcbConnection::ask(const std::vector<Question>& questions,
                                                                        Deadline deadline) {
     std::vector<unsigned> sequences;
@@ -133,6 +185,7 @@ std::optional<std::vector<XcbConnection::Property>> XcbConnection::ask(const std
             return std::nullopt;
         }
         Property& property = properties.emplace_back();
+        property.isGone = reply == nullptr;
         if (reply) {
             const auto* const got = As<xcb_get_property_reply_t>(reply);
             const auto* const first = static_cast<const std::uint8_t*>(xcb_get_property_value(got));

@@ -18,7 +18,7 @@ using Deadline = Clock::time_point;
 // One connection to an X server that never waits longer than a deadline. One thread.
 class XcbConnection {
  public:
-    enum class Atom { clientListStacking, wmState, wmStateHidden, wmPid, count };
+    enum class Atom { clientListStacking, wmState, wmStateHidden, wmName, utf8String, count };
 
     // A property of a window, as asked for.
     struct Question {
@@ -29,6 +29,7 @@ class XcbConnection {
 
     // Its content; empty when the window does not have it or is gone.
     struct Property {
+        bool isGone = false;      // the window
         std::uint8_t format = 0;  // bits of one item
         std::vector<std::uint8_t> bytes;
 
@@ -59,6 +60,15 @@ class XcbConnection {
     xcb_window_t root() const { return root_; }
     xcb_atom_t atom(Atom atom) const { return atoms_[static_cast<std::size_t>(atom)]; }
 
+    // Whether the server can say which process a window belongs to.
+    bool tellsProcesses() const { return tellsProcesses_; }
+
+    // The ids of the processes on this machine that have made the windows, as the server sees them, in the
+    // order of the windows; 0 for a process of another machine or a window that is gone. Nothing as below.
+    // Only when it tells processes.
+    std::optional<std::vector<std::int32_t>> askProcesses(const std::vector<xcb_window_t>& windows,
+                                                          Deadline deadline);
+
     // The answers in the order of the questions. Nothing when the server does not answer or is gone: the
     // connection is of no more use then.
     std::optional<std::vector<Property>> ask(const std::vector<Question>& questions, Deadline deadline);
@@ -67,6 +77,7 @@ class XcbConnection {
     XcbConnection(xcb_connection_t* connection, xcb_window_t root) : connection_(connection), root_(root) {}
 
     bool internAtoms(Deadline deadline);
+    bool learnWhetherProcessesAreTold(Deadline deadline);
     // The reply to the request, null with an error or when the window is gone. False when nothing came in
     // time.
     bool waitForReply(unsigned sequence, Deadline deadline, std::shared_ptr<void>& reply);
@@ -74,6 +85,7 @@ class XcbConnection {
     xcb_connection_t* const connection_;
     const xcb_window_t root_;
     std::array<xcb_atom_t, static_cast<std::size_t>(Atom::count)> atoms_{};
+    bool tellsProcesses_ = false;
 };
 
 }  // namespace useragent

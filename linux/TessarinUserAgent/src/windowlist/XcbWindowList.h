@@ -9,8 +9,8 @@
 
 namespace useragent {
 
-// The windows of an X server, as its window manager lists them: no hidden windows, and none without a process
-// id. Connects when it is asked, again after the server went away.
+// The windows of an X server, as its window manager lists them: no hidden windows, and none of processes of
+// other machines. Connects when it is asked, again after the server went away.
 class XcbWindowList final : public WindowList {
  public:
     // `display` as in the environment variable DISPLAY.
