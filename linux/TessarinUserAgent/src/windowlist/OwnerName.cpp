@@ -28,19 +28,27 @@ constexpr std::array kBrowserNames{
     BrowserName{{"chrome", ""}, "Google Chrome"},
 };
 
-// "Google-chrome-beta" is google, chrome, beta. Of a reversed domain name ("org.mozilla.firefox") only the
-// last part.
+bool IsLetter(char character, char first, char last) {
+    return character >= first && character <= last;
+}
+
+// "Google-chrome-beta" is google, chrome, beta, and "ChromeDev" is chrome, dev. Of a reversed domain name
+// ("org.mozilla.firefox") only the last part.
 Words SplitIntoWords(std::string_view text) {
     if (text.find(' ') == std::string_view::npos) {
         text.remove_prefix(text.rfind('.') + 1);
     }
     Words words{std::string()};
+    char previous = 0;
     for (const char character : text) {
-        if (character == ' ' || character == '-' || character == '_') {
+        const bool isGap = character == ' ' || character == '-' || character == '_';
+        if (isGap || (IsLetter(previous, 'a', 'z') && IsLetter(character, 'A', 'Z'))) {
             words.emplace_back();
-        } else {
+        }
+        if (!isGap) {
             words.back() += character;
         }
+        previous = character;
     }
     words.erase(std::remove(words.begin(), words.end(), std::string()), words.end());
     for (std::string& word : words) {
@@ -55,9 +63,14 @@ bool IsChannel(const std::string& word) {
 
 bool Matches(const Words& words, const BrowserName& browser) {
     const std::size_t length = browser.words[1].empty() ? 1 : 2;
+    // A package of another kind puts its own name before that of the program: "firefox_firefox".
+    const auto isPart = [&](const std::string& word) {
+        return IsChannel(word) ||
+               std::find(browser.words.begin(), browser.words.end(), word) != browser.words.end();
+    };
     return words.size() >= length &&
            std::equal(browser.words.begin(), browser.words.begin() + length, words.begin()) &&
-           std::all_of(words.begin() + static_cast<std::ptrdiff_t>(length), words.end(), IsChannel);
+           std::all_of(words.begin() + static_cast<std::ptrdiff_t>(length), words.end(), isPart);
 }
 
 }  // namespace
