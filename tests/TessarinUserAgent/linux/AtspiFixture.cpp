@@ -70,7 +70,7 @@ AXElementRef AtspiFixture::object(const std::string& busName, const std::string&
 void AtspiFixture::look(const std::vector<std::int32_t>& pids) {
     std::vector<useragent::WindowInfo> browsers;
     for (const std::int32_t pid : pids) {
-        browsers.push_back({std::nullopt, pid});
+        browsers.emplace_back().ownerPid = pid;
     }
     accessibility->prepare(browsers);
 }

@@ -9,9 +9,9 @@ namespace useragent {
 
 // One on-screen window.
 struct WindowInfo {
-    std::optional<std::string> ownerName;  // application name as the product knows it, UTF-8
-    std::int32_t ownerPid = 0;
-    std::string title{};  // UTF-8; empty when it is not known
+    std::optional<std::string> ownerName;   // application name as the product knows it, UTF-8
+    std::int32_t ownerPid = 0;              // as the system counts it outside of any sandbox
+    std::optional<std::string> title = {};  // UTF-8; nothing where the platform does not tell it
 };
 
 class WindowList {

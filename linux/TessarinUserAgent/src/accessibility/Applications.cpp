@@ -71,7 +71,8 @@ void Applications::noteRegistry(const cmn::bus::Error* error) {
 }
 
 std::vector<std::optional<std::int32_t>> Applications::processIds(const std::vector<std::string>& busNames,
-                                                                  cmn::bus::Deadline deadline) const {
+                                                                  cmn::bus::Deadline deadline,
+                                                                  const std::vector<std::int32_t>& wanted) {
     cmn::bus::Batch batch(connection_, deadline);
     std::vector<cmn::bus::Batch::Answer<std::uint32_t>> answers;
     answers.reserve(busNames.size());
@@ -82,7 +83,7 @@ std::vector<std::optional<std::int32_t>> Applications::processIds(const std::vec
     std::vector<std::optional<std::int32_t>> pids;
     for (const auto& answer : answers) {
         if (const auto pid = answer.read()) {
-            pids.emplace_back(static_cast<std::int32_t>(*pid));
+            pids.emplace_back(outsideOfSandbox(static_cast<std::int32_t>(*pid), wanted));
         } else {
             pids.push_back(atspi::IsNobodyThere(pid.error()) ? std::optional(0) : std::nullopt);
         }
@@ -90,11 +91,29 @@ std::vector<std::optional<std::int32_t>> Applications::processIds(const std::vec
     return pids;
 }
 
+std::int32_t Applications::outsideOfSandbox(std::int32_t pid, const std::vector<std::int32_t>& wanted) {
+    if (!sandboxes_.isProxy(pid)) {
+        return pid;
+    }
+    const std::int32_t program = sandboxes_.programBehind(pid, wanted);
+    const std::lock_guard lock(mutex_);
+    if (program == 0 && proxiesInTheWay_.insert(pid).second) {
+        TLOG_WARN(
+            "A program that the accessibility bus knows as the proxy with process id {} runs in a sandbox, "
+            "and "
+            "which process it is cannot be found out; if it is a browser, it cannot be read. Start the "
+            "browser "
+            "as an ordinary Flatpak, or from a package that brings no proxy",
+            pid);
+    }
+    return program;
+}
+
 // The names that belong to one of the processes.
 Applications::Names Applications::ofProcesses(const std::vector<std::string>& busNames,
                                               const std::vector<std::int32_t>& pids,
-                                              cmn::bus::Deadline deadline) const {
-    const auto owners = processIds(busNames, deadline);
+                                              cmn::bus::Deadline deadline) {
+    const auto owners = processIds(busNames, deadline, pids);
     Names names;
     for (std::size_t i = 0; i < owners.size(); ++i) {
         if (owners[i] && Contains(pids, *owners[i])) {
@@ -108,7 +127,7 @@ Applications::Names Applications::ofProcesses(const std::vector<std::string>& bu
 // an application at their accessibility root count: a process may also be on the bus to look.
 Applications::Names Applications::unregistered(const std::vector<std::string>& registered,
                                                const std::vector<std::int32_t>& pids,
-                                               cmn::bus::Deadline deadline) const {
+                                               cmn::bus::Deadline deadline) {
     auto others = cmn::bus::AskAndWait(connection_, atspi::Names(), deadline);
     if (!others) {
         return {};

@@ -5,9 +5,11 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "accessibility/Sandboxes.h"
 #include "linux_bus/Connection.h"
 
 namespace useragent {
@@ -41,27 +43,32 @@ class Applications {
     std::optional<std::vector<std::string>> registered(cmn::bus::Deadline deadline);
 
     // The process ids of the owners of those names; 0 for a name without one, nothing where the bus did not
-    // answer.
+    // answer. Where the owner is a sandbox's proxy, that of the program behind it, preferably one of
+    // `wanted`; 0 when it cannot be told, which is said in the log once.
     std::vector<std::optional<std::int32_t>> processIds(const std::vector<std::string>& busNames,
-                                                        cmn::bus::Deadline deadline) const;
+                                                        cmn::bus::Deadline deadline,
+                                                        const std::vector<std::int32_t>& wanted = {});
 
  private:
     using Names = std::multimap<std::int32_t, std::string>;  // by process id; the latest last
 
     Names ofProcesses(const std::vector<std::string>& busNames, const std::vector<std::int32_t>& pids,
-                      cmn::bus::Deadline deadline) const;
+                      cmn::bus::Deadline deadline);
     Names unregistered(const std::vector<std::string>& registered, const std::vector<std::int32_t>& pids,
-                       cmn::bus::Deadline deadline) const;
+                       cmn::bus::Deadline deadline);
+    std::int32_t outsideOfSandbox(std::int32_t pid, const std::vector<std::int32_t>& wanted);
 
     // Tells the log when the registry begins to fail and when it answers again.
     void noteRegistry(const cmn::bus::Error* error);
 
     const std::shared_ptr<cmn::bus::Connection> connection_;
+    const Sandboxes sandboxes_;
 
     mutable std::mutex mutex_;  // guards what follows
     std::map<std::int32_t, std::string> names_;
     std::map<std::int32_t, int> emptyReads_;
     std::map<std::int32_t, int> absences_;
+    std::set<std::int32_t> proxiesInTheWay_;  // those that the log was told about
     bool registryFails_ = false;
 };
 

@@ -84,7 +84,7 @@ void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline d
         if (auto one = watch(browser.ownerPid, deadline)) {
             auto isDone = std::make_shared<std::promise<void>>();
             looks.emplace_back(one, isDone->get_future());
-            one->look(browser.title, [isDone] { isDone->set_value(); });
+            one->look(browser.title.value_or(""), [isDone] { isDone->set_value(); });
         }
     }
     for (const auto& [one, isDone] : looks) {
