@@ -2,9 +2,11 @@
 
 import signal
 import statistics
+import subprocess
 import time
+from pathlib import Path
 
-from stage import FOUND_SECONDS, Browser, Chromium, DesktopTest, main
+from stage import FOUND_SECONDS, Browser, Chromium, DesktopTest, Firefox, main
 
 
 class BrowserLife(DesktopTest):
@@ -107,6 +109,33 @@ class BrowserLife(DesktopTest):
         browser.press("Escape", "Escape")
         self.assertGreater(len(measured), 3)
         return measured
+
+
+class Sandboxed(DesktopTest):
+    SANDBOX = ["bwrap", "--dev-bind", "/", "/", "--unshare-pid", "--die-with-parent"]
+
+    def test_browser_is_reported_under_its_process_outside_of_the_sandbox(self) -> None:
+        if subprocess.run([*self.SANDBOX, "true"], capture_output=True).returncode != 0:
+            self.skipTest("the system lets nobody make a sandbox")
+        self.need_host()
+        self.need_agent()
+        for kind, program in ((Firefox, "firefox"), (Chromium, "chrom")):
+            with self.subTest(kind.name):
+                browser = kind(self.desktop)
+                browser.log_name += "-sandboxed"
+                browser.profile = browser.profile.with_name(f"profile-{browser.log_name}")
+                plain_command = browser.command()
+                browser.command = lambda: [*self.SANDBOX, *plain_command]  # type: ignore[method-assign]
+                mark = self.host.mark()
+                browser.start(self.pages.address("second.html"), wait=False)
+                try:
+                    pid = self.host.wait_url(browser.name, self.pages.address("second.html"), FOUND_SECONDS,
+                                             since=mark).data["pid"]
+                    status = Path(f"/proc/{pid}/status").read_text()
+                finally:
+                    browser.end()
+                self.assertIn(program, status.splitlines()[0])
+                self.assertRegex(status, rf"NSpid:\t{pid}\t2\n")
 
 
 class DaemonLife(DesktopTest):
