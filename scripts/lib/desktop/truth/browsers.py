@@ -1,0 +1,258 @@
+"""Browsers that say themselves what their windows show."""
+
+import re
+from abc import abstractmethod
+from dataclasses import dataclass, replace
+from pathlib import Path
+from typing import Optional
+
+from ..browsers import Browser, Chromium, Firefox
+from ..processes import wait_for
+from ..session import Desktop
+from .remote_protocols import DevToolsPipe, Marionette, RemoteError
+from .seat import Seat, Window
+
+
+@dataclass(frozen=True)
+class Shown:
+    """What one window shows. `accepted`: the texts that are right for its address, mostly one; an empty one where it has no
+    address field. `page`: the whole address of its page. `tab`: told from the window's other tabs by this."""
+
+    accepted: tuple[str, ...]
+    page: str
+    tab: str
+    tabs: int
+    dialog: bool = False
+    full_screen_page: bool = False
+    address_field: bool = True
+
+
+class JudgedBrowser:
+    """What the walk needs beside what a browser of a desktop can do. `typed`: text left in the field of a tab, by tab."""
+
+    # Addresses, and steps that only this browser has.
+    settings_page = ""
+    lacks: frozenset[str] = frozenset()
+
+    name: str
+    pid: int
+    profile: Path
+
+    def __init__(self, desktop: Desktop, seat: Seat, number: int) -> None:
+        self._desktop = desktop
+        self._seat = seat
+        self.number = number
+        self.typed: dict[str, str] = {}
+        self.process = None
+
+    @property
+    def running(self) -> bool:
+        return self.process is not None and self.process.poll() is None
+
+    @abstractmethod
+    def launch(self, address: Optional[str]) -> None:
+        """Without an address: what was open when it crashed. Answers look() some time after."""
+
+    @abstractmethod
+    def look(self, window: Window) -> Optional[Shown]:
+        """Nothing while it cannot be told: between two states, or the browser does not answer."""
+
+    @abstractmethod
+    def can_go(self, shown: Shown, forward: bool) -> bool:
+        pass
+
+    def kill(self) -> None:
+        """As a crash."""
+
+    def quit(self) -> None:
+        pass
+
+
+_FIREFOX_VIEW = """
+return Array.from(Services.wm.getEnumerator(null), w => {
+  const root = w.document.documentElement
+  const view = { title: w.document.title, active: Services.focus.activeWindow === w, browser: !!w.gBrowser }
+  if (w.gBrowser) {
+    const b = w.gBrowser.selectedBrowser
+    Object.assign(view, {
+      field: w.gURLBar.inputField.value, visible: w.locationbar.visible, page: b.currentURI.spec,
+      full: root.hasAttribute("inDOMFullscreen"), tabs: w.gBrowser.tabs.length, tab: w.gBrowser.selectedTab.linkedPanel,
+      dialog: w.gBrowser.getTabDialogBox(b).getTabDialogManager().dialogs.length > 0 })
+  }
+  return view
+})
+"""
+_FIREFOX_ACTIVE = "const w = Services.wm.getMostRecentWindow('navigator:browser');"
+
+
+class JudgedFirefox(JudgedBrowser, Firefox):
+    settings_page = "about:preferences"
+    lacks = frozenset({"app window"})
+
+    def __init__(self, desktop: Desktop, seat: Seat, number: int) -> None:
+        Firefox.__init__(self, desktop)
+        JudgedBrowser.__init__(self, desktop, seat, number)
+        self.log_name += "" if number == 1 else f"-{number}"
+        self.profile = desktop.folder / "home" / f"profile-{self.log_name}"
+        self._marionette: Optional[Marionette] = None
+        self._last: dict[str, str] = {}  # by tab: what its field showed last while it could be seen
+
+    def command(self) -> list[str]:
+        command = super().command()
+        preferences = {"marionette.port": "0", "remote.prefs.recommended": "false",
+                       # What was open survives a crash, saved at once.
+                       "browser.sessionstore.resume_from_crash": "true", "browser.sessionstore.interval": "500",
+                       "browser.sessionstore.interval.idle": "500", "full-screen-api.warning.timeout": "500",
+                       "devtools.selfxss.count": "10", "browser.tabs.crashReporting.sendReport": "false"}
+        with open(self.profile / "user.js", "a") as file:
+            file.writelines(f'user_pref("{key}", {value});\n' for key, value in preferences.items())
+        return [*command, "--marionette", "--remote-allow-system-access"]
+
+    def launch(self, address: Optional[str]) -> None:
+        self._forget()
+        port = self.profile / "MarionetteActivePort"
+        port.unlink(missing_ok=True)
+        env = {**self._desktop.env, "MOZ_CRASHREPORTER_DISABLE": "1", **self._seat.browser_environment()}
+        command = [*self.command(), *([address] if address else [])]
+        self.process = self._desktop.processes.start(self.log_name, command, env)
+        wait_for(lambda: port.exists() and port.read_text().strip(), 90, "Marionette's port")
+        self._marionette = Marionette(int(port.read_text()))
+
+    def look(self, window: Window) -> Optional[Shown]:
+        if self._marionette is None:
+            return None
+        try:
+            views = self._marionette.run(_FIREFOX_VIEW)
+        except RemoteError:
+            return None
+        active = [view for view in views if view["active"]]
+        if not (window.active and len(active) == 1):
+            active = [view for view in views if view["title"] == window.title]
+        if not active:
+            return None
+        view = active[0]
+        if not view["browser"] or not view["visible"]:
+            return Shown(("",), view.get("page", ""), view.get("tab", ""), view.get("tabs", 1), address_field=False)
+        shown = Shown((view["field"],), view["page"], view["tab"], view["tabs"], view["dialog"], view["full"])
+        if not shown.full_screen_page:
+            self._last[shown.tab] = view["field"]
+            return shown
+        # The field is not to be seen: what it showed last and the page's address are both right.
+        return replace(shown, accepted=tuple({view["field"], view["page"], self._last.get(shown.tab, view["page"])}))
+
+    def can_go(self, shown: Shown, forward: bool) -> bool:
+        assert self._marionette is not None
+        return bool(self._marionette.run(f"{_FIREFOX_ACTIVE} return w.gBrowser.canGo{'Forward' if forward else 'Back'}"))
+
+    def tear_off(self) -> None:
+        """What dropping a tab outside the window does."""
+        assert self._marionette is not None
+        self._marionette.run(f"{_FIREFOX_ACTIVE} w.gBrowser.replaceTabWithWindow(w.gBrowser.selectedTab)")
+
+    def kill(self) -> None:
+        self.end(number=9)
+        self._forget()
+
+    def quit(self) -> None:
+        self.end()
+        self._forget()
+
+    def _forget(self) -> None:
+        if self._marionette is not None:
+            self._marionette.close()
+            self._marionette = None
+        self.typed.clear()
+
+
+class JudgedChromium(JudgedBrowser, Chromium):
+    settings_page = "chrome://settings"
+    lacks = frozenset({"library"})
+
+    def __init__(self, desktop: Desktop, seat: Seat, number: int) -> None:
+        Chromium.__init__(self, desktop)
+        JudgedBrowser.__init__(self, desktop, seat, number)
+        self.log_name += "" if number == 1 else f"-{number}"
+        self.profile = desktop.folder / "home" / f"profile-{self.log_name}"
+        self._pipe: Optional[DevToolsPipe] = None
+
+    def command(self) -> list[str]:
+        return [*super().command(), *self._seat.chromium_options()]
+
+    def launch(self, address: Optional[str]) -> None:
+        self._forget()
+        pipe = DevToolsPipe()
+        command = pipe.wrap([*self.command(), *([address] if address else ["--restore-last-session"])])
+        env = {**self._desktop.env, **self._seat.browser_environment()}
+        self.process = self._desktop.processes.start(self.log_name, command, env, pass_fds=pipe.browser_ends)
+        pipe.started()
+        self._pipe = pipe
+
+    def app_window(self, address: str) -> None:
+        """The running browser shows it; what is started only hands the address over."""
+        self._desktop.processes.start(f"{self.log_name}-app", [*self.command(), f"--app={address}"],
+                                      {**self._desktop.env, **self._seat.browser_environment()})
+
+    def look(self, window: Window) -> Optional[Shown]:
+        try:
+            targets = self._targets()
+        except RemoteError:
+            return None
+        title = re.sub(r" - Chromium$", "", window.title)
+        pages = [target for target in targets if target["window"] is not None]
+        found = [target for target in pages if target["title"] == title] or (pages if len(pages) == 1 else [])
+        # Two of one title, new tabs say, are as good as one while they show the same.
+        if not found or len({target["url"] for target in found}) > 1:
+            return None
+        target = found[0]
+        tab = target["targetId"]
+        text = self.typed.get(tab, _field_text(target["url"]))
+        dialog = any(other["url"].startswith("chrome://print") and other["type"] != "iframe" for other in targets)
+        return Shown((text,), target["url"], tab, sum(other["window"] == target["window"] for other in pages), dialog)
+
+    def can_go(self, shown: Shown, forward: bool) -> bool:
+        assert self._pipe is not None
+        session = self._pipe.call("Target.attachToTarget", targetId=shown.tab, flatten=True)["sessionId"]
+        history = self._pipe.call("Page.getNavigationHistory", session)
+        self._pipe.call("Target.detachFromTarget", sessionId=session)
+        at = history["currentIndex"] + (1 if forward else -1)
+        return 0 <= at < len(history["entries"])
+
+    def kill(self) -> None:
+        self.end(number=9)
+        self._forget()
+
+    def quit(self) -> None:
+        self.end()
+        self._forget()
+
+    def _targets(self) -> list[dict]:
+        """All targets, each with the number of its window; those in no window's tab strip have none."""
+        if self._pipe is None:
+            raise RemoteError("disconnected")
+        targets = self._pipe.call("Target.getTargets")["targetInfos"]
+        for target in targets:
+            target["window"] = None
+            if target["type"] == "page" and not target["url"].startswith("devtools:"):
+                try:
+                    target["window"] = self._pipe.call("Browser.getWindowForTarget", targetId=target["targetId"])["windowId"]
+                except RemoteError as error:
+                    if error.name == "disconnected":
+                        raise
+        return targets
+
+    def _forget(self) -> None:
+        if self._pipe is not None:
+            self._pipe.close()
+            self._pipe = None
+        self.typed.clear()
+
+
+def _field_text(url: str) -> str:
+    """What the field makes of a page's address."""
+    if url in ("chrome://newtab/", "chrome://new-tab-page/"):
+        return ""
+    text = re.sub(r"^http://", "", url)
+    return re.sub(r"^([^/]*|[a-z-]+://[^/]*)/$", r"\1", text)
+
+
+BROWSERS: dict[str, type] = {"firefox": JudgedFirefox, "chromium": JudgedChromium}

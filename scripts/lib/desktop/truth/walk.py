@@ -1,0 +1,188 @@
+"""Draws steps, has them carried out and judges the agent after each."""
+
+import re
+import time
+from collections import Counter
+from dataclasses import dataclass, field
+from typing import Callable, Optional, Sequence
+
+from ..agent import Agent
+from ..session import Desktop
+from .browsers import BROWSERS, JudgedBrowser
+from .daemon import Daemon, Report
+from .hands import Hands
+from .observer import Observer, Scene
+from .pages import WalkPages
+from .seat import Seat
+from .steps import KINDS, Kind, situation
+
+# The agent looks at its browsers every five seconds: nothing may stay wrong for longer than that and a second more.
+_WRONG_AFTER_SECONDS = 6.0
+_STABLE_SECONDS = 0.3
+# A truth that never settles is the walk's own failure.
+_UNSETTLED_SECONDS = 30.0
+_FIRST_SECONDS = 60.0
+# The log says these of every question, and the walk asks all the time.
+_OWN_QUESTIONS = re.compile(r"getUrl for browser|\bAgent\.cpp:\d+ operator\(\) -- ")
+
+
+class CannotJudge(Exception):
+    """The walk itself is at its end: what is right cannot be told any more, or no step is possible."""
+
+
+@dataclass
+class Step:
+    """One step with its judgement. `delay`: seconds from its effect until the agent's answer was right; nothing when wrong."""
+
+    number: int
+    kind: str
+    situation: str
+    carried_out: bool = False
+    delay: Optional[float] = None
+    fault: str = ""  # what was wrong
+    inherited: bool = False  # the step before ended wrong as well
+    truth: tuple[str, ...] = ()
+    answer: Optional[str] = None
+    report: Optional[Report] = None
+    log: list[str] = field(default_factory=list)
+
+    def __str__(self) -> str:
+        return f"{self.number} {self.kind} ({self.situation})"
+
+
+class LogTail:
+    """What the agent's log gained since the last call, across its rotation."""
+
+    def __init__(self, agent: Agent) -> None:
+        self._agent = agent
+        self._read: dict[int, int] = {}  # by inode: a rotated file is a new one, or the old one cut short
+
+    def lines(self) -> list[str]:
+        text = ""
+        files = sorted(self._agent.folder.glob("com.tessarin.UserAgent_*.log"), key=lambda path: path.stat().st_mtime)
+        for path in files:
+            stat = path.stat()
+            start = self._read.get(stat.st_ino, 0)
+            if stat.st_size < start:
+                start = 0
+            with open(path, "rb") as file:
+                file.seek(start)
+                data = file.read()
+            self._read[stat.st_ino] = start + len(data)
+            text += data.decode(errors="replace")
+        return [line for line in text.splitlines() if not _OWN_QUESTIONS.search(line)]
+
+
+class Walk:
+    """A walk through the processes of one browser. `desktop` runs, the agent does not yet. Closed by close()."""
+
+    def __init__(self, desktop: Desktop, seat: Seat, agent: Agent, browser: str, seed: int, kinds: Sequence[str],
+                 say: Callable[[str], None]) -> None:
+        self.seed = seed
+        self.steps: list[Step] = []
+        self._say = say
+        self._desktop = desktop
+        self._agent = agent
+        self._log = LogTail(agent)
+        self.pages = WalkPages()
+        self.daemon = Daemon(desktop)
+        self.browsers: list[JudgedBrowser] = [BROWSERS[browser](desktop, seat, number) for number in (1, 2)]
+        lacking = seat.lacks | self.browsers[0].lacks
+        self.kinds = [KINDS[name] for name in kinds if name not in lacking]
+        self.observer = Observer(seat, self.browsers, self.daemon)
+        self.hands = Hands(seat, self.browsers, self.observer, self.pages, seed,
+                           lambda command: desktop.processes.start("other-program", command, desktop.env) and None)
+
+    def close(self) -> None:
+        self.observer.close()
+        self.daemon.close()
+        self.pages.close()
+
+    def begin(self) -> None:
+        """Browser and agent run on return, and the agent has answered right once."""
+        self.browsers[0].launch(f"http://{self.pages.host}/w/first")
+        if not self.observer.wait(lambda scene: scene.shown is not None and self.hands.load(scene) is not None, _FIRST_SECONDS):
+            raise CannotJudge(f"{self.browsers[0].name} shows no page")
+        self._agent.start()
+        if not self.observer.wait(lambda _: self.observer.right_since is not None, _FIRST_SECONDS):
+            raise CannotJudge(f"the agent never found the address: {self.observer.scene.answer!r} "
+                              f"for {self.observer.scene.accepted}, its log:\n" + "\n".join(self._log.lines()[-30:]))
+
+    def step(self) -> Step:
+        scene = self._settled()
+        self._check_still_right(scene)
+        self._log.lines()
+        kind = self._draw(scene)
+        step = Step(len(self.steps) + 1, kind.name, situation(self.hands, scene))
+        step.inherited = bool(self.steps and self.steps[-1].fault)
+        self.steps.append(step)
+        step.carried_out = kind.do(self.hands, scene)
+        self._judge(step)
+        return step
+
+    def _draw(self, scene: Scene) -> Kind:
+        now = situation(self.hands, scene)
+        drawn = [kind for kind in self.kinds if now in kind.situations and kind.possible(self.hands, scene)]
+        if not drawn:
+            raise CannotJudge(f"no step is possible: {now}")
+        return self.hands.random.choices(drawn, [kind.weight for kind in drawn])[0]
+
+    def _settled(self) -> Scene:
+        """A scene whose truth has been the same for a while."""
+        end = time.monotonic() + _UNSETTLED_SECONDS
+        while time.monotonic() < end:
+            scene = self.observer.fresh()
+            if scene.accepted is not None and scene.at - self.observer.truth_since >= _STABLE_SECONDS:
+                return scene
+        raise CannotJudge(f"what is shown cannot be told: {self.observer.scene}")
+
+    def _check_still_right(self, scene: Scene) -> None:
+        """What became wrong again after it was judged is the fault of the step before."""
+        if not self.steps or self.steps[-1].fault:
+            return
+        last = self.steps[-1]
+        if not self.observer.wait(lambda _: not self._wrong(), _WRONG_AFTER_SECONDS):
+            self._record(last, f"became wrong again: {self._wrong()}")
+
+    def _judge(self, step: Step) -> None:
+        done = time.monotonic()
+        end = done + _UNSETTLED_SECONDS
+        while True:
+            scene = self.observer.fresh()
+            effect = max(self.observer.truth_since, 0.0)
+            stable = scene.accepted is not None and scene.at - effect >= _STABLE_SECONDS
+            wrong = self._wrong()
+            if stable and not wrong:
+                break
+            if stable and scene.at - max(effect, done) > _WRONG_AFTER_SECONDS:
+                break
+            if time.monotonic() > end:
+                raise CannotJudge(f"what is shown cannot be told after step {step}: {scene}")
+        self._record(step, wrong)
+        right = self.observer.right_since
+        if not wrong and right is not None:
+            step.delay = max(0.0, right - effect)
+
+    def _wrong(self) -> str:
+        scene = self.observer.scene
+        if scene.accepted is None:
+            return "the truth cannot be told"
+        if scene.answer not in scene.accepted:
+            return "answer"
+        if scene.accepted == ("",) or scene.browser is None:
+            return ""  # an empty address is never reported
+        report = self.daemon.last_report(scene.browser.name)
+        if report is None or report.url not in scene.accepted:
+            return "report"
+        return "process of the report" if report.pid != scene.browser.pid else ""
+
+    def _record(self, step: Step, fault: str) -> None:
+        scene = self.observer.scene
+        step.fault = fault
+        step.truth = scene.accepted or ()
+        step.answer = scene.answer
+        step.report = self.daemon.last_report(self.browsers[0].name)
+        step.log += self._log.lines()
+
+    def counts(self) -> Counter:
+        return Counter(step.kind for step in self.steps)

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Walks through real browsers by random steps and judges the agent after each by what the browser itself says its address
+# field shows. Prints each step and fault as it comes, at the end a table; ends with 1 when the agent was wrong.
+#
+# Usage: scripts/truth.sh [--browser firefox|chromium]... [--steps N] [--seed S] [--kinds A,B] [--without A,B] [--build FOLDER]
+#                         [--session NAME] [--stop-after FAULTS] [--quiet]
+#   --browser         which to walk through; default: both, one after the other
+#   --steps N         so many steps a browser, default: 60
+#   --seed S          the walk of that seed again; default: a random one
+#   --kinds, --without
+#                     only, or all but, these kinds of steps; a wrong name prints them all
+#   --build FOLDER    the agent of that build folder; builds and installs nothing
+#   --stop-after N    no more steps after so many faults
+#   --quiet           faults only
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+case " $* " in
+    *' -h '* | *' --help '*) sed -n '2,/^set/{/^set/d;s/^# \{0,1\}//;p}' "$0"; exit 0 ;;
+    *' --build'*) ;;
+    *)
+        scripts/install-deps.sh build demo
+        scripts/build.sh release
+        ;;
+esac
+exec python3 scripts/lib/truth.py "$@"
