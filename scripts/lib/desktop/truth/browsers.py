@@ -174,6 +174,7 @@ class JudgedChromium(JudgedBrowser, Chromium):
         self.log_name += "" if number == 1 else f"-{number}"
         self.profile = desktop.folder / "home" / f"profile-{self.log_name}"
         self._pipe: Optional[DevToolsPipe] = None
+        self._numbers: dict[str, int] = {}  # the protocol's number of a window, by the session's name for it
 
     def command(self) -> list[str]:
         return [*super().command(), *self._seat.chromium_options()]
@@ -197,17 +198,31 @@ class JudgedChromium(JudgedBrowser, Chromium):
             targets = self._targets()
         except RemoteError:
             return None
-        title = re.sub(r" - Chromium$", "", window.title)
         pages = [target for target in targets if target["window"] is not None]
-        found = [target for target in pages if target["title"] == title] or (pages if len(pages) == 1 else [])
+        found = self._in_window(window, pages)
         # Two of one title, new tabs say, are as good as one while they show the same.
-        if not found or len({target["url"] for target in found}) > 1:
+        if not found or len({self.typed.get(target["targetId"], target["url"]) for target in found}) > 1:
             return None
         target = found[0]
         tab = target["targetId"]
         text = self.typed.get(tab, _field_text(target["url"]))
         dialog = any(other["url"].startswith("chrome://print") and other["type"] != "iframe" for other in targets)
         return Shown((text,), target["url"], tab, sum(other["window"] == target["window"] for other in pages), dialog)
+
+    def _in_window(self, window: Window, pages: list[dict]) -> list[dict]:
+        """The pages that may be the one which the window shows. The protocol does not know the session's windows: the title
+        tells, and which window that is in is remembered for titles that are there twice."""
+        title = re.sub(r" - Chromium$", "", window.title)
+        found = [page for page in pages if page["title"] == title] or (pages if len(pages) == 1 else [])
+        numbers = {page["window"] for page in found}
+        if len(numbers) == 1:
+            self._numbers[window.id] = numbers.pop()
+        elif window.id in self._numbers:
+            found = [page for page in found if page["window"] == self._numbers[window.id]]
+        else:
+            others = set(self._numbers.values())
+            found = [page for page in found if page["window"] not in others]
+        return found
 
     def can_go(self, shown: Shown, forward: bool) -> bool:
         assert self._pipe is not None
@@ -244,6 +259,7 @@ class JudgedChromium(JudgedBrowser, Chromium):
         if self._pipe is not None:
             self._pipe.close()
             self._pipe = None
+        self._numbers.clear()
         self.typed.clear()
 
 

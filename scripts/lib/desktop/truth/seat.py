@@ -78,7 +78,8 @@ class X11Seat(Seat):
 
     def __init__(self, desktop: Desktop) -> None:
         self._desktop = desktop
-        self._display = Display(desktop.env["DISPLAY"])
+        self._display = Display(desktop.env["DISPLAY"])  # of the thread that asks for the windows
+        self._requests = Display(desktop.env["DISPLAY"])  # of the other one
 
     def windows(self) -> list[Window]:
         display = self._display
@@ -98,7 +99,7 @@ class X11Seat(Seat):
         self._try("windowminimize", window)
 
     def close(self, window: str) -> None:
-        self._try("windowquit", window)
+        self._requests.close_window(int(window))
 
     def press(self, *keys: str) -> None:
         self._try("key", "--clearmodifiers", "--delay", "30", *keys)

@@ -116,8 +116,9 @@ class Walk:
         step = Step(len(self.steps) + 1, kind.name, situation(self.hands, scene))
         step.inherited = bool(self.steps and self.steps[-1].fault)
         self.steps.append(step)
+        began = time.monotonic()
         step.carried_out = kind.do(self.hands, scene)
-        self._judge(step)
+        self._judge(step, began)
         return step
 
     def _draw(self, scene: Scene) -> Kind:
@@ -144,12 +145,13 @@ class Walk:
         if not self.observer.wait(lambda _: not self._wrong(), _WRONG_AFTER_SECONDS):
             self._record(last, f"became wrong again: {self._wrong()}")
 
-    def _judge(self, step: Step) -> None:
+    def _judge(self, step: Step, began: float) -> None:
         done = time.monotonic()
         end = done + _UNSETTLED_SECONDS
         while True:
             scene = self.observer.fresh()
-            effect = max(self.observer.truth_since, 0.0)
+            # The same address in another situation is an effect as well.
+            effect = max(self.observer.truth_since, began)
             stable = scene.accepted is not None and scene.at - effect >= _STABLE_SECONDS
             wrong = self._wrong()
             if stable and not wrong:

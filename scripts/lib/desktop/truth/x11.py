@@ -1,4 +1,4 @@
-"""Properties of windows, read through libX11: often enough to time changes, without a process for each."""
+"""Windows through libX11: their properties read often enough to time changes, and what is asked of the window manager."""
 
 import ctypes
 
@@ -19,6 +19,20 @@ _lib.XGetWindowProperty.argtypes = [
     ctypes.c_void_p, ctypes.c_ulong, ctypes.c_ulong, ctypes.c_long, ctypes.c_long, ctypes.c_int, ctypes.c_ulong,
     ctypes.POINTER(ctypes.c_ulong), ctypes.POINTER(ctypes.c_int), ctypes.POINTER(ctypes.c_ulong),
     ctypes.POINTER(ctypes.c_ulong), ctypes.POINTER(ctypes.c_void_p)]
+
+_CLIENT_MESSAGE = 33
+_TO_WINDOW_MANAGER = 1 << 19 | 1 << 20  # SubstructureNotifyMask, SubstructureRedirectMask
+
+
+class _ClientMessage(ctypes.Structure):
+    _fields_ = [("type", ctypes.c_int), ("serial", ctypes.c_ulong), ("send_event", ctypes.c_int),
+                ("display", ctypes.c_void_p), ("window", ctypes.c_ulong), ("message_type", ctypes.c_ulong),
+                ("format", ctypes.c_int), ("data", ctypes.c_long * 5),
+                ("padding", ctypes.c_long * 24)]  # the library copies the largest of its events
+
+
+_lib.XSendEvent.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_int, ctypes.c_long, ctypes.POINTER(_ClientMessage)]
+_lib.XFlush.argtypes = [ctypes.c_void_p]
 
 # A window may be gone before it is read; the library's own handler would end the program.
 _Handler = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_void_p)
@@ -48,6 +62,13 @@ class Display:
 
     def atom_names(self, window: int, name: str) -> list[str]:
         return [self._atom_name(atom) for atom in self.numbers(window, name)]
+
+    def close_window(self, window: int) -> None:
+        """Has the window manager ask the window to close."""
+        message = _ClientMessage(type=_CLIENT_MESSAGE, display=self._display, window=window,
+                                 message_type=self._atom("_NET_CLOSE_WINDOW"), format=32)
+        _lib.XSendEvent(self._display, self.root, 0, _TO_WINDOW_MANAGER, ctypes.byref(message))
+        _lib.XFlush(self._display)
 
     def _read(self, window: int, name: str) -> tuple[bytes, int, int]:
         kind, width = ctypes.c_ulong(), ctypes.c_int()
