@@ -12,7 +12,7 @@ from desktop.processes import Interrupted, TimedOut, raise_on_signals  # noqa: E
 from desktop.session import PROJECT, find_build  # noqa: E402
 from desktop.truth.browsers import BROWSERS  # noqa: E402
 from desktop.truth.report import summary  # noqa: E402
-from desktop.truth.stage import SESSIONS, take_steps, walking  # noqa: E402
+from desktop.truth.stage import SESSIONS, begin, take_steps, walking  # noqa: E402
 from desktop.truth.steps import KINDS  # noqa: E402
 from desktop.truth.walk import CannotJudge  # noqa: E402
 
@@ -52,13 +52,14 @@ def walk_once(options: argparse.Namespace, build: Path, browser: str, seed: int)
     kinds = [name for name in options.kinds if name not in options.without]
     say(f"truth: {options.steps} steps in {browser}, seed {seed}, agent of {build}")
     began = time.monotonic()
-    with walking(build, options.session, browser, seed, kinds, "Debug", say) as (walk, _, desktop):
+    with walking(build, options.session, [browser], seed, kinds, "Debug") as ([walk], _, desktop):
         def going_on() -> bool:
             faults = sum(bool(step.fault) for step in walk.steps)
             return len(walk.steps) < options.steps and not (0 < options.stop_after <= faults)
 
         problem = ""
         try:
+            begin([walk])
             take_steps(walk, desktop, going_on, say, PROJECT / "build/truth", not options.quiet)
         except (CannotJudge, TimedOut) as error:
             problem = f"the walk ended early: {error}"

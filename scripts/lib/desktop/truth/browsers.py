@@ -138,7 +138,7 @@ class JudgedFirefox(JudgedBrowser, Firefox):
             self._last[shown.tab] = view["field"]
             return shown
         # The field is not to be seen: what it showed last and the page's address are both right.
-        return replace(shown, accepted=tuple({view["field"], view["page"], self._last.get(shown.tab, view["page"])}))
+        return replace(shown, accepted=tuple(dict.fromkeys((view["field"], view["page"], self._last.get(shown.tab, "")))))
 
     def can_go(self, shown: Shown, forward: bool) -> bool:
         assert self._marionette is not None
@@ -162,6 +162,9 @@ class JudgedFirefox(JudgedBrowser, Firefox):
             self._marionette.close()
             self._marionette = None
         self.typed.clear()
+
+
+_TITLE_END = " - Chromium"
 
 
 class JudgedChromium(JudgedBrowser, Chromium):
@@ -207,12 +210,14 @@ class JudgedChromium(JudgedBrowser, Chromium):
         tab = target["targetId"]
         text = self.typed.get(tab, _field_text(target["url"]))
         dialog = any(other["url"].startswith("chrome://print") and other["type"] != "iframe" for other in targets)
-        return Shown((text,), target["url"], tab, sum(other["window"] == target["window"] for other in pages), dialog)
+        # An application's window shows no field, though there is one.
+        accepted = (text,) if window.title.endswith(_TITLE_END) else (text, "")
+        return Shown(accepted, target["url"], tab, sum(other["window"] == target["window"] for other in pages), dialog)
 
     def _in_window(self, window: Window, pages: list[dict]) -> list[dict]:
         """The pages that may be the one which the window shows. The protocol does not know the session's windows: the title
         tells, and which window that is in is remembered for titles that are there twice."""
-        title = re.sub(r" - Chromium$", "", window.title)
+        title = window.title.removesuffix(_TITLE_END)
         found = [page for page in pages if page["title"] == title] or (pages if len(pages) == 1 else [])
         numbers = {page["window"] for page in found}
         if len(numbers) == 1:

@@ -1,6 +1,7 @@
-"""The daemon's end of the agent's service: takes every report and asks for any browser's address.
+"""The daemon's end of the agent's services: takes every report and asks for any browser's address.
 
-The service host asks for fewer browsers than the agent watches; here every answer is wanted.
+The service host asks for fewer browsers than the agent watches; here every answer is wanted. Of the other service there is as
+much as keeps the agent content.
 """
 
 import threading
@@ -12,6 +13,7 @@ from ..bus import Bus, BusError
 from ..session import Desktop
 
 _NAME = "com.tessarin.UserAgent"
+_FINDER = "com.tessarin.FinderExtension"
 _EXTRACTOR = "com.tessarin.URLExtractor"
 
 
@@ -36,7 +38,12 @@ class Daemon:
         self._bus.serve(_NAME, "Version", lambda _values, _sender: ("s", ["1.0"]))
         self._bus.serve(_NAME, "SetURLExtractor", self._set_extractor)
         self._bus.serve(_NAME, "SendURL", self._send_url)
+        statuses = {"menuStatus": True, "iconsStatus": True, "agentIconDisable": False}
+        for member, answer in {"Version": ("s", ["1.0"]), "CheckFullDiskAccess": ("b", [True]),
+                               "AllowedExtensions": ("as", [[]]), "GetUIVisibilityStatuses": ("a{sb}", [statuses])}.items():
+            self._bus.serve(_FINDER, member, lambda _values, _sender, answer=answer: answer)
         self._bus.own(_NAME)
+        self._bus.own(_FINDER)
 
     def close(self) -> None:
         self._bus.close()

@@ -43,6 +43,7 @@ class Observer:
         self._daemon = daemon
         self._changed = threading.Condition()
         self._running = True
+        self._paused = False
         self._failure: Optional[BaseException] = None
         self._number = 0
         self.scene = Scene(time.monotonic(), (), None, None, None, None, None)
@@ -51,6 +52,10 @@ class Observer:
         self._right = False
         self._thread = threading.Thread(target=self._run, daemon=True)
         self._thread.start()
+
+    def pause(self, paused: bool) -> None:
+        """A paused observer asks nobody anything."""
+        self._paused = paused
 
     def close(self) -> None:
         self._running = False
@@ -89,7 +94,8 @@ class Observer:
     def _run(self) -> None:
         try:
             while self._running:
-                self._look()
+                if not self._paused:
+                    self._look()
                 time.sleep(_PAUSE_SECONDS)
         except BaseException as error:  # a walk that has lost its eyes ends with the reason
             with self._changed:

@@ -6,6 +6,7 @@ from typing import Callable, Iterator, Sequence
 
 from ..agent import Agent
 from ..session import Desktop
+from .daemon import Daemon
 from .report import fault_text
 from .seat import Seat, X11Seat
 from .walk import Walk
@@ -22,34 +23,49 @@ SESSIONS = {"x11": x11_session}
 
 
 @contextmanager
-def walking(build: Path, session: str, browser: str, seed: int, kinds: Sequence[str], log_level: str,
-            say: Callable[[str], None]) -> Iterator[tuple[Walk, Agent, Desktop]]:
-    """A walk that has begun."""
+def walking(build: Path, session: str, browsers: Sequence[str], seed: int, kinds: Sequence[str],
+            log_level: str) -> Iterator[tuple[list[Walk], Agent, Desktop]]:
+    """A walk for each of the browsers on one desktop; they share the agent, and none has begun."""
     with ExitStack() as stack:
         desktop, seat = stack.enter_context(SESSIONS[session]())
         agent = Agent(desktop, build, log_level)
-        walk = Walk(desktop, seat, agent, browser, seed, kinds, say)
-        stack.callback(walk.close)
+        daemon = Daemon(desktop)
+        stack.callback(daemon.close)
+        walks = []
+        for number, browser in enumerate(browsers):
+            # Not the same steps in both.
+            walks.append(Walk(desktop, seat, agent, daemon, browser, seed + number, kinds))
+            stack.callback(walks[-1].close)
+        yield walks, agent, desktop
+
+
+def only(walk: Walk, walks: Sequence[Walk]) -> None:
+    """Pauses the others."""
+    for one in walks:
+        one.pause(one is not walk)
+
+
+def begin(walks: Sequence[Walk]) -> None:
+    """Browsers and agent run on return. The last is not paused."""
+    for walk in walks:
+        only(walk, walks)
         walk.begin()
-        yield walk, agent, desktop
 
 
 def take_steps(walk: Walk, desktop: Desktop, going_on: Callable[[], bool], say: Callable[[str], None], shots: Path,
                verbose: bool) -> None:
     """Steps until `going_on` says no; tells of faults at once, each with a picture of the screen."""
-    told = 0
     while going_on():
         step = walk.step()
         if verbose:
             delay = "" if step.delay is None else f", right after {1000 * step.delay:.0f} ms"
             say(f"step {step}: {'' if step.carried_out else 'not carried out, '}{step.fault or 'right'}{delay}")
         # The one before may have become wrong since.
-        for one in walk.steps[max(0, told - 1):]:
-            if one.fault and one.carried_out and not getattr(one, "told", False):
-                one.told = True  # type: ignore[attr-defined]
+        for one in walk.steps[-2:]:
+            if one.fault and one.carried_out and not one.told:
+                one.told = True
                 say(fault_text(walk.steps, one, walk.seed))
                 _picture(desktop, shots / f"{walk.browsers[0].log_name}-seed{walk.seed}-step{one.number}.png", say)
-        told = len(walk.steps)
 
 
 def _picture(desktop: Desktop, path: Path, say: Callable[[str], None]) -> None:

@@ -2,9 +2,8 @@
 
 import re
 import time
-from collections import Counter
 from dataclasses import dataclass, field
-from typing import Callable, Optional, Sequence
+from typing import Optional, Sequence
 
 from ..agent import Agent
 from ..session import Desktop
@@ -45,6 +44,7 @@ class Step:
     answer: Optional[str] = None
     report: Optional[Report] = None
     log: list[str] = field(default_factory=list)
+    told: bool = False  # its fault was printed
 
     def __str__(self) -> str:
         return f"{self.number} {self.kind} ({self.situation})"
@@ -74,18 +74,17 @@ class LogTail:
 
 
 class Walk:
-    """A walk through the processes of one browser. `desktop` runs, the agent does not yet. Closed by close()."""
+    """A walk through the processes of one browser. Several may share desktop, agent and daemon, one taking steps while the others
+    are paused. Closed by close()."""
 
-    def __init__(self, desktop: Desktop, seat: Seat, agent: Agent, browser: str, seed: int, kinds: Sequence[str],
-                 say: Callable[[str], None]) -> None:
+    def __init__(self, desktop: Desktop, seat: Seat, agent: Agent, daemon: Daemon, browser: str, seed: int,
+                 kinds: Sequence[str]) -> None:
         self.seed = seed
         self.steps: list[Step] = []
-        self._say = say
-        self._desktop = desktop
         self._agent = agent
         self._log = LogTail(agent)
+        self.daemon = daemon
         self.pages = WalkPages()
-        self.daemon = Daemon(desktop)
         self.browsers: list[JudgedBrowser] = [BROWSERS[browser](desktop, seat, number) for number in (1, 2)]
         lacking = seat.lacks | self.browsers[0].lacks
         self.kinds = [KINDS[name] for name in kinds if name not in lacking]
@@ -93,9 +92,11 @@ class Walk:
         self.hands = Hands(seat, self.browsers, self.observer, self.pages, seed,
                            lambda command: desktop.processes.start("other-program", command, desktop.env) and None)
 
+    def pause(self, paused: bool) -> None:
+        self.observer.pause(paused)
+
     def close(self) -> None:
         self.observer.close()
-        self.daemon.close()
         self.pages.close()
 
     def begin(self) -> None:
@@ -103,7 +104,8 @@ class Walk:
         self.browsers[0].launch(f"http://{self.pages.host}/w/first")
         if not self.observer.wait(lambda scene: scene.shown is not None and self.hands.load(scene) is not None, _FIRST_SECONDS):
             raise CannotJudge(f"{self.browsers[0].name} shows no page")
-        self._agent.start()
+        if self._agent.process is None:
+            self._agent.start()
         if not self.observer.wait(lambda _: self.observer.right_since is not None, _FIRST_SECONDS):
             raise CannotJudge(f"the agent never found the address: {self.observer.scene.answer!r} "
                               f"for {self.observer.scene.accepted}, its log:\n" + "\n".join(self._log.lines()[-30:]))
@@ -171,7 +173,7 @@ class Walk:
             return "the truth cannot be told"
         if scene.answer not in scene.accepted:
             return "answer"
-        if scene.accepted == ("",) or scene.browser is None:
+        if not scene.answer or scene.browser is None:
             return ""  # an empty address is never reported
         report = self.daemon.last_report(scene.browser.name)
         if report is None or report.url not in scene.accepted:
@@ -185,6 +187,3 @@ class Walk:
         step.answer = scene.answer
         step.report = self.daemon.last_report(self.browsers[0].name)
         step.log += self._log.lines()
-
-    def counts(self) -> Counter:
-        return Counter(step.kind for step in self.steps)
