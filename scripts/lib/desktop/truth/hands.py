@@ -109,6 +109,23 @@ class Hands:
         except RemoteError:
             return False
 
+    def front_in_words(self, scene: Scene) -> str:
+        """The front-most window of the browser, for the reader of a fault."""
+        if scene.front is None:
+            return "no window"
+        words = ["pop-up or app window"] if self.small(scene) else ["private window"] if self.private(scene) else ["window"]
+        if scene.shown and not scene.shown.address_field:
+            words = ["window without address field"]
+        if self.full_screen_page(scene):
+            words.append("with a full-screen page")
+        elif scene.front.full_screen:
+            words.append("in full screen")
+        if not scene.front.active:
+            words.append("behind another program")
+        if scene.browser and scene.browser.number > 1:
+            words.append("of the second profile")
+        return " ".join(words)
+
     # What is noted of windows, for what no look shows
 
     def note_private(self) -> None:

@@ -14,6 +14,7 @@ def fault_text(steps: Sequence[Step], step: Step, seed: int) -> str:
     said = f"{step.report.url!r} of process {step.report.pid}" if step.report else "nothing"
     lines = [f"WRONG: {step.fault}, seed {seed}, step {step}" + (", as after the step before" if step.inherited else ""),
              f"    right:          {' or '.join(map(repr, step.truth))}",
+             f"    in front:       {step.front}",
              f"    answer:         {step.answer!r}",
              f"    last report:    {said}",
              f"    steps so far:   {', '.join(map(str, steps[max(0, step.number - 1 - _HISTORY):step.number - 1])) or 'none'}"]
@@ -55,4 +56,6 @@ def summary(steps: Sequence[Step], browser: str, seed: int) -> str:
     kinds = Counter(step.kind for step in steps)
     rows = [head, *(row(kind, [step for step in steps if step.kind == kind]) for kind in sorted(kinds)),
             row("all", steps)]
-    return f"{browser}, seed {seed}, {len(kinds)} kinds of steps\n{table(rows)}"
+    fronts = Counter(step.front for step in steps if step.carried_out and step.fault)
+    wrong = "".join(f"\n    {count} with {front} in front" for front, count in fronts.most_common())
+    return f"{browser}, seed {seed}, {len(kinds)} kinds of steps\n{table(rows)}" + (f"\nWrong:{wrong}" if wrong else "")

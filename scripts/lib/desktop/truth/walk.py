@@ -42,6 +42,7 @@ class Step:
     inherited: bool = False  # the step before ended wrong as well
     truth: tuple[str, ...] = ()
     answer: Optional[str] = None
+    front: str = ""  # what was in front after it, in words
     report: Optional[Report] = None
     log: list[str] = field(default_factory=list)
     told: bool = False  # its fault was printed
@@ -185,5 +186,6 @@ class Walk:
         step.fault = fault
         step.truth = scene.accepted or ()
         step.answer = scene.answer
+        step.front = self.hands.front_in_words(scene)
         step.report = self.daemon.last_report(self.browsers[0].name)
         step.log += self._log.lines()
