@@ -170,8 +170,9 @@ int AtspiApplication::calls() const {
 }
 
 void AtspiApplication::edit(const std::string& path, const std::string& text) {
-    std::string before;
-    change(path, [&](AtspiNode& node) { before = std::exchange(node.text, text); });
+    // As one step, as in a real application: no call is answered between the edit and its signals.
+    const std::lock_guard lock(mutex_);
+    const std::string before = std::exchange(nodes_[path].text, text);
     emitTextChanged(path, "delete", before);
     emitTextChanged(path, "insert", text);
 }
@@ -182,12 +183,11 @@ void AtspiApplication::emitTextChanged(const std::string& path, const std::strin
 }
 
 void AtspiApplication::activate(const std::string& path, const std::string& title) {
-    change(kRoot, [&](AtspiNode& root) {
-        for (const std::string& window : root.children) {
-            nodes_[window].states &= ~kActive;
-        }
-        nodes_[path].states |= kActive;
-    });
+    const std::lock_guard lock(mutex_);
+    for (const std::string& window : nodes_[kRoot].children) {
+        nodes_[window].states &= ~kActive;
+    }
+    nodes_[path].states |= kActive;
     emitEvent(path, "org.a11y.atspi.Event.Window", "Activate", "", title, 0);
 }
 

@@ -27,7 +27,9 @@ class AtspiObserverTest : public AtspiFixture {
         return observer;
     }
     std::unique_ptr<AXObserver> observeField() {
-        return observe(foundField(), kValueChangedNotification, seen.callback());
+        auto observer = observe(foundField(), kValueChangedNotification, seen.callback());
+        settle();  // what was begun when the field was found
+        return observer;
     }
     std::unique_ptr<AXObserver> observeWindows() {
         mainWindow();
