@@ -67,12 +67,12 @@ def walk_once(options: argparse.Namespace, build: Path, browser: str, seed: int)
     judged = [step for step in walk.steps if step.carried_out]
     wrong = [step for step in judged if step.fault]
     print(f"{len(walk.steps)} steps in {time.monotonic() - began:.0f} s, {len(wrong)} wrong, "
-          f"{len(walk.steps) - len(judged)} skipped")
+          f"{len(walk.steps) - len(judged)} skipped, started over {len(walk.lost)} times")
     if problem:
         print(problem)
     print(flush=True)
     # A walk that hardly did anything shows nothing.
-    return not wrong and not problem and 2 * len(judged) > len(walk.steps)
+    return not wrong and not problem and len(judged) >= 0.8 * len(walk.steps) > 0 and len(walk.lost) <= 0.02 * len(walk.steps)
 
 
 def main() -> None:

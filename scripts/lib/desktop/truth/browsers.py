@@ -95,6 +95,7 @@ class JudgedFirefox(JudgedBrowser, Firefox):
         self.log_name += "" if number == 1 else f"-{number}"
         self.profile = desktop.folder / "home" / f"profile-{self.log_name}"
         self._marionette: Optional[Marionette] = None
+        self._seen: tuple[str, Optional[Shown]] = ("", None)  # by the last look, in which window
         self._last: dict[str, str] = {}  # by tab: what its field showed last while it could be seen
 
     def command(self) -> list[str]:
@@ -123,8 +124,16 @@ class JudgedFirefox(JudgedBrowser, Firefox):
             return None
         try:
             views = self._marionette.run(_FIREFOX_VIEW)
-        except RemoteError:
-            return None
+        except RemoteError as error:
+            # Nothing is told while an alert is up, nor does anything change in its window.
+            seen, shown = self._seen
+            return shown if error.name == "unexpected alert open" and seen == window.id else None
+        shown = self._shown_in(window, views)
+        if shown:
+            self._seen = (window.id, shown)
+        return shown
+
+    def _shown_in(self, window: Window, views: list[dict]) -> Optional[Shown]:
         active = [view for view in views if view["active"]]
         if not (window.active and len(active) == 1):
             active = [view for view in views if view["title"] == window.title]
@@ -197,6 +206,8 @@ class JudgedChromium(JudgedBrowser, Chromium):
                                       {**self._desktop.env, **self._seat.browser_environment()})
 
     def look(self, window: Window) -> Optional[Shown]:
+        if re.match(r"DevTools\b", window.title) and not window.title.endswith(_TITLE_END):
+            return Shown(("",), "", "developer tools", 1, address_field=False)  # in a window of their own
         try:
             targets = self._targets()
         except RemoteError:

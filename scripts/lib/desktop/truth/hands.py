@@ -141,6 +141,10 @@ class Hands:
         gone = {window.id for window in windows}
         self.modes = {key: mode for key, mode in self.modes.items() if key.partition("/")[0] not in gone}
 
+    def forget_everything(self) -> None:
+        self.modes.clear()
+        self.closed_tabs = 0
+
     def enter(self, mode: str, scene: Scene) -> bool:
         self.modes[self.tab_key(scene)] = mode
         self.alerting = self.load(scene)
@@ -166,6 +170,13 @@ class Hands:
         """The keys go to the page on return."""
         self.seat.click(self.window(scene).id, 0.25, 0.35)
         done = self.wait(lambda now: self.page_said(now, "focus") == "on", 2.0)
+        self.rest()
+        return done
+
+    def focus_field(self, scene: Scene) -> bool:
+        """Whether the keys go to the address field, as far as the page can tell: that it has lost them."""
+        self.seat.press("ctrl+l")
+        done = self.load(scene) is None or self.wait(lambda now: self.page_said(now, "focus") == "off", 2.0)
         self.rest()
         return done
 

@@ -9,7 +9,7 @@ from ..session import Desktop
 from .daemon import Daemon
 from .report import fault_text
 from .seat import Seat, X11Seat
-from .walk import Walk
+from .walk import CannotJudge, Walk
 
 
 @contextmanager
@@ -54,9 +54,18 @@ def begin(walks: Sequence[Walk]) -> None:
 
 def take_steps(walk: Walk, desktop: Desktop, going_on: Callable[[], bool], say: Callable[[str], None], shots: Path,
                verbose: bool) -> None:
-    """Steps until `going_on` says no; tells of faults at once, each with a picture of the screen."""
+    """Steps until `going_on` says no; tells of faults at once, each with a picture of the screen. Where the walk cannot tell what is
+    right it starts over with a new browser."""
+    name = walk.browsers[0].log_name
     while going_on():
-        step = walk.step()
+        try:
+            step = walk.step()
+        except CannotJudge as error:
+            walk.lost.append(str(error))
+            say(f"LOST: {error}")
+            _picture(desktop, shots / f"{name}-seed{walk.seed}-lost{len(walk.lost)}.png", say)
+            walk.start_over()
+            continue
         if verbose:
             delay = "" if step.delay is None else f", right after {1000 * step.delay:.0f} ms"
             say(f"step {step}: {'' if step.carried_out else 'not carried out, '}{step.fault or 'right'}{delay}")
@@ -65,7 +74,7 @@ def take_steps(walk: Walk, desktop: Desktop, going_on: Callable[[], bool], say: 
             if one.fault and one.carried_out and not one.told:
                 one.told = True
                 say(fault_text(walk.steps, one, walk.seed))
-                _picture(desktop, shots / f"{walk.browsers[0].log_name}-seed{walk.seed}-step{one.number}.png", say)
+                _picture(desktop, shots / f"{name}-seed{walk.seed}-step{one.number}.png", say)
 
 
 def _picture(desktop: Desktop, path: Path, say: Callable[[str], None]) -> None:

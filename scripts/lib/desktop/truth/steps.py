@@ -112,8 +112,8 @@ def _settings(hands: Hands, scene: Scene) -> bool:
 def _half_typed(hands: Hands, scene: Scene) -> bool:
     # Begins like nothing that was ever opened, so no browser completes it.
     text = f"zq{hands.number()}x"
-    hands.seat.press("ctrl+l")
-    hands.rest()
+    if not hands.focus_field(scene):
+        return False
     hands.seat.type(text)
     return hands.left_in_field(scene, text)
 
@@ -366,6 +366,7 @@ def _ended_profile(hands: Hands, scene: Scene) -> bool:
 def _crash(hands: Hands, scene: Scene) -> bool:
     browser = hands.browser(scene)
     hands.forget_windows(scene.of(browser))
+    hands.closed_tabs = 0
     browser.kill()
     return not browser.running
 

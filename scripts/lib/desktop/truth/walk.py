@@ -21,6 +21,7 @@ _STABLE_SECONDS = 0.3
 # A truth that never settles is the walk's own failure.
 _UNSETTLED_SECONDS = 30.0
 _FIRST_SECONDS = 60.0
+_WEIGHT_OF_NEW = 4
 # The log says these of every question, and the walk asks all the time.
 _OWN_QUESTIONS = re.compile(r"getUrl for browser|\bAgent\.cpp:\d+ operator\(\) -- ")
 
@@ -82,6 +83,7 @@ class Walk:
                  kinds: Sequence[str]) -> None:
         self.seed = seed
         self.steps: list[Step] = []
+        self.lost: list[str] = []  # why it was started over, each time
         self._agent = agent
         self._log = LogTail(agent)
         self.daemon = daemon
@@ -120,16 +122,28 @@ class Walk:
         step.inherited = bool(self.steps and self.steps[-1].fault)
         self.steps.append(step)
         began = time.monotonic()
-        step.carried_out = kind.do(self.hands, scene)
+        carried_out = kind.do(self.hands, scene)
         self._judge(step, began)
+        step.carried_out = carried_out  # not before it was judged
         return step
+
+    def start_over(self) -> None:
+        """With a browser started anew, after CannotJudge."""
+        for browser in self.browsers:
+            if browser.running:
+                browser.quit()
+        self.hands.forget_everything()
+        self.begin()
 
     def _draw(self, scene: Scene) -> Kind:
         now = situation(self.hands, scene)
         drawn = [kind for kind in self.kinds if now in kind.situations and kind.possible(self.hands, scene)]
         if not drawn:
             raise CannotJudge(f"no step is possible: {now}")
-        return self.hands.random.choices(drawn, [kind.weight for kind in drawn])[0]
+        # So that a short walk has most kinds in it.
+        seen = {step.kind for step in self.steps}
+        weights = [kind.weight * (1 if kind.name in seen else _WEIGHT_OF_NEW) for kind in drawn]
+        return self.hands.random.choices(drawn, weights)[0]
 
     def _settled(self) -> Scene:
         """A scene whose truth has been the same for a while."""
