@@ -73,7 +73,7 @@ def soak(options: argparse.Namespace, seed: int) -> bool:
             problem = f"the walk ended early: {error}"
         sampler.close()
     for browser, walk in zip(browsers, walks):
-        print(f"{summary(walk.steps, browser, walk.seed)}\n")
+        print(f"{summary(walk.steps, browser, walk.seed)}\nstarted over {len(walk.lost)} times\n")
     if sampler.samples:
         print(samples_table(sampler.samples))
     growing = what_grows(sampler.samples, options.warm_up_minutes * 60)

@@ -60,7 +60,8 @@ def _own_page(hands: Hands, scene: Scene) -> bool:
 
 
 def _typable(hands: Hands, scene: Scene) -> bool:
-    return not hands.small(scene)
+    """Chromium's address field is out of reach while its window is in full screen."""
+    return not hands.small(scene) and not (isinstance(scene.browser, JudgedChromium) and hands.window(scene).full_screen)
 
 
 # Addresses and history
@@ -126,7 +127,7 @@ def _given_up(hands: Hands, scene: Scene) -> bool:
 
 # Tabs
 
-@_kind("new tab", 2, possible=lambda hands, scene: _typable(hands, scene) and hands.tabs(scene) < _MOST_TABS)
+@_kind("new tab", 2, possible=lambda hands, scene: not hands.small(scene) and hands.tabs(scene) < _MOST_TABS)
 def _new_tab(hands: Hands, scene: Scene) -> bool:
     hands.seat.press("ctrl+t")
     return hands.wait(lambda now: hands.tabs(now) > hands.tabs(scene), _EFFECT_SECONDS)
@@ -146,7 +147,7 @@ def _closed_tab(hands: Hands, scene: Scene) -> bool:
     return done
 
 
-@_kind("reopened tab", 2, possible=lambda hands, scene: hands.closed_tabs > 0 and _typable(hands, scene)
+@_kind("reopened tab", 2, possible=lambda hands, scene: hands.closed_tabs > 0 and not hands.small(scene)
        and not hands.private(scene))
 def _reopened_tab(hands: Hands, scene: Scene) -> bool:
     hands.closed_tabs -= 1
