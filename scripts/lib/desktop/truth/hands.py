@@ -137,13 +137,12 @@ class Hands:
         if private:
             self._private.add(window)
 
-    def forget_windows(self, windows: list[Window]) -> None:
+    def forget_windows(self, windows: Sequence[Window]) -> None:
+        """Their process ends, and a window's name may be used again by that of another."""
         gone = {window.id for window in windows}
         self.modes = {key: mode for key, mode in self.modes.items() if key.partition("/")[0] not in gone}
-
-    def forget_everything(self) -> None:
-        self.modes.clear()
-        self.closed_tabs = 0
+        self._small -= gone
+        self._private -= gone
 
     def enter(self, mode: str, scene: Scene) -> bool:
         self.modes[self.tab_key(scene)] = mode

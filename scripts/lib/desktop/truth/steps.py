@@ -143,7 +143,8 @@ def _other_tab(hands: Hands, scene: Scene) -> bool:
 def _closed_tab(hands: Hands, scene: Scene) -> bool:
     hands.seat.press("ctrl+w")
     done = hands.wait(lambda now: 0 < hands.tabs(now) < hands.tabs(scene), _EFFECT_SECONDS)
-    hands.closed_tabs += done
+    # Browsers do not keep an empty tab, nor a private one.
+    hands.closed_tabs += done and _own_page(hands, scene) and not hands.private(scene)
     return done
 
 
@@ -359,6 +360,7 @@ def _other_profile(hands: Hands, scene: Scene) -> bool:
 def _ended_profile(hands: Hands, scene: Scene) -> bool:
     """The second one, whichever is in front."""
     second = next(one for one in hands.browsers if one.number > 1)
+    hands.forget_windows(scene.of(second))
     second.quit()
     return not second.running
 

@@ -32,7 +32,7 @@ class CannotJudge(Exception):
 
 @dataclass
 class Step:
-    """One step with its judgement. `delay`: seconds from its effect until the agent's answer was right; nothing when wrong."""
+    """One step with its judgement. `delay`: seconds from its effect until answer and report were right; nothing when wrong."""
 
     number: int
     kind: str
@@ -131,8 +131,9 @@ class Walk:
         """With a browser started anew, after CannotJudge."""
         for browser in self.browsers:
             if browser.running:
+                self.hands.forget_windows(self.observer.scene.of(browser))
                 browser.quit()
-        self.hands.forget_everything()
+        self.hands.closed_tabs = 0
         self.begin()
 
     def _draw(self, scene: Scene) -> Kind:
@@ -156,34 +157,31 @@ class Walk:
 
     def _check_still_right(self, scene: Scene) -> None:
         """What became wrong again after it was judged is the fault of the step before."""
-        if not self.steps or self.steps[-1].fault:
+        if not self.steps or self.steps[-1].fault or not self._wrong(scene):
             return
-        last = self.steps[-1]
-        if not self.observer.wait(lambda _: not self._wrong(), _WRONG_AFTER_SECONDS):
-            self._record(last, f"became wrong again: {self._wrong()}")
+        if not self.observer.wait(lambda now: now.accepted is not None and not self._wrong(now), _WRONG_AFTER_SECONDS):
+            scene = self.observer.scene
+            self._record(self.steps[-1], f"became wrong again: {self._wrong(scene)}", scene)
 
     def _judge(self, step: Step, began: float) -> None:
         done = time.monotonic()
-        end = done + _UNSETTLED_SECONDS
         while True:
             scene = self.observer.fresh()
             # The same address in another situation is an effect as well.
             effect = max(self.observer.truth_since, began)
             stable = scene.accepted is not None and scene.at - effect >= _STABLE_SECONDS
-            wrong = self._wrong()
-            if stable and not wrong:
+            wrong = self._wrong(scene)
+            if stable and (not wrong or scene.at - max(effect, done) > _WRONG_AFTER_SECONDS):
                 break
-            if stable and scene.at - max(effect, done) > _WRONG_AFTER_SECONDS:
-                break
-            if time.monotonic() > end:
+            if time.monotonic() > done + _UNSETTLED_SECONDS:
                 raise CannotJudge(f"what is shown cannot be told after step {step}: {scene}")
-        self._record(step, wrong)
+        self._record(step, wrong, scene)
         right = self.observer.right_since
         if not wrong and right is not None:
-            step.delay = max(0.0, right - effect)
+            step.delay = max(0.0, right - effect, self._told_since(scene) - effect)
 
-    def _wrong(self) -> str:
-        scene = self.observer.scene
+    def _wrong(self, scene: Scene) -> str:
+        """What is wrong in that scene, in words; nothing when all is right."""
         if scene.accepted is None:
             return "the truth cannot be told"
         if scene.answer not in scene.accepted:
@@ -195,8 +193,17 @@ class Walk:
             return "report"
         return "process of the report" if report.pid != scene.browser.pid else ""
 
-    def _record(self, step: Step, fault: str) -> None:
-        scene = self.observer.scene
+    def _told_since(self, scene: Scene) -> float:
+        """When the first of the latest reports that are right arrived."""
+        since = 0.0
+        for report in reversed(self.daemon.reports):
+            if report.browser == self.browsers[0].name:
+                if report.url not in (scene.accepted or ()):
+                    break
+                since = report.at
+        return since
+
+    def _record(self, step: Step, fault: str, scene: Scene) -> None:
         step.fault = fault
         step.truth = scene.accepted or ()
         step.answer = scene.answer
