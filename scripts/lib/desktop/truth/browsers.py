@@ -210,11 +210,13 @@ class JudgedChromium(JudgedBrowser, Chromium):
             return Shown(("",), "", "developer tools", 1, address_field=False)  # in a window of their own
         try:
             targets = self._targets()
+            pages = [target for target in targets if target["window"] is not None]
+            found = self._in_window(window, pages)
+            if len(found) > 1:
+                found = [page for page in found if self._evaluate(page["targetId"], "document.visibilityState") == "visible"]
         except RemoteError:
             return None
-        pages = [target for target in targets if target["window"] is not None]
-        found = self._in_window(window, pages)
-        # Two of one title, new tabs say, are as good as one while they show the same.
+        # Two that are left, in windows not yet told apart, are as good as one while they show the same.
         if not found or len({self.typed.get(target["targetId"], target["url"]) for target in found}) > 1:
             return None
         target = found[0]
@@ -227,24 +229,21 @@ class JudgedChromium(JudgedBrowser, Chromium):
 
     def _in_window(self, window: Window, pages: list[dict]) -> list[dict]:
         """The pages that may be the one which the window shows. The protocol does not know the session's windows: the title
-        tells, and which window that is in is remembered for titles that are there twice."""
+        tells which of its own it is, and what was told is remembered for titles that are there twice."""
         title = window.title.removesuffix(_TITLE_END)
-        found = [page for page in pages if page["title"] == title] or (pages if len(pages) == 1 else [])
-        numbers = {page["window"] for page in found}
-        if len(numbers) == 1:
-            self._numbers[window.id] = numbers.pop()
-        elif window.id in self._numbers:
+        found = [page for page in pages if page["title"] == title]
+        if window.id in self._numbers:
             found = [page for page in found if page["window"] == self._numbers[window.id]]
         else:
-            others = set(self._numbers.values())
-            found = [page for page in found if page["window"] not in others]
-        return found
+            taken = set(self._numbers.values())
+            found = [page for page in found if page["window"] not in taken]
+            numbers = {page["window"] for page in found}
+            if len(numbers) == 1:
+                self._numbers[window.id] = numbers.pop()
+        return found or (pages if len(pages) == 1 else [])
 
     def can_go(self, shown: Shown, forward: bool) -> bool:
-        assert self._pipe is not None
-        session = self._pipe.call("Target.attachToTarget", targetId=shown.tab, flatten=True)["sessionId"]
-        history = self._pipe.call("Page.getNavigationHistory", session)
-        self._pipe.call("Target.detachFromTarget", sessionId=session)
+        history = self._in_session(shown.tab, "Page.getNavigationHistory")
         at = history["currentIndex"] + (1 if forward else -1)
         return 0 <= at < len(history["entries"])
 
@@ -255,6 +254,18 @@ class JudgedChromium(JudgedBrowser, Chromium):
     def quit(self) -> None:
         self.end()
         self._forget()
+
+    def _evaluate(self, target: str, expression: str) -> object:
+        return self._in_session(target, "Runtime.evaluate", expression=expression)["result"].get("value")
+
+    def _in_session(self, target: str, method: str, **parameters: object) -> dict:
+        if self._pipe is None:
+            raise RemoteError("disconnected")
+        session = self._pipe.call("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
+        try:
+            return self._pipe.call(method, session, **parameters)
+        finally:
+            self._pipe.call("Target.detachFromTarget", sessionId=session)
 
     def _targets(self) -> list[dict]:
         """All targets, each with the number of its window; those in no window's tab strip have none."""

@@ -179,6 +179,12 @@ class Hands:
         self.rest()
         return done
 
+    def press_in_page(self, scene: Scene, *keys: str) -> None:
+        """Developer tools that have the focus would keep such keys for themselves."""
+        if self.page_said(scene, "focus") == "off":
+            self.focus_page(scene)
+        self.seat.press(*keys)
+
     def page_key(self, key: str, effect: Callable[[Scene], bool], seconds: float = _EFFECT_SECONDS) -> bool:
         for _ in range(2):
             self.focus_page(self.observer.scene)

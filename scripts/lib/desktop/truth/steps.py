@@ -78,19 +78,19 @@ def _link(hands: Hands, scene: Scene) -> bool:
 
 @_kind("back", 3, possible=lambda hands, scene: hands.can_go(scene, forward=False))
 def _back(hands: Hands, scene: Scene) -> bool:
-    hands.seat.press("alt+Left")
+    hands.press_in_page(scene, "alt+Left")
     return hands.wait(lambda now: hands.page(now) != hands.page(scene), _EFFECT_SECONDS)
 
 
 @_kind("forward", 3, possible=lambda hands, scene: hands.can_go(scene, forward=True))
 def _forward(hands: Hands, scene: Scene) -> bool:
-    hands.seat.press("alt+Right")
+    hands.press_in_page(scene, "alt+Right")
     return hands.wait(lambda now: hands.page(now) != hands.page(scene), _EFFECT_SECONDS)
 
 
 @_kind("reload", 2, possible=_own_page)
 def _reload(hands: Hands, scene: Scene) -> bool:
-    hands.seat.press("ctrl+r")
+    hands.press_in_page(scene, "ctrl+r")
     return hands.wait(lambda now: hands.load(now) not in (None, hands.load(scene)), _EFFECT_SECONDS)
 
 
