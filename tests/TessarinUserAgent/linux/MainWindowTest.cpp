@@ -26,11 +26,28 @@ TEST(MainWindow, WithoutAnActiveFrameIsTheLastOne) {
     EXPECT_EQ(ChooseMainWindow({kFirst, kSecond}, "/2", ""), 1);
 }
 
-TEST(MainWindow, WithoutALastOneIsTheFrontMostOnScreen) {
+TEST(MainWindow, WithoutAnActiveFrameIsTheFrontMostOnScreen) {
     EXPECT_EQ(ChooseMainWindow({kFirst, kSecond}, "/closed", "second"), 1);
-    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond}, "/1", "second"), 0);
+    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond}, "/1", "second"), 1);
     EXPECT_EQ(ChooseMainWindow({kFirst, kSecond, kActiveFrame}, "", "second"), 2);
     EXPECT_EQ(ChooseMainWindow({kFirst, kSecond}, "", "of another program"), 0);
+}
+
+TEST(MainWindow, OfSeveralThatClaimToBeActiveIsTheFrontMostOnScreen) {
+    const TopLevel alsoActive{"/8", 23, kActive, "also active"};
+    EXPECT_EQ(ChooseMainWindow({kActiveFrame, alsoActive}, "/3", "also active"), 1);
+    EXPECT_EQ(ChooseMainWindow({kActiveFrame, alsoActive}, "/8", ""), 1);
+}
+
+TEST(MainWindow, OfTwoWithTheSameTitleIsTheLastOne) {
+    const TopLevel twin{"/9", 23, kInactive, "first"};
+    EXPECT_EQ(ChooseMainWindow({kFirst, twin}, "/9", "first"), 1);
+}
+
+TEST(MainWindow, IsAMinimisedOneOnlyWhenAllAre) {
+    const TopLevel minimised{"/10", 23, State::showing | State::iconified, "minimised"};
+    EXPECT_EQ(ChooseMainWindow({minimised, kFirst}, "/10", ""), 1);
+    EXPECT_EQ(ChooseMainWindow({minimised}, "", ""), 0);
 }
 
 TEST(MainWindow, WithoutALastOneIsTheFirstFrameWithATitle) {

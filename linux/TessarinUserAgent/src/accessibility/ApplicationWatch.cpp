@@ -204,7 +204,7 @@ void ApplicationWatch::examineLater(std::chrono::milliseconds delay) {
     });
 }
 
-void ApplicationWatch::examine() {
+void ApplicationWatch::examine(const std::string& frontTitle) {
     const std::lock_guard examining(examination_);
     const std::shared_ptr<Session> session = session_.lock();
     if (!session || isGone()) {
@@ -216,6 +216,7 @@ void ApplicationWatch::examine() {
         const std::lock_guard lock(mutex_);
         known = known_;
     }
+    known.frontTitle = frontTitle;
     WindowSearch::Found found;
     const AXError outcome = WindowSearch(session, pid_, busName_).run(known, found);
     if (outcome == AXError::cannotComplete) {
@@ -319,12 +320,11 @@ void ApplicationWatch::readRegularly(const std::weak_ptr<FieldWatch>& field) {
     });
 }
 
-void ApplicationWatch::look(std::string frontTitle, std::function<void()> done) {
-    loop_->post([self = shared_from_this(), frontTitle = std::move(frontTitle), done = std::move(done)] {
+void ApplicationWatch::look(std::function<void()> done) {
+    loop_->post([self = shared_from_this(), done = std::move(done)] {
         std::shared_ptr<FieldWatch> field;
         {
             const std::lock_guard lock(self->mutex_);
-            self->known_.frontTitle = frontTitle;
             field = self->field_;
         }
         if (field) {
@@ -335,52 +335,62 @@ void ApplicationWatch::look(std::string frontTitle, std::function<void()> done) 
     });
 }
 
-void ApplicationWatch::examineIfOutdated() {
+void ApplicationWatch::examineIfOutdated(const std::string& frontTitle) {
     const std::shared_ptr<Session> session = session_.lock();
-    if (session && !session->silent->isSilent(busName_) && isOutdated(session)) {
-        examine();
+    if (session && !session->silent->isSilent(busName_) && isOutdated(*session, frontTitle)) {
+        examine(frontTitle);
     }
 }
 
-bool ApplicationWatch::isOutdated(const std::shared_ptr<Session>& session) {
-    WindowSearch::Found found;
+bool ApplicationWatch::isOutdated(const Session& session, const std::string& frontTitle) {
+    atspi::ObjectRef mainWindow;
+    std::map<std::string, bool> known;
     {
         const std::lock_guard lock(mutex_);
         if (outcome_ != AXError::success || !field_ || field_->field().isPage) {
             return true;
         }
-        found.window = found_.window;
-        found.windows = found_.windows;
+        mainWindow = found_.window;
+        known = found_.windows;
     }
-    const auto states = AskAndWait(session->connection, atspi::StatesOf(found.window), session->deadline());
-    if (!states || atspi::Has(*states, atspi::State::defunct)) {
-        return true;
-    }
-    if (atspi::Has(*states, atspi::State::active)) {
+    struct Window {
+        cmn::bus::Batch::Answer<atspi::States> states;
+        cmn::bus::Batch::Answer<std::string> title;
+    };
+    const auto ask = [](cmn::bus::Batch& batch, const atspi::ObjectRef& window) {
+        return Window{batch.ask(atspi::StatesOf(window)), batch.ask(atspi::NameOf(window))};
+    };
+    cmn::bus::Batch ofMainWindow(session.connection, session.deadline());
+    const Window main = ask(ofMainWindow, mainWindow);
+    ofMainWindow.wait();
+    const atspi::States states = main.states.read().valueOr(atspi::States{} | atspi::State::defunct);
+    const bool isInFront = frontTitle.empty() || main.title.read().valueOr("") == frontTitle;
+    if (atspi::Has(states, atspi::State::active) && isInFront) {
         return false;
     }
     // Another program's window is active, or another one of this application.
     const auto windows =
-        AskAndWait(session->connection, atspi::ChildrenOf({busName_, atspi::kRootPath}), session->deadline());
-    if (!windows) {
+        AskAndWait(session.connection, atspi::ChildrenOf({busName_, atspi::kRootPath}), session.deadline());
+    if (!windows || atspi::Has(states, atspi::State::defunct) ||
+        atspi::Has(states, atspi::State::iconified) || windows->size() != known.size()) {
         return true;
     }
-    cmn::bus::Batch batch(session->connection, session->deadline());
-    std::vector<cmn::bus::Batch::Answer<atspi::States>> others;
+    cmn::bus::Batch ofOthers(session.connection, session.deadline());
+    std::vector<Window> others;
     for (const atspi::ObjectRef& window : *windows) {
-        const auto known = found.windows.find(window.path);
-        if (known == found.windows.end()) {
+        const auto found = known.find(window.path);
+        if (found == known.end()) {
             return true;
         }
-        if (known->second && window.path != found.window.path) {
-            others.push_back(batch.ask(atspi::StatesOf(window)));
+        if (found->second && window.path != mainWindow.path) {
+            others.push_back(ask(ofOthers, window));
         }
     }
-    batch.wait();
-    return windows->size() != found.windows.size() ||
-           std::any_of(others.begin(), others.end(), [](const auto& other) {
-               return atspi::Has(other.read().valueOr(0), atspi::State::active);
-           });
+    ofOthers.wait();
+    return std::any_of(others.begin(), others.end(), [&](const Window& other) {
+        return atspi::Has(other.states.read().valueOr(0), atspi::State::active) ||
+               (!isInFront && other.title.read().valueOr("") == frontTitle);
+    });
 }
 
 void ApplicationWatch::tellWindowChanged() {

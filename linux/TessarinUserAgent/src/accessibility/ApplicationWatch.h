@@ -34,13 +34,14 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
 
     // A look once a polling cycle, in two steps: reads the field's text, which any thread may begin and whose
     // end is told in the bus's thread; then examines when what is known of the windows does not hold any
-    // more, which waits as `examine` does.
-    void look(std::string frontTitle, std::function<void()> done);
-    void examineIfOutdated();
+    // more, which waits as `examine` does. The title is that of the application's front-most window on
+    // screen, empty when it is not known.
+    void look(std::function<void()> done);
+    void examineIfOutdated(const std::string& frontTitle);
 
     // Finds everything out anew and tells what has changed. Waits for the application; any thread but the
     // bus's and the main thread.
-    void examine();
+    void examine(const std::string& frontTitle = "");
 
     // Any thread. Its bus name, or the whole bus, is gone.
     bool isGone() const;
@@ -58,7 +59,7 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     void retry(bool isComplete, bool isActive);
     void follow(const WindowSearch::Found& found);
     void readRegularly(const std::weak_ptr<FieldWatch>& field);
-    bool isOutdated(const std::shared_ptr<Session>& session);
+    bool isOutdated(const Session& session, const std::string& frontTitle);
     void tellWindowChanged();
 
     const std::weak_ptr<Session> session_;

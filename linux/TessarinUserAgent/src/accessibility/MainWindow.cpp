@@ -1,5 +1,7 @@
 #include "accessibility/MainWindow.h"
 
+#include <tuple>
+
 namespace useragent {
 
 bool IsCandidate(const TopLevel& window) {
@@ -9,28 +11,18 @@ bool IsCandidate(const TopLevel& window) {
 
 std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows, const std::string& lastMain,
                                             const std::string& frontTitle) {
-    std::optional<std::size_t> first;
-    std::optional<std::size_t> front;
-    std::optional<std::size_t> last;
+    const auto rank = [&](const TopLevel& window) {
+        return std::tuple(atspi::Has(window.states, atspi::State::active),
+                          !atspi::Has(window.states, atspi::State::iconified),
+                          !frontTitle.empty() && window.title == frontTitle, window.path == lastMain);
+    };
+    std::optional<std::size_t> best;
     for (std::size_t i = 0; i < windows.size(); ++i) {
-        const TopLevel& window = windows[i];
-        if (!IsCandidate(window)) {
-            continue;
-        }
-        if (atspi::Has(window.states, atspi::State::active)) {
-            return i;
-        }
-        if (!first) {
-            first = i;
-        }
-        if (!front && window.title == frontTitle) {
-            front = i;
-        }
-        if (window.path == lastMain) {
-            last = i;
+        if (IsCandidate(windows[i]) && (!best || rank(windows[i]) > rank(windows[*best]))) {
+            best = i;
         }
     }
-    return last ? last : front ? front : first;
+    return best;
 }
 
 }  // namespace useragent

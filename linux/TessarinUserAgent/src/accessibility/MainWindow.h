@@ -23,8 +23,9 @@ struct TopLevel {
 // Whether it can be the main one. Frames without a title are menus and bubbles, and dialogs are no frames.
 bool IsCandidate(const TopLevel& window);
 
-// Which of the windows is the main one: the active candidate, else `lastMain`, else the one with the title
-// `frontTitle`, else the first. Nothing when there is no candidate.
+// Which of the windows is the main one. Of several that claim to be active, and when there is none, the one
+// that is in front on screen by its title `frontTitle`, which may be empty; then `lastMain`, then the first;
+// one that is minimised only when all are. Nothing when there is no candidate.
 std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows, const std::string& lastMain,
                                             const std::string& frontTitle);
 

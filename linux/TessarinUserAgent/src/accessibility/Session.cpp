@@ -78,20 +78,25 @@ void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline d
         watches->tellAll(&ApplicationWatch::refresh);
     }
     // All of them at once, so that one that hangs keeps the others from nothing.
-    std::vector<std::pair<std::shared_ptr<ApplicationWatch>, std::future<void>>> looks;
+    struct Look {
+        std::shared_ptr<ApplicationWatch> watch;
+        std::string frontTitle;
+        std::future<void> isDone;
+    };
+    std::vector<Look> looks;
     for (const WindowInfo& browser : browsers) {
         applications.notePresence(browser.ownerPid);
         if (auto one = watch(browser.ownerPid, deadline)) {
             auto isDone = std::make_shared<std::promise<void>>();
-            looks.emplace_back(one, isDone->get_future());
-            one->look(browser.title.value_or(""), [isDone] { isDone->set_value(); });
+            one->look([isDone] { isDone->set_value(); });
+            looks.push_back({std::move(one), browser.title.value_or(""), isDone->get_future()});
         }
     }
-    for (const auto& [one, isDone] : looks) {
-        isDone.wait_until(this->deadline() + kTimeToSpare);
+    for (const Look& look : looks) {
+        look.isDone.wait_until(this->deadline() + kTimeToSpare);
     }
-    for (const auto& [one, isDone] : looks) {
-        one->examineIfOutdated();
+    for (const Look& look : looks) {
+        look.watch->examineIfOutdated(look.frontTitle);
     }
 }
 
