@@ -39,6 +39,11 @@ TEST(MainWindow, OfSeveralThatClaimToBeActiveIsTheFrontMostOnScreen) {
     EXPECT_EQ(ChooseMainWindow({kActiveFrame, alsoActive}, "/8", ""), 1);
 }
 
+TEST(MainWindow, IsTheFrontMostAlsoWhenItsTitleOnScreenIsShorter) {
+    const TopLevel isPrivate{"/11", 23, kInactive, "page - Browser (Private)"};
+    EXPECT_EQ(ChooseMainWindow({kFirst, isPrivate}, "/1", "page - Browser"), 1);
+}
+
 TEST(MainWindow, OfTwoWithTheSameTitleIsTheLastOne) {
     const TopLevel twin{"/9", 23, kInactive, "first"};
     EXPECT_EQ(ChooseMainWindow({kFirst, twin}, "/9", "first"), 1);

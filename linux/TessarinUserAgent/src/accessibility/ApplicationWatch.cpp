@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "accessibility/AtspiQueries.h"
+#include "accessibility/MainWindow.h"
 
 namespace useragent {
 namespace {
@@ -364,7 +365,7 @@ bool ApplicationWatch::isOutdated(const Session& session, const std::string& fro
     const Window main = ask(ofMainWindow, mainWindow);
     ofMainWindow.wait();
     const atspi::States states = main.states.read().valueOr(atspi::States{} | atspi::State::defunct);
-    const bool isInFront = frontTitle.empty() || main.title.read().valueOr("") == frontTitle;
+    const bool isInFront = frontTitle.empty() || HasTitle(main.title.read().valueOr(""), frontTitle);
     if (atspi::Has(states, atspi::State::active) && isInFront) {
         return false;
     }
@@ -389,7 +390,7 @@ bool ApplicationWatch::isOutdated(const Session& session, const std::string& fro
     ofOthers.wait();
     return std::any_of(others.begin(), others.end(), [&](const Window& other) {
         return atspi::Has(other.states.read().valueOr(0), atspi::State::active) ||
-               (!isInFront && other.title.read().valueOr("") == frontTitle);
+               (!isInFront && HasTitle(other.title.read().valueOr(""), frontTitle));
     });
 }
 

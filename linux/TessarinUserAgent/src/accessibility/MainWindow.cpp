@@ -9,12 +9,16 @@ bool IsCandidate(const TopLevel& window) {
            !atspi::Has(window.states, atspi::State::defunct);
 }
 
+bool HasTitle(const std::string& title, const std::string& onScreen) {
+    return !onScreen.empty() && title.starts_with(onScreen);
+}
+
 std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows, const std::string& lastMain,
                                             const std::string& frontTitle) {
     const auto rank = [&](const TopLevel& window) {
         return std::tuple(atspi::Has(window.states, atspi::State::active),
                           !atspi::Has(window.states, atspi::State::iconified),
-                          !frontTitle.empty() && window.title == frontTitle, window.path == lastMain);
+                          HasTitle(window.title, frontTitle), window.path == lastMain);
     };
     std::optional<std::size_t> best;
     for (std::size_t i = 0; i < windows.size(); ++i) {

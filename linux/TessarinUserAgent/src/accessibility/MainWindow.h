@@ -23,6 +23,9 @@ struct TopLevel {
 // Whether it can be the main one. Frames without a title are menus and bubbles, and dialogs are no frames.
 bool IsCandidate(const TopLevel& window);
 
+// Whether a window of that title may be the one with that title on screen, which some browsers leave shorter.
+bool HasTitle(const std::string& title, const std::string& onScreen);
+
 // Which of the windows is the main one. Of several that claim to be active, and when there is none, the one
 // that is in front on screen by its title `frontTitle`, which may be empty; then `lastMain`, then the first;
 // one that is minimised only when all are. Nothing when there is no candidate.
