@@ -28,11 +28,13 @@ document.addEventListener('keydown', e => {{
     if (!e.ctrlKey && !e.altKey && !e.metaKey && keys[e.key]) {{ e.preventDefault(); keys[e.key]() }}
 }})
 document.addEventListener('fullscreenchange', () => tell('full', document.fullscreenElement ? 'on' : 'off'))
-addEventListener('focus', () => tell('focus', 'on'))
+const tellBars = () => tell('bars', menubar.visible ? 'on' : 'off')
+addEventListener('focus', () => {{ tell('focus', 'on'); tellBars() }})
 addEventListener('blur', () => tell('focus', 'off'))
 addEventListener('resize', () => tell('size', size()))
 addEventListener('beforeprint', () => tell('print', 'on'))
-tell('bars', menubar.visible ? 'on' : 'off'); tell('size', size()); tell('focus', document.hasFocus() ? 'on' : 'off')
+// A pop-up that was restored has its bars taken away after the page came.
+tellBars(); setTimeout(tellBars, 1000); tell('size', size()); tell('focus', document.hasFocus() ? 'on' : 'off')
 </script></html>
 """
 
