@@ -90,10 +90,11 @@ class Sampler:
 
     def take(self, steps: int) -> Sample:
         assert self._agent.process is not None and self._agent.process.poll() is None, "the agent has ended"
-        process = Path(f"/proc/{self._agent.process.pid}")
-        dirty = next(line for line in (process / "smaps_rollup").read_text().splitlines() if line.startswith("Private_Dirty"))
-        values = {"private dirty KiB": float(dirty.split()[1]), "descriptors": float(len(os.listdir(process / "fd"))),
-                  "threads": float(len(os.listdir(process / "task"))), "registrations": float(self._registrations.of(self._agent.process.pid))}
+        pid = self._agent.process.pid
+        rollup = Path(f"/proc/{pid}/smaps_rollup").read_text()
+        dirty = next(line for line in rollup.splitlines() if line.startswith("Private_Dirty"))
+        values = {"private dirty KiB": float(dirty.split()[1]), "descriptors": float(len(os.listdir(f"/proc/{pid}/fd"))),
+                  "threads": float(len(os.listdir(f"/proc/{pid}/task"))), "registrations": float(self._registrations.of(pid))}
         self._measure_log()
         self.samples.append(Sample(time.monotonic(), values, self._log_bytes, steps))
         return self.samples[-1]
