@@ -69,7 +69,7 @@ def soak(options: argparse.Namespace, seed: int) -> bool:
                     only(walk, walks)
                     run.turn_end = len(walk.steps) + _TURN_STEPS
                     take_steps(walk, desktop, lambda walk=walk: run.go_on(walk), lambda _: None, PROJECT / "build/truth", False)
-        except (CannotJudge, TimedOut) as error:
+        except (CannotJudge, TimedOut, RuntimeError) as error:
             problem = f"the walk ended early: {error}"
         sampler.close()
     for browser, walk in zip(browsers, walks):

@@ -61,7 +61,7 @@ def walk_once(options: argparse.Namespace, build: Path, browser: str, seed: int)
         try:
             begin([walk])
             take_steps(walk, desktop, going_on, say, PROJECT / "build/truth", not options.quiet)
-        except (CannotJudge, TimedOut) as error:
+        except (CannotJudge, TimedOut, RuntimeError) as error:
             problem = f"the walk ended early: {error}"
     print(summary(walk.steps, browser, seed))
     judged = [step for step in walk.steps if step.carried_out]

@@ -89,7 +89,8 @@ class Sampler:
         self._registrations.close()
 
     def take(self, steps: int) -> Sample:
-        assert self._agent.process is not None and self._agent.process.poll() is None, "the agent has ended"
+        if self._agent.process is None or self._agent.process.poll() is not None:
+            raise RuntimeError("the agent has ended")
         pid = self._agent.process.pid
         rollup = Path(f"/proc/{pid}/smaps_rollup").read_text()
         dirty = next(line for line in rollup.splitlines() if line.startswith("Private_Dirty"))

@@ -114,6 +114,9 @@ class Walk:
                               f"for {self.observer.scene.accepted}, its log:\n" + "\n".join(self._log.lines()[-30:]))
 
     def step(self) -> Step:
+        """RuntimeError when the agent has ended, CannotJudge when the walk needs a new browser."""
+        if self._agent.process is None or self._agent.process.poll() is not None:
+            raise RuntimeError("the agent has ended, its log:\n" + "\n".join(self._log.lines()[-30:]))
         scene = self._settled()
         self._check_still_right(scene)
         self._log.lines()
