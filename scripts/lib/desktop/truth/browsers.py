@@ -147,7 +147,8 @@ class JudgedFirefox(JudgedBrowser, Firefox):
             self._last[shown.tab] = view["field"]
             return shown
         # The field is not to be seen: what it showed last and the page's address are both right.
-        return replace(shown, accepted=tuple(dict.fromkeys((view["field"], view["page"], self._last.get(shown.tab, "")))))
+        right = (view["field"], view["page"], self._last.get(shown.tab, view["page"]))
+        return replace(shown, accepted=tuple(dict.fromkeys(right)))
 
     def can_go(self, shown: Shown, forward: bool) -> bool:
         assert self._marionette is not None
