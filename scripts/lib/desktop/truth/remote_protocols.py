@@ -36,7 +36,8 @@ class Marionette:
         self._call("Marionette:SetContext", {"value": "chrome"})
 
     def close(self) -> None:
-        self._socket.close()
+        with self._lock:
+            self._socket.close()
 
     def run(self, script: str, *arguments: Any) -> Any:
         """What a script running with the browser's own rights returns."""
@@ -111,8 +112,10 @@ class DevToolsPipe:
 
     def close(self) -> None:
         """The browser ends when its pipe is closed."""
-        for end in (self._write_end, self._read_end):
-            os.close(end)
+        with self._lock:
+            for end in (self._write_end, self._read_end):
+                os.close(end)
+            self._write_end = self._read_end = -1
 
     def call(self, method: str, session: Optional[str] = None, **parameters: Any) -> dict:
         with self._lock:

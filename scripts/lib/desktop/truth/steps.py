@@ -378,5 +378,8 @@ def _crash(hands: Hands, scene: Scene) -> bool:
 def _restored_after_crash(hands: Hands, scene: Scene) -> bool:
     first = hands.browsers[0]
     first.launch(None)
-    return hands.wait(lambda now: now.browser is first and now.shown is not None and now.front is not None
+    done = hands.wait(lambda now: now.browser is first and now.shown is not None and now.front is not None
                       and now.front.active, _START_SECONDS)
+    # What was open comes a little after the window; nothing comes when nothing had been saved yet.
+    hands.wait(lambda now: hands.page(now) not in ("", "about:blank", "chrome://newtab/"), _EFFECT_SECONDS)
+    return done

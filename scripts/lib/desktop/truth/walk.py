@@ -6,12 +6,14 @@ from dataclasses import dataclass, field
 from typing import Optional, Sequence
 
 from ..agent import Agent
+from ..processes import TimedOut
 from ..session import Desktop
 from .browsers import BROWSERS, JudgedBrowser
 from .daemon import Daemon, Report
 from .hands import Hands
 from .observer import Observer, Scene
 from .pages import WalkPages
+from .remote_protocols import RemoteError
 from .seat import Seat
 from .steps import KINDS, Kind, situation
 
@@ -125,7 +127,10 @@ class Walk:
         step.inherited = bool(self.steps and self.steps[-1].fault)
         self.steps.append(step)
         began = time.monotonic()
-        carried_out = kind.do(self.hands, scene)
+        try:
+            carried_out = kind.do(self.hands, scene)
+        except (RemoteError, TimedOut) as error:
+            raise CannotJudge(f"step {step} failed: {error}") from error
         self._judge(step, began)
         step.carried_out = carried_out  # not before it was judged
         return step
