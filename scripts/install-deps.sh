@@ -11,7 +11,7 @@ declare -A packages=(
     [test]="libgtest-dev libgmock-dev desktop-file-utils"
     [demo]="python3 procps bubblewrap xdg-dbus-proxy dbus dbus-daemon at-spi2-core xvfb openbox xdotool x11-utils imagemagick fonts-dejavu-core
             xfce4-panel xfconf xdg-utils qt6-wayland
-            fonts-noto-color-emoji trayer firefox-esr chromium"
+            fonts-noto-color-emoji trayer firefox-esr chromium sway foot grim"
     [lint]="clang-format clang-tidy shellcheck python3"
     [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev"
     [fuzz]="clang libclang-rt-dev"

@@ -10,6 +10,8 @@
 #   --kinds, --without
 #                     only, or all but, these kinds of steps; a wrong name prints them all
 #   --build FOLDER    the agent of that build folder; builds and installs nothing
+#   --session NAME    x11, or wayland: no X server; the steps that its compositor cannot do are left out. Root walks there as
+#                     the user "nobody"
 #   --stop-after N    no more steps after so many faults
 #   --quiet           faults only
 set -euo pipefail

@@ -8,12 +8,12 @@ import time
 sys.dont_write_bytecode = True
 
 from desktop.processes import Interrupted, TimedOut, raise_on_signals  # noqa: E402
-from desktop.session import PROJECT, find_build  # noqa: E402
+from desktop.session import find_build  # noqa: E402
 from desktop.truth.growth import Sampler, samples_table, what_grows  # noqa: E402
 from desktop.truth.report import summary  # noqa: E402
 from desktop.truth.stage import begin, only, take_steps, walking  # noqa: E402
 from desktop.truth.walk import CannotJudge, Walk  # noqa: E402
-from truth import add_walk_options, say  # noqa: E402
+from truth import PICTURES, add_walk_options, become_user_of, say  # noqa: E402
 
 _TURN_STEPS = 10
 
@@ -68,8 +68,13 @@ def soak(options: argparse.Namespace, seed: int) -> bool:
                 for walk in walks:
                     only(walk, walks)
                     run.turn_end = len(walk.steps) + _TURN_STEPS
+<<<<<<< HEAD
+                    take_steps(walk, desktop, lambda walk=walk: run.go_on(walk), lambda _: None, PICTURES, False)
+        except (CannotJudge, TimedOut) as error:
+=======
                     take_steps(walk, desktop, lambda walk=walk: run.go_on(walk), lambda _: None, PROJECT / "build/truth", False)
         except (CannotJudge, TimedOut, RuntimeError) as error:
+>>>>>>> h-truth
             problem = f"the walk ended early: {error}"
         sampler.close()
     for browser, walk in zip(browsers, walks):
@@ -85,6 +90,7 @@ def soak(options: argparse.Namespace, seed: int) -> bool:
 
 def main() -> None:
     options = arguments()
+    become_user_of(options.session)
     raise_on_signals()
     try:
         good = soak(options, secrets.randbelow(1_000_000) if options.seed is None else options.seed)

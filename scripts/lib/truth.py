@@ -8,13 +8,15 @@ from pathlib import Path
 
 sys.dont_write_bytecode = True
 
-from desktop.processes import Interrupted, TimedOut, raise_on_signals  # noqa: E402
+from desktop.processes import Interrupted, TimedOut, give_up_root, raise_on_signals  # noqa: E402
 from desktop.session import PROJECT, find_build  # noqa: E402
 from desktop.truth.browsers import BROWSERS  # noqa: E402
 from desktop.truth.report import summary  # noqa: E402
-from desktop.truth.stage import SESSIONS, begin, take_steps, walking  # noqa: E402
+from desktop.truth.stage import SESSIONS, SESSIONS_OF_ORDINARY_USERS, begin, take_steps, walking  # noqa: E402
 from desktop.truth.steps import KINDS  # noqa: E402
 from desktop.truth.walk import CannotJudge  # noqa: E402
+
+PICTURES = PROJECT / "build/truth"
 
 
 def say(text: str) -> None:
@@ -38,6 +40,12 @@ def add_walk_options(parser: argparse.ArgumentParser) -> None:
     parser.add_argument("--session", choices=sorted(SESSIONS), default="x11")
 
 
+def become_user_of(session: str) -> None:
+    """As root the program starts anew as an ordinary user where the session is none for root."""
+    if session in SESSIONS_OF_ORDINARY_USERS:
+        give_up_root(results=PICTURES)
+
+
 def arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="truth.sh", description=__doc__)
     add_walk_options(parser)
@@ -50,7 +58,7 @@ def arguments() -> argparse.Namespace:
 def walk_once(options: argparse.Namespace, build: Path, browser: str, seed: int) -> bool:
     """Whether every step was right."""
     kinds = [name for name in options.kinds if name not in options.without]
-    say(f"truth: {options.steps} steps in {browser}, seed {seed}, agent of {build}")
+    say(f"truth: {options.steps} steps in {browser}, seed {seed}, {options.session}, agent of {build}")
     began = time.monotonic()
     with walking(build, options.session, [browser], seed, kinds, "Debug") as ([walk], _, desktop):
         def going_on() -> bool:
@@ -60,7 +68,7 @@ def walk_once(options: argparse.Namespace, build: Path, browser: str, seed: int)
         problem = ""
         try:
             begin([walk])
-            take_steps(walk, desktop, going_on, say, PROJECT / "build/truth", not options.quiet)
+            take_steps(walk, desktop, going_on, say, PICTURES, not options.quiet)
         except (CannotJudge, TimedOut, RuntimeError) as error:
             problem = f"the walk ended early: {error}"
     print(summary(walk.steps, browser, seed))
@@ -77,6 +85,7 @@ def walk_once(options: argparse.Namespace, build: Path, browser: str, seed: int)
 
 def main() -> None:
     options = arguments()
+    become_user_of(options.session)
     raise_on_signals()
     seed = secrets.randbelow(1_000_000) if options.seed is None else options.seed
     try:

@@ -14,7 +14,7 @@ sys.path.insert(0, str(PROJECT / "scripts/lib"))
 from desktop.agent import Agent, Event, ServiceHost, plain  # noqa: E402
 from desktop.browsers import Browser, Chromium, Firefox  # noqa: E402
 from desktop.pages import PageServer  # noqa: E402
-from desktop.processes import Interrupted, raise_on_signals, wait_for  # noqa: E402
+from desktop.processes import Interrupted, give_up_root, raise_on_signals, wait_for  # noqa: E402
 from desktop.session import Desktop, find_build  # noqa: E402
 
 __all__ = ["Agent", "Browser", "Chromium", "DesktopTest", "Event", "Firefox", "ServiceHost", "main", "plain", "wait_for"]
@@ -22,6 +22,7 @@ __all__ = ["Agent", "Browser", "Chromium", "DesktopTest", "Event", "Firefox", "S
 # The agent looks for browsers every 5 s and reconnects to its daemon after 3 s; on top comes a slow machine.
 FOUND_SECONDS = 45
 REPORT_SECONDS = 30
+_FAILURES = "desktop-failures"
 
 
 class _Stage:
@@ -124,8 +125,7 @@ class _Result(unittest.TextTestResult):
         self.stream.writeln("\n" + "".join(traceback.format_exception(*err)[-4:]))
         if _stage is None:
             return
-        folder = _stage.build / "desktop-failures"
-        shot = folder / f"{test.id().rpartition('.')[2]}.png"
+        shot = _stage.build / _FAILURES / f"{test.id().rpartition('.')[2]}.png"
         try:
             _stage.desktop.screenshot(shot)
             self.stream.writeln(f"\nScreenshot: {shot}")
@@ -144,13 +144,17 @@ class _Result(unittest.TextTestResult):
             self.stream.writeln(f"    {line}")
 
 
-def main(limit_seconds: int = 280, prepare: Optional[Callable[[Desktop], None]] = None) -> None:
+def main(limit_seconds: int = 280, prepare: Optional[Callable[[Desktop], None]] = None,
+         session: type[Desktop] = Desktop) -> None:
     """Runs the calling program's cases on a stage of their own and exits. `limit_seconds` is below CTest's limit."""
     global _stage
+    build = find_build(os.environ.get("TESSARIN_BUILD"))
+    if not session.for_root:
+        give_up_root(results=build / _FAILURES)
     raise_on_signals(limit_seconds)
     try:
-        with Desktop(screen="1280x900x24") as desktop, PageServer() as pages:
-            _stage = _Stage(find_build(os.environ.get("TESSARIN_BUILD")), desktop, pages)
+        with session() as desktop, PageServer() as pages:
+            _stage = _Stage(build, desktop, pages)
             if prepare:
                 prepare(desktop)
             program = unittest.main(exit=False, verbosity=2,

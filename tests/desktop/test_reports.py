@@ -1,10 +1,14 @@
 """What the user does in a real browser's address field arrives at the daemon."""
 
+from collections import Counter
+
 from stage import Browser, DesktopTest, main
 
+from desktop.looks import Monitor, Program
 
-class _Reports:
-    """The cases, the same for every browser."""
+
+class Reports:
+    """The cases, the same for every browser and every kind of session."""
 
     def browser(self) -> Browser:
         raise NotImplementedError
@@ -77,6 +81,10 @@ class _Reports:
         self.go(self.b, "start.html")
         self.assertFalse([url for url in self.host.urls(self.b.name, mark) if "needle" in url])
 
+
+class _ReportsOnX11(Reports):
+    """Also of windows that the window manager hides, which Wayland's programs are not told."""
+
     def test_minimised_window_counts_as_closed_until_it_is_back(self) -> None:
         self.go(self.b, "report.html")
         mark = self.agent.mark()
@@ -91,7 +99,7 @@ class _Reports:
         raise NotImplementedError
 
 
-class InChromium(_Reports, DesktopTest):
+class InChromium(_ReportsOnX11, DesktopTest):
     def browser(self) -> Browser:
         return self.stage.chromium
 
@@ -104,7 +112,7 @@ class InChromium(_Reports, DesktopTest):
             self.expect_answer(self.b, page)
 
 
-class InFirefox(_Reports, DesktopTest):
+class InFirefox(_ReportsOnX11, DesktopTest):
     def browser(self) -> Browser:
         return self.stage.firefox
 
@@ -121,6 +129,27 @@ class InFirefox(_Reports, DesktopTest):
         mark = self.agent.mark()
         self.assertEqual(self.host.ask_url(self.b.name), "")
         self.assertNotIn("getUrl", self.agent.log(mark))
+
+
+class Looks:
+    """What the agent's look every five seconds costs the session, the same for every kind of session."""
+
+    def test_a_look_asks_the_browsers_only_and_them_little(self) -> None:
+        for browser in (self.stage.firefox, self.stage.chromium):
+            self.need_browser(browser)
+            self.go(browser, "report.html")
+        programs = [Program(self.desktop, f"Editor {number}") for number in range(15)]
+        self.addCleanup(lambda: [program.close() for program in programs])
+        monitor = Monitor(self.desktop)
+        self.addCleanup(monitor.close)
+        for look in monitor.looks(self.agent.process.pid, 2, 60):
+            asked = Counter((call.destination, call.member) for call in look)
+            self.assertEqual([call for call in look if call.destination in {one.bus_name for one in programs}], [], asked)
+            self.assertLessEqual(len(look), 6, asked)
+
+
+class LooksOnX11(Looks, DesktopTest):
+    pass
 
 
 if __name__ == "__main__":

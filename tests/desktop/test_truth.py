@@ -12,19 +12,26 @@ from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[2]
 _SEED = 1
-_STEPS = 60
+_STEPS = {"x11": 60, "wayland": 20}
 # Enough to see what is wrong; each costs six seconds.
 _STOP_AFTER = 8
-_LIMIT_SECONDS = 560
+_LIMIT_SECONDS = {"x11": 560, "wayland": 240}
 
 
 class TruthWalk(unittest.TestCase):
     def test_agent_is_never_wrong_for_longer_than_one_look_whatever_the_user_does(self) -> None:
+        self.walk("x11")
+
+    def test_nor_is_it_without_an_x_server(self) -> None:
+        self.walk("wayland")
+
+    def walk(self, session: str) -> None:
         outputs: dict[str, str] = {}
         codes: dict[str, int] = {}
         walks = {browser: subprocess.Popen(
-            [sys.executable, PROJECT / "scripts/lib/truth.py", "--browser", browser, "--seed", str(_SEED), "--steps", str(_STEPS),
-             "--stop-after", str(_STOP_AFTER), "--build", os.environ.get("TESSARIN_BUILD", PROJECT / "build/release")],
+            [sys.executable, PROJECT / "scripts/lib/truth.py", "--session", session, "--browser", browser,
+             "--seed", str(_SEED), "--steps", str(_STEPS[session]), "--stop-after", str(_STOP_AFTER),
+             "--build", os.environ.get("TESSARIN_BUILD", PROJECT / "build/release")],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
             for browser in ("firefox", "chromium")}
 
@@ -34,7 +41,7 @@ class TruthWalk(unittest.TestCase):
 
         threads = [threading.Thread(target=wait, args=(browser,)) for browser in walks]
         # Ends in order, with its desktop, when this program is stopped at its limit.
-        stop = threading.Timer(_LIMIT_SECONDS, lambda: [walk.terminate() for walk in walks.values()])
+        stop = threading.Timer(_LIMIT_SECONDS[session], lambda: [walk.terminate() for walk in walks.values()])
         stop.start()
         try:
             for thread in threads:

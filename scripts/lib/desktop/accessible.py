@@ -5,11 +5,11 @@ from typing import Iterator
 from .bus import Bus, BusError
 from .session import Desktop
 
-_ACCESSIBLE = "org.a11y.atspi.Accessible"
+ACCESSIBLE = "org.a11y.atspi.Accessible"
 _TEXT = "org.a11y.atspi.Text"
-_ROOT = "/org/a11y/atspi/accessible/root"
+ROOT = "/org/a11y/atspi/accessible/root"
 
-STATES = {"checked": 4, "enabled": 8}
+STATES = {"checked": 4, "enabled": 8, "showing": 25}
 
 
 class Node:
@@ -22,7 +22,7 @@ class Node:
 
     @property
     def name(self) -> str:
-        return str(self._bus.get_property(self._application, self.path, _ACCESSIBLE, "Name"))
+        return str(self._bus.get_property(self._application, self.path, ACCESSIBLE, "Name"))
 
     @property
     def role(self) -> str:
@@ -50,22 +50,26 @@ class Node:
             yield from child.below()
 
     def _call(self, member: str) -> list:
-        return self._bus.call(self._application, self.path, _ACCESSIBLE, member)
+        return self._bus.call(self._application, self.path, ACCESSIBLE, member)
+
+
+def accessibility_address(desktop: Desktop) -> str:
+    """Of the bus on which programs show themselves."""
+    return str(desktop.session_bus.call("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress")[0])
 
 
 class AccessibleDesktop:
     """All applications that show themselves to screen readers. Closed by close()."""
 
     def __init__(self, desktop: Desktop) -> None:
-        address = desktop.session_bus.call("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress")[0]
-        self._bus = Bus(str(address))
+        self._bus = Bus(accessibility_address(desktop))
 
     def close(self) -> None:
         self._bus.close()
 
     def windows(self, application: str, title: str) -> list[Node]:
         """The frames of that title."""
-        root = Node(self._bus, "org.a11y.atspi.Registry", _ROOT)
+        root = Node(self._bus, "org.a11y.atspi.Registry", ROOT)
         found = []
         for node in root.children():
             try:

@@ -39,7 +39,7 @@ class Browser:
 
     def start(self, address: str = "about:blank", *, wait: bool = True) -> None:
         """Shows one window with `address`, ready for the keyboard on return (not when `wait` is False)."""
-        env = dict(self.desktop.env, MOZ_ENABLE_WAYLAND="0", MOZ_CRASHREPORTER_DISABLE="1")
+        env = dict(self.desktop.env, MOZ_CRASHREPORTER_DISABLE="1")
         if not re.match(r"\w+:(//|blank)", address):
             address = "http://" + address
         self.process = self.desktop.processes.start(self.log_name, [*self.command(), address], env)
@@ -81,7 +81,7 @@ class Browser:
 
         def made_active() -> bool:
             if not active():
-                self.desktop.xdotool("windowactivate", target)
+                self.desktop.activate_window(target)
             return active()
 
         if not active():
@@ -92,12 +92,12 @@ class Browser:
 
     def minimise(self) -> None:
         for window in self.windows():
-            self.desktop.xdotool("windowminimize", window)
+            self.desktop.minimise_window(window)
         wait_for(lambda: not self.windows(), _STEP_SECONDS, f"{self.name} minimised")
 
     def restore(self) -> None:
         for window in self.desktop.minimised_windows(self.pid):
-            self.desktop.xdotool("windowactivate", window)
+            self.desktop.activate_window(window)
         wait_for(self.windows, _STEP_SECONDS, f"{self.name} restored")
 
     def title(self) -> str:
@@ -112,10 +112,10 @@ class Browser:
 
     def press(self, *keys: str) -> None:
         self.pressed_at = time.monotonic()
-        self.desktop.xdotool("key", "--clearmodifiers", "--delay", "30", *keys)
+        self.desktop.press(*keys)
 
     def type(self, text: str) -> None:
-        self.desktop.xdotool("type", "--delay", "15", text)
+        self.desktop.type(text)
 
     def focus_address_field(self) -> None:
         self.press("ctrl+l")
@@ -201,7 +201,7 @@ class Chromium(Browser):
                  "--disable-sync", "--disable-quic", "--disable-default-apps", "--disable-breakpad",
                  "--disable-search-engine-choice-screen", "--disable-session-crashed-bubble",
                  "--hide-crash-restore-bubble", "--noerrdialogs", "--allow-pre-commit-input",
-                 "--password-store=basic", "--ozone-platform=x11",
+                 "--password-store=basic", f"--ozone-platform={self.desktop.platform}",
                  "--disable-features=Translate,MediaRouter,OptimizationHints", f"--user-data-dir={self.profile}"]
         if self.accessibility:
             flags.append("--force-renderer-accessibility=basic")

@@ -2,8 +2,10 @@
 
 import ctypes
 import os
+import shutil
 import signal
 import subprocess
+import sys
 import time
 from pathlib import Path
 from typing import Callable, Mapping, Optional, Sequence, TypeVar
@@ -74,6 +76,21 @@ def _stat(pid: int) -> Optional[tuple[int, str]]:
     # The name stands in brackets and may itself contain blanks and brackets.
     state, parent = text[text.rindex(")") + 2:].split()[:2]
     return int(parent), state
+
+
+def give_up_root(results: Path) -> None:
+    """As root, this program starts anew as the ordinary user "nobody", who may write to the folder `results`.
+
+    Called before anything else is done; for others it does nothing.
+    """
+    if os.geteuid() != 0:
+        return
+    results.mkdir(parents=True, exist_ok=True)
+    shutil.chown(results, "nobody", "nogroup")
+    # What else there is would lead it to root's folders.
+    env = {key: value for key, value in os.environ.items() if key != "HOME" and not key.startswith("XDG_")}
+    os.execvpe("setpriv", ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", "--inh-caps=-all",
+                           sys.executable, *sys.argv], env)
 
 
 def descendants(root: int) -> list[int]:

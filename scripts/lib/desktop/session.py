@@ -59,6 +59,9 @@ class Desktop:
     folder are private in either case.
     """
 
+    platform = "x11"  # as browsers call it
+    for_root = True  # whether root may have one
+
     def __init__(self, *, own_display: bool = True, screen: str = "1280x900x24") -> None:
         self._own_display = own_display
         self._screen = screen
@@ -147,6 +150,20 @@ class Desktop:
     def window_title(self, window: str) -> str:
         return self._property(window, "_NET_WM_NAME").strip('"')
 
+    def activate_window(self, window: str) -> None:
+        """Asks for it to be brought to the front, also from being minimised."""
+        self.xdotool("windowactivate", window)
+
+    def minimise_window(self, window: str) -> None:
+        self.xdotool("windowminimize", window)
+
+    def press(self, *keys: str) -> None:
+        """Keys in the words of xdotool, like "ctrl+shift+w"; they go to the window that has the focus."""
+        self.xdotool("key", "--clearmodifiers", "--delay", "30", *keys)
+
+    def type(self, text: str) -> None:
+        self.xdotool("type", "--delay", "15", text)
+
     def screenshot(self, path: Path) -> None:
         """The whole display as a PNG."""
         path.parent.mkdir(parents=True, exist_ok=True)
@@ -184,6 +201,7 @@ class Desktop:
             "LANG": "C.UTF-8",
             "GDK_BACKEND": "x11",
             "QT_QPA_PLATFORM": "xcb",
+            "MOZ_ENABLE_WAYLAND": "0",
             "GSETTINGS_BACKEND": "memory",
         })
 
@@ -271,7 +289,7 @@ class Desktop:
     def _start_accessibility(self) -> None:
         env = dict(self.env)
         # With a display it would publish its address there, over the one of the user's own session.
-        del env["DISPLAY"]
+        env.pop("DISPLAY", None)
         self.processes.start("at-spi", ["/usr/libexec/at-spi-bus-launcher"], env, infrastructure=True)
         wait_for(lambda: self.session_bus.owner("org.a11y.Bus"), 20, "accessibility bus")
         (address,) = self.session_bus.call(*_A11Y, "org.a11y.Bus", "GetAddress")

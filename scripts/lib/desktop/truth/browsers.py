@@ -124,6 +124,8 @@ class JudgedFirefox(JudgedBrowser, Firefox):
             return None
         try:
             views = self._marionette.run(_FIREFOX_VIEW)
+            if views is None:  # so ends a script during which an alert comes up
+                raise RemoteError("unexpected alert open")
         except RemoteError as error:
             # Nothing is told while an alert is up, nor does anything change in its window.
             seen, shown = self._seen

@@ -6,10 +6,12 @@ from typing import Callable, Iterator, Sequence
 
 from ..agent import Agent
 from ..session import Desktop
+from ..wayland import WaylandDesktop
 from .daemon import Daemon
 from .report import fault_text
 from .seat import Seat, X11Seat
 from .walk import CannotJudge, Walk
+from .wayland_seat import WaylandSeat
 
 
 @contextmanager
@@ -18,8 +20,17 @@ def x11_session() -> Iterator[tuple[Desktop, Seat]]:
         yield desktop, X11Seat(desktop)
 
 
+@contextmanager
+def wayland_session() -> Iterator[tuple[Desktop, Seat]]:
+    with WaylandDesktop() as desktop:
+        assert isinstance(desktop, WaylandDesktop)
+        yield desktop, WaylandSeat(desktop)
+
+
 # By the name of the kind of session. Each gives a running desktop and what a user has in front of it.
-SESSIONS = {"x11": x11_session}
+SESSIONS = {"x11": x11_session, "wayland": wayland_session}
+# Not for root: see give_up_root().
+SESSIONS_OF_ORDINARY_USERS = {"wayland"}
 
 
 @contextmanager
