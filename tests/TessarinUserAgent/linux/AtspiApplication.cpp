@@ -17,6 +17,8 @@ constexpr std::uint32_t kToolBar = 63;
 constexpr std::uint32_t kApplication = 75;
 constexpr std::uint32_t kEntry = 79;
 
+constexpr int kAny = 2;  // how the items of a condition are combined
+
 QString Text(const std::string& text) {
     return QString::fromStdString(text);
 }
@@ -40,7 +42,8 @@ QVariant Children(const std::string& ownName, const std::vector<std::string>& ch
 // The states and roles that a match rule asks for; the tests use none of its other conditions.
 struct Rule {
     std::uint64_t states = 0;
-    std::set<std::uint32_t> roles;  // none means any
+    std::set<std::uint32_t> roles;  // none: they do not matter
+    bool anyRole = false;           // else an object has to have all of them, and none ever does
 };
 
 Rule RuleOf(const QDBusMessage& call) {
@@ -50,9 +53,10 @@ Rule RuleOf(const QDBusMessage& call) {
     AtspiAttributes attributes;
     int combination = 0;
     argument.beginStructure();
-    argument >> states >> combination >> attributes >> combination >> roles;
+    argument >> states >> combination >> attributes >> combination >> roles >> combination;
     argument.endStructure();
     Rule rule;
+    rule.anyRole = combination == kAny;
     for (int i = 0; i < states.size() && i < 2; ++i) {
         rule.states |= std::uint64_t{static_cast<std::uint32_t>(states[i])}
                        << (32U * static_cast<unsigned>(i));
@@ -267,7 +271,7 @@ QDBusMessage AtspiApplication::matches(const QDBusMessage& call, const AtspiNode
         }
         const AtspiNode& child = known->second;
         if ((child.states & rule.states) == rule.states &&
-            (rule.roles.empty() || rule.roles.contains(child.role)) &&
+            (rule.roles.empty() || (rule.anyRole && rule.roles.contains(child.role))) &&
             (found.size() < limit || !heedsLimit_)) {
             found.push_back(path);
         }

@@ -27,13 +27,14 @@ ObjectRef RootOf(const std::string& busName) {
 // attributes and interfaces.
 atspi::Query<atspi::Objects> FramesWith(const std::string& busName, atspi::States states) {
     constexpr std::int32_t kAll = 1;
+    constexpr std::int32_t kAny = 2;  // of the roles: nothing has all of several, not even of one
     constexpr std::uint32_t kOrderOfTheTree = 1;
     constexpr bool kDescend = false;
     std::vector<std::int32_t> roles(4);
     roles.at(atspi::kRoleFrame / 32) = std::int32_t{1} << (atspi::kRoleFrame % 32);
     const auto rule = std::tuple(std::vector{static_cast<std::int32_t>(states & 0xFFFFFFFFU),
                                              static_cast<std::int32_t>(states >> 32U)},
-                                 kAll, std::map<std::string, std::string>(), kAll, roles, kAll,
+                                 kAll, std::map<std::string, std::string>(), kAll, roles, kAny,
                                  std::vector<std::string>(), kAll, false);
     auto query = atspi::ShowingChildrenOf(RootOf(busName));
     query.write = [=](cmn::bus::Message& call) {
