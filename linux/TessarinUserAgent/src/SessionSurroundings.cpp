@@ -34,12 +34,16 @@ constexpr std::chrono::milliseconds kPauseBetweenQuestions{10};
 // display on trial. The others are for programs of the same user that start meanwhile.
 constexpr std::size_t kToolkitThreads = 3 + 2;
 
-bool X11Answers(const GoOn& goOn) {
+bool X11IsNamed() {
     const char* const display = std::getenv("DISPLAY");
-    if (display == nullptr || *display == '\0') {
+    return display != nullptr && *display != '\0';
+}
+
+bool X11Answers(const GoOn& goOn) {
+    if (!X11IsNamed()) {
         return false;
     }
-    XcbConnection::Connector connector(display);
+    XcbConnection::Connector connector(std::getenv("DISPLAY"));
     const Deadline deadline = Clock::now() + kDeadline;
     while (!connector.awaitServer(std::min(deadline, Clock::now() + kPauseBetweenQuestions))) {
         if (Clock::now() >= deadline || !goOn()) {
@@ -119,8 +123,10 @@ bool SessionBusAnswers(const std::string& address, const GoOn& goOn) {
 }
 
 Displays DisplaysThatAnswer(const GoOn& goOn) {
-    const bool wayland = WaylandAnswers(goOn);
-    return {X11Answers(goOn), wayland};
+    if (WaylandAnswers(goOn)) {
+        return {.x11 = X11IsNamed(), .wayland = true};
+    }
+    return {.x11 = X11Answers(goOn), .wayland = false};
 }
 
 void RequireToolkitThreads() {

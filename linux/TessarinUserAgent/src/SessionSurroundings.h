@@ -15,7 +15,8 @@ using GoOn = std::function<bool()>;
 bool SessionBusAnswers(const std::string& address, const GoOn& goOn);
 
 // The displays that the environment names and that answer: the toolkit ends a program that one of them turns
-// away, and waits without end for one that says nothing.
+// away, and waits without end for one that says nothing. Under Wayland an X server is not asked: the first
+// who asks makes the session start it.
 Displays DisplaysThatAnswer(const GoOn& goOn);
 
 // Throws std::system_error when the threads that the toolkit makes cannot be had: it would wait for them for

@@ -63,9 +63,8 @@ void Applications::noteRegistry(const cmn::bus::Error* error) {
         TLOG_WARN(
             "The accessibility registry cannot be asked, so browsers are not found: {}. It ends at each "
             "question when it takes the session for one of X and finds no X server: under Wayland the "
-            "session's "
-            "bus has to be started with XDG_SESSION_TYPE=wayland and WAYLAND_DISPLAY in its environment, and "
-            "without a DISPLAY that does not answer",
+            "session's bus has to be started with XDG_SESSION_TYPE=wayland and WAYLAND_DISPLAY in its "
+            "environment, and without a DISPLAY that does not answer",
             cmn::EscapeControls(error->message));
     }
 }
@@ -100,10 +99,8 @@ std::int32_t Applications::outsideOfSandbox(std::int32_t pid, const std::vector<
     if (program == 0 && proxiesInTheWay_.insert(pid).second) {
         TLOG_WARN(
             "A program that the accessibility bus knows as the proxy with process id {} runs in a sandbox, "
-            "and "
-            "which process it is cannot be found out; if it is a browser, it cannot be read. Start the "
-            "browser "
-            "as an ordinary Flatpak, or from a package that brings no proxy",
+            "and which process it is cannot be found out; if it is a browser, it cannot be read. Start the "
+            "browser as an ordinary Flatpak, or from a package that brings no proxy",
             pid);
     }
     return program;

@@ -34,9 +34,9 @@ bool Names(const std::string& platforms, std::string_view platform) {
 std::string PlatformsToTry(const std::string& wanted, const Displays& displays) {
     std::string platforms;
     for (const std::string& entry : Entries(wanted.empty() ? "wayland;xcb" : wanted)) {
-        const bool isDisplayOfOthers =
+        const bool isNotThere =
             (entry.starts_with(kX11) && !displays.x11) || (entry.starts_with(kWayland) && !displays.wayland);
-        if (!isDisplayOfOthers) {
+        if (!isNotThere) {
             platforms += entry + ";";
         }
     }
@@ -49,16 +49,14 @@ std::string WhyNothingIsShown(const std::string& wanted, const std::string& trie
     }
     if (Names(tried, kWayland)) {
         return "The agent shows no window: Qt has no plug-in for Wayland that it can load. Install the "
-               "package "
-               "qt6-wayland and start the agent again";
+               "package qt6-wayland and start the agent again";
     }
     if (Names(tried, kX11)) {
         return "The agent shows no window: Qt cannot load its plug-in for X11. QT_DEBUG_PLUGINS=1 in the "
                "agent's environment shows which library is missing";
     }
     return "The agent shows no window: no display answers. WAYLAND_DISPLAY or DISPLAY in the agent's "
-           "environment "
-           "has to name the one of the session, which has to let the agent in";
+           "environment has to name the one of the session, which has to let the agent in";
 }
 
 }  // namespace useragent

@@ -4,14 +4,14 @@
 
 namespace useragent {
 
-// Which displays of the session answer.
+// Which displays of the session can be tried.
 struct Displays {
     bool x11 = false;
     bool wayland = false;
 };
 
 // What the toolkit is to try, in this order, as it takes it after "-platform": what was asked for (its
-// variable QT_QPA_PLATFORM; empty: what the session has), but no display that does not answer, and in the end
+// variable QT_QPA_PLATFORM; empty: what the session has), but no display that is not there, and in the end
 // a platform that shows nothing. It ends a program that it finds no platform for.
 std::string PlatformsToTry(const std::string& wanted, const Displays& displays);
 

@@ -15,8 +15,8 @@ namespace useragent {
 
 // What is known of an application on the accessibility bus, for as long as it has its bus name.
 struct AtspiApplicationRecord {
-    std::int32_t pid = 0;  // 0 while it is not known
-    std::string name;      // the product's; empty while it is not known
+    std::int32_t pid = 0;
+    std::string name;  // the product's; empty while it is not known
     bool isBrowser = false;
     std::map<std::string, bool> frames;  // those on screen, by path: whether it has a title
     std::uint64_t lastActive = 0;        // the look that found it active last; 0 for none

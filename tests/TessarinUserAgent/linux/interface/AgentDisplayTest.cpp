@@ -104,6 +104,19 @@ class AgentDisplayTest : public AgentProgramTest {
         std::ofstream(program.parent_path() / "qt.conf") << "[Paths]\nPlugins=" << plugins.string() << '\n';
     }
 
+    // An X server for whoever knows a cookie, which the agent does not.
+    std::unique_ptr<fake::ChildProcess> lockedXServer() {
+        // One entry of an authority file, for any display.
+        std::ofstream(folder / "authority", std::ios::binary)
+            << std::string("\xFF\xFF\0\0\0\0\0\x12MIT-MAGIC-COOKIE-1\0\x10", 8 + 18 + 2)
+            << "0123456789abcdef";
+        auto server = std::make_unique<fake::ChildProcess>(std::vector<std::string>{
+            "Xvfb", "-displayfd", "1", "-auth", folder / "authority", "-noreset", "-nolisten", "tcp"});
+        environment["DISPLAY"] = ":" + server->readLine().value_or("");
+        environment["XAUTHORITY"] = folder / "none";
+        return server;
+    }
+
     fake::AtspiDesktop desktop;
     fake::AtspiApplication browser{desktop.accessibilityBus.address()};
 };
@@ -140,14 +153,16 @@ TEST_F(AgentDisplayTest, ACompositorThatSaysNothingIsGivenUp) {
 }
 
 TEST_F(AgentDisplayTest, AnXServerThatTurnsItAwayEndsNothing) {
-    // One entry of an authority file, for any display: the agent does not know the cookie.
-    std::ofstream(folder / "authority", std::ios::binary)
-        << std::string("\xFF\xFF\0\0\0\0\0\x12MIT-MAGIC-COOKIE-1\0\x10", 8 + 18 + 2) << "0123456789abcdef";
-    fake::ChildProcess server(
-        {"Xvfb", "-displayfd", "1", "-auth", folder / "authority", "-noreset", "-nolisten", "tcp"});
-    environment["DISPLAY"] = ":" + server.readLine().value_or("");
-    environment["XAUTHORITY"] = folder / "none";
+    const auto server = lockedXServer();
     expectWatchingOnly("no display answers");
+}
+
+TEST_F(AgentDisplayTest, AnXServerThatTurnsItAwayBesideWaylandWithoutThePlugInEndsNothing) {
+    const auto server = lockedXServer();
+    const CompositorSocket compositor(home() + "/wayland-9", CompositorSocket::Clients::areAnswered);
+    environment["WAYLAND_DISPLAY"] = "wayland-9";
+    takePlugins("wayland");
+    expectWatchingOnly("Install the package qt6-wayland");
 }
 
 TEST_F(AgentDisplayTest, ADisplayThatIsAskedToShowNothingIsNoFault) {
