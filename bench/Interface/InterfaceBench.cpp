@@ -56,7 +56,7 @@ void ShowWindows(benchmark::State& state, const Show& show) {
 }
 
 std::unique_ptr<useragent::PropertiesWindow> ShowOurs(int count) {
-    useragent::QtApplicationInterface interface({}, nullptr);
+    useragent::QtApplicationInterface interface({}, nullptr, true);
     auto controller = std::make_unique<FileFiltersViewController>(ControllerEnvironment());
     const auto records = MakeRecords(count);
     controller->setFiltersArray({records.begin(), records.end()});
@@ -100,7 +100,7 @@ class Interface {
                     return product;
                 }});
         delegate_ = std::make_shared<useragent::AppDelegate>(useragent::AppDelegate::Environment{
-            std::make_shared<useragent::QtApplicationInterface>(sessionBus, menu), appMenu, dispatch,
+            std::make_shared<useragent::QtApplicationInterface>(sessionBus, menu, true), appMenu, dispatch,
             std::make_shared<cmn::DBusXPCTransport>(dispatch, options), ControllerEnvironment()});
         delegate_->applicationDidFinishLaunching();
         while (!delegate_->checkFileEncryption("/") && ++attempts_ < 20) {
