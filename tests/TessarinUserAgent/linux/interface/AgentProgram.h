@@ -25,6 +25,10 @@
 class AgentProgramTest : public testing::Test {
  protected:
     static constexpr std::chrono::seconds kPatience{30};
+    // In its polling pause the agent used to wait for up to five seconds, for a bus or a display for two.
+    static constexpr std::chrono::seconds kAtOnce{1};
+    // The load of the machine may hold up one end, but not each of them.
+    static constexpr int kAttempts = 5;
 
     AgentProgramTest() {
         std::filesystem::create_directories(program.parent_path());
@@ -79,6 +83,18 @@ class AgentProgramTest : public testing::Test {
         EXPECT_EQ(agent.wait(kPatience), 0) << agent.errors();
         return std::chrono::steady_clock::now() - begin;
     }
+    // The shortest of some ends; `bring` starts an agent and brings it where it is to be ended.
+    static std::chrono::steady_clock::duration ShortestEnd(
+        const std::function<std::unique_ptr<fake::ChildProcess>()>& bring) {
+        auto shortest = std::chrono::steady_clock::duration::max();
+        for (int i = 0; i < kAttempts && shortest >= kAtOnce && !testing::Test::HasFailure(); ++i) {
+            shortest = std::min(shortest, End(*bring()));
+        }
+        const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(shortest).count();
+        testing::Test::RecordProperty("milliseconds", static_cast<int>(milliseconds));
+        return shortest;
+    }
+
     fake::TemporaryFolder folder;
     fake::PrivateBus bus;
     const std::filesystem::path program =

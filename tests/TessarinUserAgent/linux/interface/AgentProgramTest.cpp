@@ -13,12 +13,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::Contains;
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
-
-// In its polling pause the agent used to wait for up to five seconds, for a bus or a display for two.
-constexpr auto kAtOnce = 1s;
-// The load of the machine may hold up one end, but not each of them.
-constexpr int kAttempts = 5;
 
 // A socket that lets clients connect and never says anything.
 class SilentListener {
@@ -65,22 +59,7 @@ bool Handles(pid_t process, int signal) {
     return false;
 }
 
-class AgentProgramEndTest : public AgentProgramTest {
- protected:
-    // The shortest of some ends; `bring` starts an agent and brings it where it is to be ended.
-    static std::chrono::steady_clock::duration ShortestEnd(
-        const std::function<std::unique_ptr<fake::ChildProcess>()>& bring) {
-        auto shortest = std::chrono::steady_clock::duration::max();
-        for (int i = 0; i < kAttempts && shortest >= kAtOnce && !testing::Test::HasFailure(); ++i) {
-            shortest = std::min(shortest, End(*bring()));
-        }
-        const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(shortest).count();
-        testing::Test::RecordProperty("milliseconds", static_cast<int>(milliseconds));
-        return shortest;
-    }
-};
-
-TEST_F(AgentProgramEndTest, SigtermInThePollingPauseEndsItAtOnce) {
+TEST_F(AgentProgramTest, SigtermInThePollingPauseEndsItAtOnce) {
     const auto end = ShortestEnd([this] {
         removeLog();
         auto agent = start();
@@ -103,7 +82,7 @@ TEST_F(AgentProgramTest, SigtermAtAnyMomentOfTheStartEndsItInOrder) {
     }
 }
 
-TEST_F(AgentProgramEndTest, SigtermEndsTheWaitForAMuteSessionBus) {
+TEST_F(AgentProgramTest, SigtermEndsTheWaitForAMuteSessionBus) {
     SilentListener mute(folder / "mute");
     environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + (folder / "mute").string();
     const auto end = ShortestEnd([&] {
@@ -124,7 +103,7 @@ TEST_F(AgentProgramTest, AMuteSessionBusIsGivenUpAndSaidAndTheAgentGoesOn) {
     End(*agent);
 }
 
-TEST_F(AgentProgramEndTest, SigtermEndsTheWaitForAMuteDisplay) {
+TEST_F(AgentProgramTest, SigtermEndsTheWaitForAMuteDisplay) {
     const fs::path displays = "/tmp/.X11-unix";
     if (fs::create_directory(displays)) {
         fs::permissions(displays, fs::perms::all | fs::perms::sticky_bit);
