@@ -71,10 +71,7 @@ ConnectionCore::CallId ConnectionCore::call(Message message, Deadline deadline, 
         } else {
             deadlines_.emplace(deadline, id);
             pending_.emplace(id, std::move(pending));
-            if (deadline < armedFor_) {
-                armedFor_ = deadline;
-                wake();
-            }
+            awaitTime(deadline);
         }
     }
     if (refused) {
@@ -196,7 +193,7 @@ void ConnectionCore::noteQueued(std::size_t bytes) {
     if (queuedMessages() > queued_.size()) {
         queued_.push_back(bytes);
         queuedBytes_ += bytes;
-        wake();
+        awaitWriting(true);
     }
 }
 

@@ -1,9 +1,8 @@
 #include "ConnectionCore.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -43,7 +42,6 @@ void ConnectionCore::connectNext(std::string failure) {
         addresses_.pop_back();
         const int result = connect(address_);
         if (result >= 0) {
-            arm();
             return;
         }
         failure = address_ + ": " + Describe(result);
@@ -65,29 +63,19 @@ int ConnectionCore::connect(const std::string& address) {
     did(sd_bus_add_filter(bus, nullptr, &onMessage, this));
     did(sd_bus_start(bus));
     if (result >= 0) {
-        did(watch());
+        watch_ = loop_->watch(sd_bus_get_fd(bus), [weak = weak_from_this()] {
+            if (const auto self = weak.lock()) {
+                self->turn();
+            }
+        });
+        did(watch_ != 0 ? 0 : -errno);
     }
     if (result < 0) {
         closeBus();
         return result;
     }
     connectBy_ = Clock::now() + options_.connectDeadline;
-    return 0;
-}
-
-int ConnectionCore::watch() {
-    const int descriptor = fcntl(sd_bus_get_fd(wire_->bus), F_DUPFD_CLOEXEC, 0);
-    if (descriptor < 0) {
-        return -errno;
-    }
-    auto watch = std::make_unique<Watch>(loop_->context());
-    boost::system::error_code error;
-    watch->socket.assign(descriptor, error);
-    if (error) {
-        ::close(descriptor);
-        return -error.value();
-    }
-    watch_ = std::move(watch);
+    arm();
     return 0;
 }
 
@@ -129,13 +117,13 @@ void ConnectionCore::turn() {
         }
     }
     if (result < 0 && connecting) {
-        watch_.reset();
         // Whatever it is that answers: the library says so of everything that is not consent.
         connectNext(address_ + ": " + (result == -EPERM ? "it does not let this user in" : Describe(result)));
     } else if (result < 0) {
         lost(Describe(result));
     } else {
         lookAtTheClock();
+        const std::lock_guard lock(wire_->mutex);
         arm();
     }
 }
@@ -194,7 +182,6 @@ void ConnectionCore::lookAtTheClock() {
         tell([&] { call->done(Error{error::kTimeout, "No answer in time"}); });
     }
     if (givenUp) {
-        watch_.reset();
         connectNext(fmt::format("{}: no answer within {} ms", address_, options_.connectDeadline.count()));
     } else if (nextLook_ <= now) {
         nextLook_ = now + options_.livenessPause;
@@ -220,50 +207,41 @@ void ConnectionCore::askWhetherAlive() {
 }
 
 void ConnectionCore::arm() {
-    bool wantsToWrite = false;
-    Deadline until{};
-    {
-        const std::lock_guard lock(wire_->mutex);
-        if (wire_->bus == nullptr || !watch_) {
-            return;
-        }
+    if (wire_->bus != nullptr) {
         const int events = sd_bus_get_events(wire_->bus);
-        wantsToWrite = events > 0 && (static_cast<unsigned>(events) & static_cast<unsigned>(POLLOUT)) != 0;
-        armedFor_ = until = std::min(nextDeadline(), nextLook_);
+        awaitWriting(events > 0 && (static_cast<unsigned>(events) & static_cast<unsigned>(POLLOUT)) != 0);
+        awaitTime(std::min(nextDeadline(), nextLook_));
     }
-    const auto after = [this](bool Watch::*busy) {
-        return [weak = weak_from_this(), busy, watch = watch_.get()](const boost::system::error_code& error) {
-            const auto self = weak.lock();
-            if (self && !error && self->watch_.get() == watch) {
-                watch->*busy = false;
+}
+
+void ConnectionCore::awaitWriting(bool wanted) {
+    if (std::exchange(awaitsWriting_, wanted) != wanted) {
+        loop_->wantToWrite(watch_, sd_bus_get_fd(wire_->bus), wanted);
+    }
+}
+
+void ConnectionCore::awaitTime(Deadline time) {
+    if (time < awaited_) {
+        awaited_ = time;
+        loop_->at(time, [weak = weak_from_this(), time] {
+            if (const auto self = weak.lock()) {
+                {
+                    const std::lock_guard lock(self->wire_->mutex);
+                    if (self->awaited_ != time) {
+                        return;  // an earlier one has taken its place
+                    }
+                    self->awaited_ = Deadline::max();
+                }
                 self->turn();
             }
-        };
-    };
-    using Socket = boost::asio::posix::stream_descriptor;
-    if (!std::exchange(watch_->reading, true)) {
-        watch_->socket.async_wait(Socket::wait_read, after(&Watch::reading));
-    }
-    if (wantsToWrite && !std::exchange(watch_->writing, true)) {
-        watch_->socket.async_wait(Socket::wait_write, after(&Watch::writing));
-    }
-    if (until < watch_->timerAt) {
-        watch_->timerAt = until;
-        watch_->timer.expires_at(until);
-        watch_->timer.async_wait(
-            [weak = weak_from_this(), watch = watch_.get()](const boost::system::error_code& error) {
-                const auto self = weak.lock();
-                if (self && !error && self->watch_.get() == watch) {
-                    watch->timerAt = Deadline::max();
-                    self->turn();
-                }
-            });
+        });
     }
 }
 
 void ConnectionCore::wake() {
     loop_->post([weak = weak_from_this()] {
         if (const auto self = weak.lock()) {
+            const std::lock_guard lock(self->wire_->mutex);
             self->arm();
         }
     });
@@ -278,7 +256,6 @@ void ConnectionCore::lost(const std::string& why) {
         }
         waiting = end();
     }
-    watch_.reset();
     for (const Failing& one : waiting) {
         tell([&] { one(EndedError(why)); });
     }
@@ -322,6 +299,10 @@ ConnectionCore::Failing ConnectionCore::failing(Taken call) {
 
 void ConnectionCore::closeBus() {
     if (wire_->bus != nullptr) {
+        if (watch_ != 0) {
+            loop_->unwatch(std::exchange(watch_, 0), sd_bus_get_fd(wire_->bus));
+        }
+        awaitsWriting_ = false;
         sd_bus_close(wire_->bus);
         wire_->bus = sd_bus_unref(wire_->bus);
     }
@@ -337,7 +318,6 @@ void ConnectionCore::close(const std::string& why) {
         waiting = end();
     }
     fail(std::move(waiting), EndedError(why));
-    retire();
 }
 
 void ConnectionCore::drop() {
@@ -347,11 +327,6 @@ void ConnectionCore::drop() {
         const std::lock_guard lock(wire_->mutex);
         waiting = end();
     }
-    retire();
-}
-
-void ConnectionCore::retire() {
-    loop_->post([self = shared_from_this()] { self->watch_.reset(); });
 }
 
 void ConnectionCore::fail(std::vector<Failing> waiting, const Error& error) {

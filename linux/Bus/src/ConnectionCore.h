@@ -1,8 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <boost/asio/posix/stream_descriptor.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <deque>
 #include <map>
 #include <memory>
@@ -74,17 +72,6 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     using Taken = std::unique_ptr<Pending>;
     using Failing = std::function<void(const Error&)>;  // what waits for an answer that does not come
 
-    // What the loop waits for; of its thread.
-    struct Watch {
-        explicit Watch(boost::asio::io_context& context) : socket(context), timer(context) {}
-
-        boost::asio::posix::stream_descriptor socket;  // a duplicate: the library closes its own
-        boost::asio::steady_timer timer;
-        Deadline timerAt = Deadline::max();
-        bool reading = false;
-        bool writing = false;
-    };
-
     static int onMessage(sd_bus_message* message, void* core, sd_bus_error* error);
     static int onReply(sd_bus_message* message, void* pending, sd_bus_error* error);
     static int onSignal(sd_bus_message* message, void* state, sd_bus_error* error);
@@ -92,12 +79,10 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 
     // In the loop's thread.
     int connect(const std::string& address);
-    int watch();
     void turn();
     int processOne();
     void lookAtTheClock();
     void askWhetherAlive();
-    void arm();
     void lost(const std::string& why);
     // What a handler throws ends here. Nothing is told any more once nobody has the connection.
     void tell(const std::function<void()>& what) const;
@@ -114,12 +99,13 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     std::uint64_t queuedMessages() const;
     void becomeReady();
     void closeBus();
+    void arm();
+    void awaitWriting(bool wanted);
+    void awaitTime(Deadline time);
 
     void wake();
     static Failing failing(Taken call);
     void fail(std::vector<Failing> waiting, const Error& error);
-    // Lets the loop's thread let go of what is its own.
-    void retire();
 
     const std::shared_ptr<Loop> loop_;
     const Options options_;
@@ -129,7 +115,6 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     // Of the loop's thread.
     std::vector<std::string> addresses_;  // those that are left, the next one last
     std::string address_;
-    std::unique_ptr<Watch> watch_;
     Deadline nextLook_ = Deadline::max();
     std::uint64_t heard_ = 0;  // how often the bus gave a sign of life
     std::uint64_t heardAtLook_ = 0;
@@ -139,7 +124,9 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     // Guarded by the mutex.
     State state_ = State::connecting;
     Deadline connectBy_ = Deadline::max();
-    Deadline armedFor_ = Deadline::max();
+    Loop::WatchId watch_ = 0;
+    bool awaitsWriting_ = false;
+    Deadline awaited_ = Deadline::max();
     std::string uniqueName_;
     std::optional<uid_t> busUser_;
     std::map<CallId, Taken> pending_;

@@ -53,9 +53,7 @@ std::shared_ptr<cmn::Dispatch> LinuxAgentPlatform::dispatch() {
 }
 
 std::shared_ptr<cmn::XPCTransport> LinuxAgentPlatform::transport() {
-    cmn::DBusXPCOptions options;
-    options.loop = sessionBus_.loop;
-    return std::make_shared<cmn::DBusXPCTransport>(queues(), std::move(options));
+    return std::make_shared<cmn::DBusXPCTransport>(queues());
 }
 
 std::shared_ptr<cmn::Semaphore> LinuxAgentPlatform::pollingPause() {
@@ -108,7 +106,8 @@ const std::shared_ptr<AtspiAccessibility>& LinuxAgentPlatform::atspi() {
 
 const std::shared_ptr<cmn::LinuxDispatch>& LinuxAgentPlatform::queues() {
     if (!dispatch_) {
-        dispatch_ = std::make_shared<cmn::LinuxDispatch>();
+        dispatch_ =
+            std::make_shared<cmn::LinuxDispatch>(cmn::LinuxDispatch::kDefaultThreads, sessionBus_.loop);
     }
     return dispatch_;
 }

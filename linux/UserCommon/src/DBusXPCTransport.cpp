@@ -39,29 +39,21 @@ DBusXPCOptions Completed(DBusXPCOptions options) {
 }  // namespace
 
 DBusXPCTransport::DBusXPCTransport(std::shared_ptr<LinuxDispatch> dispatch, DBusXPCOptions options)
-    : dispatch_(std::move(dispatch)),
-      options_(Completed(std::move(options))),
-      ownLoop_(!options_.loop),
-      loop_(ownLoop_ ? std::make_shared<bus::Loop>() : options_.loop) {}
+    : dispatch_(std::move(dispatch)), options_(Completed(std::move(options))) {}
 
 DBusXPCTransport::~DBusXPCTransport() {
     stop();
 }
 
 void DBusXPCTransport::stop() {
-    {
-        const std::lock_guard lock(mutex_);
-        EndAll(channels_, [](BusChannel& channel) { channel.end("the transport has ended", nullptr); });
-        EndAll(listeners_, [](XPCListener& listener) { listener.invalidate(); });
-    }
-    if (ownLoop_) {
-        loop_->stop();
-    }
+    const std::lock_guard lock(mutex_);
+    EndAll(channels_, [](BusChannel& channel) { channel.end("the transport has ended", nullptr); });
+    EndAll(listeners_, [](XPCListener& listener) { listener.invalidate(); });
 }
 
 BusSettings DBusXPCTransport::busSettings(DBusBus bus) const {
     const bool isSystemBus = bus == DBusBus::system;
-    BusSettings settings{loop_, {}, options_.replyDeadline, isSystemBus};
+    BusSettings settings{dispatch_->loop(), {}, options_.replyDeadline, isSystemBus};
     settings.options.address = isSystemBus ? options_.systemBusAddress : options_.sessionBusAddress;
     settings.options.connectDeadline = options_.connectDeadline;
     settings.options.answerDeadline = options_.busDeadline;

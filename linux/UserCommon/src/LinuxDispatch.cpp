@@ -12,18 +12,19 @@ namespace cmn {
 
 namespace {
 
-std::shared_ptr<TaskPool> CreatePool() {
-    return std::make_shared<TaskPool>(
-        std::max(LinuxDispatch::kDefaultThreads, std::thread::hardware_concurrency()));
+unsigned UsualThreads() {
+    return std::max(LinuxDispatch::kDefaultThreads, std::thread::hardware_concurrency());
 }
 
 }  // namespace
 
-LinuxDispatch::LinuxDispatch(unsigned slowThreads)
-    : normal_(CreatePool()),
-      high_(CreatePool()),
-      quick_(CreatePool()),
-      slow_(std::make_shared<TaskPool>(slowThreads)),
+LinuxDispatch::LinuxDispatch(unsigned slowThreads, std::shared_ptr<bus::Loop> loop)
+    : ownLoop_(!loop),
+      loop_(ownLoop_ ? std::make_shared<bus::Loop>() : std::move(loop)),
+      normal_(*loop_, UsualThreads()),
+      high_(*loop_, UsualThreads()),
+      quick_(std::make_shared<bus::Lane>(*loop_, UsualThreads())),
+      slow_(std::make_shared<bus::Lane>(*loop_, slowThreads)),
       semaphores_(std::make_shared<SemaphoreRoom>()),
       main_(std::make_shared<QtTaskQueue>()) {}
 
@@ -32,11 +33,11 @@ LinuxDispatch::~LinuxDispatch() {
 }
 
 void LinuxDispatch::async(QueuePriority priority, Task task) {
-    poolFor(priority).post(std::move(task));
+    laneFor(priority).post(std::move(task));
 }
 
 void LinuxDispatch::after(std::chrono::nanoseconds delay, QueuePriority priority, Task task) {
-    poolFor(priority).after(delay, std::move(task));
+    laneFor(priority).after(delay, std::move(task));
 }
 
 void LinuxDispatch::asyncMain(Task task) {
@@ -52,14 +53,17 @@ std::shared_ptr<SerialQueue> LinuxDispatch::createSerialQueue() {
 }
 
 void LinuxDispatch::stop() {
-    const std::array<TaskPool*, 4> pools{high_.get(), normal_.get(), slow_.get(), quick_.get()};
-    for (TaskPool* const pool : pools) {
-        pool->close();
+    const std::array<bus::Lane*, 4> lanes{&high_, &normal_, slow_.get(), quick_.get()};
+    for (bus::Lane* const lane : lanes) {
+        lane->close();
     }
     semaphores_->close();
     main_->stop();
-    for (TaskPool* const pool : pools) {
-        pool->stop();
+    for (bus::Lane* const lane : lanes) {
+        lane->stop();
+    }
+    if (ownLoop_) {
+        loop_->stop();
     }
 }
 

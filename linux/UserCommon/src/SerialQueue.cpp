@@ -7,7 +7,7 @@
 
 namespace cmn {
 
-// One turn handed to a pool. A pool that stops destroys it without running it: then nothing will ever run
+// One turn handed to a lane. One that stops destroys it without running it: then nothing will ever run
 // the tasks, and what they own is let go.
 class SerialQueue::Turn {
  public:
@@ -26,7 +26,7 @@ class SerialQueue::Turn {
     std::shared_ptr<SerialQueue> queue_;
 };
 
-SerialQueue::SerialQueue(std::shared_ptr<TaskPool> quick, std::shared_ptr<TaskPool> slow)
+SerialQueue::SerialQueue(std::shared_ptr<bus::Lane> quick, std::shared_ptr<bus::Lane> slow)
     : quick_(std::move(quick)), slow_(std::move(slow)) {}
 
 void SerialQueue::post(Task task, Lane lane) {
@@ -41,8 +41,8 @@ void SerialQueue::post(Task task, Lane lane) {
 }
 
 void SerialQueue::schedule(Lane lane) {
-    TaskPool& pool = lane == Lane::slow ? *slow_ : *quick_;
-    pool.post([turn = std::make_shared<Turn>(shared_from_this())] { turn->run(); });
+    bus::Lane& taker = lane == Lane::slow ? *slow_ : *quick_;
+    taker.post([turn = std::make_shared<Turn>(shared_from_this())] { turn->run(); });
 }
 
 void SerialQueue::runOne() {

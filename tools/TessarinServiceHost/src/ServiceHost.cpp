@@ -34,7 +34,7 @@ ServiceHost::ServiceHost(const HostOptions& options, EventWriter& events, std::f
       busName_(options.bus == cmn::DBusBus::system ? "system" : "session"),
       end_(std::move(end)),
       dispatch_(std::make_shared<cmn::LinuxDispatch>(kRequestThreads)),
-      questions_(std::make_shared<cmn::TaskPool>(kQuestionThreads)),
+      questions_(*dispatch_->loop(), kQuestionThreads),
       transport_(std::make_shared<cmn::DBusXPCTransport>(
           dispatch_,
           cmn::DBusXPCOptions{.listenerBus = options.bus,
@@ -54,7 +54,7 @@ ServiceHost::~ServiceHost() {
     scanner_->stop();
     // Wakes the questions that wait, then lets every task end before what it uses goes.
     dispatch_->stop();
-    questions_->stop();
+    questions_.stop();
     userAgent_.reset();
     finderExtension_->stop();
     transport_->stop();  // the shared instance of the service holds it until the process ends
@@ -115,7 +115,7 @@ void ServiceHost::reload() {
 }
 
 void ServiceHost::getURL(const std::string& browser) {
-    questions_->post([this, server = userAgent_, browser] {
+    questions_.post([this, server = userAgent_, browser] {
         const std::string url = server->getURL(browser);
         events_.write("getURL", {{"browser", browser}, {"url", url}});
     });

@@ -8,6 +8,7 @@
 #include "EventWriter.h"
 #include "FileScanner.h"
 #include "HostOptions.h"
+#include "linux_bus/Lane.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "xpccommon/FinderExtensionObjCXPCServer.h"
@@ -38,7 +39,7 @@ class ServiceHost {
     const std::function<void(int)> end_;
     const std::shared_ptr<cmn::LinuxDispatch> dispatch_;
     // Questions to the agent wait for its answer; on threads of their own they hold up nothing else.
-    const std::shared_ptr<cmn::TaskPool> questions_;
+    cmn::bus::Lane questions_;
     const std::shared_ptr<cmn::DBusXPCTransport> transport_;
 
     const std::string settingsFile_;

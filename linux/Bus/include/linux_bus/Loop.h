@@ -1,48 +1,50 @@
 #pragma once
 
-#include <boost/asio/io_context.hpp>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <thread>
 
 namespace cmn::bus {
 
-// The thread on which bus connections live. Nothing on it waits for a bus or for a lock held across a wait.
-// Thread-safe.
+// Where bus connections live. One thread at a time is in the loop; nothing there waits for a bus or for a
+// lock held across a wait. The threads of the loop run the tasks of its lanes (`Lane`), too: the one that
+// heard something leaves the loop and goes on with what came of it, while another one listens. Thread-safe.
 class Loop {
  public:
     using Task = std::function<void()>;
+    using Clock = std::chrono::steady_clock;
+    using WatchId = std::uint64_t;
 
-    // Throws std::system_error when the thread cannot be had.
+    // Throws std::system_error when a thread cannot be had.
     Loop();
     // Calls `stop`.
     ~Loop();
     Loop(const Loop&) = delete;
     Loop& operator=(const Loop&) = delete;
 
-    // Runs the tasks of each thread in their order. After `stop` they are destroyed instead.
+    // Runs the tasks of each thread in their order, in the loop. After `stop` they are destroyed instead.
     void post(Task task);
-    // The same, not earlier than `delay` from now.
-    void after(std::chrono::nanoseconds delay, Task task);
+    // The same, not earlier than that time.
+    void at(Clock::time_point time, Task task);
+    void after(std::chrono::nanoseconds delay, Task task) { at(Clock::now() + delay, std::move(task)); }
 
-    // Runs the tasks posted so far, ends the thread and waits for its end. On the thread itself it does not
-    // wait. Called by the owner only.
+    // Runs `ready` in the loop as long as the descriptor can be read, or written when that is wanted. It may
+    // run once more after `unwatch`, which comes before the descriptor is closed. 0: it failed, see errno.
+    WatchId watch(int descriptor, Task ready);
+    void wantToWrite(WatchId id, int descriptor, bool wanted);
+    void unwatch(WatchId id, int descriptor);
+
+    // Runs the tasks posted so far, ends the threads and waits for their end. On one of its own threads it
+    // does not wait. Called by the owner only.
     void stop();
 
-    bool isHere() const { return std::this_thread::get_id() == id_; }
-
-    // Only for operations started on the loop's thread.
-    boost::asio::io_context& context() { return *context_; }
-
  private:
-    // The thread shares it: it may end after this object.
-    const std::shared_ptr<boost::asio::io_context> context_ = std::make_shared<boost::asio::io_context>(1);
-    std::mutex mutex_;  // held while something is handed to the context, so that nothing is after `stop`
-    bool stopped_ = false;
-    std::thread thread_;
-    std::thread::id id_;
+    friend class Lane;
+    class Core;
+
+    // The threads share it: they may end after this object.
+    const std::shared_ptr<Core> core_;
 };
 
 }  // namespace cmn::bus

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "linux_bus/Loop.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "usercommon/XPCConnection.h"
 
@@ -44,23 +43,19 @@ struct DBusXPCOptions {
     // Longest wait for the answer to a message. Callers have shorter limits of their own; this one only makes
     // sure that nothing is kept for ever.
     std::chrono::milliseconds replyDeadline{30'000};
-    // Where the connections live; empty: on a thread of the transport's own.
-    std::shared_ptr<bus::Loop> loop = {};
 };
 
 // Named services over D-Bus: the mach service name is the well-known bus name. Privileged connections go to
-// the system bus, others to the session bus; every connection has a bus connection of its own. No caller ever
-// waits for a bus.
+// the system bus, others to the session bus; every connection has a bus connection of its own, in the loop of
+// the dispatch. No caller ever waits for a bus.
 class DBusXPCTransport final : public XPCTransport {
  public:
-    // Throws std::system_error when the thread cannot be had.
     explicit DBusXPCTransport(std::shared_ptr<LinuxDispatch> dispatch, DBusXPCOptions options = {});
     // Calls `stop`.
     ~DBusXPCTransport() override;
 
-    // Invalidates the connections and listeners that are left, also those that only proxies hold; a loop of
-    // its own ends when it has let go of them. What is made later never connects. To be called by the owner
-    // before the program ends when others still hold this object then.
+    // Invalidates the connections and listeners that are left, also those that only proxies hold. To be
+    // called by the owner before the program ends when others still hold this object then.
     void stop();
 
     std::shared_ptr<XPCConnection> createConnection(const std::string& machServiceName,
@@ -72,8 +67,6 @@ class DBusXPCTransport final : public XPCTransport {
 
     const std::shared_ptr<LinuxDispatch> dispatch_;
     const DBusXPCOptions options_;
-    const bool ownLoop_;
-    const std::shared_ptr<bus::Loop> loop_;
     std::mutex mutex_;                                 // guards what follows
     std::vector<std::weak_ptr<BusChannel>> channels_;  // live on with their proxies
     std::vector<std::weak_ptr<XPCListener>> listeners_;

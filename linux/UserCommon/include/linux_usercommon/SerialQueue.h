@@ -5,7 +5,7 @@
 #include <memory>
 #include <mutex>
 
-#include "linux_usercommon/TaskPool.h"
+#include "linux_bus/Lane.h"
 
 namespace cmn {
 
@@ -13,15 +13,15 @@ namespace cmn {
 // turn, such as scans.
 enum class Lane { quick, slow };
 
-// Runs tasks one at a time and in order, each on the threads of its lane. Owned by a shared pointer.
+// Runs tasks one at a time and in order, each in its lane. Owned by a shared pointer.
 // Thread-safe. After each task other queues get their turn.
 class SerialQueue : public std::enable_shared_from_this<SerialQueue> {
  public:
-    using Task = TaskPool::Task;
+    using Task = bus::Lane::Task;
 
-    SerialQueue(std::shared_ptr<TaskPool> quick, std::shared_ptr<TaskPool> slow);
+    SerialQueue(std::shared_ptr<bus::Lane> quick, std::shared_ptr<bus::Lane> slow);
 
-    // Tasks that their pool no longer runs are destroyed, and those behind them.
+    // Tasks that their lane no longer runs are destroyed, and those behind them.
     void post(Task task, Lane lane = Lane::quick);
 
  private:
@@ -36,11 +36,11 @@ class SerialQueue : public std::enable_shared_from_this<SerialQueue> {
     void runOne();
     void discard();
 
-    const std::shared_ptr<TaskPool> quick_;
-    const std::shared_ptr<TaskPool> slow_;
+    const std::shared_ptr<bus::Lane> quick_;
+    const std::shared_ptr<bus::Lane> slow_;
     std::mutex mutex_;  // guards what follows
     std::deque<Entry> tasks_;
-    bool scheduled_ = false;  // a turn is with a pool or running
+    bool scheduled_ = false;  // a turn is with a lane or running
 };
 
 }  // namespace cmn
