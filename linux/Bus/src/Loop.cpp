@@ -111,12 +111,16 @@ void Loop::Core::wait(Lock& lock) {
     epoll_event event{};
     const bool told = epoll_wait(outer_, &event, 1, -1) == 1;
     lock.lock();
-    heard_ = heard_ || (told && event.data.u64 == static_cast<std::uint64_t>(inner_));
+    const bool heard = told && event.data.u64 == static_cast<std::uint64_t>(inner_);
+    heard_ = heard_ || heard;
+    waking_ = waking_ && (!told || heard);
 }
 
-// Wakes a thread that waits. All of them, once the loop has stopped.
+// Wakes a thread that waits, which looks after whatever there is. All of them, once the loop has stopped.
 void Loop::Core::wakeOne() {
-    eventfd_write(wake_, 1);
+    if (!std::exchange(waking_, true) || stopped_) {
+        eventfd_write(wake_, 1);
+    }
 }
 
 void Loop::Core::leave(Lock& lock) {

@@ -99,6 +99,7 @@ class Loop::Core : public std::enable_shared_from_this<Core> {
     std::size_t handedOver_ = 0;  // tasks that lanes got from the thread that is in the loop
     bool inLoop_ = false;         // a thread is
     bool heard_ = false;          // the inner set has something for the loop
+    bool waking_ = false;         // one that waits was woken and is not there yet
     bool complained_ = false;
     bool stopped_ = false;
 };
