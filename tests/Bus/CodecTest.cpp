@@ -233,7 +233,7 @@ TEST_F(CodecTest, RefusesAMalformedPath) {
     }
 }
 
-TEST_F(CodecTest, CountsBytesWithoutWritingWhatIsTooLarge) {
+TEST_F(CodecTest, CountsBytesAndWritesNothingThatMakesItTooLarge) {
     Message growing = message();
     std::size_t before = growing.bytes();
     EXPECT_EQ(before, 0U);
@@ -248,8 +248,11 @@ TEST_F(CodecTest, CountsBytesWithoutWritingWhatIsTooLarge) {
     EXPECT_EQ(growing.signature(), std::string(15, 's'));
 
     Message records = message();
-    EXPECT_FALSE(records.append(fake::Records(17, {{"key", mebibyte}})));
-    EXPECT_EQ(records.signature(), "");
+    EXPECT_FALSE(records.append(fake::Records(100, {{"key", mebibyte}})));
+    EXPECT_LE(records.bytes(), kLargestMessage + 2 * mebibyte.size()) << "it stops there";
+
+    Message repaired = message();
+    EXPECT_FALSE(repaired.append(std::string(kLargestMessage / 2, '\xff'))) << "three bytes for each";
 }
 
 TEST_F(CodecTest, CarriesTheSameOverABus) {

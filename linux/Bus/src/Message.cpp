@@ -46,16 +46,17 @@ std::string Repaired(std::string_view text) {
 
 }  // namespace
 
-bool detail::AppendText(sd_bus_message* message, const char* text) {
-    const int result = sd_bus_message_append_basic(message, 's', text);
-    return result != -EINVAL ? result >= 0
-                             : sd_bus_message_append_basic(message, 's', Repaired(text).c_str()) >= 0;
-}
-
-std::size_t detail::TextSize(std::string_view text) {
-    constexpr std::size_t kReplacement = 3;
-    constexpr std::size_t kAround = 8;
-    return text.size() * (IsValidUtf8(text) ? 1 : kReplacement) + kAround;
+bool detail::AppendText(const Writer& to, const std::string& text) {
+    if (!to.reserve(text.size() + kAround)) {
+        return false;
+    }
+    const int result = sd_bus_message_append_basic(to.message, 's', text.c_str());
+    if (result != -EINVAL) {
+        return result >= 0;
+    }
+    const std::string repaired = Repaired(text.c_str());
+    return (repaired.size() <= text.size() || to.reserve(repaired.size() - text.size())) &&
+           sd_bus_message_append_basic(to.message, 's', repaired.c_str()) >= 0;
 }
 
 struct Message::Held {
@@ -117,9 +118,8 @@ std::size_t Message::bytes() const {
     return held_->bytes;
 }
 
-bool Message::grow(std::size_t bytes) {
-    held_->bytes += bytes;
-    return held_->bytes <= kLargestMessage;
+Writer Message::writer() {
+    return {held_->raw, held_->bytes};
 }
 
 }  // namespace cmn::bus

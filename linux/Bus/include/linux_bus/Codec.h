@@ -15,9 +15,21 @@
 #include <vector>
 
 // How C++ types travel: `Codec<T>` has the type's signature, writes a value to a message and reads one.
-// Reading gives false when the message holds something else or is broken; the message is of no use then. Any
-// thread, one at a time for each message.
+// Reading gives false when the message holds something else or is broken, writing when it would become too
+// large; the message is of no use then. Any thread, one at a time for each message.
 namespace cmn::bus {
+
+// A bus throws out who sends more than it allows (32 MiB on a system bus): refused well before that.
+inline constexpr std::size_t kLargestMessage = std::size_t{16} * 1024 * 1024;
+
+// A message that is being written.
+struct Writer {
+    sd_bus_message* message;
+    std::size_t& bytes;  // of the arguments so far; approximately
+
+    // Counts them.
+    bool reserve(std::size_t more) const { return (bytes += more) <= kLargestMessage; }
+};
 
 // Path of an object. "/" stands for none.
 struct ObjectPath {
@@ -57,10 +69,11 @@ constexpr Text<A + B> operator+(const Text<A>& a, const Text<B>& b) {
     return sum;
 }
 
+// What a text, a container or a variant takes beside its contents, at most.
+inline constexpr std::size_t kAround = 8;
+
 // Characters that cannot travel are replaced.
-bool AppendText(sd_bus_message* message, const char* text);
-// What it takes then, at most.
-std::size_t TextSize(std::string_view text);
+bool AppendText(const Writer& to, const std::string& text);
 
 }  // namespace detail
 
@@ -75,9 +88,9 @@ template <typename T, char Type, typename Wire = T>
 struct NumberCodec {
     static constexpr detail::Text<1> kType{{Type, '\0'}};
 
-    static bool write(sd_bus_message* message, T value) {
+    static bool write(const Writer& to, T value) {
         const Wire wire = static_cast<Wire>(value);
-        return sd_bus_message_append_basic(message, Type, &wire) >= 0;
+        return to.reserve(sizeof wire) && sd_bus_message_append_basic(to.message, Type, &wire) >= 0;
     }
     static bool read(sd_bus_message* message, T& value) {
         Wire wire{};
@@ -85,7 +98,6 @@ struct NumberCodec {
         value = static_cast<T>(wire);
         return good;
     }
-    static std::size_t size(T /*value*/) { return sizeof(Wire); }
 };
 template <>
 struct Codec<bool> : NumberCodec<bool, 'b', int> {};
@@ -120,32 +132,27 @@ template <>
 struct Codec<std::string> {
     static constexpr detail::Text kType{"s"};
 
-    static bool write(sd_bus_message* message, const std::string& value) {
-        return detail::AppendText(message, value.c_str());
-    }
+    static bool write(const Writer& to, const std::string& value) { return detail::AppendText(to, value); }
     static bool read(sd_bus_message* message, std::string& value) {
         std::string_view view;
         const bool good = Codec<std::string_view>::read(message, view);
         value = view;
         return good;
     }
-    static std::size_t size(const std::string& value) { return detail::TextSize(value); }
 };
 template <>
 struct Codec<const char*> {
     static constexpr detail::Text kType{"s"};
 
-    static bool write(sd_bus_message* message, const char* value) {
-        return detail::AppendText(message, value);
-    }
-    static std::size_t size(std::string_view value) { return detail::TextSize(value); }
+    static bool write(const Writer& to, const char* value) { return detail::AppendText(to, value); }
 };
 template <>
 struct Codec<ObjectPath> {
     static constexpr detail::Text kType{"o"};
 
-    static bool write(sd_bus_message* message, const ObjectPath& value) {
-        return sd_bus_message_append_basic(message, 'o', value.value.c_str()) >= 0;
+    static bool write(const Writer& to, const ObjectPath& value) {
+        return to.reserve(value.value.size() + detail::kAround) &&
+               sd_bus_message_append_basic(to.message, 'o', value.value.c_str()) >= 0;
     }
     static bool read(sd_bus_message* message, ObjectPath& value) {
         const char* text = nullptr;
@@ -155,7 +162,6 @@ struct Codec<ObjectPath> {
         value.value = text;
         return true;
     }
-    static std::size_t size(const ObjectPath& value) { return value.value.size() + 8; }
 };
 
 template <typename Key, typename Value>
@@ -163,18 +169,16 @@ struct Codec<std::pair<Key, Value>> {  // an entry of a dictionary
     static constexpr auto kContents = kSignature<std::remove_const_t<Key>, Value>;
     static constexpr auto kType = detail::Text{"{"} + kContents + detail::Text{"}"};
 
-    static bool write(sd_bus_message* message, const std::pair<Key, Value>& entry) {
-        return sd_bus_message_open_container(message, 'e', kContents) >= 0 &&
-               Codec<std::remove_const_t<Key>>::write(message, entry.first) &&
-               Codec<Value>::write(message, entry.second) && sd_bus_message_close_container(message) >= 0;
+    static bool write(const Writer& to, const std::pair<Key, Value>& entry) {
+        return to.reserve(detail::kAround) &&
+               sd_bus_message_open_container(to.message, 'e', kContents) >= 0 &&
+               Codec<std::remove_const_t<Key>>::write(to, entry.first) &&
+               Codec<Value>::write(to, entry.second) && sd_bus_message_close_container(to.message) >= 0;
     }
     static bool read(sd_bus_message* message, std::pair<Key, Value>& entry) {
         return sd_bus_message_enter_container(message, 'e', kContents) > 0 &&
                Codec<Key>::read(message, entry.first) && Codec<Value>::read(message, entry.second) &&
                sd_bus_message_exit_container(message) >= 0;
-    }
-    static std::size_t size(const std::pair<Key, Value>& entry) {
-        return Codec<std::remove_const_t<Key>>::size(entry.first) + Codec<Value>::size(entry.second) + 8;
     }
 };
 
@@ -184,13 +188,14 @@ struct ContainerCodec {
     static constexpr auto kElement = kSignature<Element>;
     static constexpr auto kType = detail::Text{"a"} + kElement;
 
-    static bool write(sd_bus_message* message, const Container& values) {
-        return sd_bus_message_open_container(message, 'a', kElement) >= 0 &&
+    static bool write(const Writer& to, const Container& values) {
+        return to.reserve(detail::kAround) &&
+               sd_bus_message_open_container(to.message, 'a', kElement) >= 0 &&
                std::all_of(values.begin(), values.end(),
                            [&](const auto& value) {
-                               return Codec<std::remove_cvref_t<decltype(value)>>::write(message, value);
+                               return Codec<std::remove_cvref_t<decltype(value)>>::write(to, value);
                            }) &&
-               sd_bus_message_close_container(message) >= 0;
+               sd_bus_message_close_container(to.message) >= 0;
     }
     static bool read(sd_bus_message* message, Container& values) {
         if (sd_bus_message_enter_container(message, 'a', kElement) <= 0) {
@@ -206,13 +211,6 @@ struct ContainerCodec {
         }
         return atEnd > 0 && sd_bus_message_exit_container(message) >= 0;
     }
-    static std::size_t size(const Container& values) {
-        std::size_t sum = 8;
-        for (const auto& value : values) {
-            sum += Codec<std::remove_cvref_t<decltype(value)>>::size(value);
-        }
-        return sum;
-    }
 };
 template <typename T>
 struct Codec<std::vector<T>> : ContainerCodec<std::vector<T>, T> {};
@@ -220,8 +218,9 @@ template <>
 struct Codec<std::vector<std::uint8_t>> {  // many of them: not one by one
     static constexpr detail::Text kType{"ay"};
 
-    static bool write(sd_bus_message* message, const std::vector<std::uint8_t>& values) {
-        return sd_bus_message_append_array(message, 'y', values.data(), values.size()) >= 0;
+    static bool write(const Writer& to, const std::vector<std::uint8_t>& values) {
+        return to.reserve(values.size() + detail::kAround) &&
+               sd_bus_message_append_array(to.message, 'y', values.data(), values.size()) >= 0;
     }
     static bool read(sd_bus_message* message, std::vector<std::uint8_t>& values) {
         const void* bytes = nullptr;
@@ -233,7 +232,6 @@ struct Codec<std::vector<std::uint8_t>> {  // many of them: not one by one
         std::copy_n(static_cast<const std::uint8_t*>(bytes), size, values.begin());
         return true;
     }
-    static std::size_t size(const std::vector<std::uint8_t>& values) { return values.size() + 8; }
 };
 template <typename Key, typename Value>
 struct Codec<std::map<Key, Value>> : ContainerCodec<std::map<Key, Value>, std::pair<Key, Value>> {};
@@ -243,19 +241,16 @@ struct Codec<std::tuple<T...>> {  // a structure
     static constexpr auto kContents = kSignature<T...>;
     static constexpr auto kType = detail::Text{"("} + kContents + detail::Text{")"};
 
-    static bool write(sd_bus_message* message, const std::tuple<T...>& values) {
-        return sd_bus_message_open_container(message, 'r', kContents) >= 0 &&
-               std::apply([&](const T&... value) { return (Codec<T>::write(message, value) && ...); },
-                          values) &&
-               sd_bus_message_close_container(message) >= 0;
+    static bool write(const Writer& to, const std::tuple<T...>& values) {
+        return to.reserve(detail::kAround) &&
+               sd_bus_message_open_container(to.message, 'r', kContents) >= 0 &&
+               std::apply([&](const T&... value) { return (Codec<T>::write(to, value) && ...); }, values) &&
+               sd_bus_message_close_container(to.message) >= 0;
     }
     static bool read(sd_bus_message* message, std::tuple<T...>& values) {
         return sd_bus_message_enter_container(message, 'r', kContents) > 0 &&
                std::apply([&](T&... value) { return (Codec<T>::read(message, value) && ...); }, values) &&
                sd_bus_message_exit_container(message) >= 0;
-    }
-    static std::size_t size(const std::tuple<T...>& values) {
-        return std::apply([](const T&... value) { return (Codec<T>::size(value) + ... + 8); }, values);
     }
 };
 
@@ -263,16 +258,16 @@ template <typename T>
 struct Codec<Variant<T>> {
     static constexpr detail::Text kType{"v"};
 
-    static bool write(sd_bus_message* message, const Variant<T>& variant) {
-        return sd_bus_message_open_container(message, 'v', kSignature<T>) >= 0 &&
-               Codec<T>::write(message, variant.value) && sd_bus_message_close_container(message) >= 0;
+    static bool write(const Writer& to, const Variant<T>& variant) {
+        return to.reserve(detail::kAround) &&
+               sd_bus_message_open_container(to.message, 'v', kSignature<T>) >= 0 &&
+               Codec<T>::write(to, variant.value) && sd_bus_message_close_container(to.message) >= 0;
     }
     // Only a variant of this very type.
     static bool read(sd_bus_message* message, Variant<T>& variant) {
         return sd_bus_message_enter_container(message, 'v', kSignature<T>) > 0 &&
                Codec<T>::read(message, variant.value) && sd_bus_message_exit_container(message) >= 0;
     }
-    static std::size_t size(const Variant<T>& variant) { return Codec<T>::size(variant.value) + 8; }
 };
 
 // A variant of one of several types. Of any other type it is read as std::monostate, and skipped.
@@ -281,13 +276,13 @@ struct Codec<std::variant<std::monostate, T...>> {
     using Any = std::variant<std::monostate, T...>;
     static constexpr detail::Text kType{"v"};
 
-    static bool write(sd_bus_message* message, const Any& any) {
+    static bool write(const Writer& to, const Any& any) {
         return std::visit(
             [&]<typename Value>(const Value& value) {
                 if constexpr (std::same_as<Value, std::monostate>) {
                     return false;
                 } else {
-                    return Codec<Variant<Value>>::write(message, {value});
+                    return Codec<Variant<Value>>::write(to, {value});
                 }
             },
             any);
@@ -309,17 +304,6 @@ struct Codec<std::variant<std::monostate, T...>> {
             return true;
         };
         return (readAs(T{}) || ...) ? good : sd_bus_message_skip(message, "v") >= 0;
-    }
-    static std::size_t size(const Any& any) {
-        return std::visit(
-            []<typename Value>(const Value& value) -> std::size_t {
-                if constexpr (std::same_as<Value, std::monostate>) {
-                    return 0;
-                } else {
-                    return Codec<Value>::size(value) + 8;
-                }
-            },
-            any);
     }
 };
 

@@ -13,9 +13,6 @@ namespace cmn::bus {
 
 struct Wire;
 
-// A bus throws out who sends more than it allows (32 MiB on a system bus): refused well before that.
-inline constexpr std::size_t kLargestMessage = std::size_t{16} * 1024 * 1024;
-
 // A shared message, received or being written. Copying, and letting go, may happen on any thread; its
 // contents are read or written by one thread at a time.
 class Message {
@@ -53,7 +50,8 @@ class Message {
     // Adds arguments. False, and the message is of no use, when it would become too large.
     template <typename... T>
     bool append(const T&... value) {
-        return grow((Codec<T>::size(value) + ... + 0)) && (Codec<T>::write(raw(), value) && ...);
+        [[maybe_unused]] const Writer to = writer();
+        return (Codec<T>::write(to, value) && ...);
     }
     // Bytes of the arguments added so far; approximately.
     std::size_t bytes() const;
@@ -66,7 +64,7 @@ class Message {
  private:
     struct Held;
 
-    bool grow(std::size_t bytes);
+    Writer writer();
 
     std::shared_ptr<Held> held_;
 };

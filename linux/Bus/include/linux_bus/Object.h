@@ -21,24 +21,20 @@ class AnyValue {
  public:
     template <typename T>
     explicit AnyValue(T value)
-        : size_(Codec<T>::size(value) + 8),
-          write_([variant = Variant<T>{std::move(value)}](sd_bus_message* to) {
+        : write_([variant = Variant<T>{std::move(value)}](const Writer& to) {
               return Codec<Variant<T>>::write(to, variant);
           }) {}
 
-    bool write(sd_bus_message* message) const { return write_(message); }
-    std::size_t size() const { return size_; }
+    bool write(const Writer& to) const { return write_(to); }
 
  private:
-    std::size_t size_;
-    std::function<bool(sd_bus_message*)> write_;
+    std::function<bool(const Writer&)> write_;
 };
 template <>
 struct Codec<AnyValue> {
     static constexpr detail::Text kType{"v"};
 
-    static bool write(sd_bus_message* message, const AnyValue& value) { return value.write(message); }
-    static std::size_t size(const AnyValue& value) { return value.size(); }
+    static bool write(const Writer& to, const AnyValue& value) { return value.write(to); }
 };
 
 // How what a method returns becomes its answer: one value, none or several (a tuple), or an error instead.
