@@ -97,7 +97,10 @@ int Answer(sd_bus_message* question, void* service, sd_bus_error* /*error*/) {
     sd_bus_message* reply = nullptr;
     Check(sd_bus_message_new_method_return(question, &reply), "reply");
     const Message owner(reply);
-    Write(reply, static_cast<const Service*>(service)->records.at(std::atoi(path)));
+    // A copy: a scanner hands out records that are the asker's own.
+    const std::vector<cmn::ScanRecord> records =
+        static_cast<const Service*>(service)->records.at(std::atoi(path));
+    Write(reply, records);
     return Check(sd_bus_send(nullptr, reply, nullptr), "reply");
 }
 
