@@ -20,21 +20,14 @@ namespace cmn::bus {
 
 namespace {
 
-constexpr std::uint64_t kTimer = 0;  // among the watches' ids
+// What the sets report; the others in the inner set are watches.
+constexpr std::uint64_t kTimer = 0;
+constexpr std::uint64_t kInner = 1;
+constexpr std::uint64_t kWaker = 2;
 
-// Of this thread.
-thread_local const void* tLoop = nullptr;    // whose it is
-thread_local const void* tInLoop = nullptr;  // in which it is
-thread_local const void* tLane = nullptr;    // of which it runs a task
-
-int Add(int set, int descriptor, std::uint32_t events, std::uint64_t id) {
+int Control(int set, int operation, int descriptor, std::uint32_t events, std::uint64_t id) {
     epoll_event event{events, {.u64 = id}};
-    return epoll_ctl(set, EPOLL_CTL_ADD, descriptor, &event);
-}
-
-void Change(int set, int descriptor, std::uint32_t events, std::uint64_t id) {
-    epoll_event event{events, {.u64 = id}};
-    epoll_ctl(set, EPOLL_CTL_MOD, descriptor, &event);
+    return epoll_ctl(set, operation, descriptor, &event);
 }
 
 void RunNoThrow(const Loop::Task& task) {
@@ -47,57 +40,41 @@ void RunNoThrow(const Loop::Task& task) {
 
 }  // namespace
 
-Loop::Core::Descriptor::Descriptor(int value) : value_(value) {
+Descriptor::Descriptor(int value) : value_(value) {
     if (value < 0) {
         throw std::system_error(errno, std::generic_category(), "descriptor of a loop");
     }
 }
 
-Loop::Core::Descriptor::~Descriptor() {
+Descriptor::~Descriptor() {
     ::close(value_);
 }
 
 Loop::Core::Core()
-    : outer_(epoll_create1(EPOLL_CLOEXEC)),
-      inner_(epoll_create1(EPOLL_CLOEXEC)),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
-    const auto must = [](int result) {
-        if (result < 0) {
-            throw std::system_error(errno, std::generic_category(), "descriptors of a loop");
-        }
-    };
-    must(Add(inner_, timer_, EPOLLIN | EPOLLET, kTimer));
-    must(Add(outer_, inner_, EPOLLIN | EPOLLONESHOT, static_cast<std::uint64_t>(inner_)));
-    must(Add(outer_, wake_, EPOLLIN | EPOLLET, static_cast<std::uint64_t>(wake_)));
+    : outer(epoll_create1(EPOLL_CLOEXEC)),
+      inner(epoll_create1(EPOLL_CLOEXEC)),
+      waker(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      timer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
+    if (Control(inner, EPOLL_CTL_ADD, timer, EPOLLIN | EPOLLET, kTimer) < 0 ||
+        Control(outer, EPOLL_CTL_ADD, inner, EPOLLIN | EPOLLONESHOT, kInner) < 0 ||
+        Control(outer, EPOLL_CTL_ADD, waker, EPOLLIN | EPOLLET, kWaker) < 0) {
+        throw std::system_error(errno, std::generic_category(), "descriptors of a loop");
+    }
 }
 
 // --- The threads
 
-void Loop::Core::addFirstThread() {
-    threads_.push_back(
+void Loop::Core::addThread() {
+    threads.push_back(
         MakeThread([this] { return std::thread([core = shared_from_this()] { core->run(); }); }));
-    ++alive_;
-}
-
-bool Loop::Core::addThread() {
-    try {
-        addFirstThread();
-        complained_ = false;
-        return true;
-    } catch (const std::system_error& e) {
-        if (!std::exchange(complained_, true)) {
-            TLOG_WARN("Tasks have to make do with {} threads: {}", alive_, e.what());
-        }
-        return false;
-    }
+    ++alive;
 }
 
 void Loop::Core::run() {
-    tLoop = this;
-    Lock lock(mutex_);
-    while (!stopped_) {
-        if (!inLoop_ && (heard_ || !posted_.empty())) {
+    tHere.loop = this;
+    Lock lock(mutex);
+    while (!stopped) {
+        if (!inLoop && (heard || !posted.empty())) {
             turn(lock);
         } else if (!runTask(lock)) {
             wait(lock);
@@ -109,69 +86,67 @@ void Loop::Core::run() {
 void Loop::Core::wait(Lock& lock) {
     lock.unlock();
     epoll_event event{};
-    const bool told = epoll_wait(outer_, &event, 1, -1) == 1;
+    const bool told = epoll_wait(outer, &event, 1, -1) == 1;
     lock.lock();
-    const bool heard = told && event.data.u64 == static_cast<std::uint64_t>(inner_);
-    heard_ = heard_ || heard;
-    waking_ = waking_ && (!told || heard);
+    heard = heard || (told && event.data.u64 == kInner);
+    waking = waking && (!told || event.data.u64 != kWaker);
 }
 
-// Wakes a thread that waits, which looks after whatever there is. All of them, once the loop has stopped.
+// A thread that waits: it looks after whatever there is. All of them, once the loop has stopped.
 void Loop::Core::wakeOne() {
-    if (!std::exchange(waking_, true) || stopped_) {
-        eventfd_write(wake_, 1);
+    if (!std::exchange(waking, true) || stopped) {
+        eventfd_write(waker, 1);
     }
 }
 
 void Loop::Core::leave(Lock& lock) {
-    if (--alive_ > 0) {
+    if (--alive > 0) {
         return;
     }
-    inLoop_ = true;  // the last one: no other thread is
-    tInLoop = this;
+    inLoop = true;  // the last one: no other thread is
+    tHere.inLoop = this;
     runPosted(lock);
     // What these own may own the loop.
-    const auto timers = std::exchange(timers_, {});
-    const auto watches = std::exchange(watches_, {});
+    const auto unheard = std::exchange(watches, {});
+    const auto late = std::exchange(timers, {});
     std::vector<std::deque<Task>> tasks;
-    for (const auto& lane : lanes_) {
+    for (const auto& lane : lanes) {
         tasks.push_back(std::exchange(lane->tasks, {}));
     }
     lock.unlock();
 }
 
-// --- The loop
+// --- In the loop
 
 void Loop::Core::turn(Lock& lock) {
-    inLoop_ = true;
-    tInLoop = this;
+    inLoop = true;
+    tHere.inLoop = this;
     bool listens = true;
-    while (!stopped_ && (heard_ || !posted_.empty())) {
-        if (std::exchange(heard_, false)) {
+    while (!stopped && (heard || !posted.empty())) {
+        if (std::exchange(heard, false)) {
             listens = false;
             hear(lock);
         }
         runPosted(lock);
     }
     if (!listens) {
-        Change(outer_, inner_, EPOLLIN | EPOLLONESHOT, static_cast<std::uint64_t>(inner_));
+        Control(outer, EPOLL_CTL_MOD, inner, EPOLLIN | EPOLLONESHOT, kInner);
     }
-    tInLoop = nullptr;
-    inLoop_ = false;
-    handedOver_ = 0;
+    tHere.inLoop = nullptr;
+    inLoop = false;
+    handedOver = 0;
 }
 
 void Loop::Core::hear(Lock& lock) {
-    constexpr int kMost = 16;  // what is left is told again
-    std::array<epoll_event, kMost> events{};
+    std::array<epoll_event, 16> events{};  // what is left is told again
     lock.unlock();
-    const int count = epoll_wait(inner_, events.data(), kMost, 0);
+    const int count = epoll_wait(inner, events.data(), static_cast<int>(events.size()), 0);
     lock.lock();
     for (int i = 0; i < count; ++i) {
         const std::uint64_t id = events.at(static_cast<std::size_t>(i)).data.u64;
         if (id == kTimer) {
             runTimers(lock);
-        } else if (const auto watch = watches_.find(id); watch != watches_.end()) {
+        } else if (const auto watch = watches.find(id); watch != watches.end()) {
             auto ready = watch->second;
             lock.unlock();
             RunNoThrow(*ready);
@@ -183,20 +158,20 @@ void Loop::Core::hear(Lock& lock) {
 
 void Loop::Core::runTimers(Lock& lock) {
     const auto now = Clock::now();
-    while (!stopped_ && !timers_.empty() && timers_.begin()->first <= now) {
-        auto timer = timers_.extract(timers_.begin());
+    while (!stopped && !timers.empty() && timers.begin()->first <= now) {
+        auto due = timers.extract(timers.begin());
         lock.unlock();
-        RunNoThrow(timer.mapped());
-        timer = {};
+        RunNoThrow(due.mapped());
+        due = {};
         lock.lock();
     }
-    if (!timers_.empty()) {
-        setTimer(timers_.begin()->first);
+    if (!timers.empty()) {
+        setTimer(timers.begin()->first);
     }
 }
 
 void Loop::Core::runPosted(Lock& lock) {
-    auto tasks = std::exchange(posted_, {});
+    auto tasks = std::exchange(posted, {});
     lock.unlock();
     for (; !tasks.empty(); tasks.pop_front()) {
         RunNoThrow(tasks.front());
@@ -204,208 +179,24 @@ void Loop::Core::runPosted(Lock& lock) {
     lock.lock();
 }
 
+void Loop::Core::schedule(Clock::time_point time, Task task) {
+    const auto added = timers.emplace(time, std::move(task));
+    if (added == timers.begin()) {
+        setTimer(time);
+    }
+}
+
 void Loop::Core::setTimer(Clock::time_point time) {
     const auto since = std::max<Clock::duration>(time.time_since_epoch(), std::chrono::nanoseconds(1));
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
-    itimerspec spec{};
-    spec.it_value = {seconds.count(), std::chrono::nanoseconds(since - seconds).count()};
-    timerfd_settime(timer_, TFD_TIMER_ABSTIME, &spec, nullptr);
+    const itimerspec spec{{}, {seconds.count(), std::chrono::nanoseconds(since - seconds).count()}};
+    timerfd_settime(timer, TFD_TIMER_ABSTIME, &spec, nullptr);
 }
 
-void Loop::Core::post(Task task) {
-    const std::lock_guard lock(mutex_);
-    if (!stopped_) {
-        posted_.push_back(std::move(task));
-        if (!inLoop_) {
-            wakeOne();
-        }
-    }
-}
-
-void Loop::Core::at(Clock::time_point time, Task task) {
-    const std::lock_guard lock(mutex_);
-    if (!stopped_) {
-        const auto timer = timers_.emplace(time, std::move(task));
-        if (timer == timers_.begin()) {
-            setTimer(time);
-        }
-    }
-}
-
-Loop::WatchId Loop::Core::watch(int descriptor, Task ready) {
-    const std::lock_guard lock(mutex_);
-    const WatchId id = ++lastWatch_;
-    if (Add(inner_, descriptor, EPOLLIN, id) < 0) {
-        return 0;
-    }
-    watches_.emplace(id, std::make_shared<const Task>(std::move(ready)));
-    return id;
-}
-
-void Loop::Core::wantToWrite(WatchId id, int descriptor, bool wanted) {
-    Change(inner_, descriptor, EPOLLIN | (wanted ? EPOLLOUT : 0U), id);
-}
-
-void Loop::Core::unwatch(WatchId id, int descriptor) {
-    epoll_ctl(inner_, EPOLL_CTL_DEL, descriptor, nullptr);
-    std::shared_ptr<const Task> ready;  // destroyed without the mutex
-    const std::lock_guard lock(mutex_);
-    if (const auto watch = watches_.extract(id)) {
-        ready = watch.mapped();
-    }
-}
-
-void Loop::Core::stop() {
-    std::vector<std::thread> threads;
-    {
-        const std::lock_guard lock(mutex_);
-        if (std::exchange(stopped_, true)) {
-            return;
-        }
-        threads.swap(threads_);
-        Change(outer_, wake_, EPOLLIN, static_cast<std::uint64_t>(wake_));
-        wakeOne();
-    }
-    for (std::thread& thread : threads) {
-        if (tLoop == this) {
-            thread.detach();
-        } else {
-            thread.join();
-        }
-    }
-}
-
-// --- Lanes
-
-void Loop::Core::addLane(const std::shared_ptr<Lane::State>& lane) {
-    const std::lock_guard lock(mutex_);
-    if (!stopped_) {
-        addFirstThread();
-        lanes_.push_back(lane);
-    }
-}
-
-void Loop::Core::post(Lane::State& lane, Task task) {
-    const std::lock_guard lock(mutex_);
-    if (stopped_ || lane.closed) {
-        return;
-    }
-    lane.tasks.push_back(std::move(task));
-    // Who is in the loop looks after the first itself when it leaves; and who begins one wakes the next.
-    if (tInLoop == this ? ++handedOver_ == 2 : lane.mayBegin()) {
-        wakeOne();
-    }
-}
-
-void Loop::Core::after(std::chrono::nanoseconds delay, const std::shared_ptr<Lane::State>& lane, Task task) {
-    std::uint64_t id = 0;
-    {
-        const std::lock_guard lock(mutex_);
-        if (stopped_ || lane->closed) {
-            return;
-        }
-        id = ++lane->lastDelayed;
-        lane->delayed.emplace(id, std::move(task));
-    }
-    at(Clock::now() + delay, [this, weak = std::weak_ptr(lane), id] {
-        const auto alive = weak.lock();
-        Lock lock(mutex_);
-        if (auto delayed = alive ? alive->delayed.extract(id) : decltype(alive->delayed)::node_type()) {
-            lock.unlock();
-            post(*alive, std::move(delayed.mapped()));
-        }
-    });
-}
-
-// One thread is left for the loop, and one for each other lane that has none.
-bool Loop::Core::hasThreadFor(const Lane::State& lane) const {
-    const auto others = std::count_if(lanes_.begin(), lanes_.end(), [&](const auto& other) {
-        return other.get() != &lane && other->running == 0 && !other->closed;
-    });
-    return alive_ > running_ + 1 + static_cast<std::size_t>(others);
-}
-
-std::shared_ptr<Lane::State> Loop::Core::next() {
-    for (const auto& lane : lanes_) {
-        if (lane->mayBegin() && (hasThreadFor(*lane) || addThread())) {
-            return lane;
-        }
-    }
-    return nullptr;
-}
-
-bool Loop::Core::runTask(Lock& lock) {
-    const auto lane = next();
-    if (!lane) {
-        return false;
-    }
-    Task task = std::move(lane->tasks.front());
-    lane->tasks.pop_front();
-    ++lane->running;
-    ++running_;
-    if (std::any_of(lanes_.begin(), lanes_.end(), [](const auto& other) { return other->mayBegin(); })) {
-        wakeOne();
-    }
-    lock.unlock();
-    tLane = lane.get();
-    RunNoThrow(task);
-    task = nullptr;  // while what it owns is destroyed, the thread is not idle
-    tLane = nullptr;
-    lock.lock();
-    --running_;
-    --lane->running;
-    if (lane->closed) {
-        taskEnded_.notify_all();
-    }
-    return true;
-}
-
-void Loop::Core::close(Lane::State& lane) {
-    const std::lock_guard lock(mutex_);
-    lane.closed = true;
-}
-
-void Loop::Core::stop(const std::shared_ptr<Lane::State>& lane) {
-    std::deque<Task> tasks;  // what these own may own the lane
-    std::map<std::uint64_t, Task> delayed;
-    Lock lock(mutex_);
-    lane->closed = true;
-    tasks.swap(lane->tasks);
-    delayed.swap(lane->delayed);
-    const std::size_t own = tLane == lane.get() ? 1 : 0;
-    taskEnded_.wait(lock, [&] { return lane->running <= own; });
-    std::erase(lanes_, lane);
-}
-
-Lane::Lane(const Loop& loop, std::size_t mostTasks)
-    : loop_(loop.core_), state_(std::make_shared<State>(mostTasks)) {
-    loop_->addLane(state_);
-}
-
-Lane::~Lane() {
-    stop();
-}
-
-void Lane::post(Task task) {
-    loop_->post(*state_, std::move(task));
-}
-
-void Lane::after(std::chrono::nanoseconds delay, Task task) {
-    loop_->after(delay, state_, std::move(task));
-}
-
-void Lane::close() {
-    loop_->close(*state_);
-}
-
-void Lane::stop() {
-    loop_->stop(state_);
-}
-
-// --- Loop
+// --- From any thread
 
 Loop::Loop() : core_(std::make_shared<Core>()) {
-    core_->addFirstThread();
+    core_->addThread();
 }
 
 Loop::~Loop() {
@@ -413,27 +204,63 @@ Loop::~Loop() {
 }
 
 void Loop::post(Task task) {
-    core_->post(std::move(task));
+    const std::lock_guard lock(core_->mutex);
+    if (!core_->stopped) {
+        core_->posted.push_back(std::move(task));
+        if (!core_->inLoop) {
+            core_->wakeOne();
+        }
+    }
 }
 
 void Loop::at(Clock::time_point time, Task task) {
-    core_->at(time, std::move(task));
+    const std::lock_guard lock(core_->mutex);
+    if (!core_->stopped) {
+        core_->schedule(time, std::move(task));
+    }
 }
 
 Loop::WatchId Loop::watch(int descriptor, Task ready) {
-    return core_->watch(descriptor, std::move(ready));
+    const std::lock_guard lock(core_->mutex);
+    const WatchId id = ++core_->lastWatch;
+    if (Control(core_->inner, EPOLL_CTL_ADD, descriptor, EPOLLIN, id) < 0) {
+        return 0;
+    }
+    core_->watches.emplace(id, std::make_shared<const Task>(std::move(ready)));
+    return id;
 }
 
 void Loop::wantToWrite(WatchId id, int descriptor, bool wanted) {
-    core_->wantToWrite(id, descriptor, wanted);
+    Control(core_->inner, EPOLL_CTL_MOD, descriptor, EPOLLIN | (wanted ? EPOLLOUT : 0U), id);
 }
 
 void Loop::unwatch(WatchId id, int descriptor) {
-    core_->unwatch(id, descriptor);
+    Control(core_->inner, EPOLL_CTL_DEL, descriptor, 0, id);
+    std::shared_ptr<const Task> ready;  // destroyed without the mutex
+    const std::lock_guard lock(core_->mutex);
+    if (const auto watch = core_->watches.extract(id)) {
+        ready = watch.mapped();
+    }
 }
 
 void Loop::stop() {
-    core_->stop();
+    std::vector<std::thread> threads;
+    {
+        const std::lock_guard lock(core_->mutex);
+        if (std::exchange(core_->stopped, true)) {
+            return;
+        }
+        threads.swap(core_->threads);
+        Control(core_->outer, EPOLL_CTL_MOD, core_->waker, EPOLLIN, kWaker);
+        core_->wakeOne();
+    }
+    for (std::thread& thread : threads) {
+        if (tHere.loop == core_.get()) {
+            thread.detach();
+        } else {
+            thread.join();
+        }
+    }
 }
 
 }  // namespace cmn::bus
