@@ -51,12 +51,11 @@ bool detail::AppendText(const Writer& to, const std::string& text) {
         return false;
     }
     const int result = sd_bus_message_append_basic(to.message, 's', text.c_str());
-    if (result != -EINVAL) {
-        return result >= 0;
-    }
-    const std::string repaired = Repaired(text.c_str());
-    return (repaired.size() <= text.size() || to.reserve(repaired.size() - text.size())) &&
-           sd_bus_message_append_basic(to.message, 's', repaired.c_str()) >= 0;
+    // What is wrong takes three bytes when it is repaired.
+    return result != -EINVAL
+               ? result >= 0
+               : to.reserve(2 * text.size()) &&
+                     sd_bus_message_append_basic(to.message, 's', Repaired(text.c_str()).c_str()) >= 0;
 }
 
 struct Message::Held {

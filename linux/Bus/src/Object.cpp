@@ -2,19 +2,15 @@
 
 #include <fmt/format.h>
 
-#include <set>
 #include <string_view>
 #include <variant>
 
+#include "linux_bus/Introspection.h"
 #include "linux_bus/WellKnown.h"
 
 namespace cmn::bus {
 
 namespace {
-
-constexpr const char* kDocumentType =
-    "<!DOCTYPE node PUBLIC \"-//freedesktop//DTD D-BUS Object Introspection 1.0//EN\"\n"
-    "\"http://www.freedesktop.org/standards/dbus/1.0/introspect.dtd\">\n";
 
 Error Unknown(const char* error, const char* kind, std::string_view name) {
     return {error, fmt::format("There is no {} \"{}\"", kind, name)};
@@ -26,22 +22,6 @@ bool IsMeant(const std::string& interface, std::string_view wanted) {
 }
 
 }  // namespace
-
-void Interface::describe(const char* kind, const char* name, const Names& names,
-                         const std::vector<std::string>& in, const std::vector<std::string>& out) {
-    description_ += fmt::format("<{} name=\"{}\">", kind, name);
-    auto next = names.begin();
-    const auto add = [&](const std::vector<std::string>& types, const char* direction) {
-        for (const std::string& type : types) {
-            description_ += fmt::format("<arg name=\"{}\" type=\"{}\" direction=\"{}\"/>",
-                                        next != names.end() ? *next++ : "", type, direction);
-        }
-    };
-    const bool isSignal = std::string_view(kind) == "signal";
-    add(in, isSignal ? "out" : "in");
-    add(out, "out");
-    description_ += fmt::format("</{}>\n", kind);
-}
 
 void Interface::describeProperty(const char* name, const char* type) {
     description_ += fmt::format("<property name=\"{}\" type=\"{}\" access=\"read\"/>\n", name, type);
@@ -94,35 +74,23 @@ void Objects::add(const std::string& path, std::vector<Interface> interfaces) {
         Interface(kIntrospectable).method("Introspect", {"xml"}, [this, path] { return introspect(path); }));
 }
 
-std::string Objects::introspect(const std::string& path) const {
-    std::string xml = std::string(kDocumentType) + "<node>\n";
+std::string Objects::introspect(std::string_view path) const {
+    std::string interfaces;
     if (const auto found = objects_.find(path); found != objects_.end()) {
         for (const Interface& interface : found->second) {
-            xml += fmt::format("<interface name=\"{}\">\n{}</interface>\n", interface.name_,
-                               interface.description_);
+            interfaces += DescribeInterface(interface.name_, interface.description_);
         }
     }
-    const std::string above = path.ends_with('/') ? path : path + '/';
-    std::set<std::string> below;
-    for (const auto& [other, object] : objects_) {
-        if (other.starts_with(above) && other != above) {
-            below.insert(other.substr(above.size(), other.find('/', above.size()) - above.size()));
-        }
-    }
-    for (const std::string& name : below) {
-        xml += fmt::format("<node name=\"{}\"/>\n", name);
-    }
-    return xml + "</node>\n";
+    return DescribeNode(interfaces, NamesBelow(path, objects_));
 }
 
 Interface::Task Objects::find(const Question& question) const {
     const Message& message = question.message();
     const auto object = objects_.find(message.path());
     if (object == objects_.end()) {
-        const bool isAbove = message.interface() == kIntrospectable && message.member() == "Introspect";
-        const std::string xml = isAbove ? introspect(std::string(message.path())) : std::string();
-        xml.find("<node ") != std::string::npos
-            ? question.reply(xml)
+        const bool looksAtIt = message.interface() == kIntrospectable && message.member() == "Introspect";
+        looksAtIt && !NamesBelow(message.path(), objects_).empty()
+            ? question.reply(introspect(message.path()))
             : question.fail(Unknown(error::kUnknownObject, "object", message.path()));
         return nullptr;
     }

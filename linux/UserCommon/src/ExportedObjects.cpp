@@ -3,9 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
 #include <utility>
+#include <vector>
 
+#include "linux_bus/Introspection.h"
 #include "linux_bus/WellKnown.h"
 
 namespace cmn {
@@ -14,55 +15,19 @@ namespace {
 
 constexpr std::size_t kLongestQuotedPath = 200;  // it has no limit of its own
 
-constexpr std::string_view kIntrospectionHead =
-    "<!DOCTYPE node PUBLIC \"-//freedesktop//DTD D-BUS Object Introspection 1.0//EN\"\n"
-    " \"http://www.freedesktop.org/standards/dbus/1.0/introspect.dtd\">\n<node>\n";
-constexpr std::string_view kStandardInterfaces =
-    " <interface name=\"org.freedesktop.DBus.Introspectable\">\n"
-    "  <method name=\"Introspect\"><arg name=\"data\" type=\"s\" direction=\"out\"/></method>\n "
-    "</interface>\n"
-    " <interface name=\"org.freedesktop.DBus.Peer\">\n  <method name=\"Ping\"/>\n"
-    "  <method name=\"GetMachineId\"><arg name=\"id\" type=\"s\" direction=\"out\"/></method>\n "
-    "</interface>\n";
-
-// "a{sb}i" is "a{sb}" and "i".
-std::vector<std::string_view> CompleteTypes(std::string_view signature) {
-    std::vector<std::string_view> types;
-    while (!signature.empty()) {
-        std::size_t length = std::min(signature.find_first_not_of('a'), signature.size() - 1) + 1;
-        if (signature[length - 1] == '{' || signature[length - 1] == '(') {
-            int depth = 1;
-            while (depth > 0 && length < signature.size()) {
-                const char c = signature[length++];
-                depth += c == '{' || c == '(' ? 1 : 0;
-                depth -= c == '}' || c == ')' ? 1 : 0;
-            }
-        }
-        types.push_back(signature.substr(0, length));
-        signature.remove_prefix(length);
-    }
-    return types;
-}
-
 std::string Describe(const ServiceDescription& interface) {
-    std::string xml = fmt::format(" <interface name=\"{}\">\n", interface.name);
+    std::string members;
     for (const ServiceMethod& method : interface.methods) {
-        xml += fmt::format("  <method name=\"{}\">\n", method.name);
-        std::size_t number = 0;
-        for (const std::string_view type : CompleteTypes(method.in)) {
-            const std::string name = number < method.inNames.size() ? method.inNames[number] : "value";
-            xml += fmt::format("   <arg name=\"{}\" type=\"{}\" direction=\"in\"/>\n", name, type);
-            ++number;
+        std::vector<std::string> in;
+        for (const char type : method.in) {
+            in.emplace_back(1, type);
         }
-        for (const std::string_view type : CompleteTypes(method.out)) {
-            xml += fmt::format("   <arg type=\"{}\" direction=\"out\"/>\n", type);
-        }
-        if (method.noReply) {
-            xml += "   <annotation name=\"org.freedesktop.DBus.Method.NoReply\" value=\"true\"/>\n";
-        }
-        xml += "  </method>\n";
+        const std::vector<std::string> out(method.out.empty() ? 0 : 1, method.out);
+        members += bus::DescribeMember("method", method.name, method.inNames, in, out, method.noReply);
     }
-    return xml + " </interface>\n";
+    return bus::DescribeInterface(interface.name, members) +
+           bus::DescribeInterface(bus::kIntrospectable,
+                                  bus::DescribeMember("method", "Introspect", {"xml"}, {}, {"s"}));
 }
 
 }  // namespace
@@ -131,24 +96,13 @@ bus::Result<ExportedObjects::Found> ExportedObjects::find(const bus::Message& me
 }
 
 std::optional<std::string> ExportedObjects::introspect(std::string_view path) const {
-    const std::string prefix = path == "/" ? "/" : std::string(path) + "/";
-    std::string body;
-    std::set<std::string> children;
     const std::lock_guard lock(mutex_);
-    for (const auto& [name, entry] : entries_) {
-        if (name == path) {
-            body = Describe(*entry.interface) + std::string(kStandardInterfaces);
-        } else if (name.starts_with(prefix)) {
-            children.insert(name.substr(prefix.size(), name.find('/', prefix.size()) - prefix.size()));
-        }
-    }
-    if (body.empty() && children.empty() && path != "/") {
+    const auto entry = entries_.find(path);
+    const auto below = bus::NamesBelow(path, entries_);
+    if (entry == entries_.end() && below.empty() && path != "/") {
         return std::nullopt;
     }
-    for (const std::string& child : children) {
-        body += fmt::format(" <node name=\"{}\"/>\n", child);
-    }
-    return std::string(kIntrospectionHead) + body + "</node>\n";
+    return bus::DescribeNode(entry != entries_.end() ? Describe(*entry->second.interface) : "", below);
 }
 
 }  // namespace cmn

@@ -189,8 +189,7 @@ struct ContainerCodec {
     static constexpr auto kType = detail::Text{"a"} + kElement;
 
     static bool write(const Writer& to, const Container& values) {
-        return to.reserve(detail::kAround) &&
-               sd_bus_message_open_container(to.message, 'a', kElement) >= 0 &&
+        return to.reserve(detail::kAround) && sd_bus_message_open_container(to.message, 'a', kElement) >= 0 &&
                std::all_of(values.begin(), values.end(),
                            [&](const auto& value) {
                                return Codec<std::remove_cvref_t<decltype(value)>>::write(to, value);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "linux_bus/Codec.h"
+#include "linux_bus/Introspection.h"
 #include "linux_bus/Question.h"
 #include "linux_bus/Result.h"
 
@@ -89,7 +90,7 @@ class Interface {
     }
     template <typename... T>
     Interface& signal(const char* name, const Names& names) {
-        describe("signal", name, names, {std::string(kSignature<T>)...}, {});
+        description_ += DescribeMember("signal", name, names, {std::string(kSignature<T>)...}, {});
         return *this;
     }
 
@@ -101,7 +102,8 @@ class Interface {
 
     template <typename Out, typename... In>
     Interface& addMethod(const char* name, const Names& names, std::function<Out(In...)> run) {
-        describe("method", name, names, {std::string(kSignature<std::decay_t<In>>)...}, Answer<Out>::types());
+        description_ += DescribeMember("method", name, names, {std::string(kSignature<std::decay_t<In>>)...},
+                                       Answer<Out>::types());
         methods_.emplace(name, [run = std::move(run)](const Question& question) -> Task {
             auto arguments = question.message().read<std::decay_t<In>...>();
             if (!arguments) {
@@ -119,9 +121,6 @@ class Interface {
         });
         return *this;
     }
-    // What is told of the interface.
-    void describe(const char* kind, const char* name, const Names& names, const std::vector<std::string>& in,
-                  const std::vector<std::string>& out);
     void describeProperty(const char* name, const char* type);
 
     std::string name_;
@@ -146,7 +145,7 @@ class Objects {
  private:
     using Object = std::vector<Interface>;
 
-    std::string introspect(const std::string& path) const;
+    std::string introspect(std::string_view path) const;
     static Result<AnyValue> property(const Object& object, const std::string& interface,
                                      const std::string& name);
     static Result<std::map<std::string, AnyValue>> properties(const Object& object,

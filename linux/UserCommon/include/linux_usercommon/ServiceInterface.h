@@ -25,7 +25,7 @@ namespace cmn {
 struct ServiceMethod {
     std::string name;
     std::string in;   // signature of the arguments; only basic types
-    std::string out;  // signature of the answer
+    std::string out;  // signature of the answer: one value, or none
     std::vector<std::string> inNames = {};
     bool noReply = false;                                  // sent without asking for an answer
     bool slow = false;                                     // its object works long
