@@ -4,6 +4,7 @@
 #include <QDBusObjectPath>
 #include <QDBusVariant>
 #include <filesystem>
+#include <future>
 #include <numeric>
 #include <thread>
 
@@ -430,6 +431,39 @@ TEST_F(DBusClientTest, TheServiceSeesAnInvalidatedConnectionLeave) {
     const auto connection = connect(events);
     connection->invalidate();
     EXPECT_TRUE(WaitFor([&] { return server->invalidated == 1; }));
+}
+
+TEST_F(DBusClientTest, AMessageGoesToTheOwnerThatTheConnectionKnows) {
+    // The connection is not told of another one: its loop is busy.
+    std::atomic<int> first{0};
+    std::atomic<int> second{0};
+    const auto counting = [](std::atomic<int>& calls) {
+        return [&calls](const QDBusMessage& message, const QDBusConnection& connection) {
+            ++calls;
+            connection.send(message.createReply(QStringLiteral("1.0")));
+        };
+    };
+    RawPeer known(bus.address(), counting(first));
+    RawPeer unknown(bus.address(), counting(second));
+    ASSERT_TRUE(known.own(kEchoService));
+    ConnectionEvents events;
+    const auto connection = connect(events);
+    std::promise<void> busy;
+    std::promise<void> goOn;
+    dispatch->loop()->post([&busy, going = goOn.get_future().share()] {
+        busy.set_value();
+        going.wait();
+    });
+    busy.get_future().wait();
+    ASSERT_TRUE(known.release(kEchoService) && unknown.own(kEchoService));
+    const int before = first;
+    proxy(*connection, events)->version(nullptr);
+    EXPECT_TRUE(WaitFor([&] { return first + second > before; }));
+    EXPECT_EQ(second, 0);
+    goOn.set_value();
+    EXPECT_TRUE(WaitFor([&] { return events.interruptions == 1; }));
+    EXPECT_TRUE(answers(*connection));
+    EXPECT_GT(second, 0);
 }
 
 TEST_F(DBusClientTest, ADestroyedConnectionLeavesTheBusAndCallsNoHandler) {

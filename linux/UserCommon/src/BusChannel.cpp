@@ -102,10 +102,10 @@ bus::ObjectPath BusChannel::exportObject(const std::shared_ptr<const void>& obje
     return object ? objects_.add({object, std::move(interface), std::move(handler)}) : bus::ObjectPath{};
 }
 
-void BusChannel::send(bus::Connection& connection, ServiceRequest request,
+void BusChannel::send(bus::Connection& connection, const std::string& to, ServiceRequest request,
                       std::chrono::nanoseconds answerDeadline) {
     const ServiceMethod& method = *request.method;
-    bus::Message message = connection.newCall(peerName(), request.path, request.interface->name, method.name);
+    bus::Message message = connection.newCall(to, request.path, request.interface->name, method.name);
     if (message && !request.write(message)) {
         fail(request, {bus::error::kLimitsExceeded, "The message is too large"});
         return;

@@ -43,7 +43,7 @@ class BusChannel : public ServiceChannel, public std::enable_shared_from_this<Bu
  protected:
     using Handler = std::function<void()>;
 
-    // What the other end is called: for messages and for people.
+    // What the other end is called, for people.
     virtual const std::string& peerName() const = 0;
     // Whether the other end may still call; asked on the private queue, before each delivery.
     virtual bool accepts(const bus::Question& question) = 0;
@@ -51,7 +51,8 @@ class BusChannel : public ServiceChannel, public std::enable_shared_from_this<Bu
     void publishExportedObject();
     const ExportedObjects& objects() const { return objects_; }
     // Writes the message on the calling thread and sends it. Answers come within `answerDeadline`.
-    void send(bus::Connection& connection, ServiceRequest request, std::chrono::nanoseconds answerDeadline);
+    void send(bus::Connection& connection, const std::string& to, ServiceRequest request,
+              std::chrono::nanoseconds answerDeadline);
     // Tells why it could not be sent, on the private queue.
     void fail(const ServiceRequest& request, const bus::Error& error);
     // Hands a message to its object on the private queue. `place` is kept until then.

@@ -206,6 +206,7 @@ void ClientChannel::sendParked() {
     for (;;) {
         ServiceRequest request;
         std::shared_ptr<bus::Connection> bus;
+        std::string owner;
         const std::lock_guard sending(sendingMutex_);
         {
             const std::lock_guard lock(mutex_);
@@ -219,15 +220,17 @@ void ClientChannel::sendParked() {
             request = std::move(parked_.front());
             parked_.pop_front();
             bus = bus_;
+            owner = owner_;
         }
         if (bus::Clock::now() < request.deadline) {
-            send(*bus, std::move(request), settings_.replyDeadline);
+            send(*bus, owner, std::move(request), settings_.replyDeadline);
         }
     }
 }
 
 void ClientChannel::call(ServiceRequest request) {
     std::shared_ptr<bus::Connection> bus;
+    std::string owner;
     bus::Error error;
     {
         const std::lock_guard lock(mutex_);
@@ -237,6 +240,7 @@ void ClientChannel::call(ServiceRequest request) {
             error = {bus::error::kServiceUnknown, "The service has left the bus"};
         } else if (state_ == State::active) {
             bus = bus_;
+            owner = owner_;
         } else if (parked_.size() < kMostParked) {
             parked_.push_back(std::move(request));
             return;
@@ -245,7 +249,7 @@ void ClientChannel::call(ServiceRequest request) {
         }
     }
     if (bus) {
-        send(*bus, std::move(request), settings_.replyDeadline);
+        send(*bus, owner, std::move(request), settings_.replyDeadline);
     } else {
         fail(request, error);
     }

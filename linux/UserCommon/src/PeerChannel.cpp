@@ -25,7 +25,7 @@ void PeerChannel::call(ServiceRequest request) {
     if (ended_) {
         fail(request, {bus::error::kDisconnected, "The connection has ended"});
     } else {
-        send(*parts_.bus, std::move(request), parts_.replyDeadline);
+        send(*parts_.bus, uniqueName_, std::move(request), parts_.replyDeadline);
     }
 }
 
