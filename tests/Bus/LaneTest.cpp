@@ -131,7 +131,7 @@ TEST_F(LaneTest, TasksThatFillOneLaneHoldUpNeitherTheLoopNorAnotherLane) {
 
 TEST_F(LaneTest, WhatTheLoopHandsOverRunsBesideIt) {
     auto& lane = makeLane(4);
-    for (int round = 0; round < 100; ++round) {
+    for (int round = 0; round < 100 && !HasFailure(); ++round) {
         std::atomic<int> met{0};
         std::promise<void> done;
         loop.post([&] {

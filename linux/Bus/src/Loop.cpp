@@ -171,10 +171,12 @@ void Loop::Core::runTimers(Lock& lock) {
 }
 
 void Loop::Core::runPosted(Lock& lock) {
-    auto tasks = std::exchange(posted, {});
+    std::vector<Task> tasks;
+    tasks.swap(posted);
     lock.unlock();
-    for (; !tasks.empty(); tasks.pop_front()) {
-        RunNoThrow(tasks.front());
+    for (Task& task : tasks) {
+        RunNoThrow(task);
+        task = nullptr;
     }
     lock.lock();
 }

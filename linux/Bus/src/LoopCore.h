@@ -61,7 +61,7 @@ struct Loop::Core : std::enable_shared_from_this<Core> {
 
     std::mutex mutex;  // guards what follows
     std::condition_variable taskEnded;
-    std::deque<Task> posted;
+    std::vector<Task> posted;
     std::multimap<Clock::time_point, Task> timers;
     std::map<WatchId, std::shared_ptr<const Task>> watches;
     WatchId lastWatch = 0;
