@@ -11,6 +11,7 @@
 #include "interface/QtApplicationInterface.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
+#include "windowlist/AtspiWindowList.h"
 #include "windowlist/LinuxWindowList.h"
 
 namespace useragent {
@@ -31,7 +32,8 @@ LinuxAgentPlatform::LinuxAgentPlatform(QApplication& application, AtspiSettings 
       sessionBus_(std::move(sessionBus)),
       service_(service),
       launch_(std::move(launch)),
-      display_(std::move(display)) {}
+      display_(std::move(display)),
+      xWindows_(CreateXWindowList(display_.isX11)) {}
 
 LinuxAgentPlatform::~LinuxAgentPlatform() {
     // Tasks that wait to run again, such as a reconnect, own what owns these objects.
@@ -45,7 +47,10 @@ std::shared_ptr<Accessibility> LinuxAgentPlatform::accessibility() {
 }
 
 std::shared_ptr<WindowList> LinuxAgentPlatform::windowList() {
-    return CreateLinuxWindowList(*atspi(), BrowserList(), display_.isX11);
+    if (xWindows_) {
+        return xWindows_;
+    }
+    return std::make_shared<AtspiWindowList>(atspi()->bus(), BrowserList());
 }
 
 std::shared_ptr<cmn::Dispatch> LinuxAgentPlatform::dispatch() {
@@ -98,8 +103,14 @@ int LinuxAgentPlatform::runApplication() {
 
 const std::shared_ptr<AtspiAccessibility>& LinuxAgentPlatform::atspi() {
     if (!accessibility_) {
+        AtspiSettings settings = accessibilitySettings_;
+        if (xWindows_) {
+            settings.frontTitle = [windows = xWindows_](std::int32_t pid) {
+                return FrontTitleIn(*windows, pid);
+            };
+        }
         accessibility_ =
-            std::make_shared<AtspiAccessibility>(queues(), accessibilitySettings_, sessionBus_.loop);
+            std::make_shared<AtspiAccessibility>(queues(), std::move(settings), sessionBus_.loop);
     }
     return accessibility_;
 }

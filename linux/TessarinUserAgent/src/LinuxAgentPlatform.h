@@ -52,6 +52,7 @@ class LinuxAgentPlatform : public AgentPlatform {
     ApplicationService& service_;
     const LaunchRequest launch_;
     const Display display_;
+    const std::shared_ptr<WindowList> xWindows_;  // null where no X server lists all windows
     std::shared_ptr<cmn::LinuxDispatch> dispatch_;
     std::shared_ptr<AtspiAccessibility> accessibility_;
 };

@@ -33,7 +33,7 @@ AtspiSettings SettingsOfThisSession() {
 AccessibilityBus::AccessibilityBus(std::shared_ptr<cmn::Dispatch> dispatch,
                                    std::shared_ptr<cmn::bus::Loop> loop, AtspiSettings settings)
     : settings_(std::move(settings)),
-      surroundings_{std::move(dispatch), std::move(loop), settings_.callDeadline} {}
+      surroundings_{std::move(dispatch), std::move(loop), settings_.callDeadline, settings_.frontTitle} {}
 
 std::shared_ptr<Session> AccessibilityBus::session(Deadline deadline) {
     {

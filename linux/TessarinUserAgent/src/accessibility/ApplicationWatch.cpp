@@ -27,7 +27,8 @@ constexpr int kMostRetries = 6;  // each after twice the pause of the one before
 constexpr auto kPauseOfReads = 1s;
 
 constexpr std::array kEvents{atspi::kTextChangedEvent, atspi::kWindowActivateEvent,
-                             atspi::kWindowRestoreEvent};
+                             atspi::kWindowRestoreEvent, atspi::kWindowMinimizeEvent,
+                             atspi::kWindowDestroyEvent};
 
 }  // namespace
 
@@ -61,7 +62,7 @@ AXError ApplicationWatch::open() {
             return isOpen_ ? AXError::success : AXError::apiDisabled;
         }
         if (signals_.empty()) {
-            for (const char* const member : {"Activate", "Restore"}) {
+            for (const char* const member : {"Activate", "Restore", "Minimize", "Destroy"}) {
                 signals_.push_back(subscribe(fmt::format("sender='{}',interface='{}',member='{}'", busName_,
                                                          atspi::kWindowEventInterface, member),
                                              [](ApplicationWatch& self, const Message& signal) {
@@ -217,7 +218,9 @@ void ApplicationWatch::examine(const std::string& frontTitle) {
         const std::lock_guard lock(mutex_);
         known = known_;
     }
-    known.frontTitle = frontTitle;
+    known.frontTitle = frontTitle.empty() && session->surroundings.frontTitle
+                           ? session->surroundings.frontTitle(pid_)
+                           : frontTitle;
     WindowSearch::Found found;
     const AXError outcome = WindowSearch(session, pid_, busName_).run(known, found);
     if (outcome == AXError::cannotComplete) {

@@ -19,6 +19,8 @@ inline constexpr const char* kWindowEventInterface = "org.a11y.atspi.Event.Windo
 inline constexpr const char* kTextChangedEvent = "object:text-changed";
 inline constexpr const char* kWindowActivateEvent = "window:activate";
 inline constexpr const char* kWindowRestoreEvent = "window:restore";
+inline constexpr const char* kWindowMinimizeEvent = "window:minimize";
+inline constexpr const char* kWindowDestroyEvent = "window:destroy";
 
 using Role = std::uint32_t;
 

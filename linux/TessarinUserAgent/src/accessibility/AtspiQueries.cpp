@@ -70,6 +70,15 @@ Result<Objects> ReadObjects(const Message& answer) {
     return objects;
 }
 
+Result<ObjectRef> ReadReference(const Message& answer) {
+    auto property = answer.readOne<Variant<std::tuple<std::string, ObjectPath>>>();
+    if (!property) {
+        return OddAnswer();
+    }
+    auto& [busName, path] = property->value;
+    return ObjectRef{std::move(busName), std::move(path.value)};
+}
+
 template <typename T, typename... Arguments>
 Query<T> Call(const ObjectRef& object, const char* interface, const char* member,
               Result<T> (*read)(const Message&), Arguments... arguments) {
@@ -83,26 +92,6 @@ Query<T> Call(const ObjectRef& object, const char* interface, const char* member
 template <typename T>
 Query<T> Property(const ObjectRef& object, const char* interface, const char* name) {
     return Call(object, cmn::bus::kProperties, "Get", &ReadProperty<T>, interface, name);
-}
-
-// Which objects below another are wanted: a match rule of the protocol. Its four conditions are each followed
-// by the way their items are combined; those on attributes and interfaces are empty; nothing is inverted.
-Query<Objects> MatchesOf(const ObjectRef& object, State state, std::optional<Role> role, std::size_t most,
-                         bool descend) {
-    constexpr std::int32_t kAll = 1;
-    constexpr std::int32_t kAny = 2;
-    constexpr std::uint32_t kOrderOfTheTree = 1;
-    const States states = States{1} << static_cast<unsigned>(state);
-    std::vector<std::int32_t> roles(4);
-    if (role) {
-        roles[*role / 32] = static_cast<std::int32_t>(std::uint32_t{1} << (*role % 32));
-    }
-    const std::tuple rule(std::vector{static_cast<std::int32_t>(states & 0xFFFFFFFFU),
-                                      static_cast<std::int32_t>(states >> 32U)},
-                          kAll, std::map<std::string, std::string>(), kAll, roles, role ? kAny : kAll,
-                          std::vector<std::string>(), kAll, false);
-    return Call(object, kCollectionInterface, "GetMatches", &ReadObjects, rule, kOrderOfTheTree,
-                static_cast<std::int32_t>(most), descend);
 }
 
 }  // namespace
@@ -135,12 +124,40 @@ Query<Objects> ChildrenOf(const ObjectRef& object) {
     return Call(object, kAccessibleInterface, "GetChildren", &ReadObjects);
 }
 
+// A match rule of the protocol has four conditions, each followed by the way its items are combined; those on
+// attributes and interfaces are empty here; nothing is inverted.
+Query<Objects> MatchesOf(const ObjectRef& object, States states, const std::vector<Role>& roles,
+                         std::size_t most, bool descend) {
+    constexpr std::int32_t kAll = 1;
+    constexpr std::int32_t kAny = 2;  // of the roles: nothing has all of several, not even of one
+    constexpr std::uint32_t kOrderOfTheTree = 1;
+    std::vector<std::int32_t> roleBits(4);
+    for (const Role role : roles) {
+        roleBits.at(role / 32) |= static_cast<std::int32_t>(std::uint32_t{1} << (role % 32));
+    }
+    const std::tuple rule(std::vector{static_cast<std::int32_t>(states & 0xFFFFFFFFU),
+                                      static_cast<std::int32_t>(states >> 32U)},
+                          kAll, std::map<std::string, std::string>(), kAll, roleBits, kAny,
+                          std::vector<std::string>(), kAll, false);
+    return Call(object, kCollectionInterface, "GetMatches", &ReadObjects, rule, kOrderOfTheTree,
+                static_cast<std::int32_t>(most), descend);
+}
+
 Query<Objects> ShowingChildrenOf(const ObjectRef& object) {
-    return MatchesOf(object, State::showing, std::nullopt, kMostObjects + 1, false);
+    return MatchesOf(object, States{} | State::showing, {}, kMostObjects + 1, false);
 }
 
 Query<Objects> ShowingPagesOf(const ObjectRef& object) {
-    return MatchesOf(object, State::showing, kRoleDocumentWeb, 1, true);
+    return MatchesOf(object, States{} | State::showing, {kRoleDocumentWeb}, 1, true);
+}
+
+Query<Objects> EntriesOf(const ObjectRef& object) {
+    constexpr std::size_t kMostEntries = 8;
+    return MatchesOf(object, {}, {kRoleComboBox, kRoleEntry, kRoleText}, kMostEntries, true);
+}
+
+Query<ObjectRef> ParentOf(const ObjectRef& object) {
+    return Call(object, cmn::bus::kProperties, "Get", &ReadReference, kAccessibleInterface, "Parent");
 }
 
 Query<std::string> AddressOfPage(const ObjectRef& page) {

@@ -40,9 +40,16 @@ Query<std::string> TextOf(const ObjectRef& object);
 Query<Objects> ChildrenOf(const ObjectRef& object);
 // Those that are showing, in order, without asking each of them.
 Query<Objects> ShowingChildrenOf(const ObjectRef& object);
+// The objects below another that have all of the states and one of the roles, if there are any; its children
+// only, or at any depth. In the tree's order, no more than `most`.
+Query<Objects> MatchesOf(const ObjectRef& object, States states, const std::vector<Role>& roles,
+                         std::size_t most, bool descend);
 // The web pages that are showing at or below the object, in order, no more than a few.
 Query<Objects> ShowingPagesOf(const ObjectRef& object);
 Query<std::string> AddressOfPage(const ObjectRef& page);
+// What may be a text field, also where nothing is showing.
+Query<Objects> EntriesOf(const ObjectRef& object);
+Query<ObjectRef> ParentOf(const ObjectRef& object);
 Query<Done> PingOf(const std::string& busName);
 
 // The registry.

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "accessibility/Applications.h"
+#include "accessibility/AtspiSettings.h"
 #include "accessibility/EventRegistrations.h"
 #include "accessibility/SilentApplications.h"
 #include "linux_bus/Connection.h"
@@ -57,6 +58,7 @@ class Session : public std::enable_shared_from_this<Session> {
         std::shared_ptr<cmn::Dispatch> dispatch;
         std::shared_ptr<cmn::bus::Loop> loop;  // in whose thread signals arrive
         std::chrono::milliseconds callDeadline;
+        FrontTitle frontTitle;
     };
 
     Session(Surroundings where, std::shared_ptr<cmn::bus::Connection> connection);

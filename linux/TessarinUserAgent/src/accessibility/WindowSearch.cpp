@@ -16,6 +16,9 @@ namespace {
 
 using cmn::bus::Batch;
 
+// Of an address field; what lies deeper is something else.
+constexpr int kMostAncestors = 20;
+
 // The application's tree, each read of it with a deadline of its own.
 class TreeReader : public AccessibilityReader {
  public:
@@ -134,7 +137,7 @@ void WindowSearch::findField(const Known& known, Found& found) {
             "The search for the URL field of the application with process id {} took too long and was ended",
             pid_);
     }
-    if (field && describe({field->object, {}}, found)) {
+    if ((field && describe({field->object, {}}, found)) || (!hidden && findCovered(found))) {
         return;
     }
     // A dialog may hide a field that is still there, and a page that fills the screen takes it away.
@@ -143,6 +146,50 @@ void WindowSearch::findField(const Known& known, Found& found) {
     } else if (wasFound) {
         describePage(before->second, found);
     }
+}
+
+// In a window that others cover, some browsers show nothing below the window.
+bool WindowSearch::findCovered(Found& found) {
+    const AtspiElement element(pid_, session_, found.window);
+    const AtspiReader reader(session_, element, session_->deadline());
+    const auto entries = reader.ask(atspi::EntriesOf(found.window)).valueOr({});
+    auto window = std::make_shared<AtspiElement>(pid_, session_, found.window);
+    window->found.emplace();
+    std::map<std::string, Found> described;
+    for (const atspi::ObjectRef& entry : entries) {
+        Found one;
+        if (describe({entry, {}}, one) && !isInPage(entry, found.window)) {
+            auto field = std::make_shared<AtspiElement>(pid_, session_, entry);
+            field->known = one.field->known;
+            field->found.emplace();
+            window->found->push_back(std::move(field));
+            described[entry.path] = std::move(one);
+        }
+    }
+    TreeReader tree(session_);
+    const auto field = std::static_pointer_cast<const AtspiElement>(FindURLElement(tree, window, 0));
+    if (!field) {
+        return false;
+    }
+    Found& chosen = described.at(field->object.path);
+    found.field = std::move(chosen.field);
+    found.text = std::move(chosen.text);
+    found.states = chosen.states;
+    return true;
+}
+
+bool WindowSearch::isInPage(atspi::ObjectRef object, const atspi::ObjectRef& window) const {
+    for (int depth = 0; depth < kMostAncestors && object.path != window.path; ++depth) {
+        const AtspiElement element(pid_, session_, object);
+        const AtspiReader reader(session_, element, session_->deadline());
+        auto parent = reader.ask(atspi::ParentOf(object));
+        const auto role = parent ? reader.ask(atspi::RoleOf(*parent)) : parent.error();
+        if (!role || atspi::AXRoleName(*role, 0) == kWebAreaRole) {
+            return true;  // as far as is known
+        }
+        object = std::move(*parent);
+    }
+    return object.path != window.path;
 }
 
 // Reads all that a search and the watcher ask of a field. False when it is none any more.

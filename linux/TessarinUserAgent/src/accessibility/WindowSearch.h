@@ -40,6 +40,8 @@ class WindowSearch {
  private:
     AXError chooseWindow(const Known& known, Found& found);
     void findField(const Known& known, Found& found);
+    bool findCovered(Found& found);
+    bool isInPage(atspi::ObjectRef object, const atspi::ObjectRef& window) const;
     bool describe(AddressField field, Found& found);
     bool describePage(const AddressField& field, Found& found);
     void careForContent(const atspi::ObjectRef& window, const cmn::bus::Result<atspi::Objects>& children);

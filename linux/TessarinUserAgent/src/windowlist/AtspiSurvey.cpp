@@ -1,6 +1,5 @@
 #include "windowlist/AtspiSurvey.h"
 
-#include <tuple>
 #include <utility>
 
 #include "accessibility/MainWindow.h"
@@ -23,24 +22,9 @@ ObjectRef RootOf(const std::string& busName) {
     return {busName, atspi::kRootPath};
 }
 
-// The frames of an application that have all of the states, in one call: a rule on states and roles, none on
-// attributes and interfaces.
+// The frames of an application that have all of the states.
 atspi::Query<atspi::Objects> FramesWith(const std::string& busName, atspi::States states) {
-    constexpr std::int32_t kAll = 1;
-    constexpr std::int32_t kAny = 2;  // of the roles: nothing has all of several, not even of one
-    constexpr std::uint32_t kOrderOfTheTree = 1;
-    constexpr bool kDescend = false;
-    std::vector<std::int32_t> roles(4);
-    roles.at(atspi::kRoleFrame / 32) = std::int32_t{1} << (atspi::kRoleFrame % 32);
-    const auto rule = std::tuple(std::vector{static_cast<std::int32_t>(states & 0xFFFFFFFFU),
-                                             static_cast<std::int32_t>(states >> 32U)},
-                                 kAll, std::map<std::string, std::string>(), kAll, roles, kAny,
-                                 std::vector<std::string>(), kAll, false);
-    auto query = atspi::ShowingChildrenOf(RootOf(busName));
-    query.write = [=](cmn::bus::Message& call) {
-        return call.append(rule, kOrderOfTheTree, static_cast<std::int32_t>(kMostTopLevels + 1), kDescend);
-    };
-    return query;
+    return atspi::MatchesOf(RootOf(busName), states, {atspi::kRoleFrame}, kMostTopLevels + 1, false);
 }
 
 constexpr atspi::States kShowing = atspi::States{1} << static_cast<unsigned>(atspi::State::showing);
@@ -100,17 +84,23 @@ void AtspiSurvey::learnProcesses(const std::vector<std::string>& names, Deadline
 }
 
 void AtspiSurvey::learnNames(Deadline deadline) {
-    std::vector<std::pair<AtspiApplicationRecord*, Batch::Answer<std::string>>> asked;
+    std::vector<std::pair<std::string, Batch::Answer<std::string>>> asked;
     Batch batch(session_.connection, deadline);
-    for (auto& [busName, record] : records_) {
+    for (const auto& [busName, record] : records_) {
         if (record.name.empty() && canBeAsked(busName)) {
-            asked.emplace_back(&record, batch.ask(atspi::NameOf(RootOf(busName))));
+            asked.emplace_back(busName, batch.ask(atspi::NameOf(RootOf(busName))));
         }
     }
     finish(batch);
-    for (const auto& [record, answer] : asked) {
-        record->name = OwnerName(answer.read().valueOr(""));
-        record->isBrowser = IsIn(browsers_, record->name);
+    for (const auto& [busName, answer] : asked) {
+        AtspiApplicationRecord& record = records_[busName];
+        record.name = OwnerName(answer.read().valueOr(""));
+        record.isBrowser = IsIn(browsers_, record.name);
+        if (record.isBrowser) {
+            // Browsers of the Chromium family do not say which window is active unless somebody wants to hear
+            // when that changes.
+            session_.events.add(atspi::kWindowActivateEvent, busName, deadline);
+        }
     }
 }
 

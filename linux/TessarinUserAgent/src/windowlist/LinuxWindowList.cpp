@@ -1,9 +1,8 @@
 #include "windowlist/LinuxWindowList.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <utility>
 
-#include "windowlist/AtspiWindowList.h"
 #include "windowlist/XcbWindowList.h"
 
 namespace useragent {
@@ -20,12 +19,20 @@ WindowSource ChooseWindowSource(const std::string& waylandDisplay, bool xServerA
     return waylandDisplay.empty() && xServerAnswers ? WindowSource::xServer : WindowSource::accessibilityBus;
 }
 
-std::unique_ptr<WindowList> CreateLinuxWindowList(AtspiAccessibility& accessibility,
-                                                  std::vector<std::string> browsers, bool xServerAnswers) {
-    if (ChooseWindowSource(Environment("WAYLAND_DISPLAY"), xServerAnswers) == WindowSource::xServer) {
-        return std::make_unique<XcbWindowList>(Environment("DISPLAY"));
+std::shared_ptr<WindowList> CreateXWindowList(bool xServerAnswers) {
+    return ChooseWindowSource(Environment("WAYLAND_DISPLAY"), xServerAnswers) == WindowSource::xServer
+               ? std::make_shared<XcbWindowList>(Environment("DISPLAY"))
+               : nullptr;
+}
+
+std::string FrontTitleIn(WindowList& windows, std::int32_t pid) {
+    const auto all = windows.copyOnScreenWindows();
+    if (!all) {
+        return {};
     }
-    return std::make_unique<AtspiWindowList>(accessibility.bus(), std::move(browsers));
+    const auto front = std::find_if(all->begin(), all->end(),
+                                    [pid](const WindowInfo& window) { return window.ownerPid == pid; });
+    return front != all->end() ? front->title.value_or("") : "";
 }
 
 }  // namespace useragent

@@ -1,10 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
-#include "accessibility/AtspiAccessibility.h"
 #include "useragent/WindowList.h"
 
 namespace useragent {
@@ -15,8 +14,10 @@ enum class WindowSource { xServer, accessibilityBus };
 // the windows.
 WindowSource ChooseWindowSource(const std::string& waylandDisplay, bool xServerAnswers);
 
-// The window list that this session offers; `browsers` are the product's names of those that count.
-std::unique_ptr<WindowList> CreateLinuxWindowList(AtspiAccessibility& accessibility,
-                                                  std::vector<std::string> browsers, bool xServerAnswers);
+// The X server's window list; null where it is not the one to ask. Any thread.
+std::shared_ptr<WindowList> CreateXWindowList(bool xServerAnswers);
+
+// The title of the front-most of the process's windows in such a list.
+std::string FrontTitleIn(WindowList& windows, std::int32_t pid);
 
 }  // namespace useragent

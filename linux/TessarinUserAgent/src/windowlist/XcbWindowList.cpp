@@ -179,6 +179,7 @@ XcbWindowList::XcbWindowList(std::string display, std::chrono::milliseconds call
 XcbWindowList::~XcbWindowList() = default;
 
 std::optional<std::vector<WindowInfo>> XcbWindowList::copyOnScreenWindows() {
+    const std::lock_guard lock(mutex_);
     return parts_->read(Clock::now() + parts_->callDeadline);
 }
 

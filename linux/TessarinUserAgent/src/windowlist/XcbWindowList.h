@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "useragent/Deadlines.h"
@@ -10,7 +11,7 @@
 namespace useragent {
 
 // The windows of an X server, as its window manager lists them: no hidden windows, and none of processes of
-// other machines. Connects when it is asked, again after the server went away.
+// other machines. Connects when it is asked, again after the server went away. Any thread.
 class XcbWindowList final : public WindowList {
  public:
     // `display` as in the environment variable DISPLAY.
@@ -22,6 +23,8 @@ class XcbWindowList final : public WindowList {
 
  private:
     struct Parts;
+
+    std::mutex mutex_;  // guards what follows
     const std::unique_ptr<Parts> parts_;
 };
 
