@@ -416,7 +416,8 @@ TEST_F(AtspiObserverTest, WantsFromTheApplicationWhatItNeedsOnceForAsLongAsItLiv
         application.change(next.frame, [](fake::AtspiNode& frame) { frame.states |= fake::kActive; });
     }
     std::vector<std::string> wanted;
-    for (const char* const event : {"object:text-changed ", "window:activate ", "window:restore "}) {
+    for (const char* const event : {"object:text-changed ", "window:activate ", "window:restore ",
+                                    "window:minimize ", "window:destroy "}) {
         wanted.push_back(event + application.busName());
     }
     EXPECT_EQ(desktop.registeredEvents(), wanted);
@@ -430,7 +431,7 @@ TEST_F(AtspiObserverTest, WantsItFromANewRegistryToo) {
     look({getpid()});
     ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
     EXPECT_EQ(texts(), std::vector<std::string>{"while nobody listened"});
-    EXPECT_TRUE(fake::WaitFor([&] { return desktop.registeredEvents().size() == 3; }));
+    EXPECT_TRUE(fake::WaitFor([&] { return desktop.registeredEvents().size() == 5; }));
 }
 
 TEST_F(AtspiObserverTest, RefusesWhatItCannotTell) {

@@ -65,6 +65,16 @@ std::shared_ptr<Session> AccessibilityBus::check(Deadline deadline) {
     return usable();
 }
 
+std::shared_ptr<Session> AccessibilityBus::checkForCycle(Deadline deadline, bool isLastStep) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (std::exchange(isCheckedForCycle_, !isLastStep) && isLastStep) {
+            return usable();
+        }
+    }
+    return check(deadline);
+}
+
 std::shared_ptr<Session> AccessibilityBus::usable() const {
     return session_ && session_->connection->isReady() ? session_ : nullptr;
 }

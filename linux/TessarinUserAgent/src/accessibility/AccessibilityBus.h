@@ -28,6 +28,9 @@ class AccessibilityBus {
     // Looks anew. Nothing when the desktop has none, it does not answer, or accessibility is switched off.
     std::shared_ptr<Session> check(cmn::bus::Deadline deadline);
 
+    // The same, for the steps of one polling cycle: the second of them does not look again.
+    std::shared_ptr<Session> checkForCycle(cmn::bus::Deadline deadline, bool isLastStep);
+
     // The desktop's session bus; nothing when it cannot be had.
     std::shared_ptr<cmn::bus::Connection> sessionBus(cmn::bus::Deadline deadline);
 
@@ -62,6 +65,7 @@ class AccessibilityBus {
     Verdict verdict_ = Verdict::unknown;
     cmn::bus::Deadline lastLook_{};
     bool looking_ = false;
+    bool isCheckedForCycle_ = false;
 };
 
 }  // namespace useragent

@@ -78,7 +78,7 @@ AXError ApplicationWatch::open() {
                           [](ApplicationWatch& self, const Message&) {
                               if (const auto alive = self.session_.lock()) {
                                   alive->applications.forget(self.pid_, self.busName_);
-                                  alive->events.forget(self.busName_);
+                                  alive->events->forget(self.busName_);
                                   alive->watches->forget(self.busName_);
                               }
                               self.lost();
@@ -86,7 +86,7 @@ AXError ApplicationWatch::open() {
         }
     }
     for (const char* const event : kEvents) {
-        const AXError error = session->events.add(event, busName_, session->deadline());
+        const AXError error = session->events->add(event, busName_, session->deadline());
         if (error != AXError::success) {
             return error;
         }
@@ -285,9 +285,9 @@ void ApplicationWatch::follow(const WindowSearch::Found& found) {
                 self->examineLater(0ms);
             }
         });
-        field_->take(found.text, found.states);
+        field_->take(found.text);
         field_->open();
-        if (field_->isMute()) {
+        if (found.field->isMute) {
             readRegularly(field_);
         }
     }
@@ -364,11 +364,19 @@ bool ApplicationWatch::isOutdated(const Session& session, const std::string& fro
     const auto ask = [](cmn::bus::Batch& batch, const atspi::ObjectRef& window) {
         return Window{batch.ask(atspi::StatesOf(window)), batch.ask(atspi::NameOf(window))};
     };
-    cmn::bus::Batch ofMainWindow(session.connection, session.deadline());
-    const Window main = ask(ofMainWindow, mainWindow);
-    ofMainWindow.wait();
-    const atspi::States states = main.states.read().valueOr(atspi::States{} | atspi::State::defunct);
-    const bool isInFront = frontTitle.empty() || HasTitle(main.title.read().valueOr(""), frontTitle);
+    bool isInFront = true;
+    if (!frontTitle.empty()) {
+        const auto title = AskAndWait(session.connection, atspi::NameOf(mainWindow), session.deadline());
+        isInFront = title && HasTitle(*title, frontTitle);
+        const auto candidates =
+            std::count_if(known.begin(), known.end(), [](const auto& window) { return window.second; });
+        if (isInFront && candidates == 1) {
+            return false;
+        }
+    }
+    const atspi::States states =
+        AskAndWait(session.connection, atspi::StatesOf(mainWindow), session.deadline())
+            .valueOr(atspi::States{} | atspi::State::defunct);
     if (atspi::Has(states, atspi::State::active) && isInFront) {
         return false;
     }

@@ -62,7 +62,7 @@ bool AtspiAccessibility::isProcessTrustedWithPrompt() {
 
 void AtspiAccessibility::prepare(const std::vector<WindowInfo>& browsers) {
     const cmn::bus::Deadline deadline = bus_->deadline();
-    if (const std::shared_ptr<Session> session = bus_->check(cmn::bus::HalfWayTo(deadline))) {
+    if (const std::shared_ptr<Session> session = bus_->checkForCycle(cmn::bus::HalfWayTo(deadline), true)) {
         session->look(browsers, deadline);
     }
 }

@@ -182,10 +182,6 @@ Query<Done> Deregistration(const std::string& event) {
     return Call(kRegistry, kRegistryInterface, "DeregisterEvent", &ReadNothing, event);
 }
 
-Query<std::string> OwnerOf(const std::string& name) {
-    return Call(kBus, cmn::bus::kBusName, "GetNameOwner", &ReadOne<std::string>, name);
-}
-
 Query<std::vector<std::string>> Names() {
     return Call(kBus, cmn::bus::kBusName, "ListNames", &ReadOne<std::vector<std::string>>);
 }

@@ -59,7 +59,6 @@ Query<Done> Registration(const std::string& event, const std::string& busName);
 Query<Done> Deregistration(const std::string& event);
 
 // The bus itself.
-Query<std::string> OwnerOf(const std::string& name);
 Query<std::vector<std::string>> Names();
 Query<std::uint32_t> ProcessIdOf(const std::string& busName);
 

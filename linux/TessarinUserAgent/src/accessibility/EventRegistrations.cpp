@@ -30,8 +30,10 @@ AXError EventRegistrations::add(const std::string& event, const std::string& bus
 
 void EventRegistrations::forget(const std::string& busName) {
     const std::lock_guard lock(mutex_);
-    dead_ += std::erase_if(wanted_, [&](const Wanted& wanted) { return wanted.second == busName; });
-    if (wanted_.empty() || dead_ > kMostDead) {
+    const std::size_t died =
+        std::erase_if(wanted_, [&](const Wanted& wanted) { return wanted.second == busName; });
+    dead_ += died;
+    if ((died > 0 && wanted_.empty()) || dead_ > kMostDead) {
         for (const std::string& event : events_) {
             connection_->send(atspi::Deregistration(event).makeCall(*connection_));
         }
@@ -40,17 +42,10 @@ void EventRegistrations::forget(const std::string& busName) {
     }
 }
 
-bool EventRegistrations::registryOwner(const std::string& owner) {
+void EventRegistrations::repeat() {
     const std::lock_guard lock(mutex_);
-    if (owner.empty() || owner == registryOwner_) {
-        return false;
-    }
-    const bool isReplaced = !std::exchange(registryOwner_, owner).empty();
-    if (isReplaced) {
-        dead_ = 0;
-        registerAll();
-    }
-    return isReplaced;
+    dead_ = 0;
+    registerAll();
 }
 
 void EventRegistrations::registerAll() {

@@ -25,9 +25,8 @@ class EventRegistrations {
     // The bus name has died. Does not wait.
     void forget(const std::string& busName);
 
-    // To be told regularly who owns the registry's name, empty when it is not known; a new registry is told
-    // everything again. True when it was.
-    bool registryOwner(const std::string& owner);
+    // Tells a new registry everything again. Does not wait.
+    void repeat();
 
  private:
     using Wanted = std::pair<std::string, std::string>;  // event, bus name
@@ -38,7 +37,6 @@ class EventRegistrations {
     const std::shared_ptr<cmn::bus::Connection> connection_;
 
     std::mutex mutex_;  // guards what follows
-    std::string registryOwner_;
     std::set<Wanted> wanted_;
     std::set<std::string> events_;  // that were ever wanted
     std::size_t dead_ = 0;          // registrations that the registry still has though nobody needs them

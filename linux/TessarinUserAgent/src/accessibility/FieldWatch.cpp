@@ -46,19 +46,13 @@ void FieldWatch::listen(const std::shared_ptr<Listener>& listener, std::optional
     tell();
 }
 
-void FieldWatch::take(const cmn::bus::Result<std::string>& text, atspi::States states) {
+void FieldWatch::take(const cmn::bus::Result<std::string>& text) {
     const std::lock_guard lock(mutex_);
-    states_ = states;
     isMissing_ = !text;
     if (text) {
         mirror_.set(*text);
         tell();
     }
-}
-
-bool FieldWatch::isMute() const {
-    const std::lock_guard lock(mutex_);
-    return field_.isPage || !atspi::Has(states_, atspi::State::editable);
 }
 
 void FieldWatch::tell() {
@@ -110,21 +104,13 @@ void FieldWatch::refresh(std::function<void()> done) {
         isMissing_ = true;
     } else {
         isReading_ = true;
-        const auto states = std::make_shared<std::optional<cmn::bus::Result<atspi::States>>>();
-        cmn::bus::Ask<atspi::States>(*session->connection, atspi::StatesOf(field_.object),
-                                     session->deadline(), [states](const auto& answer) { *states = answer; });
         const auto query = field_.isPage ? atspi::AddressOfPage(field_.object) : atspi::TextOf(field_.object);
-        cmn::bus::Ask<std::string>(
-            *session->connection, query, session->deadline(),
-            [weak = weak_from_this(), states, done](const auto& text) {
-                const auto self = weak.lock();
-                if (self) {
-                    self->finish(text, states->value_or(text ? cmn::bus::Error{} : text.error()));
-                }
-                if (done) {
-                    done();
-                }
-            });
+        cmn::bus::Ask<std::string>(*session->connection, query, session->deadline(),
+                                   [weak = weak_from_this(), done](const auto& text) {
+                                       if (const auto self = weak.lock()) {
+                                           self->finish(text, done);
+                                       }
+                                   });
         return;
     }
     if (done) {
@@ -144,29 +130,47 @@ void FieldWatch::recovered() {
     }
 }
 
-void FieldWatch::finish(const cmn::bus::Result<std::string>& text,
-                        const cmn::bus::Result<atspi::States>& states) {
+void FieldWatch::finish(const cmn::bus::Result<std::string>& text, const std::function<void()>& done) {
     isReading_ = false;
     const std::shared_ptr<Session> session = session_.lock();
-    if (!text && atspi::IsTimeout(text.error())) {
+    if (session && !text && atspi::IsTimeout(text.error())) {
         const std::lock_guard lock(mutex_);
         isMissing_ = true;
-        if (session) {
-            session->silent->note(field_.object.busName, pid_);
-        }
+        session->silent->note(field_.object.busName, pid_);
+    } else if (text && !text->empty()) {
+        isRetried_ = false;
+        isUnfit_ = false;
+        take(text);
+    } else if (session) {
+        // A dead field may answer with an empty text.
+        cmn::bus::Ask<atspi::States>(*session->connection, atspi::StatesOf(field_.object),
+                                     session->deadline(),
+                                     [weak = weak_from_this(), text, done](const auto& states) {
+                                         if (const auto self = weak.lock()) {
+                                             self->judge(text, states);
+                                         }
+                                         if (done) {
+                                             done();
+                                         }
+                                     });
         return;
     }
+    if (done) {
+        done();
+    }
+}
+
+void FieldWatch::judge(const cmn::bus::Result<std::string>& text,
+                       const cmn::bus::Result<atspi::States>& states) {
     isRetried_ = false;
     const bool isAlive = text && states && !atspi::Has(*states, atspi::State::defunct);
     if (isAlive) {
-        take(text, *states);
+        take(text);
     }
-    // Of a dead one the text, if it gave one, is no address.
-    const bool isUnfit = !isAlive || !atspi::Has(*states, atspi::State::showing);
-    if (isUnfit && !std::exchange(isUnfit_, isUnfit)) {
+    // Of a dead one the text, if it gave one, is no address. Told once: it may stay so.
+    if (!std::exchange(isUnfit_, !isAlive) && !isAlive) {
         onUnfit_();
     }
-    isUnfit_ = isUnfit;
 }
 
 }  // namespace useragent

@@ -20,6 +20,7 @@ struct AddressField {
     KnownAttributes known;  // without its text
     // While a page fills the screen there is no field; then this is the page, whose address is read instead.
     bool isPage = false;
+    bool isMute = false;  // its application does not tell its changes
 };
 
 // The text of one address field. A change is told at the insertion that completes it, without asking the
@@ -27,7 +28,7 @@ struct AddressField {
 // come in the bus's thread.
 class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
  public:
-    // `onUnfit` is called in the bus's thread when the object is no address field any more, or hidden.
+    // `onUnfit` is called in the bus's thread when the object is no address field any more.
     FieldWatch(const std::shared_ptr<Session>& session, std::int32_t pid, AddressField field,
                std::function<void()> onUnfit);
 
@@ -38,9 +39,7 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
     // Tells changes from `given` on, which is the text that the listener knows.
     void listen(const std::shared_ptr<Listener>& listener, std::optional<std::string> given);
     // What was read of it elsewhere.
-    void take(const cmn::bus::Result<std::string>& text, atspi::States states);
-    // Whether its changes are not told by its application.
-    bool isMute() const;
+    void take(const cmn::bus::Result<std::string>& text);
 
     // The bus's thread. `done` is called when the application has answered or will not; not when all is over.
     void refresh(std::function<void()> done = {});
@@ -55,7 +54,8 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
 
     void signalled(const cmn::bus::Message& signal);
     void verify();
-    void finish(const cmn::bus::Result<std::string>& text, const cmn::bus::Result<atspi::States>& states);
+    void finish(const cmn::bus::Result<std::string>& text, const std::function<void()>& done);
+    void judge(const cmn::bus::Result<std::string>& text, const cmn::bus::Result<atspi::States>& states);
     // With the mutex held.
     void tell();
     std::shared_ptr<const AtspiElement> makeElement() const;
@@ -72,7 +72,6 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
 
     mutable std::mutex mutex_;  // guards what follows
     TextMirror mirror_;
-    atspi::States states_ = 0;
     bool isMissing_ = false;  // a read was not answered
     std::vector<Hearer> hearers_;
 };

@@ -17,7 +17,8 @@ std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows
                                             const std::string& frontTitle) {
     const auto rank = [&](const TopLevel& window) {
         return std::tuple(atspi::Has(window.states, atspi::State::active),
-                          !atspi::Has(window.states, atspi::State::iconified),
+                          atspi::Has(window.states, atspi::State::showing) &&
+                              !atspi::Has(window.states, atspi::State::iconified),
                           HasTitle(window.title, frontTitle), window.path == lastMain);
     };
     std::optional<std::size_t> best;

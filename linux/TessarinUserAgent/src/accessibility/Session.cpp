@@ -1,5 +1,7 @@
 #include "accessibility/Session.h"
 
+#include <fmt/format.h>
+
 #include <chrono>
 #include <future>
 #include <utility>
@@ -64,7 +66,22 @@ Session::Session(Surroundings where, std::shared_ptr<cmn::bus::Connection> conne
           connection,
           [all = watches](const std::string& busName) { all->tell(busName, &ApplicationWatch::recovered); })),
       applications(connection),
-      events(connection) {}
+      events(std::make_shared<EventRegistrations>(connection)) {
+    // A new registry knows nothing: until it was told nobody asked the applications for events.
+    registrySignals_ = connection->subscribe(
+        fmt::format("type='signal',sender='{0}',interface='{0}',member='NameOwnerChanged',arg0='{1}'",
+                    cmn::bus::kBusName, atspi::kRegistryName),
+        [registrations = std::weak_ptr(events),
+         all = std::weak_ptr(watches)](const cmn::bus::Message& signal) {
+            const auto change = signal.read<std::string, std::string, std::string>();
+            const auto alive = registrations.lock();
+            const auto watched = all.lock();
+            if (change && !std::get<2>(*change).empty() && alive && watched) {
+                alive->repeat();
+                watched->tellAll(&ApplicationWatch::refresh);
+            }
+        });
+}
 
 void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline deadline) {
     std::vector<std::int32_t> pids;
@@ -72,11 +89,6 @@ void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline d
         pids.push_back(browser.ownerPid);
     }
     applications.lookUp(pids, deadline);
-    const auto owner = AskAndWait(connection, atspi::OwnerOf(atspi::kRegistryName), deadline);
-    if (owner && events.registryOwner(*owner)) {
-        // Until now nobody asked the applications for events.
-        watches->tellAll(&ApplicationWatch::refresh);
-    }
     // All of them at once, so that one that hangs keeps the others from nothing.
     struct Look {
         std::shared_ptr<ApplicationWatch> watch;

@@ -63,8 +63,8 @@ class Session : public std::enable_shared_from_this<Session> {
 
     Session(Surroundings where, std::shared_ptr<cmn::bus::Connection> connection);
 
-    // One look at whether what is known of these browsers still holds, who answers at all, and whether the
-    // registry is still the same. Waits for all of them; the polling thread.
+    // One look at whether what is known of these browsers still holds, and who answers at all. Waits for all
+    // of them; the polling thread.
     void look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline deadline);
 
     // The watch of the process's application; null when the process has none.
@@ -82,9 +82,11 @@ class Session : public std::enable_shared_from_this<Session> {
     const std::shared_ptr<Watches> watches;
     const std::shared_ptr<SilentApplications> silent;
     Applications applications;
-    EventRegistrations events;
+    const std::shared_ptr<EventRegistrations> events;
 
  private:
+    std::shared_ptr<cmn::bus::Subscription> registrySignals_;
+
     mutable std::mutex mutex_;  // guards withoutSelection_
     std::set<std::string> withoutSelection_;
 };

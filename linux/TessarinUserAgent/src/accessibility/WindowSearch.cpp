@@ -123,8 +123,7 @@ void WindowSearch::careForContent(const atspi::ObjectRef& window,
 void WindowSearch::findField(const Known& known, Found& found) {
     const auto before = known.fields.find(found.window.path);
     const bool wasFound = before != known.fields.end();
-    if (wasFound && !before->second.isPage && describe(before->second, found) &&
-        atspi::Has(found.states, atspi::State::showing)) {
+    if (wasFound && !before->second.isPage && describe(before->second, found) && found.isFieldShowing) {
         return;
     }
     const std::optional<AddressField> hidden = std::exchange(found.field, std::nullopt);
@@ -174,7 +173,6 @@ bool WindowSearch::findCovered(Found& found) {
     Found& chosen = described.at(field->object.path);
     found.field = std::move(chosen.field);
     found.text = std::move(chosen.text);
-    found.states = chosen.states;
     return true;
 }
 
@@ -218,8 +216,9 @@ bool WindowSearch::describe(AddressField field, Found& found) {
     const auto all = attributes.read().valueOr({});
     field.known[kDOMIdentifierAttribute] = Find(all, {"id"});
     field.known[kPlaceholderValueAttribute] = Find(all, {"placeholder", "placeholder-text"});
+    field.isMute = !atspi::Has(*statesRead, atspi::State::editable);
+    found.isFieldShowing = atspi::Has(*statesRead, atspi::State::showing);
     found.field = std::move(field);
-    found.states = *statesRead;
     return true;
 }
 
@@ -235,9 +234,8 @@ bool WindowSearch::describePage(const AddressField& field, Found& found) {
     if (!address || address->empty()) {
         return false;
     }
-    found.field = AddressField{pages->front(), field.known, true};
+    found.field = AddressField{pages->front(), field.known, true, true};
     found.text = std::move(address);
-    found.states = 0;
     return true;
 }
 

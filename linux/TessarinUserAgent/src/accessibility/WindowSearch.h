@@ -29,7 +29,7 @@ class WindowSearch {
         std::map<std::string, bool> windows;  // all paths, and whether it is a candidate for the main one
         std::optional<AddressField> field;
         cmn::bus::Result<std::string> text = std::string();  // of the field
-        atspi::States states = 0;                            // of the field
+        bool isFieldShowing = false;
     };
 
     WindowSearch(std::shared_ptr<Session> session, std::int32_t pid, std::string busName);
