@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace cmn::bus {
 
@@ -41,7 +42,7 @@ class Loop {
 
  private:
     friend class Lane;
-    class Core;
+    struct Core;
 
     // The threads share it: they may end after this object.
     const std::shared_ptr<Core> core_;
