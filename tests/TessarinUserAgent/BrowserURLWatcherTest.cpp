@@ -537,6 +537,80 @@ TEST_F(BrowserURLWatcherTest, BrowsersArePreparedWithoutTheLockHeld) {
     EXPECT_THAT(accessibility->preparedPids(), ElementsAre(ElementsAre(11), ElementsAre(11)));
 }
 
+TEST_F(BrowserURLWatcherTest, NobodyWaitsWhileABrowserIsAsked) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    start();
+    std::atomic<int> answers{0};
+    accessibility->onRead = [&](const std::string&) {
+        auto question = std::async(std::launch::async, [this] { return watcher->getURL("Safari"); });
+        answers += question.wait_for(std::chrono::seconds(20)) == std::future_status::ready ? 1 : 0;
+    };
+    accessibility->notify(browser.field, kChanged);
+    EXPECT_EQ(answers, 1) << "of the text";
+    accessibility->notify(browser.application, kWindowChanged);
+    EXPECT_GT(answers, 3) << "of the window, its tree and the text";
+    accessibility->onRead = nullptr;
+}
+
+TEST_F(BrowserURLWatcherTest, AChangeThatComesWhileAContextIsSetUpIsNotLost) {
+    const auto browser = accessibility->addBrowser(11, "before");
+    show({{"Firefox", 11}});
+    bool isTold = false;
+    accessibility->onRead = [&](const std::string& attribute) {
+        // The text is read when both observers are there.
+        if (attribute == "AXValue" && !std::exchange(isTold, true)) {
+            browser.field->set("AXValue", "after");
+            const auto later = browser.field;
+            EXPECT_EQ(accessibility->notify(later, kChanged), 1);
+            browser.field->set("AXValue", "before");
+        } else if (attribute == "AXValue") {
+            browser.field->set("AXValue", "after");
+        }
+    };
+    start();
+    accessibility->onRead = nullptr;
+    EXPECT_EQ(watcher->getURL("Firefox"), "after");
+}
+
+TEST_F(BrowserURLWatcherTest, AWindowThatChangesWhileAContextIsSetUpIsFollowed) {
+    const auto browser = accessibility->addBrowser(11, "first");
+    const auto other = accessibility->addBrowser(11, "second");
+    accessibility->setApplication(11, browser.application);
+    show({{"Firefox", 11}});
+    bool isTold = false;
+    accessibility->onRead = [&](const std::string& attribute) {
+        if (attribute == "AXValue" && !std::exchange(isTold, true)) {
+            browser.application->set("AXMainWindow", AXValue(AXElementRef(other.window)));
+            EXPECT_EQ(accessibility->notify(browser.application, kWindowChanged), 1);
+        }
+    };
+    start();
+    accessibility->onRead = nullptr;
+    EXPECT_EQ(watcher->getURL("Firefox"), "second");
+    EXPECT_EQ(accessibility->observerCount(), 2);
+}
+
+TEST_F(BrowserURLWatcherTest, AReadingThatWasBegunEarlierDoesNotReplaceALaterOne) {
+    const auto browser = accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    startWithClient();
+    browser.field->set("AXValue", "slow");
+    bool isFirst = true;
+    const auto slow = std::make_shared<fake::Element>(11);
+    slow->set("AXValue", "slow");
+    accessibility->onRead = [&](const std::string&) {
+        if (std::exchange(isFirst, false)) {
+            browser.field->set("AXValue", "fast");
+            EXPECT_EQ(accessibility->notify(browser.field, kChanged), 1);
+        }
+    };
+    accessibility->notify(browser.field, kChanged, slow);
+    accessibility->onRead = nullptr;
+    EXPECT_EQ(watcher->getURL("Firefox"), "fast");
+    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"fast", "Firefox", 11}));
+}
+
 TEST_F(BrowserURLWatcherTest, NotificationsQuestionsAndPollingMayMeet) {
     const auto browser = accessibility->addBrowser(11, "a");
     show({{"Firefox", 11}});

@@ -262,11 +262,12 @@ QDBusMessage AtspiApplication::matches(const QDBusMessage& call, const AtspiNode
     const auto limit = static_cast<std::size_t>(call.arguments().at(2).toInt());
     std::vector<std::string> found;
     std::vector<std::string> next(node.children.rbegin(), node.children.rend());
+    std::set<std::string> seen;  // a tree may contain itself
     while (!next.empty()) {
         const std::string path = next.back();
         next.pop_back();
         const auto known = nodes_.find(path);
-        if (known == nodes_.end()) {
+        if (known == nodes_.end() || (call.arguments().at(3).toBool() && !seen.insert(path).second)) {
             continue;
         }
         const AtspiNode& child = known->second;

@@ -1,6 +1,7 @@
 #include "accessibility/WindowSearch.h"
 
-#include <array>
+#include <fmt/format.h>
+
 #include <utility>
 #include <vector>
 
@@ -132,9 +133,8 @@ void WindowSearch::findField(const Known& known, Found& found) {
     const auto window = std::make_shared<AtspiElement>(pid_, session_, found.window);
     const auto field = std::static_pointer_cast<const AtspiElement>(FindURLElement(search, window, 0));
     if (search.expired()) {
-        TLOG_WARN(
-            "The search for the URL field of the application with process id {} took too long and was ended",
-            pid_);
+        TLOG_WARN("The search for the URL field of {} took too long and was ended",
+                  fmt::format("the process {}", pid_));
     }
     if ((field && describe({field->object, {}}, found)) || (!hidden && findCovered(found))) {
         return;
