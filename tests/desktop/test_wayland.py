@@ -2,12 +2,12 @@
 
 from pathlib import Path
 
-from stage import Browser, DesktopTest, main, wait_for
+from stage import FOUND_SECONDS, Browser, Chromium, DesktopTest, Firefox, main, wait_for
 
 from desktop.accessible import AccessibleDesktop
 from desktop.interface_tour import install_url_scheme, open_properties
 from desktop.wayland import WaylandDesktop
-from test_reports import Reports
+from test_reports import Looks, Reports
 
 
 class WaylandTest(DesktopTest):
@@ -76,6 +76,71 @@ class BothBrowsers(WaylandTest):
             self.expect_answer(chromium, page)
         firefox.activate()
         self.expect_answer(chromium, "second.html")  # behind the other one
+
+
+class TwoAtOnce:
+    """Two processes of one browser: the one in front is watched, also when it has just been started."""
+
+    def another(self) -> Browser:
+        raise NotImplementedError
+
+    def test_the_one_in_front_is_watched(self) -> None:
+        first = self.browser()
+        self.need_browser(first)
+        second = self.another()
+        second.log_name += "-2"
+        second.profile = first.profile.with_name(f"profile-{second.log_name}")
+        mark = self.host.mark()
+        second.start(self.pages.address("second.html"))
+        self.addCleanup(second.end)
+        self.expect_report(second, "second.html", mark, FOUND_SECONDS)
+        mark = self.host.mark()
+        first.activate()
+        self.host.wait_event(lambda event: event.kind == "url" and event.data["pid"] == first.pid, FOUND_SECONDS,
+                             "report of the one now in front", since=mark)
+
+
+class TwoChromiums(TwoAtOnce, WaylandTest):
+    def browser(self) -> Browser:
+        return self.stage.chromium
+
+    def another(self) -> Browser:
+        return Chromium(self.desktop)
+
+
+class TwoFirefoxes(TwoAtOnce, WaylandTest):
+    def browser(self) -> Browser:
+        return self.stage.firefox
+
+    def another(self) -> Browser:
+        return Firefox(self.desktop)
+
+
+class Covered(WaylandTest):
+    """A window that nothing of is to be seen."""
+
+    def test_agent_that_starts_meanwhile_finds_its_address(self) -> None:
+        firefox = self.stage.firefox
+        self.need_browser(firefox)
+        self.go(firefox, "report.html")
+        title = firefox.title()
+        self.need_browser(self.stage.chromium)
+        reader = AccessibleDesktop(self.desktop)
+        self.addCleanup(reader.close)
+
+        def covered() -> bool:
+            (window,) = reader.windows("Firefox", title)
+            return not any(part.has_state("showing") for part in window.children())
+
+        wait_for(covered, 30, "Firefox knows that it is covered")
+        self.agent.end()
+        mark = self.host.mark()
+        self.need_agent()
+        self.expect_report(firefox, "report.html", mark, FOUND_SECONDS)
+
+
+class AnIdleSession(Looks, WaylandTest):
+    pass
 
 
 class TheInterface(WaylandTest):

@@ -26,6 +26,10 @@ constexpr int kMostRetries = 6;  // each after twice the pause of the one before
 // Between reads of a field whose changes are not told.
 constexpr auto kPauseOfReads = 1s;
 
+bool HasPath(const std::vector<std::string>& paths, const std::string& path) {
+    return std::find(paths.begin(), paths.end(), path) != paths.end();
+}
+
 constexpr std::array kEvents{atspi::kTextChangedEvent, atspi::kWindowActivateEvent,
                              atspi::kWindowRestoreEvent, atspi::kWindowMinimizeEvent,
                              atspi::kWindowDestroyEvent};
@@ -346,7 +350,7 @@ void ApplicationWatch::examineIfOutdated(const std::string& frontTitle) {
     }
 }
 
-bool ApplicationWatch::isOutdated(const Session& session, const std::string& frontTitle) {
+bool ApplicationWatch::isOutdated(Session& session, const std::string& frontTitle) {
     atspi::ObjectRef mainWindow;
     std::map<std::string, bool> known;
     {
@@ -356,6 +360,16 @@ bool ApplicationWatch::isOutdated(const Session& session, const std::string& fro
         }
         mainWindow = found_.window;
         known = found_.windows;
+    }
+    const auto onScreen = session.takeFrames(busName_);
+    if (onScreen && HasPath(onScreen->active, mainWindow.path)) {
+        return false;
+    }
+    if (onScreen && onScreen->showing && HasPath(*onScreen->showing, mainWindow.path)) {
+        return std::any_of(onScreen->active.begin(), onScreen->active.end(), [&](const std::string& path) {
+            const auto found = known.find(path);
+            return found == known.end() || found->second;
+        });
     }
     struct Window {
         cmn::bus::Batch::Answer<atspi::States> states;

@@ -71,12 +71,12 @@ Result<Objects> ReadObjects(const Message& answer) {
 }
 
 Result<ObjectRef> ReadReference(const Message& answer) {
-    auto property = answer.readOne<Variant<std::tuple<std::string, ObjectPath>>>();
+    const auto property = answer.readOne<Variant<std::tuple<std::string, ObjectPath>>>();
     if (!property) {
         return OddAnswer();
     }
-    auto& [busName, path] = property->value;
-    return ObjectRef{std::move(busName), std::move(path.value)};
+    const auto& [busName, path] = property->value;
+    return ObjectRef{busName, path.value};
 }
 
 template <typename T, typename... Arguments>

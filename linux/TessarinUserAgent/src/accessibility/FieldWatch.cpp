@@ -94,7 +94,7 @@ void FieldWatch::verify() {
     }
 }
 
-void FieldWatch::refresh(std::function<void()> done) {
+void FieldWatch::refresh(const std::function<void()>& done) {
     const std::shared_ptr<Session> session = session_.lock();
     if (!session) {
         return;

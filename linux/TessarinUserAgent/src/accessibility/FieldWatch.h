@@ -42,7 +42,7 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
     void take(const cmn::bus::Result<std::string>& text);
 
     // The bus's thread. `done` is called when the application has answered or will not; not when all is over.
-    void refresh(std::function<void()> done = {});
+    void refresh(const std::function<void()>& done = {});
     // The application answers again.
     void recovered();
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <utility>
@@ -84,10 +85,9 @@ Session::Session(Surroundings where, std::shared_ptr<cmn::bus::Connection> conne
 }
 
 void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline deadline) {
-    std::vector<std::int32_t> pids;
-    for (const WindowInfo& browser : browsers) {
-        pids.push_back(browser.ownerPid);
-    }
+    std::vector<std::int32_t> pids(browsers.size());
+    std::transform(browsers.begin(), browsers.end(), pids.begin(),
+                   [](const WindowInfo& browser) { return browser.ownerPid; });
     applications.lookUp(pids, deadline);
     // All of them at once, so that one that hangs keeps the others from nothing.
     struct Look {
@@ -120,6 +120,17 @@ std::shared_ptr<ApplicationWatch> Session::watch(std::int32_t pid, cmn::bus::Dea
 AXError Session::mainWindow(std::int32_t pid, cmn::bus::Deadline deadline, AXValue& window) {
     const std::shared_ptr<ApplicationWatch> one = watch(pid, deadline);
     return one ? one->mainWindow(window) : AXError::cannotComplete;
+}
+
+void Session::noteFrames(const std::string& busName, FramesOnScreen frames) {
+    const std::lock_guard lock(mutex_);
+    frames_.insert_or_assign(busName, std::move(frames));
+}
+
+std::optional<Session::FramesOnScreen> Session::takeFrames(const std::string& busName) {
+    const std::lock_guard lock(mutex_);
+    auto found = frames_.extract(busName);
+    return found ? std::optional(std::move(found.mapped())) : std::nullopt;
 }
 
 bool Session::canSelect(const std::string& busName) const {

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -75,6 +76,14 @@ class Session : public std::enable_shared_from_this<Session> {
     bool canSelect(const std::string& busName) const;
     void cannotSelect(const std::string& busName);
 
+    // The frames of an application, by path, as the window list has found them in this polling cycle.
+    struct FramesOnScreen {
+        std::vector<std::string> active;
+        std::optional<std::vector<std::string>> showing;  // nothing when it was enough to ask for the active
+    };
+    void noteFrames(const std::string& busName, FramesOnScreen frames);
+    std::optional<FramesOnScreen> takeFrames(const std::string& busName);
+
     cmn::bus::Deadline deadline() const { return cmn::bus::Clock::now() + surroundings.callDeadline; }
 
     const Surroundings surroundings;
@@ -87,8 +96,9 @@ class Session : public std::enable_shared_from_this<Session> {
  private:
     std::shared_ptr<cmn::bus::Subscription> registrySignals_;
 
-    mutable std::mutex mutex_;  // guards withoutSelection_
+    mutable std::mutex mutex_;  // guards what follows
     std::set<std::string> withoutSelection_;
+    std::map<std::string, FramesOnScreen> frames_;  // by bus name
 };
 
 }  // namespace useragent

@@ -23,14 +23,15 @@ void TextMirror::apply(const TextChange& change) {
         return;
     }
     const auto begin = ByteOf(*text_, change.offset);
-    if (!begin || ByteOf(change.text, change.length) != change.text.size()) {
+    const bool isWhole = ByteOf(change.text, change.length) == change.text.size();
+    const bool isInsertion = change.kind == TextChange::Kind::inserted;
+    if (!begin || !isWhole ||
+        (!isInsertion && text_->compare(*begin, change.text.size(), change.text) != 0)) {
         text_.reset();
-    } else if (change.kind == TextChange::Kind::inserted) {
+    } else if (isInsertion) {
         text_->insert(*begin, change.text);
-    } else if (text_->compare(*begin, change.text.size(), change.text) == 0) {
-        text_->erase(*begin, change.text.size());
     } else {
-        text_.reset();
+        text_->erase(*begin, change.text.size());
     }
 }
 

@@ -104,29 +104,48 @@ void AtspiSurvey::learnNames(Deadline deadline) {
     }
 }
 
+// Asks for the active frames, and for all that are showing where none of those is a window: a browser in
+// front is asked once.
 void AtspiSurvey::selectFrames(Answers& answers, Deadline deadline) {
-    struct Asked {
-        Batch::Answer<atspi::Objects> showing, active;
-    };
-    std::map<std::string, Asked> asked;
-    Batch batch(session_.connection, deadline);
+    using Frames = std::map<std::string, Batch::Answer<atspi::Objects>>;
+    Frames active;
+    Batch ofActive(session_.connection, HalfWayTo(deadline));
     for (const auto& [busName, answer] : answers) {
         if (session_.canSelect(busName)) {
-            asked[busName] = {batch.ask(FramesWith(busName, kShowing)),
-                              batch.ask(FramesWith(busName, kShowingAndActive))};
+            active[busName] = ofActive.ask(FramesWith(busName, kShowingAndActive));
         }
     }
-    finish(batch);
-    for (const auto& [busName, replies] : asked) {
-        const auto showing = replies.showing.read();
-        const auto active = replies.active.read();
-        if (!showing && atspi::ErrorOf(showing.error()) == AXError::attributeUnsupported) {
+    finish(ofActive);
+    Frames showing;
+    Batch ofShowing(session_.connection, deadline);
+    for (const auto& [busName, reply] : active) {
+        const auto frames = reply.read();
+        if (!frames && atspi::ErrorOf(frames.error()) == AXError::attributeUnsupported) {
             session_.cannotSelect(busName);
             continue;
         }
-        const bool isTooMuch = showing ? showing->size() > kMostTopLevels : atspi::IsTimeout(showing.error());
-        if (!isTooMuch && replies.active.arrived()) {
-            answers[busName] = {PathsOf(showing.valueOr({})), !active.valueOr({}).empty(), true};
+        Session::FramesOnScreen onScreen{PathsOf(frames.valueOr({})), std::nullopt};
+        auto& known = records_[busName].frames;
+        if (std::any_of(onScreen.active.begin(), onScreen.active.end(),
+                        [&](const std::string& path) { return known.contains(path) && known[path]; })) {
+            Answer& answer = answers[busName];
+            std::transform(known.begin(), known.end(), std::back_inserter(answer.frames),
+                           [](const auto& frame) { return frame.first; });
+            answer.isActive = answer.isComplete = true;
+            session_.noteFrames(busName, std::move(onScreen));
+        } else if (canBeAsked(busName)) {
+            showing[busName] = ofShowing.ask(FramesWith(busName, kShowing));
+        }
+    }
+    finish(ofShowing);
+    for (const auto& [busName, reply] : showing) {
+        const auto frames = reply.read();
+        const bool isTooMuch = frames ? frames->size() > kMostTopLevels : atspi::IsTimeout(frames.error());
+        if (!isTooMuch && active[busName].arrived()) {
+            Session::FramesOnScreen onScreen{PathsOf(active[busName].read().valueOr({})),
+                                             PathsOf(frames.valueOr({}))};
+            answers[busName] = {*onScreen.showing, !onScreen.active.empty(), true};
+            session_.noteFrames(busName, std::move(onScreen));
         }
     }
 }
