@@ -2,12 +2,10 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
 #include <utility>
 
 #include "accessibility/AtspiQueries.h"
-#include "accessibility/MainWindow.h"
 
 namespace useragent {
 namespace {
@@ -25,10 +23,6 @@ constexpr int kMostRetries = 6;  // each after twice the pause of the one before
 
 // Between reads of a field whose changes are not told.
 constexpr auto kPauseOfReads = 1s;
-
-bool HasPath(const std::vector<std::string>& paths, const std::string& path) {
-    return std::find(paths.begin(), paths.end(), path) != paths.end();
-}
 
 constexpr std::array kEvents{atspi::kTextChangedEvent, atspi::kWindowActivateEvent,
                              atspi::kWindowRestoreEvent, atspi::kWindowMinimizeEvent,
@@ -345,78 +339,19 @@ void ApplicationWatch::look(std::function<void()> done) {
 
 void ApplicationWatch::examineIfOutdated(const std::string& frontTitle) {
     const std::shared_ptr<Session> session = session_.lock();
-    if (session && !session->silent->isSilent(busName_) && isOutdated(*session, frontTitle)) {
-        examine(frontTitle);
+    if (!session || session->silent->isSilent(busName_)) {
+        return;
     }
-}
-
-bool ApplicationWatch::isOutdated(Session& session, const std::string& frontTitle) {
-    atspi::ObjectRef mainWindow;
-    std::map<std::string, bool> known;
+    WindowSearch::Found found;
+    bool isComplete = false;
     {
         const std::lock_guard lock(mutex_);
-        if (outcome_ != AXError::success || !field_ || field_->field().isPage) {
-            return true;
-        }
-        mainWindow = found_.window;
-        known = found_.windows;
+        isComplete = outcome_ == AXError::success && field_ && !field_->field().isPage;
+        found = found_;
     }
-    const auto onScreen = session.takeFrames(busName_);
-    if (onScreen && HasPath(onScreen->active, mainWindow.path)) {
-        return false;
+    if (!isComplete || !WindowSearch(session, pid_, busName_).stillHolds(found, frontTitle)) {
+        examine(frontTitle);
     }
-    if (onScreen && onScreen->showing && HasPath(*onScreen->showing, mainWindow.path)) {
-        return std::any_of(onScreen->active.begin(), onScreen->active.end(), [&](const std::string& path) {
-            const auto found = known.find(path);
-            return found == known.end() || found->second;
-        });
-    }
-    struct Window {
-        cmn::bus::Batch::Answer<atspi::States> states;
-        cmn::bus::Batch::Answer<std::string> title;
-    };
-    const auto ask = [](cmn::bus::Batch& batch, const atspi::ObjectRef& window) {
-        return Window{batch.ask(atspi::StatesOf(window)), batch.ask(atspi::NameOf(window))};
-    };
-    bool isInFront = true;
-    if (!frontTitle.empty()) {
-        const auto title = AskAndWait(session.connection, atspi::NameOf(mainWindow), session.deadline());
-        isInFront = title && HasTitle(*title, frontTitle);
-        const auto candidates =
-            std::count_if(known.begin(), known.end(), [](const auto& window) { return window.second; });
-        if (isInFront && candidates == 1) {
-            return false;
-        }
-    }
-    const atspi::States states =
-        AskAndWait(session.connection, atspi::StatesOf(mainWindow), session.deadline())
-            .valueOr(atspi::States{} | atspi::State::defunct);
-    if (atspi::Has(states, atspi::State::active) && isInFront) {
-        return false;
-    }
-    // Another program's window is active, or another one of this application.
-    const auto windows =
-        AskAndWait(session.connection, atspi::ChildrenOf({busName_, atspi::kRootPath}), session.deadline());
-    if (!windows || atspi::Has(states, atspi::State::defunct) ||
-        atspi::Has(states, atspi::State::iconified) || windows->size() != known.size()) {
-        return true;
-    }
-    cmn::bus::Batch ofOthers(session.connection, session.deadline());
-    std::vector<Window> others;
-    for (const atspi::ObjectRef& window : *windows) {
-        const auto found = known.find(window.path);
-        if (found == known.end()) {
-            return true;
-        }
-        if (found->second && window.path != mainWindow.path) {
-            others.push_back(ask(ofOthers, window));
-        }
-    }
-    ofOthers.wait();
-    return std::any_of(others.begin(), others.end(), [&](const Window& other) {
-        return atspi::Has(other.states.read().valueOr(0), atspi::State::active) ||
-               (!isInFront && HasTitle(other.title.read().valueOr(""), frontTitle));
-    });
 }
 
 void ApplicationWatch::tellWindowChanged() {

@@ -59,7 +59,6 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     void retry(bool isComplete, bool isActive);
     void follow(const WindowSearch::Found& found);
     void readRegularly(const std::weak_ptr<FieldWatch>& field);
-    bool isOutdated(Session& session, const std::string& frontTitle);
     void tellWindowChanged();
 
     const std::weak_ptr<Session> session_;

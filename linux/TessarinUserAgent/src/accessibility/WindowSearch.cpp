@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,10 @@ class TreeReader : public AccessibilityReader {
  private:
     const std::shared_ptr<Session> session_;
 };
+
+bool HasPath(const std::vector<std::string>& paths, const std::string& path) {
+    return std::find(paths.begin(), paths.end(), path) != paths.end();
+}
 
 std::optional<std::string> Find(const std::map<std::string, std::string>& attributes,
                                 std::initializer_list<const char*> names) {
@@ -237,6 +242,67 @@ bool WindowSearch::describePage(const AddressField& field, Found& found) {
     found.field = AddressField{pages->front(), field.known, true, true};
     found.text = std::move(address);
     return true;
+}
+
+bool WindowSearch::stillHolds(const Found& found, const std::string& frontTitle) const {
+    const std::string& mainWindow = found.window.path;
+    const auto isOther = [&](const std::string& path) {
+        const auto known = found.windows.find(path);
+        return path != mainWindow && (known == found.windows.end() || known->second);
+    };
+    const auto onScreen = session_->takeFrames(root_.busName);
+    if (onScreen && HasPath(onScreen->active, mainWindow)) {
+        return true;
+    }
+    if (onScreen && onScreen->showing && HasPath(*onScreen->showing, mainWindow)) {
+        return std::none_of(onScreen->active.begin(), onScreen->active.end(), isOther);
+    }
+    bool isInFront = true;
+    if (!frontTitle.empty()) {
+        const auto title =
+            AskAndWait(session_->connection, atspi::NameOf(found.window), session_->deadline());
+        isInFront = title && HasTitle(*title, frontTitle);
+        const auto isCandidate = [](const auto& window) { return window.second; };
+        if (isInFront && std::count_if(found.windows.begin(), found.windows.end(), isCandidate) == 1) {
+            return true;
+        }
+    }
+    const atspi::States states =
+        AskAndWait(session_->connection, atspi::StatesOf(found.window), session_->deadline())
+            .valueOr(atspi::States{} | atspi::State::defunct);
+    if (atspi::Has(states, atspi::State::active) && isInFront) {
+        return true;
+    }
+    return !atspi::Has(states, atspi::State::defunct) && !atspi::Has(states, atspi::State::iconified) &&
+           isNoOtherInFront(found, isInFront ? "" : frontTitle);
+}
+
+// Another program's window is active, or another one of this application.
+bool WindowSearch::isNoOtherInFront(const Found& found, const std::string& frontTitle) const {
+    const auto windows = AskAndWait(session_->connection, atspi::ChildrenOf(root_), session_->deadline());
+    if (!windows || windows->size() != found.windows.size()) {
+        return false;
+    }
+    struct Window {
+        Batch::Answer<atspi::States> states;
+        Batch::Answer<std::string> title;
+    };
+    Batch batch(session_->connection, session_->deadline());
+    std::vector<Window> others;
+    for (const atspi::ObjectRef& window : *windows) {
+        const auto known = found.windows.find(window.path);
+        if (known == found.windows.end()) {
+            return false;
+        }
+        if (known->second && window.path != found.window.path) {
+            others.push_back({batch.ask(atspi::StatesOf(window)), batch.ask(atspi::NameOf(window))});
+        }
+    }
+    batch.wait();
+    return std::none_of(others.begin(), others.end(), [&](const Window& other) {
+        return atspi::Has(other.states.read().valueOr(0), atspi::State::active) ||
+               HasTitle(other.title.read().valueOr(""), frontTitle);
+    });
 }
 
 }  // namespace useragent

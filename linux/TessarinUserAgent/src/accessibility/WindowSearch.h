@@ -37,9 +37,13 @@ class WindowSearch {
     // `noValue` when there is no main window, `cannotComplete` when the application does not answer.
     AXError run(const Known& known, Found& found);
 
+    // Whether it is still the main window, at fewer calls. The title is as in `Known`.
+    bool stillHolds(const Found& found, const std::string& frontTitle) const;
+
  private:
     AXError chooseWindow(const Known& known, Found& found);
     void findField(const Known& known, Found& found);
+    bool isNoOtherInFront(const Found& found, const std::string& frontTitle) const;
     bool findCovered(Found& found);
     bool isInPage(atspi::ObjectRef object, const atspi::ObjectRef& window) const;
     bool describe(AddressField field, Found& found);
