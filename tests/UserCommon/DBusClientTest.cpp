@@ -48,11 +48,21 @@ class DBusClientTest : public DBusTest {
         cmn::DBusXPCOptions other;
         other.systemBusAddress = address;
         other.busDeadline = deadline;
-        transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, other);
+        replaced_.push_back(
+            std::exchange(transport, std::make_shared<cmn::DBusXPCTransport>(dispatch, other)));
         auto connection = makeConnection(events);
         connection->resume();
         return connection;
     }
+
+    ~DBusClientTest() override {
+        for (const auto& before : replaced_) {
+            before->stop();
+        }
+    }
+
+ private:
+    std::vector<std::shared_ptr<cmn::DBusXPCTransport>> replaced_;
 };
 
 TEST_F(DBusClientTest, CallsAServiceAndGetsEveryTypeBack) {
