@@ -52,12 +52,12 @@ ServiceHost::ServiceHost(const HostOptions& options, EventWriter& events, std::f
 
 ServiceHost::~ServiceHost() {
     scanner_->stop();
+    finderExtension_->stop();
+    transport_->stop();  // while the loop still does what that asks of it
     // Wakes the questions that wait, then lets every task end before what it uses goes.
     dispatch_->stop();
     questions_.stop();
     userAgent_.reset();
-    finderExtension_->stop();
-    transport_->stop();  // the shared instance of the service holds it until the process ends
 }
 
 void ServiceHost::start() {
