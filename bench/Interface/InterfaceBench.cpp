@@ -184,8 +184,9 @@ int main(int argc, char** argv) {
     }
     ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
     const QApplication application(argc, argv);
-    if (argc > 2 && std::string(argv[1]) == ServiceProcess::kOurs) {
-        return ServiceProcess::runOurs(argv[2]);
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (ServiceProcess::isOne(arguments)) {
+        return ServiceProcess::run(arguments);
     }
     return RunBenchmarks(argc, argv);
 }
