@@ -279,10 +279,12 @@ TEST_F(AtspiObserverTest, AnActivationWithoutATitleCountsWhenTheWindowHasOne) {
 }
 
 TEST_F(AtspiObserverTest, AWindowWhoseTitleComesAfterItsActivationIsFound) {
-    const auto observer = observeWindows();
     const auto second = application.addWindow("", "second");
+    const auto observer = observeWindows();
+    const int before = application.callsOf("GetRole");
     application.activate(second.frame, "");
-    settle();
+    ASSERT_TRUE(fake::WaitFor([&] { return application.callsOf("GetRole") >= before + 2; }))
+        << "the activation is examined while the window has no title";
     EXPECT_TRUE(seen.entries.empty());
     application.change(second.frame, [](fake::AtspiNode& frame) { frame.name = "Second - Browser"; });
     ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));

@@ -64,6 +64,7 @@ AXError ApplicationWatch::open() {
                 signals_.push_back(subscribe(fmt::format("sender='{}',interface='{}',member='{}'", busName_,
                                                          atspi::kWindowEventInterface, member),
                                              [](ApplicationWatch& self, const Message& signal) {
+                                                 self.isActivated_ |= signal.member() == "Activate";
                                                  self.retries_ = 0;
                                                  self.examineLater(signal.member() == "Restore"
                                                                        ? kRebuildPause
