@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: optimised (unit, bus and desktop tests), then all but the desktop
 # tests under the address and undefined-behaviour sanitizers, then the concurrency tests repeatedly and the load
-# tests once under the thread sanitizer. The last line sums up all runs. Not zero on any failure, and when there was nothing to run.
+# tests once under the thread sanitizer. At the end stand the failed tests with what they said; the last line sums up all runs.
+# Not zero on any failure, and when there was nothing to run.
 #
 # Usage: scripts/test.sh [--quick] [--label REGEX] [-j N]
 #   --quick          only the optimised run, without real browsers, the macOS application and load
@@ -57,6 +58,10 @@ run() {
     failed=$((failed + ${counts% *}))
     total=$((total + ${counts#* }))
     summary+=", $preset ${counts#* }"
+    # From a failed test's result to the next test, at most 60 lines: the whole log is long, and its end is what is read first.
+    awk -v preset="$preset" '/ Test +#[0-9]+: / || /^ +Start +[0-9]+: / {left = 0}
+        / Test +#[0-9]+: .*\*\*\*/ {left = 60; print "== failed in " preset}
+        left > 0 {print; left--}' "$log" >>"$logs/failures"
     if ((${counts#* } == 0)) && [[ -z $label ]]; then
         broken+=("$preset ran no test")
     elif ((status != 0 && ${counts% *} == 0)); then
@@ -83,6 +88,7 @@ fi
 
 ((total > 0)) || broken+=("no test ran")
 echo
+cat "$logs/failures" 2>/dev/null || true
 echo "Tests per run: ${summary#, }"
 for problem in "${broken[@]}"; do
     echo "Problem: $problem"
