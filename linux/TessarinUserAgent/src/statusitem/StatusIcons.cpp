@@ -1,10 +1,13 @@
 #include "statusitem/StatusIcons.h"
 
-#include <QImage>
+#include <QIconEngine>
 #include <QPainter>
 #include <QPixmap>
 #include <QString>
 #include <QSvgRenderer>
+#include <algorithm>
+#include <array>
+#include <iterator>
 
 // Outside of any namespace, as the macro demands. A static library's resources are not registered by
 // themselves.
@@ -15,49 +18,63 @@ static void RegisterIcons() {
 namespace useragent {
 namespace {
 
-// Menus, panels of both usual heights, windows; and each for screens of twice the density.
-constexpr int kSizes[] = {16, 22, 24, 32, 44, 48, 64, 96, 128};
+// What menus, panels of both usual heights and windows ask for; and each for screens of twice the density.
+constexpr std::array kSizes{16, 22, 24, 32, 44, 48, 64, 96, 128};
 
-// Pixmaps of every size, transparent where `draw` leaves them so.
-template <typename Draw>
-QIcon IconOf(Draw draw) {
-    QIcon icon;
-    for (const int size : kSizes) {
-        QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
-        image.fill(Qt::transparent);
-        QPainter painter(&image);
-        draw(painter);
-        painter.end();
-        icon.addPixmap(QPixmap::fromImage(image));
+// Drawn when it is asked for: pixmaps of all sizes would be the better part of the agent's memory.
+class Picture : public QIconEngine {
+ public:
+    // A name of none is an empty picture.
+    explicit Picture(const char* name) : name_(name) {}
+
+    void paint(QPainter* painter, const QRect& place, QIcon::Mode /*mode*/, QIcon::State /*state*/) override {
+        if (name_ != nullptr) {
+            QSvgRenderer(QStringLiteral(":/tessarin/icons/%1.svg").arg(QLatin1String(name_)))
+                .render(painter, place);
+        }
     }
-    return icon;
-}
 
-QIcon Render(const char* name) {
+    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
+        QPixmap picture(size);
+        picture.fill(Qt::transparent);
+        QPainter painter(&picture);
+        paint(&painter, picture.rect(), mode, state);
+        return picture;
+    }
+
+    QIconEngine* clone() const override { return new Picture(name_); }
+
+    QList<QSize> availableSizes(QIcon::Mode /*mode*/, QIcon::State /*state*/) override {
+        QList<QSize> sizes;
+        std::transform(kSizes.begin(), kSizes.end(), std::back_inserter(sizes),
+                       [](int size) { return QSize(size, size); });
+        return sizes;
+    }
+
+ private:
+    const char* const name_;
+};
+
+QIcon IconOf(const char* name) {
     RegisterIcons();
-    QSvgRenderer renderer(QStringLiteral(":/tessarin/icons/%1.svg").arg(QLatin1String(name)));
-    return IconOf([&renderer](QPainter& painter) { renderer.render(&painter); });
-}
-
-QIcon EmptyIcon() {
-    return IconOf([](QPainter&) {});
+    return QIcon(new Picture(name));  // whose it is then
 }
 
 }  // namespace
 
 QIcon StatusIcon(StatusImage image) {
-    return Render(image == StatusImage::menuIconRed ? "MenuIconRed" : "MenuIcon");
+    return IconOf(image == StatusImage::menuIconRed ? "MenuIconRed" : "MenuIcon");
 }
 
 QIcon MenuItemIcon(const MenuItemContent& content) {
     if (content.isRed) {
-        return Render("RedMark");
+        return IconOf("RedMark");
     }
-    return content.image == MenuImage::accessibility ? Render("Accessibility") : EmptyIcon();
+    return IconOf(content.image == MenuImage::accessibility ? "Accessibility" : nullptr);
 }
 
 QIcon ApplicationIcon() {
-    return Render("com.tessarin.UserAgent");
+    return IconOf("com.tessarin.UserAgent");
 }
 
 }  // namespace useragent

@@ -7,7 +7,7 @@
 
 namespace useragent {
 
-// The product's pictures, compiled in: pixmaps of the sizes that panels, menus and windows ask for.
+// The product's pictures, compiled in, in every size that panels, menus and windows ask for.
 // Main thread, once there is a QApplication.
 QIcon StatusIcon(StatusImage image);
 // Of an item of the menu: a red mark when it is red, whatever its image; an empty picture for none, so that
