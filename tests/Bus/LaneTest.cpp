@@ -115,6 +115,23 @@ TEST_F(LaneTest, TimersFireInTheOrderOfTheirTimes) {
     EXPECT_GE(cmn::bus::Loop::Clock::now(), begin + 30ms);
 }
 
+TEST_F(LaneTest, ATimerThatWasCancelledDoesNotFireAndHoldsUpNoOther) {
+    std::vector<int> order;  // in the loop
+    std::promise<void> last;
+    const auto owned = std::make_shared<int>();
+    const auto begin = cmn::bus::Loop::Clock::now();
+    const auto first = loop.at(begin + 10ms, [&, owned] { order.push_back(1); });
+    loop.at(begin + 20ms, [&] { order.push_back(2); });
+    const auto third = loop.at(begin + 1h, [&, owned] { order.push_back(3); });
+    loop.cancel(first);
+    loop.cancel(first);
+    loop.cancel(third);
+    EXPECT_EQ(owned.use_count(), 1) << "what they owned is let go";
+    loop.at(begin + 30ms, [&] { last.set_value(); });
+    ASSERT_EQ(last.get_future().wait_for(20s), std::future_status::ready);
+    EXPECT_EQ(order, std::vector{2});
+}
+
 TEST_F(LaneTest, TasksThatFillOneLaneHoldUpNeitherTheLoopNorAnotherLane) {
     auto& full = makeLane(3);
     auto& free = makeLane(1);

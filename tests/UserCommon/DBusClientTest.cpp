@@ -48,21 +48,11 @@ class DBusClientTest : public DBusTest {
         cmn::DBusXPCOptions other;
         other.systemBusAddress = address;
         other.busDeadline = deadline;
-        replaced_.push_back(
-            std::exchange(transport, std::make_shared<cmn::DBusXPCTransport>(dispatch, other)));
+        replaceTransport(other);
         auto connection = makeConnection(events);
         connection->resume();
         return connection;
     }
-
-    ~DBusClientTest() override {
-        for (const auto& before : replaced_) {
-            before->stop();
-        }
-    }
-
- private:
-    std::vector<std::shared_ptr<cmn::DBusXPCTransport>> replaced_;
 };
 
 TEST_F(DBusClientTest, CallsAServiceAndGetsEveryTypeBack) {
@@ -295,7 +285,7 @@ TEST_F(DBusClientTest, ACallThatIsNeverAnsweredFailsAtTheDeadline) {
     ASSERT_TRUE(daemon.own(kEchoService));
     cmn::DBusXPCOptions impatient = options();
     impatient.replyDeadline = 300ms;
-    transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, impatient);
+    replaceTransport(impatient);
     ConnectionEvents events;
     const auto connection = makeConnection(events);
     connection->resume();
@@ -582,7 +572,7 @@ TEST_F(DBusClientTest, ASilentBusHoldsUpNoOtherBus) {
     const MuteSocket mute(folder / "bus", true);
     cmn::DBusXPCOptions mixed = options();
     mixed.sessionBusAddress = "unix:path=" + (folder / "bus").string();
-    transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, mixed);
+    replaceTransport(mixed);
     const auto silent = transport->createConnection(kEchoService, cmn::XPCConnectionOptions::none);
     silent->resume();
     const auto start = Clock::now();
@@ -655,7 +645,7 @@ TEST_F(DBusClientTest, TheChoiceOfTheBusFollowsThePrivilege) {
     const auto server = startServer();
     cmn::DBusXPCOptions split = options();
     split.sessionBusAddress = "unix:path=/nonexistent/bus";
-    transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, split);
+    replaceTransport(split);
     const auto privileged = transport->createConnection(kEchoService, cmn::XPCConnectionOptions::privileged);
     privileged->setRemoteObjectInterface(CreateEchoInterface());
     privileged->resume();

@@ -77,15 +77,22 @@ std::string ConnectionEvents::suggestion() {
 }
 
 DBusTest::DBusTest() {
-    transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, options());
+    replaceTransport(options());
 }
 
 DBusTest::~DBusTest() {
     if (HasFailure()) {
         std::cerr << log.text();
     }
-    transport->stop();  // peers and calls that are left let go of what they hold
+    // Peers and calls that are left let go of what they hold.
+    for (const auto& one : transports_) {
+        one->stop();
+    }
     dispatch->stop();
+}
+
+void DBusTest::replaceTransport(const cmn::DBusXPCOptions& options) {
+    transport = transports_.emplace_back(std::make_shared<cmn::DBusXPCTransport>(dispatch, options));
 }
 
 cmn::DBusXPCOptions DBusTest::options() {

@@ -90,8 +90,11 @@ class DBusTest : public testing::Test {
     std::shared_ptr<cmn::LinuxDispatch> dispatch = std::make_shared<cmn::LinuxDispatch>();
     std::vector<cmn::DBusListenerEvent> listenerEvents();
     std::shared_ptr<cmn::DBusXPCTransport> transport;
+    // What the one before has made goes on until the end of the test.
+    void replaceTransport(const cmn::DBusXPCOptions& options);
 
  private:
+    std::vector<std::shared_ptr<cmn::DBusXPCTransport>> transports_;
     std::mutex mutex_;
     std::vector<cmn::DBusListenerEvent> listenerEvents_;
 };

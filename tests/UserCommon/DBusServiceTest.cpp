@@ -134,7 +134,7 @@ TEST_F(DBusServiceTest, ANameThatIsTakenIsReportedAndLogged) {
 TEST_F(DBusServiceTest, AnAbsentBusIsReportedAndLogged) {
     cmn::DBusXPCOptions nowhere = options();
     nowhere.systemBusAddress = "unix:path=/nonexistent/bus";
-    transport = std::make_shared<cmn::DBusXPCTransport>(dispatch, nowhere);
+    replaceTransport(nowhere);
     const auto server = std::make_shared<EchoServer>(transport, kEchoService);
     server->start();
     ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));

@@ -93,7 +93,7 @@ void ConnectionCore::becomeReady() {
     if (getsockopt(sd_bus_get_fd(wire_->bus), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) {
         busUser_ = peer.uid;
     }
-    nextLook_ = Clock::now() + options_.livenessPause;
+    nextLook_ = nextTick();
     if (events_.ready) {
         happened_.emplace_back(events_.ready);
     }
@@ -184,11 +184,17 @@ void ConnectionCore::lookAtTheClock() {
     if (givenUp) {
         connectNext(fmt::format("{}: no answer within {} ms", address_, options_.connectDeadline.count()));
     } else if (nextLook_ <= now) {
-        nextLook_ = now + options_.livenessPause;
+        nextLook_ = nextTick();
         if (std::exchange(heardAtLook_, heard_) == heard_) {
             askWhetherAlive();
         }
     }
+}
+
+// The same for all connections, so that one wake-up does.
+Deadline ConnectionCore::nextTick() const {
+    const Clock::duration now = Clock::now().time_since_epoch();
+    return Deadline(now - now % options_.livenessPause + options_.livenessPause);
 }
 
 void ConnectionCore::askWhetherAlive() {
@@ -210,7 +216,11 @@ void ConnectionCore::arm() {
     if (wire_->bus != nullptr) {
         const int events = sd_bus_get_events(wire_->bus);
         awaitWriting(events > 0 && (static_cast<unsigned>(events) & static_cast<unsigned>(POLLOUT)) != 0);
-        awaitTime(std::min(nextDeadline(), nextLook_));
+        const Deadline next = std::min(nextDeadline(), nextLook_);
+        if (deadlines_.empty() && awaited_ < next) {
+            awaited_ = Deadline::max();  // of a call that was answered
+        }
+        awaitTime(next);
     }
 }
 
@@ -223,12 +233,13 @@ void ConnectionCore::awaitWriting(bool wanted) {
 void ConnectionCore::awaitTime(Deadline time) {
     if (time < awaited_) {
         awaited_ = time;
-        loop_->at(time, [weak = weak_from_this(), time] {
+        loop_->cancel(timer_);
+        timer_ = loop_->at(time, [weak = weak_from_this(), time] {
             if (const auto self = weak.lock()) {
                 {
                     const std::lock_guard lock(self->wire_->mutex);
                     if (self->awaited_ != time) {
-                        return;  // an earlier one has taken its place
+                        return;  // another one has taken its place meanwhile
                     }
                     self->awaited_ = Deadline::max();
                 }

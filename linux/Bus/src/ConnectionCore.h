@@ -89,6 +89,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
 
     // With the mutex held.
     Deadline nextDeadline() const;
+    Deadline nextTick() const;
     std::optional<Error> start(Pending& pending, const Message& message, Turn turn);
     void startWaiting();
     Taken take(CallId id);
@@ -127,6 +128,7 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     Loop::WatchId watch_ = 0;
     bool awaitsWriting_ = false;
     Deadline awaited_ = Deadline::max();
+    Loop::TimerId timer_;
     std::string uniqueName_;
     std::optional<uid_t> busUser_;
     std::map<CallId, Taken> pending_;

@@ -157,17 +157,16 @@ void Loop::Core::hear(Lock& lock) {
 }
 
 void Loop::Core::runTimers(Lock& lock) {
+    timerSet = Clock::time_point::max();
     const auto now = Clock::now();
-    while (!stopped && !timers.empty() && timers.begin()->first <= now) {
+    while (!stopped && !timers.empty() && timers.begin()->first.first <= now) {
         auto due = timers.extract(timers.begin());
         lock.unlock();
         RunNoThrow(due.mapped());
         due = {};
         lock.lock();
     }
-    if (!timers.empty()) {
-        setTimer(timers.begin()->first);
-    }
+    setTimer();
 }
 
 void Loop::Core::runPosted(Lock& lock) {
@@ -181,14 +180,19 @@ void Loop::Core::runPosted(Lock& lock) {
     lock.lock();
 }
 
-void Loop::Core::schedule(Clock::time_point time, Task task) {
-    const auto added = timers.emplace(time, std::move(task));
-    if (added == timers.begin()) {
-        setTimer(time);
-    }
+Loop::TimerId Loop::Core::schedule(Clock::time_point time, Task task) {
+    const TimerId id(time, ++lastTimer);
+    timers.emplace(id, std::move(task));
+    setTimer();
+    return id;
 }
 
-void Loop::Core::setTimer(Clock::time_point time) {
+// Not for the last one that was cancelled: another one follows mostly.
+void Loop::Core::setTimer() {
+    if (timers.empty() || timers.begin()->first.first == timerSet) {
+        return;
+    }
+    const auto time = timerSet = timers.begin()->first.first;
     const auto since = std::max<Clock::duration>(time.time_since_epoch(), std::chrono::nanoseconds(1));
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
     const itimerspec spec{{}, {seconds.count(), std::chrono::nanoseconds(since - seconds).count()}};
@@ -215,10 +219,16 @@ void Loop::post(Task task) {
     }
 }
 
-void Loop::at(Clock::time_point time, Task task) {
+Loop::TimerId Loop::at(Clock::time_point time, Task task) {
     const std::lock_guard lock(core_->mutex);
-    if (!core_->stopped) {
-        core_->schedule(time, std::move(task));
+    return core_->stopped ? TimerId() : core_->schedule(time, std::move(task));
+}
+
+void Loop::cancel(const TimerId& timer) {
+    Task task;  // destroyed without the mutex
+    const std::lock_guard lock(core_->mutex);
+    if (auto cancelled = core_->timers.extract(timer)) {
+        task = std::move(cancelled.mapped());
     }
 }
 

@@ -48,11 +48,11 @@ struct Loop::Core : std::enable_shared_from_this<Core> {
 
     // With the mutex held.
     void addThread();
-    void schedule(Clock::time_point time, Task task);
+    TimerId schedule(Clock::time_point time, Task task);
     void hand(Lane::State& lane, Task&& task);  // taken only if it may still begin
     bool provideThreadFor(const Lane::State& lane);
     void wakeOne();
-    void setTimer(Clock::time_point time);
+    void setTimer();
 
     const Descriptor outer;
     const Descriptor inner;
@@ -62,7 +62,9 @@ struct Loop::Core : std::enable_shared_from_this<Core> {
     std::mutex mutex;  // guards what follows
     std::condition_variable taskEnded;
     std::vector<Task> posted;
-    std::multimap<Clock::time_point, Task> timers;
+    std::map<TimerId, Task> timers;
+    std::uint64_t lastTimer = 0;
+    Clock::time_point timerSet = Clock::time_point::max();
     std::map<WatchId, std::shared_ptr<const Task>> watches;
     WatchId lastWatch = 0;
     std::vector<std::shared_ptr<Lane::State>> lanes;

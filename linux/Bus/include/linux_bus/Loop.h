@@ -16,6 +16,7 @@ class Loop {
     using Task = std::function<void()>;
     using Clock = std::chrono::steady_clock;
     using WatchId = std::uint64_t;
+    using TimerId = std::pair<Clock::time_point, std::uint64_t>;
 
     // Throws std::system_error when a thread cannot be had.
     Loop();
@@ -26,9 +27,10 @@ class Loop {
 
     // Runs the tasks of each thread in their order, in the loop. After `stop` they are destroyed instead.
     void post(Task task);
-    // The same, not earlier than that time.
-    void at(Clock::time_point time, Task task);
+    // The same, not earlier than that time. One that was cancelled does not begin any more, and is destroyed.
+    TimerId at(Clock::time_point time, Task task);
     void after(std::chrono::nanoseconds delay, Task task) { at(Clock::now() + delay, std::move(task)); }
+    void cancel(const TimerId& timer);
 
     // Runs `ready` in the loop as long as the descriptor can be read, or written when that is wanted. It may
     // run once more after `unwatch`, which comes before the descriptor is closed. 0: it failed, see errno.

@@ -323,19 +323,37 @@ void ApplicationWatch::readRegularly(const std::weak_ptr<FieldWatch>& field) {
     });
 }
 
-void ApplicationWatch::look(std::function<void()> done) {
-    loop_->post([self = shared_from_this(), done = std::move(done)] {
-        std::shared_ptr<FieldWatch> field;
-        {
-            const std::lock_guard lock(self->mutex_);
-            field = self->field_;
-        }
-        if (field) {
-            field->refresh(done);
-        } else {
+void ApplicationWatch::look(const std::string& frontTitle, const std::function<void()>& done) {
+    std::shared_ptr<FieldWatch> field;
+    atspi::ObjectRef window;
+    {
+        const std::lock_guard lock(mutex_);
+        titleSeen_.reset();
+        field = field_;
+        window = found_.window;
+    }
+    const std::shared_ptr<Session> session = session_.lock();
+    const bool asksForTitle = session && !frontTitle.empty() && field && !session->silent->isSilent(busName_);
+    const auto oneDone = [left = std::make_shared<int>(asksForTitle ? 2 : 1), done] {
+        if (--*left == 0) {
             done();
         }
-    });
+    };
+    if (asksForTitle) {
+        cmn::bus::Ask<std::string>(*session->connection, atspi::NameOf(window), session->deadline(),
+                                   [weak = weak_from_this(), oneDone](const Result<std::string>& title) {
+                                       if (const auto self = weak.lock(); self && title) {
+                                           const std::lock_guard lock(self->mutex_);
+                                           self->titleSeen_ = *title;
+                                       }
+                                       oneDone();
+                                   });
+    }
+    if (field) {
+        field->refresh(oneDone);
+    } else {
+        oneDone();
+    }
 }
 
 void ApplicationWatch::examineIfOutdated(const std::string& frontTitle) {
@@ -344,13 +362,15 @@ void ApplicationWatch::examineIfOutdated(const std::string& frontTitle) {
         return;
     }
     WindowSearch::Found found;
+    std::optional<std::string> title;
     bool isComplete = false;
     {
         const std::lock_guard lock(mutex_);
         isComplete = outcome_ == AXError::success && field_ && !field_->field().isPage;
         found = found_;
+        title = titleSeen_;
     }
-    if (!isComplete || !WindowSearch(session, pid_, busName_).stillHolds(found, frontTitle)) {
+    if (!isComplete || !WindowSearch(session, pid_, busName_).stillHolds(found, frontTitle, title)) {
         examine(frontTitle);
     }
 }

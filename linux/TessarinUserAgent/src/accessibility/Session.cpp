@@ -89,26 +89,29 @@ void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline d
     std::transform(browsers.begin(), browsers.end(), pids.begin(),
                    [](const WindowInfo& browser) { return browser.ownerPid; });
     applications.lookUp(pids, deadline);
-    // All of them at once, so that one that hangs keeps the others from nothing.
-    struct Look {
-        std::shared_ptr<ApplicationWatch> watch;
-        std::string frontTitle;
-        std::future<void> isDone;
-    };
-    std::vector<Look> looks;
+    std::vector<std::pair<std::shared_ptr<ApplicationWatch>, std::string>> looks;
     for (const WindowInfo& browser : browsers) {
         applications.notePresence(browser.ownerPid);
         if (auto one = watch(browser.ownerPid, deadline)) {
-            auto isDone = std::make_shared<std::promise<void>>();
-            one->look([isDone] { isDone->set_value(); });
-            looks.push_back({std::move(one), browser.title.value_or(""), isDone->get_future()});
+            looks.emplace_back(std::move(one), browser.title.value_or(""));
         }
     }
-    for (const Look& look : looks) {
-        look.isDone.wait_until(this->deadline() + kTimeToSpare);
-    }
-    for (const Look& look : looks) {
-        look.watch->examineIfOutdated(look.frontTitle);
+    // All of them at once, so that one that hangs keeps the others from nothing.
+    const auto isDone = std::make_shared<std::promise<void>>();
+    surroundings.loop->post([looks, isDone] {
+        const auto oneDone = [left = std::make_shared<std::size_t>(looks.size() + 1), isDone] {
+            if (--*left == 0) {
+                isDone->set_value();
+            }
+        };
+        for (const auto& [one, frontTitle] : looks) {
+            one->look(frontTitle, oneDone);
+        }
+        oneDone();
+    });
+    isDone->get_future().wait_until(this->deadline() + kTimeToSpare);
+    for (const auto& [one, frontTitle] : looks) {
+        one->examineIfOutdated(frontTitle);
     }
 }
 

@@ -244,7 +244,8 @@ bool WindowSearch::describePage(const AddressField& field, Found& found) {
     return true;
 }
 
-bool WindowSearch::stillHolds(const Found& found, const std::string& frontTitle) const {
+bool WindowSearch::stillHolds(const Found& found, const std::string& frontTitle,
+                              const std::optional<std::string>& title) const {
     const std::string& mainWindow = found.window.path;
     const auto isOther = [&](const std::string& path) {
         const auto known = found.windows.find(path);
@@ -259,8 +260,6 @@ bool WindowSearch::stillHolds(const Found& found, const std::string& frontTitle)
     }
     bool isInFront = true;
     if (!frontTitle.empty()) {
-        const auto title =
-            AskAndWait(session_->connection, atspi::NameOf(found.window), session_->deadline());
         isInFront = title && HasTitle(*title, frontTitle);
         const auto isCandidate = [](const auto& window) { return window.second; };
         if (isInFront && std::count_if(found.windows.begin(), found.windows.end(), isCandidate) == 1) {

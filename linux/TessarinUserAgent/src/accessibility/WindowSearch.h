@@ -37,8 +37,10 @@ class WindowSearch {
     // `noValue` when there is no main window, `cannotComplete` when the application does not answer.
     AXError run(const Known& known, Found& found);
 
-    // Whether it is still the main window, at fewer calls. The title is as in `Known`.
-    bool stillHolds(const Found& found, const std::string& frontTitle) const;
+    // Whether it is still the main window, at fewer calls. The front title is as in `Known`; `title` is what
+    // the window itself has just said, nothing when it did not.
+    bool stillHolds(const Found& found, const std::string& frontTitle,
+                    const std::optional<std::string>& title) const;
 
  private:
     AXError chooseWindow(const Known& known, Found& found);

@@ -196,6 +196,22 @@ std::optional<std::vector<XcbConnection::Property>> XcbConnection::ask(const std
     return properties;
 }
 
+void XcbConnection::listenTo(const std::vector<xcb_window_t>& windows) {
+    constexpr std::uint32_t kEvents = XCB_EVENT_MASK_PROPERTY_CHANGE | XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+    for (const xcb_window_t window : windows) {
+        xcb_change_window_attributes(connection_, window, XCB_CW_EVENT_MASK, &kEvents);
+    }
+}
+
+bool XcbConnection::hasHeard() {
+    bool heard = false;
+    while (xcb_generic_event_t* const event = xcb_poll_for_queued_event(connection_)) {
+        heard = true;
+        std::free(event);
+    }
+    return heard;
+}
+
 bool XcbConnection::waitForReply(unsigned sequence, Deadline deadline, std::shared_ptr<void>& reply) {
     xcb_flush(connection_);
     for (;;) {

@@ -73,6 +73,11 @@ class XcbConnection {
     // connection is of no more use then.
     std::optional<std::vector<Property>> ask(const std::vector<Question>& questions, Deadline deadline);
 
+    // From now on changes of these windows and their properties are told.
+    void listenTo(const std::vector<xcb_window_t>& windows);
+    // Whether anything was told, before the last answer, since this was asked last.
+    bool hasHeard();
+
  private:
     XcbConnection(xcb_connection_t* connection, xcb_window_t root) : connection_(connection), root_(root) {}
 

@@ -75,6 +75,8 @@ struct XcbWindowList::Parts {
     XcbConnection::Connector connector;
     const std::chrono::milliseconds callDeadline;
     std::unique_ptr<XcbConnection> connection;
+    std::vector<xcb_window_t> listed;  // by the last read that succeeded, back to front
+    std::vector<WindowInfo> windows;   // what it gave
     Outcome lastOutcome = Outcome::unknown;
     std::set<std::string> hostNames;  // this machine may get another one while programs run
 };
@@ -118,6 +120,12 @@ std::optional<std::vector<WindowInfo>> XcbWindowList::Parts::read(Deadline deadl
         return failed(Outcome::noWindowManager);
     }
     std::vector<xcb_window_t> frontToBack = stacking->front().items();
+    const bool isSame = !connection->hasHeard() && frontToBack == listed;
+    if (isSame && lastOutcome == Outcome::success) {
+        return windows;
+    }
+    listed = frontToBack;
+    connection->listenTo(listed);  // again: the number of a window may be that of another one now
     std::reverse(frontToBack.begin(), frontToBack.end());
     std::vector<XcbConnection::Question> questions;
     for (const xcb_window_t window : frontToBack) {
@@ -134,7 +142,7 @@ std::optional<std::vector<WindowInfo>> XcbWindowList::Parts::read(Deadline deadl
         return failed(Outcome::noServer);
     }
     hostNames.insert(HostName());
-    std::vector<WindowInfo> windows;
+    windows.clear();
     for (std::size_t i = 0; i < processes->size(); ++i) {
         if (auto window = describe((*processes)[i], &(*answers)[i * kQuestions])) {
             windows.push_back(std::move(*window));
