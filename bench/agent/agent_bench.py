@@ -115,6 +115,7 @@ def idle(desktop: Desktop, bench: Path, agent_build: Path, seconds: int) -> dict
     host = ServiceHost(desktop, agent_build)
     host.start()
     agent = Agent(desktop, agent_build, log_level="Info")
+    os.sync()  # pages of the program's copy that are not on the disk yet would count as its private memory
     agent.start()
     agent.wait_log("Found URL element for -- Google Chrome", 30)
     bare = desktop.processes.start("bare-qt", [str(bench / "BareQt")], desktop.env)

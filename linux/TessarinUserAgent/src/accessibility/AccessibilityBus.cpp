@@ -45,7 +45,7 @@ std::shared_ptr<Session> AccessibilityBus::session(Deadline deadline) {
     return check(deadline);
 }
 
-std::shared_ptr<Session> AccessibilityBus::check(Deadline deadline) {
+std::shared_ptr<Session> AccessibilityBus::check(Deadline deadline, const Use& meanwhile) {
     {
         const std::lock_guard lock(mutex_);
         if (looking_) {
@@ -59,20 +59,38 @@ std::shared_ptr<Session> AccessibilityBus::check(Deadline deadline) {
             const std::lock_guard lock(mutex_);
             looking_ = false;
         });
-        look(deadline);
+        look(deadline, meanwhile);
     }
     const std::lock_guard lock(mutex_);
     return usable();
 }
 
-std::shared_ptr<Session> AccessibilityBus::checkForCycle(Deadline deadline, bool isLastStep) {
+std::shared_ptr<Session> AccessibilityBus::beginCycle(Deadline deadline) {
     {
         const std::lock_guard lock(mutex_);
-        if (std::exchange(isCheckedForCycle_, !isLastStep) && isLastStep) {
-            return usable();
-        }
+        isCheckedForCycle_ = true;
     }
     return check(deadline);
+}
+
+void AccessibilityBus::endCycle(Deadline deadline, const Use& use) {
+    std::shared_ptr<Session> session;
+    bool isChecked = false;
+    {
+        const std::lock_guard lock(mutex_);
+        isChecked = std::exchange(isCheckedForCycle_, false);
+        session = usable();
+    }
+    std::shared_ptr<Session> used;
+    if (!isChecked) {
+        session = check(deadline, [&](Session& known) {
+            used = known.shared_from_this();
+            use(known);
+        });
+    }
+    if (session && session != used) {
+        use(*session);
+    }
 }
 
 std::shared_ptr<Session> AccessibilityBus::usable() const {
@@ -104,7 +122,7 @@ AccessibilityBus::Connected AccessibilityBus::connect(const std::string& address
     return Connection::openAndWait(surroundings_.loop, std::move(options));
 }
 
-AccessibilityBus::Answer AccessibilityBus::askSession(Deadline deadline) {
+AccessibilityBus::Answer AccessibilityBus::askSession(Deadline deadline, const Use& meanwhile) {
     const std::shared_ptr<Connection> bus = sessionBus(deadline);
     if (!bus) {
         return {{}, settings_.accessibilityBusAddress, "the session bus does not answer"};
@@ -112,6 +130,14 @@ AccessibilityBus::Answer AccessibilityBus::askSession(Deadline deadline) {
     cmn::bus::Batch batch(bus, deadline);
     const auto isEnabled = batch.ask(atspi::IsEnabled());
     const auto busAddress = batch.ask(atspi::AddressOfAccessibilityBus());
+    std::shared_ptr<Session> known;
+    {
+        const std::lock_guard lock(mutex_);
+        known = usable();
+    }
+    if (known && meanwhile) {
+        meanwhile(*known);
+    }
     batch.wait();
     const auto switchedOn = isEnabled.read();
     const auto address = busAddress.read();
@@ -127,8 +153,8 @@ AccessibilityBus::Answer AccessibilityBus::askSession(Deadline deadline) {
     return answer;
 }
 
-void AccessibilityBus::look(Deadline deadline) {
-    const Answer answer = askSession(deadline);
+void AccessibilityBus::look(Deadline deadline, const Use& meanwhile) {
+    const Answer answer = askSession(deadline, meanwhile);
     {
         const std::lock_guard lock(mutex_);
         // Only a definite answer counts: a session that is slow for once does not switch anything off.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -26,10 +27,13 @@ class AccessibilityBus {
     std::shared_ptr<Session> session(cmn::bus::Deadline deadline);
 
     // Looks anew. Nothing when the desktop has none, it does not answer, or accessibility is switched off.
-    std::shared_ptr<Session> check(cmn::bus::Deadline deadline);
+    // What is to be done with a bus that was usable the last time is done while the session is asked.
+    using Use = std::function<void(Session&)>;
+    std::shared_ptr<Session> check(cmn::bus::Deadline deadline, const Use& meanwhile = {});
 
-    // The same, for the steps of one polling cycle: the second of them does not look again.
-    std::shared_ptr<Session> checkForCycle(cmn::bus::Deadline deadline, bool isLastStep);
+    // The two steps of a polling cycle, of which one looks anew; the first may be left out.
+    std::shared_ptr<Session> beginCycle(cmn::bus::Deadline deadline);
+    void endCycle(cmn::bus::Deadline deadline, const Use& use);
 
     // The desktop's session bus; nothing when it cannot be had.
     std::shared_ptr<cmn::bus::Connection> sessionBus(cmn::bus::Deadline deadline);
@@ -46,9 +50,9 @@ class AccessibilityBus {
         std::string failure;
     };
 
-    Answer askSession(cmn::bus::Deadline deadline);
+    Answer askSession(cmn::bus::Deadline deadline, const Use& meanwhile);
     Connected connect(const std::string& address, cmn::bus::Deadline deadline);
-    void look(cmn::bus::Deadline deadline);
+    void look(cmn::bus::Deadline deadline, const Use& meanwhile);
     // With the mutex held.
     void conclude(Verdict verdict, const std::string& reason);
     void replace(std::shared_ptr<Session> session);

@@ -32,11 +32,11 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     AXError listenToWindows(const std::shared_ptr<Listener>& listener);
     AXError listenToField(const std::shared_ptr<Listener>& listener, const AtspiElement& field);
 
-    // A look once a polling cycle, in two steps. In the bus's thread, without waiting: reads the field's text,
-    // and the window's title where another title would say that the window is not in front any more; then
-    // calls `done` there. After that: examines when what is known of the windows does not hold any more,
-    // which waits as `examine` does. The title given is that of the application's front-most window on screen,
-    // empty when it is not known.
+    // A look once a polling cycle, in two steps. In the bus's thread, without waiting: reads the field's
+    // text, and the window's title where another title would say that the window is not in front any more;
+    // then calls `done` there. After that: examines when what is known of the windows does not hold any more,
+    // which waits as `examine` does. The title given is that of the application's front-most window on
+    // screen, empty when it is not known.
     void look(const std::string& frontTitle, const std::function<void()>& done);
     void examineIfOutdated(const std::string& frontTitle);
 
@@ -82,7 +82,7 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     WindowSearch::Found found_;
     WindowSearch::Known known_;
     std::optional<std::string> titleSeen_;  // of the main window, by the look
-    std::shared_ptr<FieldWatch> field_;  // null when there is none
+    std::shared_ptr<FieldWatch> field_;     // null when there is none
     std::vector<std::weak_ptr<Listener>> listeners_;
     bool isOpen_ = false;
     bool isGone_ = false;

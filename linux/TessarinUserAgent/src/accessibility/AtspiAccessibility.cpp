@@ -62,9 +62,8 @@ bool AtspiAccessibility::isProcessTrustedWithPrompt() {
 
 void AtspiAccessibility::prepare(const std::vector<WindowInfo>& browsers) {
     const cmn::bus::Deadline deadline = bus_->deadline();
-    if (const std::shared_ptr<Session> session = bus_->checkForCycle(cmn::bus::HalfWayTo(deadline), true)) {
-        session->look(browsers, deadline);
-    }
+    bus_->endCycle(cmn::bus::HalfWayTo(deadline),
+                   [&](Session& session) { session.look(browsers, deadline); });
 }
 
 }  // namespace useragent

@@ -15,7 +15,7 @@ std::optional<std::vector<WindowInfo>> AtspiWindowList::copyOnScreenWindows() {
         return std::nullopt;
     }
     const Deadline deadline = bus->deadline();
-    const std::shared_ptr<Session> session = bus->checkForCycle(HalfWayTo(deadline), false);
+    const std::shared_ptr<Session> session = bus->beginCycle(HalfWayTo(deadline));
     if (!session) {
         return std::nullopt;
     }
