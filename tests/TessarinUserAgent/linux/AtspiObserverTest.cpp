@@ -257,6 +257,23 @@ TEST_F(AtspiObserverTest, ALookTellsAnActiveWindowWhoseActivationWasNeverSaid) {
     EXPECT_EQ(text(foundField(), "AXValue"), "second");
 }
 
+TEST_F(AtspiObserverTest, ALookDoesNotAskTheOnlyWindowForTheTitleThatIsStillOnTheScreen) {
+    const auto observer = observeWindows();
+    useragent::WindowInfo browser;
+    browser.ownerPid = getpid();
+    browser.title = "Page";
+    accessibility->prepare({browser});
+    const int before = application.callsOf("Get");  // of a property
+    accessibility->prepare({browser});
+    EXPECT_EQ(application.callsOf("Get"), before);
+    const auto second = application.addWindow("Second - Browser", "second");
+    application.change(window.frame, [](fake::AtspiNode& frame) { frame.states &= ~fake::kActive; });
+    browser.title = "Second - Browser";
+    accessibility->prepare({browser});
+    ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    EXPECT_EQ(text(foundField(), "AXValue"), "second");
+}
+
 TEST_F(AtspiObserverTest, ALookTellsThatTheWindowIsGone) {
     const auto second = application.addWindow("Second - Browser", "second");
     application.change(second.frame, [](fake::AtspiNode& frame) { frame.states |= fake::kActive; });

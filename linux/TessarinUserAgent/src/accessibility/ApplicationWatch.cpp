@@ -235,6 +235,7 @@ void ApplicationWatch::examine(const std::string& frontTitle) {
         outcome_ = outcome;
         follow(found);
         found_ = std::move(found);
+        titleSeen_.reset();
         isChanged |= known.mainWindow == found_.window.path && field_ != field;
         isComplete = field_ && !field_->field().isPage;
     }
@@ -326,14 +327,19 @@ void ApplicationWatch::readRegularly(const std::weak_ptr<FieldWatch>& field) {
 void ApplicationWatch::look(const std::string& frontTitle, const std::function<void()>& done) {
     std::shared_ptr<FieldWatch> field;
     atspi::ObjectRef window;
+    bool knowsTitle = false;
     {
         const std::lock_guard lock(mutex_);
-        titleSeen_.reset();
+        if (std::exchange(frontTitleSeen_, frontTitle) != frontTitle || found_.candidates() != 1) {
+            titleSeen_.reset();
+        }
+        knowsTitle = titleSeen_.has_value();  // the same one on screen, and no other window
         field = field_;
         window = found_.window;
     }
     const std::shared_ptr<Session> session = session_.lock();
-    const bool asksForTitle = session && !frontTitle.empty() && field && !session->silent->isSilent(busName_);
+    const bool asksForTitle =
+        session && field && !frontTitle.empty() && !knowsTitle && !session->silent->isSilent(busName_);
     const auto oneDone = [left = std::make_shared<int>(asksForTitle ? 2 : 1), done] {
         if (--*left == 0) {
             done();

@@ -82,6 +82,7 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     WindowSearch::Found found_;
     WindowSearch::Known known_;
     std::optional<std::string> titleSeen_;  // of the main window, by the look
+    std::string frontTitleSeen_;            // the one on screen at that time
     std::shared_ptr<FieldWatch> field_;     // null when there is none
     std::vector<std::weak_ptr<Listener>> listeners_;
     bool isOpen_ = false;

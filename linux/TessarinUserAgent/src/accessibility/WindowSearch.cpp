@@ -261,8 +261,7 @@ bool WindowSearch::stillHolds(const Found& found, const std::string& frontTitle,
     bool isInFront = true;
     if (!frontTitle.empty()) {
         isInFront = title && HasTitle(*title, frontTitle);
-        const auto isCandidate = [](const auto& window) { return window.second; };
-        if (isInFront && std::count_if(found.windows.begin(), found.windows.end(), isCandidate) == 1) {
+        if (isInFront && found.candidates() == 1) {
             return true;
         }
     }

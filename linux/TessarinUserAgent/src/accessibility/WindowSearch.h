@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -27,6 +28,9 @@ class WindowSearch {
         std::string title;
         bool isActive = false;
         std::map<std::string, bool> windows;  // all paths, and whether it is a candidate for the main one
+        auto candidates() const {
+            return std::count_if(windows.begin(), windows.end(), [](const auto& one) { return one.second; });
+        }
         std::optional<AddressField> field;
         cmn::bus::Result<std::string> text = std::string();  // of the field
         bool isFieldShowing = false;
