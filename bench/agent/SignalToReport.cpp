@@ -1,53 +1,64 @@
 // Measures how long a report needs from the accessibility signal that causes it to the daemon's end, in one
 // process so that both moments are taken from one clock: it listens to the browsers' signals and is the
-// daemon's end itself.
+// daemon's end itself. A report is paired with the insertion after which the field's text is as long as the
+// reported one: the texts are ASCII, and each key makes a longer one.
 //
 // Writes "ready" when it listens; ends when its standard input does and then writes one JSON object:
-// {"samples_us": {"<browser>": [...]}}.
+// {"samples_us": {"<browser>": [...]}, "unreported": N}.
 #include <QCoreApplication>
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusReply>
 #include <QSocketNotifier>
 #include <chrono>
 #include <cstdio>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "accessibility/AtspiQueries.h"
+#include "accessibility/AtspiSettings.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "xpccommon/UserAgentXPCServer.h"
 
 namespace {
 
+using cmn::bus::Connection;
+using cmn::bus::Message;
 using Clock = std::chrono::steady_clock;
+namespace atspi = useragent::atspi;
 
-// Signals that follow each other this closely belong to one change of the field.
-constexpr std::chrono::milliseconds kBurstGap{20};
+// The agent may be served before this program is; its report is then here before the signal.
+constexpr std::chrono::milliseconds kMostAhead{100};
 
-// Pairs each report with the first signal of the burst before it. Any thread.
+constexpr std::chrono::seconds kDeadline{5};
+
+// Any thread.
 class Stopwatch {
  public:
-    void signalArrived() {
+    void inserted(std::size_t length) {
         const auto now = Clock::now();
         const std::lock_guard lock(mutex_);
-        if (now - lastSignal_ > kBurstGap) {
-            burstStart_ = now;
-            reported_ = false;
+        const auto report = early_.extract(length);
+        if (report && now - report.mapped().at < kMostAhead) {
+            samples_[report.mapped().browser].push_back(0);
+        } else {
+            unreported_ += signals_.contains(length) ? 1 : 0;
+            signals_[length] = now;
         }
-        lastSignal_ = now;
     }
 
-    void reportArrived(const std::string& browser) {
+    void reported(const std::string& browser, std::size_t length) {
         const auto now = Clock::now();
         const std::lock_guard lock(mutex_);
-        if (!reported_) {
-            reported_ = true;
-            samples_[browser].push_back(std::chrono::duration<double, std::micro>(now - burstStart_).count());
+        if (const auto signal = signals_.extract(length)) {
+            const std::chrono::duration<double, std::micro> needed = now - signal.mapped();
+            samples_[browser].push_back(needed.count());
+        } else {
+            early_[length] = {now, browser};
         }
     }
 
@@ -63,87 +74,102 @@ class Stopwatch {
             std::printf("]");
             separator = ", ";
         }
-        std::printf("}}\n");
+        std::printf("}, \"unreported\": %zu}\n", unreported_ + signals_.size());
     }
 
  private:
+    struct Report {
+        Clock::time_point at;
+        std::string browser;
+    };
+
     std::mutex mutex_;
-    Clock::time_point lastSignal_{};
-    Clock::time_point burstStart_{};
-    bool reported_ = true;
+    std::map<std::size_t, Clock::time_point> signals_;  // without a report yet, by the length of the text
+    std::map<std::size_t, Report> early_;
     std::map<std::string, std::vector<double>> samples_;
+    std::size_t unreported_ = 0;
 };
 
-Stopwatch g_stopwatch;
-
-// Starts the watch at the signals of fields one can type in: a browser also tells of the texts in its lists.
-class SignalReceiver : public QObject {
-    Q_OBJECT
+// Hears insertions into fields one can type in: a browser also tells of the texts in its lists.
+class SignalReceiver {
  public:
-    explicit SignalReceiver(const QDBusConnection& bus) : bus_(bus) {}
+    SignalReceiver(Stopwatch& stopwatch, std::shared_ptr<Connection> bus)
+        : stopwatch_(stopwatch), bus_(std::move(bus)) {}
 
- public slots:
-    void textChanged(const QDBusMessage& signal) {
-        const auto [known, isNew] = isEditable_.try_emplace({signal.service(), signal.path()}, false);
+    // False when the bus does not let it.
+    bool listen() {
+        std::promise<bool> installed;
+        signals_ = bus_->subscribe(
+            std::string("type='signal',interface='") + atspi::kObjectEventInterface +
+                "',member='TextChanged'",
+            [this](const Message& signal) { textChanged(signal); },
+            [&](const std::optional<cmn::bus::Error>& error) { installed.set_value(!error); });
+        return installed.get_future().get();
+    }
+
+ private:
+    // In the bus's thread, as all here.
+    void textChanged(const Message& signal) {
+        const atspi::ObjectRef object{std::string(signal.sender()), std::string(signal.path())};
+        const auto [known, isNew] = isEditable_.try_emplace({object.busName, object.path}, false);
         if (isNew) {
-            known->second = askIfEditable(signal);
-        } else if (known->second) {
-            g_stopwatch.signalArrived();
+            cmn::bus::Ask<atspi::States>(*bus_, atspi::StatesOf(object), Clock::now() + kDeadline,
+                                         [&isEditable = known->second](const auto& states) {
+                                             isEditable =
+                                                 states && atspi::Has(*states, atspi::State::editable);
+                                         });
+        }
+        const auto change = atspi::TextChangeOf(signal);
+        if (known->second && change && change->kind == useragent::TextChange::Kind::inserted) {
+            stopwatch_.inserted(change->offset + change->length);
         }
     }
 
- private:
-    bool askIfEditable(const QDBusMessage& signal) const {
-        constexpr unsigned kEditable = 1U << 7U;
-        const QDBusReply<QList<uint>> states =
-            bus_.call(QDBusMessage::createMethodCall(signal.service(), signal.path(),
-                                                     "org.a11y.atspi.Accessible", "GetState"),
-                      QDBus::Block, 1000);
-        return states.isValid() && !states.value().isEmpty() && (states.value().first() & kEditable) != 0;
-    }
-
-    QDBusConnection bus_;
-    std::map<std::pair<QString, QString>, bool> isEditable_;
+    Stopwatch& stopwatch_;
+    const std::shared_ptr<Connection> bus_;
+    std::shared_ptr<cmn::bus::Subscription> signals_;
+    std::map<std::pair<std::string, std::string>, bool> isEditable_;  // nothing is ever removed
 };
 
-// Nothing when the bus cannot be reached.
-std::unique_ptr<SignalReceiver> Listen() {
-    QDBusMessage question =
-        QDBusMessage::createMethodCall("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress");
-    const QDBusMessage answer = QDBusConnection::sessionBus().call(question, QDBus::Block, 5000);
-    if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().isEmpty()) {
-        return nullptr;
-    }
-    QDBusConnection bus =
-        QDBusConnection::connectToBus(answer.arguments().first().toString(), "accessibility");
-    auto receiver = std::make_unique<SignalReceiver>(bus);
-    const bool connected = bus.connect(QString(), QString(), "org.a11y.atspi.Event.Object", "TextChanged",
-                                       receiver.get(), SLOT(textChanged(QDBusMessage)));
-    return connected ? std::move(receiver) : nullptr;
+// Null when the bus cannot be reached.
+std::shared_ptr<Connection> AccessibilityBus(const std::shared_ptr<cmn::bus::Loop>& loop) {
+    const auto open = [&](const std::string& address) {
+        cmn::bus::Options options;
+        options.address = address;
+        return Connection::openAndWait(loop, std::move(options)).valueOr(nullptr);
+    };
+    const auto session = open(useragent::SettingsOfThisSession().sessionBusAddress);
+    return session ? open(cmn::bus::AskAndWait(session, atspi::AddressOfAccessibilityBus(),
+                                               Clock::now() + kDeadline)
+                              .valueOr(""))
+                   : nullptr;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
-    const std::unique_ptr<SignalReceiver> receiver = Listen();
-    if (!receiver) {
+    Stopwatch stopwatch;
+    // One loop for both, so that neither moment is taken later than it was.
+    const auto dispatch = std::make_shared<cmn::LinuxDispatch>();
+    const auto bus = AccessibilityBus(dispatch->loop());
+    SignalReceiver receiver(stopwatch, bus);
+    if (!bus || !receiver.listen()) {
         std::fprintf(stderr, "the accessibility bus cannot be reached\n");
         return 1;
     }
-    const auto dispatch = std::make_shared<cmn::LinuxDispatch>();
-    const auto transport = std::make_shared<cmn::DBusXPCTransport>(dispatch);
-    const auto server =
-        cmn::CreateUserAgentXPCServer([](const std::string&, const std::string& browser, std::int32_t,
-                                         const auto& /*peer*/) { g_stopwatch.reportArrived(browser); },
-                                      dispatch, transport);
+    auto server =
+        cmn::CreateUserAgentXPCServer([&](const std::string& url, const std::string& browser, std::int32_t,
+                                          const auto& /*peer*/) { stopwatch.reported(browser, url.size()); },
+                                      dispatch, std::make_shared<cmn::DBusXPCTransport>(dispatch));
     QSocketNotifier input(0, QSocketNotifier::Read);
     QObject::connect(&input, &QSocketNotifier::activated, &application, &QCoreApplication::quit);
     std::puts("ready");
     std::fflush(stdout);
     const int code = QCoreApplication::exec();
-    g_stopwatch.print();
+    server.reset();
+    bus->close("the end");
+    dispatch->stop();
+    stopwatch.print();
     return code;
 }
-
-#include "SignalToReport.moc"

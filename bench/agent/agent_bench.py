@@ -51,12 +51,13 @@ def signal_to_report(desktop: Desktop, bench: Path, agent_build: Path, browsers:
         browser.press("Escape")
     time.sleep(1.0)
     watch.stdin.close()
-    samples = json.loads(watch.stdout.readline())["samples_us"]
+    result = json.loads(watch.stdout.readline())
     desktop.processes.end(watch)
     agent.end()
-    return {name: {"samples": len(values), "median_us": statistics.median(values),
-                   "p99_us": percentile(values, 0.99), "max_us": max(values)}
-            for name, values in samples.items()}
+    figures = {name: {"samples": len(values), "median_us": statistics.median(values),
+                      "p99_us": percentile(values, 0.99), "max_us": max(values)}
+               for name, values in result["samples_us"].items()}
+    return {**figures, "unreported": result["unreported"]}
 
 
 def start_to_first_report(desktop: Desktop, agent_build: Path) -> dict:
