@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "AtspiFixture.h"
+#include "accessibility/AccessibilityBus.h"
 #include "common/ScopedAction.h"
 #include "support/ChildProcess.h"
 #include "useragent/WindowList.h"
@@ -226,6 +227,28 @@ TEST_F(AtspiWindowsTest, AnApplicationThatTheRegistryDropsIsForgotten) {
     desktop.registerApplication(editor.busName());
     owners();
     EXPECT_EQ(editor.calls(), 2);
+}
+
+TEST_F(AtspiWindowsTest, ABrowserThatWasOnlyListedLeavesNothingAtTheRegistryWhenItEnds) {
+    Program firefox(desktop, "Firefox");
+    ASSERT_EQ(owners(), std::vector<std::string>{firefox.owner()});
+    EXPECT_EQ(desktop.registeredEvents(), std::vector<std::string>{"window:activate " + firefox.busName()});
+    firefox.kill();
+    EXPECT_TRUE(fake::WaitFor([&] { return desktop.registeredEvents().empty(); }));
+}
+
+TEST_F(AtspiWindowsTest, NothingStaysWantedOfAnApplicationThatEndedBefore) {
+    const auto bus = accessibility->bus().lock();
+    const auto session = bus->session(bus->deadline());
+    ASSERT_TRUE(session);
+    EXPECT_EQ(session->events->add({"window:activate"}, ":1.4711", bus->deadline()),
+              useragent::AXError::cannotComplete);
+    EXPECT_TRUE(fake::WaitFor([&] { return desktop.registeredEvents().empty(); }));
+    session->events->repeat();
+    nameApplication(browser, "Firefox");
+    desktop.registerApplication(browser.busName());
+    owners();
+    EXPECT_EQ(desktop.registeredEvents(), std::vector<std::string>{"window:activate " + browser.busName()});
 }
 
 TEST_F(AtspiWindowListTest, KeepsTheWindowsOfAnApplicationThatDoesNotAnswer) {

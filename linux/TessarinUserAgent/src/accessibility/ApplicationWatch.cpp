@@ -77,22 +77,17 @@ AXError ApplicationWatch::open() {
                           [](ApplicationWatch& self, const Message&) {
                               if (const auto alive = self.session_.lock()) {
                                   alive->applications.forget(self.pid_, self.busName_);
-                                  alive->events->forget(self.busName_);
                                   alive->watches->forget(self.busName_);
                               }
                               self.lost();
                           }));
         }
     }
-    for (const char* const event : kEvents) {
-        const AXError error = session->events->add(event, busName_, session->deadline());
-        if (error != AXError::success) {
-            return error;
-        }
-    }
+    const AXError error =
+        session->events->add({kEvents.begin(), kEvents.end()}, busName_, session->deadline());
     const std::lock_guard lock(mutex_);
-    isOpen_ = true;
-    return AXError::success;
+    isOpen_ |= error == AXError::success;
+    return error;
 }
 
 AXError ApplicationWatch::mainWindow(AXValue& window) {

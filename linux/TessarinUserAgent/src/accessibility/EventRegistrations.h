@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "linux_bus/Connection.h"
 #include "useragent/Accessibility.h"
@@ -20,24 +22,26 @@ class EventRegistrations {
     explicit EventRegistrations(std::shared_ptr<cmn::bus::Connection> connection)
         : connection_(std::move(connection)) {}
 
-    AXError add(const std::string& event, const std::string& busName, cmn::bus::Deadline deadline);
+    // `cannotComplete` also when nobody has that unique bus name any more.
+    AXError add(const std::vector<std::string>& events, const std::string& busName,
+                cmn::bus::Deadline deadline);
 
-    // The bus name has died. Does not wait.
+    // The bus name has died: to be called for every name that does. Does not wait.
     void forget(const std::string& busName);
 
     // Tells a new registry everything again. Does not wait.
     void repeat();
 
  private:
-    using Wanted = std::pair<std::string, std::string>;  // event, bus name
-
     // With the mutex held.
+    void noteDead(std::size_t registrations);
     void registerAll();
 
     const std::shared_ptr<cmn::bus::Connection> connection_;
 
     std::mutex mutex_;  // guards what follows
-    std::set<Wanted> wanted_;
+    std::map<std::string, std::set<std::string>>
+        wanted_;                    // events by bus name; also while they are asked for
     std::set<std::string> events_;  // that were ever wanted
     std::size_t dead_ = 0;          // registrations that the registry still has though nobody needs them
 };

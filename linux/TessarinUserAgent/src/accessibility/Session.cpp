@@ -82,6 +82,17 @@ Session::Session(Surroundings where, std::shared_ptr<cmn::bus::Connection> conne
                 watched->tellAll(&ApplicationWatch::refresh);
             }
         });
+    // Also of applications that are not watched: their windows may have been listed.
+    endedNames_ = connection->subscribe(
+        fmt::format("type='signal',sender='{0}',interface='{0}',member='NameOwnerChanged',arg2=''",
+                    cmn::bus::kBusName),
+        [registrations = std::weak_ptr(events)](const cmn::bus::Message& signal) {
+            const auto change = signal.read<std::string, std::string, std::string>();
+            const auto alive = registrations.lock();
+            if (change && alive) {
+                alive->forget(std::get<0>(*change));
+            }
+        });
 }
 
 void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline deadline) {

@@ -95,6 +95,7 @@ class Session : public std::enable_shared_from_this<Session> {
 
  private:
     std::shared_ptr<cmn::bus::Subscription> registrySignals_;
+    std::shared_ptr<cmn::bus::Subscription> endedNames_;
 
     mutable std::mutex mutex_;  // guards what follows
     std::set<std::string> withoutSelection_;

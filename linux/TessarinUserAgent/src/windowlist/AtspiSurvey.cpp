@@ -99,7 +99,7 @@ void AtspiSurvey::learnNames(Deadline deadline) {
         if (record.isBrowser) {
             // Browsers of the Chromium family do not say which window is active unless somebody wants to hear
             // when that changes.
-            session_.events->add(atspi::kWindowActivateEvent, busName, deadline);
+            session_.events->add({atspi::kWindowActivateEvent}, busName, deadline);
         }
     }
 }
