@@ -12,6 +12,7 @@
 
 namespace useragent {
 
+struct FieldDescription;
 class Session;
 
 // What was read of an object along with others; nothing for an attribute that it does not have.
@@ -31,6 +32,7 @@ struct AtspiElement : AXElement {
     atspi::ObjectRef object;
     KnownAttributes known;                   // the value only as it was when the element was handed out
     std::optional<atspi::Objects> children;  // all that show, as they were when the parent was read
+    std::shared_ptr<const FieldDescription> field;  // as it was then, of what may be an address field
     // Instead of all children: what a search of a window has found in it.
     std::optional<std::vector<std::shared_ptr<const AtspiElement>>> found;
 };

@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "accessibility/FieldDescription.h"
+
 namespace useragent {
 namespace {
 
@@ -54,26 +56,18 @@ struct Child {
     Batch::Answer<atspi::Objects> children;
 };
 
-// Of what may be a text field the states decide, and the name is read next.
-AXError DescribeFields(const AtspiReader& reader, const std::vector<Child>& fields) {
-    struct Answers {
-        Batch::Answer<atspi::States> states;
-        Batch::Answer<std::string> name;
-    };
+// Reads of what may be a text field all that may be asked of it next.
+AXError DescribeFields(const AtspiReader& reader, const std::vector<std::shared_ptr<AtspiElement>>& fields) {
     Batch batch = reader.newBatch();
-    std::vector<Answers> answers;
-    for (const Child& field : fields) {
-        const atspi::ObjectRef& object = field.element->object;
-        answers.push_back({batch.ask(atspi::StatesOf(object)), batch.ask(atspi::NameOf(object))});
+    std::vector<FieldQuestions> questions;
+    for (const auto& field : fields) {
+        questions.emplace_back(batch, field->object);
     }
     const bool complete = reader.finish(batch);
     for (std::size_t i = 0; i < fields.size(); ++i) {
-        auto& known = fields[i].element->known;
-        if (const auto states = answers[i].states.read()) {
-            known[kRoleAttribute] = atspi::AXRoleName(*fields[i].role.read(), *states);
-        }
-        if (auto name = answers[i].name.read()) {
-            known[kDescriptionAttribute] = std::move(*name);
+        if (auto description = questions[i].read()) {
+            fields[i]->known = description->known;
+            fields[i]->field = std::make_shared<const FieldDescription>(std::move(*description));
         }
     }
     return complete ? AXError::success : AXError::cannotComplete;
@@ -103,11 +97,11 @@ AXError ReadShowingChildren(const AtspiReader& reader, AXValue& value) {
     if (!reader.finish(batch)) {
         return AXError::cannotComplete;
     }
-    std::vector<Child> fields;
+    std::vector<std::shared_ptr<AtspiElement>> fields;
     std::vector<AXValue> elements;
     for (const Child& child : children) {
         if (const auto role = child.role.read(); role && atspi::MayBeTextField(*role)) {
-            fields.push_back(child);
+            fields.push_back(child.element);
         } else if (role) {
             child.element->known[kRoleAttribute] = atspi::AXRoleName(*role, 0);
         }

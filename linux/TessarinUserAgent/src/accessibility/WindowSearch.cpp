@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "accessibility/AtspiReader.h"
+#include "accessibility/FieldDescription.h"
 #include "accessibility/MainWindow.h"
 #include "common/log.h"
 #include "useragent/Deadlines.h"
@@ -38,16 +39,6 @@ class TreeReader : public AccessibilityReader {
 
 bool HasPath(const std::vector<std::string>& paths, const std::string& path) {
     return std::find(paths.begin(), paths.end(), path) != paths.end();
-}
-
-std::optional<std::string> Find(const std::map<std::string, std::string>& attributes,
-                                std::initializer_list<const char*> names) {
-    for (const char* const name : names) {
-        if (const auto found = attributes.find(name); found != attributes.end()) {
-            return found->second;
-        }
-    }
-    return std::nullopt;
 }
 
 }  // namespace
@@ -82,11 +73,14 @@ AXError WindowSearch::chooseWindow(const Known& known, Found& found) {
         Batch::Answer<std::string> name;
         Batch::Answer<atspi::Objects> children;
     };
+    const bool isSelecting = session_->canSelect(root_.busName);
     Batch batch = reader.newBatch();
     std::vector<Answers> answers;
     for (const atspi::ObjectRef& object : *objects) {
-        answers.push_back({batch.ask(atspi::RoleOf(object)), batch.ask(atspi::StatesOf(object)),
-                           batch.ask(atspi::NameOf(object)), batch.ask(atspi::ChildrenOf(object))});
+        answers.push_back(
+            {batch.ask(atspi::RoleOf(object)), batch.ask(atspi::StatesOf(object)),
+             batch.ask(atspi::NameOf(object)),
+             batch.ask(isSelecting ? atspi::ShowingChildrenOf(object) : atspi::ChildrenOf(object))});
     }
     if (!reader.finish(batch)) {
         return AXError::cannotComplete;
@@ -105,14 +99,21 @@ AXError WindowSearch::chooseWindow(const Known& known, Found& found) {
     found.window = (*objects)[*chosen];
     found.title = windows[*chosen].title;
     found.isActive = atspi::Has(windows[*chosen].states, atspi::State::active);
-    careForContent(found.window, answers[*chosen].children.read());
+    auto children = answers[*chosen].children.read();
+    if (isSelecting && !children && atspi::ErrorOf(children.error()) == AXError::attributeUnsupported) {
+        session_->cannotSelect(root_.busName);
+    }
+    careForContent(found.window, children);
+    if (isSelecting && children && !children->empty()) {
+        showing_ = std::move(*children);
+    }
     return AXError::success;
 }
 
 // Browsers of the Chromium family build the tree of a window once somebody asks it for its attributes.
 void WindowSearch::careForContent(const atspi::ObjectRef& window,
                                   const cmn::bus::Result<atspi::Objects>& children) {
-    bool staysEmpty = children && children->empty();
+    bool staysEmpty = !children || children->empty();
     if (staysEmpty) {
         const AtspiElement element(pid_, session_, window);
         const AtspiReader reader(session_, element, session_->deadline());
@@ -136,10 +137,15 @@ void WindowSearch::findField(const Known& known, Found& found) {
     TreeReader tree(session_);
     SearchReader search(tree, &std::chrono::steady_clock::now, kURLFieldSearchDeadline);
     const auto window = std::make_shared<AtspiElement>(pid_, session_, found.window);
+    window->children = std::exchange(showing_, std::nullopt);
     const auto field = std::static_pointer_cast<const AtspiElement>(FindURLElement(search, window, 0));
     if (search.expired()) {
         TLOG_WARN("The search for the URL field of {} took too long and was ended",
                   fmt::format("the process {}", pid_));
+    }
+    if (field && field->field) {
+        adopt(*field->field, {field->object, {}}, found);
+        return;
     }
     if ((field && describe({field->object, {}}, found)) || (!hidden && findCovered(found))) {
         return;
@@ -195,36 +201,27 @@ bool WindowSearch::isInPage(atspi::ObjectRef object, const atspi::ObjectRef& win
     return object.path != window.path;
 }
 
-// Reads all that a search and the watcher ask of a field. False when it is none any more.
+// False when it is no field any more.
 bool WindowSearch::describe(AddressField field, Found& found) {
     const AtspiElement element(pid_, session_, field.object);
     const AtspiReader reader(session_, element, session_->deadline());
     Batch batch = reader.newBatch();
-    const auto role = batch.ask(atspi::RoleOf(field.object));
-    const auto states = batch.ask(atspi::StatesOf(field.object));
-    const auto name = batch.ask(atspi::NameOf(field.object));
-    const auto identifier = batch.ask(atspi::IdentifierOf(field.object));
-    const auto attributes = batch.ask(atspi::AttributesOf(field.object));
-    const auto text = batch.ask(atspi::TextOf(field.object));
+    const FieldQuestions questions(batch, field.object);
     reader.finish(batch);
-    const auto roleRead = role.read();
-    const auto statesRead = states.read();
-    found.text = text.read();
-    if (!roleRead || !statesRead || atspi::Has(*statesRead, atspi::State::defunct) ||
-        (!found.text && atspi::ErrorOf(found.text.error()) == AXError::invalidUIElement)) {
-        return false;
+    const auto description = questions.read();
+    if (description) {
+        adopt(*description, std::move(field), found);
     }
-    field.known[kRoleAttribute] = atspi::AXRoleName(*roleRead, *statesRead);
-    field.known[kDescriptionAttribute] = name.read().valueOr("");
-    const std::string id = identifier.read().valueOr("");
-    field.known[kIdentifierAttribute] = id.empty() ? std::nullopt : std::optional(id);
-    const auto all = attributes.read().valueOr({});
-    field.known[kDOMIdentifierAttribute] = Find(all, {"id"});
-    field.known[kPlaceholderValueAttribute] = Find(all, {"placeholder", "placeholder-text"});
-    field.isMute = !atspi::Has(*statesRead, atspi::State::editable);
-    found.isFieldShowing = atspi::Has(*statesRead, atspi::State::showing);
+    return description.has_value();
+}
+
+void WindowSearch::adopt(const FieldDescription& description, AddressField field, Found& found) {
+    field.known = description.known;
+    field.known.try_emplace(kDescriptionAttribute, "");
+    field.isMute = !atspi::Has(description.states, atspi::State::editable);
+    found.isFieldShowing = atspi::Has(description.states, atspi::State::showing);
+    found.text = description.text;
     found.field = std::move(field);
-    return true;
 }
 
 // The page in the place of the field that the window had.

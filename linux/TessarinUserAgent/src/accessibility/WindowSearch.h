@@ -53,12 +53,14 @@ class WindowSearch {
     bool findCovered(Found& found);
     bool isInPage(atspi::ObjectRef object, const atspi::ObjectRef& window) const;
     bool describe(AddressField field, Found& found);
+    static void adopt(const FieldDescription& description, AddressField field, Found& found);
     bool describePage(const AddressField& field, Found& found);
     void careForContent(const atspi::ObjectRef& window, const cmn::bus::Result<atspi::Objects>& children);
 
     const std::shared_ptr<Session> session_;
     const std::int32_t pid_;
     const atspi::ObjectRef root_;
+    std::optional<atspi::Objects> showing_;  // children of the window that was chosen, if they were read
 };
 
 }  // namespace useragent
