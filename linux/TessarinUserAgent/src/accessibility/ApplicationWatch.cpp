@@ -59,28 +59,10 @@ AXError ApplicationWatch::open() {
         if (isOpen_ || !session) {
             return isOpen_ ? AXError::success : AXError::apiDisabled;
         }
-        if (signals_.empty()) {
-            for (const char* const member : {"Activate", "Restore", "Minimize", "Destroy"}) {
-                signals_.push_back(subscribe(fmt::format("sender='{}',interface='{}',member='{}'", busName_,
-                                                         atspi::kWindowEventInterface, member),
-                                             [](ApplicationWatch& self, const Message& signal) {
-                                                 self.isActivated_ |= signal.member() == "Activate";
-                                                 self.retries_ = 0;
-                                                 self.examineLater(signal.member() == "Restore"
-                                                                       ? kRebuildPause
-                                                                       : kQuietAfterWindowSignal);
-                                             }));
-            }
-            signals_.push_back(
-                subscribe(fmt::format("sender='{0}',interface='{0}',member='NameOwnerChanged',arg0='{1}'",
-                                      cmn::bus::kBusName, busName_),
-                          [](ApplicationWatch& self, const Message&) {
-                              if (const auto alive = self.session_.lock()) {
-                                  alive->applications.forget(self.pid_, self.busName_);
-                                  alive->watches->forget(self.busName_);
-                              }
-                              self.lost();
-                          }));
+        if (!windowEvents_) {
+            windowEvents_ = subscribe(
+                fmt::format("sender='{}',interface='{}'", busName_, atspi::kWindowEventInterface),
+                [](ApplicationWatch& self, const Message& signal) { self.onWindowEvent(signal.member()); });
         }
     }
     const AXError error =
@@ -88,6 +70,16 @@ AXError ApplicationWatch::open() {
     const std::lock_guard lock(mutex_);
     isOpen_ |= error == AXError::success;
     return error;
+}
+
+void ApplicationWatch::onWindowEvent(std::string_view event) {
+    const bool isActivation = event == "Activate";
+    const bool isRestoration = event == "Restore";
+    if (isActivation || isRestoration || event == "Minimize" || event == "Destroy") {
+        isActivated_ |= isActivation;
+        retries_ = 0;
+        examineLater(isRestoration ? kRebuildPause : kQuietAfterWindowSignal);
+    }
 }
 
 AXError ApplicationWatch::mainWindow(AXValue& window) {
@@ -162,6 +154,9 @@ void ApplicationWatch::lost() {
         if (std::exchange(isGone_, true)) {
             return;
         }
+    }
+    if (const std::shared_ptr<Session> session = session_.lock()) {
+        session->applications.forget(pid_, busName_);
     }
     tellWindowChanged();  // whoever listens has to find everything anew
 }

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "accessibility/AtspiElement.h"
@@ -56,6 +57,7 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     AXError open();
     std::shared_ptr<cmn::bus::Subscription> subscribe(
         const std::string& rule, std::function<void(ApplicationWatch&, const cmn::bus::Message&)> handler);
+    void onWindowEvent(std::string_view event);
     void examineLater(std::chrono::milliseconds delay);
     void retry(bool isComplete, bool isActive);
     void follow(const WindowSearch::Found& found);
@@ -75,8 +77,8 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
 
     std::mutex examination_;  // held by the one that examines
 
-    mutable std::mutex mutex_;  // guards what follows
-    std::vector<std::shared_ptr<cmn::bus::Subscription>> signals_;
+    mutable std::mutex mutex_;                               // guards what follows
+    std::shared_ptr<cmn::bus::Subscription> windowEvents_;   // of all its windows
     std::shared_ptr<cmn::bus::Subscription> windowSignals_;  // of the main window itself
     std::optional<AXError> outcome_;                         // of the last examination that was answered
     WindowSearch::Found found_;

@@ -31,9 +31,11 @@ std::shared_ptr<ApplicationWatch> Watches::of(const std::shared_ptr<Session>& se
     return watch;
 }
 
-void Watches::forget(const std::string& busName) {
+void Watches::end(const std::string& busName) {
     const std::lock_guard lock(mutex_);
-    watches_.erase(busName);
+    if (auto watch = watches_.extract(busName)) {
+        loop_->post([ended = std::move(watch.mapped())] { ended->lost(); });
+    }
 }
 
 void Watches::tell(const std::string& busName, void (ApplicationWatch::*what)()) {
@@ -82,15 +84,18 @@ Session::Session(Surroundings where, std::shared_ptr<cmn::bus::Connection> conne
                 watched->tellAll(&ApplicationWatch::refresh);
             }
         });
-    // Also of applications that are not watched: their windows may have been listed.
+    // Of all applications: also of those that are not watched the windows may have been listed.
     endedNames_ = connection->subscribe(
         fmt::format("type='signal',sender='{0}',interface='{0}',member='NameOwnerChanged',arg2=''",
                     cmn::bus::kBusName),
-        [registrations = std::weak_ptr(events)](const cmn::bus::Message& signal) {
+        [registrations = std::weak_ptr(events),
+         all = std::weak_ptr(watches)](const cmn::bus::Message& signal) {
             const auto change = signal.read<std::string, std::string, std::string>();
             const auto alive = registrations.lock();
-            if (change && alive) {
+            const auto watched = all.lock();
+            if (change && alive && watched) {
                 alive->forget(std::get<0>(*change));
+                watched->end(std::get<0>(*change));
             }
         });
 }

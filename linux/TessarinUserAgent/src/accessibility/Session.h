@@ -34,7 +34,8 @@ class Watches {
     std::shared_ptr<ApplicationWatch> of(const std::shared_ptr<Session>& session, std::int32_t pid,
                                          const std::string& busName);
 
-    void forget(const std::string& busName);
+    // Tells the application's watch, if there is one, that the bus name has died, and forgets it.
+    void end(const std::string& busName);
 
     // Calls `what` for that application, or for each of them, in the loop's thread.
     void tell(const std::string& busName, void (ApplicationWatch::*what)());
