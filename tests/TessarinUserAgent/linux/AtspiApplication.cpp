@@ -186,6 +186,10 @@ void AtspiApplication::emitTextChanged(const std::string& path, const std::strin
     emitEvent(path, "org.a11y.atspi.Event.Object", "TextChanged", detail, part, offset);
 }
 
+void AtspiApplication::emitStateChanged(const std::string& path, const std::string& state, bool value) {
+    emitEvent(path, "org.a11y.atspi.Event.Object", "StateChanged", state, "", value ? 1 : 0);
+}
+
 void AtspiApplication::activate(const std::string& path, const std::string& title) {
     const std::lock_guard lock(mutex_);
     for (const std::string& window : nodes_[kRoot].children) {

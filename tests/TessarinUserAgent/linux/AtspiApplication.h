@@ -73,6 +73,7 @@ class AtspiApplication {
     void edit(const std::string& path, const std::string& text);
     void emitTextChanged(const std::string& path, const std::string& detail, const std::string& part = "",
                          int offset = 0);
+    void emitStateChanged(const std::string& path, const std::string& state, bool value);
     // As when the user brings the window to the front: it is active then, and no other one of this program.
     void activate(const std::string& path, const std::string& title);
 

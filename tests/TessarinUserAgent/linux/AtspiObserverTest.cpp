@@ -352,6 +352,21 @@ TEST_F(AtspiObserverTest, AFieldThatTellsNoChangesIsReadEachSecondWhileItsWindow
     EXPECT_EQ(texts(), std::vector<std::string>{"pop-up"});
 }
 
+TEST_F(AtspiObserverTest, AFieldThatBecomesReadOnlyIsReadEachSecondFromThenOn) {
+    application.change(window.frame, [](fake::AtspiNode& frame) { frame.states |= fake::kActive; });
+    const auto field = observeField();
+    const auto windows = observeWindows();
+    const int before = application.callsOf("GetText");
+    application.change(window.field,
+                       [](fake::AtspiNode& node) { node.states = fake::kShowing | fake::kSingleLine; });
+    application.emitStateChanged(window.field, "read-only", true);
+    ASSERT_TRUE(fake::WaitFor([&] { return application.callsOf("GetText") >= before + 2; }))
+        << "it is described, and read after that";
+    application.change(window.field, [](fake::AtspiNode& node) { node.text = "unsaid"; });
+    ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    EXPECT_EQ(texts(), std::vector<std::string>{"unsaid"}) << "and it is still the same field";
+}
+
 TEST_F(AtspiObserverTest, APageThatFillsTheScreenStandsInForTheFieldThatItTookAway) {
     const auto windows = observeWindows();
     ASSERT_TRUE(foundField());
@@ -435,8 +450,9 @@ TEST_F(AtspiObserverTest, WantsFromTheApplicationWhatItNeedsOnceForAsLongAsItLiv
         application.change(next.frame, [](fake::AtspiNode& frame) { frame.states |= fake::kActive; });
     }
     std::vector<std::string> wanted;
-    for (const char* const event : {"object:text-changed ", "window:activate ", "window:restore ",
-                                    "window:minimize ", "window:destroy "}) {
+    for (const char* const event :
+         {"object:text-changed ", "object:state-changed:editable ", "object:state-changed:read-only ",
+          "window:activate ", "window:restore ", "window:minimize ", "window:destroy "}) {
         wanted.push_back(event + application.busName());
     }
     EXPECT_EQ(desktop.registeredEvents(), wanted);
@@ -450,7 +466,7 @@ TEST_F(AtspiObserverTest, WantsItFromANewRegistryToo) {
     look({getpid()});
     ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
     EXPECT_EQ(texts(), std::vector<std::string>{"while nobody listened"});
-    EXPECT_TRUE(fake::WaitFor([&] { return desktop.registeredEvents().size() == 5; }));
+    EXPECT_TRUE(fake::WaitFor([&] { return desktop.registeredEvents().size() == 7; }));
 }
 
 TEST_F(AtspiObserverTest, RefusesWhatItCannotTell) {

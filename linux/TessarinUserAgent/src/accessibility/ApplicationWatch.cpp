@@ -24,8 +24,9 @@ constexpr int kMostRetries = 6;  // each after twice the pause of the one before
 // Between reads of a field whose changes are not told.
 constexpr auto kPauseOfReads = 1s;
 
-constexpr std::array kEvents{atspi::kTextChangedEvent, atspi::kWindowActivateEvent,
-                             atspi::kWindowRestoreEvent, atspi::kWindowMinimizeEvent,
+constexpr std::array kEvents{atspi::kTextChangedEvent,     atspi::kEditableChangedEvent,
+                             atspi::kReadOnlyChangedEvent, atspi::kWindowActivateEvent,
+                             atspi::kWindowRestoreEvent,   atspi::kWindowMinimizeEvent,
                              atspi::kWindowDestroyEvent};
 
 }  // namespace
@@ -277,30 +278,33 @@ void ApplicationWatch::follow(const WindowSearch::Found& found) {
         });
         field_->take(found.text);
         field_->open();
-        if (found.field->isMute) {
-            readRegularly(field_);
-        }
+    }
+    if (found.field->isMute && !std::exchange(isReadRegularly_, true)) {
+        readRegularly();
     }
     // Signals may have come before it was listened to.
     loop_->post([field = field_] { field->refresh(); });
 }
 
-void ApplicationWatch::readRegularly(const std::weak_ptr<FieldWatch>& field) {
-    loop_->after(kPauseOfReads, [weak = weak_from_this(), field] {
+void ApplicationWatch::readRegularly() {
+    loop_->after(kPauseOfReads, [weak = weak_from_this()] {
         const auto self = weak.lock();
         const auto session = self ? self->session_.lock() : nullptr;
         if (!session) {
             return;
         }
+        std::weak_ptr<FieldWatch> field;
         atspi::ObjectRef window;
         {
             const std::lock_guard lock(self->mutex_);
-            if (self->isGone_ || self->field_ != field.lock() || !self->field_) {
+            if (self->isGone_ || !self->field_ || !self->found_.field->isMute) {
+                self->isReadRegularly_ = false;
                 return;
             }
+            field = self->field_;
             window = self->found_.window;
         }
-        self->readRegularly(field);
+        self->readRegularly();
         if (session->silent->isSilent(self->busName_)) {
             return;
         }

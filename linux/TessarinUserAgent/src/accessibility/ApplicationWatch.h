@@ -61,7 +61,7 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     void examineLater(std::chrono::milliseconds delay);
     void retry(bool isComplete, bool isActive);
     void follow(const WindowSearch::Found& found);
-    void readRegularly(const std::weak_ptr<FieldWatch>& field);
+    void readRegularly();
     void tellWindowChanged();
 
     const std::weak_ptr<Session> session_;
@@ -87,6 +87,7 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     std::string frontTitleSeen_;            // the one on screen at that time
     std::shared_ptr<FieldWatch> field_;     // null when there is none
     std::vector<std::weak_ptr<Listener>> listeners_;
+    bool isReadRegularly_ = false;
     bool isOpen_ = false;
     bool isGone_ = false;
 };

@@ -222,6 +222,12 @@ std::optional<TextChange> TextChangeOf(const Message& event) {
                       static_cast<std::size_t>(offset), static_cast<std::size_t>(length), std::move(*text)};
 }
 
+bool IsOfEditing(const Message& event) {
+    std::string state;
+    return event.rewind() && Codec<std::string>::read(event.raw(), state) &&
+           (state == "editable" || state == "read-only");
+}
+
 AXError ErrorOf(const Error& error) {
     namespace names = cmn::bus::error;
     static constexpr std::array kMeanings{

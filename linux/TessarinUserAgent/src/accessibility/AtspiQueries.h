@@ -70,6 +70,9 @@ Query<std::string> AddressOfAccessibilityBus();
 // What a text's event says; nothing when it cannot be read.
 std::optional<TextChange> TextChangeOf(const cmn::bus::Message& event);
 
+// Whether a state's event is about who may change the text.
+bool IsOfEditing(const cmn::bus::Message& event);
+
 AXError ErrorOf(const cmn::bus::Error& error);
 
 // Whether nobody has the bus name that was called, or nobody answered in time.

@@ -7,8 +7,8 @@
 namespace useragent {
 
 FieldWatch::FieldWatch(const std::shared_ptr<Session>& session, std::int32_t pid, AddressField field,
-                       std::function<void()> onUnfit)
-    : session_(session), pid_(pid), field_(std::move(field)), onUnfit_(std::move(onUnfit)) {}
+                       std::function<void()> onOutdated)
+    : session_(session), pid_(pid), field_(std::move(field)), onOutdated_(std::move(onOutdated)) {}
 
 void FieldWatch::open() {
     const std::shared_ptr<Session> session = session_.lock();
@@ -16,11 +16,11 @@ void FieldWatch::open() {
         return;
     }
     signals_ = session->connection->subscribe(
-        fmt::format("type='signal',sender='{}',interface='{}',member='TextChanged',path='{}'",
-                    field_.object.busName, atspi::kObjectEventInterface, field_.object.path),
+        fmt::format("type='signal',sender='{}',interface='{}',path='{}'", field_.object.busName,
+                    atspi::kObjectEventInterface, field_.object.path),
         [weak = weak_from_this()](const cmn::bus::Message& signal) {
             if (const auto self = weak.lock()) {
-                self->signalled(signal);
+                self->heard(signal);
             }
         });
 }
@@ -73,7 +73,15 @@ void FieldWatch::tell() {
     }
 }
 
-void FieldWatch::signalled(const cmn::bus::Message& signal) {
+void FieldWatch::heard(const cmn::bus::Message& signal) {
+    if (signal.member() == "TextChanged") {
+        textChanged(signal);
+    } else if (signal.member() == "StateChanged" && atspi::IsOfEditing(signal)) {
+        onOutdated_();
+    }
+}
+
+void FieldWatch::textChanged(const cmn::bus::Message& signal) {
     {
         const std::lock_guard lock(mutex_);
         if (const auto change = atspi::TextChangeOf(signal)) {
@@ -169,7 +177,7 @@ void FieldWatch::judge(const cmn::bus::Result<std::string>& text,
     }
     // Of a dead one the text, if it gave one, is no address. Told once: it may stay so.
     if (!std::exchange(isUnfit_, !isAlive) && !isAlive) {
-        onUnfit_();
+        onOutdated_();
     }
 }
 

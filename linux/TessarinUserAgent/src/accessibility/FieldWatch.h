@@ -28,9 +28,10 @@ struct AddressField {
 // come in the bus's thread.
 class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
  public:
-    // `onUnfit` is called in the bus's thread when the object is no address field any more.
+    // `onOutdated` is called in the bus's thread when the object is no address field any more, or another
+    // kind of one.
     FieldWatch(const std::shared_ptr<Session>& session, std::int32_t pid, AddressField field,
-               std::function<void()> onUnfit);
+               std::function<void()> onOutdated);
 
     // Any thread.
     void open();
@@ -52,7 +53,8 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
         std::optional<std::string> given;
     };
 
-    void signalled(const cmn::bus::Message& signal);
+    void heard(const cmn::bus::Message& signal);
+    void textChanged(const cmn::bus::Message& signal);
     void verify();
     void finish(const cmn::bus::Result<std::string>& text, const std::function<void()>& done);
     void judge(const cmn::bus::Result<std::string>& text, const cmn::bus::Result<atspi::States>& states);
@@ -63,7 +65,7 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
     const std::weak_ptr<Session> session_;
     const std::int32_t pid_;
     const AddressField field_;
-    const std::function<void()> onUnfit_;
+    const std::function<void()> onOutdated_;
     std::shared_ptr<cmn::bus::Subscription> signals_;
 
     bool isReading_ = false;  // the bus's thread only, as the next
