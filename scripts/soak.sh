@@ -12,12 +12,5 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-case " $* " in
-    *' -h '* | *' --help '*) sed -n '2,/^set/{/^set/d;s/^# \{0,1\}//;p}' "$0"; exit 0 ;;
-    *' --build'*) ;;
-    *)
-        scripts/install-deps.sh build demo
-        scripts/build.sh release
-        ;;
-esac
+. scripts/lib/walk_setup.sh
 exec python3 scripts/lib/soak.py "$@"

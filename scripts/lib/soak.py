@@ -68,13 +68,8 @@ def soak(options: argparse.Namespace, seed: int) -> bool:
                 for walk in walks:
                     only(walk, walks)
                     run.turn_end = len(walk.steps) + _TURN_STEPS
-<<<<<<< HEAD
                     take_steps(walk, desktop, lambda walk=walk: run.go_on(walk), lambda _: None, PICTURES, False)
-        except (CannotJudge, TimedOut) as error:
-=======
-                    take_steps(walk, desktop, lambda walk=walk: run.go_on(walk), lambda _: None, PROJECT / "build/truth", False)
         except (CannotJudge, TimedOut, RuntimeError) as error:
->>>>>>> h-truth
             problem = f"the walk ended early: {error}"
         sampler.close()
     for browser, walk in zip(browsers, walks):

@@ -1,10 +1,11 @@
 """Browsers that say themselves what their windows show."""
 
 import re
+import signal
+import subprocess
 from abc import abstractmethod
 from dataclasses import dataclass, replace
-from pathlib import Path
-from typing import Optional
+from typing import Optional, Sequence, Union
 
 from ..browsers import Browser, Chromium, Firefox
 from ..processes import wait_for
@@ -27,23 +28,21 @@ class Shown:
     address_field: bool = True
 
 
-class JudgedBrowser:
+class JudgedBrowser(Browser):
     """What the walk needs beside what a browser of a desktop can do. `typed`: text left in the field of a tab, by tab."""
 
     # Addresses, and steps that only this browser has.
     settings_page = ""
     lacks: frozenset[str] = frozenset()
 
-    name: str
-    pid: int
-    profile: Path
-
     def __init__(self, desktop: Desktop, seat: Seat, number: int) -> None:
-        self._desktop = desktop
+        super().__init__(desktop)
         self._seat = seat
         self.number = number
         self.typed: dict[str, str] = {}
-        self.process = None
+        self.log_name += "" if number == 1 else f"-{number}"
+        self.profile = desktop.folder / "home" / f"profile-{self.log_name}"
+        self._remote: Optional[Union[Marionette, DevToolsPipe]] = None  # while it can be asked
 
     @property
     def running(self) -> bool:
@@ -63,9 +62,23 @@ class JudgedBrowser:
 
     def kill(self) -> None:
         """As a crash."""
+        self.end(number=signal.SIGKILL)
+        self._forget()
 
     def quit(self) -> None:
-        pass
+        self.end()
+        self._forget()
+
+    def _run(self, name: str, command: Sequence[str], pass_fds: Sequence[int] = ()) -> subprocess.Popen:
+        env = {**self.desktop.env, "MOZ_CRASHREPORTER_DISABLE": "1", **self._seat.browser_environment()}
+        return self.desktop.processes.start(name, command, env, pass_fds=pass_fds)
+
+    def _forget(self) -> None:
+        """What was known of the process that has ended, or is about to be started anew."""
+        if self._remote is not None:
+            self._remote.close()
+            self._remote = None
+        self.typed.clear()
 
 
 _FIREFOX_VIEW = """
@@ -89,12 +102,10 @@ class JudgedFirefox(JudgedBrowser, Firefox):
     settings_page = "about:preferences"
     lacks = frozenset({"app window"})
 
+    _remote: Optional[Marionette]
+
     def __init__(self, desktop: Desktop, seat: Seat, number: int) -> None:
-        Firefox.__init__(self, desktop)
-        JudgedBrowser.__init__(self, desktop, seat, number)
-        self.log_name += "" if number == 1 else f"-{number}"
-        self.profile = desktop.folder / "home" / f"profile-{self.log_name}"
-        self._marionette: Optional[Marionette] = None
+        super().__init__(desktop, seat, number)
         self._seen: tuple[str, Optional[Shown]] = ("", None)  # by the last look, in which window
         self._last: dict[str, str] = {}  # by tab: what its field showed last while it could be seen
 
@@ -113,17 +124,15 @@ class JudgedFirefox(JudgedBrowser, Firefox):
         self._forget()
         port = self.profile / "MarionetteActivePort"
         port.unlink(missing_ok=True)
-        env = {**self._desktop.env, "MOZ_CRASHREPORTER_DISABLE": "1", **self._seat.browser_environment()}
-        command = [*self.command(), *([address] if address else [])]
-        self.process = self._desktop.processes.start(self.log_name, command, env)
+        self.process = self._run(self.log_name, [*self.command(), *([address] if address else [])])
         wait_for(lambda: port.exists() and port.read_text().strip(), 90, "Marionette's port")
-        self._marionette = Marionette(int(port.read_text()))
+        self._remote = Marionette(int(port.read_text()))
 
     def look(self, window: Window) -> Optional[Shown]:
-        if self._marionette is None:
+        if self._remote is None:
             return None
         try:
-            views = self._marionette.run(_FIREFOX_VIEW)
+            views = self._remote.run(_FIREFOX_VIEW)
             if views is None:  # so ends a script during which an alert comes up
                 raise RemoteError("unexpected alert open")
         except RemoteError as error:
@@ -153,27 +162,13 @@ class JudgedFirefox(JudgedBrowser, Firefox):
         return replace(shown, accepted=tuple(dict.fromkeys(right)))
 
     def can_go(self, shown: Shown, forward: bool) -> bool:
-        assert self._marionette is not None
-        return bool(self._marionette.run(f"{_FIREFOX_ACTIVE} return w.gBrowser.canGo{'Forward' if forward else 'Back'}"))
+        assert self._remote is not None
+        return bool(self._remote.run(f"{_FIREFOX_ACTIVE} return w.gBrowser.canGo{'Forward' if forward else 'Back'}"))
 
     def tear_off(self) -> None:
         """What dropping a tab outside the window does."""
-        assert self._marionette is not None
-        self._marionette.run(f"{_FIREFOX_ACTIVE} w.gBrowser.replaceTabWithWindow(w.gBrowser.selectedTab)")
-
-    def kill(self) -> None:
-        self.end(number=9)
-        self._forget()
-
-    def quit(self) -> None:
-        self.end()
-        self._forget()
-
-    def _forget(self) -> None:
-        if self._marionette is not None:
-            self._marionette.close()
-            self._marionette = None
-        self.typed.clear()
+        assert self._remote is not None
+        self._remote.run(f"{_FIREFOX_ACTIVE} w.gBrowser.replaceTabWithWindow(w.gBrowser.selectedTab)")
 
 
 _TITLE_END = " - Chromium"
@@ -183,12 +178,10 @@ class JudgedChromium(JudgedBrowser, Chromium):
     settings_page = "chrome://settings"
     lacks = frozenset({"library"})
 
+    _remote: Optional[DevToolsPipe]
+
     def __init__(self, desktop: Desktop, seat: Seat, number: int) -> None:
-        Chromium.__init__(self, desktop)
-        JudgedBrowser.__init__(self, desktop, seat, number)
-        self.log_name += "" if number == 1 else f"-{number}"
-        self.profile = desktop.folder / "home" / f"profile-{self.log_name}"
-        self._pipe: Optional[DevToolsPipe] = None
+        super().__init__(desktop, seat, number)
         self._numbers: dict[str, int] = {}  # the protocol's number of a window, by the session's name for it
 
     def command(self) -> list[str]:
@@ -198,15 +191,13 @@ class JudgedChromium(JudgedBrowser, Chromium):
         self._forget()
         pipe = DevToolsPipe()
         command = pipe.wrap([*self.command(), *([address] if address else ["--restore-last-session"])])
-        env = {**self._desktop.env, **self._seat.browser_environment()}
-        self.process = self._desktop.processes.start(self.log_name, command, env, pass_fds=pipe.browser_ends)
+        self.process = self._run(self.log_name, command, pipe.browser_ends)
         pipe.started()
-        self._pipe = pipe
+        self._remote = pipe
 
     def app_window(self, address: str) -> None:
         """The running browser shows it; what is started only hands the address over."""
-        self._desktop.processes.start(f"{self.log_name}-app", [*self.command(), f"--app={address}"],
-                                      {**self._desktop.env, **self._seat.browser_environment()})
+        self._run(f"{self.log_name}-app", [*self.command(), f"--app={address}"])
 
     def look(self, window: Window) -> Optional[Shown]:
         if re.match(r"DevTools\b", window.title) and not window.title.endswith(_TITLE_END):
@@ -250,47 +241,36 @@ class JudgedChromium(JudgedBrowser, Chromium):
         at = history["currentIndex"] + (1 if forward else -1)
         return 0 <= at < len(history["entries"])
 
-    def kill(self) -> None:
-        self.end(number=9)
-        self._forget()
-
-    def quit(self) -> None:
-        self.end()
-        self._forget()
-
     def _evaluate(self, target: str, expression: str) -> object:
         return self._in_session(target, "Runtime.evaluate", expression=expression)["result"].get("value")
 
     def _in_session(self, target: str, method: str, **parameters: object) -> dict:
-        if self._pipe is None:
+        if self._remote is None:
             raise RemoteError("disconnected")
-        session = self._pipe.call("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
+        session = self._remote.call("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
         try:
-            return self._pipe.call(method, session, **parameters)
+            return self._remote.call(method, session, **parameters)
         finally:
-            self._pipe.call("Target.detachFromTarget", sessionId=session)
+            self._remote.call("Target.detachFromTarget", sessionId=session)
 
     def _targets(self) -> list[dict]:
         """All targets, each with the number of its window; those in no window's tab strip have none."""
-        if self._pipe is None:
+        if self._remote is None:
             raise RemoteError("disconnected")
-        targets = self._pipe.call("Target.getTargets")["targetInfos"]
+        targets = self._remote.call("Target.getTargets")["targetInfos"]
         for target in targets:
             target["window"] = None
             if target["type"] == "page" and not target["url"].startswith("devtools:"):
                 try:
-                    target["window"] = self._pipe.call("Browser.getWindowForTarget", targetId=target["targetId"])["windowId"]
+                    target["window"] = self._remote.call("Browser.getWindowForTarget", targetId=target["targetId"])["windowId"]
                 except RemoteError as error:
                     if error.name == "disconnected":
                         raise
         return targets
 
     def _forget(self) -> None:
-        if self._pipe is not None:
-            self._pipe.close()
-            self._pipe = None
+        super()._forget()
         self._numbers.clear()
-        self.typed.clear()
 
 
 def _field_text(url: str) -> str:
