@@ -49,8 +49,9 @@ class AppDelegateTest : public testing::Test {
         EXPECT_EQ(delegate->openURLs(urls), 0U);
         dispatch->runUntilIdle();
     }
-    // What the labels of the window number `index` show.
-    std::map<std::string, std::string> texts(std::size_t index);
+    useragent::PropertiesTexts texts(std::size_t window) const {
+        return interface->windows.at(window)->controller->viewDidLoad({});
+    }
 
     fake::SystemLogCapture systemLog;
     std::shared_ptr<fake::Dispatch> dispatch = std::make_shared<fake::Dispatch>();
@@ -60,28 +61,6 @@ class AppDelegateTest : public testing::Test {
     std::function<cmn::proto::TSettings()> settings = [] { return cmn::proto::TSettings(); };
     std::shared_ptr<useragent::AppDelegate> delegate;
 };
-
-// The two labels that the delegate's answers decide.
-class Labels : public useragent::FileFiltersView {
- public:
-    void setTotalRiskLabel(const std::string&) override {}
-    void setTotalSensetiveRiskLabel(const std::string&) override {}
-    void setFileNameLabel(const std::string& text) override { texts["fileName"] = text; }
-    void setServerIDLabel(const std::string&) override {}
-    void setFileStateLabel(const std::string& text) override { texts["state"] = text; }
-    void setEncryptionStatusLabel(const std::string& text) override { texts["status"] = text; }
-    void setEncryptionPredictLabel(const std::string&) override {}
-    std::string encryptionInfo() const override { return {}; }
-    void setEncryptionInfo(const std::string&) override {}
-
-    std::map<std::string, std::string> texts;
-};
-
-std::map<std::string, std::string> AppDelegateTest::texts(std::size_t index) {
-    Labels labels;
-    interface->windows.at(index)->controller->viewDidLoad(labels);
-    return labels.texts;
-}
 
 TEST_F(AppDelegateTest, LaunchingShowsTheItemAndRefreshesItOnceTheLaunchHasReturned) {
     delegate->applicationDidFinishLaunching();
@@ -124,8 +103,8 @@ TEST_F(AppDelegateTest, URLsFromBeforeTheLaunchAreOpenedInTheirOrderAfterTheFirs
     EXPECT_THAT(interface->windows, IsEmpty());
     dispatch->runUntilIdle();
     ASSERT_EQ(interface->windows.size(), 2U);
-    EXPECT_EQ(texts(0)["fileName"], "/first");
-    EXPECT_EQ(texts(1)["fileName"], "/second");
+    EXPECT_EQ(texts(0).fileNameLabel, "/first");
+    EXPECT_EQ(texts(1).fileNameLabel, "/second");
     dispatch->runUntilIdle();
     EXPECT_EQ(interface->windows.size(), 2U);
 }
@@ -149,9 +128,9 @@ TEST_F(AppDelegateTest, RequestsAreTakenAtOnceAndEachWindowIsOpenedInATurnOfItsO
     dispatch->asyncMain(otherWork);
     dispatch->advance(10s);
     EXPECT_THAT(windowsAtEachTurn, ElementsAre(1U, 2U, 3U, 3U, 3U));
-    EXPECT_EQ(texts(0)["fileName"], "/1");
-    EXPECT_EQ(texts(1)["fileName"], "/2");
-    EXPECT_EQ(texts(2)["fileName"], "/3");
+    EXPECT_EQ(texts(0).fileNameLabel, "/1");
+    EXPECT_EQ(texts(1).fileNameLabel, "/2");
+    EXPECT_EQ(texts(2).fileNameLabel, "/3");
 }
 
 TEST_F(AppDelegateTest, TheTokenOfARequestIsForTheFirstOfItsWindows) {
@@ -194,7 +173,7 @@ TEST_F(AppDelegateTest, AWindowThatFailsIsLoggedAndTheNextOneIsOpened) {
     EXPECT_TRUE(log.contains("A request to open something failed: no memory"));
     EXPECT_EQ(delegate->openWindows(), 1U);
     EXPECT_TRUE(interface->windows.at(0)->destroyed);
-    EXPECT_EQ(texts(1)["fileName"], "/2");
+    EXPECT_EQ(texts(1).fileNameLabel, "/2");
 }
 
 TEST_F(AppDelegateTest, RequestsThatWaitGoWithTheDelegate) {
@@ -281,8 +260,8 @@ TEST_F(AppDelegateTest, ARequestOpensOneWindowForTheFile) {
     ASSERT_EQ(interface->windows.size(), 1U);
     ASSERT_NE(interface->windows[0]->controller, nullptr);
     EXPECT_EQ(interface->windows[0]->controller->numberOfRows(), 1U);
-    EXPECT_EQ(texts(0)["fileName"], "/home/u/a b.txt");
-    EXPECT_EQ(texts(0)["status"], "Status: Encrypted");
+    EXPECT_EQ(texts(0).fileNameLabel, "/home/u/a b.txt");
+    EXPECT_EQ(texts(0).encryptionStatusLabel, "Status: Encrypted");
 }
 
 TEST_F(AppDelegateTest, TheWindowIsMadeFirstThenTheRecordsAreAskedForThenTheEncryptionThenItIsShown) {
@@ -309,8 +288,8 @@ TEST_F(AppDelegateTest, ARequestWithoutAPathOpensAWindowThatIsPending) {
     launch();
     open({"tessarin-scheme://showProperties"});
     ASSERT_EQ(interface->windows.size(), 1U);
-    EXPECT_EQ(texts(0)["fileName"], "");
-    EXPECT_EQ(texts(0)["state"], "Pending scan");
+    EXPECT_EQ(texts(0).fileNameLabel, "");
+    EXPECT_EQ(texts(0).fileStateLabel, "Pending scan");
 }
 
 TEST_F(AppDelegateTest, NobodyIsAskedAboutANameThatIsNoText) {
@@ -321,10 +300,9 @@ TEST_F(AppDelegateTest, NobodyIsAskedAboutANameThatIsNoText) {
     open({"tessarin-scheme://showProperties?path=/home/u/caf%E9%0A.txt"});
     EXPECT_EQ(service.messages(), before);
     ASSERT_EQ(interface->windows.size(), 1U);
-    EXPECT_EQ(texts(0), (std::map<std::string, std::string>{
-                            {"fileName", "The name cannot be read: /home/u/caf\\xe9\\x0a.txt"},
-                            {"state", "Pending scan"},
-                            {"status", "Status: Not Encrypted"}}));
+    EXPECT_EQ(texts(0).fileNameLabel, "The name cannot be read: /home/u/caf\\xe9\\x0a.txt");
+    EXPECT_EQ(texts(0).fileStateLabel, "Pending scan");
+    EXPECT_EQ(texts(0).encryptionStatusLabel, "Status: Not Encrypted");
     EXPECT_EQ(log.linesWith("/home/u/caf\\xe9\\x0a.txt").size(), 1U);
     EXPECT_EQ(log.linesWith("WARN").size(), 1U);
 }
@@ -404,8 +382,8 @@ TEST_F(AppDelegateTest, AWindowOfALateAnswerSaysNotEncrypted) {
     service.requestDelay = 200ms;
     open({"tessarin-scheme://showProperties?path=/f"});
     dispatch->advance(1s);
-    EXPECT_EQ(texts(0)["status"], "Status: Not Encrypted");
-    EXPECT_EQ(texts(0)["state"], "Pending scan");
+    EXPECT_EQ(texts(0).encryptionStatusLabel, "Status: Not Encrypted");
+    EXPECT_EQ(texts(0).fileStateLabel, "Pending scan");
 }
 
 TEST_F(AppDelegateTest, CallbacksAfterTheEndOfTheDelegateDoNothing) {

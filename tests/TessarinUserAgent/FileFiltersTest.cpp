@@ -50,26 +50,6 @@ FilterRecord Counted(Values values) {
     return FilterRecord(std::move(values));
 }
 
-// Keeps what the labels show, by outlet.
-class RecordingView : public useragent::FileFiltersView {
- public:
-    void setTotalRiskLabel(const std::string& text) override { texts["totalRiskLabel"] = text; }
-    void setTotalSensetiveRiskLabel(const std::string& text) override {
-        texts["totalSensetiveRiskLabel"] = text;
-    }
-    void setFileNameLabel(const std::string& text) override { texts["fileNameLabel"] = text; }
-    void setServerIDLabel(const std::string& text) override { texts["serverIDLabel"] = text; }
-    void setFileStateLabel(const std::string& text) override { texts["fileStateLabel"] = text; }
-    void setEncryptionStatusLabel(const std::string& text) override { texts["encryptionStatusLabel"] = text; }
-    void setEncryptionPredictLabel(const std::string& text) override {
-        texts["encryptionPredictLabel"] = text;
-    }
-    std::string encryptionInfo() const override { return texts.at("encryptionInfo"); }
-    void setEncryptionInfo(const std::string& text) override { texts["encryptionInfo"] = text; }
-
-    std::map<std::string, std::string> texts{{"encryptionInfo", ""}};
-};
-
 class FileFiltersTest : public testing::Test {
  protected:
     FileFiltersViewController controller(FilterRecords records) {
@@ -78,20 +58,20 @@ class FileFiltersTest : public testing::Test {
         made.setFiltersArray(std::move(records));
         return made;
     }
-    void load(FilterRecords records) { controller(std::move(records)).viewDidLoad(view); }
-    const std::string& text(const std::string& outlet) const { return view.texts.at(outlet); }
+    void load(FilterRecords records) { shown = controller(std::move(records)).viewDidLoad(initialInfo); }
 
     cmn::proto::TSettings settings;
     std::function<WallTime()> clock;
-    RecordingView view;
+    std::string initialInfo;  // of the form, before it is filled
+    useragent::PropertiesTexts shown;
 };
 
 TEST_F(FileFiltersTest, UniqueMatchesCountWhereTheClassifierCountsThem) {
     const auto made = controller({Counted({{"CountUniqueEntries", std::int64_t{1}}})});
     EXPECT_EQ(made.objectValue("Count", 0), FilterCell("3"));
     EXPECT_EQ(made.objectValue("costUsd", 0), FilterCell("1.50"));
-    made.viewDidLoad(view);
-    EXPECT_EQ(text("totalRiskLabel"), "$1.50");
+    shown = made.viewDidLoad(initialInfo);
+    EXPECT_EQ(shown.totalRiskLabel, "$1.50");
 }
 
 TEST_F(FileFiltersTest, AllMatchesCountForEveryOtherValue) {
@@ -131,14 +111,14 @@ TEST_F(FileFiltersTest, CellsAreTextExceptForTheCheckBox) {
 
 TEST_F(FileFiltersTest, OnlySensitiveClassifiersAddToTheSensitiveRisk) {
     load({Counted({{"SensitiveType", true}}), Counted({}), Counted({{"SensitiveType", Text("YES")}})});
-    EXPECT_EQ(text("totalRiskLabel"), "$15.00");
-    EXPECT_EQ(text("totalSensetiveRiskLabel"), "$10.00");
+    EXPECT_EQ(shown.totalRiskLabel, "$15.00");
+    EXPECT_EQ(shown.totalSensetiveRiskLabel, "$10.00");
 }
 
 TEST_F(FileFiltersTest, TotalsAreRoundedOnlyWhenTheyAreShown) {
     const FilterRecord third(Values{{"costUsd", 0.004}, {"IsOneRecordFile", true}});
     load({third, third, third});
-    EXPECT_EQ(text("totalRiskLabel"), "$0.01");
+    EXPECT_EQ(shown.totalRiskLabel, "$0.01");
     EXPECT_EQ(controller({third}).objectValue("costUsd", 0), FilterCell("0.00"));
 }
 
@@ -146,46 +126,45 @@ TEST_F(FileFiltersTest, TheLastRecordDecidesServerIdAndState) {
     const FilterRecord uploaded(Values{{"AmazonID", Text("a-1")}, {"UploadedToServerDate", std::int64_t{5}}});
     const FilterRecord pending(Values{{"AmazonID", Text("a-2")}, {"UploadedToServerDate", std::int64_t{0}}});
     load({uploaded, pending});
-    EXPECT_EQ(text("serverIDLabel"), "a-2");
-    EXPECT_EQ(text("fileStateLabel"), "Scanned: Pending server sync");
+    EXPECT_EQ(shown.serverIDLabel, "a-2");
+    EXPECT_EQ(shown.fileStateLabel, "Scanned: Pending server sync");
     load({pending, uploaded});
-    EXPECT_EQ(text("serverIDLabel"), "a-1");
-    EXPECT_EQ(text("fileStateLabel"), "Synced to server");
+    EXPECT_EQ(shown.serverIDLabel, "a-1");
+    EXPECT_EQ(shown.fileStateLabel, "Synced to server");
 }
 
 TEST_F(FileFiltersTest, WithoutRecordsTheScanIsPending) {
     load({});
-    EXPECT_EQ(view.texts, (std::map<std::string, std::string>{
-                              {"totalRiskLabel", "$0.00"},
-                              {"totalSensetiveRiskLabel", "$0.00"},
-                              {"fileNameLabel", ""},
-                              {"serverIDLabel", ""},
-                              {"fileStateLabel", "Pending scan"},
-                              {"encryptionStatusLabel", "Status: Not Encrypted"},
-                              {"encryptionPredictLabel", "The file should not be encrypted"},
-                              {"encryptionInfo", ""}}));
+    EXPECT_EQ(shown, (useragent::PropertiesTexts{.fileNameLabel = "",
+                                                 .fileStateLabel = "Pending scan",
+                                                 .serverIDLabel = "",
+                                                 .totalRiskLabel = "$0.00",
+                                                 .totalSensetiveRiskLabel = "$0.00",
+                                                 .encryptionStatusLabel = "Status: Not Encrypted",
+                                                 .encryptionPredictLabel = "The file should not be encrypted",
+                                                 .encryptionInfo = ""}));
 }
 
 TEST_F(FileFiltersTest, ShowsThePathAndTheEncryptionAsTheyWereSet) {
     auto made = controller({});
     made.setFileName("/home/u/<b>report</b>.txt");
     made.setIsEncrypted(true);
-    made.viewDidLoad(view);
-    EXPECT_EQ(text("fileNameLabel"), "/home/u/<b>report</b>.txt");
-    EXPECT_EQ(text("encryptionStatusLabel"), "Status: Encrypted");
+    shown = made.viewDidLoad(initialInfo);
+    EXPECT_EQ(shown.fileNameLabel, "/home/u/<b>report</b>.txt");
+    EXPECT_EQ(shown.encryptionStatusLabel, "Status: Encrypted");
 }
 
 TEST_F(FileFiltersTest, NoNameMakesALineOfItsOwn) {
     auto made =
         controller({Encrypting("A\nB", 1h, 2h, true), FilterRecord(Values{{"AmazonID", Text("a\n1")}})});
     made.setFileName("/home/u/a\nb");
-    made.viewDidLoad(view);
-    EXPECT_EQ(text("fileNameLabel"), "/home/u/a b");
-    EXPECT_EQ(text("serverIDLabel"), "a 1");
-    EXPECT_THAT(text("encryptionInfo"), testing::StartsWith("The file is flagged by A B, which"));
-    EXPECT_THAT(text("encryptionInfo"), testing::EndsWith("\nA B overrides other classifiers"));
+    shown = made.viewDidLoad(initialInfo);
+    EXPECT_EQ(shown.fileNameLabel, "/home/u/a b");
+    EXPECT_EQ(shown.serverIDLabel, "a 1");
+    EXPECT_THAT(shown.encryptionInfo, testing::StartsWith("The file is flagged by A B, which"));
+    EXPECT_THAT(shown.encryptionInfo, testing::EndsWith("\nA B overrides other classifiers"));
     load({NotEncrypting("C\nD", true)});
-    EXPECT_EQ(text("encryptionInfo"),
+    EXPECT_EQ(shown.encryptionInfo,
               "The file is flagged by C D, which has encryption disabled.\nC D overrides other classifiers");
 }
 
@@ -201,59 +180,59 @@ TEST_F(FileFiltersTest, TheLongestTextOfAColumnIsLookedForInEveryRow) {
 
 TEST_F(FileFiltersTest, ThePassedDelayOfAnyClassifierCountsButTheLastOneIsExplained) {
     load({Encrypting("First", 48h, 24h), Encrypting("Second", 72h + 23h, 240h)});
-    EXPECT_EQ(text("encryptionPredictLabel"), "The file should be encrypted");
-    EXPECT_EQ(text("encryptionInfo"),
+    EXPECT_EQ(shown.encryptionPredictLabel, "The file should be encrypted");
+    EXPECT_EQ(shown.encryptionInfo,
               "The file is flagged by Second, which has encryption enabled. The encryption delay has passed"
               " (file last modified 3 days ago, encryption delay set to 10)");
 }
 
 TEST_F(FileFiltersTest, ADelayThatHasNotPassedKeepsTheFileAsItIs) {
     load({Encrypting("Only", 1h, 2h)});
-    EXPECT_EQ(text("encryptionPredictLabel"), "The file should not be encrypted");
-    EXPECT_EQ(text("encryptionInfo"),
+    EXPECT_EQ(shown.encryptionPredictLabel, "The file should not be encrypted");
+    EXPECT_EQ(shown.encryptionInfo,
               "The file is flagged by Only, which has encryption enabled. The encryption delay has not passed"
               " (file last modified 0 days ago, encryption delay set to 0)");
 }
 
 TEST_F(FileFiltersTest, TheExplanationIsAppendedToTheTextThatIsThere) {
-    view.texts["encryptionInfo"] = "Note. ";
+    initialInfo = "Note. ";
     load({Encrypting("Only", 1h, 2h)});
-    EXPECT_THAT(text("encryptionInfo"), testing::StartsWith("Note. The file is flagged by Only"));
+    EXPECT_THAT(shown.encryptionInfo, testing::StartsWith("Note. The file is flagged by Only"));
 }
 
 TEST_F(FileFiltersTest, AnEncryptingPrimaryClassifierOverridesTheOthers) {
     load({Encrypting("P", 48h, 24h, true), Encrypting("Q", 48h, 24h)});
-    EXPECT_THAT(text("encryptionInfo"), HasSubstr("flagged by Q,"));
-    EXPECT_THAT(text("encryptionInfo"), testing::EndsWith("\nP overrides other classifiers"));
+    EXPECT_THAT(shown.encryptionInfo, HasSubstr("flagged by Q,"));
+    EXPECT_THAT(shown.encryptionInfo, testing::EndsWith("\nP overrides other classifiers"));
 }
 
 TEST_F(FileFiltersTest, OfSeveralEncryptingPrimaryClassifiersTheLastOverrides) {
     load({Encrypting("P", 48h, 24h, true), Encrypting("R", 48h, 24h, true)});
-    EXPECT_THAT(text("encryptionInfo"), testing::EndsWith("\nR overrides other classifiers"));
-    EXPECT_THAT(text("encryptionInfo"), Not(HasSubstr("P overrides")));
+    EXPECT_THAT(shown.encryptionInfo, testing::EndsWith("\nR overrides other classifiers"));
+    EXPECT_THAT(shown.encryptionInfo, Not(HasSubstr("P overrides")));
 }
 
 TEST_F(FileFiltersTest, ADisabledPrimaryClassifierReplacesTheExplanationOfTheOthers) {
-    view.texts["encryptionInfo"] = "Note. ";
+    initialInfo = "Note. ";
     load({Encrypting("E", 48h, 24h, true), NotEncrypting("P", true), Encrypting("Later", 48h, 24h)});
-    EXPECT_EQ(text("encryptionPredictLabel"), "The file should not be encrypted");
-    EXPECT_EQ(text("encryptionInfo"),
+    EXPECT_EQ(shown.encryptionPredictLabel, "The file should not be encrypted");
+    EXPECT_EQ(shown.encryptionInfo,
               "The file is flagged by P, which has encryption disabled.\nP overrides other classifiers");
 }
 
 TEST_F(FileFiltersTest, AClassifierWithoutEncryptionAndPriorityHasNoSay) {
     load({NotEncrypting("N", false)});
-    EXPECT_EQ(text("encryptionPredictLabel"), "The file should not be encrypted");
-    EXPECT_EQ(text("encryptionInfo"), "");
+    EXPECT_EQ(shown.encryptionPredictLabel, "The file should not be encrypted");
+    EXPECT_EQ(shown.encryptionInfo, "");
     load({NotEncrypting("N", false), Encrypting("E", 48h, 24h)});
-    EXPECT_EQ(text("encryptionPredictLabel"), "The file should be encrypted");
+    EXPECT_EQ(shown.encryptionPredictLabel, "The file should be encrypted");
 }
 
 TEST_F(FileFiltersTest, PartsOfASecondOfTheDelayAreDropped) {
     load({Encrypting("E", 1s + 1ms, 1500ms)});
-    EXPECT_EQ(text("encryptionPredictLabel"), "The file should be encrypted");
+    EXPECT_EQ(shown.encryptionPredictLabel, "The file should be encrypted");
     load({Encrypting("E", 1s, 1500ms)});  // due now is not before now
-    EXPECT_EQ(text("encryptionPredictLabel"), "The file should not be encrypted");
+    EXPECT_EQ(shown.encryptionPredictLabel, "The file should not be encrypted");
 }
 
 TEST_F(FileFiltersTest, EachDelayIsTestedAtItsOwnMoment) {
@@ -261,43 +240,40 @@ TEST_F(FileFiltersTest, EachDelayIsTestedAtItsOwnMoment) {
     clock = [&moment] { return moment += 10s; };
     // Not due when the computation starts, but when its turn comes.
     load({NotEncrypting("N", false), Encrypting("E", 0s, 15s)});
-    EXPECT_EQ(text("encryptionPredictLabel"), "The file should be encrypted");
+    EXPECT_EQ(shown.encryptionPredictLabel, "The file should be encrypted");
 }
 
 TEST_F(FileFiltersTest, AFileFromTheFutureHasANegativeAgeCutTowardZero) {
     load({Encrypting("E", -36h, 0ms)});
-    EXPECT_THAT(text("encryptionInfo"), HasSubstr("(file last modified -1 days ago, "));
+    EXPECT_THAT(shown.encryptionInfo, HasSubstr("(file last modified -1 days ago, "));
 }
 
 TEST_F(FileFiltersTest, TellsTheRestOfATemporaryDecryption) {
     load({Decrypted(90min)});
-    EXPECT_EQ(text("encryptionInfo"), "\n6-hour decryption enabled. Remaining: 1:30");
-    view.texts["encryptionInfo"].clear();
+    EXPECT_EQ(shown.encryptionInfo, "\n6-hour decryption enabled. Remaining: 1:30");
     load({Decrypted(5min)});
-    EXPECT_EQ(text("encryptionInfo"), "\n6-hour decryption enabled. Remaining: 0:05");
-    view.texts["encryptionInfo"].clear();
+    EXPECT_EQ(shown.encryptionInfo, "\n6-hour decryption enabled. Remaining: 0:05");
     load({Decrypted(59s)});
-    EXPECT_EQ(text("encryptionInfo"), "\n6-hour decryption enabled. Remaining: 0:00");
+    EXPECT_EQ(shown.encryptionInfo, "\n6-hour decryption enabled. Remaining: 0:00");
 }
 
 TEST_F(FileFiltersTest, ADecryptionThatHasEndedIsNotTold) {
     load({Decrypted(-1s), Decrypted(0s), FilterRecord()});
-    EXPECT_EQ(text("encryptionInfo"), "");
+    EXPECT_EQ(shown.encryptionInfo, "");
 }
 
 TEST_F(FileFiltersTest, EveryRecordWithADecryptionHasItsLine) {
     load({Decrypted(90min), NotEncrypting("P", true), Decrypted(6h)});
-    EXPECT_THAT(text("encryptionInfo"), testing::EndsWith("\n6-hour decryption enabled. Remaining: 1:30"
-                                                          "\n6-hour decryption enabled. Remaining: 6:00"));
+    EXPECT_THAT(shown.encryptionInfo, testing::EndsWith("\n6-hour decryption enabled. Remaining: 1:30"
+                                                        "\n6-hour decryption enabled. Remaining: 6:00"));
 }
 
 TEST_F(FileFiltersTest, ADeviceThatOnlyDecryptsSaysSoAndNothingOfDecryptions) {
     settings.DecryptOnly = true;
     load({Decrypted(90min)});
-    EXPECT_EQ(text("encryptionInfo"), "\nEncryption is disabled for this device.");
-    view.texts["encryptionInfo"].clear();
+    EXPECT_EQ(shown.encryptionInfo, "\nEncryption is disabled for this device.");
     load({});
-    EXPECT_EQ(text("encryptionInfo"), "\nEncryption is disabled for this device.");
+    EXPECT_EQ(shown.encryptionInfo, "\nEncryption is disabled for this device.");
 }
 
 TEST_F(FileFiltersTest, SettingsThatCannotBeReadCountAsThoseOfANewInstallation) {
@@ -305,10 +281,10 @@ TEST_F(FileFiltersTest, SettingsThatCannotBeReadCountAsThoseOfANewInstallation) 
     FileFiltersViewController made(
         {[]() -> cmn::proto::TSettings { throw std::runtime_error("broken"); }, [] { return kNow; }});
     made.setFiltersArray({Encrypting("E", 48h, 24h), Decrypted(90min)});
-    made.viewDidLoad(view);
-    EXPECT_EQ(text("encryptionPredictLabel"), "The file should be encrypted");
-    EXPECT_THAT(text("encryptionInfo"), HasSubstr("flagged by E"));
-    EXPECT_THAT(text("encryptionInfo"), HasSubstr("Remaining: 1:30"));
+    shown = made.viewDidLoad(initialInfo);
+    EXPECT_EQ(shown.encryptionPredictLabel, "The file should be encrypted");
+    EXPECT_THAT(shown.encryptionInfo, HasSubstr("flagged by E"));
+    EXPECT_THAT(shown.encryptionInfo, HasSubstr("Remaining: 1:30"));
     EXPECT_THAT(log.text(), HasSubstr("The settings cannot be read: broken"));
 }
 

@@ -11,22 +11,19 @@ namespace useragent {
 FileFiltersViewController::FileFiltersViewController(Environment environment)
     : environment_(std::move(environment)) {}
 
-void FileFiltersViewController::viewDidLoad(FileFiltersView& view) const {
+PropertiesTexts FileFiltersViewController::viewDidLoad(std::string encryptionInfo) const {
     const FilterTotals totals = TotalsOf(filtersArray_);
-    view.setTotalRiskLabel(RiskText(totals.risk));
-    view.setTotalSensetiveRiskLabel(RiskText(totals.sensitiveRisk));
-    view.setFileNameLabel(FileNameText(fileName_.value_or(std::string())));
-    view.setServerIDLabel(OneLine(totals.serverID));
-    view.setFileStateLabel(FileStateText(filtersArray_, totals));
-    view.setEncryptionStatusLabel(EncryptionStatusText(isEncrypted_));
-
-    const WallTime now = environment_.clock();
-    const EncryptionPrediction prediction = PredictEncryption(filtersArray_, now, environment_.clock);
-    view.setEncryptionPredictLabel(PredictionText(prediction));
-    view.setEncryptionInfo(ExplainPrediction(view.encryptionInfo(), prediction));
-
-    view.setEncryptionInfo(view.encryptionInfo() +
-                           DecryptionText(filtersArray_, decryptOnly(), environment_.clock()));
+    const EncryptionPrediction prediction =
+        PredictEncryption(filtersArray_, environment_.clock(), environment_.clock);
+    return {.fileNameLabel = FileNameText(fileName_.value_or(std::string())),
+            .fileStateLabel = FileStateText(filtersArray_, totals),
+            .serverIDLabel = OneLine(totals.serverID),
+            .totalRiskLabel = RiskText(totals.risk),
+            .totalSensetiveRiskLabel = RiskText(totals.sensitiveRisk),
+            .encryptionStatusLabel = EncryptionStatusText(isEncrypted_),
+            .encryptionPredictLabel = PredictionText(prediction),
+            .encryptionInfo = ExplainPrediction(std::move(encryptionInfo), prediction) +
+                              DecryptionText(filtersArray_, decryptOnly(), environment_.clock())};
 }
 
 bool FileFiltersViewController::decryptOnly() const {

@@ -12,21 +12,17 @@
 
 namespace useragent {
 
-// The labels of the properties window; its table asks the controller. Texts are UTF-8, never markup.
-// Main thread.
-class FileFiltersView {
- public:
-    virtual ~FileFiltersView() = default;
-
-    virtual void setTotalRiskLabel(const std::string& text) = 0;
-    virtual void setTotalSensetiveRiskLabel(const std::string& text) = 0;
-    virtual void setFileNameLabel(const std::string& text) = 0;
-    virtual void setServerIDLabel(const std::string& text) = 0;
-    virtual void setFileStateLabel(const std::string& text) = 0;
-    virtual void setEncryptionStatusLabel(const std::string& text) = 0;
-    virtual void setEncryptionPredictLabel(const std::string& text) = 0;
-    virtual std::string encryptionInfo() const = 0;
-    virtual void setEncryptionInfo(const std::string& text) = 0;
+// What the labels of the properties window show, by outlet. UTF-8, never markup.
+struct PropertiesTexts {
+    std::string fileNameLabel;
+    std::string fileStateLabel;
+    std::string serverIDLabel;
+    std::string totalRiskLabel;
+    std::string totalSensetiveRiskLabel;
+    std::string encryptionStatusLabel;
+    std::string encryptionPredictLabel;
+    std::string encryptionInfo;
+    bool operator==(const PropertiesTexts&) const = default;
 };
 
 inline constexpr const char* kSensitiveTypeColumn = "SensitiveType";
@@ -54,8 +50,9 @@ class FileFiltersViewController {
     void setFileName(std::optional<std::string> fileName) { fileName_ = std::move(fileName); }
     void setIsEncrypted(bool isEncrypted) { isEncrypted_ = isEncrypted; }
 
-    // Fills every label. Settings that cannot be read count as those of a new installation.
-    void viewDidLoad(FileFiltersView& view) const;
+    // The explanation follows what its label holds already. Settings that cannot be read count as those of a
+    // new installation.
+    PropertiesTexts viewDidLoad(std::string encryptionInfo) const;
 
     std::size_t numberOfRows() const { return filtersArray_.size(); }
     // `column` is one of the three above or a record's key. Throws std::out_of_range.

@@ -40,7 +40,15 @@ PropertiesForm::~PropertiesForm() = default;
 void PropertiesForm::load(std::unique_ptr<FileFiltersViewController> controller) {
     controller_ = std::move(controller);
     ui_->tableView->showFilters(controller_);
-    controller_->viewDidLoad(*this);
+    const PropertiesTexts texts = controller_->viewDidLoad(ui_->encryptionInfo->toPlainText().toStdString());
+    ui_->fileNameLabel->showText(ToQString(texts.fileNameLabel));
+    ui_->fileStateLabel->setText(ToQString(texts.fileStateLabel));
+    ui_->serverIDLabel->showText(ToQString(texts.serverIDLabel));
+    ui_->totalRiskLabel->showText(ToQString(texts.totalRiskLabel));
+    ui_->totalSensetiveRiskLabel->showText(ToQString(texts.totalSensetiveRiskLabel));
+    ui_->encryptionStatusLabel->setText(ToQString(texts.encryptionStatusLabel));
+    ui_->encryptionPredictLabel->setText(ToQString(texts.encryptionPredictLabel));
+    ui_->encryptionInfo->setPlainText(ToQString(texts.encryptionInfo));
     ui_->tableView->setFocus();  // not the path, which would show its beginning only
 }
 
@@ -76,42 +84,6 @@ void PropertiesForm::changeEvent(QEvent* event) {
     if (event->type() == QEvent::WindowStateChange && isMinimized()) {
         setWindowState(windowState() & ~Qt::WindowMinimized);
     }
-}
-
-void PropertiesForm::setTotalRiskLabel(const std::string& text) {
-    ui_->totalRiskLabel->showText(ToQString(text));
-}
-
-void PropertiesForm::setTotalSensetiveRiskLabel(const std::string& text) {
-    ui_->totalSensetiveRiskLabel->showText(ToQString(text));
-}
-
-void PropertiesForm::setFileNameLabel(const std::string& text) {
-    ui_->fileNameLabel->showText(ToQString(text));
-}
-
-void PropertiesForm::setServerIDLabel(const std::string& text) {
-    ui_->serverIDLabel->showText(ToQString(text));
-}
-
-void PropertiesForm::setFileStateLabel(const std::string& text) {
-    ui_->fileStateLabel->setText(ToQString(text));
-}
-
-void PropertiesForm::setEncryptionStatusLabel(const std::string& text) {
-    ui_->encryptionStatusLabel->setText(ToQString(text));
-}
-
-void PropertiesForm::setEncryptionPredictLabel(const std::string& text) {
-    ui_->encryptionPredictLabel->setText(ToQString(text));
-}
-
-std::string PropertiesForm::encryptionInfo() const {
-    return ui_->encryptionInfo->toPlainText().toStdString();
-}
-
-void PropertiesForm::setEncryptionInfo(const std::string& text) {
-    ui_->encryptionInfo->setPlainText(ToQString(text));
 }
 
 }  // namespace useragent

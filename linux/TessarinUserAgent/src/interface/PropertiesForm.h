@@ -13,7 +13,7 @@ class PropertiesForm;
 namespace useragent {
 
 // The properties window of one file. Main thread.
-class PropertiesForm : public QDialog, private FileFiltersView {
+class PropertiesForm : public QDialog {
     Q_OBJECT
 
  public:
@@ -34,16 +34,6 @@ class PropertiesForm : public QDialog, private FileFiltersView {
     void changeEvent(QEvent* event) override;
 
  private:
-    void setTotalRiskLabel(const std::string& text) override;
-    void setTotalSensetiveRiskLabel(const std::string& text) override;
-    void setFileNameLabel(const std::string& text) override;
-    void setServerIDLabel(const std::string& text) override;
-    void setFileStateLabel(const std::string& text) override;
-    void setEncryptionStatusLabel(const std::string& text) override;
-    void setEncryptionPredictLabel(const std::string& text) override;
-    std::string encryptionInfo() const override;
-    void setEncryptionInfo(const std::string& text) override;
-
     void setUpLabels();
 
     const std::unique_ptr<Ui::PropertiesForm> ui_;

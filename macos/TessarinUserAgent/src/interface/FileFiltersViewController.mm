@@ -9,13 +9,23 @@
 #include "common/log.h"
 #import "common_mac/FoundationBridges.h"
 #import "interface/FilterRecords.h"
-#import "interface/PropertiesLabels.h"
 #include "useragent/DisplayText.h"
 
 namespace {
 
 constexpr CGFloat kCheckBoxHeight = 20;
 constexpr CGFloat kTextInset = 2;
+
+void SetText(NSTextField* label, const std::string& text) {
+    NSString* const string = [NSString stringWithStdString:text];
+    label.stringValue = string != nil ? string : @"";
+}
+
+// A text that may be too long for its place, and is whole in its tooltip.
+void SetLongText(NSTextField* label, const std::string& text) {
+    SetText(label, text);
+    label.toolTip = label.stringValue;
+}
 
 // The button as a cell's only content.
 NSTableCellView* CellWithButton(NSButton* button) {
@@ -81,8 +91,15 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
 - (void)viewDidLoad {
     [super viewDidLoad];
     if (_content) {
-        useragent::PropertiesLabels labels(self);
-        _content->viewDidLoad(labels);
+        const auto texts = _content->viewDidLoad(cmn::ToStdString(self.encryptionInfo.stringValue));
+        SetLongText(self.fileNameLabel, texts.fileNameLabel);
+        SetText(self.fileStateLabel, texts.fileStateLabel);
+        SetLongText(self.serverIDLabel, texts.serverIDLabel);
+        SetLongText(self.totalRiskLabel, texts.totalRiskLabel);
+        SetLongText(self.totalSensetiveRiskLabel, texts.totalSensetiveRiskLabel);
+        SetText(self.encryptionStatusLabel, texts.encryptionStatusLabel);
+        SetText(self.encryptionPredictLabel, texts.encryptionPredictLabel);
+        SetText(self.encryptionInfo, texts.encryptionInfo);
         [self fitColumnsOfNumbers];
     }
     [self.tableView reloadData];
