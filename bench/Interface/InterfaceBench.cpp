@@ -88,19 +88,16 @@ class Interface {
  public:
     Interface(const std::shared_ptr<cmn::LinuxDispatch>& dispatch,
               const useragent::SessionBusPlace& sessionBus, const cmn::DBusXPCOptions& options) {
-        const auto menu = std::make_shared<useragent::StatusMenu>([] {});
-        const auto appMenu = std::make_shared<useragent::AppMenu>(
-            menu->items(),
-            useragent::AppMenu::Environment{
-                std::make_shared<useragent::AtspiAccessibility>(dispatch, useragent::SettingsOfThisSession()),
-                std::make_shared<useragent::LinuxFileManagerExtension>("/nonexistent"),
-                std::make_shared<useragent::LinuxSettingsPanes>("/nonexistent"), [] {
-                    cmn::proto::TSettingsProduct product;
-                    product.Version = "1.0.0";
-                    return product;
-                }});
+        const auto appMenu = std::make_shared<useragent::AppMenu>(useragent::AppMenu::Environment{
+            std::make_shared<useragent::AtspiAccessibility>(dispatch, useragent::SettingsOfThisSession()),
+            std::make_shared<useragent::LinuxFileManagerExtension>("/nonexistent"),
+            std::make_shared<useragent::LinuxSettingsPanes>("/nonexistent"), [] {
+                cmn::proto::TSettingsProduct product;
+                product.Version = "1.0.0";
+                return product;
+            }});
         delegate_ = std::make_shared<useragent::AppDelegate>(useragent::AppDelegate::Environment{
-            std::make_shared<useragent::QtApplicationInterface>(sessionBus, menu, true), appMenu, dispatch,
+            std::make_shared<useragent::QtApplicationInterface>(sessionBus, true), appMenu, dispatch,
             std::make_shared<cmn::DBusXPCTransport>(dispatch, options), ControllerEnvironment()});
         delegate_->applicationDidFinishLaunching();
         while (!delegate_->checkFileEncryption("/") && ++attempts_ < 20) {

@@ -66,11 +66,11 @@ TEST_F(AppDelegateTest, LaunchingShowsTheItemAndRefreshesItOnceTheLaunchHasRetur
     delegate->applicationDidFinishLaunching();
     EXPECT_EQ(service.transport()->connectionsCreated(), 1);
     EXPECT_THAT(interface->images, ElementsAre(StatusImage::menuIcon));
-    EXPECT_THAT(menu.fulldisk->contents, IsEmpty());
+    EXPECT_EQ(interface->fullDiskAccessTitle(), "Full disk access");
     service.fullDiskAccess = false;
     dispatch->runUntilIdle();
     EXPECT_THAT(interface->images, ElementsAre(StatusImage::menuIcon, StatusImage::menuIconRed));
-    EXPECT_EQ(menu.fulldisk->contents.size(), 1U);
+    EXPECT_EQ(interface->fullDiskAccessTitle(), "Full disk access: Off \U0001F6AB");
 }
 
 TEST_F(AppDelegateTest, AsksRootsServiceAloneWhenTheSettingsSaySo) {
@@ -98,7 +98,9 @@ TEST_F(AppDelegateTest, URLsFromBeforeTheLaunchAreOpenedInTheirOrderAfterTheFirs
     delegate->openURLs({"tessarin-scheme://showProperties?path=/first"});
     delegate->openURLs({"tessarin-scheme://showProperties?path=/second", "tessarin-scheme://other?path=/x"});
     EXPECT_THAT(interface->windows, IsEmpty());
-    interface->onCreateWindow = [this] { EXPECT_EQ(menu.fulldisk->contents.size(), 1U) << "not refreshed"; };
+    interface->onCreateWindow = [this] {
+        EXPECT_EQ(interface->fullDiskAccessTitle(), "Full disk access: On") << "not refreshed";
+    };
     delegate->applicationDidFinishLaunching();
     EXPECT_THAT(interface->windows, IsEmpty());
     dispatch->runUntilIdle();
@@ -198,7 +200,7 @@ TEST_F(AppDelegateTest, RefreshesEveryThreeHundredSecondsAndWhenTheMenuOpens) {
     service.fullDiskAccess = true;
     interface->openMenu();
     EXPECT_EQ(interface->images.back(), StatusImage::menuIcon);
-    EXPECT_EQ(menu.fulldisk->shown().title, "Full disk access: On");
+    EXPECT_EQ(interface->fullDiskAccessTitle(), "Full disk access: On");
 }
 
 TEST_F(AppDelegateTest, TheIconIsHiddenWhenTheSettingsSaySo) {
@@ -233,7 +235,6 @@ TEST_F(AppDelegateTest, AHiddenIconComesBackRedAtTheFirstRefreshAfterThePermissi
 
 TEST_F(AppDelegateTest, ARefreshSetsTheImageThenTheMenuThenTheVisibility) {
     launch();
-    menu.fulldisk->onContent = [this] { interface->order.emplace_back("menu"); };
     for (const bool granted : {false, true}) {
         service.fullDiskAccess = granted;
         for (const auto& refresh : {interface->timerTick, interface->openMenu}) {

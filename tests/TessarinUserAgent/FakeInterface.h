@@ -11,19 +11,6 @@
 
 namespace fake {
 
-class MenuItem : public useragent::MenuItem {
- public:
-    void setContent(const useragent::MenuItemContent& content) override {
-        contents.push_back(content);
-        onContent();
-    }
-
-    const useragent::MenuItemContent& shown() const { return contents.back(); }
-
-    std::vector<useragent::MenuItemContent> contents;
-    std::function<void()> onContent = [] {};
-};
-
 class SettingsPanes : public useragent::SettingsPanes {
  public:
     void openFullDiskAccess() override { opened.emplace_back("full disk access"); }
@@ -43,15 +30,8 @@ class FileManagerExtension : public useragent::FileManagerExtension {
 
 // An AppMenu on fakes.
 struct Menu {
-    useragent::AppMenu make() {
-        return useragent::AppMenu({fulldisk, accessibilityItem, finder, version},
-                                  {accessibility, extension, panes, agentProduct});
-    }
+    useragent::AppMenu make() { return useragent::AppMenu({accessibility, extension, panes, agentProduct}); }
 
-    std::shared_ptr<MenuItem> fulldisk = std::make_shared<MenuItem>();
-    std::shared_ptr<MenuItem> accessibilityItem = std::make_shared<MenuItem>();
-    std::shared_ptr<MenuItem> finder = std::make_shared<MenuItem>();
-    std::shared_ptr<MenuItem> version = std::make_shared<MenuItem>();
     std::shared_ptr<Accessibility> accessibility = std::make_shared<Accessibility>();
     std::shared_ptr<FileManagerExtension> extension = std::make_shared<FileManagerExtension>();
     std::shared_ptr<SettingsPanes> panes = std::make_shared<SettingsPanes>();
@@ -91,9 +71,12 @@ class Interface : public useragent::ApplicationInterface {
         timerTick = std::move(tick);
     }
 
+    const std::string& fullDiskAccessTitle() const { return menus.back().front().content.title; }
+
     std::vector<useragent::StatusImage> images;
+    std::vector<useragent::MenuItems> menus;  // the first is that of the launch
     bool visible = true;
-    std::vector<std::string> order;  // "image" and "visibility" as they are set
+    std::vector<std::string> order;  // "image", "menu" and "visibility" as they are set
     std::function<void()> openMenu;
     bool makesWindows = true;
     std::function<void()> onCreateWindow = [] {};
@@ -109,6 +92,10 @@ class Interface : public useragent::ApplicationInterface {
         void setImage(useragent::StatusImage image) override {
             owner_.images.push_back(image);
             owner_.order.emplace_back("image");
+        }
+        void setMenu(const useragent::MenuItems& items) override {
+            owner_.menus.push_back(items);
+            owner_.order.emplace_back("menu");
         }
         void setVisible(bool shown) override {
             owner_.visible = shown;

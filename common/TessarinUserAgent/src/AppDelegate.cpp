@@ -1,6 +1,5 @@
 #include "useragent/AppDelegate.h"
 
-#include <algorithm>
 #include <atomic>
 #include <exception>
 #include <utility>
@@ -29,10 +28,6 @@ FilterRecords ToFilterRecords(const std::vector<cmn::ScanRecord>& records) {
 
 }  // namespace
 
-struct AppDelegate::Entry {
-    std::unique_ptr<PropertiesWindow> window;
-};
-
 AppDelegate::AppDelegate(Environment environment) : environment_(std::move(environment)) {}
 
 AppDelegate::~AppDelegate() = default;
@@ -43,6 +38,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     xpcClient_->connect();
     statusItem_ = environment_.interface->createStatusItem(whileAlive(&AppDelegate::menuNeedsUpdate));
     statusItem_->setImage(StatusImage::menuIcon);
+    statusItem_->setMenu(appMenu()->items());
     environment_.dispatch->asyncMain(whileAlive(&AppDelegate::updateMenu));
     openNextLater();
     environment_.interface->scheduleRepeatingTimer(kMenuUpdateInterval, whileAlive(&AppDelegate::updateMenu));
@@ -68,7 +64,8 @@ std::function<void()> AppDelegate::whileAlive(void (AppDelegate::*action)()) {
 void AppDelegate::updateMenu() {
     const bool granted = xpcClient_->checkFullDiskAccess();
     statusItem_->setImage(granted ? StatusImage::menuIcon : StatusImage::menuIconRed);
-    environment_.appMenu->updateMenu(granted);
+    appMenu()->updateMenu(granted);
+    statusItem_->setMenu(appMenu()->items());
     if (granted) {
         checkAgentIconPermission();
     } else {
@@ -122,14 +119,13 @@ void AppDelegate::openNext() {
 
 void AppDelegate::showFileFilters(const std::optional<std::string>& path,
                                   const std::string& activationToken) {
-    const auto entry = std::make_shared<Entry>();
-    entry->window =
-        environment_.interface->createPropertiesWindow([weakSelf = weak_from_this(), entry = entry.get()] {
-            if (const auto self = weakSelf.lock()) {
-                self->windowWillClose(entry);
-            }
-        });
-    if (!entry->window) {
+    const int number = ++lastWindow_;
+    auto window = environment_.interface->createPropertiesWindow([weakSelf = weak_from_this(), number] {
+        if (const auto self = weakSelf.lock()) {
+            self->windowWillClose(number);
+        }
+    });
+    if (!window) {
         cmn::SystemLog("Error: Could not load FileFiltersViewController from storyboard.");
         return;
     }
@@ -144,9 +140,8 @@ void AppDelegate::showFileFilters(const std::optional<std::string>& path,
         TLOG_WARN("The name of a file is not UTF-8, nobody is asked about it: {}",
                   cmn::EscapeControls(asked));
     }
-    entry->window->show(std::move(controller), activationToken);
-    const std::lock_guard lock(windowsMutex_);
-    fileFiltersWindows_.push_back(entry);
+    window->show(std::move(controller), activationToken);
+    fileFiltersWindows_.emplace(number, std::move(window));
 }
 
 bool AppDelegate::checkFileEncryption(const std::string& path) {
@@ -164,20 +159,22 @@ bool AppDelegate::checkFileEncryption(const std::string& path) {
     return answer->encrypted;
 }
 
-std::size_t AppDelegate::openWindows() const {
-    const std::lock_guard lock(windowsMutex_);
-    return fileFiltersWindows_.size();
+void AppDelegate::windowWillClose(int window) {
+    fileFiltersWindows_.extract(window);  // destroyed once it is no longer among them
 }
 
-void AppDelegate::windowWillClose(const Entry* entry) {
-    std::shared_ptr<Entry> closed;  // destroyed without the lock
-    const std::lock_guard lock(windowsMutex_);
-    const auto found = std::find_if(fileFiltersWindows_.begin(), fileFiltersWindows_.end(),
-                                    [entry](const auto& open) { return open.get() == entry; });
-    if (found != fileFiltersWindows_.end()) {
-        closed = std::move(*found);
-        fileFiltersWindows_.erase(found);
-    }
+std::shared_ptr<AppDelegate> MakeAppDelegate(AppDelegateParts parts) {
+    const auto now = [] {
+        return std::chrono::time_point_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now());
+    };
+    const auto menu = std::make_shared<AppMenu>(
+        AppMenu::Environment{std::move(parts.accessibility), std::move(parts.extension),
+                             std::move(parts.panes), [] { return cmn::proto::GetProduct("Agent"); }});
+    return std::make_shared<AppDelegate>(AppDelegate::Environment{std::move(parts.interface),
+                                                                  menu,
+                                                                  std::move(parts.dispatch),
+                                                                  std::move(parts.transport),
+                                                                  {cmn::proto::GetSettings, now}});
 }
 
 }  // namespace useragent

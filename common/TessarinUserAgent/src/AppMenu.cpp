@@ -18,41 +18,51 @@ MenuItemContent FullDiskAccessContent(bool granted) {
     return granted ? MenuItemContent{title} : MenuItemContent{title + " \U0001F6AB", true};
 }
 
-}  // namespace
-
-AppMenu::AppMenu(MenuItems items, Environment environment)
-    : items_(std::move(items)), environment_(std::move(environment)) {}
-
-void AppMenu::updateMenu(bool fullDiskAccess) {
-    items_.fulldiskItem->setContent(FullDiskAccessContent(fullDiskAccess));
-    // Only missing full disk access is red: without the others the product still protects files.
-    items_.accessibilityItem->setContent(
-        {StateText("Accessibility: ", environment_.accessibility->isProcessTrusted()), false,
-         MenuImage::accessibility});
-    items_.finderItem->setContent(
-        {StateText("Finder Extension: ", environment_.extension->isExtensionEnabled())});
-    items_.versionItem->setContent({"v. " + agentVersion()});
-}
-
-std::string AppMenu::agentVersion() const {
+// "????" when there is no product of the agent.
+std::string AgentVersion(const std::function<cmn::proto::TSettingsProduct()>& agentProduct) {
     try {
-        return environment_.agentProduct().Version;
+        return agentProduct().Version;
     } catch (const std::exception& e) {
         TLOG_WARN("The version of the agent is not known: {}", e.what());
         return "????";
     }
 }
 
-void AppMenu::option1Selected() {
-    environment_.panes->openFullDiskAccess();
+}  // namespace
+
+AppMenu::AppMenu(const Environment& environment) {
+    // From top to bottom. Only missing full disk access is red: without the others the product still protects
+    // files.
+    add("Full disk access", FullDiskAccessContent,
+        [panes = environment.panes] { panes->openFullDiskAccess(); });
+    add(
+        "Accessibility",
+        [accessibility = environment.accessibility](bool) {
+            return MenuItemContent{StateText("Accessibility: ", accessibility->isProcessTrusted()), false,
+                                   MenuImage::accessibility};
+        },
+        [panes = environment.panes] { panes->openAccessibility(); });
+    add(
+        "Finder Extension",
+        [extension = environment.extension](bool) {
+            return MenuItemContent{StateText("Finder Extension: ", extension->isExtensionEnabled())};
+        },
+        [extension = environment.extension] { extension->showExtensionManagementInterface(); });
+    add(
+        "Tessarin User Agent",
+        [product = environment.agentProduct](bool) { return MenuItemContent{"v. " + AgentVersion(product)}; },
+        nullptr);
 }
 
-void AppMenu::option2Selected() {
-    environment_.panes->openAccessibility();
+void AppMenu::add(std::string title, Content content, std::function<void()> selected) {
+    items_.push_back({{std::move(title)}, std::move(selected)});
+    contents_.push_back(std::move(content));
 }
 
-void AppMenu::option3Selected() {
-    environment_.extension->showExtensionManagementInterface();
+void AppMenu::updateMenu(bool fullDiskAccess) {
+    for (std::size_t item = 0; item < items_.size(); ++item) {
+        items_[item].content = contents_[item](fullDiskAccess);
+    }
 }
 
 }  // namespace useragent

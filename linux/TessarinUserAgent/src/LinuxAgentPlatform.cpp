@@ -16,14 +16,6 @@
 
 namespace useragent {
 
-namespace {
-
-WallTime WallClockNow() {
-    return std::chrono::time_point_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now());
-}
-
-}  // namespace
-
 LinuxAgentPlatform::LinuxAgentPlatform(QApplication& application, AtspiSettings accessibility,
                                        SessionBusPlace sessionBus, ApplicationService& service,
                                        LaunchRequest launch, Display display)
@@ -75,20 +67,11 @@ int LinuxAgentPlatform::runApplication() {
         TLOG_WARN("{}", display_.whyNothingIsShown);
     }
     const auto resources = cmn::BundlePathOf(executablePath()) / "Contents/Resources";
-    const auto statusMenu = std::make_shared<StatusMenu>([] { QCoreApplication::quit(); });
-    const auto appMenu = std::make_shared<AppMenu>(
-        statusMenu->items(),
-        AppMenu::Environment{atspi(),
-                             std::make_shared<LinuxFileManagerExtension>(resources / "file-managers"),
-                             std::make_shared<LinuxSettingsPanes>(resources / "help" / "permissions.html"),
-                             [] { return cmn::proto::GetProduct("Agent"); }});
-    statusMenu->setSelections({[appMenu] { appMenu->option1Selected(); },
-                               [appMenu] { appMenu->option2Selected(); },
-                               [appMenu] { appMenu->option3Selected(); }});
-    const auto interface =
-        std::make_shared<QtApplicationInterface>(sessionBus_, statusMenu, display_.whyNothingIsShown.empty());
-    const auto delegate = std::make_shared<AppDelegate>(AppDelegate::Environment{
-        interface, appMenu, queues(), transport(), {cmn::proto::GetSettings, WallClockNow}});
+    const auto delegate = MakeAppDelegate(
+        {std::make_shared<QtApplicationInterface>(sessionBus_, display_.whyNothingIsShown.empty()), atspi(),
+         std::make_shared<LinuxFileManagerExtension>(resources / "file-managers"),
+         std::make_shared<LinuxSettingsPanes>(resources / "help" / "permissions.html"), queues(),
+         transport()});
     const auto open = [delegate](const LaunchRequest& request) {
         return delegate->openURLs(request.urls, request.activationToken);
     };
@@ -97,7 +80,6 @@ int LinuxAgentPlatform::runApplication() {
     delegate->applicationDidFinishLaunching();
     const int exitCode = QCoreApplication::exec();
     service_.release();
-    statusMenu->setSelections({});
     return exitCode;
 }
 

@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,6 +23,8 @@ class StatusItem {
  public:
     virtual ~StatusItem() = default;
     virtual void setImage(StatusImage image) = 0;
+    // What differs from before is rewritten, nothing else: an open menu would jump.
+    virtual void setMenu(const MenuItems& items) = 0;
     virtual void setVisible(bool visible) = 0;
 };
 
@@ -41,13 +43,24 @@ class ApplicationInterface {
  public:
     virtual ~ApplicationInterface() = default;
 
-    // Shows the item with its menu. `menuNeedsUpdate` is called each time the user is about to see the menu.
+    // Shows the item, whose menu follows at once. `menuNeedsUpdate` is called each time the user is about to
+    // see the menu.
     virtual std::shared_ptr<StatusItem> createStatusItem(std::function<void()> menuNeedsUpdate) = 0;
     // Makes a window that is empty and not shown. Null when it cannot be made. `willClose` is called once
     // when the user closes it, and may destroy it.
     virtual std::unique_ptr<PropertiesWindow> createPropertiesWindow(std::function<void()> willClose) = 0;
     // Calls again and again until the application ends.
     virtual void scheduleRepeatingTimer(std::chrono::seconds interval, std::function<void()> tick) = 0;
+};
+
+// What a delegate is made of where the platforms differ. None is null.
+struct AppDelegateParts {
+    std::shared_ptr<ApplicationInterface> interface;
+    std::shared_ptr<Accessibility> accessibility;
+    std::shared_ptr<FileManagerExtension> extension;
+    std::shared_ptr<SettingsPanes> panes;
+    std::shared_ptr<cmn::Dispatch> dispatch;
+    std::shared_ptr<cmn::XPCTransport> transport;
 };
 
 // The application's delegate: status item, menu, properties windows. All on the main thread.
@@ -88,13 +101,13 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     void showFileFilters(const std::optional<std::string>& path, const std::string& activationToken = {});
     bool checkFileEncryption(const std::string& path);
 
-    std::size_t openWindows() const;
+    std::size_t openWindows() const { return fileFiltersWindows_.size(); }
 
+    const std::shared_ptr<AppMenu>& appMenu() const { return environment_.appMenu; }
     // The one connection to the Finder extension service; null before the launch.
     const std::shared_ptr<cmn::FinderExtensionXPCClient>& xpcClient() const { return xpcClient_; }
 
  private:
-    struct Entry;
     struct Request {
         std::optional<std::string> path;
         std::string activationToken;
@@ -102,7 +115,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 
     cmn::ServiceOwners serviceOwners() const;
     std::function<void()> whileAlive(void (AppDelegate::*action)());
-    void windowWillClose(const Entry* entry);
+    void windowWillClose(int window);
     void openNextLater();
     void openNext();
 
@@ -111,8 +124,11 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     std::shared_ptr<StatusItem> statusItem_;
     std::deque<Request> waiting_;
     bool willOpenNext_ = false;
-    mutable std::mutex windowsMutex_;
-    std::vector<std::shared_ptr<Entry>> fileFiltersWindows_;
+    int lastWindow_ = 0;
+    std::map<int, std::unique_ptr<PropertiesWindow>> fileFiltersWindows_;
 };
+
+// The delegate of the running program: with its settings, its product record and the time of the day.
+std::shared_ptr<AppDelegate> MakeAppDelegate(AppDelegateParts parts);
 
 }  // namespace useragent

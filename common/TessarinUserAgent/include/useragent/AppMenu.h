@@ -2,8 +2,8 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
+#include <vector>
 
 #include "common/proto_settings.h"
 #include "useragent/Accessibility.h"
@@ -20,20 +20,12 @@ struct MenuItemContent {
     bool operator==(const MenuItemContent&) const = default;
 };
 
-// One item of the status menu; the platform end rewrites it only where the content differs. Main thread.
-class MenuItem {
- public:
-    virtual ~MenuItem() = default;
-    virtual void setContent(const MenuItemContent& content) = 0;
+// One item of the status menu.
+struct MenuItem {
+    MenuItemContent content;
+    std::function<void()> selected;  // empty: there is nothing to select
 };
-
-// The menu's items; the menu owns them. None is null.
-struct MenuItems {
-    std::shared_ptr<MenuItem> fulldiskItem;       // option1Selected
-    std::shared_ptr<MenuItem> accessibilityItem;  // option2Selected
-    std::shared_ptr<MenuItem> finderItem;         // option3Selected
-    std::shared_ptr<MenuItem> versionItem;
-};
+using MenuItems = std::vector<MenuItem>;  // from top to bottom; how many never changes
 
 // The places of the system where a missing permission is granted. Returns at once; failures are ignored, but
 // for a log line. Main thread.
@@ -52,7 +44,7 @@ class FileManagerExtension {
     virtual void showExtensionManagementInterface() = 0;
 };
 
-// The menu behind the status item. Main thread.
+// What the menu behind the status item shows and does. Main thread.
 class AppMenu {
  public:
     struct Environment {
@@ -61,20 +53,22 @@ class AppMenu {
         std::shared_ptr<SettingsPanes> panes;
         std::function<cmn::proto::TSettingsProduct()> agentProduct;  // the product record named "Agent"
     };
-    AppMenu(MenuItems items, Environment environment);
+    explicit AppMenu(const Environment& environment);
 
-    // Computes all items anew.
+    // Computes all contents anew. Before the first time there are titles only.
     void updateMenu(bool fullDiskAccess);
 
-    void option1Selected();
-    void option2Selected();
-    void option3Selected();
+    // Full disk access, accessibility, Finder extension, version.
+    const MenuItems& items() const { return items_; }
 
  private:
-    std::string agentVersion() const;  // "????" when there is no product of the agent
+    using Content = std::function<MenuItemContent(bool fullDiskAccess)>;
 
-    const MenuItems items_;
-    const Environment environment_;
+    // `title` is shown until the first update.
+    void add(std::string title, Content content, std::function<void()> selected);
+
+    MenuItems items_;
+    std::vector<Content> contents_;
 };
 
 }  // namespace useragent

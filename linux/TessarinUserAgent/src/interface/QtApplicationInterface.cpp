@@ -1,9 +1,9 @@
 #include "interface/QtApplicationInterface.h"
 
+#include <QCoreApplication>
 #include <QTimer>
 #include <exception>
 #include <utility>
-#include <vector>
 
 #include "common/log.h"
 #include "interface/PropertiesForm.h"
@@ -37,21 +37,12 @@ class FormWindow : public PropertiesWindow {
 
 }  // namespace
 
-struct QtApplicationInterface::Timers {
-    std::vector<std::unique_ptr<QTimer>> running;
-};
-
-QtApplicationInterface::QtApplicationInterface(SessionBusPlace bus, std::shared_ptr<StatusMenu> menu,
-                                               bool hasDisplay)
-    : bus_(std::move(bus)),
-      menu_(std::move(menu)),
-      hasDisplay_(hasDisplay),
-      timers_(std::make_unique<Timers>()) {}
-
-QtApplicationInterface::~QtApplicationInterface() = default;
+QtApplicationInterface::QtApplicationInterface(SessionBusPlace bus, bool hasDisplay)
+    : bus_(std::move(bus)), hasDisplay_(hasDisplay) {}
 
 std::shared_ptr<StatusItem> QtApplicationInterface::createStatusItem(std::function<void()> menuNeedsUpdate) {
-    return std::make_shared<TrayStatusItem>(bus_, menu_, std::move(menuNeedsUpdate));
+    return std::make_shared<TrayStatusItem>(
+        bus_, std::make_shared<StatusMenu>([] { QCoreApplication::quit(); }), std::move(menuNeedsUpdate));
 }
 
 std::unique_ptr<PropertiesWindow> QtApplicationInterface::createPropertiesWindow(
@@ -70,10 +61,9 @@ std::unique_ptr<PropertiesWindow> QtApplicationInterface::createPropertiesWindow
 
 void QtApplicationInterface::scheduleRepeatingTimer(std::chrono::seconds interval,
                                                     std::function<void()> tick) {
-    auto timer = std::make_unique<QTimer>();
-    QObject::connect(timer.get(), &QTimer::timeout, timer.get(), std::move(tick));
+    auto* const timer = new QTimer(&timers_);
+    QObject::connect(timer, &QTimer::timeout, timer, std::move(tick));
     timer->start(interval);
-    timers_->running.push_back(std::move(timer));
 }
 
 }  // namespace useragent

@@ -2,7 +2,6 @@
 
 #include <QAction>
 #include <QMenu>
-#include <QPointer>
 #include <QString>
 #include <QVariant>
 #include <string>
@@ -22,79 +21,56 @@ QString PlainTitle(const std::string& title) {
 }
 
 // Every rewriting is told to the panel, which would make an open menu jump.
-class ActionItem : public MenuItem {
- public:
-    ActionItem(QAction* action, const char* title) : action_(action), shown_{title} {
-        action->setText(PlainTitle(shown_.title));
-        action->setIcon(MenuItemIcon(shown_));
-        action->setIconVisibleInMenu(true);
+void Rewrite(QAction& action, const MenuItemContent& before, const MenuItemContent& now) {
+    action.setProperty(kRedTitle, now.isRed);
+    if (before.isRed != now.isRed || before.image != now.image) {
+        action.setIcon(MenuItemIcon(now));
     }
-
-    void setContent(const MenuItemContent& content) override {
-        if (action_.isNull() || shown_ == content) {
-            return;
-        }
-        const MenuItemContent before = std::exchange(shown_, content);
-        action_->setProperty(kRedTitle, content.isRed);
-        if (before.isRed != content.isRed || before.image != content.image) {
-            action_->setIcon(MenuItemIcon(content));
-        }
-        if (before.title != content.title) {
-            action_->setText(PlainTitle(content.title));
-        }
+    if (before.title != now.title) {
+        action.setText(PlainTitle(now.title));
     }
+}
 
- private:
-    const QPointer<QAction> action_;
-    MenuItemContent shown_;
-};
+QAction* NewAction(QMenu& menu, const std::function<void()>& selected) {
+    auto* const action = new QAction(MenuItemIcon({}), QString(), &menu);
+    action->setIconVisibleInMenu(true);
+    QObject::connect(action, &QAction::triggered, action, selected);
+    return action;
+}
 
 }  // namespace
 
-struct StatusMenu::State {
-    Selections selections;
-    std::function<void()> quit;
-    std::function<void()> needsUpdate;
-};
-
 StatusMenu::StatusMenu(std::function<void()> quit)
-    : state_(std::make_shared<State>()), drawnMenu_(std::make_unique<DrawnMenu>()) {
-    state_->quit = std::move(quit);
-    const auto add = [this](const char* title, const std::function<void()>& selected) {
-        QAction* const action = drawnMenu_->addAction(QString());
-        QObject::connect(action, &QAction::triggered, action, selected);
-        return std::make_shared<ActionItem>(action, title);
-    };
-    // The titles of the first four stand there only until the first update.
-    items_.fulldiskItem =
-        add("Full disk access", [state = state_] { CallNoThrow(state->selections.option1); });
-    items_.accessibilityItem =
-        add("Accessibility", [state = state_] { CallNoThrow(state->selections.option2); });
-    items_.finderItem = add("Finder Extension", [state = state_] { CallNoThrow(state->selections.option3); });
-    items_.versionItem = add("Tessarin User Agent", [] {});
-    drawnMenu_->actions().constLast()->setEnabled(false);
-    drawnMenu_->addSeparator();
-    add("Quit Tessarin User Agent", [state = state_] { CallNoThrow(state->quit); });
-    QObject::connect(drawnMenu_.get(), &QMenu::aboutToShow, drawnMenu_.get(),
-                     [state = state_] { CallNoThrow(state->needsUpdate); });
+    : drawnMenu_(std::make_unique<DrawnMenu>()), separator_(drawnMenu_->addSeparator()) {
+    QAction* const last = NewAction(*drawnMenu_, [quit = std::move(quit)] { CallNoThrow(quit); });
+    last->setText(PlainTitle("Quit Tessarin User Agent"));
+    drawnMenu_->addAction(last);
+    QObject::connect(drawnMenu_.get(), &QMenu::aboutToShow, drawnMenu_.get(), [this] { update(); });
 }
 
 StatusMenu::~StatusMenu() = default;
 
-void StatusMenu::setSelections(Selections selections) {
-    state_->selections = std::move(selections);
+void StatusMenu::addItem(bool canBeSelected) {
+    QAction* const action =
+        NewAction(*drawnMenu_, [this, index = shown_.size()] { CallNoThrow(shown_[index].selected); });
+    action->setEnabled(canBeSelected);
+    drawnMenu_->insertAction(separator_, action);
+    shown_.emplace_back();
 }
 
-void StatusMenu::setNeedsUpdate(std::function<void()> needsUpdate) {
-    state_->needsUpdate = std::move(needsUpdate);
-}
-
-QMenu& StatusMenu::drawnMenu() {
-    return *drawnMenu_;
+void StatusMenu::setItems(const MenuItems& items) {
+    for (std::size_t index = 0; index < items.size(); ++index) {
+        if (index == shown_.size()) {
+            addItem(items[index].selected != nullptr);
+        }
+        const MenuItem before = std::exchange(shown_[index], items[index]);
+        Rewrite(*drawnMenu_->actions().at(static_cast<qsizetype>(index)), before.content,
+                items[index].content);
+    }
 }
 
 void StatusMenu::update() {
-    CallNoThrow(state_->needsUpdate);
+    CallNoThrow(needsUpdate_);
 }
 
 }  // namespace useragent

@@ -2,15 +2,17 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "useragent/AppMenu.h"
 
+class QAction;
 class QMenu;
 
 namespace useragent {
 
-// The menu behind the status item: full disk access, accessibility, Finder extension, version, and the end of
-// the agent. Made before the AppMenu that fills it. Main thread, once there is a QApplication.
+// The menu behind the status item: the items that it is given, and the end of the agent. What their callbacks
+// throw is logged. Main thread, once there is a QApplication.
 class StatusMenu {
  public:
     // `quit` is called when the user wants to end the agent.
@@ -19,29 +21,24 @@ class StatusMenu {
     StatusMenu(const StatusMenu&) = delete;
     StatusMenu& operator=(const StatusMenu&) = delete;
 
-    // May outlive the menu; they do nothing then.
-    const MenuItems& items() const { return items_; }
-
-    // What the first three items do. What the callbacks throw is logged.
-    struct Selections {
-        std::function<void()> option1, option2, option3;
-    };
-    void setSelections(Selections selections);
+    // Rewrites what differs. The first call makes the items, before there is an icon with this menu.
+    void setItems(const MenuItems& items);
     // Called each time the user is about to see the menu, whoever shows it.
-    void setNeedsUpdate(std::function<void()> needsUpdate);
+    void setNeedsUpdate(std::function<void()> needsUpdate) { needsUpdate_ = std::move(needsUpdate); }
 
     // The user is about to see the items elsewhere than in the menu below.
     void update();
 
     // Drawn by ourselves, red titles in red. Belongs to this object; its actions are the items, in order.
-    QMenu& drawnMenu();
+    QMenu& drawnMenu() { return *drawnMenu_; }
 
  private:
-    struct State;
+    void addItem(bool canBeSelected);
 
-    const std::shared_ptr<State> state_;  // callbacks, read at the time of the call
+    std::function<void()> needsUpdate_;
     const std::unique_ptr<QMenu> drawnMenu_;
-    MenuItems items_;
+    QAction* const separator_;
+    MenuItems shown_;
 };
 
 }  // namespace useragent

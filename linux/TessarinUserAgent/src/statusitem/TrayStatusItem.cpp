@@ -123,6 +123,10 @@ void TrayStatusItem::setImage(StatusImage image) {
     tray_->setImage(image);
 }
 
+void TrayStatusItem::setMenu(const MenuItems& items) {
+    tray_->menu().setItems(items);
+}
+
 void TrayStatusItem::setVisible(bool visible) {
     tray_->setVisible(visible);
 }

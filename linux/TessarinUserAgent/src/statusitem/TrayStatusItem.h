@@ -29,6 +29,7 @@ class TrayStatusItem : public StatusItem {
     TrayStatusItem& operator=(const TrayStatusItem&) = delete;
 
     void setImage(StatusImage image) override;
+    void setMenu(const MenuItems& items) override;
     void setVisible(bool visible) override;
 
  private:

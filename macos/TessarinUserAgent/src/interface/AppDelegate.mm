@@ -1,6 +1,5 @@
 #import "interface/AppDelegate.h"
 
-#include <chrono>
 #include <optional>
 #include <utility>
 
@@ -13,10 +12,6 @@
 namespace {
 
 useragent::InterfaceEnvironment g_environment;
-
-useragent::WallTime WallClockNow() {
-    return std::chrono::time_point_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now());
-}
 
 }  // namespace
 
@@ -32,17 +27,12 @@ useragent::WallTime WallClockNow() {
 // Made at the first use: URLs may come before the launch.
 - (const std::shared_ptr<useragent::AppDelegate>&)portableDelegate {
     if (!_delegate) {
-        AppMenu* const statusMenu = self.appMenu != nil ? self.appMenu : [[AppMenu alloc] init];
-        const auto menu = [statusMenu menuWithEnvironment:{g_environment.accessibility,
-                                                           std::make_shared<useragent::FinderSyncExtension>(),
-                                                           std::make_shared<useragent::MacSettingsPanes>(),
-                                                           [] { return cmn::proto::GetProduct("Agent"); }}];
-        _delegate = std::make_shared<useragent::AppDelegate>(
-            useragent::AppDelegate::Environment{std::make_shared<useragent::AppKitInterface>(self),
-                                                menu,
-                                                g_environment.dispatch,
-                                                g_environment.transport,
-                                                {cmn::proto::GetSettings, WallClockNow}});
+        _delegate = useragent::MakeAppDelegate({std::make_shared<useragent::AppKitInterface>(self),
+                                                g_environment.accessibility,
+                                                std::make_shared<useragent::FinderSyncExtension>(),
+                                                std::make_shared<useragent::MacSettingsPanes>(),
+                                                g_environment.dispatch, g_environment.transport});
+        self.appMenu.menu = _delegate->appMenu();
     }
     return _delegate;
 }

@@ -15,17 +15,19 @@ NSString* NameOf(StatusImage image) {
 
 class AppKitStatusItem final : public StatusItem {
  public:
-    explicit AppKitStatusItem(NSStatusItem* item) : item_(item) {}
+    AppKitStatusItem(NSStatusItem* item, ::AppMenu* menu) : item_(item), menu_(menu) {}
 
     void setImage(StatusImage image) override {
         NSStatusBarButton* const button = item_.button;
         button.image = [NSImage imageNamed:NameOf(image)];
         button.toolTip = [NSString stringWithUTF8String:DescribeImage(image)];
     }
+    void setMenu(const MenuItems& items) override { [menu_ showItems:items]; }
     void setVisible(bool visible) override { item_.visible = visible ? YES : NO; }
 
  private:
     NSStatusItem* const item_;
+    ::AppMenu* const menu_;
 };
 
 // Nil when the storyboard does not hold what is expected.
@@ -107,7 +109,7 @@ std::shared_ptr<StatusItem> AppKitInterface::createStatusItem(std::function<void
     [delegate setMenuNeedsUpdateHandler:std::move(menuNeedsUpdate)];
     delegate.appMenu.delegate = delegate;
     item.menu = delegate.appMenu;
-    return std::make_shared<AppKitStatusItem>(item);
+    return std::make_shared<AppKitStatusItem>(item, delegate.appMenu);
 }
 
 std::unique_ptr<PropertiesWindow> AppKitInterface::createPropertiesWindow(std::function<void()> willClose) {

@@ -17,8 +17,11 @@ NS_ASSUME_NONNULL_BEGIN
 @property(nonatomic, weak, nullable) IBOutlet NSMenuItem* finderItem;
 @property(nonatomic, weak, nullable) IBOutlet NSMenuItem* versionItem;
 
-// Makes the portable menu over the items; once, after the outlets are set.
-- (std::shared_ptr<useragent::AppMenu>)menuWithEnvironment:(useragent::AppMenu::Environment)environment;
+// What decides what the items show and do. To be set before the menu is shown.
+@property(nonatomic) std::shared_ptr<useragent::AppMenu> menu;
+
+// Rewrites what differs.
+- (void)showItems:(const useragent::MenuItems&)items;
 
 - (void)updateMenuWithFulldiskAccess:(BOOL)granted;
 

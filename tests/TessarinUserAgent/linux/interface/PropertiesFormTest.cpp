@@ -206,7 +206,7 @@ TEST_F(PropertiesFormTest, ManyRecordsAreRowsOfOneHeight) {
 }
 
 TEST(QtApplicationInterfaceTest, AWindowGoesWithItsHandleEvenWhileItCloses) {
-    useragent::QtApplicationInterface interface({}, nullptr, true);
+    useragent::QtApplicationInterface interface({}, true);
     std::unique_ptr<useragent::PropertiesWindow> window;
     window = interface.createPropertiesWindow([&window] { window.reset(); });
     ASSERT_NE(window, nullptr);
@@ -226,14 +226,14 @@ TEST(QtApplicationInterfaceTest, AWindowGoesWithItsHandleEvenWhileItCloses) {
 
 TEST(QtApplicationInterfaceTest, MakesNoWindowThatNobodyWouldSee) {
     fake::LogCapture log;
-    useragent::QtApplicationInterface interface({}, nullptr, false);
+    useragent::QtApplicationInterface interface({}, false);
     EXPECT_EQ(interface.createPropertiesWindow([] {}), nullptr);
     EXPECT_EQ(log.count("A properties window cannot be made: the agent has no display"), 1U);
     EXPECT_TRUE(QApplication::topLevelWidgets().isEmpty());
 }
 
 TEST(QtApplicationInterfaceTest, ATimerTicksAgainAndAgain) {
-    useragent::QtApplicationInterface interface({}, nullptr, true);
+    useragent::QtApplicationInterface interface({}, true);
     int ticks = 0;
     interface.scheduleRepeatingTimer(std::chrono::seconds(0), [&ticks] { ++ticks; });
     while (ticks < 3) {

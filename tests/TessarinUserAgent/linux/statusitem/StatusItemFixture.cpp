@@ -43,11 +43,19 @@ StatusItemFixture::~StatusItemFixture() {
     bus.loop->stop();
 }
 
-std::shared_ptr<useragent::StatusMenu> StatusItemFixture::makeMenu() {
-    auto made = std::make_shared<useragent::StatusMenu>([this] { calls.emplace_back("quit"); });
-    made->setSelections({[this] { calls.emplace_back("option1"); }, [this] { calls.emplace_back("option2"); },
-                         [this] { calls.emplace_back("option3"); }});
-    return made;
+useragent::MenuItems StatusItemFixture::menuItems(bool fullDiskAccess) {
+    const auto called = [this](const char* name) { return [this, name] { calls.emplace_back(name); }; };
+    return {{{fullDiskAccess ? "Full disk access: On" : "Full disk access: Off", !fullDiskAccess},
+             called("option1")},
+            {{"Accessibility: On", false, useragent::MenuImage::accessibility}, called("option2")},
+            {{"Finder Extension: Off"}, called("option3")},
+            {{"v. 1.2.3"}, nullptr}};
+}
+
+void StatusItemFixture::setVersion(const std::string& title) {
+    useragent::MenuItems items = menuItems(shownFullDiskAccess_);
+    items.back().content.title = title;
+    menu->setItems(items);
 }
 
 void StatusItemFixture::createItem(std::chrono::milliseconds longestMenu) {
@@ -67,12 +75,8 @@ std::string StatusItemFixture::createItemIn(PanelStandIn& panel) {
 }
 
 void StatusItemFixture::fillMenu(bool fullDiskAccess) {
-    const useragent::MenuItems& items = menu->items();
-    items.fulldiskItem->setContent(
-        {fullDiskAccess ? "Full disk access: On" : "Full disk access: Off", !fullDiskAccess});
-    items.accessibilityItem->setContent({"Accessibility: On", false, useragent::MenuImage::accessibility});
-    items.finderItem->setContent({"Finder Extension: Off"});
-    items.versionItem->setContent({"v. 1.2.3"});
+    shownFullDiskAccess_ = fullDiskAccess;
+    menu->setItems(menuItems(fullDiskAccess));
 }
 
 }  // namespace statusitem

@@ -38,6 +38,7 @@ inline constexpr const char* kWithoutBus = "TESSARIN_TEST_WITHOUT_BUS";
 // An item with its menu, filled as when everything is in order. Panels come and go as the test likes.
 class StatusItemFixture : public testing::Test {
  protected:
+    StatusItemFixture() { fillMenu(true); }
     ~StatusItemFixture() override;
 
     static std::string address() { return SessionBus().address(); }
@@ -47,6 +48,8 @@ class StatusItemFixture : public testing::Test {
     // The same, in this panel; its bus name.
     std::string createItemIn(PanelStandIn& panel);
     void fillMenu(bool fullDiskAccess);
+    void setVersion(const std::string& title);  // of the version's item, the others stay
+    useragent::MenuItems menuItems(bool fullDiskAccess);
     // Nobody has closed our own menu; the window system may at any time.
     bool menuIsOpen() const { return menu->drawnMenu().isVisible(); }
 
@@ -54,11 +57,12 @@ class StatusItemFixture : public testing::Test {
     useragent::SessionBusPlace bus{std::make_shared<cmn::bus::Loop>(), address()};
     std::vector<std::string> calls;  // of the callbacks, in order
     std::function<void()> onNeedsUpdate = [] {};
-    std::shared_ptr<useragent::StatusMenu> menu = makeMenu();
+    std::shared_ptr<useragent::StatusMenu> menu =
+        std::make_shared<useragent::StatusMenu>([this] { calls.emplace_back("quit"); });
     std::unique_ptr<useragent::TrayStatusItem> item;
 
  private:
-    std::shared_ptr<useragent::StatusMenu> makeMenu();
+    bool shownFullDiskAccess_ = true;
 };
 
 }  // namespace statusitem

@@ -85,10 +85,10 @@ TEST_F(TrayMenuTest, PanelIsToldWhetherTheMenuChangedWhenItAsked) {
 }
 
 TEST_F(TrayMenuTest, TitleIsShownAsItIs) {
-    menu->items().versionItem->setContent({"v. 1_rc & more"});
+    setVersion("v. 1_rc & more");
     // A single one would be taken for the mark of a keyboard shortcut.
     EXPECT_EQ(labels().at(3), "v. 1__rc & more");
-    menu->items().versionItem->setContent({"v. 1\n2"});
+    setVersion("v. 1\n2");
     EXPECT_EQ(labels().at(3), "v. 1 2");
 }
 
@@ -166,7 +166,7 @@ TEST_F(TrayMenuTest, UpdateThatChangesNothingIsNotToldToThePanel) {
 
 TEST_F(TrayMenuTest, ChangedItemIsToldWithoutANewLayout) {
     panel.forgetSignals();
-    menu->items().versionItem->setContent({"v. 2"});
+    setVersion("v. 2");
     EXPECT_THAT(panel.signalsOf(name), ElementsAre("ItemsPropertiesUpdated"));
 }
 
@@ -269,7 +269,7 @@ TEST_F(TrayMenuTest, MenuIsTheSameInThePanelThatComesAfterTheFirst) {
     EXPECT_THAT(labels(), ElementsAre("Full disk access: Off", "Accessibility: On", "Finder Extension: Off",
                                       "v. 1.2.3", "-", "Quit Tessarin User Agent"));
     panel.forgetSignals();
-    menu->items().versionItem->setContent({"v. 2"});
+    setVersion("v. 2");
     EXPECT_THAT(panel.signalsOf(name), ElementsAre("ItemsPropertiesUpdated"));
     panel.click(name, "Finder Extension: Off");
     EXPECT_TRUE(fake::WaitFor([this] { return calls.size() == 1; }));
