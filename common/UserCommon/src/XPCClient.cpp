@@ -22,16 +22,15 @@ void XPCClient::connect() {
     const std::shared_ptr<XPCConnection> connection =
         transport_->createConnection(machServiceName(), options);
     setConnection(connection);
-    connection->setInvalidationHandler([weakSelf = weak_from_this()] {
-        if (const auto self = weakSelf.lock()) {
-            self->connectionDidInvalidate();
-        }
-    });
-    connection->setInterruptionHandler([weakSelf = weak_from_this()] {
-        if (const auto self = weakSelf.lock()) {
-            self->connectionDidInterrupt();
-        }
-    });
+    const auto telling = [weakSelf = weak_from_this()](void (XPCClient::*hook)()) {
+        return [weakSelf, hook] {
+            if (const auto self = weakSelf.lock()) {
+                (self.get()->*hook)();
+            }
+        };
+    };
+    connection->setInvalidationHandler(telling(&XPCClient::connectionDidInvalidate));
+    connection->setInterruptionHandler(telling(&XPCClient::connectionDidInterrupt));
     willResumeConnection(connection);
     connection->resume();
     didResumeConnection(connection);

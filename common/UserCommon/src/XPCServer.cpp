@@ -41,6 +41,25 @@ void XPCServer::connectionDidInterrupt() {
     TLOG_WARN("Not overridden");
 }
 
+void XPCServer::accept(const std::shared_ptr<XPCConnection>& connection,
+                       std::shared_ptr<const XPCInterface> interface, std::shared_ptr<XPCVersioning> object,
+                       std::function<void()> onInvalid, std::function<void()> onInterrupt) {
+    const auto telling = [weakSelf = weak_from_this()](std::function<void()> first,
+                                                       void (XPCServer::*hook)()) {
+        return [weakSelf, first = std::move(first), hook] {
+            first();
+            if (const auto self = weakSelf.lock()) {
+                (self.get()->*hook)();
+            }
+        };
+    };
+    connection->setInvalidationHandler(telling(std::move(onInvalid), &XPCServer::connectionDidInvalidate));
+    connection->setInterruptionHandler(telling(std::move(onInterrupt), &XPCServer::connectionDidInterrupt));
+    connection->setExportedInterface(std::move(interface));
+    connection->setExportedObject(std::move(object));
+    connection->resume();
+}
+
 std::shared_ptr<XPCListener> XPCServer::listener() const {
     const std::lock_guard lock(propertyMutex_);
     return listener_;

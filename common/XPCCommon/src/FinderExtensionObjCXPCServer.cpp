@@ -76,21 +76,16 @@ std::shared_ptr<IFinderExtensionOperations> FinderExtensionObjCXPCServer::scanne
 
 bool FinderExtensionObjCXPCServer::shouldAcceptNewConnection(
     const std::shared_ptr<XPCConnection>& connection) {
-    connection->setInvalidationHandler([weakSelf = std::weak_ptr(self())] {
-        if (const auto server = weakSelf.lock()) {
-            server->logger_.log(LogLevel::Debug, "FinderExtensionObjCXPCServer -- did invalidate");
-            server->connectionDidInvalidate();
-        }
-    });
-    connection->setInterruptionHandler([weakSelf = std::weak_ptr(self())] {
-        if (const auto server = weakSelf.lock()) {
-            server->logger_.log(LogLevel::Debug, "FinderExtensionObjCXPCServer -- did interrupt");
-            server->connectionDidInterrupt();
-        }
-    });
-    connection->setExportedInterface(FinderExtensionXPCInterface());
-    connection->setExportedObject(self());
-    connection->resume();
+    const auto logging = [weakSelf = std::weak_ptr(self<FinderExtensionObjCXPCServer>())](const char* text) {
+        return [weakSelf, text] {
+            if (const auto server = weakSelf.lock()) {
+                server->logger_.log(LogLevel::Debug, text);
+            }
+        };
+    };
+    accept(connection, FinderExtensionXPCInterface(), self<FinderExtensionObjCXPCServer>(),
+           logging("FinderExtensionObjCXPCServer -- did invalidate"),
+           logging("FinderExtensionObjCXPCServer -- did interrupt"));
     logger_.log(LogLevel::Info, "Accepted new XPC connection");
     return true;
 }
@@ -162,10 +157,6 @@ void FinderExtensionObjCXPCServer::decrypt(const std::string& path, std::functio
     const std::int32_t status = operations->Decrypt(path, CurrentXPCPeer());
     logger_.log(LogLevel::Info, fmt::format("Decryption attempted for path: {}", EscapeControls(path)));
     Send(reply, status);
-}
-
-std::shared_ptr<FinderExtensionObjCXPCServer> FinderExtensionObjCXPCServer::self() {
-    return std::static_pointer_cast<FinderExtensionObjCXPCServer>(shared_from_this());
 }
 
 }  // namespace cmn

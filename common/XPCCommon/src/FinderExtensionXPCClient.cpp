@@ -3,7 +3,6 @@
 #include <chrono>
 #include <utility>
 
-#include "ConnectionValidation.h"
 #include "common/SystemUtils.h"
 
 namespace cmn {
@@ -40,8 +39,7 @@ struct ReceivedAnswer {
 FinderExtensionXPCClient::FinderExtensionXPCClient(std::shared_ptr<Dispatch> dispatch,
                                                    std::shared_ptr<XPCTransport> transport,
                                                    ServiceOwners owners)
-    : XPCClient(std::move(dispatch), std::move(transport), kFinderExtensionXPCMachServiceName, true),
-      ownerCheck_(kFinderExtensionXPCMachServiceName, owners) {}
+    : ServiceClient(std::move(dispatch), std::move(transport), kFinderExtensionXPCMachServiceName, owners) {}
 
 void FinderExtensionXPCClient::willResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
     connection->setRemoteObjectInterface(FinderExtensionXPCInterface());
@@ -49,41 +47,26 @@ void FinderExtensionXPCClient::willResumeConnection(const std::shared_ptr<XPCCon
 
 void FinderExtensionXPCClient::didResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
     setConnection(connection);
-    ValidateConnection(dispatch(), connection,
-                       {kFinderExtensionDeadline, std::shared_ptr<std::atomic<bool>>(self(), &connected_),
-                        [](const RemoteError& error) {
-                            SystemLog("Remote object proxy error --  " + error.recoverySuggestion);
-                        },
-                        [weakSelf = std::weak_ptr(self())](const XPCConnection& answered) {
-                            const auto client = weakSelf.lock();
-                            return client && client->ownerCheck_.review(answered);
-                        }});
+    validateConnection(connection, kFinderExtensionDeadline, [](const RemoteError& error) {
+        SystemLog("Remote object proxy error --  " + error.recoverySuggestion);
+    });
 }
 
 void FinderExtensionXPCClient::connectionDidInvalidate() {
-    connectionEnded("FinderExtensionXPCClient -- did invalidate");
+    SystemLog("FinderExtensionXPCClient -- did invalidate");
+    connectionEnded(kFinderExtensionReconnectArgument);
 }
 
 void FinderExtensionXPCClient::connectionDidInterrupt() {
-    connectionEnded("FinderExtensionXPCClient -- interrupt");
-}
-
-void FinderExtensionXPCClient::connectionEnded(const char* message) {
-    SystemLog(message);
-    connected_ = false;
-    reconnect(kFinderExtensionReconnectArgument);
+    SystemLog("FinderExtensionXPCClient -- interrupt");
+    connectionEnded(kFinderExtensionReconnectArgument);
 }
 
 void FinderExtensionXPCClient::afterVersion(std::function<void(const Proxy&)> action,
                                             std::chrono::nanoseconds deadline) const {
-    const auto onError = [](const RemoteError& error) {
-        SystemLog("Failed to get remote object -- " + error.description);
-    };
-    const auto current = connection();
-    const auto proxy = current && ownerCheck_.allows(*current)
-                           ? std::dynamic_pointer_cast<FinderExtensionCommunicator>(
-                                 current->remoteObjectProxy(onError, deadline))
-                           : nullptr;
+    const auto proxy = remoteObject<FinderExtensionCommunicator>(
+        [](const RemoteError& error) { SystemLog("Failed to get remote object -- " + error.description); },
+        deadline);
     if (proxy) {
         proxy->version([proxy, action = std::move(action)](const std::string&) { action(proxy); });
     }
@@ -151,7 +134,7 @@ UIVisibilityStatuses FinderExtensionXPCClient::getUIVisibilityStatuses() {
 
 void FinderExtensionXPCClient::checkEncryptionStatus(const std::string& path) {
     afterVersion(
-        [path, weakSelf = std::weak_ptr(self())](const Proxy& proxy) {
+        [path, weakSelf = std::weak_ptr(self<FinderExtensionXPCClient>())](const Proxy& proxy) {
             if (const auto client = weakSelf.lock()) {
                 proxy->checkEncryptionStatus(path, client);
             }
@@ -178,10 +161,6 @@ void FinderExtensionXPCClient::didCheckEncryptionStatus(bool encrypted) {
     if (block) {
         block(encrypted);
     }
-}
-
-std::shared_ptr<FinderExtensionXPCClient> FinderExtensionXPCClient::self() {
-    return std::static_pointer_cast<FinderExtensionXPCClient>(shared_from_this());
 }
 
 }  // namespace cmn

@@ -4,7 +4,6 @@
 #include <functional>
 #include <utility>
 
-#include "ConnectionValidation.h"
 #include "common/log.h"
 #include "common/utf8.h"
 
@@ -26,9 +25,8 @@ constexpr int kUserAgentReconnectArgument = 5;
 UserAgentObjCXPCClient::UserAgentObjCXPCClient(URLExtractorDelegate delegate,
                                                std::shared_ptr<Dispatch> dispatch,
                                                std::shared_ptr<XPCTransport> transport, ServiceOwners owners)
-    : XPCClient(std::move(dispatch), std::move(transport), kUserAgentMachServiceName, true),
-      delegate_(std::move(delegate)),
-      ownerCheck_(kUserAgentMachServiceName, owners) {}
+    : ServiceClient(std::move(dispatch), std::move(transport), kUserAgentMachServiceName, owners),
+      delegate_(std::move(delegate)) {}
 
 void UserAgentObjCXPCClient::willResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
     connection->setRemoteObjectInterface(CreateUserAgentInterface());
@@ -36,55 +34,36 @@ void UserAgentObjCXPCClient::willResumeConnection(const std::shared_ptr<XPCConne
 
 void UserAgentObjCXPCClient::didResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
     setConnection(connection);
-    validateConnection(connection);
-    if (ownerCheck_.allowed() == ServiceOwners::anybody) {
+    validateConnection(connection, kUserAgentDeadline, [](const RemoteError& error) {
+        TLOG_WARN("Remote object proxy error --  {}", EscapeControls(error.recoverySuggestion));
+    });
+    if (allowedOwners() == ServiceOwners::anybody) {
         setURLExtractor(std::make_shared<URLExtractorImpl>(delegate_));
     }
 }
 
-bool UserAgentObjCXPCClient::acceptService(const XPCConnection& connection) {
-    const bool accepted = ownerCheck_.review(connection);
-    if (accepted && ownerCheck_.allowed() == ServiceOwners::root) {
+void UserAgentObjCXPCClient::didValidateConnection() {
+    if (allowedOwners() == ServiceOwners::root) {
         setURLExtractor(std::make_shared<URLExtractorImpl>(delegate_));
     }
-    return accepted;
-}
-
-std::shared_ptr<UserAgentProtocol> UserAgentObjCXPCClient::remoteUserAgent(RemoteErrorHandler onError) const {
-    const auto current = connection();
-    return current && ownerCheck_.allows(*current)
-               ? std::dynamic_pointer_cast<UserAgentProtocol>(current->remoteObjectProxy(std::move(onError)))
-               : nullptr;
-}
-
-void UserAgentObjCXPCClient::validateConnection(const std::shared_ptr<XPCConnection>& connection) {
-    ValidateConnection(dispatch(), connection,
-                       {kUserAgentDeadline, std::shared_ptr<std::atomic<bool>>(self(), &connected_),
-                        [](const RemoteError& error) {
-                            TLOG_WARN("Remote object proxy error --  {}",
-                                      EscapeControls(error.recoverySuggestion));
-                        },
-                        [weakSelf = std::weak_ptr(self())](const XPCConnection& answered) {
-                            const auto client = weakSelf.lock();
-                            return client && client->acceptService(answered);
-                        }});
 }
 
 void UserAgentObjCXPCClient::setURLExtractor(std::shared_ptr<URLExtractor> extractor) {
-    dispatch()->asyncMain([weakSelf = std::weak_ptr(self()), extractor = std::move(extractor)] {
-        const auto client = weakSelf.lock();
-        if (!client) {
-            return;
-        }
-        const auto proxy = client->remoteUserAgent([](const RemoteError& error) {
-            TLOG_ERROR("Failed to get remote object -- {}", EscapeControls(error.recoverySuggestion));
+    dispatch()->asyncMain(
+        [weakSelf = std::weak_ptr(self<UserAgentObjCXPCClient>()), extractor = std::move(extractor)] {
+            const auto client = weakSelf.lock();
+            if (!client) {
+                return;
+            }
+            const auto proxy = client->remoteObject<UserAgentProtocol>([](const RemoteError& error) {
+                TLOG_ERROR("Failed to get remote object -- {}", EscapeControls(error.recoverySuggestion));
+            });
+            const auto answered = client->dispatch()->createSemaphore(0);
+            if (proxy) {
+                proxy->setURLExtractor(extractor, [answered](bool) { answered->signal(); });
+            }
+            answered->wait(kPastDeadline);
         });
-        const auto answered = client->dispatch()->createSemaphore(0);
-        if (proxy) {
-            proxy->setURLExtractor(extractor, [answered](bool) { answered->signal(); });
-        }
-        answered->wait(kPastDeadline);
-    });
 }
 
 void UserAgentObjCXPCClient::sendURL(const std::string& url, const std::string& browser,
@@ -93,7 +72,7 @@ void UserAgentObjCXPCClient::sendURL(const std::string& url, const std::string& 
         // The placeholder is written as it stands: the formatter knows braces only.
         TLOG_ERROR("Failed to get remote object -- %s");
     };
-    if (const auto proxy = remoteUserAgent(onError)) {
+    if (const auto proxy = remoteObject<UserAgentProtocol>(onError)) {
         proxy->sendURL(url, browser, processID);
     } else {
         onError({});
@@ -102,19 +81,13 @@ void UserAgentObjCXPCClient::sendURL(const std::string& url, const std::string& 
 }
 
 void UserAgentObjCXPCClient::connectionDidInvalidate() {
-    connected_ = false;
     TLOG_WARN("Did invalidate -- reconnecting");
-    reconnect(kUserAgentReconnectArgument);
+    connectionEnded(kUserAgentReconnectArgument);
 }
 
 void UserAgentObjCXPCClient::connectionDidInterrupt() {
-    connected_ = false;
     TLOG_WARN("Did interrupt -- reconnecting");
-    reconnect(kUserAgentReconnectArgument);
-}
-
-std::shared_ptr<UserAgentObjCXPCClient> UserAgentObjCXPCClient::self() {
-    return std::static_pointer_cast<UserAgentObjCXPCClient>(shared_from_this());
+    connectionEnded(kUserAgentReconnectArgument);
 }
 
 }  // namespace cmn

@@ -33,25 +33,16 @@ UserAgentObjCXPCServer::UserAgentObjCXPCServer(URLReceivedBlock block, std::shar
 
 bool UserAgentObjCXPCServer::shouldAcceptNewConnection(const std::shared_ptr<XPCConnection>& connection) {
     TLOG_INFO("Accepting new connection");
-    connection->setInvalidationHandler([weakSelf = std::weak_ptr(self()), peer = connection->peer()] {
-        TLOG_WARN("Did invalidate");
-        if (const auto server = weakSelf.lock()) {
+    accept(
+        connection, CreateUserAgentInterface(), self<UserAgentObjCXPCServer>(),
+        [weakSelf = std::weak_ptr(self<UserAgentObjCXPCServer>()), peer = connection->peer()] {
+            TLOG_WARN("Did invalidate");
             // Nobody can tell whether it was an unknown peer's; a question to one that left ends at once.
-            if (peer) {
+            if (const auto server = weakSelf.lock(); server && peer) {
                 server->replaceExtractor(peer, nullptr);
             }
-            server->connectionDidInvalidate();
-        }
-    });
-    connection->setInterruptionHandler([weakSelf = std::weak_ptr(self())] {
-        TLOG_WARN("Did interrupt");
-        if (const auto server = weakSelf.lock()) {
-            server->connectionDidInterrupt();
-        }
-    });
-    connection->setExportedInterface(CreateUserAgentInterface());
-    connection->setExportedObject(self());
-    connection->resume();
+        },
+        [] { TLOG_WARN("Did interrupt"); });
     TLOG_INFO("New connection accepted");
     return true;
 }
@@ -141,10 +132,6 @@ std::shared_ptr<URLExtractor> UserAgentObjCXPCServer::urlExtractor() const {
         }
     }
     return registered.back().extractor;
-}
-
-std::shared_ptr<UserAgentObjCXPCServer> UserAgentObjCXPCServer::self() {
-    return std::static_pointer_cast<UserAgentObjCXPCServer>(shared_from_this());
 }
 
 void UserAgentObjCXPCServer::setURLReceivedBlock(URLReceivedBlock block) {

@@ -48,6 +48,11 @@ class XPCClient : public std::enable_shared_from_this<XPCClient> {
  protected:
     void setConnection(std::shared_ptr<XPCConnection> connection);
     const std::shared_ptr<Dispatch>& dispatch() const { return dispatch_; }
+    // This object, of that class.
+    template <typename Derived>
+    std::shared_ptr<Derived> self() {
+        return std::static_pointer_cast<Derived>(shared_from_this());
+    }
 
  private:
     const std::shared_ptr<Dispatch> dispatch_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -33,6 +34,19 @@ class XPCServer : public XPCListenerDelegate, public std::enable_shared_from_thi
 
     const std::string& machServiceName() const { return machServiceName_; }
     std::shared_ptr<XPCListener> listener() const;  // null before `start` and after `stop`
+
+ protected:
+    // For `shouldAcceptNewConnection`: serves the peer with the object. What happens to the connection is
+    // told to the functions first, on its private queue, and then to the hooks of a server that is still
+    // there.
+    void accept(const std::shared_ptr<XPCConnection>& connection,
+                std::shared_ptr<const XPCInterface> interface, std::shared_ptr<XPCVersioning> object,
+                std::function<void()> onInvalid, std::function<void()> onInterrupt);
+    // This object, of that class.
+    template <typename Derived>
+    std::shared_ptr<Derived> self() {
+        return std::static_pointer_cast<Derived>(shared_from_this());
+    }
 
  private:
     void setListener(std::shared_ptr<XPCListener> listener);

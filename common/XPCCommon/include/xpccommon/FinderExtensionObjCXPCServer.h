@@ -51,7 +51,6 @@ class FinderExtensionObjCXPCServer final : public XPCServer, public FinderExtens
     bool shouldAcceptNewConnection(const std::shared_ptr<XPCConnection>& connection) override;
 
  private:
-    std::shared_ptr<FinderExtensionObjCXPCServer> self();
     std::shared_ptr<IFinderExtensionOperations> scanner() const;
 
     std::function<bool()> fullDiskAccessProbe_;

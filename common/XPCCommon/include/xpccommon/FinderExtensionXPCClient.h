@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -9,17 +8,16 @@
 #include <string>
 #include <vector>
 
-#include "usercommon/XPCClient.h"
 #include "xpccommon/FinderExtensionProtocol.h"
-#include "xpccommon/ServiceOwners.h"
+#include "xpccommon/ServiceClient.h"
 
 namespace cmn {
 
 // The agent's connection to "com.tessarin.FinderExtension". The requests with a result may be made on any
 // thread, the main one included: each blocks its caller for at most 100 ms and then returns the neutral
 // answer; a question is then given up. A service that is absent or slow cannot be told from a negative
-// answer, and one of somebody who is not allowed counts as absent. Reconnects for ever, also after `stop`.
-class FinderExtensionXPCClient final : public XPCClient, public FinderExtensionDelegate {
+// answer. Reconnects for ever, also after `stop`.
+class FinderExtensionXPCClient final : public ServiceClient, public FinderExtensionDelegate {
  public:
     // Does not connect.
     FinderExtensionXPCClient(std::shared_ptr<Dispatch> dispatch, std::shared_ptr<XPCTransport> transport,
@@ -46,10 +44,6 @@ class FinderExtensionXPCClient final : public XPCClient, public FinderExtensionD
     void setCompleteblock(std::function<void(bool encrypted)> block);
     void didCheckEncryptionStatus(bool encrypted) override;
 
-    // True between an answered `version` of a service that is allowed and the next invalidation or
-    // interruption. For information only: requests are sent in any case.
-    bool connected() const { return connected_; }
-
     void willResumeConnection(const std::shared_ptr<XPCConnection>& connection) override;
     void didResumeConnection(const std::shared_ptr<XPCConnection>& connection) override;
     void connectionDidInvalidate() override;
@@ -64,11 +58,6 @@ class FinderExtensionXPCClient final : public XPCClient, public FinderExtensionD
     // `send` makes the real request; `fallback` is what is returned when its answer does not come in time.
     template <typename Result, typename Send>
     Result ask(Result fallback, Send send, std::chrono::nanoseconds deadline) const;
-    void connectionEnded(const char* message);
-    std::shared_ptr<FinderExtensionXPCClient> self();
-
-    ServiceOwnerCheck ownerCheck_;
-    std::atomic<bool> connected_{false};
 
     std::mutex blockMutex_;  // guards block_, never held across a call
     std::function<void(bool)> block_;

@@ -56,7 +56,6 @@ class UserAgentObjCXPCServer final : public XPCServer, public UserAgentProtocol 
         std::shared_ptr<URLExtractor> extractor;
     };
 
-    std::shared_ptr<UserAgentObjCXPCServer> self();
     // In the place of what the peer registered before; null leaves none.
     void replaceExtractor(const std::optional<XPCPeer>& peer, std::shared_ptr<URLExtractor> extractor);
 

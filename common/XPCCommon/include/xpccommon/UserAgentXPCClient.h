@@ -4,9 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "usercommon/Dispatch.h"
-#include "usercommon/XPCConnection.h"
-#include "xpccommon/ServiceOwners.h"
+#include "xpccommon/ServiceClient.h"
 #include "xpccommon/URLExtractorImpl.h"
 
 namespace cmn {
