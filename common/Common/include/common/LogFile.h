@@ -8,13 +8,13 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
 
 #include "common/LogOutput.h"
 #include "common/LogQueue.h"
+#include "common/LogRing.h"
 #include "common/log.h"
 
 namespace cmn {
@@ -50,9 +50,9 @@ class LogFile {
     void setLogPath(const std::string& stem);
 
     // Full name of the file being written. Does not wait for a pass.
-    std::string getLogPath() const;
+    std::string getLogPath() const { return pass_.files.name(); }
     // The same with another stem.
-    std::string getLogPath(const std::string& stem) const;
+    std::string getLogPath(const std::string& stem) const { return pass_.files.name(stem); }
 
     // Waits until everything that was handed in before the call is written. False when the time is over, and
     // at once on the writer's own thread, which would wait for itself. May be called in a signal handler.
@@ -72,40 +72,38 @@ class LogFile {
     std::size_t overflowingLines() const;
     bool nextBatch(LogQueue& batch, std::uint64_t& last);
     void writePass(const LogQueue& batch, std::uint64_t last);
-    void rotate();
-    void releaseLines();
+    void releasePass();
     void formatLines(const LogQueue& batch);
-    void RefreshCurFile();
-    void setCurFile(std::uint32_t index);
-    std::string fileName(std::uint32_t index) const;
 
-    std::unique_ptr<LogOutput> output_;
-    std::uint32_t curFile_ = 0;
-    std::uint32_t fileCount_ = 2;
-    bool running_ = true;
-    bool writerEnded_ = false;
+    const std::unique_ptr<LogOutput> output_;
     std::atomic<LogLevel> level_{LogLevel::Info};
-    std::string path_;
-    std::string extension_ = "log";
-    std::uint64_t maxSize_ = 15'728'640;
-    std::uint64_t maxQueue_ = 100'000;         // lines
-    std::uint64_t maxQueueText_ = 67'108'864;  // bytes: with few long lines this limit comes first
-    bool console_ = false;
-    LogQueue queue_;
-    std::atomic<std::uint64_t> handedIn_{0};  // how many lines so far
-    bool writerWaits_ = false;
-    std::mutex queueMutex_;         // guards the above from queue_ on, running_ and writerEnded_
-    std::mutex fileMutex_;          // guards the settings and what follows; held during a whole pass
-    mutable std::mutex nameMutex_;  // held besides fileMutex_ while path_, extension_ or curFile_ change
-    std::string lines_;             // the text of a pass
-    std::set<std::string> names_;   // of all files so far: who writes past the queue holds no lock
-    std::atomic<const char*> currentName_{nullptr};  // one of them
-    std::string tornFile_;                           // the file whose last line was left unfinished
-    std::time_t stampTime_ = 0;
-    std::string stamp_;                      // stampTime_ as the lines have it; empty before the first line
+
+    // What was handed in. The mutex guards it.
+    struct Queue {
+        std::mutex mutex;
+        std::condition_variable changed;
+        LogQueue lines;
+        bool writerWaits = false;
+        bool writerEnded = false;
+        bool running = true;
+        std::atomic<std::uint64_t> handedIn{0};  // how many lines so far; read without the mutex
+    };
+    Queue queue_;
+
+    // What is being written. The mutex is held during a whole pass.
+    struct Pass {
+        explicit Pass(LogOutput& output) : files(output) {}
+        std::mutex mutex;
+        LogRing files;  // its name is asked for without the mutex
+        bool console = false;
+        std::string text;
+        std::time_t stampTime = 0;
+        std::string stamp;  // stampTime as the lines have it; empty before the first line
+    };
+    Pass pass_;
+
     std::atomic<std::uint64_t> written_{0};  // how many of those handed in are done with
     std::atomic<std::thread::id> writerId_;
-    std::condition_variable queueCondition_;
     std::thread writer_;
 };
 
