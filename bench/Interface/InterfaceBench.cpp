@@ -14,10 +14,10 @@
 #include "ServiceProcess.h"
 #include "accessibility/AtspiAccessibility.h"
 #include "filemanagers/LinuxFileManagerExtension.h"
-#include "filemanagers/LinuxSettingsPanes.h"
 #include "interface/QtApplicationInterface.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
+#include "permissions/LinuxSettingsPanes.h"
 #include "useragent/AppDelegate.h"
 
 // How long a user waits: for a window with so many records, for a request over the bus with a service that is

@@ -81,7 +81,8 @@ ENDS = {
         "windowlist": (f"linux/{AGENT_END}/windowlist", ("accessibility",)),
         "statusitem": (f"linux/{AGENT_END}/statusitem", ("linux_bus", "useragent")),
         "interface": (f"linux/{AGENT_END}/interface", ("statusitem",)),
-        "filemanagers": (f"linux/{AGENT_END}/filemanagers", ("linux_usercommon", "useragent")),
+        "permissions": (f"linux/{AGENT_END}/permissions", ("linux_usercommon", "useragent")),
+        "filemanagers": (f"linux/{AGENT_END}/filemanagers", ("permissions",)),
         "program": (f"linux/{AGENT_END}", ("linux_xpccommon", "windowlist", "interface", "filemanagers")),
     },
     "macos": {

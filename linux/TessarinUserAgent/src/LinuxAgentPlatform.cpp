@@ -7,10 +7,10 @@
 #include "common/bundle.h"
 #include "common/log.h"
 #include "filemanagers/LinuxFileManagerExtension.h"
-#include "filemanagers/LinuxSettingsPanes.h"
 #include "interface/QtApplicationInterface.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
+#include "permissions/LinuxSettingsPanes.h"
 #include "windowlist/AtspiWindowList.h"
 #include "windowlist/LinuxWindowList.h"
 

@@ -2,95 +2,162 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/case_conv.hpp>
-#include <map>
+#include <boost/algorithm/string/trim.hpp>
+#include <fstream>
+
+#include "common/make_error.h"
+#include "filemanagers/Quoting.h"
 
 namespace useragent {
 namespace {
 
-const std::map<std::string, FileManager, std::less<>> kByDesktop{
-    {"gnome", FileManager::nautilus},  {"unity", FileManager::nautilus}, {"budgie", FileManager::nautilus},
-    {"x-cinnamon", FileManager::nemo}, {"cinnamon", FileManager::nemo},  {"mate", FileManager::caja},
-    {"xfce", FileManager::thunar},     {"kde", FileManager::dolphin},
-};
+using std::filesystem::path;
 
-const std::map<std::string, FileManager, std::less<>> kByFolderHandler{
-    {"org.gnome.nautilus.desktop", FileManager::nautilus},
-    {"nautilus.desktop", FileManager::nautilus},
-    {"nautilus-folder-handler.desktop", FileManager::nautilus},
-    {"nemo.desktop", FileManager::nemo},
-    {"caja.desktop", FileManager::caja},
-    {"caja-browser.desktop", FileManager::caja},
-    {"caja-folder-handler.desktop", FileManager::caja},
-    {"thunar.desktop", FileManager::thunar},
-    {"thunar-folder-handler.desktop", FileManager::thunar},
-    {"org.kde.dolphin.desktop", FileManager::dolphin},
-    {"dolphin.desktop", FileManager::dolphin},
-};
+std::string InScript(const path& helper) {
+    return QuotedForShell(helper.native());
+}
 
+std::string InNemoAction(const path& helper) {
+    if (helper.native().find('%') != std::string::npos) {
+        throw cmn::make_error("Nemo cannot start programs from the folder ", helper.parent_path().string(),
+                              ": its name holds a percent sign.");
+    }
+    return Replaced(InScript(helper), "\\", "\\\\");
+}
+
+std::string InThunarAction(const path& helper) {
+    return EscapedForXml(Replaced(InScript(helper), "%", "%%"));
+}
+
+std::string InDesktopFile(const path& helper) {
+    return QuotedForDesktopFile(helper.native());
+}
+
+// In the order of `kFileManagers`.
+constexpr FileManagerFacts kFacts[] = {
+    {"Nautilus", "gnome:unity:budgie",
+     "org.gnome.nautilus.desktop:nautilus.desktop:nautilus-folder-handler.desktop", "nautilus-script",
+     &XdgFolders::dataHome, "nautilus/scripts/Tessarin Properties", true, InScript,
+     "Nautilus shows it in the context menu of a file, under \"Scripts\"."},
+    {"Nemo", "x-cinnamon:cinnamon", "nemo.desktop", "nemo.nemo_action", &XdgFolders::dataHome,
+     "nemo/actions/tessarin-properties.nemo_action", false, InNemoAction,
+     "Nemo shows it in the context menu of a file."},
+    {"Caja", "mate", "caja.desktop:caja-browser.desktop:caja-folder-handler.desktop", "caja-script",
+     &XdgFolders::configHome, "caja/scripts/Tessarin Properties", true, InScript,
+     "Caja shows it in the context menu of a file, under \"Scripts\"."},
+    {"Thunar", "xfce", "thunar.desktop:thunar-folder-handler.desktop", "thunar-action.xml",
+     &XdgFolders::configHome, "Thunar/uca.xml", false, InThunarAction,
+     "Thunar shows it in the context menu of a file, after Thunar was ended (thunar -q) and started again."},
+    // It does not trust a desktop file of the user's that cannot be executed.
+    {"Dolphin", "kde", "org.kde.dolphin.desktop:dolphin.desktop", "dolphin.desktop", &XdgFolders::dataHome,
+     "kio/servicemenus/tessarin-properties.desktop", true, InDesktopFile,
+     "Dolphin shows it in the context menu of a file, perhaps under \"Actions\", in windows that are opened "
+     "from now on."},
+};
+static_assert(std::size(kFacts) == kFileManagers.size());
+
+template <typename Condition>
+std::optional<FileManager> First(Condition isMeant) {
+    const auto* found = std::find_if(kFileManagers.begin(), kFileManagers.end(), isMeant);
+    return found == kFileManagers.end() ? std::nullopt : std::optional(*found);
+}
+
+// The first of the names that is in somebody's list.
 std::optional<FileManager> FirstKnown(const std::vector<std::string>& names,
-                                      const std::map<std::string, FileManager, std::less<>>& known) {
+                                      const char* FileManagerFacts::*list) {
     for (const std::string& name : names) {
-        const auto found = known.find(boost::algorithm::to_lower_copy(name));
-        if (found != known.end()) {
-            return found->second;
+        const auto known = First([&](FileManager manager) {
+            const auto listed = SplitList(FactsOf(manager).*list);
+            return std::find(listed.begin(), listed.end(), boost::algorithm::to_lower_copy(name)) !=
+                   listed.end();
+        });
+        if (known) {
+            return known;
         }
     }
     return std::nullopt;
 }
 
+// The values of the key for folders among the default applications.
+void AddFolderHandlers(const path& file, std::vector<std::string>& handlers) {
+    std::ifstream lines(file);
+    bool ofDefaults = false;
+    for (std::string line; std::getline(lines, line);) {
+        boost::algorithm::trim(line);
+        if (line.starts_with('[')) {
+            ofDefaults = line == "[Default Applications]";
+        }
+        const std::size_t equals = line.find('=');
+        if (!ofDefaults || equals == std::string::npos ||
+            boost::algorithm::trim_copy(line.substr(0, equals)) != "inode/directory") {
+            continue;
+        }
+        std::string values = line.substr(equals + 1);
+        for (std::size_t end = values.find(';'); !values.empty(); end = values.find(';')) {
+            const std::string handler = boost::algorithm::trim_copy(values.substr(0, end));
+            if (!handler.empty()) {
+                handlers.push_back(handler);
+            }
+            values.erase(0, end == std::string::npos ? end : end + 1);
+        }
+    }
+}
+
 }  // namespace
 
-std::string NameOf(FileManager manager) {
-    switch (manager) {
-        case FileManager::nautilus:
-            return "Nautilus";
-        case FileManager::nemo:
-            return "Nemo";
-        case FileManager::caja:
-            return "Caja";
-        case FileManager::thunar:
-            return "Thunar";
-        case FileManager::dolphin:
-            return "Dolphin";
-    }
-    return {};
+const FileManagerFacts& FactsOf(FileManager manager) {
+    return kFacts[static_cast<std::size_t>(manager)];
 }
 
 std::string ProgramOf(FileManager manager) {
-    return boost::algorithm::to_lower_copy(NameOf(manager));
+    return boost::algorithm::to_lower_copy(std::string(FactsOf(manager).name));
 }
 
 std::optional<FileManager> FileManagerNamed(std::string_view name) {
     const std::string program = boost::algorithm::to_lower_copy(std::string(name));
-    const auto* found = std::find_if(kFileManagers.begin(), kFileManagers.end(),
-                                     [&](FileManager manager) { return ProgramOf(manager) == program; });
-    return found == kFileManagers.end() ? std::nullopt : std::optional(*found);
+    return First([&](FileManager manager) { return ProgramOf(manager) == program; });
 }
 
-std::vector<std::string> DesktopNames(std::string_view currentDesktop) {
-    std::vector<std::string> names;
-    while (!currentDesktop.empty()) {
-        const std::size_t end = std::min(currentDesktop.find(':'), currentDesktop.size());
-        if (end > 0) {
-            names.emplace_back(currentDesktop.substr(0, end));
-        }
-        currentDesktop.remove_prefix(std::min(end + 1, currentDesktop.size()));
+std::vector<std::string> FolderHandlers(const XdgFolders& folders,
+                                        const std::vector<std::string>& desktopNames) {
+    std::vector<path> places{folders.configHome};
+    places.insert(places.end(), folders.configFolders.begin(), folders.configFolders.end());
+    places.push_back(folders.dataHome / "applications");
+    for (const path& folder : folders.dataFolders) {
+        places.push_back(folder / "applications");
     }
-    return names;
+    std::vector<std::string> handlers;
+    for (const path& place : places) {
+        if (!place.is_absolute()) {
+            continue;
+        }
+        for (const std::string& name : desktopNames) {
+            AddFolderHandlers(place / (boost::algorithm::to_lower_copy(name) + "-mimeapps.list"), handlers);
+        }
+        AddFolderHandlers(place / "mimeapps.list", handlers);
+    }
+    return handlers;
 }
 
 std::optional<FileManager> ChooseFileManager(const std::vector<std::string>& desktopNames,
                                              const std::vector<std::string>& folderHandlers,
                                              const ProgramLookup& hasProgram) {
-    if (const auto known = FirstKnown(desktopNames, kByDesktop)) {
+    if (const auto known = FirstKnown(desktopNames, &FileManagerFacts::desktops)) {
         return known;
     }
-    if (const auto known = FirstKnown(folderHandlers, kByFolderHandler)) {
+    if (const auto known = FirstKnown(folderHandlers, &FileManagerFacts::folderHandlers)) {
         return known;
     }
-    const auto* found = std::find_if(kFileManagers.begin(), kFileManagers.end(),
-                                     [&](FileManager manager) { return hasProgram(ProgramOf(manager)); });
-    return found == kFileManagers.end() ? std::nullopt : std::optional(*found);
+    return First([&](FileManager manager) { return hasProgram(ProgramOf(manager)); });
+}
+
+std::optional<FileManager> FileManagerOf(const DesktopSession& session) noexcept {
+    try {
+        const std::vector<std::string> names = SplitList(session.currentDesktop);
+        return ChooseFileManager(names, FolderHandlers(session.folders, names), session.hasProgram);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
 }
 
 }  // namespace useragent

@@ -53,7 +53,7 @@ int RunFileManagerCommand(const std::vector<std::string>& arguments, const FileM
         return kFailed;
     }
     const bool isInstalled = entries.isInstalled(*manager);
-    out << NameOf(*manager) << (isInstalled ? ": installed\n" : ": not installed\n");
+    out << FactsOf(*manager).name << (isInstalled ? ": installed\n" : ": not installed\n");
     return action == "status" && !isInstalled ? kNotInstalled : kDone;
 }
 

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "filemanagers/DesktopSession.h"
 #include "filemanagers/FileManagerEntries.h"
 
 namespace useragent {

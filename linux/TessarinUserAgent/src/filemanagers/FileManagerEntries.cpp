@@ -15,52 +15,6 @@ using std::filesystem::path;
 
 constexpr const char* kHelper = "tessarin-properties";
 
-const char* TemplateOf(FileManager manager) {
-    switch (manager) {
-        case FileManager::nautilus:
-            return "nautilus-script";
-        case FileManager::nemo:
-            return "nemo.nemo_action";
-        case FileManager::caja:
-            return "caja-script";
-        case FileManager::thunar:
-            return "thunar-action.xml";
-        case FileManager::dolphin:
-            return "dolphin.desktop";
-    }
-    return "";
-}
-
-// Dolphin does not trust a desktop file of the user's that cannot be executed.
-bool IsExecutable(FileManager manager) {
-    return manager != FileManager::nemo && manager != FileManager::thunar;
-}
-
-// How the path of the helper is written in the entry.
-std::string Written(const path& helper, FileManager manager) {
-    const std::string& text = helper.native();
-    if (std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; })) {
-        throw cmn::make_error("File managers cannot start programs from the folder ",
-                              helper.parent_path().string(), ": its name holds a control character.");
-    }
-    switch (manager) {
-        case FileManager::nautilus:
-        case FileManager::caja:
-            return QuotedForShell(text);
-        case FileManager::nemo:
-            if (text.find('%') != std::string::npos) {
-                throw cmn::make_error("Nemo cannot start programs from the folder ",
-                                      helper.parent_path().string(), ": its name holds a percent sign.");
-            }
-            return Replaced(QuotedForShell(text), "\\", "\\\\");
-        case FileManager::thunar:
-            return EscapedForXml(Replaced(QuotedForShell(text), "%", "%%"));
-        case FileManager::dolphin:
-            return QuotedForDesktopFile(text);
-    }
-    return {};
-}
-
 std::string Template(const path& file) {
     std::optional<std::string> text = ReadUserFile(file);
     if (!text) {
@@ -90,19 +44,7 @@ FileManagerEntries::FileManagerEntries(path templates, XdgFolders folders)
     : templates_(std::move(templates)), folders_(std::move(folders)) {}
 
 path FileManagerEntries::entryFile(FileManager manager) const {
-    switch (manager) {
-        case FileManager::nautilus:
-            return folders_.dataHome / "nautilus/scripts/Tessarin Properties";
-        case FileManager::nemo:
-            return folders_.dataHome / "nemo/actions/tessarin-properties.nemo_action";
-        case FileManager::caja:
-            return folders_.configHome / "caja/scripts/Tessarin Properties";
-        case FileManager::thunar:
-            return folders_.configHome / "Thunar/uca.xml";
-        case FileManager::dolphin:
-            return folders_.dataHome / "kio/servicemenus/tessarin-properties.desktop";
-    }
-    return {};
+    return folders_.*FactsOf(manager).entryFolder / FactsOf(manager).entryFile;
 }
 
 path FileManagerEntries::helperFile() const {
@@ -110,7 +52,13 @@ path FileManagerEntries::helperFile() const {
 }
 
 std::string FileManagerEntries::entryText(FileManager manager) const {
-    return Replaced(Template(templates_ / TemplateOf(manager)), "@HELPER@", Written(helperFile(), manager));
+    const path helper = helperFile();
+    if (std::ranges::any_of(helper.native(), [](unsigned char c) { return c < ' ' || c == 0x7f; })) {
+        throw cmn::make_error("File managers cannot start programs from the folder ",
+                              helper.parent_path().string(), ": its name holds a control character.");
+    }
+    const FileManagerFacts& facts = FactsOf(manager);
+    return Replaced(Template(templates_ / facts.entryTemplate), "@HELPER@", facts.writtenInEntry(helper));
 }
 
 // The list that Thunar uses while the user has none; the user's hides it.
@@ -152,7 +100,7 @@ std::string FileManagerEntries::textWithEntry(FileManager manager) const {
 void FileManagerEntries::install(FileManager manager) const {
     std::vector<FileChange> changes;
     changes.emplace_back(helperFile(), Template(templates_ / kHelper), true);
-    changes.emplace_back(entryFile(manager), textWithEntry(manager), IsExecutable(manager));
+    changes.emplace_back(entryFile(manager), textWithEntry(manager), FactsOf(manager).isEntryExecutable);
     ApplyAll(changes);
 }
 
@@ -166,7 +114,8 @@ bool FileManagerEntries::hasEntry(FileManager manager) const {
 
 bool FileManagerEntries::isInstalled(FileManager manager) const noexcept {
     try {
-        return hasEntry(manager) && (!IsExecutable(manager) || IsExecutableFile(entryFile(manager))) &&
+        return hasEntry(manager) &&
+               (!FactsOf(manager).isEntryExecutable || IsExecutableFile(entryFile(manager))) &&
                IsExecutableFile(helperFile());
     } catch (const std::exception&) {
         return false;

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-#include "filemanagers/DesktopSession.h"
+#include "filemanagers/FileManager.h"
 
 namespace useragent {
 

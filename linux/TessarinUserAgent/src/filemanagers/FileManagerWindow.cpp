@@ -14,28 +14,7 @@ namespace useragent {
 namespace {
 
 QString Name(FileManager manager) {
-    return QString::fromStdString(NameOf(manager));
-}
-
-// Where the entry is found, and from when on.
-QString PlaceOf(FileManager manager) {
-    switch (manager) {
-        case FileManager::nautilus:
-        case FileManager::caja:
-            return QStringLiteral("%1 shows it in the context menu of a file, under \"Scripts\".")
-                .arg(Name(manager));
-        case FileManager::thunar:
-            return QStringLiteral(
-                "Thunar shows it in the context menu of a file, after Thunar was ended (thunar -q) and "
-                "started again.");
-        case FileManager::nemo:
-            return QStringLiteral("Nemo shows it in the context menu of a file.");
-        case FileManager::dolphin:
-            return QStringLiteral(
-                "Dolphin shows it in the context menu of a file, perhaps under \"Actions\", in windows that "
-                "are opened from now on.");
-    }
-    return {};
+    return QString(FactsOf(manager).name);
 }
 
 constexpr int kWidth = 380;
@@ -146,7 +125,7 @@ void FileManagerWindow::refresh() {
     const QString button = isInstalled ? QStringLiteral("&Remove") : QStringLiteral("&Install");
     statusLabel_->setText(isInstalled ? QStringLiteral("The entry is installed.")
                                       : QStringLiteral("The entry is not installed."));
-    placeLabel_->setText(isInstalled ? PlaceOf(manager) : QString());
+    placeLabel_->setText(isInstalled ? QString(FactsOf(manager).place) : QString());
     installButton_->setText(button);
     installButton_->setAccessibleDescription(
         statusLabel_->text() + QLatin1Char(' ') +

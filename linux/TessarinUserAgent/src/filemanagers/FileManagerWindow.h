@@ -3,7 +3,6 @@
 #include <QDialog>
 #include <memory>
 
-#include "filemanagers/DesktopSession.h"
 #include "filemanagers/FileManagerEntries.h"
 
 class QComboBox;

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <memory>
 
-#include "filemanagers/DesktopSession.h"
 #include "filemanagers/FileManagerEntries.h"
 #include "useragent/AppMenu.h"
 

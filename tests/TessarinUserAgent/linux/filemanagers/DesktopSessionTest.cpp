@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "UserHome.h"
-#include "filemanagers/DesktopSession.h"
+#include "permissions/DesktopSession.h"
 
 namespace useragent {
 namespace {

@@ -47,7 +47,7 @@ TEST_F(FileManagerCommandTest, TakesTheNameOfAFileManager) {
     for (const FileManager manager : kFileManagers) {
         EXPECT_EQ(run({"install", ProgramOf(manager)}), 0) << err;
         EXPECT_TRUE(home.entries().isInstalled(manager));
-        EXPECT_EQ(run({"remove", NameOf(manager)}), 0) << err;
+        EXPECT_EQ(run({"remove", FactsOf(manager).name}), 0) << err;
         EXPECT_FALSE(home.entries().isInstalled(manager));
     }
 }

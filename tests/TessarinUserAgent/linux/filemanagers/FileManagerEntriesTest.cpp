@@ -167,7 +167,7 @@ TEST_P(FileManagerEntriesTest, RefusesFoldersThatNoCommandLineCanHold) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FileManagerEntriesTest, testing::ValuesIn(kFileManagers),
-                         [](const auto& manager) { return NameOf(manager.param); });
+                         [](const auto& manager) { return FactsOf(manager.param).name; });
 
 // Those who keep the entry in a file of its own.
 class OwnEntryFileTest : public EntriesTest, public testing::WithParamInterface<FileManager> {};
@@ -185,7 +185,7 @@ TEST_P(OwnEntryFileTest, LeavesAFileOfTheUsersWithThatNameAlone) {
 INSTANTIATE_TEST_SUITE_P(All, OwnEntryFileTest,
                          testing::Values(FileManager::nautilus, FileManager::nemo, FileManager::caja,
                                          FileManager::dolphin),
-                         [](const auto& manager) { return NameOf(manager.param); });
+                         [](const auto& manager) { return FactsOf(manager.param).name; });
 
 }  // namespace
 }  // namespace useragent

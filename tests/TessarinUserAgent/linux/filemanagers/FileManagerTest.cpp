@@ -6,7 +6,7 @@
 namespace useragent {
 
 void PrintTo(FileManager manager, std::ostream* out) {
-    *out << NameOf(manager);
+    *out << FactsOf(manager).name;
 }
 
 namespace {
@@ -51,7 +51,7 @@ TEST(FileManagerTest, IsTheOneOfTheDesktopThenOfTheUsersChoiceThenTheFirstInstal
     };
     for (const Desktop& desktop : desktops) {
         const auto chosen = ChooseFileManager(
-            DesktopNames(desktop.currentDesktop), desktop.folderHandlers, [&](const std::string& name) {
+            SplitList(desktop.currentDesktop), desktop.folderHandlers, [&](const std::string& name) {
                 return std::find(desktop.programs.begin(), desktop.programs.end(), name) !=
                        desktop.programs.end();
             });
@@ -59,16 +59,16 @@ TEST(FileManagerTest, IsTheOneOfTheDesktopThenOfTheUsersChoiceThenTheFirstInstal
     }
 }
 
-TEST(FileManagerTest, SplitsTheNamesOfADesktop) {
-    EXPECT_THAT(DesktopNames(""), IsEmpty());
-    EXPECT_THAT(DesktopNames("GNOME"), ElementsAre("GNOME"));
-    EXPECT_THAT(DesktopNames("ubuntu:GNOME"), ElementsAre("ubuntu", "GNOME"));
-    EXPECT_THAT(DesktopNames(":a::b:"), ElementsAre("a", "b"));
+TEST(FileManagerTest, SplitsLists) {
+    EXPECT_THAT(SplitList(""), IsEmpty());
+    EXPECT_THAT(SplitList("GNOME"), ElementsAre("GNOME"));
+    EXPECT_THAT(SplitList("ubuntu:GNOME"), ElementsAre("ubuntu", "GNOME"));
+    EXPECT_THAT(SplitList(":a::b:"), ElementsAre("a", "b"));
 }
 
 TEST(FileManagerTest, IsFoundByItsNameWhateverTheCase) {
     for (const FileManager manager : kFileManagers) {
-        EXPECT_EQ(FileManagerNamed(NameOf(manager)), manager);
+        EXPECT_EQ(FileManagerNamed(FactsOf(manager).name), manager);
         EXPECT_EQ(FileManagerNamed(ProgramOf(manager)), manager);
     }
     EXPECT_EQ(FileManagerNamed("THUNAR"), FileManager::thunar);

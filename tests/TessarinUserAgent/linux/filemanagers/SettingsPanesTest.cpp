@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "UserHome.h"
-#include "filemanagers/LinuxSettingsPanes.h"
+#include "permissions/LinuxSettingsPanes.h"
 #include "support/WaitFor.h"
 
 namespace useragent {
@@ -30,7 +30,7 @@ const ProgramCall kHelpOnAccessibility{"xdg-open", {"file:///the%20help.html#acc
 std::optional<ProgramCall> Choose(const char* currentDesktop, SettingsTopic topic,
                                   const std::vector<std::string>& programs) {
     return ChooseSettingsProgram(
-        DesktopNames(currentDesktop), topic,
+        SplitList(currentDesktop), topic,
         [&](const std::string& name) {
             return std::find(programs.begin(), programs.end(), name) != programs.end();
         },

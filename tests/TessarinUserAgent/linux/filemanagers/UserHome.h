@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "filemanagers/DesktopSession.h"
 #include "filemanagers/FileManagerEntries.h"
 #include "support/LogCapture.h"
 

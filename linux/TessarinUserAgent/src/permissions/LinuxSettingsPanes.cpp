@@ -1,4 +1,4 @@
-#include "filemanagers/LinuxSettingsPanes.h"
+#include "permissions/LinuxSettingsPanes.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -88,8 +88,8 @@ void LinuxSettingsPanes::openAccessibility() {
 
 void LinuxSettingsPanes::open(SettingsTopic topic) noexcept {
     try {
-        const std::optional<ProgramCall> call = ChooseSettingsProgram(DesktopNames(session_.currentDesktop),
-                                                                      topic, session_.hasProgram, helpPage_);
+        const std::optional<ProgramCall> call =
+            ChooseSettingsProgram(SplitList(session_.currentDesktop), topic, session_.hasProgram, helpPage_);
         if (call) {
             starter_(*call, [call = *call](const std::string& failure) {
                 TLOG_WARN("{} {} -- failed: {}", call.program, fmt::join(call.arguments, " "), failure);

@@ -4,9 +4,8 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
-
-#include "filemanagers/FileManager.h"
 
 namespace useragent {
 
@@ -18,9 +17,12 @@ struct XdgFolders {
     std::vector<std::filesystem::path> configFolders;  // the system's, most important first
 };
 
+// Whether a program of this name can be started.
+using ProgramLookup = std::function<bool(const std::string& name)>;
+
 // What is known of the desktop that the user sits at.
 struct DesktopSession {
-    std::string currentDesktop;  // XDG_CURRENT_DESKTOP
+    std::string currentDesktop;  // XDG_CURRENT_DESKTOP: a list, most specific first
     XdgFolders folders;
     ProgramLookup hasProgram;
 };
@@ -32,11 +34,7 @@ XdgFolders XdgFoldersFrom(const EnvironmentLookup& environment);
 // Of this process. The lookup reads PATH anew each time.
 DesktopSession CurrentDesktopSession();
 
-// The desktop files that the user and the system chose for opening folders, most important first.
-std::vector<std::string> FolderHandlers(const XdgFolders& folders,
-                                        const std::vector<std::string>& desktopNames);
-
-// The file manager of this desktop. Only looks at files; never throws.
-std::optional<FileManager> FileManagerOf(const DesktopSession& session) noexcept;
+// The parts of a list like XDG_CURRENT_DESKTOP, which are separated by colons; no empty ones.
+std::vector<std::string> SplitList(std::string_view list);
 
 }  // namespace useragent

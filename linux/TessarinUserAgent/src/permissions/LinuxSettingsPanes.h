@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "filemanagers/DesktopSession.h"
+#include "permissions/DesktopSession.h"
 #include "useragent/AppMenu.h"
 
 namespace useragent {
