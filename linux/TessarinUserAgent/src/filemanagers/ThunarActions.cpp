@@ -2,8 +2,6 @@
 
 #include <QString>
 #include <QXmlStreamReader>
-#include <boost/algorithm/string/trim.hpp>
-#include <optional>
 #include <vector>
 
 #include "common/make_error.h"
@@ -12,36 +10,79 @@
 namespace useragent::thunar {
 namespace {
 
-constexpr std::string_view kMakerMark = "<!-- Tessarin made this file. -->";
+constexpr const char* kMakerMark = "<!-- Tessarin made this file. -->";
+constexpr const char* kByteOrderMark = "\xEF\xBB\xBF";
+constexpr int kActionDepth = 2;
 
-// A part of the text, in bytes.
+// A part of the text.
 struct Range {
-    std::size_t begin = 0;
-    std::size_t end = 0;
+    qsizetype begin = 0;
+    qsizetype end = 0;
+    qsizetype size() const { return end - begin; }
 };
 
 struct List {
-    Range root;                    // the opening tag
-    bool rootIsEmptyTag = false;   // <actions/>
-    std::size_t lastChildEnd = 0;  // where a further action goes
-    std::vector<Range> ours;       // whole elements
+    QString text;
+    std::string byteOrderMark;    // in front of it
+    bool rootIsEmptyTag = false;  // <actions/>
+    Range root;                   // the opening tag
+    qsizetype lastChildEnd = 0;   // where a further action goes
+    std::vector<Range> ours;      // whole elements
+
+    std::string written() const { return byteOrderMark + text.toStdString(); }
 };
 
-void CheckWellFormed(std::string_view text) {
+QString Decoded(std::string_view text) {
+    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+List Read(std::string_view bytes) {
     // Thunar reads nothing but UTF-8, whatever the file declares.
-    if (!cmn::IsValidUtf8(text)) {
+    if (!cmn::IsValidUtf8(bytes)) {
         throw cmn::make_error(" is not UTF-8 text, which Thunar cannot read, and was left alone.");
     }
-    QXmlStreamReader reader(QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())));
+    List list;
+    list.text = Decoded(bytes);
+    list.byteOrderMark = bytes.starts_with(kByteOrderMark) ? kByteOrderMark : "";
+    QXmlStreamReader reader(list.text);
     bool isList = false;
-    for (bool first = true; !reader.atEnd();) {
+    bool isOurs = false;
+    int depth = 0;
+    Range child;
+    qsizetype idBegin = 0;
+    while (!reader.atEnd()) {
         const auto token = reader.readNext();
+        // The end is exact; the reader may have looked beyond the beginning before. A tag has but one "<".
+        const qsizetype end = reader.characterOffset();
+        const auto begin = [&] { return list.text.lastIndexOf(QLatin1Char('<'), end - 1); };
         if (token == QXmlStreamReader::DTD) {
             throw cmn::make_error(" has a document type, which Thunar's lists have not, and was left alone.");
         }
-        if (token == QXmlStreamReader::StartElement && first) {
-            isList = reader.name() == QLatin1String("actions");
-            first = false;
+        if (token == QXmlStreamReader::StartElement) {
+            ++depth;
+            if (depth == 1) {
+                isList = reader.name() == QLatin1String("actions");
+                list.root = {begin(), end};
+                list.lastChildEnd = end;
+            } else if (depth == kActionDepth) {
+                child.begin = begin();
+                isOurs = false;
+            }
+            idBegin = end;
+        } else if (token == QXmlStreamReader::EndElement) {
+            if (depth == 1) {
+                list.rootIsEmptyTag = end == list.root.end;
+            } else if (depth == kActionDepth) {
+                child.end = list.lastChildEnd = end;
+                if (isOurs && reader.qualifiedName() == QLatin1String("action")) {
+                    list.ours.push_back(child);
+                }
+            } else if (depth == kActionDepth + 1 && end > idBegin &&
+                       reader.qualifiedName() == QLatin1String("unique-id")) {
+                const QStringView id = QStringView(list.text).mid(idBegin, begin() - idBegin);
+                isOurs = isOurs || id.trimmed() == QLatin1String(kUniqueId);
+            }
+            --depth;
         }
     }
     if (reader.hasError()) {
@@ -51,95 +92,12 @@ void CheckWellFormed(std::string_view text) {
     if (!isList) {
         throw cmn::make_error(" is not a list of Thunar's actions and was left alone.");
     }
-}
-
-struct Tag {
-    Range range;
-    std::string_view name;
-    enum class Kind { opening, closing, empty } kind = Kind::opening;
-};
-
-// The next tag from `position` on, in well-formed text without a document type.
-std::optional<Tag> NextTag(std::string_view text, std::size_t position) {
-    const auto skip = [&](std::string_view opening, std::string_view closing) {
-        if (!text.substr(position).starts_with(opening)) {
-            return false;
-        }
-        position = text.find(closing, position + opening.size()) + closing.size();
-        return true;
-    };
-    while ((position = text.find('<', position)) != std::string_view::npos) {
-        if (skip("<!--", "-->") || skip("<![CDATA[", "]]>") || skip("<?", "?>")) {
-            continue;
-        }
-        Tag tag;
-        tag.range.begin = position;
-        char quote = '\0';
-        for (++position; quote != '\0' || text[position] != '>'; ++position) {
-            if (quote == '\0' && (text[position] == '"' || text[position] == '\'')) {
-                quote = text[position];
-            } else if (text[position] == quote) {
-                quote = '\0';
-            }
-        }
-        tag.range.end = position + 1;
-        std::string_view inner = text.substr(tag.range.begin + 1, position - tag.range.begin - 1);
-        if (inner.starts_with('/')) {
-            tag.kind = Tag::Kind::closing;
-            inner.remove_prefix(1);
-        } else if (inner.ends_with('/')) {
-            tag.kind = Tag::Kind::empty;
-            inner.remove_suffix(1);
-        }
-        tag.name = inner.substr(0, inner.find_first_of(" \t\r\n"));
-        return tag;
-    }
-    return std::nullopt;
-}
-
-List Read(std::string_view text) {
-    CheckWellFormed(text);
-    constexpr std::size_t kActionDepth = 2;
-    List list;
-    std::size_t depth = 0;
-    Range child;
-    std::size_t idBegin = 0;
-    bool isOurs = false;
-    for (auto tag = NextTag(text, 0); tag; tag = NextTag(text, tag->range.end)) {
-        if (tag->kind != Tag::Kind::closing) {
-            ++depth;
-            if (depth == 1) {
-                list.root = tag->range;
-                list.rootIsEmptyTag = tag->kind == Tag::Kind::empty;
-                list.lastChildEnd = tag->range.end;
-            } else if (depth == kActionDepth) {
-                child = tag->range;
-                isOurs = false;
-            }
-            idBegin = tag->range.end;
-        }
-        if (tag->kind == Tag::Kind::opening) {
-            continue;
-        }
-        if (tag->kind == Tag::Kind::closing && depth == kActionDepth + 1 && tag->name == "unique-id") {
-            const std::string_view id = text.substr(idBegin, tag->range.begin - idBegin);
-            isOurs = isOurs || boost::algorithm::trim_copy(std::string(id)) == kUniqueId;
-        }
-        if (depth == kActionDepth) {
-            child.end = tag->range.end;
-            list.lastChildEnd = child.end;
-            if (isOurs && tag->name == "action") {
-                list.ours.push_back(child);
-            }
-        }
-        --depth;
-    }
     return list;
 }
 
 // What decides whether an action does the same as another.
-QString CommandOf(std::string_view action) {
-    QXmlStreamReader reader(QString::fromUtf8(action.data(), static_cast<qsizetype>(action.size())));
+QString CommandOf(const QString& action) {
+    QXmlStreamReader reader(action);
     while (!reader.atEnd()) {
         if (reader.readNext() == QXmlStreamReader::StartElement &&
             reader.name() == QLatin1String("command")) {
@@ -149,43 +107,37 @@ QString CommandOf(std::string_view action) {
     return {};
 }
 
-std::string_view Part(std::string_view text, Range range) {
-    return text.substr(range.begin, range.end - range.begin);
-}
-
 }  // namespace
 
-bool HasAction(std::string_view list) {
-    return !Read(list).ours.empty();
+bool HasAction(std::string_view text) {
+    return !Read(text).ours.empty();
 }
 
-std::string WithAction(std::string_view list, std::string_view action) {
-    const List parts = Read(list);
-    std::string text(list);
-    if (!parts.ours.empty()) {
-        const Range present = parts.ours.front();
+std::string WithAction(std::string_view text, std::string_view action) {
+    List list = Read(text);
+    const QString added = Decoded(action);
+    if (!list.ours.empty()) {
+        const Range present = list.ours.front();
         // The user may have given it another icon or a shortcut.
-        if (CommandOf(Part(list, present)) != CommandOf(action)) {
-            text.replace(present.begin, present.end - present.begin, action);
+        if (CommandOf(list.text.mid(present.begin, present.size())) != CommandOf(added)) {
+            list.text.replace(present.begin, present.size(), added);
         }
-    } else if (parts.rootIsEmptyTag) {
-        const std::size_t slash = text.rfind('/', parts.root.end);
-        text.replace(slash, parts.root.end - slash, ">\n" + std::string(action) + "\n</actions>");
+    } else if (list.rootIsEmptyTag) {
+        const qsizetype slash = list.text.lastIndexOf(QLatin1Char('/'), list.root.end - 1);
+        list.text.replace(slash, list.root.end - slash, ">\n" + added + "\n</actions>");
     } else {
-        text.insert(parts.lastChildEnd, "\n" + std::string(action));
+        list.text.insert(list.lastChildEnd, "\n" + added);
     }
-    return text;
+    return list.written();
 }
 
-std::string WithoutAction(std::string_view list) {
-    const List parts = Read(list);
-    std::string text(list);
-    for (auto ours = parts.ours.rbegin(); ours != parts.ours.rend(); ++ours) {
-        const bool hasOwnLine = ours->begin > 0 && text[ours->begin - 1] == '\n';
-        const std::size_t begin = ours->begin - (hasOwnLine ? 1 : 0);
-        text.erase(begin, ours->end - begin);
+std::string WithoutAction(std::string_view text) {
+    List list = Read(text);
+    for (auto ours = list.ours.rbegin(); ours != list.ours.rend(); ++ours) {
+        const bool hasOwnLine = ours->begin > 0 && list.text[ours->begin - 1] == QLatin1Char('\n');
+        list.text.remove(ours->begin - (hasOwnLine ? 1 : 0), ours->size() + (hasOwnLine ? 1 : 0));
     }
-    return text;
+    return list.written();
 }
 
 std::string MarkedAsMaker(std::string_view action) {
@@ -193,10 +145,11 @@ std::string MarkedAsMaker(std::string_view action) {
     return marked.insert(marked.find('>') + 1, "\n\t" + std::string(kMakerMark));
 }
 
-bool IsMadeByUs(std::string_view list) {
-    const List parts = Read(list);
-    return parts.ours.size() == 1 &&
-           Part(list, parts.ours.front()).find(kMakerMark) != std::string_view::npos;
+bool IsMadeByUs(std::string_view text) {
+    const List list = Read(text);
+    return list.ours.size() == 1 && QStringView(list.text)
+                                        .mid(list.ours.front().begin, list.ours.front().size())
+                                        .contains(QLatin1String(kMakerMark));
 }
 
 }  // namespace useragent::thunar
