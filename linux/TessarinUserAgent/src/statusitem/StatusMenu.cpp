@@ -2,18 +2,62 @@
 
 #include <QAction>
 #include <QMenu>
+#include <QPalette>
 #include <QString>
+#include <QStyleOptionMenuItem>
 #include <QVariant>
+#include <exception>
 #include <string>
 #include <utility>
 
-#include "statusitem/Callbacks.h"
-#include "statusitem/DrawnMenu.h"
+#include "common/log.h"
 #include "statusitem/StatusIcons.h"
 #include "useragent/DisplayText.h"
 
 namespace useragent {
 namespace {
+
+// The property of an action whose title is drawn red.
+constexpr const char* kRedTitle = "tessarinRedTitle";
+
+// Both stand out from their background by at least the 4.5 to 1 that readable text needs.
+const QColor kRedOnLight(0xc0, 0x10, 0x18);
+const QColor kRedOnDark(0xff, 0x80, 0x80);
+
+// A menu that we draw ourselves, not the desktop's panel: it can show titles in red.
+class DrawnMenu : public QMenu {
+ protected:
+    void initStyleOption(QStyleOptionMenuItem* option, const QAction* action) const override {
+        QMenu::initStyleOption(option, action);
+        if (option == nullptr || action == nullptr || !action->property(kRedTitle).toBool()) {
+            return;
+        }
+        const bool isDark = option->palette.color(QPalette::Window).lightness() < 128;
+        const QColor red = isDark ? kRedOnDark : kRedOnLight;
+        // Styles differ in which of them they draw a title with. The colour of a selected one stays: red on
+        // the colour of the selection could not be read.
+        for (const QPalette::ColorRole role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText}) {
+            option->palette.setColor(QPalette::Active, role, red);
+            option->palette.setColor(QPalette::Inactive, role, red);
+        }
+    }
+};
+
+// Calls what the toolkit is to call, from which nothing may be thrown.
+void CallNoThrow(const std::function<void()>& callback) noexcept {
+    try {
+        // A callback may replace itself where it is kept.
+        std::function<void()> kept;
+        kept = callback;
+        if (kept) {
+            kept();
+        }
+    } catch (const std::exception& error) {
+        TLOG_ERROR("The status menu -- failed: {}", error.what());
+    } catch (...) {
+        TLOG_ERROR("The status menu -- failed");
+    }
+}
 
 // An ampersand would be taken for the mark of a keyboard shortcut.
 QString PlainTitle(const std::string& title) {

@@ -1,11 +1,15 @@
 #pragma once
 
+#include <QObject>
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "statusitem/SessionBus.h"
 #include "statusitem/StatusMenu.h"
+#include "statusitem/TrayHosts.h"
+#include "statusitem/TrayIcon.h"
 #include "useragent/AppDelegate.h"
 
 namespace useragent {
@@ -29,13 +33,30 @@ class TrayStatusItem : public StatusItem {
     TrayStatusItem& operator=(const TrayStatusItem&) = delete;
 
     void setImage(StatusImage image) override;
-    void setMenu(const MenuItems& items) override;
+    void setMenu(const MenuItems& items) override { menu_->setItems(items); }
     void setVisible(bool visible) override;
 
  private:
-    class Tray;
+    // Status areas call the icon, and what they call may change what is to be shown; so icons are made and
+    // destroyed between such calls only.
+    void settleLater();
+    void settle();
+    void hostAnswered(TrayRoad road);
+    void enter(TrayRoad road, bool isNew);
+    void leave();
+    bool menuIsOpen() const;
 
-    const std::unique_ptr<Tray> tray_;
+    const SessionBusPlace bus_;
+    const std::shared_ptr<StatusMenu> menu_;
+    const std::chrono::milliseconds longestMenu_;
+    QObject context_;  // of what is called later: nothing is after its end
+    TrayHosts hosts_;
+    StatusImage image_ = StatusImage::menuIcon;
+    bool visible_ = true;
+    bool willSettle_ = false;
+    std::optional<TrayRoad> road_;      // of the last answer
+    std::optional<TrayRoad> iconRoad_;  // of the icon
+    std::unique_ptr<TrayIcon> icon_;
 };
 
 }  // namespace useragent
