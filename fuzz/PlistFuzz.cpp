@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "common/utf8.h"
-#include "impl_linux/PropertyList.h"
+#include "impl_linux/property_list.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);

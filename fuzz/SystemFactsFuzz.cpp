@@ -4,7 +4,8 @@
 #include <string_view>
 
 #include "common/utf8.h"
-#include "impl_linux/SystemFacts.h"
+#include "impl_linux/machine.h"
+#include "impl_linux/process.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);

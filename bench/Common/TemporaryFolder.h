@@ -4,7 +4,7 @@
 #include <string>
 #include <system_error>
 
-#include "common/fs.h"
+#include "common/stamps.h"
 
 namespace bench {
 

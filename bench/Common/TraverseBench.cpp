@@ -13,6 +13,7 @@
 #include "TemporaryFolder.h"
 #include "common/fs.h"
 #include "common/log.h"
+#include "common/traverse.h"
 
 namespace {
 

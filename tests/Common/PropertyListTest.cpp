@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "impl_linux/PropertyList.h"
+#include "impl_linux/property_list.h"
 
 namespace {
 

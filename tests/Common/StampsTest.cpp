@@ -6,7 +6,7 @@
 #include <set>
 #include <string>
 
-#include "common/fs.h"
+#include "common/stamps.h"
 
 namespace {
 

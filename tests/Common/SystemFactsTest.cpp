@@ -3,7 +3,8 @@
 #include <optional>
 #include <string>
 
-#include "impl_linux/SystemFacts.h"
+#include "impl_linux/machine.h"
+#include "impl_linux/process.h"
 
 namespace {
 

@@ -11,9 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "FolderWalk.h"
 #include "OwnProcess.h"
 #include "common/fs.h"
-#include "folder_walk.h"
+#include "common/traverse.h"
 #include "support/LogCapture.h"
 
 namespace {

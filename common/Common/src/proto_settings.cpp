@@ -3,15 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <boost/algorithm/string/predicate.hpp>
-#include <locale>
 #include <mutex>
 #include <utility>
 
 #include "common/SystemUtils.h"
 #include "common/exceptions.h"
-#include "common/fs.h"
 #include "common/settings_json.h"
+#include "common/stamps.h"
 #include "settings_file.h"
 
 namespace cmn::proto {
@@ -44,14 +42,6 @@ TSettingsProduct& FindProduct(TSettings& settings, std::string_view name) {
 }
 
 }  // namespace
-
-std::string NativeNameOf(const std::filesystem::path& module) {
-    constexpr std::string_view kHostSuffix = ".vshost";
-    auto name = module.stem().string();
-    if (boost::algorithm::iends_with(name, kHostSuffix, std::locale::classic()))
-        name.resize(name.size() - kHostSuffix.size());
-    return name;
-}
 
 TSettings LoadSettings(const std::filesystem::path& path) {
     return LoadSettingsWith(path, [](const std::filesystem::path& file) {

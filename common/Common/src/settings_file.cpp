@@ -1,7 +1,9 @@
 #include "settings_file.h"
 
+#include <boost/algorithm/string/predicate.hpp>
 #include <boost/interprocess/exceptions.hpp>
 #include <exception>
+#include <locale>
 #include <mutex>
 #include <string_view>
 #include <system_error>
@@ -136,6 +138,14 @@ void SettingsFile::instance(const std::map<std::string, std::string>& values) co
         throw_with_trace(
             make_error("[InstanceSettings] Can't ", step, " (", path_.string(), ") Error: ", e.what()));
     }
+}
+
+std::string NativeNameOf(const std::filesystem::path& module) {
+    constexpr std::string_view kHostSuffix = ".vshost";
+    auto name = module.stem().string();
+    if (boost::algorithm::iends_with(name, kHostSuffix, std::locale::classic()))
+        name.resize(name.size() - kHostSuffix.size());
+    return name;
 }
 
 }  // namespace cmn::proto

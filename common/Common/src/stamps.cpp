@@ -1,11 +1,11 @@
+#include "common/stamps.h"
+
 #include <fmt/chrono.h>
 
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid.hpp>
 #include <boost/uuid/uuid_io.hpp>
 #include <chrono>
-
-#include "common/fs.h"
 
 namespace cmn {
 

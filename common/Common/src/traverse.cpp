@@ -1,3 +1,5 @@
+#include "common/traverse.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -5,10 +7,10 @@
 #include <string_view>
 #include <system_error>
 
+#include "FolderWalk.h"
 #include "common/fs.h"
 #include "common/log.h"
 #include "common/utf8.h"
-#include "folder_walk.h"
 
 namespace cmn {
 

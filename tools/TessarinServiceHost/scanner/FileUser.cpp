@@ -17,7 +17,7 @@
 
 #include "common/exceptions.h"
 #include "common/log.h"
-#include "impl_posix/UserDatabase.h"
+#include "impl_posix/user_database.h"
 
 namespace host {
 

@@ -9,42 +9,53 @@
 #include <thread>
 #include <vector>
 
-// Questions to the machine and its user. Each platform has its own body. All functions may be called from any
+// Questions to the running system. Each platform has its own bodies. All functions may be called from any
 // thread; texts are UTF-8, and an empty text means that the question could not be answered.
 namespace cmn {
 
+// Users.
+
 using UserId = std::uint32_t;
 
-int GetPID();
 std::optional<UserId> GetUIDByName(const std::string& name);
+// The user at the console.
+std::string GetCurrentUserName();
+// That user's home folder.
+std::string GetInstallationUserHomePath();
+// The first user, in the order of "ls", whose home folder holds the agent's start file.
+std::string GetInstalledUserName();
+// The folder that holds the users' home folders.
+std::string GetUsersRoot();
+
+// The machine.
+
 std::string GetHostName();
 // Twelve upper-case hexadecimal digits; zeros when there is no primary interface.
 std::string GetMACAddress();
-// The first user, in the order of "ls", whose home folder holds the agent's start file.
-std::string GetInstalledUserName();
-// The user at the console.
-std::string GetCurrentUserName();
 // Name, version and, in brackets, the processor architecture ("?" when unknown).
 std::string GetOSName();
-std::string GetProcessPathForPID(unsigned int pid);
+// Folder of the data that outlives an installation.
+std::string GetPersistPath();
+bool IsFullDiskAccessGranted();
+// One line in the system's own log.
+void SystemLog(std::string_view message);
 
+// The application bundle.
+
+// "CFBundleShortVersionString" of the one that the program runs in.
+std::optional<std::string> GetBundleShortVersion();
+// The folder that holds the program: the one around its application bundle, else the one around the
+// executable.
+std::string GetSharedPath();
+
+// Processes.
+
+int GetPID();
+std::string GetProcessPathForPID(unsigned int pid);
 // Path of the running program; asked once, then remembered.
 std::string GetCurrentExecutablePath();
 // Path of the module this code runs in: the program itself.
 std::string GetModuleName();
-// "CFBundleShortVersionString" of the application bundle the program runs in.
-std::optional<std::string> GetBundleShortVersion();
-// Home folder of the user at the console.
-std::string GetInstallationUserHomePath();
-// The folder that holds the program: the one around its application bundle, else the one around the
-// executable.
-std::string GetSharedPath();
-// Folder of the data that outlives an installation.
-std::string GetPersistPath();
-// The folder that holds the users' home folders.
-std::string GetUsersRoot();
-
-bool IsFullDiskAccessGranted();
 
 // Runs a program to its end and returns what it wrote to its standard output and error streams ("" when that
 // is not UTF-8). Of this process's descriptors it gets the standard ones alone. A status other than 0 is
@@ -62,8 +73,5 @@ bool IsOnMainThread();
 
 // Local calendar time; empty when the time has none.
 std::optional<std::tm> GetLocalTime(std::time_t time);
-
-// One line in the system's own log.
-void SystemLog(std::string_view message);
 
 }  // namespace cmn

@@ -1,11 +1,8 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -42,24 +39,5 @@ std::uint64_t CalcPathHash(const std::filesystem::path& path);
 // purpose: the folder /a/b holds /a/bc/file too.
 bool IsFileInDir(const std::filesystem::path& file, const std::filesystem::path& dir);
 bool IsFileInDirs(const std::filesystem::path& file, const std::vector<std::filesystem::path>& dirs);
-
-// Calls back for every regular file below `root` that is in none of `skipFolders` and whose path ends,
-// whatever the case, with one of `extensions` (every file when that is empty). Ends when `keepRunning` turns
-// false. Holds few descriptors however deep the folders lie. Never throws: errors, also those of the
-// callback, are logged.
-void TraverseDirectoryNoThrow(const std::filesystem::path& root,
-                              const std::function<void(const std::filesystem::path&)>& callback,
-                              const std::atomic<bool>& keepRunning,
-                              const std::vector<std::filesystem::path>& skipFolders,
-                              const std::set<std::string>& extensions) noexcept;
-void TraverseDirectoryNoThrow(const std::filesystem::path& root,
-                              const std::function<void(const std::filesystem::path&)>& callback) noexcept;
-
-// A random UUID, 36 lower-case characters with hyphens.
-std::string MakeUUID();
-// Microseconds since 1970, in decimal.
-std::string GetTimeStamp();
-// The current UTC time as "month-day-year hours:minutes:seconds".
-std::string GetCurrentDateTime();
 
 }  // namespace cmn

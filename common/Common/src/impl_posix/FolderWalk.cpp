@@ -1,3 +1,5 @@
+#include "FolderWalk.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -6,8 +8,6 @@
 #include <cerrno>
 #include <string>
 #include <utility>
-
-#include "folder_walk.h"
 
 namespace cmn {
 

@@ -1,15 +1,28 @@
-#include "impl_linux/SystemFacts.h"
+#include "impl_linux/machine.h"
+
+#include <dirent.h>
+#include <sys/utsname.h>
+#include <syslog.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdint>
+#include <fstream>
 #include <map>
 #include <sstream>
+#include <utility>
+
+#include "common/SystemUtils.h"
 
 namespace cmn {
 
 namespace {
 
+constexpr auto kPersistPath = "/var/opt/tessarin";
+constexpr auto kFullDiskAccessProbe = "/root";
+constexpr std::size_t kMaxTextFile = 1 << 20;
 constexpr std::uint32_t kRouteUp = 0x0001;
 constexpr std::uint32_t kRouteReject = 0x0200;
 
@@ -143,11 +156,78 @@ std::string FormatOSName(std::string_view osRelease, std::string_view machine) {
     return name + " (" + std::string(machine.empty() ? "?" : machine) + ")";
 }
 
-std::string StripDeletedMark(std::string path) {
-    constexpr std::string_view kMark = " (deleted)";
-    if (path.ends_with(kMark))
-        path.resize(path.size() - kMark.size());
-    return path;
+std::optional<std::string> ReadText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return std::nullopt;
+    std::string text(kMaxTextFile, '\0');
+    in.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if (in.bad())
+        return std::nullopt;
+    text.resize(static_cast<std::size_t>(in.gcount()));
+    return text;
+}
+
+std::string MACAddressBelow(const std::string& root) {
+    const auto routes = ReadText(root + "/proc/net/route");
+    if (!routes)
+        return {};
+    auto interfaces = DefaultRouteInterfaces(*routes);
+    for (auto& interface : DefaultRouteInterfacesV6(ReadText(root + "/proc/net/ipv6_route").value_or("")))
+        interfaces.push_back(std::move(interface));
+    auto none = FormatMACAddress("");
+    for (const auto& interface : interfaces) {
+        std::string file = root + "/sys/class/net/";
+        file.append(interface).append("/address");
+        auto address = FormatMACAddress(ReadText(file).value_or(""));
+        if (address != none)
+            return address;
+    }
+    return none;
+}
+
+std::string OSNameBelow(const std::string& root, std::string_view machine) {
+    auto release = ReadText(root + "/etc/os-release");
+    if (!release)
+        release = ReadText(root + "/usr/lib/os-release");
+    return FormatOSName(release.value_or(""), machine);
+}
+
+bool CanListFolder(const std::string& path) {
+    DIR* folder = opendir(path.c_str());
+    if (folder == nullptr)
+        return false;
+    errno = 0;
+    const bool listed = readdir(folder) != nullptr || errno == 0;
+    closedir(folder);
+    return listed;
+}
+
+std::string GetHostName() {
+    std::array<char, 256> name{};
+    return gethostname(name.data(), name.size() - 1) == 0 ? std::string(name.data()) : std::string();
+}
+
+std::string GetMACAddress() {
+    return MACAddressBelow("");
+}
+
+std::string GetOSName() {
+    utsname system{};
+    const bool known = uname(&system) == 0;
+    return OSNameBelow("", known ? system.machine : "");
+}
+
+std::string GetPersistPath() {
+    return kPersistPath;
+}
+
+bool IsFullDiskAccessGranted() {
+    return CanListFolder(kFullDiskAccessProbe);
+}
+
+void SystemLog(std::string_view message) {
+    syslog(LOG_USER | LOG_NOTICE, "%.*s", static_cast<int>(message.size()), message.data());
 }
 
 }  // namespace cmn

@@ -3,9 +3,7 @@
 #include <mutex>
 
 #include "common/SystemUtils.h"
-#include "impl_posix/UserDatabase.h"
 
-// The answers that are the same on every POSIX system.
 namespace cmn {
 
 namespace {
@@ -17,11 +15,6 @@ const std::thread::id g_mainThreadId = std::this_thread::get_id();
 
 int GetPID() {
     return getpid();
-}
-
-std::optional<UserId> GetUIDByName(const std::string& name) {
-    const auto user = FindUser(name);
-    return user ? std::optional(user->id) : std::nullopt;
 }
 
 std::string GetCurrentExecutablePath() {

@@ -1,9 +1,9 @@
+#include "fatal_signals.h"
+
 #include <poll.h>
 
 #include <array>
 #include <csignal>
-
-#include "fatal_signals.h"
 
 namespace cmn {
 

@@ -1,14 +1,19 @@
-#include "impl_linux/ConsoleUser.h"
-
 #include <systemd/sd-login.h>
 
 #include <cstdlib>
 #include <memory>
 #include <string_view>
 
+#include "common/SystemUtils.h"
+#include "impl_posix/user_database.h"
+#include "installed_user.h"
+
 namespace cmn {
 
 namespace {
+
+constexpr auto kUsersRoot = "/home";
+constexpr auto kAgentStartFile = ".config/autostart/com.tessarin.UserAgent.desktop";
 
 struct Free {
     void operator()(char* text) const { std::free(text); }
@@ -23,8 +28,8 @@ bool IsLoginScreen(const char* session) {
     return known && std::string_view(kind) == "greeter";
 }
 
-}  // namespace
-
+// The user whose session is in front at the first seat, by logind. Empty when nobody is logged in there. Does
+// not wait.
 std::optional<UserEntry> ConsoleUser() {
     char* session = nullptr;
     uid_t user = 0;
@@ -33,6 +38,26 @@ std::optional<UserEntry> ConsoleUser() {
     if (!active || IsLoginScreen(session))
         return std::nullopt;
     return FindUser(user);
+}
+
+}  // namespace
+
+std::string GetInstalledUserName() {
+    return InstalledUserBelow(kUsersRoot, kAgentStartFile);
+}
+
+std::string GetCurrentUserName() {
+    const auto user = ConsoleUser();
+    return user ? user->name : std::string();
+}
+
+std::string GetInstallationUserHomePath() {
+    const auto user = ConsoleUser();
+    return user ? user->home : std::string();
+}
+
+std::string GetUsersRoot() {
+    return kUsersRoot;
 }
 
 }  // namespace cmn

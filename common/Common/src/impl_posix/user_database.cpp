@@ -1,4 +1,4 @@
-#include "impl_posix/UserDatabase.h"
+#include "impl_posix/user_database.h"
 
 #include <pwd.h>
 
@@ -37,6 +37,11 @@ std::optional<UserEntry> FindUser(UserId id) {
     return Find([&](passwd* entry, char* buffer, std::size_t size, passwd** found) {
         return getpwuid_r(id, entry, buffer, size, found);
     });
+}
+
+std::optional<UserId> GetUIDByName(const std::string& name) {
+    const auto user = FindUser(name);
+    return user ? std::optional(user->id) : std::nullopt;
 }
 
 }  // namespace cmn

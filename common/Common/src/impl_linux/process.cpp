@@ -1,3 +1,5 @@
+#include "impl_linux/process.h"
+
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -164,6 +166,20 @@ std::string ExecProcess(const std::string& path, const std::vector<std::string>&
         output.clear();
     ReportExecProcess(path, arguments, status, output, logFailures);
     return output;
+}
+
+std::string StripDeletedMark(std::string path) {
+    constexpr std::string_view kMark = " (deleted)";
+    if (path.ends_with(kMark))
+        path.resize(path.size() - kMark.size());
+    return path;
+}
+
+std::string GetProcessPathForPID(unsigned int pid) {
+    std::array<char, 4096> path{};
+    const auto link = "/proc/" + std::to_string(pid) + "/exe";
+    const auto length = readlink(link.c_str(), path.data(), path.size());
+    return length < 1 ? std::string() : StripDeletedMark({path.data(), static_cast<std::size_t>(length)});
 }
 
 }  // namespace cmn

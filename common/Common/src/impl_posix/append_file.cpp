@@ -1,10 +1,10 @@
+#include "append_file.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-
-#include "append_file.h"
 
 namespace cmn {
 

@@ -5,8 +5,10 @@
 #include <string_view>
 #include <vector>
 
-// What the kernel's and the distribution's text files say. Pure functions of the text.
+// What the kernel's and the distribution's files say of the machine.
 namespace cmn {
+
+// Pure functions of the text.
 
 // Value of `name` in lines "name=value", where the value may be quoted as in a shell (os-release).
 std::optional<std::string> FindAssignment(std::string_view text, std::string_view name);
@@ -24,7 +26,19 @@ std::string FormatMACAddress(std::string_view address);
 // machine.
 std::string FormatOSName(std::string_view osRelease, std::string_view machine);
 
-// What /proc/{pid}/exe points to, without the mark of a program file that was replaced while it runs.
-std::string StripDeletedMark(std::string path);
+// The questions to the system that go by files, with the folder they begin at given from outside.
+
+// The first mebibyte of a file, empty when it cannot be read.
+std::optional<std::string> ReadText(const std::string& path);
+
+// Address of the interface that the best default route goes through among those that have one (a tunnel has
+// none), in the folder that holds "proc" and "sys". "" without a table of routes, zeros without such a route.
+std::string MACAddressBelow(const std::string& root);
+
+// The system's name for `machine`, by the os-release file below "etc", else the one below "usr/lib".
+std::string OSNameBelow(const std::string& root, std::string_view machine);
+
+// Whether the folder can be opened and read.
+bool CanListFolder(const std::string& path);
 
 }  // namespace cmn

@@ -1,4 +1,4 @@
-#include "impl_linux/PropertyList.h"
+#include "impl_linux/property_list.h"
 
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>
