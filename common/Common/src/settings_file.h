@@ -38,7 +38,7 @@ class SettingsFile {
     explicit SettingsFile(std::filesystem::path path, SettingsClock clock = SystemSettingsClock(),
                           Open open = OpenLockedFile);
 
-    // As SaveSettings and InstanceSettings say.
+    // The work of SaveSettings and InstanceSettings, which say what is thrown.
     void save(const TSettings& settings) const;
     // The values are escaped for JSON.
     void instance(const std::map<std::string, std::string>& values) const;

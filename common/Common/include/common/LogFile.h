@@ -51,7 +51,7 @@ class LogFile {
 
     // Full name of the file being written. Does not wait for a pass.
     std::string getLogPath() const { return pass_.files.name(); }
-    // The same with another stem.
+    // Full name of that file if the log had this stem.
     std::string getLogPath(const std::string& stem) const { return pass_.files.name(stem); }
 
     // Waits until everything that was handed in before the call is written. False when the time is over, and

@@ -15,7 +15,7 @@ std::optional<std::string> FindAssignment(std::string_view text, std::string_vie
 
 // Interfaces of the default routes in the text of /proc/net/route, the lowest metric first.
 std::vector<std::string> DefaultRouteInterfaces(std::string_view routes);
-// The same for /proc/net/ipv6_route.
+// Interfaces of the default routes in the text of /proc/net/ipv6_route, the lowest metric first.
 std::vector<std::string> DefaultRouteInterfacesV6(std::string_view routes);
 
 // The first six bytes of "aa:bb:cc:dd:ee:ff" as twelve upper-case digits; zeros when the text has not that

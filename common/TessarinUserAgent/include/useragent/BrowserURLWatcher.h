@@ -32,7 +32,7 @@ struct WatcherPorts {
 
 // Follows the address fields of a fixed list of browsers: polls the on-screen windows on a thread of its own,
 // keeps observers on each running browser and reports every change of an address. Accessibility callbacks
-// arrive on the main thread; the watcher is to be destroyed there, never on its polling thread.
+// arrive on the main thread, where the owner calls `stop` before it lets go of the watcher.
 class BrowserURLWatcher {
  public:
     // Owner name to process id.
@@ -41,8 +41,8 @@ class BrowserURLWatcher {
     // Starts polling at once. Throws std::system_error when the thread cannot be created.
     BrowserURLWatcher(std::vector<std::string> browsers, WatcherPorts ports);
 
-    // Calls `stop`. To find nothing left to do, the owner has done so before: the last reference may go on
-    // any thread, also on the polling thread, which cannot wait for itself.
+    // Calls `stop`, which finds nothing left to do once the owner has called it: the last reference may then
+    // go on any thread, also on the polling thread, which cannot wait for itself.
     ~BrowserURLWatcher();
 
     BrowserURLWatcher(const BrowserURLWatcher&) = delete;

@@ -50,6 +50,8 @@ class AuthorizationAuthority {
     virtual std::shared_ptr<Authorization> obtain(const AuthorizationRequest& request) = 0;
 };
 
+// Of use to the product's other programs; the agent needs no rights.
+//
 // Obtains administrator rights. All functions may be called from any thread, throw nothing, block while the
 // user is asked, and return null when the right was not granted; the reason is then in the log.
 class AuthorizationUtils {

@@ -22,7 +22,7 @@ class Dispatch {
     // stack.
     virtual void async(QueuePriority priority, Task task) = 0;
 
-    // The same, not earlier than `delay` from now.
+    // Runs the task once on the global concurrent queue of that priority, not earlier than `delay` from now.
     virtual void after(std::chrono::nanoseconds delay, QueuePriority priority, Task task) = 0;
 
     // Runs the task once on the main thread's loop, in the order of the calls. What such a task queues runs

@@ -6,6 +6,8 @@
 
 namespace cmn {
 
+// Of use to the product's other programs; the agent watches no file.
+//
 // Watches one file, also under another name, until it is destroyed. A handler that is running then may still
 // finish; no new call begins afterwards.
 class FileWatch {

@@ -44,6 +44,34 @@ class XPCInterface {
 // Handlers, replies and exported objects are called on the connection's private queue, one at a time, never
 // on the main thread; `CurrentXPCPeer` is the sender of a message meanwhile. Destroying the connection lets
 // go of all of them without calling the handlers.
+//
+// Both ends of a service, whose protocol `Echo` is derived from XPCVersioning and described by
+// `EchoInterface`:
+//
+//   class EchoServer final : public XPCServer, public Echo {
+//       bool shouldAcceptNewConnection(const std::shared_ptr<XPCConnection>& connection) override {
+//           accept(connection, EchoInterface(), self<EchoServer>(), [] {}, [] {});
+//           return true;
+//       }
+//       void echo(const std::string& text, Reply reply) override { reply(text); }
+//   };
+//   const auto server = std::make_shared<EchoServer>(transport, "com.example.Echo");
+//   server->start();
+//
+//   const auto connection = transport->createConnection("com.example.Echo", XPCConnectionOptions::none);
+//   connection->setRemoteObjectInterface(EchoInterface());
+//   connection->resume();
+//   const auto proxy = std::dynamic_pointer_cast<Echo>(connection->remoteObjectProxy(onError));
+//   proxy->echo("text", [](const std::string& answer) { ... });
+//
+// The road of that message:
+//   1. caller's thread: the proxy's method writes the message, queues it and returns.
+//   2. service, transport's thread: the message is read, or answered with an error if it may not come in.
+//   3. service, private queue of the connection: a new sender's connection is put to the listener's delegate,
+//      then the arguments are read and the exported object is called.
+//   4. any thread of the service: the object calls the reply function, which writes and queues the answer.
+//   5. client, transport's thread: the answer is received, or found not to come any more.
+//   6. client, private queue: the reply's handler is called, else `onError`; neither after the deadline.
 class XPCConnection {
  public:
     virtual ~XPCConnection() = default;

@@ -13,9 +13,9 @@ class FilterTableModel : public QAbstractTableModel {
     Q_OBJECT
 
  public:
-    // Of the header: the identifier of a column in the controller.
+    // A header's role: the identifier of the column in the controller.
     static constexpr int kIdentifierRole = Qt::UserRole;
-    // Of the header: the longest text of a column of numbers, of no others.
+    // A header's role: the longest text of a column of numbers; other columns have none.
     static constexpr int kLongestNumberRole = Qt::UserRole + 1;
 
     static constexpr int kNameColumn = 0;

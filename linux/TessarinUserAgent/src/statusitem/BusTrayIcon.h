@@ -18,12 +18,10 @@ namespace useragent {
 
 // org.kde.StatusNotifierItem with its menu, on a connection of its own to the session bus: panels let go of
 // it when that ends. Registers with the panel, and again when the connection was lost. Nothing here waits.
-//
-// Not the toolkit's item: that one asks the watcher in blocking calls each time it is made, and once a
-// process has drawn an icon in a window the toolkit makes no other kind.
+// Why it is not the toolkit's: see WindowTrayIcon.
 class BusTrayIcon : public TrayIcon {
  public:
-    // Where panels learn of items.
+    // The service that tells panels of items.
     static constexpr const char* kWatcher = "org.kde.StatusNotifierWatcher";
     static constexpr const char* kWatcherPath = "/StatusNotifierWatcher";
 

@@ -42,7 +42,7 @@ class SessionBus {
     bool waitUntilReady(std::chrono::milliseconds patience);
     // Why it is not there; empty when there is nothing to connect to.
     std::string failure() const;
-    // As told last.
+    // What the events have told last.
     enum class State { unknown, ready, lost };
     State state() const { return state_; }
 

@@ -10,10 +10,10 @@ namespace useragent {
 // The product's pictures, compiled in, in every size that panels, menus and windows ask for.
 // Main thread, once there is a QApplication.
 QIcon StatusIcon(StatusImage image);
-// Of an item of the menu: a red mark when it is red, whatever its image; an empty picture for none, so that
-// all titles begin at the same place.
+// The picture of an item of the menu: a red mark when it is red, whatever its image; an empty picture for
+// none, so that all titles begin at the same place.
 QIcon MenuItemIcon(const MenuItemContent& content);
-// Of the product's windows.
+// The icon of the product's windows.
 QIcon ApplicationIcon();
 
 }  // namespace useragent

@@ -10,14 +10,13 @@
 
 namespace useragent {
 
-// Where the session shows status items.
+// The places in which a session shows status items.
 enum class TrayRoad {
     sessionBus,    // a panel is registered with the watcher of status notifier items
     windowSystem,  // there is none: what is left is a tray of the X server, now or later
 };
 
-// Finds out, and notices when it changes. The toolkit asks the watcher in blocking calls each time it makes
-// an icon; so it is only let near one that has just answered. Main thread.
+// Finds out where the item belongs, and notices when that changes. Main thread.
 class TrayHosts : public QObject {
     Q_OBJECT
 

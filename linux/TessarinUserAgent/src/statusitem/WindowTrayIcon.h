@@ -11,8 +11,9 @@ namespace useragent {
 // In a tray of the X server (XEmbed): a small window of ours inside the tray's. The toolkit waits for a tray
 // and follows it by itself.
 //
-// The toolkit decides once in a process, when the first such icon is made, whether it draws icons itself or
-// speaks to a watcher of status notifier items: to be made only while none has a host.
+// The toolkit decides once in a process, when its first icon is made, whether it draws icons in windows or
+// speaks to the watcher of status notifier items, which it asks in blocking calls. So it makes this kind
+// only, and only while no panel has registered with that watcher.
 class WindowTrayIcon : public QObject, public TrayIcon {
     Q_OBJECT
 
