@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <mutex>
@@ -6,8 +7,12 @@
 #include <utility>
 #include <vector>
 
+#include "BusLine.h"
 #include "linux_bus/Batch.h"
+#include "support/ChildProcess.h"
+#include "support/LogCapture.h"
 #include "support/PrivateBus.h"
+#include "support/ProcessMemory.h"
 #include "support/WaitFor.h"
 
 namespace {
@@ -181,6 +186,44 @@ TEST_F(BatchTest, AnAnswerOfAnotherShapeIsAnError) {
     const auto answer = AskAndWait(connection, wrong, Clock::now() + 20s);
     ASSERT_FALSE(answer);
     EXPECT_TRUE(answer.error().is(error::kInvalidArgs));
+}
+
+TEST_F(BatchTest, LargeAnswersAreErrorsThatTheLogTellsAndNothingIsKeptOfThem) {
+    fake::LogCapture log;
+    fake::ChildProcess peer({BUS_PEER, "answer", bus.address()});
+    const std::string name = peer.readLine().value_or("");
+    const auto records = [&](std::int32_t mebibytes) {
+        return Query<fake::Records>{name, "/a", "a.B", "Records",
+                                    [mebibytes](Message& call) { return call.append(mebibytes); }};
+    };
+    fake::ForgetPeak(getpid());
+    const std::size_t before = fake::MemoryOf(getpid()).now;
+    Batch batch(connection, Clock::now() + 60s);
+    std::vector<Batch::Answer<fake::Records>> answers;
+    for (int i = 0; i < 10; ++i) {
+        answers.push_back(batch.ask(records(30)));
+    }
+    const auto small = batch.ask(query(first.name(), "Echo", 7));
+    EXPECT_TRUE(batch.wait());
+    for (const auto& answer : answers) {
+        EXPECT_TRUE(answer.arrived());
+        ASSERT_FALSE(answer.read());
+        EXPECT_EQ(answer.read().error().name, error::kLimitsExceeded);
+    }
+    EXPECT_EQ(small.read().valueOr(-1), 7);
+    EXPECT_TRUE(batch.silent().empty());
+    EXPECT_EQ(log.count(name + " is not read: it is too large"), 1U) << "not for each of them";
+    if (fake::kMeasuresMemory) {
+        EXPECT_LT(fake::MemoryOf(getpid()).peak, before + 100 * 1024) << "two of them at a time, at most";
+    }
+
+    // Who wants more says so.
+    EXPECT_FALSE(AskAndWait(connection, records(2), Clock::now() + 60s));
+    Query<fake::Records> wanted = records(2);
+    wanted.read = [](const Message& answer) { return answer.readOne<fake::Records>(3 * 1024 * 1024); };
+    const auto answer = AskAndWait(connection, wanted, Clock::now() + 60s);
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->size(), 2048U);
 }
 
 TEST(HalfWay, IsTheMiddleOfTheTimeLeftAndNowWhenThereIsNone) {

@@ -138,7 +138,7 @@ class Answer {
 
 // Answers every call with the text that it brings.
 inline void Echo(const cmn::bus::Question& question) {
-    const auto text = question.message().readOne<std::string>();
+    const auto text = question.message().readOne<std::string>(cmn::bus::kLargestMessage);
     text ? question.reply(*text) : question.fail(text.error());
 }
 

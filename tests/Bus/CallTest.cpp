@@ -273,7 +273,9 @@ TEST_F(CallTest, ThatAreTooLargeFailHereAndTheConnectionLives) {
     const std::string large(kLargestMessage - 100, 'x');
     const auto reply = (*client)->callAndWait(echo(large), fake::Soon());
     ASSERT_TRUE(reply) << reply.error().message;
-    EXPECT_EQ(*reply->readOne<std::string>(), large);
+    EXPECT_EQ(*reply->readOne<std::string>(kLargestMessage), large);
+    EXPECT_EQ(reply->readOne<std::string>().error().name, error::kLimitsExceeded)
+        << "nobody said that it wants as much";
 }
 
 TEST_F(CallsOneByOneTest, AreRefusedWhenTooManyWait) {

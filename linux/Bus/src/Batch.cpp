@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 namespace cmn::bus {
@@ -30,10 +31,12 @@ Deadline HalfWayTo(Deadline deadline) {
 struct Batch::Calls {
     struct Call {
         std::string destination;
-        Connection::Reply reply = Error{error::kTimeout, "No answer in time"};
-        bool sent = false;
+        Connection::Done take;
+        std::optional<Error> error = Error{error::kTimeout, {}};  // that came instead of an answer
+        Connection::CallId id = 0;                                // once it is sent
         bool answered = false;
-        Connection::CallId id = 0;
+
+        bool isLate() const { return error && error->is(error::kTimeout); }
     };
 
     void land(Call& call, const Connection::Reply& reply) {
@@ -43,8 +46,11 @@ struct Batch::Calls {
             if (ended) {
                 return;
             }
-            call.reply = reply;
+            call.error = reply ? std::nullopt : std::optional(reply.error());
             call.answered = true;
+            if (!call.isLate()) {
+                call.take(reply);
+            }
             --onTheirWay;
             wakes = onTheirWay == wakeAt;
         }
@@ -74,18 +80,16 @@ Batch::~Batch() {
     end();
 }
 
-std::shared_ptr<const Connection::Reply> Batch::send(const std::string& destination,
-                                                     const std::function<Message()>& makeCall) {
+void Batch::send(const std::string& destination, const std::function<Message()>& makeCall,
+                 Connection::Done take) {
     Calls::Call* call = nullptr;
     bool full = false;
     {
         const std::lock_guard lock(calls_->mutex);
-        call = &calls_->calls.emplace_back();
+        call = &calls_->calls.emplace_back(Calls::Call{destination, std::move(take)});
         full = calls_->onTheirWay >= kMostOnTheirWay;
     }
-    call->destination = destination;
     if ((!full || calls_->awaitAtMost(kFewOnTheirWay, deadline_)) && Clock::now() < deadline_) {
-        call->sent = true;
         {
             const std::lock_guard lock(calls_->mutex);
             ++calls_->onTheirWay;
@@ -93,7 +97,6 @@ std::shared_ptr<const Connection::Reply> Batch::send(const std::string& destinat
         call->id = connection_->call(
             makeCall(), deadline_, [calls = calls_, call](const auto& reply) { calls->land(*call, reply); });
     }
-    return {calls_, &call->reply};
 }
 
 bool Batch::wait() {
@@ -102,13 +105,12 @@ bool Batch::wait() {
     bool complete = true;
     std::vector<std::string> heard;
     for (const Calls::Call& call : calls_->calls) {
-        const bool isLate = !call.reply && call.reply.error().is(error::kTimeout);
-        complete = complete && !isLate;
-        if (call.sent) {
-            AddOnce(isLate ? silent_ : heard, call.destination);
+        complete = complete && !call.isLate();
+        if (call.id != 0) {
+            AddOnce(call.isLate() ? silent_ : heard, call.destination);
         }
-        if (!call.reply && (call.reply.error().is(error::kServiceUnknown) ||
-                            call.reply.error().is(error::kNameHasNoOwner))) {
+        if (call.error &&
+            (call.error->is(error::kServiceUnknown) || call.error->is(error::kNameHasNoOwner))) {
             AddOnce(absent_, call.destination);
         }
     }
@@ -124,7 +126,7 @@ void Batch::end() {
         calls_->ended = true;
     }
     for (const Calls::Call& call : calls_->calls) {
-        if (call.sent && !call.answered) {
+        if (call.id != 0 && !call.answered) {
             connection_->cancel(call.id);
         }
     }

@@ -3,15 +3,31 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <mutex>
 #include <utility>
 
 #include "Wire.h"
+#include "common/log.h"
 #include "common/utf8.h"
 #include "linux_bus/WellKnown.h"
 
 namespace cmn::bus {
 
 namespace {
+
+// Once a minute.
+bool IsToBeSaidOf(std::string_view peer) {
+    using Clock = std::chrono::steady_clock;
+    static std::mutex mutex;
+    static std::map<std::string, Clock::time_point, std::less<>> said;
+    const std::lock_guard lock(mutex);
+    const auto now = Clock::now();
+    std::erase_if(said, [now](const auto& item) { return item.second < now - std::chrono::minutes(1); });
+    return said.emplace(peer, now).second;
+}
 
 std::string_view View(const char* text) {
     return text != nullptr ? text : std::string_view();
@@ -56,6 +72,19 @@ bool detail::AppendText(const Writer& to, const std::string& text) {
                ? result >= 0
                : to.reserve(2 * text.size()) &&
                      sd_bus_message_append_basic(to.message, 's', Repaired(text.c_str()).c_str()) >= 0;
+}
+
+bool detail::ReadText(Reader& from, char type, std::string_view& text) {
+    const char* view = nullptr;
+    if (sd_bus_message_read_basic(from.message, type, static_cast<void*>(&view)) <= 0) {
+        return false;
+    }
+    text = view;
+    return from.take(text.size() + kAround);
+}
+
+bool Reader::enter(char type, const char* contents) {
+    return take(detail::kAround) && sd_bus_message_enter_container(message, type, contents) > 0;
 }
 
 struct Message::Held {
@@ -104,13 +133,20 @@ bool Message::wantsReply() const {
     return sd_bus_message_get_expect_reply(raw()) > 0;
 }
 
-bool Message::rewind() const {
-    return sd_bus_message_rewind(raw(), 1) >= 0;
+Reader Message::reader(std::size_t mostBytes) const {
+    sd_bus_message_rewind(raw(), 1);  // it fails only for what is being written
+    return {raw(), mostBytes};
 }
 
-Error Message::unexpected(const char* signature) const {
-    return {error::kInvalidArgs,
-            fmt::format("Its arguments are \"{}\" instead of \"{}\"", this->signature(), signature)};
+Error Message::unread(const Reader& from, const char* signature) const {
+    if (!from.exceeded) {
+        return {error::kInvalidArgs,
+                fmt::format("Its arguments are \"{}\" instead of \"{}\"", this->signature(), signature)};
+    }
+    if (IsToBeSaidOf(sender())) {
+        TLOG_WARN("A message of {} is not read: it is too large", sender());
+    }
+    return {error::kLimitsExceeded, "It is too large to be read"};
 }
 
 std::size_t Message::bytes() const {

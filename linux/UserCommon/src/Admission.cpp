@@ -88,9 +88,7 @@ void Admission::refuse(const bus::Question& question, std::string_view sender, c
 
 std::optional<std::size_t> BytesOf(const bus::Message& message) {
     std::size_t bytes = 0;
-    if (!message.rewind()) {
-        return std::nullopt;
-    }
+    const bus::Reader from = message.reader();
     for (const char type : message.signature()) {
         const char* text = nullptr;
         std::uint64_t number = 0;
@@ -99,12 +97,12 @@ std::optional<std::size_t> BytesOf(const bus::Message& message) {
         if (!isText && std::string_view("ybiuxtd").find(type) == std::string_view::npos) {
             return std::nullopt;
         }
-        if (sd_bus_message_read_basic(message.raw(), type, value) <= 0) {
+        if (sd_bus_message_read_basic(from.message, type, value) <= 0) {
             return std::nullopt;
         }
         bytes += isText ? std::string_view(text).size() : sizeof number;
     }
-    return message.rewind() ? std::optional(bytes) : std::nullopt;
+    return bytes;
 }
 
 }  // namespace cmn

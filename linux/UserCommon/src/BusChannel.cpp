@@ -135,7 +135,7 @@ void BusChannel::finish(const ServiceRequest& request, const bus::Connection::Re
         error = reply.error();
     } else if (request.onReply) {
         error = request.onReply(*reply);
-        if (error) {
+        if (error && error->is(bus::error::kInvalidArgs)) {
             error->message = fmt::format("{} answered with \"{}\" instead of \"{}\"", request.method->name,
                                          reply->signature(), request.method->out);
         }

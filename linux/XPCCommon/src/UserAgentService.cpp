@@ -12,7 +12,7 @@ namespace cmn {
 
 namespace {
 
-constexpr std::size_t kMostURLBytes = std::size_t{2} * 1024 * 1024;
+constexpr std::size_t kMostURLBytes = std::size_t{2} * 1024 * 1024;  // reported, or asked for
 
 }  // namespace
 
@@ -31,8 +31,9 @@ const ServiceTable<UserAgentProtocol>& TableOf<UserAgentProtocol>() {
 template <>
 const ServiceTable<URLExtractor>& TableOf<URLExtractor>() {
     static const ServiceTable<URLExtractor> table(
-        "com.tessarin.URLExtractor",
-        {Row<&URLExtractor::getURL>("GetURL", {.inNames = {"browser"}, .deadline = kGetURLDeadline})});
+        "com.tessarin.URLExtractor", {Row<&URLExtractor::getURL>("GetURL", {.inNames = {"browser"},
+                                                                            .mostAnswerBytes = kMostURLBytes,
+                                                                            .deadline = kGetURLDeadline})});
     return table;
 }
 

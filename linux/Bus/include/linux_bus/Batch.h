@@ -47,18 +47,17 @@ class Batch {
     template <typename T>
     class Answer {
      public:
-        Answer() = default;
-        Answer(std::shared_ptr<const Connection::Reply> reply, Result<T> (*reading)(const Message&))
-            : reply_(std::move(reply)), read_(reading) {}
-
         // Whether there was one until the deadline, be it an error.
-        bool arrived() const { return *reply_ || !reply_->error().is(error::kTimeout); }
-
-        Result<T> read() const { return *reply_ ? read_(**reply_) : Result<T>(reply_->error()); }
+        bool arrived() const { return state_->arrived; }
+        const Result<T>& read() const { return state_->value; }
 
      private:
-        std::shared_ptr<const Connection::Reply> reply_;
-        Result<T> (*read_)(const Message&) = nullptr;
+        friend class Batch;
+        struct State {
+            Result<T> value = Error{error::kTimeout, "No answer in time"};
+            bool arrived = false;
+        };
+        std::shared_ptr<State> state_ = std::make_shared<State>();
     };
 
     Batch(std::shared_ptr<Connection> connection, Deadline deadline);
@@ -67,10 +66,18 @@ class Batch {
     Batch(const Batch&) = delete;
     Batch& operator=(const Batch&) = delete;
 
-    // Sends the call; waits first when many are on their way.
+    // Sends the call; waits first when many are on their way. What comes is read at once, in the loop's
+    // thread: no more is kept of it than was asked for.
     template <typename T>
     Answer<T> ask(const Query<T>& query) {
-        return {send(query.destination, [&] { return query.makeCall(*connection_); }), query.read};
+        Answer<T> answer;
+        send(
+            query.destination, [&] { return query.makeCall(*connection_); },
+            [state = answer.state_, read = query.read](const Connection::Reply& reply) {
+                state->value = reply ? read(*reply) : Result<T>(reply.error());
+                state->arrived = true;
+            });
+        return answer;
     }
 
     // False when not all calls were answered until the deadline.
@@ -83,8 +90,8 @@ class Batch {
  private:
     struct Calls;
 
-    std::shared_ptr<const Connection::Reply> send(const std::string& destination,
-                                                  const std::function<Message()>& makeCall);
+    void send(const std::string& destination, const std::function<Message()>& makeCall,
+              Connection::Done take);
     void end();
 
     const std::shared_ptr<Connection> connection_;

@@ -15,12 +15,15 @@
 #include <vector>
 
 // How C++ types travel: `Codec<T>` has the type's signature, writes a value to a message and reads one.
-// Reading gives false when the message holds something else or is broken, writing when it would become too
-// large; the message is of no use then. Any thread, one at a time for each message.
+// Reading gives false when the message holds something else, more than is wanted, or is broken; writing when
+// it would become too large; the message is of no use then. Any thread, one at a time for each message.
 namespace cmn::bus {
 
 // A bus throws out who sends more than it allows (32 MiB on a system bus): refused well before that.
 inline constexpr std::size_t kLargestMessage = std::size_t{16} * 1024 * 1024;
+
+// What is read of a message of others, unless its reader wants more.
+inline constexpr std::size_t kUsuallyRead = std::size_t{1024} * 1024;
 
 // A message that is being written.
 struct Writer {
@@ -29,6 +32,22 @@ struct Writer {
 
     // Counts them.
     bool reserve(std::size_t more) const { return (bytes += more) <= kLargestMessage; }
+};
+
+// A message that is being read.
+struct Reader {
+    sd_bus_message* message;
+    std::size_t left;  // bytes that its arguments may still have; approximately
+    bool exceeded = false;
+
+    // Counts them.
+    bool take(std::size_t more) {
+        exceeded = exceeded || more > left;
+        left -= exceeded ? 0 : more;
+        return !exceeded;
+    }
+    bool enter(char type, const char* contents);
+    bool exit() { return sd_bus_message_exit_container(message) >= 0; }
 };
 
 // Path of an object. "/" stands for none.
@@ -74,6 +93,7 @@ inline constexpr std::size_t kAround = 8;
 
 // Characters that cannot travel are replaced.
 bool AppendText(const Writer& to, const std::string& text);
+bool ReadText(Reader& from, char type, std::string_view& text);
 
 }  // namespace detail
 
@@ -92,9 +112,9 @@ struct NumberCodec {
         const Wire wire = static_cast<Wire>(value);
         return to.reserve(sizeof wire) && sd_bus_message_append_basic(to.message, Type, &wire) >= 0;
     }
-    static bool read(sd_bus_message* message, T& value) {
+    static bool read(Reader& from, T& value) {
         Wire wire{};
-        const bool good = sd_bus_message_read_basic(message, Type, &wire) > 0;
+        const bool good = from.take(sizeof wire) && sd_bus_message_read_basic(from.message, Type, &wire) > 0;
         value = static_cast<T>(wire);
         return good;
     }
@@ -119,24 +139,17 @@ template <>
 struct Codec<std::string_view> {
     static constexpr detail::Text kType{"s"};
 
-    static bool read(sd_bus_message* message, std::string_view& value) {
-        const char* text = nullptr;
-        if (sd_bus_message_read_basic(message, 's', static_cast<void*>(&text)) <= 0) {
-            return false;
-        }
-        value = text;
-        return true;
-    }
+    static bool read(Reader& from, std::string_view& value) { return detail::ReadText(from, 's', value); }
 };
 template <>
 struct Codec<std::string> {
     static constexpr detail::Text kType{"s"};
 
     static bool write(const Writer& to, const std::string& value) { return detail::AppendText(to, value); }
-    static bool read(sd_bus_message* message, std::string& value) {
+    static bool read(Reader& from, std::string& value) {
         std::string_view view;
-        const bool good = Codec<std::string_view>::read(message, view);
-        value = view;
+        const bool good = detail::ReadText(from, 's', view);
+        value = std::string(view);  // which has no room to spare, as an assigned one would
         return good;
     }
 };
@@ -154,13 +167,11 @@ struct Codec<ObjectPath> {
         return to.reserve(value.value.size() + detail::kAround) &&
                sd_bus_message_append_basic(to.message, 'o', value.value.c_str()) >= 0;
     }
-    static bool read(sd_bus_message* message, ObjectPath& value) {
-        const char* text = nullptr;
-        if (sd_bus_message_read_basic(message, 'o', static_cast<void*>(&text)) <= 0) {
-            return false;
-        }
-        value.value = text;
-        return true;
+    static bool read(Reader& from, ObjectPath& value) {
+        std::string_view view;
+        const bool good = detail::ReadText(from, 'o', view);
+        value.value = std::string(view);
+        return good;
     }
 };
 
@@ -175,10 +186,9 @@ struct Codec<std::pair<Key, Value>> {  // an entry of a dictionary
                Codec<std::remove_const_t<Key>>::write(to, entry.first) &&
                Codec<Value>::write(to, entry.second) && sd_bus_message_close_container(to.message) >= 0;
     }
-    static bool read(sd_bus_message* message, std::pair<Key, Value>& entry) {
-        return sd_bus_message_enter_container(message, 'e', kContents) > 0 &&
-               Codec<Key>::read(message, entry.first) && Codec<Value>::read(message, entry.second) &&
-               sd_bus_message_exit_container(message) >= 0;
+    static bool read(Reader& from, std::pair<Key, Value>& entry) {
+        return from.enter('e', kContents) && Codec<Key>::read(from, entry.first) &&
+               Codec<Value>::read(from, entry.second) && from.exit();
     }
 };
 
@@ -196,19 +206,19 @@ struct ContainerCodec {
                            }) &&
                sd_bus_message_close_container(to.message) >= 0;
     }
-    static bool read(sd_bus_message* message, Container& values) {
-        if (sd_bus_message_enter_container(message, 'a', kElement) <= 0) {
+    static bool read(Reader& from, Container& values) {
+        if (!from.enter('a', kElement)) {
             return false;
         }
         int atEnd = 0;
-        while ((atEnd = sd_bus_message_at_end(message, 0)) == 0) {
+        while ((atEnd = sd_bus_message_at_end(from.message, 0)) == 0) {
             Element element{};
-            if (!Codec<Element>::read(message, element)) {
+            if (!Codec<Element>::read(from, element)) {
                 return false;
             }
             values.insert(values.end(), std::move(element));
         }
-        return atEnd > 0 && sd_bus_message_exit_container(message) >= 0;
+        return atEnd > 0 && from.exit();
     }
 };
 template <typename T>
@@ -221,10 +231,10 @@ struct Codec<std::vector<std::uint8_t>> {  // many of them: not one by one
         return to.reserve(values.size() + detail::kAround) &&
                sd_bus_message_append_array(to.message, 'y', values.data(), values.size()) >= 0;
     }
-    static bool read(sd_bus_message* message, std::vector<std::uint8_t>& values) {
+    static bool read(Reader& from, std::vector<std::uint8_t>& values) {
         const void* bytes = nullptr;
         std::size_t size = 0;
-        if (sd_bus_message_read_array(message, 'y', &bytes, &size) <= 0) {
+        if (sd_bus_message_read_array(from.message, 'y', &bytes, &size) <= 0 || !from.take(size)) {
             return false;
         }
         values.resize(size);
@@ -246,10 +256,10 @@ struct Codec<std::tuple<T...>> {  // a structure
                std::apply([&](const T&... value) { return (Codec<T>::write(to, value) && ...); }, values) &&
                sd_bus_message_close_container(to.message) >= 0;
     }
-    static bool read(sd_bus_message* message, std::tuple<T...>& values) {
-        return sd_bus_message_enter_container(message, 'r', kContents) > 0 &&
-               std::apply([&](T&... value) { return (Codec<T>::read(message, value) && ...); }, values) &&
-               sd_bus_message_exit_container(message) >= 0;
+    static bool read(Reader& from, std::tuple<T...>& values) {
+        return from.enter('r', kContents) &&
+               std::apply([&](T&... value) { return (Codec<T>::read(from, value) && ...); }, values) &&
+               from.exit();
     }
 };
 
@@ -263,9 +273,8 @@ struct Codec<Variant<T>> {
                Codec<T>::write(to, variant.value) && sd_bus_message_close_container(to.message) >= 0;
     }
     // Only a variant of this very type.
-    static bool read(sd_bus_message* message, Variant<T>& variant) {
-        return sd_bus_message_enter_container(message, 'v', kSignature<T>) > 0 &&
-               Codec<T>::read(message, variant.value) && sd_bus_message_exit_container(message) >= 0;
+    static bool read(Reader& from, Variant<T>& variant) {
+        return from.enter('v', kSignature<T>) && Codec<T>::read(from, variant.value) && from.exit();
     }
 };
 
@@ -286,10 +295,10 @@ struct Codec<std::variant<std::monostate, T...>> {
             },
             any);
     }
-    static bool read(sd_bus_message* message, Any& any) {
+    static bool read(Reader& from, Any& any) {
         char type = 0;
         const char* contents = nullptr;
-        if (sd_bus_message_peek_type(message, &type, &contents) <= 0 || type != 'v') {
+        if (sd_bus_message_peek_type(from.message, &type, &contents) <= 0 || type != 'v') {
             return false;
         }
         bool good = true;
@@ -298,11 +307,11 @@ struct Codec<std::variant<std::monostate, T...>> {
                 return false;
             }
             Variant<Value> variant{std::move(value)};
-            good = Codec<Variant<Value>>::read(message, variant);
+            good = Codec<Variant<Value>>::read(from, variant);
             any = std::move(variant.value);
             return true;
         };
-        return (readAs(T{}) || ...) ? good : sd_bus_message_skip(message, "v") >= 0;
+        return (readAs(T{}) || ...) ? good : sd_bus_message_skip(from.message, "v") >= 0;
     }
 };
 

@@ -31,19 +31,21 @@ class Message {
     std::string_view signature() const;
     bool wantsReply() const;
 
-    // The arguments, which must be of exactly these types; an error that says what they are instead.
+    // The arguments, which must be of exactly these types; an error that says what they are instead. When
+    // they take more bytes than that, approximately, it is an error and a line in the log.
     template <typename... T>
-    Result<std::tuple<T...>> read() const {
+    Result<std::tuple<T...>> read(std::size_t mostBytes = kUsuallyRead) const {
         std::tuple<T...> values;
+        Reader from = reader(mostBytes);
         const bool good =
-            signature() == kSignature<T...>.view() && rewind() &&
-            std::apply([&](T&... value) { return (Codec<T>::read(raw(), value) && ...); }, values);
-        return good ? Result<std::tuple<T...>>(std::move(values)) : unexpected(kSignature<T...>);
+            signature() == kSignature<T...>.view() &&
+            std::apply([&](T&... value) { return (Codec<T>::read(from, value) && ...); }, values);
+        return good ? Result<std::tuple<T...>>(std::move(values)) : unread(from, kSignature<T...>);
     }
     // The same for one argument.
     template <typename T>
-    Result<T> readOne() const {
-        auto values = read<T>();
+    Result<T> readOne(std::size_t mostBytes = kUsuallyRead) const {
+        auto values = read<T>(mostBytes);
         return values ? Result<T>(std::get<0>(std::move(*values))) : values.error();
     }
 
@@ -56,10 +58,10 @@ class Message {
     // Bytes of the arguments added so far; approximately.
     std::size_t bytes() const;
 
-    // For what the above cannot express.
+    // For what the above cannot express. A reader is at the beginning; the error says why it came to no end.
     sd_bus_message* raw() const;
-    bool rewind() const;
-    Error unexpected(const char* signature) const;
+    Reader reader(std::size_t mostBytes = kUsuallyRead) const;
+    Error unread(const Reader& from, const char* signature) const;
 
  private:
     struct Held;

@@ -105,7 +105,7 @@ class Interface {
         description_ += DescribeMember("method", name, names, {std::string(kSignature<std::decay_t<In>>)...},
                                        Answer<Out>::types());
         methods_.emplace(name, [run = std::move(run)](const Question& question) -> Task {
-            auto arguments = question.message().read<std::decay_t<In>...>();
+            auto arguments = question.message().read<std::decay_t<In>...>(kLargestMessage);
             if (!arguments) {
                 question.fail(arguments.error());
                 return nullptr;

@@ -51,13 +51,12 @@ Result<States> ReadStates(const Message& answer) {
 }
 
 Result<Objects> ReadObjects(const Message& answer) {
-    sd_bus_message* const list = answer.raw();
-    if (answer.signature() != "a(so)" || !answer.rewind() ||
-        sd_bus_message_enter_container(list, 'a', "(so)") < 0) {
+    cmn::bus::Reader list = answer.reader();
+    if (answer.signature() != "a(so)" || !list.enter('a', "(so)")) {
         return OddAnswer();
     }
     Objects objects;
-    for (std::size_t count = 0; sd_bus_message_at_end(list, 0) == 0; ++count) {
+    for (std::size_t count = 0; sd_bus_message_at_end(list.message, 0) == 0; ++count) {
         std::tuple<std::string, ObjectPath> entry;
         if (count == kMostObjects || !Codec<decltype(entry)>::read(list, entry)) {
             return count == kMostObjects ? Error{cmn::bus::error::kTimeout, "too long a list"} : OddAnswer();
@@ -208,10 +207,10 @@ std::optional<TextChange> TextChangeOf(const Message& event) {
     std::int32_t offset = 0;
     std::int32_t length = 0;
     std::variant<std::monostate, std::string> data;
-    const bool good = event.rewind() && Codec<std::string>::read(event.raw(), detail) &&
-                      Codec<std::int32_t>::read(event.raw(), offset) &&
-                      Codec<std::int32_t>::read(event.raw(), length) &&
-                      Codec<decltype(data)>::read(event.raw(), data);
+    cmn::bus::Reader arguments = event.reader();
+    const bool good =
+        Codec<std::string>::read(arguments, detail) && Codec<std::int32_t>::read(arguments, offset) &&
+        Codec<std::int32_t>::read(arguments, length) && Codec<decltype(data)>::read(arguments, data);
     const bool isInsertion = detail.starts_with("insert");
     auto* const text = std::get_if<std::string>(&data);
     if (!good || text == nullptr || offset < 0 || length < 0 ||

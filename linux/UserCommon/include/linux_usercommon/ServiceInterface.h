@@ -27,9 +27,10 @@ struct ServiceMethod {
     std::string in;   // signature of the arguments; only basic types
     std::string out;  // signature of the answer: one value, or none
     std::vector<std::string> inNames = {};
-    bool noReply = false;                                  // sent without asking for an answer
-    bool slow = false;                                     // its object works long
-    std::size_t mostBytes = std::size_t{1} * 1024 * 1024;  // of the arguments; more is refused
+    bool noReply = false;                             // sent without asking for an answer
+    bool slow = false;                                // its object works long
+    std::size_t mostBytes = bus::kUsuallyRead;        // of the arguments; more is refused
+    std::size_t mostAnswerBytes = bus::kUsuallyRead;  // more is an error for who asked
     // How long its askers wait. Afterwards nobody is told any more.
     std::chrono::nanoseconds deadline = kNoRequestDeadline;
 };

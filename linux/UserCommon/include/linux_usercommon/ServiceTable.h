@@ -103,7 +103,7 @@ inline constexpr char kKey{};
 template <auto Member, typename Service, typename... In>
 void Deliver(Service& service, const std::shared_ptr<ServiceChannel>& peer, const bus::Question& question,
              Arguments<In...> /*in*/) {
-    auto values = question.message().template read<typename Travel<In>::Wire...>();
+    auto values = question.message().template read<typename Travel<In>::Wire...>(bus::kLargestMessage);
     if (!values) {
         question.fail(values.error());
         return;
@@ -129,6 +129,7 @@ struct RowOptions {
     std::vector<std::string> inNames = {};
     bool slow = false;
     std::size_t mostBytes = ServiceMethod{}.mostBytes;
+    std::size_t mostAnswerBytes = bus::kUsuallyRead;
     std::chrono::nanoseconds deadline = kNoRequestDeadline;
 };
 
@@ -204,6 +205,7 @@ ServiceRow<Service> Row(std::string name, RowOptions options = {}) {
     method.inNames = std::move(options.inNames);
     method.slow = options.slow;
     method.mostBytes = options.mostBytes;
+    method.mostAnswerBytes = options.mostAnswerBytes;
     method.deadline = options.deadline;
     return {&detail::kKey<Member>, std::move(method),
             [](Service& service, const std::shared_ptr<ServiceChannel>& peer, const bus::Question& question) {
@@ -226,9 +228,10 @@ class RemoteObject {
     template <auto Member, typename Reply, typename... Argument>
     void ask(Reply reply, const Argument&... argument) const {
         using Out = typename detail::MemberParts<decltype(Member)>::Out;
+        const std::size_t mostBytes = TableOf<Service>().template method<Member>().mostAnswerBytes;
         send<Member>(
-            [reply = std::move(reply)](const bus::Message& answer) -> std::optional<bus::Error> {
-                auto value = answer.readOne<Out>();
+            [reply = std::move(reply), mostBytes](const bus::Message& answer) -> std::optional<bus::Error> {
+                auto value = answer.readOne<Out>(mostBytes);
                 if (!value) {
                     return value.error();
                 }
