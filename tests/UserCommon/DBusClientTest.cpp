@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
 #include <filesystem>
@@ -351,19 +352,28 @@ TEST_F(DBusClientTest, AnErrorAnswerIsHandedOn) {
     EXPECT_THAT(events.suggestion(), HasSubstr("so sorry"));
 }
 
-TEST_F(DBusClientTest, AHugeAnswerIsAnAnswer) {
+TEST_F(DBusClientTest, AHugeAnswerIsAnAnswerWhereOneIsExpectedAndAnErrorElsewhere) {
+    qDBusRegisterMetaType<QMap<QString, QString>>();
+    qDBusRegisterMetaType<QList<QMap<QString, QString>>>();
     const QString huge(8 * 1024 * 1024, QLatin1Char('x'));
     RawPeer daemon(bus.address(), [&](const QDBusMessage& message, const QDBusConnection& connection) {
-        connection.send(message.createReply(huge));
+        const QList<QMap<QString, QString>> records{{{QStringLiteral("Name"), huge}}};
+        connection.send(message.createReply(
+            message.member() == QLatin1String("Records") ? QVariant::fromValue(records) : QVariant(huge)));
     });
     ASSERT_TRUE(daemon.own(kEchoService));
     ConnectionEvents events;
     const auto connection = makeConnection(events);
     connection->resume();
     std::atomic<std::size_t> size{0};
-    proxy(*connection, events)->version([&](const std::string& version) { size = version.size(); });
+    proxy(*connection, events)->records("", [&](const auto& records) {
+        size = records[0].at("Name").size();
+    });
     ASSERT_TRUE(WaitFor([&] { return size != 0; })) << events.error();
     EXPECT_EQ(size, 8U * 1024 * 1024);
+    proxy(*connection, events)->version([](const std::string&) { ADD_FAILURE(); });
+    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
+    EXPECT_THAT(events.error(), HasSubstr("LimitsExceeded: It is too large to be read"));
 }
 
 TEST_F(DBusClientTest, AMessageThatIsTooLargeFailsAndTheConnectionLives) {

@@ -7,12 +7,14 @@
 template <>
 const cmn::ServiceTable<EchoProtocol>& cmn::TableOf<EchoProtocol>() {
     static const ServiceTable<EchoProtocol> table(
-        kEchoService, {Row<&EchoProtocol::version, EchoProtocol>("Version"),
-                       Row<&EchoProtocol::records>("Records", {.inNames = {"text"}, .slow = true}),
-                       Row<&EchoProtocol::names>("Names"), Row<&EchoProtocol::flags>("Flags"),
-                       Row<&EchoProtocol::number>("Number", {.inNames = {"text"}}),
-                       Row<&EchoProtocol::note>("Note", {.inNames = {"text"}, .mostBytes = kMostNoteBytes}),
-                       Row<&EchoProtocol::check>("Check", {.inNames = {"text", "delegate"}})});
+        kEchoService,
+        {Row<&EchoProtocol::version, EchoProtocol>("Version"),
+         Row<&EchoProtocol::records>(
+             "Records", {.inNames = {"text"}, .slow = true, .mostAnswerBytes = cmn::bus::kLargestMessage}),
+         Row<&EchoProtocol::names>("Names"), Row<&EchoProtocol::flags>("Flags"),
+         Row<&EchoProtocol::number>("Number", {.inNames = {"text"}}),
+         Row<&EchoProtocol::note>("Note", {.inNames = {"text"}, .mostBytes = kMostNoteBytes}),
+         Row<&EchoProtocol::check>("Check", {.inNames = {"text", "delegate"}})});
     return table;
 }
 

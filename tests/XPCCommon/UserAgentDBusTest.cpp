@@ -1,11 +1,15 @@
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <unistd.h>
 
 #include <QDBusArgument>
 #include <QDBusObjectPath>
+#include <atomic>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <thread>
 
 #include "linux_usercommon/DBusXPCTransport.h"
@@ -19,6 +23,28 @@
 #include "xpccommon/UserAgentObjCXPCClient.h"
 #include "xpccommon/UserAgentXPCClient.h"
 #include "xpccommon/UserAgentXPCServer.h"
+
+namespace {
+
+// Of a directory service that does not answer while the mutex is held.
+struct {
+    std::mutex mutex;
+    std::atomic<int> asked{0};
+} slowUsers;
+
+}  // namespace
+
+// Takes the place of the system's for the users of system buses.
+extern "C" int getpwnam_r(const char* name, passwd* entry, char* buffer, std::size_t size, passwd** found) {
+    if (std::string_view(name) == "messagebus" || std::string_view(name) == "dbus") {
+        ++slowUsers.asked;
+        const std::lock_guard lock(slowUsers.mutex);
+        *found = nullptr;
+        return 0;
+    }
+    static const auto real = reinterpret_cast<decltype(&getpwnam_r)>(::dlsym(RTLD_NEXT, "getpwnam_r"));
+    return real(name, entry, buffer, size, found);
+}
 
 // The user agent service over a real bus: its contract with other programs, and both ends together.
 namespace {
@@ -373,6 +399,30 @@ TEST_F(UserAgentDBusTest, OnASystemBusOfAnotherUserNoServiceIsTakenForRoots) {
     client->sendURL("https://example.com/", "Safari", 1);
     EXPECT_EQ(log.count("Failed to get remote object -- %s"), 1U);
     EXPECT_FALSE(client->connected());
+}
+
+TEST_F(UserAgentDBusTest, ADatabaseOfUsersThatDoesNotAnswerHoldsUpNoOtherConnection) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can play several users";
+    }
+    constexpr unsigned kBusUser = 65'534;
+    bus.kill();
+    bus.startAs(kBusUser);
+    const auto server = startServer();
+    slowUsers.mutex.lock();
+    const auto client = startClient();
+    const bool asked = WaitFor([&] { return slowUsers.asked > 0; });
+    RawPeer other(bus.address());
+    const QDBusMessage version =
+        other.call(RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "Version"));
+    const bool known = client->connection()->peer().has_value();
+    slowUsers.mutex.unlock();
+    EXPECT_TRUE(asked);
+    EXPECT_EQ(version.arguments(), QVariantList{QStringLiteral("1.0")}) << "of the same loop";
+    EXPECT_FALSE(known) << "nobody is taken for root's meanwhile";
+    ASSERT_TRUE(WaitFor([&] { return client->connection()->peer().has_value(); }));
+    EXPECT_EQ(client->connection()->peer()->userID, kBusUser);
+    EXPECT_TRUE(WaitFor([&] { return client->connected(); }));
 }
 
 TEST_F(UserAgentDBusTest, ADelegateThatThrowsIsAnErrorForTheDaemonNotASilence) {

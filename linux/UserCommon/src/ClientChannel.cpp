@@ -1,11 +1,9 @@
 #include "ClientChannel.h"
 
-#include <pwd.h>
-
-#include <array>
 #include <utility>
 
 #include "WhileAlive.h"
+#include "common/SystemUtils.h"
 #include "common/log.h"
 #include "linux_bus/WellKnown.h"
 
@@ -15,21 +13,10 @@ namespace {
 
 constexpr std::size_t kMostParked = 10'000;
 
-// The system's own bus is run by root or by the user that is made for it.
-bool IsUserOfSystemBus(uid_t user) {
-    if (user == 0) {
-        return true;  // as nearly always; the database of users may take its time
-    }
-    for (const char* const name : {"messagebus", "dbus"}) {
-        std::array<char, 4096> buffer{};
-        passwd entry{};
-        passwd* found = nullptr;
-        if (getpwnam_r(name, &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr &&
-            found->pw_uid == user) {
-            return true;
-        }
-    }
-    return false;
+// The system's own bus is run by root or by the user that is made for it. The database of users may take its
+// time.
+bool IsUserOfSystemBus(UserId user) {
+    return GetUIDByName("messagebus") == user || GetUIDByName("dbus") == user;
 }
 
 }  // namespace
@@ -187,19 +174,35 @@ void ClientChannel::askWhoOwnsIt(const std::string& owner) {
     if (!bus) {
         return;
     }
-    const std::optional<uid_t> busUser = bus->busUser();
-    const bool trusted = !settings_.isSystemBus || (busUser && IsUserOfSystemBus(*busUser));
     bus->askCredentials(
-        owner, WhileAlive(weakSelf, [owner, trusted, busUser](ClientChannel& self,
-                                                              const bus::Result<bus::Credentials>& result) {
-            const std::lock_guard lock(self.mutex_);
-            if (result && self.owner_ == owner) {
-                XPCPeer peer;
-                peer.userID = trusted ? result->userID : busUser.value_or(static_cast<uid_t>(-1));
-                peer.processID = result->processID;
-                self.peer_ = peer;
+        owner, WhileAlive(weakSelf, [owner, busUser = bus->busUser()](
+                                        ClientChannel& self, const bus::Result<bus::Credentials>& result) {
+            if (!result) {
+                return;
             }
+            XPCPeer peer;
+            peer.userID = result->userID;
+            peer.processID = result->processID;
+            if (!self.settings_.isSystemBus || busUser == 0U) {
+                self.setPeer(owner, peer);
+                return;
+            }
+            // Not in the loop, and before the answers that are delivered there.
+            self.queue()->post(
+                [self = std::static_pointer_cast<ClientChannel>(self.shared_from_this()), owner, peer,
+                 busUser = busUser.value_or(static_cast<uid_t>(-1))]() mutable {
+                    peer.userID = IsUserOfSystemBus(busUser) ? peer.userID : busUser;
+                    self->setPeer(owner, peer);
+                },
+                Lane::slow);
         }));
+}
+
+void ClientChannel::setPeer(const std::string& owner, const XPCPeer& peer) {
+    const std::lock_guard lock(mutex_);
+    if (state_ != State::ended && owner_ == owner) {
+        peer_ = peer;
+    }
 }
 
 void ClientChannel::sendParked() {

@@ -48,6 +48,8 @@ class ClientChannel final : public BusChannel {
     void askWhoOwnsIt(const std::string& owner);
     void sendParked();
 
+    void setPeer(const std::string& owner, const XPCPeer& peer);
+
     const BusSettings settings_;
     const std::string service_;
     Admission admission_;                              // of the loop's thread
