@@ -1,6 +1,5 @@
 #include "useragent/AppDelegate.h"
 
-#include <atomic>
 #include <exception>
 #include <utility>
 
@@ -8,6 +7,7 @@
 #include "common/log.h"
 #include "common/utf8.h"
 #include "useragent/PropertiesURL.h"
+#include "usercommon/Answer.h"
 
 namespace useragent {
 
@@ -15,12 +15,6 @@ namespace {
 
 constexpr std::chrono::seconds kMenuUpdateInterval{300};
 constexpr std::chrono::nanoseconds kEncryptionDeadline{100'000'000};
-
-// What the service's answer is waited for with. A late answer still writes here; nobody reads it then.
-struct EncryptionAnswer {
-    std::atomic<bool> encrypted{false};
-    std::shared_ptr<cmn::Semaphore> received;
-};
 
 FilterRecords ToFilterRecords(const std::vector<cmn::ScanRecord>& records) {
     return {records.begin(), records.end()};
@@ -148,15 +142,10 @@ bool AppDelegate::checkFileEncryption(const std::string& path) {
     if (!xpcClient_->connected()) {
         return false;
     }
-    const auto answer = std::make_shared<EncryptionAnswer>();
-    answer->received = environment_.dispatch->createSemaphore(0);
-    xpcClient_->setCompleteblock([answer](bool encrypted) {
-        answer->encrypted = encrypted;
-        answer->received->signal();
-    });
+    const auto answer = std::make_shared<cmn::Answer<bool>>(*environment_.dispatch, false);
+    xpcClient_->setCompleteblock([answer](bool encrypted) { answer->set(encrypted); });
     xpcClient_->checkEncryptionStatus(path);
-    answer->received->wait(kEncryptionDeadline);
-    return answer->encrypted;
+    return answer->wait(kEncryptionDeadline);
 }
 
 void AppDelegate::windowWillClose(int window) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/SystemUtils.h"
+#include "usercommon/Answer.h"
 
 namespace cmn {
 
@@ -17,22 +18,6 @@ constexpr std::chrono::nanoseconds kFinderExtensionDeadline{1'000'000'000};
 constexpr int kFinderExtensionReconnectArgument = 1;
 
 constexpr std::int32_t kNoAnswerStatus = 2;
-
-// What a request got. A late answer may still write here; nobody reads it then.
-template <typename Result>
-struct ReceivedAnswer {
-    std::mutex mutex;
-    Result value;
-
-    void set(Result answer) {
-        const std::lock_guard lock(mutex);
-        std::swap(value, answer);
-    }
-    Result take() {
-        const std::lock_guard lock(mutex);
-        return std::move(value);
-    }
-};
 
 }  // namespace
 
@@ -74,19 +59,13 @@ void FinderExtensionXPCClient::afterVersion(std::function<void(const Proxy&)> ac
 
 template <typename Result, typename Send>
 Result FinderExtensionXPCClient::ask(Result fallback, Send send, std::chrono::nanoseconds deadline) const {
-    const auto received = std::make_shared<ReceivedAnswer<Result>>();
-    received->value = std::move(fallback);
-    const auto answered = dispatch()->createSemaphore(0);
+    const auto received = std::make_shared<Answer<Result>>(*dispatch(), std::move(fallback));
     afterVersion(
-        [received, answered, send = std::move(send)](const Proxy& proxy) {
-            send(*proxy, [received, answered](Result answer) {
-                received->set(std::move(answer));
-                answered->signal();
-            });
+        [received, send = std::move(send)](const Proxy& proxy) {
+            send(*proxy, [received](Result answer) { received->set(std::move(answer)); });
         },
         deadline);
-    answered->wait(kRequestDeadline);
-    return received->take();
+    return received->wait(kRequestDeadline);
 }
 
 std::vector<ScanRecord> FinderExtensionXPCClient::getFileFilters(const std::string& path) {

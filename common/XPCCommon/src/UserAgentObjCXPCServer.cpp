@@ -3,20 +3,14 @@
 #include <algorithm>
 #include <utility>
 
-#include "common/ScopedAction.h"
 #include "common/log.h"
+#include "usercommon/Answer.h"
 
 namespace cmn {
 
 namespace {
 
 constexpr const char* kUserAgentVersion = "1.0";
-
-// What the extractor answered. A late answer still writes here; nobody reads it then.
-struct ReceivedURL {
-    std::mutex mutex;
-    std::string url;
-};
 
 std::optional<UserId> UserAtTheConsole() {
     return GetUIDByName(GetCurrentUserName());
@@ -71,23 +65,16 @@ void UserAgentObjCXPCServer::sendURL(const std::string& url, const std::string& 
 }
 
 std::string UserAgentObjCXPCServer::getURL(const std::string& browser) const {
-    const auto received = std::make_shared<ReceivedURL>();
-    if (const auto extractor = urlExtractor()) {
-        const auto answered = dispatch_->createSemaphore(0);
-        // Goes with the reply function: a call that failed, or whose peer left, is not waited for.
-        auto ended =
-            std::make_shared<ScopedAction<std::function<void()>>>([answered] { answered->signal(); });
-        extractor->getURL(browser, [received, answered, ended = std::move(ended)](const std::string& url) {
-            {
-                const std::lock_guard lock(received->mutex);
-                received->url = url;
-            }
-            answered->signal();
-        });
-        answered->wait(kGetURLDeadline);
+    const auto extractor = urlExtractor();
+    if (!extractor) {
+        return {};
     }
-    const std::lock_guard lock(received->mutex);
-    return received->url;
+    const auto answer = std::make_shared<Answer<std::string>>(*dispatch_, std::string());
+    // Goes with the reply function: a call that failed, or whose peer left, is not waited for.
+    std::shared_ptr<void> ended(nullptr, [answer](void*) { answer->end(); });
+    extractor->getURL(browser,
+                      [answer, ended = std::move(ended)](const std::string& url) { answer->set(url); });
+    return answer->wait(kGetURLDeadline);
 }
 
 void UserAgentObjCXPCServer::connectionDidInvalidate() {
