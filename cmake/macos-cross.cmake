@@ -1,5 +1,5 @@
 # Toolchain file: cross-builds the macOS ends on Linux. TESSARIN_MACOS_ARCHITECTURE is arm64 or x86_64.
-# The compiler and its caches stand below build/macos, where scripts/build-macos.sh puts them.
+# The compiler, its caches and the declarations of the platform stand below build/macos, where scripts/build-macos.sh puts them.
 include(${CMAKE_CURRENT_LIST_DIR}/version.cmake)
 
 set(TESSARIN_MACOS_ARCHITECTURE arm64 CACHE STRING "Architecture to build for: arm64 or x86_64")
@@ -16,6 +16,7 @@ set(CMAKE_OSX_DEPLOYMENT_TARGET "" CACHE STRING "" FORCE)
 set(CMAKE_OSX_SYSROOT "" CACHE STRING "" FORCE)
 
 get_filename_component(tessarin_macos ${CMAKE_CURRENT_LIST_DIR}/../macos ABSOLUTE)
+get_filename_component(tessarin_sdk ${CMAKE_CURRENT_LIST_DIR}/../build/macos/sdk ABSOLUTE)
 set(CMAKE_C_COMPILER ${tessarin_macos}/toolchain/zig-cc)
 set(CMAKE_CXX_COMPILER ${tessarin_macos}/toolchain/zig-c++)
 set(CMAKE_OBJC_COMPILER ${tessarin_macos}/toolchain/zig-cc)
@@ -32,16 +33,16 @@ else()
     set(tessarin_target ${TESSARIN_MACOS_ARCHITECTURE}-macos.${TESSARIN_MACOS_DEPLOYMENT_TARGET})
 endif()
 # The compiler adds checks for undefined behaviour of its own to builds that are not optimised.
-set(tessarin_flags_init "-target ${tessarin_target} -fno-sanitize=undefined -iframework ${tessarin_macos}/sdk/Frameworks")
+set(tessarin_flags_init "-target ${tessarin_target} -fno-sanitize=undefined -iframework ${tessarin_sdk}/Frameworks")
 set(CMAKE_C_FLAGS_INIT "${tessarin_flags_init}")
 set(CMAKE_CXX_FLAGS_INIT "${tessarin_flags_init}")
 set(CMAKE_OBJC_FLAGS_INIT "${tessarin_flags_init} -fobjc-arc")
 set(CMAKE_OBJCXX_FLAGS_INIT "${tessarin_flags_init} -fobjc-arc")
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-F${tessarin_macos}/sdk/Frameworks -L${tessarin_macos}/sdk/lib -lobjc")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-F${tessarin_sdk}/Frameworks -L${tessarin_sdk}/lib -lobjc")
 
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 # Nothing of this machine's libraries is for the target.
-set(CMAKE_FIND_ROOT_PATH ${CMAKE_CURRENT_LIST_DIR}/../macos/sdk)
+set(CMAKE_FIND_ROOT_PATH ${tessarin_sdk})
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)

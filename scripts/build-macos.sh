@@ -52,13 +52,14 @@ if ! cmp -s macos/toolchain/package-lock.json "$root/node_modules/.package-lock-
     cp macos/toolchain/package-lock.json "$root/node_modules/.package-lock-installed"
 fi
 
-# A stub that lacks what the sources use would only be noticed after minutes of building.
-quiet stubs env PYTHONDONTWRITEBYTECODE=1 python3 scripts/lib/macos/make_stubs.py --check
+# Declarations and link stubs of what macos/sdk/used.txt names.
+quiet sdk env PYTHONDONTWRITEBYTECODE=1 python3 scripts/lib/macos/generate_sdk.py
 
 build_architecture() {
     local architecture=$1 jobs=$2 build=$root/$1
     echo "build-macos.sh: building $architecture" >&2
-    if [[ ! -f $build/build.ninja ]]; then
+    if [[ ! -f $build/build.ninja || cmake/macos-cross.cmake -nt $build/build.ninja ]]; then
+        rm -rf "$build"  # the first configuration keeps what the toolchain file says
         # The first program that is linked has the compiler build its C++ library. Lightly optimised: nobody runs the result.
         quiet "configure-$architecture" cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
             -DCMAKE_CXX_FLAGS_RELEASE="-O1 -DNDEBUG" -DCMAKE_OBJCXX_FLAGS_RELEASE="-O1 -DNDEBUG" \

@@ -71,8 +71,6 @@ def declarations(folder: Path = MACOS) -> dict[tuple[str, str], Declaration]:
     """Every class and protocol in the headers below a folder, by kind ("interface", "protocol") and name."""
     found: dict[tuple[str, str], Declaration] = {}
     for header in sorted(folder.rglob("*.h")):
-        if "sdk" in header.relative_to(folder).parts:
-            continue
         text = _COMMENT.sub("", header.read_text())
         for kind, name, rest, body in _BLOCK.findall(text):
             superclass = re.match(r"\s*:\s*(\w+)", rest)

@@ -1,0 +1,1 @@
+#define kCGNullWindowID ((uint32_t)0)

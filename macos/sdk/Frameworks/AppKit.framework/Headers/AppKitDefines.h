@@ -1,7 +1,0 @@
-#pragma once
-
-#ifdef __cplusplus
-#define APPKIT_EXTERN extern "C"
-#else
-#define APPKIT_EXTERN extern
-#endif

@@ -1,6 +1,0 @@
-#pragma once
-
-#include <AppKit/AppKitDefines.h>
-#include <Foundation/NSAttributedString.h>
-
-APPKIT_EXTERN const NSAttributedStringKey _Nonnull NSForegroundColorAttributeName;

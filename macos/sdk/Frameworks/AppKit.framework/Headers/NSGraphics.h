@@ -1,7 +1,0 @@
-#pragma once
-
-#include <Foundation/Foundation.h>
-
-typedef NS_ENUM(NSUInteger, NSBackingStoreType) {
-    NSBackingStoreBuffered = 2,
-};

@@ -1,6 +1,0 @@
-#pragma once
-
-#include <AppKit/NSButton.h>
-
-@interface NSStatusBarButton : NSButton
-@end

@@ -1,9 +1,0 @@
-#pragma once
-
-#include <CoreFoundation/CFArray.h>
-#include <CoreFoundation/CFBase.h>
-#include <CoreFoundation/CFData.h>
-#include <CoreFoundation/CFDictionary.h>
-#include <CoreFoundation/CFNumber.h>
-#include <CoreFoundation/CFRunLoop.h>
-#include <CoreFoundation/CFString.h>

@@ -1,4 +1,0 @@
-#pragma once
-
-#include <CoreGraphics/CGGeometry.h>
-#include <CoreGraphics/CGWindow.h>

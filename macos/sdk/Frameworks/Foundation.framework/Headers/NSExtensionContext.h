@@ -1,6 +1,0 @@
-#pragma once
-
-#include <Foundation/NSObject.h>
-
-@interface NSExtensionContext : NSObject
-@end
