@@ -99,6 +99,13 @@ class Interfaces(unittest.TestCase):
             self.assertEqual(set(re.findall(r"\[(NS\w+) class\]", text)), classes)
 
 
+class Texts(unittest.TestCase):
+    def test_that_may_be_nil_are_made_empty_in_one_place(self) -> None:
+        sources = [*MACOS.rglob("*.mm"), *(PROJECT / "common/Common/src/impl_mac").glob("*.mm")]
+        self.assertEqual([path.name for path in sources if re.search(r'nil\s*\?\s*\w+\s*:\s*@""', path.read_text())],
+                         ["FoundationBridges.mm"])
+
+
 class Reading(unittest.TestCase):
     def test_a_method_with_a_block_is_taken_apart(self) -> None:
         one = method("(void)ask:(NSString*)name times:(int)n reply:(void (^)(NSArray<NSString*>* all, BOOL ok))reply")

@@ -8,18 +8,12 @@
 
 namespace {
 
-// Texts that are not UTF-8 become empty: a dictionary takes no nil.
-NSString* ToNSString(const std::string& text) {
-    NSString* const string = [NSString stringWithStdString:text];
-    return string != nil ? string : @"";
-}
-
 NSArray<NSDictionary*>* ToScanResult(const std::vector<cmn::ScanRecord>& records) {
     NSMutableArray<NSDictionary*>* const result = [NSMutableArray arrayWithCapacity:records.size()];
     for (const cmn::ScanRecord& record : records) {
         NSMutableDictionary<NSString*, NSString*>* const dictionary = [NSMutableDictionary dictionary];
         for (const auto& [key, value] : record) {
-            dictionary[ToNSString(key)] = ToNSString(value);
+            dictionary[cmn::ToNSString(key)] = cmn::ToNSString(value);
         }
         [result addObject:dictionary];
     }
@@ -29,7 +23,7 @@ NSArray<NSDictionary*>* ToScanResult(const std::vector<cmn::ScanRecord>& records
 NSDictionary<NSString*, NSNumber*>* ToStatuses(const cmn::UIVisibilityStatuses& statuses) {
     NSMutableDictionary<NSString*, NSNumber*>* const dictionary = [NSMutableDictionary dictionary];
     for (const auto& [key, value] : statuses) {
-        dictionary[ToNSString(key)] = value ? @YES : @NO;
+        dictionary[cmn::ToNSString(key)] = value ? @YES : @NO;
     }
     return [dictionary copy];
 }
@@ -50,7 +44,7 @@ NSDictionary<NSString*, NSNumber*>* ToStatuses(const cmn::UIVisibilityStatuses& 
 
 - (void)version:(void (^)(NSString*))reply {
     cmn::AnswerNoThrow("version:", [&] {
-        _service->version([reply](const std::string& version) { reply(ToNSString(version)); });
+        _service->version([reply](const std::string& version) { reply(cmn::ToNSString(version)); });
     });
 }
 

@@ -9,12 +9,6 @@ namespace cmn {
 
 namespace {
 
-// A path that is not UTF-8 cannot be a file of this system; the service answers as for none.
-NSString* ToNSString(const std::string& text) {
-    NSString* const string = [NSString stringWithStdString:text];
-    return string != nil ? string : @"";
-}
-
 // What came from another process need not be what was agreed on.
 template <typename Class>
 Class* Checked(id object) {

@@ -34,8 +34,7 @@ void UserAgentProxy::sendURL(const std::string& url, const std::string& browser,
 }
 
 void URLExtractorProxy::getURL(const std::string& browser, std::function<void(const std::string&)> reply) {
-    NSString* const name = [NSString stringWithStdString:browser];
-    [remote_ getURL:name != nil ? name : @""
+    [remote_ getURL:ToNSString(browser)
               reply:^(NSURL* url) {
                 if (reply) {
                     reply(ToStdString(url));

@@ -65,4 +65,9 @@ std::string ToStdString(NSURL* url) {
     return url != nil ? [url stdString] : std::string();
 }
 
+NSString* ToNSString(const std::string& text) {
+    NSString* const string = [NSString stringWithStdString:text];
+    return string != nil ? string : @"";
+}
+
 }  // namespace cmn

@@ -26,8 +26,7 @@ NSAttributedString* RedText(NSString* text) {
 }
 
 void Show(const useragent::MenuItemContent& content, NSMenuItem* item) {
-    NSString* const title = [NSString stringWithStdString:useragent::OneLine(content.title)];
-    item.title = title != nil ? title : @"";
+    item.title = cmn::ToNSString(useragent::OneLine(content.title));
     // A cleared attributed title shows the plain one in the usual colour.
     item.attributedTitle = content.isRed ? RedText(item.title) : nil;
     item.image = ImageOf(content.image);

@@ -17,8 +17,7 @@ constexpr CGFloat kCheckBoxHeight = 20;
 constexpr CGFloat kTextInset = 2;
 
 void SetText(NSTextField* label, const std::string& text) {
-    NSString* const string = [NSString stringWithStdString:text];
-    label.stringValue = string != nil ? string : @"";
+    label.stringValue = cmn::ToNSString(text);
 }
 
 // A text that may be too long for its place, and is whole in its tooltip.
@@ -112,8 +111,7 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
             continue;
         }
         const std::string longest = _content->longestText(cmn::ToStdString(column.identifier));
-        NSString* const text = [NSString stringWithStdString:longest];
-        NSTextField* const field = [NSTextField labelWithString:text != nil ? text : @""];
+        NSTextField* const field = [NSTextField labelWithString:cmn::ToNSString(longest)];
         const CGFloat needed = field.intrinsicContentSize.width + 2 * kTextInset;
         if (needed > column.minWidth) {
             column.minWidth = needed;
@@ -140,8 +138,7 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
         if (const auto* box = std::get_if<useragent::DisabledCheckBox>(&value)) {
             return [self checkBoxFor:*box ofTableView:tableView column:column];
         }
-        NSString* const text = [NSString stringWithStdString:std::get<std::string>(value)];
-        return text != nil ? text : @"";
+        return cmn::ToNSString(std::get<std::string>(value));
     } catch (const std::exception& error) {
         TLOG_ERROR("A cell of the properties window has no value: {}", error.what());
         return nil;
@@ -176,10 +173,9 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
     }
     NSTableCellView* const cell = CellWithText(tableView, column, self);
     NSString* const whole = [value isKindOfClass:[NSString class]] ? value : nil;
-    NSString* const text =
-        whole != nil ? [NSString stringWithStdString:useragent::OneLine(cmn::ToStdString(whole))] : nil;
-    cell.textField.stringValue = text != nil ? text : @"";
-    cell.toolTip = HoldsNumbers(column) ? nil : text;
+    NSString* const text = cmn::ToNSString(useragent::OneLine(cmn::ToStdString(whole)));
+    cell.textField.stringValue = text;
+    cell.toolTip = whole == nil || HoldsNumbers(column) ? nil : text;
     return cell;
 }
 

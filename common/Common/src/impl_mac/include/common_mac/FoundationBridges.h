@@ -36,6 +36,9 @@ namespace cmn {
 std::string ToStdString(NSString* _Nullable string);
 std::string ToStdString(NSURL* _Nullable url);
 
+// "" for a text that is not UTF-8, where nil may not stand: in a dictionary, a label or a message's argument.
+NSString* ToNSString(const std::string& text);
+
 }  // namespace cmn
 
 NS_ASSUME_NONNULL_END
