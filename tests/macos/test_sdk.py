@@ -89,6 +89,12 @@ class Headers(Case):
             with self.subTest(line):
                 self.assertIn(f"\n{line}", texts[HEADERS.format(framework)])
 
+    def test_tell_methods_of_a_class_from_those_of_its_objects(self) -> None:
+        both = "pathForResource:ofType:inDirectory:"
+        text = self.generated(self.list_text.replace("class NSBundle:", f"class NSBundle: {both} +{both}"))[HEADERS.format("Foundation")]
+        self.assertRegex(text, r"\n\+ \(NSString\*\)pathForResource:.* inDirectory:\(NSString\* _Nonnull\)bundlePath;")
+        self.assertRegex(text, r"\n- \(NSString\*\)pathForResource:.* inDirectory:\(NSString\* _Nullable\)subpath;")
+
     def test_are_behind_what_is_written_by_hand(self) -> None:
         for by_hand in SDK.glob("*.h"):
             (text,) = [text for name, text in self.generated().items() if name.startswith(f"Frameworks/{by_hand.stem}.framework/H")]
@@ -119,6 +125,7 @@ class List(Case):
                 ("kAXErrorNoValue", "kAXNoValue", "AXError has no enumerator kAXNoValue"),
                 ("NSUInteger NSView*", "NSUInteger NSViews*", "NSAutoresizingMaskOptions has no enumerator NSViewWidthSizable"),
                 ("structure AuthorizationItem ", "structure AuthorizationPart ", "no structure AuthorizationPart is published in"),
+                ("structure NSFastEnumerationState ", "structure NSTimer ", "no structure NSTimer is published in Foundation"),
                 ("const __CFArray", "const __CFArrays", "no structure __CFArrays is published")):
             self.assert_refused(old, new, problem)
 
@@ -213,18 +220,25 @@ class Package(Case):
 
     def test_whose_library_is_another_one_is_refused(self) -> None:
         data = self.library.read_bytes()
-        begin = data.index(b"NSMD\x01\0")
-        for changed in (data.replace(b"NSMD\x01\0", b"NSMD\x02\0"), data[:begin + 5_000_000],
-                        data[:begin + 10] + struct.pack("<I", struct.unpack_from("<I", data, begin + 10)[0] + 4) + data[begin + 14:]):
+        for changed in (data.replace(b"NSMD\x01\0", b"NSMD\x02\0"), data[:data.index(b"NSMD\x01\0") + 5_000_000]):
             self.library.write_bytes(changed)
             with self.assertRaises(ValueError):
                 generate_sdk.generate(SDK, self.folder)
+
+    def test_whose_metadata_has_entries_of_another_size_is_refused(self) -> None:
+        def with_a_constant(size: int) -> bytes:
+            offsets = struct.pack("<8I", 40, *[40 + size] * 7)
+            return b"NSMD\x01\0" + offsets + b"a\0" + struct.pack("<IBq", 0, 1, 5)
+        self.assertEqual(Metadata(with_a_constant(13)).constants, {"a": 5})
+        with self.assertRaises(ValueError):
+            Metadata(with_a_constant(12))
 
     def test_whose_types_and_library_differ_is_refused(self) -> None:
         for framework, old, new, problem in (
                 ("Foundation", "addObject(anObject: ObjectType)", "addObject(anObject: ObjectType, index: number)", "in the number"),
                 ("AppKit", "  minWidth: number;", "  minWidth: string;", "minWidth: metadata and text of a type differ"),
                 ("AppKit", "  addSubview(view: NSView)", "  addSubview(view: NSWindow)", "addSubview:: metadata and text of"),
+                ("AppKit", "  minWidth: number;", "  minWidth: interop.Enum<typeof NSButtonType>;", "type differ: double"),
                 ("AppKit", "setButtonType(type: interop.Enum<typeof NSButtonType>)", "setButtonType(type: boolean)", "differ")):
             path = self.types / f"{framework}.d.ts"
             text = path.read_text()

@@ -1,7 +1,7 @@
 """Writes the header of a framework: what the list names of it, as it is published."""
 
 from contextlib import contextmanager
-from typing import Iterable, Iterator, NamedTuple, Optional
+from typing import Container, Iterable, Iterator, NamedTuple, Optional
 
 import metadata
 import published
@@ -48,8 +48,8 @@ class Header:
     def _by_name(self, *keywords: str) -> list[tuple[Entry, str]]:
         return [(entry, name) for entry in self._part.of(*keywords) for name in entry.words]
 
-    def _published(self, entry: Entry, what: str, name: str, said: str = "") -> published.Entity:
-        entity = self._interface.types.get((what, name))
+    def _published(self, entry: Entry, what: str, name: str, table: Container[str], said: str = "") -> published.Entity:
+        entity = self._interface.types.get((what, name)) if name in table else None
         if entity is None or entity.framework != self._part.name:
             where = f", but in {entity.framework}" if entity else ""
             raise entry.error(f"no {said or what} {name} is published in {self._part.name}{where}")
@@ -78,7 +78,7 @@ class Header:
         return f"{forward}typedef {'const ' * const}struct {attribute} {structure}* {name};"
 
     def _struct(self, entry: Entry, name: str) -> str:
-        self._published(entry, "class", name, "structure")
+        self._published(entry, "class", name, self._interface.metadata.structs, "structure")
         lines = []
         for field, kind in self._interface.metadata.structs[name].items():
             one, count = (kind.inner, f"[{kind.count}]") if kind.kind == "array" and kind.inner else (kind, "")
@@ -91,7 +91,7 @@ class Header:
 
     def _enum(self, entry: Entry) -> str:
         name, number, pattern = (entry.words + [f"{entry.words[0]}*"])[:3]
-        self._published(entry, "enumeration", name)
+        self._published(entry, "enumeration", name, self._interface.metadata.enums)
         before, _, after = pattern.partition("*")
         lines = []
         for enumerator in entry.items:
@@ -106,7 +106,7 @@ class Header:
         return f"typedef {number} {name};" + (f"\nenum __attribute__((flag_enum)) : {name} {body}" if lines else "")
 
     def _constant(self, entry: Entry, name: str) -> str:
-        (text,) = self._published(entry, "constant", name).members[name]
+        (text,) = self._published(entry, "constant", name, self._interface.metadata.constants).members[name]
         value = self._interface.metadata.constants[name]
         if isinstance(value, (int, float)):
             if isinstance(value, int) and value < 0:
@@ -118,7 +118,7 @@ class Header:
             return f'extern "C" {speller.type(value, text.result)} {"const " * (value.kind != "struct")}{name};'
 
     def _function(self, entry: Entry, name: str) -> str:
-        (text,) = self._published(entry, "function", name).members[name]
+        (text,) = self._published(entry, "function", name, self._interface.metadata.functions).members[name]
         kinds = self._interface.metadata.signature(self._interface.metadata.functions[name])
         self.symbols.append(f"_{name}")
         with self._speller(entry, name, entry.items) as speller:
@@ -143,8 +143,8 @@ class Header:
 
     def _data(self, entry: Entry, name: str) -> tuple[published.Entity, metadata.Owner]:
         what = "protocol" if entry.keyword == "protocol" else "class"
-        binary = self._interface.metadata
-        return self._published(entry, what, name), (binary.protocols if what == "protocol" else binary.classes)[name]
+        table = self._interface.metadata.protocols if what == "protocol" else self._interface.metadata.classes
+        return self._published(entry, what, name, table), table[name]
 
     def _owner(self, entry: Entry, name: str) -> str:
         entity, owner = self._data(entry, name)
