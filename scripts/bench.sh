@@ -50,9 +50,9 @@ for script in bench/*/*_bench.py; do
     scripts/build.sh release
     options=()
     [[ $name != agent ]] || options=(--idle-seconds "$idle")
-    python3 "$script" "build/bench/$(dirname "$script")" build/release "$results/$name.json" "${options[@]}" >&2
+    /usr/bin/python3 "$script" "build/bench/$(dirname "$script")" build/release "$results/$name.json" "${options[@]}" >&2
     ran=$((ran + 1))
 done
 
 ((ran > 0)) || { echo "bench.sh: no benchmark matches '$filter'" >&2; exit 1; }
-python3 scripts/lib/bench_table.py "$results" bench/aims.json
+/usr/bin/python3 scripts/lib/bench_table.py "$results" bench/aims.json

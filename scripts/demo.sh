@@ -9,5 +9,5 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-command -v python3 >/dev/null || scripts/install-deps.sh demo
-exec python3 scripts/lib/demo.py "$@"
+/usr/bin/python3 -c 'import jeepney' 2>/dev/null || scripts/install-deps.sh demo
+exec /usr/bin/python3 scripts/lib/demo.py "$@"

@@ -13,4 +13,4 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 . scripts/lib/walk_setup.sh
-exec python3 scripts/lib/soak.py "$@"
+exec /usr/bin/python3 scripts/lib/soak.py "$@"

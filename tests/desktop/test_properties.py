@@ -62,11 +62,18 @@ class PropertiesTest(DesktopTest):
                         f"{count} properties windows") if count else []
 
     def close_all(self) -> None:
-        if self.agent.process is not None:
-            for window in self.desktop.visible_windows(self.agent.process.pid):
+        """Also those that are just being opened."""
+        process = self.agent.process
+        if process is None:
+            return
+
+        def closed() -> bool:
+            for window in self.desktop.visible_windows(process.pid):
                 self.desktop.xdotool("windowactivate", "--sync", window)
                 self.desktop.xdotool("key", "Escape")
-            wait_for(lambda: not self.windows(), PATIENCE, "no properties window")
+            return not self.windows()
+
+        wait_for(closed, PATIENCE, "no properties window")
 
     def write(self, name: str, content: bytes) -> str:
         path = self.home / name
@@ -248,7 +255,7 @@ class TheService(PropertiesTest):
         asked: list[str] = []
         delay = [0.2]
 
-        def scan(arguments: list, _sender: str) -> tuple[str, list]:
+        def scan(arguments: tuple, _sender: str) -> tuple[str, list]:
             asked.append(str(arguments[0]))
             time.sleep(delay[0])
             return "aa{ss}", [[{"Name": "Cards", "AmazonID": "a-7"}]]

@@ -146,7 +146,7 @@ class IconSwitchedOff(StatusItemTest):
                       lambda _arguments, _sender: ("a{sb}", [{"agentIconDisable": True}]))
         service.own(_SERVICE)
 
-    def answer(self, _arguments: list, _sender: str) -> tuple[str, list]:
+    def answer(self, _arguments: tuple, _sender: str) -> tuple[str, list]:
         self.asked += 1
         return "b", [self.granted]
 

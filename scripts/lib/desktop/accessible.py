@@ -49,7 +49,7 @@ class Node:
             yield child
             yield from child.below()
 
-    def _call(self, member: str) -> list:
+    def _call(self, member: str) -> tuple:
         return self._bus.call(self._application, self.path, ACCESSIBLE, member)
 
 

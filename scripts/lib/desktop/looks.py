@@ -3,7 +3,7 @@
 from dataclasses import dataclass
 
 from .accessible import ACCESSIBLE, ROOT, accessibility_address
-from .bus import Bus, BusError, Variant
+from .bus import Bus, BusError
 from .processes import wait_for
 from .session import Desktop
 
@@ -34,7 +34,7 @@ class Program:
             (ACCESSIBLE, "GetChildren"): ("a(so)", [[(own, _FRAME)]]),
             (ACCESSIBLE, "GetRole"): ("u", [_ROLE_FRAME]),
             (ACCESSIBLE, "GetState"): ("au", [[_STATES_OF_A_WINDOW, 0]]),
-            ("org.freedesktop.DBus.Properties", "Get"): ("v", [Variant("s", name)]),
+            ("org.freedesktop.DBus.Properties", "Get"): ("v", [("s", name)]),
         }
         for (interface, member), answer in answers.items():
             self._bus.serve(interface, member, lambda _values, _sender, answer=answer: answer)
@@ -68,7 +68,7 @@ class Monitor:
         names = set()
         for name in self._ask("ListNames")[0]:
             try:
-                if name.startswith(":") and self._ask("GetConnectionUnixProcessID", "s", (name,)) == [pid]:
+                if name.startswith(":") and self._ask("GetConnectionUnixProcessID", "s", (name,)) == (pid,):
                     names.add(name)
             except BusError:
                 pass  # it has just ended
@@ -97,7 +97,7 @@ class Monitor:
         self._ask("GetId")
         return any(call.sender == self._bus.unique_name for call in self.calls())
 
-    def _ask(self, member: str, signature: str = "", arguments: tuple = ()) -> list:
+    def _ask(self, member: str, signature: str = "", arguments: tuple = ()) -> tuple:
         return self._bus.call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", member, signature,
                               arguments)
 

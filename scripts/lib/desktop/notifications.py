@@ -47,7 +47,7 @@ class NotificationDaemon:
     def __exit__(self, *_: object) -> None:
         self.close()
 
-    def _notify(self, arguments: list, sender: str) -> tuple[str, list]:
+    def _notify(self, arguments: tuple, sender: str) -> tuple[str, list]:
         application, replaces, _icon, summary, body, actions = arguments[:6]
         with self._lock:
             number = replaces or len(self.shown) + 1

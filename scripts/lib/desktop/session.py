@@ -9,7 +9,7 @@ import tempfile
 from pathlib import Path
 from typing import Optional
 
-from .bus import Bus, BusError, Variant
+from .bus import Bus, BusError
 from .processes import Processes, TimedOut, wait_for
 
 PROJECT = Path(__file__).resolve().parents[3]
@@ -117,7 +117,7 @@ class Desktop:
 
     def set_accessibility(self, enabled: bool) -> None:
         """Switches the session's accessibility on or off, as the desktop's settings do."""
-        self.session_bus.set_property(*_A11Y, "org.a11y.Status", "IsEnabled", Variant("b", enabled))
+        self.session_bus.set_property(*_A11Y, "org.a11y.Status", "IsEnabled", ("b", enabled))
 
     # Display
 

@@ -4,7 +4,7 @@ import threading
 from dataclasses import dataclass
 from typing import Any, Optional
 
-from .bus import Bus, BusError, Variant
+from .bus import Bus, BusError
 from .processes import wait_for
 
 _WATCHER = "org.kde.StatusNotifierWatcher"
@@ -44,20 +44,22 @@ class StatusItem:
 
     def pixmaps(self) -> dict[int, bytes]:
         """Width to pixels, which are ARGB in network order."""
-        return {width: bytes(pixels) for width, _height, pixels in self._property("IconPixmap")}
+        return {width: pixels for width, _height, pixels in self._property("IconPixmap")}
 
     def menu(self, ask: bool = True) -> list[Entry]:
         """The entries, as when the user opens the menu. `ask` False: without asking for an update before."""
         if ask:
             self._call_menu("AboutToShow", "i", (0,))
         _revision, (_number, _of_menu, children) = self._call_menu("GetLayout", "iias", (0, -1, []))
-        return [Entry(number, str(properties.get("label", "")).replace("__", "_"),
-                      bool(properties.get("enabled", True)), properties.get("type") == "separator",
-                      bytes(properties.get("icon-data", [])))
-                for number, properties, _below in children]
+        entries = []
+        for _signature, (number, properties, _below) in children:
+            known = {name: value for name, (_, value) in properties.items()}
+            entries.append(Entry(number, known.get("label", "").replace("__", "_"), known.get("enabled", True),
+                                 known.get("type") == "separator", known.get("icon-data", b"")))
+        return entries
 
     def close_menu(self) -> None:
-        self._call_menu("Event", "isvu", (0, "closed", Variant("s", ""), 0))
+        self._call_menu("Event", "isvu", (0, "closed", ("s", ""), 0))
 
     def labels(self) -> list[str]:
         return [entry.label for entry in self.menu() if not entry.separator]
@@ -65,12 +67,12 @@ class StatusItem:
     def click(self, label: str) -> None:
         """As when the user opens the menu and selects the entry that starts with `label`."""
         entry = next(entry for entry in self.menu() if entry.label.startswith(label))
-        self._call_menu("Event", "isvu", (entry.number, "clicked", Variant("s", ""), 0))
+        self._call_menu("Event", "isvu", (entry.number, "clicked", ("s", ""), 0))
 
     def _property(self, name: str) -> Any:
         return self._bus.get_property(self.owner, self._path, _ITEM, name)
 
-    def _call_menu(self, member: str, signature: str, arguments: tuple) -> list:
+    def _call_menu(self, member: str, signature: str, arguments: tuple) -> tuple:
         return self._bus.call(self.owner, str(self._property("Menu")), _MENU, member, signature, arguments)
 
 
@@ -83,7 +85,7 @@ class StatusArea:
         self._lock = threading.Lock()
         self._bus = Bus(address)
         self._bus.serve(_WATCHER, "RegisterStatusNotifierItem", self._register)
-        self._bus.serve(_PROPERTIES, "Get", lambda _arguments, _sender: ("v", [Variant("b", True)]))
+        self._bus.serve(_PROPERTIES, "Get", lambda _arguments, _sender: ("v", [("b", True)]))
         self._bus.own(_WATCHER)
 
     def items(self) -> list[StatusItem]:
@@ -113,7 +115,7 @@ class StatusArea:
     def __exit__(self, *_: object) -> None:
         self.close()
 
-    def _register(self, arguments: list, sender: str) -> tuple[str, list]:
+    def _register(self, arguments: tuple, sender: str) -> tuple[str, list]:
         with self._lock:
             self._registered.append(sender if str(arguments[0]).startswith("/") else str(arguments[0]))
         return "", []

@@ -67,11 +67,11 @@ class Daemon:
     def last_report(self, browser: str) -> Optional[Report]:
         return next((report for report in reversed(self.reports) if report.browser == browser), None)
 
-    def _set_extractor(self, values: list, sender: str) -> tuple[str, list]:
+    def _set_extractor(self, values: tuple, sender: str) -> tuple[str, list]:
         with self._lock:
             self._extractor = None if values[0] == "/" else (sender, values[0])
         return "b", [True]
 
-    def _send_url(self, values: list, _sender: str) -> tuple[str, list]:
+    def _send_url(self, values: tuple, _sender: str) -> tuple[str, list]:
         self.reports.append(Report(time.monotonic(), *values))
         return "", []

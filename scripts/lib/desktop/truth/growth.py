@@ -56,11 +56,11 @@ class Registrations:
         processes = {listener: self._process_of(listener) for listener, _ in counts}
         return sum(count for (listener, _), count in counts.items() if processes[listener] == pid)
 
-    def _registered(self, values: list) -> None:
+    def _registered(self, values: tuple) -> None:
         with self._lock:
             self._counts[(values[0], values[1].rstrip(":"))] += 1
 
-    def _deregistered(self, values: list) -> None:
+    def _deregistered(self, values: tuple) -> None:
         """All of that listener for that event and what is below it; an empty event is every one."""
         event = values[1].rstrip(":")
         with self._lock:
