@@ -4,11 +4,6 @@
 
 #include "xpccommon/UserAgentProtocol.h"
 
-// This test program's end of the seam.
-std::shared_ptr<const cmn::XPCInterface> cmn::CreateUserAgentInterface() {
-    return std::make_shared<fake::PlainInterface>();
-}
-
 struct RecordingDaemon::State {
     std::mutex mutex;
     std::vector<SentURL> sent;

@@ -2,11 +2,6 @@
 
 #include <utility>
 
-// This test program's end of the seam.
-std::shared_ptr<const cmn::XPCInterface> cmn::FinderExtensionXPCInterface() {
-    return std::make_shared<fake::PlainInterface>();
-}
-
 class ScriptedFinderExtension::Proxy : public cmn::FinderExtensionCommunicator {
  public:
     Proxy(ScriptedFinderExtension& service, cmn::RemoteErrorHandler onError,

@@ -2,11 +2,6 @@
 
 #include <utility>
 
-// This test program's end of the seam.
-std::shared_ptr<const cmn::XPCInterface> cmn::CreateUserAgentInterface() {
-    return std::make_shared<fake::PlainInterface>();
-}
-
 class ScriptedUserAgent::Proxy : public cmn::UserAgentProtocol {
  public:
     Proxy(ScriptedUserAgent& daemon, cmn::RemoteErrorHandler onError)

@@ -69,7 +69,8 @@ def platform_findings(room: str, text: str) -> Iterator[str]:
 
 
 # The rooms of the platform ends: what the names of a room's headers begin with, its folder, and the rooms directly below it
-# (a room may use what is below those, too). A portable room below brings the portable ones below itself.
+# (a room may use what is below those, too). A portable room below brings the portable ones below itself. Each arrow is needed by an
+# include or a link.
 AGENT_END = "TessarinUserAgent/src"
 ENDS = {
     "linux": {
@@ -77,23 +78,25 @@ ENDS = {
         "linux_bus": ("linux/Bus", ("common",)),
         "linux_usercommon": ("linux/UserCommon", ("linux_bus", "usercommon")),
         "linux_xpccommon": ("linux/XPCCommon", ("linux_usercommon", "xpccommon")),
-        "accessibility": (f"linux/{AGENT_END}/accessibility", ("linux_usercommon", "useragent")),
+        "accessibility": (f"linux/{AGENT_END}/accessibility", ("linux_bus", "useragent")),
         "windowlist": (f"linux/{AGENT_END}/windowlist", ("accessibility",)),
         "statusitem": (f"linux/{AGENT_END}/statusitem", ("linux_bus", "useragent")),
         "interface": (f"linux/{AGENT_END}/interface", ("statusitem",)),
-        "permissions": (f"linux/{AGENT_END}/permissions", ("linux_usercommon", "useragent")),
+        "permissions": (f"linux/{AGENT_END}/permissions", ("useragent",)),
         "filemanagers": (f"linux/{AGENT_END}/filemanagers", ("permissions",)),
-        "program": (f"linux/{AGENT_END}", ("linux_xpccommon", "windowlist", "interface", "filemanagers")),
+        "program": (f"linux/{AGENT_END}", ("linux_usercommon", "windowlist", "interface", "filemanagers")),
+        "scanner": ("tools/TessarinServiceHost/scanner", ("xpccommon", "impl_posix")),
+        "host": ("tools/TessarinServiceHost", ("linux_usercommon", "scanner")),
     },
     "macos": {
-        "impl_mac": ("common/Common/src/impl_mac", ("common", "impl_posix", "common_mac")),
-        "common_mac": ("common/Common/src/impl_mac/include", ("common",)),
+        "impl_mac": ("common/Common/src/impl_mac", ("common", "common_mac")),
+        "common_mac": ("common/Common/src/impl_mac/include", ()),
         "macos_usercommon": ("macos/UserCommon", ("common_mac", "usercommon")),
         "macos_xpccommon": ("macos/XPCCommon", ("macos_usercommon", "xpccommon")),
-        "accessibility": (f"macos/{AGENT_END}/accessibility", ("macos_usercommon", "useragent")),
-        "permissions": (f"macos/{AGENT_END}/permissions", ("macos_usercommon", "useragent")),
+        "accessibility": (f"macos/{AGENT_END}/accessibility", ("common_mac", "useragent")),
+        "permissions": (f"macos/{AGENT_END}/permissions", ("common_mac", "useragent")),
         "interface": (f"macos/{AGENT_END}/interface", ("permissions",)),
-        "program": (f"macos/{AGENT_END}", ("macos_xpccommon", "accessibility", "interface")),
+        "program": (f"macos/{AGENT_END}", ("macos_usercommon", "accessibility", "interface")),
     },
 }
 _FOREIGN_HEADER = {
@@ -143,6 +146,66 @@ def end_findings(platform: str, room: str, text: str) -> Iterator[str]:
             yield f'{number}: includes "{header}", which {room} may not know'
         elif not slash and is_part_of_agent and not header.startswith("ui_"):
             yield f'{number}: includes "{header}" without its room'
+
+
+_INCLUDE = re.compile(r'^\s*#\s*(?:include|import)\s*"(\w+)/', re.MULTILINE)
+
+
+def neighbours(platform: str, room: str, texts: Iterable[str]) -> set[str]:
+    """The other rooms that the sources of `room` name: what their headers' names begin with."""
+    known = {*ENDS[platform], *ROOMS.values(), "impl_posix"}
+    found = {name for text in texts for name in _INCLUDE.findall(without_comments(text, keep_texts=True))}
+    return (found & known) - {room}
+
+
+def unused_arrows(platform: str, room: str, named: set[str]) -> Iterator[str]:
+    """Arrows from `room` that neither its sources nor its CMakeLists.txt need: none of what they alone bring is named."""
+    below = ENDS[platform][room][1]
+    for arrow in below:
+        others = set[str]().union(*(rooms_below(platform, other) for other in below if other != arrow))
+        if arrow not in named and not named & (rooms_below(platform, arrow) - others):
+            yield f"{room} -> {arrow} is drawn and not used"
+
+
+def circles(below: dict[str, Iterable[str]]) -> Iterator[str]:
+    """Rooms that are below themselves, by what is directly below each."""
+    for room in below:
+        seen: set[str] = set()
+        next_ones = list(below[room])
+        while next_ones:
+            one = next_ones.pop()
+            if one not in seen:
+                seen.add(one)
+                next_ones += below.get(one, ())
+        if room in seen:
+            yield f"{room} is below itself"
+
+
+_LIBRARY = re.compile(r"\b(?:tessarin_library|add_library|add_executable)\(\s*(\w+)")
+_LINKS = re.compile(r"\bLINKS\b([^()]*?)(?=\b[A-Z_]{4,}\b|\))|\btarget_link_libraries\(\s*\w+([^()]*)\)")
+
+
+def targets(text: str) -> set[str]:
+    """What a CMakeLists.txt makes."""
+    return set(_LIBRARY.findall(re.sub(r"#[^\n]*", "", text)))
+
+
+def links(text: str) -> set[str]:
+    """What the targets of a CMakeLists.txt are linked with."""
+    lists = _LINKS.findall(re.sub(r"#[^\n]*", "", text))
+    return {word for first, second in lists for word in (first + " " + second).split()}
+
+
+def room_lists() -> dict[tuple[str, str], str]:
+    """The text of each room's CMakeLists.txt, by platform and room. The program's stands above its sources."""
+    found = {("", name): (PROJECT / "common" / room / "CMakeLists.txt").read_text() for room, name in ROOMS.items()}
+    for platform, rooms in ENDS.items():
+        for room, (folder, _) in rooms.items():
+            for path in (PROJECT / folder, (PROJECT / folder).parent):
+                if (path / "CMakeLists.txt").is_file() and path.relative_to(PROJECT).parts[0] != "common":
+                    found[platform, room] = (path / "CMakeLists.txt").read_text()
+                    break
+    return found
 
 
 # They wait for the bus, for as long as it wants.

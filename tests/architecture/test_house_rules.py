@@ -10,9 +10,9 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from house_rules import (ENDS, PROJECT, ROOMS, bus_findings, empty_tests, end_files, end_findings, joined,
-                         platform_findings, portable_files, test_sources, unexplained_warnings, unregistered_tests,
-                         warnings_of)
+from house_rules import (ENDS, PROJECT, ROOMS, bus_findings, circles, empty_tests, end_files, end_findings, joined, links,
+                         neighbours, platform_findings, portable_files, room_lists, rooms_below, targets, test_sources,
+                         unexplained_warnings, unregistered_tests, unused_arrows, warnings_of)
 
 
 class PortableCode(unittest.TestCase):
@@ -73,6 +73,34 @@ class PlatformEnds(unittest.TestCase):
         for room, count in checked.items():
             self.assertGreater(count, 0, f"nothing was checked in {room}")
 
+    def test_are_linked_with_lower_rooms_only(self) -> None:
+        lists = room_lists()
+        makers = {(platform, target): room for (platform, room), text in lists.items() for target in targets(text)}
+        findings, arrows = [], 0
+        for (platform, room), text in lists.items():
+            if not platform:
+                continue
+            for target in links(text):
+                linked = makers.get((platform, target)) or makers.get(("", target))
+                arrows += linked not in (None, room)
+                if linked and linked not in rooms_below(platform, room):
+                    findings.append(f"{platform} {room} is linked with {target}, of {linked}")
+        self.assertGreater(arrows, 20, "hardly any link was found")
+        self.assertFalse(findings != [], "\n" + joined(findings))
+
+    def test_have_arrows_that_go_one_way_and_are_used(self) -> None:
+        lists = room_lists()
+        for platform, rooms in ENDS.items():
+            below = {room: arrows for room, (_, arrows) in rooms.items()}
+            self.assertEqual(list(circles(below)), [])
+            makers = {target: room for (owner, room), text in lists.items() if owner in ("", platform)
+                      for target in targets(text)}
+            for room in rooms:
+                texts = [path.read_text() for owner, of, path in end_files() if (owner, of) == (platform, room)]
+                named = neighbours(platform, room, texts)
+                named |= {makers[target] for target in links(lists.get((platform, room), "")) if target in makers}
+                self.assertEqual(list(unused_arrows(platform, room, named)), [], platform)
+
     def test_have_no_source_outside_their_rooms(self) -> None:
         known = {path for _, _, path in end_files()}
         sources = {path for platform in ENDS for path in (PROJECT / platform).rglob("*")
@@ -105,6 +133,28 @@ class CheckOfPlatformEnds(unittest.TestCase):
                              ("statusitem", "linux_bus/Connection.h"), ("accessibility", "useragent/Deadlines.h"),
                              ("linux_usercommon", "SerialQueue.h")):
             self.assertEqual(self.findings("linux", room, f'"{header}"'), [], f"{room}: {header}")
+
+
+class CheckOfArrows(unittest.TestCase):
+    def test_notices_a_circle(self) -> None:
+        self.assertEqual(list(circles({"a": ("b",), "b": ("c",), "c": ("a",), "d": ("a",)})),
+                         ["a is below itself", "b is below itself", "c is below itself"])
+        self.assertEqual(list(circles({"a": ("b", "c"), "b": ("c",)})), [])
+
+    def test_notices_an_arrow_that_nobody_needs(self) -> None:
+        self.assertEqual(list(unused_arrows("linux", "windowlist", {"statusitem"})),
+                         ["windowlist -> accessibility is drawn and not used"])
+        self.assertEqual(list(unused_arrows("linux", "windowlist", {"accessibility"})), [])
+        # What is named stands below the arrow's end.
+        self.assertEqual(list(unused_arrows("linux", "windowlist", {"linux_bus"})), [])
+
+    def test_reads_what_is_named_made_and_linked(self) -> None:
+        text = '#include "statusitem/StatusMenu.h"\n// #include "windowlist/A.h"\n#import "interface/A.h"\n#include "ui_Form.h"'
+        self.assertEqual(neighbours("linux", "interface", [text]), {"statusitem"})
+        text = ("tessarin_library(One\n    SOURCES a.cpp\n    LINKS Two # Six\n          Qt6::Core\n    LABELS x)\n"
+                "tessarin_library(Five APART b.cpp LINKS Seven)\ntarget_link_libraries(One PRIVATE Three)\nadd_executable(Four a.cpp)")
+        self.assertEqual(targets(text), {"One", "Four", "Five"})
+        self.assertEqual(links(text), {"Two", "Qt6::Core", "Three", "PRIVATE", "Seven"})
 
 
 class Bus(unittest.TestCase):
