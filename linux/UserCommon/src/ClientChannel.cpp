@@ -63,10 +63,11 @@ void ClientChannel::end(const std::string& why, std::shared_ptr<void> connection
     if (bus) {
         bus->close(why);
     }
-    // Behind the calls that fail now.
+    // Behind the calls that fail now; without the connection to the bus they would be dropped.
     settings_.loop->post([self = std::static_pointer_cast<ClientChannel>(shared_from_this()),
-                          connection = std::move(connection)]() mutable {
+                          bus = std::move(bus), connection = std::move(connection)]() mutable {
         self->ownerChanges_.reset();
+        bus.reset();
         self->tellInvalidation(std::move(connection));
     });
 }
