@@ -68,24 +68,6 @@ TEST_F(DBusServiceTest, OwnsItsNameWhileItListens) {
     EXPECT_TRUE(WaitFor([&] { return !peer.hasOwner(kEchoService); }));
 }
 
-TEST_F(DBusServiceTest, AListenerThatIsDroppedStopsListening) {
-    auto listener = transport->createListener(kEchoService);
-    listener->resume();
-    RawPeer peer(bus.address());
-    ASSERT_TRUE(WaitFor([&] { return peer.hasOwner(kEchoService); }));
-    listener.reset();
-    EXPECT_TRUE(WaitFor([&] { return !peer.hasOwner(kEchoService); }));
-}
-
-TEST_F(DBusServiceTest, CanBeStartedAgainAfterStop) {
-    const auto server = startServer();
-    server->stop();
-    server->start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 2; }));
-    RawPeer peer(bus.address());
-    EXPECT_EQ(peer.call(echo("Version")).arguments(), QVariantList{QStringLiteral("1.0")});
-}
-
 TEST_F(DBusServiceTest, MayBeStoppedAtAnyMomentOfItsStart) {
     for (int i = 0; i < 60; ++i) {
         const auto server = std::make_shared<EchoServer>(transport, kEchoService);
@@ -235,37 +217,6 @@ TEST_F(DBusServiceTest, APeerThatIsGoneBeforeItsMessageIsReadLeavesNothingBehind
     EXPECT_TRUE(WaitFor([&] { return server->invalidated == server->accepted - 1; }));
 }
 
-TEST_F(DBusServiceTest, StopInvalidatesTheConnectionsItAccepted) {
-    const auto server = startServer();
-    RawPeer one(bus.address());
-    RawPeer two(bus.address());
-    one.call(echo("Version"));
-    two.call(echo("Version"));
-    server->stop();
-    EXPECT_TRUE(WaitFor([&] { return server->invalidated == 2; }));
-}
-
-TEST_F(DBusServiceTest, ServesPeersInParallelAndEachInItsOrder) {
-    Gate gate;
-    const auto server = std::make_shared<EchoServer>(transport, kEchoService);
-    server->onNote = [&](const std::string& text) {
-        if (text == "slow") {
-            gate.pass();
-        }
-    };
-    server->start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
-    RawPeer slow(bus.address());
-    RawPeer quick(bus.address());
-    slow.send(echo("Note", {QStringLiteral("slow")}));
-    slow.send(echo("Note", {QStringLiteral("behind slow")}));
-    quick.call(echo("Note", {QStringLiteral("quick")}));
-    EXPECT_THAT(server->notes(), ElementsAre("quick"));
-    gate.open();
-    ASSERT_TRUE(WaitFor([&] { return server->notes().size() == 3; }));
-    EXPECT_THAT(server->notes(), ElementsAre("quick", "slow", "behind slow"));
-}
-
 TEST_F(DBusServiceTest, ARejectedPeerGetsAnErrorForEachMessage) {
     const auto server = startServer();
     server->accepts = false;
@@ -277,26 +228,6 @@ TEST_F(DBusServiceTest, ARejectedPeerGetsAnErrorForEachMessage) {
     peer.call(echo("Note", {QStringLiteral("x")}));
     EXPECT_THAT(server->notes(), IsEmpty());
     EXPECT_EQ(log.count("was not accepted"), 1U) << "one line a minute for one peer";
-}
-
-TEST_F(DBusServiceTest, AConnectionThatTheServiceInvalidatesGetsNoMoreMessages) {
-    class OneShot : public EchoServer {
-     public:
-        using EchoServer::EchoServer;
-        bool shouldAcceptNewConnection(const std::shared_ptr<cmn::XPCConnection>& connection) override {
-            last.set_value(connection);
-            return EchoServer::shouldAcceptNewConnection(connection);
-        }
-        std::promise<std::shared_ptr<cmn::XPCConnection>> last;
-    };
-    const auto server = std::make_shared<OneShot>(transport, kEchoService);
-    server->start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
-    RawPeer peer(bus.address());
-    EXPECT_EQ(peer.call(echo("Version")).type(), QDBusMessage::ReplyMessage);
-    server->last.get_future().get()->invalidate();
-    ASSERT_TRUE(WaitFor([&] { return server->invalidated == 1; }));
-    EXPECT_EQ(peer.call(echo("Version")).type(), QDBusMessage::ErrorMessage);
 }
 
 TEST_F(DBusServiceTest, BadMessagesGetAnErrorAndHarmNobody) {
@@ -447,16 +378,6 @@ TEST_F(DBusServiceTest, AnswersPingAndTheMachineId) {
     EXPECT_EQ(ask("GetMachineId"), QDBusMessage::ReplyMessage);
 }
 
-TEST_F(DBusServiceTest, CallsBackTheDelegateThatAClientPassed) {
-    const auto server = startServer();
-    ConnectionEvents events;
-    const auto connection = connect(events);
-    const auto delegate = std::make_shared<RecordingDelegate>();
-    proxy(*connection, events)->check("file", delegate);
-    proxy(*connection, events)->check("", delegate);
-    EXPECT_TRUE(WaitFor([&] { return delegate->yes == 1 && delegate->no == 1; }));
-}
-
 TEST_F(DBusServiceTest, ManyRequestsWithOneDelegateAreAllAnswered) {
     const auto server = startServer();
     ConnectionEvents events;
@@ -497,34 +418,6 @@ TEST_F(DBusServiceTest, TheSameDelegateHasTheSamePathAndAnotherOneAnother) {
     EXPECT_EQ(paths[1], "/com/example/EchoDelegate/2");
     EXPECT_EQ(paths[2], paths[0]);
     EXPECT_EQ(paths[3], "/") << "stands for none";
-}
-
-TEST_F(DBusServiceTest, ADelegateOfNothingIsNone) {
-    const auto server = startServer();
-    ConnectionEvents events;
-    const auto connection = connect(events);
-    proxy(*connection, events)->check("file", nullptr);
-    EXPECT_TRUE(
-        WaitFor([&] { return server->notes() == std::vector<std::string>{"check file for nobody"}; }));
-}
-
-TEST_F(DBusServiceTest, AnExportedObjectIsReleasedWithTheConnectionAlsoWhileAProxyLives) {
-    const auto server = startServer();
-    ConnectionEvents events;
-    auto connection = makeConnection(events);
-    auto object = std::make_shared<EchoServer>(transport, "unused");
-    const std::weak_ptr<EchoServer> watched = object;
-    connection->setExportedInterface(CreateEchoInterface());
-    connection->setExportedObject(std::shared_ptr<EchoProtocol>(object, object.get()));
-    connection->resume();
-    ASSERT_TRUE(answers(*connection));
-    object.reset();
-    EXPECT_FALSE(watched.expired());
-    const auto kept = proxy(*connection, events);
-    connection.reset();
-    EXPECT_TRUE(WaitFor([&] { return watched.expired(); }));
-    kept->note("the transport lives on");
-    EXPECT_TRUE(WaitFor([&] { return server->notes().size() == 1; }));
 }
 
 TEST_F(DBusServiceTest, OnlyTheOwnerOfTheServiceMayCallAClientsObjects) {

@@ -56,7 +56,7 @@ class XPCClientTest : public testing::Test {
     }
 
     std::shared_ptr<fake::Dispatch> dispatch = std::make_shared<fake::Dispatch>();
-    std::shared_ptr<fake::XPCTransport> transport = std::make_shared<fake::XPCTransport>();
+    std::shared_ptr<fake::XPCTransport> transport = std::make_shared<fake::XPCTransport>(dispatch);
 };
 
 TEST_F(XPCClientTest, DoesNotConnectByItself) {

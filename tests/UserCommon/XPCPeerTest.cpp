@@ -100,8 +100,9 @@ TEST(FakeXPCTransportTest, AProxyLearnsItsDeadline) {
         deadlines.push_back(deadline);
         return nullptr;
     };
-    const std::shared_ptr<cmn::XPCConnection> connection =
-        std::make_shared<fake::XPCConnection>("", cmn::XPCConnectionOptions::none, makeProxy);
+    fake::XPCTransport transport;
+    transport.makeProxy = makeProxy;
+    const auto connection = transport.createConnection("", cmn::XPCConnectionOptions::none);
     connection->resume();
     const auto onError = [](const cmn::RemoteError&) {};
     connection->remoteObjectProxy(onError);

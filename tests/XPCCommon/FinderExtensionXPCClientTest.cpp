@@ -480,6 +480,7 @@ TEST_F(FinderExtensionXPCClientTest, AStoppedClientComesBackAfterThreeSeconds) {
     const auto client = validatedClient();
     client->stop();
     EXPECT_EQ(client->connection(), nullptr);
+    dispatch->runUntilIdle();
     EXPECT_FALSE(client->connected());
     EXPECT_THAT(systemLog.lines(), ElementsAre("FinderExtensionXPCClient -- did invalidate"));
     EXPECT_EQ(client->decrypt("/d"), 2) << "meanwhile nobody answers";

@@ -223,7 +223,7 @@ TEST_F(FinderExtensionXPCServerTest, ADroppedConnectionIsLoggedAndWarnedAboutAsN
 
 TEST_F(FinderExtensionXPCServerTest, TheHandlersOfAConnectionHoldItWeakly) {
     start();
-    const auto peer = std::make_shared<fake::XPCConnection>("", cmn::XPCConnectionOptions::none, nullptr);
+    const auto peer = transport->createConnection("", cmn::XPCConnectionOptions::none);
     const long before = server.use_count();
     server->shouldAcceptNewConnection(peer);
     EXPECT_EQ(server.use_count(), before + 1) << "only the exported object";

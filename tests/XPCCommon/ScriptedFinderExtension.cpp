@@ -72,7 +72,7 @@ class ScriptedFinderExtension::Proxy : public cmn::FinderExtensionCommunicator {
 };
 
 ScriptedFinderExtension::ScriptedFinderExtension(std::shared_ptr<fake::Dispatch> dispatch)
-    : calls(dispatch), dispatch_(std::move(dispatch)) {
+    : calls(dispatch), dispatch_(std::move(dispatch)), transport_(std::make_shared<fake::XPCTransport>(dispatch_)) {
     transport_->makeProxy = [this](cmn::RemoteErrorHandler onError, std::chrono::nanoseconds deadline) {
         return std::make_shared<Proxy>(*this, std::move(onError), deadline);
     };

@@ -47,7 +47,7 @@ class ScriptedFinderExtension {
     void answer(bool wanted, std::chrono::nanoseconds delay, std::function<void()> send);
 
     const std::shared_ptr<fake::Dispatch> dispatch_;
-    const std::shared_ptr<fake::XPCTransport> transport_ = std::make_shared<fake::XPCTransport>();
+    const std::shared_ptr<fake::XPCTransport> transport_;
     mutable std::mutex mutex_;
     std::vector<std::string> messages_;
 };

@@ -50,7 +50,7 @@ class ScriptedUserAgent::Proxy : public cmn::UserAgentProtocol {
 };
 
 ScriptedUserAgent::ScriptedUserAgent(std::shared_ptr<fake::Dispatch> dispatch)
-    : dispatch_(std::move(dispatch)) {
+    : dispatch_(std::move(dispatch)), transport_(std::make_shared<fake::XPCTransport>(dispatch_)) {
     transport_->makeProxy = [this](cmn::RemoteErrorHandler onError, auto /*deadline*/) {
         return std::make_shared<Proxy>(*this, std::move(onError));
     };

@@ -42,6 +42,6 @@ class ScriptedUserAgent {
     class Proxy;
 
     const std::shared_ptr<fake::Dispatch> dispatch_;
-    const std::shared_ptr<fake::XPCTransport> transport_ = std::make_shared<fake::XPCTransport>();
+    const std::shared_ptr<fake::XPCTransport> transport_;
     std::mutex mutex_;
 };

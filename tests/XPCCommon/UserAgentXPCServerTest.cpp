@@ -135,7 +135,7 @@ TEST_F(UserAgentXPCServerTest, LogsTheInterruptionOfAConnection) {
 TEST_F(UserAgentXPCServerTest, TheHandlersOfAConnectionHoldTheServerWeakly) {
     const auto server =
         std::make_shared<cmn::UserAgentObjCXPCServer>(cmn::URLReceivedBlock(), dispatch, transport);
-    const auto peer = std::make_shared<fake::XPCConnection>("", cmn::XPCConnectionOptions::none, nullptr);
+    const auto peer = transport->createConnection("", cmn::XPCConnectionOptions::none);
     const long before = server.use_count();
     server->shouldAcceptNewConnection(peer);
     EXPECT_EQ(server.use_count(), before + 1) << "only the exported object";

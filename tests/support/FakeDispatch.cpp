@@ -102,6 +102,7 @@ class Dispatch::Scheduler {
         const std::lock_guard lock(mutex_);
         return waiters_.size();
     }
+    static bool isInTask() { return t_worker != nullptr; }
     static Queue currentQueue() { return t_worker != nullptr ? t_worker->queue : Queue::main; }
 
  private:
@@ -299,6 +300,10 @@ std::size_t Dispatch::waiting() const {
 
 Dispatch::Queue Dispatch::currentQueue() const {
     return Scheduler::currentQueue();
+}
+
+bool Dispatch::isInTask() const {
+    return Scheduler::isInTask();
 }
 
 }  // namespace fake

@@ -47,6 +47,8 @@ class Dispatch : public cmn::Dispatch {
     // What the running task was queued for; to be asked from inside a task.
     enum class Queue { normal, high, main, transport };
     Queue currentQueue() const;
+    // Whether the calling thread runs a task.
+    bool isInTask() const;
 
  private:
     class Scheduler;

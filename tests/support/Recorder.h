@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace fake {
+
+// What happened, in its order. Copies record to the same place, so a handler that holds one may be late.
+// Thread-safe.
+template <typename T>
+class Recorder {
+ public:
+    void add(T value) const {
+        const std::lock_guard lock(state_->mutex);
+        state_->values.push_back(std::move(value));
+    }
+    void operator()(T value) const { add(std::move(value)); }
+
+    std::vector<T> all() const {
+        const std::lock_guard lock(state_->mutex);
+        return state_->values;
+    }
+    std::size_t count() const {
+        const std::lock_guard lock(state_->mutex);
+        return state_->values.size();
+    }
+    // The latest; a new one when there is none.
+    T last() const {
+        const std::lock_guard lock(state_->mutex);
+        return state_->values.empty() ? T{} : state_->values.back();
+    }
+    void clear() const {
+        const std::lock_guard lock(state_->mutex);
+        state_->values.clear();
+    }
+
+ private:
+    struct State {
+        std::mutex mutex;
+        std::vector<T> values;
+    };
+    const std::shared_ptr<State> state_ = std::make_shared<State>();
+};
+
+}  // namespace fake
