@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "PollingGate.h"
-#include "RecordingDaemon.h"
+#include "XPCCommon/ScriptedUserAgent.h"
 #include "support/FakeAccessibility.h"
 #include "support/FakeWindowList.h"
 #include "support/LogCapture.h"
@@ -111,7 +111,7 @@ class FakePlatform : public useragent::AgentPlatform {
     std::shared_ptr<NotingDesktop> desktop = std::make_shared<NotingDesktop>([this] { note("permission"); });
     std::shared_ptr<fake::WindowList> windows = std::make_shared<fake::WindowList>();
     std::shared_ptr<PollingGate> pause;  // of the latest start
-    RecordingDaemon daemon;
+    ScriptedUserAgent daemon;
     std::function<int()> application;
 };
 
@@ -181,7 +181,7 @@ TEST_F(AgentTest, AsksForRootsServicesAloneWhenTheSettingsSaySo) {
         platform.application = [&] {
             platform.daemon.dispatch()->runUntilIdle();
             EXPECT_EQ(platform.daemon.hasExtractor(), !required);
-            platform.daemon.dropExtractor();
+            platform.daemon.dropExtractors();
             return 0;
         };
         useragent::RunAgent(platform);
@@ -329,7 +329,7 @@ TEST_F(AgentTest, ChangesReachTheDaemonOnceTheAgentRuns) {
         return 0;
     };
     useragent::RunAgent(platform);
-    EXPECT_THAT(platform.daemon.sent(), testing::Contains(SentURL{"b", "Google Chrome", 11}));
+    EXPECT_THAT(platform.daemon.reports.all(), testing::Contains(SentURL{"b", "Google Chrome", 11}));
 }
 
 TEST_F(AgentTest, ThePollingThreadMaySendWhileTheAgentEnds) {
@@ -339,17 +339,17 @@ TEST_F(AgentTest, ThePollingThreadMaySendWhileTheAgentEnds) {
         std::atomic<bool> returned{false};
         const auto main = std::this_thread::get_id();
         // The polling thread holds the client, and through it the watcher, until the agent stops the watcher.
-        platform.daemon.onSend([&] {
+        platform.daemon.onSend = [&] {
             EXPECT_NE(std::this_thread::get_id(), main);
             sending.set_value();
             while (!platform.pause->signalled() && !returned) {
                 std::this_thread::yield();
             }
             EXPECT_FALSE(returned) << "the agent let go of what it owns while it was in use";
-        });
+        };
         platform.application = [&] {
             platform.daemon.awaitExtractor();
-            platform.daemon.dropExtractor();
+            platform.daemon.dropExtractors();
             platform.pause->awaitFirstCycle();
             platform.windows->set({{{"Google Chrome", 11}}});
             platform.pause->beginCycle();
@@ -381,7 +381,7 @@ TEST_F(AgentTest, AfterTheMainLoopNothingIsLeftObserved) {
             std::this_thread::yield();
         }
         platform.daemon.awaitExtractor();
-        platform.daemon.dropExtractor();
+        platform.daemon.dropExtractors();
         return 0;
     };
     useragent::RunAgent(platform);

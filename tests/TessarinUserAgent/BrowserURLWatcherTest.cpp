@@ -4,7 +4,7 @@
 #include <future>
 
 #include "PollingGate.h"
-#include "RecordingDaemon.h"
+#include "XPCCommon/ScriptedUserAgent.h"
 #include "support/FakeAccessibility.h"
 #include "support/FakeWindowList.h"
 #include "support/LogCapture.h"
@@ -55,7 +55,7 @@ class BrowserURLWatcherTest : public testing::Test {
     void TearDown() override { watcher.reset(); }
 
     fake::LogCapture log;
-    RecordingDaemon daemon;
+    ScriptedUserAgent daemon;
     std::shared_ptr<fake::Accessibility> accessibility = std::make_shared<fake::Accessibility>();
     std::shared_ptr<fake::WindowList> windows = std::make_shared<fake::WindowList>();
     std::atomic<std::chrono::nanoseconds> skipped{std::chrono::nanoseconds(0)};
@@ -90,7 +90,7 @@ TEST_F(BrowserURLWatcherTest, SendsEveryChangeWithNameAndPid) {
     startWithClient();
     browser.field->set("AXValue", "b");
     EXPECT_EQ(accessibility->notify(browser.field, kChanged), 1);
-    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"b", "Google Chrome", 11}));
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"b", "Google Chrome", 11}));
     EXPECT_EQ(watcher->getURL("Google Chrome"), "b");
     EXPECT_THAT(log.linesWith("URL changed for Google Chrome b 11"), ElementsAre(StartsWith("[DEBUG]")));
 }
@@ -106,7 +106,7 @@ TEST_F(BrowserURLWatcherTest, AnAddressForgesNoLineOfTheLogAndIsSentAsItIs) {
     browser.field->set("AXValue", fake::Text("new", fake::String::Storage::convertible));
     accessibility->notify(browser.field, kChanged);
     EXPECT_EQ(log.count("URL changed for Firefox -- \\x1b[2Jc"), 1U);
-    EXPECT_THAT(daemon.sent(),
+    EXPECT_THAT(daemon.reports.all(),
                 ElementsAre(SentURL{"\x1B[2Jc", "Firefox", 11}, SentURL{"new", "Firefox", 11}));
     EXPECT_EQ(watcher->getURL("x\r"), "");
     EXPECT_EQ(log.count("getUrl for browser: 'x\\x0d' -- failed."), 1U);
@@ -118,7 +118,7 @@ TEST_F(BrowserURLWatcherTest, SendsANotificationAgainThoughTheURLIsTheSame) {
     startWithClient();
     accessibility->notify(browser.field, kChanged);
     accessibility->notify(browser.field, kChanged);
-    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"a", "Firefox", 11}, SentURL{"a", "Firefox", 11}));
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"a", "Firefox", 11}, SentURL{"a", "Firefox", 11}));
 }
 
 TEST_F(BrowserURLWatcherTest, SendsTheURLReadWhenAContextIsMade) {
@@ -126,7 +126,7 @@ TEST_F(BrowserURLWatcherTest, SendsTheURLReadWhenAContextIsMade) {
     accessibility->addBrowser(11, "a");
     show({{"Firefox", 11}});
     gate->cycle();
-    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"a", "Firefox", 11}));
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"a", "Firefox", 11}));
 }
 
 TEST_F(BrowserURLWatcherTest, WithoutClientURLsAreStoredButNotSent) {
@@ -136,7 +136,7 @@ TEST_F(BrowserURLWatcherTest, WithoutClientURLsAreStoredButNotSent) {
     browser.field->set("AXValue", "b");
     accessibility->notify(browser.field, kChanged);
     EXPECT_EQ(watcher->getURL("Firefox"), "b");
-    EXPECT_THAT(daemon.sent(), IsEmpty());
+    EXPECT_THAT(daemon.reports.all(), IsEmpty());
 }
 
 TEST_F(BrowserURLWatcherTest, AClientThatIsGoneIsNotUsed) {
@@ -147,7 +147,7 @@ TEST_F(BrowserURLWatcherTest, AClientThatIsGoneIsNotUsed) {
     browser.field->set("AXValue", "b");
     accessibility->notify(browser.field, kChanged);
     EXPECT_EQ(watcher->getURL("Firefox"), "b");
-    EXPECT_THAT(daemon.sent(), IsEmpty());
+    EXPECT_THAT(daemon.reports.all(), IsEmpty());
 }
 
 TEST_F(BrowserURLWatcherTest, AnEmptyFieldStoresTheEmptyValueAndSendsNothing) {
@@ -157,7 +157,7 @@ TEST_F(BrowserURLWatcherTest, AnEmptyFieldStoresTheEmptyValueAndSendsNothing) {
     browser.field->set("AXValue", "");
     accessibility->notify(browser.field, kChanged);
     EXPECT_EQ(watcher->getURL("Firefox"), "");
-    EXPECT_THAT(daemon.sent(), IsEmpty());
+    EXPECT_THAT(daemon.reports.all(), IsEmpty());
 }
 
 TEST_F(BrowserURLWatcherTest, ABrowserWithoutOnScreenWindowIsTreatedAsClosed) {
@@ -253,7 +253,7 @@ TEST_F(BrowserURLWatcherTest, AMainWindowChangeFindsTheFieldOfTheNewWindow) {
     accessibility->setApplication(11, browser.application);
     EXPECT_EQ(accessibility->notify(browser.application, kWindowChanged), 1);
     EXPECT_EQ(watcher->getURL("Firefox"), "second");
-    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"second", "Firefox", 11}));
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"second", "Firefox", 11}));
     EXPECT_EQ(accessibility->notify(browser.field, kChanged), 0);
     EXPECT_EQ(accessibility->notify(other.field, kChanged), 1);
     EXPECT_EQ(accessibility->observerCount(), 2);
@@ -332,7 +332,7 @@ TEST_F(BrowserURLWatcherTest, AValueThatCannotBeReadKeepsTheStoredURL) {
     browser.field->fail("AXValue", AXError::cannotComplete);
     accessibility->notify(browser.field, kChanged);
     EXPECT_EQ(watcher->getURL("Firefox"), "a");
-    EXPECT_THAT(daemon.sent(), IsEmpty());
+    EXPECT_THAT(daemon.reports.all(), IsEmpty());
     EXPECT_THAT(log.linesWith("AXUIElementCopyAttributeValue -- failed: -25204"),
                 ElementsAre(StartsWith("[DEBUG]")));
 }
@@ -344,7 +344,7 @@ TEST_F(BrowserURLWatcherTest, AValueWithoutDirectPointerIsConvertedAfterTheOldUR
     browser.field->set("AXValue", fake::Text("new", fake::String::Storage::convertible));
     accessibility->notify(browser.field, kChanged);
     EXPECT_EQ(watcher->getURL("Firefox"), "new");
-    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"new", "Firefox", 11}));
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"new", "Firefox", 11}));
     EXPECT_THAT(log.linesWith("URL changed for Firefox -- old"), ElementsAre(StartsWith("[DEBUG]")));
     EXPECT_FALSE(log.contains("URL changed for Firefox -- new"));
 }
@@ -356,7 +356,7 @@ TEST_F(BrowserURLWatcherTest, AValueThatCannotBeConvertedSendsTheStoredURLAgain)
     browser.field->set("AXValue", fake::Text("new", fake::String::Storage::inconvertible));
     accessibility->notify(browser.field, kChanged);
     EXPECT_EQ(watcher->getURL("Firefox"), "old");
-    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"old", "Firefox", 11}));
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"old", "Firefox", 11}));
 }
 
 TEST_F(BrowserURLWatcherTest, AConversionThatNeedsTheWholeMaximumSizeFails) {
@@ -377,7 +377,7 @@ TEST_F(BrowserURLWatcherTest, AHugeValueIsStoredAndSentWhole) {
     browser.field->set("AXValue", huge);
     accessibility->notify(browser.field, kChanged);
     EXPECT_EQ(watcher->getURL("Firefox"), huge);
-    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{huge, "Firefox", 11}));
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{huge, "Firefox", 11}));
 }
 
 TEST_F(BrowserURLWatcherTest, ANotificationOfAProcessThatIsNotWatchedIsIgnored) {
@@ -388,7 +388,7 @@ TEST_F(BrowserURLWatcherTest, ANotificationOfAProcessThatIsNotWatchedIsIgnored) 
     stranger->set("AXValue", "strange");
     EXPECT_EQ(accessibility->notify(browser.field, kChanged, stranger), 1);
     EXPECT_EQ(accessibility->notify(browser.application, kWindowChanged, stranger), 1);
-    EXPECT_THAT(daemon.sent(), IsEmpty());
+    EXPECT_THAT(daemon.reports.all(), IsEmpty());
     EXPECT_EQ(watcher->getURL("Firefox"), "a");
     EXPECT_EQ(accessibility->observersCreated(), 2);
     EXPECT_EQ(log.count("[ERROR]"), 0u);
@@ -403,7 +403,7 @@ TEST_F(BrowserURLWatcherTest, ANotificationWhosePidCannotBeReadIsLoggedAndDroppe
     accessibility->notify(browser.application, kWindowChanged);
     EXPECT_THAT(log.linesWith("AXUIElementGetPid -- failed: -25202"),
                 ElementsAre(StartsWith("[ERROR]"), StartsWith("[ERROR]")));
-    EXPECT_THAT(daemon.sent(), IsEmpty());
+    EXPECT_THAT(daemon.reports.all(), IsEmpty());
     EXPECT_EQ(watcher->getURL("Firefox"), "a");
 }
 
@@ -437,7 +437,7 @@ TEST_F(BrowserURLWatcherTest, AnAddressThatIsNotUTF8IsStoredAndSentAsItIs) {
     browser.field->set("AXValue", "a\xff\xc3(");
     accessibility->notify(browser.field, kChanged);
     EXPECT_EQ(watcher->getURL("Firefox"), "a\xff\xc3(");
-    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"a\xff\xc3(", "Firefox", 11}));
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"a\xff\xc3(", "Firefox", 11}));
 }
 
 TEST_F(BrowserURLWatcherTest, ASearchThatTakesTooLongIsEndedAndSaidSo) {
@@ -608,7 +608,7 @@ TEST_F(BrowserURLWatcherTest, AReadingThatWasBegunEarlierDoesNotReplaceALaterOne
     accessibility->notify(browser.field, kChanged, slow);
     accessibility->onRead = nullptr;
     EXPECT_EQ(watcher->getURL("Firefox"), "fast");
-    EXPECT_THAT(daemon.sent(), ElementsAre(SentURL{"fast", "Firefox", 11}));
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"fast", "Firefox", 11}));
 }
 
 TEST_F(BrowserURLWatcherTest, NotificationsQuestionsAndPollingMayMeet) {
@@ -635,7 +635,7 @@ TEST_F(BrowserURLWatcherTest, NotificationsQuestionsAndPollingMayMeet) {
     polling.get();
     run = false;
     asking.get();
-    for (const SentURL& sent : daemon.sent()) {
+    for (const SentURL& sent : daemon.reports.all()) {
         EXPECT_EQ(sent, (SentURL{"a", "Firefox", 11}));
     }
 }

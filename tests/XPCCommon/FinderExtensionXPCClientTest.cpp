@@ -121,19 +121,21 @@ TEST_F(FinderExtensionXPCClientTest, EveryRequestAsksTheVersionFirst) {
     service.records = {{{"Name", "a"}}, {{"Name", "b"}, {"MatchCount", "2"}}};
     service.extensions = {"txt", "csv"};
     service.visibility = {{"menuStatus", true}, {"iconsStatus", false}, {"agentIconDisable", true}};
-    const auto client = connectedClient();
+    const auto client = validatedClient();
     EXPECT_EQ(client->getFileFilters("/f"), service.records);
     EXPECT_EQ(client->allowedExtensions(), service.extensions);
     EXPECT_EQ(client->decrypt("/d"), 0);
     EXPECT_TRUE(client->checkFullDiskAccess());
     EXPECT_EQ(client->getUIVisibilityStatuses(), service.visibility);
     client->checkEncryptionStatus("/e");
+    dispatch->runUntilIdle();
     client->sendLogMessage("text", "Warn");
+    dispatch->runUntilIdle();
     EXPECT_THAT(
         service.messages(),
-        ElementsAre("version", "getScanResult /f", "version", "allowedExtensions", "version", "decrypt /d",
-                    "version", "checkFullDiskAccess", "version", "getUIVisibilityStatuses", "version",
-                    "checkEncryptionStatus /e", "version", "sendLogMessage Warn text"));
+        ElementsAre("version", "version", "getScanResult /f", "version", "allowedExtensions", "version",
+                    "decrypt /d", "version", "checkFullDiskAccess", "version", "getUIVisibilityStatuses",
+                    "version", "checkEncryptionStatus /e", "version", "sendLogMessage Warn text"));
     EXPECT_EQ(dispatch->now(), 0ns);
     EXPECT_THAT(systemLog.lines(), IsEmpty());
 }
@@ -358,6 +360,7 @@ TEST_F(FinderExtensionXPCClientTest, MoreTasksThanThreadsThatAskAtTheSameTimeAre
 TEST_F(FinderExtensionXPCClientTest, IsItsOwnDelegateForTheEncryptionStatus) {
     const auto client = connectedClient();
     client->checkEncryptionStatus("/e");
+    dispatch->runUntilIdle();
     EXPECT_THAT(service.delegates, ElementsAre(client));
 }
 
@@ -366,8 +369,10 @@ TEST_F(FinderExtensionXPCClientTest, HandsTheEncryptionStatusToItsBlock) {
     std::vector<bool> answers;
     client->setCompleteblock([&](bool encrypted) { answers.push_back(encrypted); });
     client->checkEncryptionStatus("/e");
+    dispatch->runUntilIdle();
     service.encrypted = false;
     client->checkEncryptionStatus("/e");
+    dispatch->runUntilIdle();
     EXPECT_THAT(answers, ElementsAre(true, false));
 }
 
@@ -421,10 +426,11 @@ TEST_F(FinderExtensionXPCClientTest, ABlockMaySetTheNextOne) {
 }
 
 TEST_F(FinderExtensionXPCClientTest, FailedAsynchronousRequestsGoToTheSystemLog) {
+    const auto client = validatedClient();
     service.present = false;
-    const auto client = connectedClient();
     client->checkEncryptionStatus("/e");
     client->sendLogMessage("text", "Info");
+    dispatch->runUntilIdle();
     EXPECT_THAT(systemLog.lines(), ElementsAre("Failed to get remote object -- description",
                                                "Failed to get remote object -- description"));
 }

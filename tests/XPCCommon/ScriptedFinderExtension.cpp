@@ -54,7 +54,8 @@ class ScriptedFinderExtension::Proxy : public cmn::FinderExtensionCommunicator {
             service_.messages_.push_back(message);
         }
         if (!service_.present) {
-            onError_(service_.error);
+            service_.dispatch_->deliver(std::chrono::nanoseconds(0),
+                                        [onError = onError_, error = service_.error] { onError(error); });
         }
         return service_.present;
     }
@@ -72,7 +73,9 @@ class ScriptedFinderExtension::Proxy : public cmn::FinderExtensionCommunicator {
 };
 
 ScriptedFinderExtension::ScriptedFinderExtension(std::shared_ptr<fake::Dispatch> dispatch)
-    : calls(dispatch), dispatch_(std::move(dispatch)), transport_(std::make_shared<fake::XPCTransport>(dispatch_)) {
+    : calls(dispatch),
+      dispatch_(std::move(dispatch)),
+      transport_(std::make_shared<fake::XPCTransport>(dispatch_)) {
     transport_->makeProxy = [this](cmn::RemoteErrorHandler onError, std::chrono::nanoseconds deadline) {
         return std::make_shared<Proxy>(*this, std::move(onError), deadline);
     };
@@ -80,12 +83,7 @@ ScriptedFinderExtension::ScriptedFinderExtension(std::shared_ptr<fake::Dispatch>
 
 void ScriptedFinderExtension::answer(bool wanted, std::chrono::nanoseconds delay,
                                      std::function<void()> send) {
-    if (!wanted) {
-        return;
-    }
-    if (delay.count() == 0) {
-        send();
-    } else {
+    if (wanted) {
         dispatch_->deliver(delay, std::move(send));
     }
 }

@@ -1,5 +1,7 @@
 #include "ScriptedUserAgent.h"
 
+#include <gtest/gtest.h>
+
 #include <utility>
 
 class ScriptedUserAgent::Proxy : public cmn::UserAgentProtocol {
@@ -16,7 +18,9 @@ class ScriptedUserAgent::Proxy : public cmn::UserAgentProtocol {
                 return;
             }
         }
-        daemon_.present ? reply("1.0") : onError_(daemon_.error);
+        if (isThere()) {
+            daemon_.deliver([reply = std::move(reply)] { reply("1.0"); });
+        }
     }
 
     void setURLExtractor(std::shared_ptr<cmn::URLExtractor> extractor,
@@ -28,23 +32,29 @@ class ScriptedUserAgent::Proxy : public cmn::UserAgentProtocol {
                 daemon_.extractors.push_back(std::move(extractor));
             }
         }
-        if (!daemon_.present) {
-            onError_(daemon_.error);
-        } else if (daemon_.answersExtractor) {
-            reply(true);
+        if (isThere() && daemon_.answersExtractor) {
+            daemon_.deliver([reply = std::move(reply)] { reply(true); });
         }
     }
 
     void sendURL(const std::string& url, const std::string& browser, std::int32_t processID) override {
-        if (daemon_.present) {
-            const std::lock_guard lock(daemon_.mutex_);
-            daemon_.reports.push_back({url, browser, processID});
-        } else {
-            onError_(daemon_.error);
+        if (!isThere()) {
+            return;
+        }
+        daemon_.reports.add({url, browser, processID});
+        if (daemon_.onSend) {
+            daemon_.onSend();
         }
     }
 
  private:
+    bool isThere() {
+        if (!daemon_.present) {
+            daemon_.deliver([onError = onError_, error = daemon_.error] { onError(error); });
+        }
+        return daemon_.present;
+    }
+
     ScriptedUserAgent& daemon_;
     const cmn::RemoteErrorHandler onError_;
 };
@@ -54,4 +64,44 @@ ScriptedUserAgent::ScriptedUserAgent(std::shared_ptr<fake::Dispatch> dispatch)
     transport_->makeProxy = [this](cmn::RemoteErrorHandler onError, auto /*deadline*/) {
         return std::make_shared<Proxy>(*this, std::move(onError));
     };
+}
+
+ScriptedUserAgent::~ScriptedUserAgent() {
+    dropExtractors();
+    dispatch_->close();
+}
+
+std::shared_ptr<cmn::UserAgentXPCClient> ScriptedUserAgent::client() {
+    if (!client_) {
+        client_ = std::make_shared<cmn::UserAgentXPCClient>([](const std::string&) { return std::string(); },
+                                                            dispatch_, transport_);
+    }
+    return client_;
+}
+
+void ScriptedUserAgent::awaitExtractor() {
+    dispatch_->runUntilIdle();
+    ASSERT_TRUE(hasExtractor()) << "the agent registers its extractor as soon as it is connected";
+}
+
+bool ScriptedUserAgent::hasExtractor() {
+    const std::lock_guard lock(mutex_);
+    return !extractors.empty();
+}
+
+void ScriptedUserAgent::dropExtractors() {
+    std::vector<std::shared_ptr<cmn::URLExtractor>> dropped;
+    const std::lock_guard lock(mutex_);
+    dropped.swap(extractors);
+}
+
+std::string ScriptedUserAgent::askURL(const std::string& browser) {
+    std::shared_ptr<cmn::URLExtractor> extractor;
+    {
+        const std::lock_guard lock(mutex_);
+        extractor = extractors.back();
+    }
+    std::string url;
+    extractor->getURL(browser, [&](const std::string& answer) { url = answer; });
+    return url;
 }

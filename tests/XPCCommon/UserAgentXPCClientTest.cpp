@@ -58,7 +58,7 @@ TEST_F(UserAgentXPCClientTest, TheWrapperConnectsOnConstruction) {
 TEST_F(UserAgentXPCClientTest, TheWrapperPassesReportsOn) {
     const auto client = cmn::CreateUserAgentXPCClient(nullptr, dispatch, daemon.transport());
     client->sendURL("https://example.com/", "Safari", 42);
-    EXPECT_THAT(daemon.reports, ElementsAre(ScriptedUserAgent::Report{"https://example.com/", "Safari", 42}));
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"https://example.com/", "Safari", 42}));
 }
 
 TEST_F(UserAgentXPCClientTest, IsConnectedOnceTheVersionWasAnswered) {
@@ -206,6 +206,7 @@ TEST_F(UserAgentXPCClientTest, AFailedReportIsLoggedWithItsPlaceholderWrittenLit
     const auto client = connectedClient();
     daemon.present = false;
     client->sendURL("https://example.com/", "Safari", 1);
+    dispatch->runUntilIdle();
     const auto lines = log.linesWith("Failed to get remote object");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_THAT(lines[0], AllOf(StartsWith("[ERROR]"), EndsWith(" -- Failed to get remote object -- %s")));
@@ -225,7 +226,7 @@ TEST_F(UserAgentXPCClientTest, AReportReturnsAtOnceWithoutTakingTime) {
     for (int i = 0; i < 100; ++i) {
         client->sendURL("u", "Safari", i);
     }
-    EXPECT_THAT(daemon.reports, SizeIs(100));
+    EXPECT_THAT(daemon.reports.all(), SizeIs(100));
     EXPECT_EQ(dispatch->now(), 0ns);
 }
 
@@ -271,7 +272,7 @@ TEST_F(UserAgentXPCClientTest, ReportsAreSentOverTheNewestConnection) {
     dispatch->advance(3s);
     EXPECT_EQ(client->connection(), daemon.transport()->lastConnection());
     client->sendURL("u", "Safari", 1);
-    EXPECT_THAT(daemon.reports, SizeIs(1));
+    EXPECT_THAT(daemon.reports.all(), SizeIs(1));
 }
 
 TEST_F(UserAgentXPCClientTest, AnAbsentDaemonIsTriedForEverWithoutGrowth) {
@@ -309,12 +310,12 @@ class ServiceOwnersTest : public UserAgentXPCClientTest {
     }
     void expectUnused(cmn::UserAgentObjCXPCClient& client) {
         const auto extractors = daemon.extractors.size();
-        const auto reports = daemon.reports.size();
+        const auto reports = daemon.reports.all().size();
         dispatch->advance(10s);
         client.sendURL("u", "Safari", 1);
         EXPECT_FALSE(client.connected());
         EXPECT_THAT(daemon.extractors, SizeIs(extractors));
-        EXPECT_THAT(daemon.reports, SizeIs(reports));
+        EXPECT_THAT(daemon.reports.all(), SizeIs(reports));
     }
 };
 
@@ -332,7 +333,7 @@ TEST_F(ServiceOwnersTest, AServiceThatIsNotRootsIsToldOnceAndUsed) {
     client->sendURL("u", "Safari", 1);
     EXPECT_TRUE(client->connected());
     EXPECT_THAT(daemon.extractors, SizeIs(2));
-    EXPECT_THAT(daemon.reports, SizeIs(1));
+    EXPECT_THAT(daemon.reports.all(), SizeIs(1));
 }
 
 TEST_F(ServiceOwnersTest, NothingIsToldOfRootsServiceAndWhenTheOwnerIsNotKnown) {
@@ -380,7 +381,7 @@ TEST_F(ServiceOwnersTest, WhereRootAloneIsAllowedRootsServiceIsUsedOnceItHasAnsw
     EXPECT_THAT(daemon.extractors, SizeIs(1));
     EXPECT_THAT(daemon.extractorQueues, ElementsAre(Queue::main));
     client->sendURL("u", "Safari", 1);
-    EXPECT_THAT(daemon.reports, SizeIs(1));
+    EXPECT_THAT(daemon.reports.all(), SizeIs(1));
 }
 
 TEST_F(ServiceOwnersTest, WhereRootAloneIsAllowedTheOwnerIsLookedAtBeforeEachReport) {
@@ -391,7 +392,7 @@ TEST_F(ServiceOwnersTest, WhereRootAloneIsAllowedTheOwnerIsLookedAtBeforeEachRep
     client->sendURL("u", "Safari", 2);
     daemon.transport()->lastConnection()->setPeer(std::nullopt);
     client->sendURL("u", "Safari", 3);
-    EXPECT_THAT(daemon.reports, ElementsAre(ScriptedUserAgent::Report{"u", "Safari", 1}));
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"u", "Safari", 1}));
 }
 
 TEST_F(ServiceOwnersTest, WhereRootAloneIsAllowedTheServiceIsUsedWhileItIsRoots) {
