@@ -24,164 +24,121 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using Clock = std::chrono::steady_clock;
 
-// Answers in the order of their arrival. Thread-safe.
-class Numbers {
- public:
-    void add(std::int32_t number) {
-        const std::lock_guard lock(mutex_);
-        numbers_.push_back(number);
-    }
-    std::vector<std::int32_t> all() {
-        const std::lock_guard lock(mutex_);
-        return numbers_;
-    }
-
- private:
-    std::mutex mutex_;
-    std::vector<std::int32_t> numbers_;
-};
-
 class DBusClientTest : public DBusTest {
  protected:
     // A connection to a bus at another address, with short deadlines.
-    std::shared_ptr<cmn::XPCConnection> connectElsewhere(const std::string& address, ConnectionEvents& events,
-                                                         std::chrono::milliseconds deadline = 200ms) {
+    Wired connectElsewhere(const std::string& address, std::chrono::milliseconds deadline = 200ms) {
         cmn::DBusXPCOptions other;
         other.systemBusAddress = address;
         other.busDeadline = deadline;
-        replaceTransport(other);
-        auto connection = makeConnection(events);
-        connection->resume();
-        return connection;
+        useTransport(other);
+        return resumeClient();
     }
 };
 
 TEST_F(DBusClientTest, CallsAServiceAndGetsEveryTypeBack) {
     const auto server = startServer();
-    ConnectionEvents events;
-    const auto connection = connect(events);
-    const auto echo = proxy(*connection, events);
+    const Wired client = connect();
     std::atomic<int> replies{0};
     EchoProtocol::Records records;
     std::vector<std::string> names;
     EchoProtocol::Flags flags;
     std::int32_t number = 0;
-    echo->records("file \xe2\x82\xac", [&](const auto& value) { records = value, ++replies; });
-    echo->names([&](const auto& value) { names = value, ++replies; });
-    echo->flags([&](const auto& value) { flags = value, ++replies; });
-    echo->number("four", [&](std::int32_t value) { number = value, ++replies; });
-    ASSERT_TRUE(WaitFor([&] { return replies == 4; })) << events.error();
+    client.echo->records("file \xe2\x82\xac", [&](const auto& value) { records = value, ++replies; });
+    client.echo->names([&](const auto& value) { names = value, ++replies; });
+    client.echo->flags([&](const auto& value) { flags = value, ++replies; });
+    client.echo->number("four", [&](std::int32_t value) { number = value, ++replies; });
+    ASSERT_TRUE(WaitFor([&] { return replies == 4; })) << client.events.error();
     EXPECT_EQ(records, (EchoProtocol::Records{{{"Name", "file \xe2\x82\xac"}, {"costUsd", "12"}},
                                               {},
                                               {{"\xc3\xa4", "\xf0\x9f\xa6\x8a"}}}));
     EXPECT_THAT(names, ElementsAre("a", "", "\xc3\xa4"));
     EXPECT_EQ(flags, (EchoProtocol::Flags{{"no", false}, {"yes", true}}));
     EXPECT_EQ(number, 4);
-    EXPECT_EQ(events.errors, 0);
+    EXPECT_EQ(client.events.errors, 0);
 }
 
 TEST_F(DBusClientTest, MoreCallsThanABusAllowsAtOnceAreAnsweredInTheirOrder) {
     const auto server = startServer();
     server->onNumber = [](const std::string& text, const auto& reply) { reply(std::stoi(text)); };
-    ConnectionEvents events;
-    const auto connection = connect(events);
-    const auto echo = proxy(*connection, events);
+    const Wired client = connect();
     constexpr std::int32_t kCount = 2000;
-    const auto answers = std::make_shared<Numbers>();
+    const fake::Recorder<std::int32_t> numbers;
     for (std::int32_t i = 0; i < kCount; ++i) {
-        echo->number(std::to_string(i), [answers](std::int32_t answer) { answers->add(answer); });
+        client.echo->number(std::to_string(i), numbers);
     }
-    echo->note("after them");
-    ASSERT_TRUE(WaitFor([&] { return answers->all().size() == kCount; }));
+    client.echo->note("after them");
+    ASSERT_TRUE(WaitFor([&] { return numbers.count() == kCount; }));
     std::vector<std::int32_t> expected(kCount);
     std::iota(expected.begin(), expected.end(), 0);
-    EXPECT_EQ(answers->all(), expected);
+    EXPECT_EQ(numbers.all(), expected);
     EXPECT_TRUE(WaitFor([&] { return server->notes() == std::vector<std::string>{"after them"}; }));
-    EXPECT_EQ(events.errors, 0) << events.error();
+    EXPECT_EQ(client.events.errors, 0) << client.events.error();
 }
 
 TEST_F(DBusClientTest, CallsThatPileUpAtAServiceThatHangsFailInTheEnd) {
     RawPeer service(bus.address(), [](const QDBusMessage&, const QDBusConnection&) {});  // never answers
     ASSERT_TRUE(service.own("com.example.Echo"));
-    ConnectionEvents events;
-    const auto connection = makeConnection(events);
-    connection->resume();
-    const auto echo = proxy(*connection, events);
+    const Wired client = resumeClient();
     for (int i = 0; i < 10'500; ++i) {
-        echo->version([](const std::string&) {});
+        client.echo->version([](const std::string&) {});
     }
-    EXPECT_TRUE(WaitFor([&] { return events.errors >= 400; })) << "more than so many do not wait";
-    EXPECT_THAT(events.error(), HasSubstr("Too many messages are waiting"));
-    EXPECT_LE(events.errors, 500);
+    EXPECT_TRUE(WaitFor([&] { return client.events.errors >= 400; })) << "more than so many do not wait";
+    EXPECT_THAT(client.events.error(), HasSubstr("Too many messages are waiting"));
+    EXPECT_LE(client.events.errors, 500);
     service.release("com.example.Echo");
-    EXPECT_TRUE(WaitFor([&] { return events.errors == 10'500; })) << "the others fail when it leaves";
+    EXPECT_TRUE(WaitFor([&] { return client.events.errors == 10'500; })) << "the others fail when it leaves";
 }
 
 TEST_F(DBusClientTest, AConnectionThatIsLetGoWithManyOpenCallsLeavesTheBus) {
-    std::mutex mutex;
-    std::string client;
+    const fake::Recorder<std::string> clients;
     RawPeer service(bus.address(), [&](const QDBusMessage& call, const QDBusConnection&) {
-        const std::lock_guard lock(mutex);
-        client = call.service().toStdString();  // and never answers
+        clients.add(call.service().toStdString());  // and never answers
     });
     ASSERT_TRUE(service.own("com.example.Echo"));
-    ConnectionEvents events;
-    auto connection = makeConnection(events);
-    connection->resume();
-    auto echo = proxy(*connection, events);
+    Wired client = resumeClient();
     for (int i = 0; i < 300; ++i) {
-        echo->version([echo](const std::string&) {});
+        client.echo->version([echo = client.echo](const std::string&) {});
     }
-    const auto name = [&] {
-        const std::lock_guard lock(mutex);
-        return client;
-    };
-    ASSERT_TRUE(WaitFor([&] { return !name().empty(); }));
-    echo.reset();
-    connection.reset();
-    EXPECT_TRUE(WaitFor([&] { return !service.hasOwner(name()); }));
+    ASSERT_TRUE(WaitFor([&] { return clients.count() > 0; }));
+    client.echo.reset();
+    client.connection.reset();
+    EXPECT_TRUE(WaitFor([&] { return !service.hasOwner(clients.last()); }));
 }
 
 TEST_F(DBusClientTest, AMessageToAnAbsentServiceFailsWithWordsThatHelp) {
-    ConnectionEvents events;
-    const auto connection = makeConnection(events);
-    connection->resume();
-    proxy(*connection, events)->note("lost");
-    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
-    EXPECT_THAT(events.suggestion(), HasSubstr("com.example.Echo"));
-    EXPECT_THAT(events.suggestion(), HasSubstr("nobody owns the name"));
+    const Wired client = resumeClient();
+    client.echo->note("lost");
+    ASSERT_TRUE(WaitFor([&] { return client.events.errors == 1; }));
+    EXPECT_THAT(client.events.suggestion(), HasSubstr("com.example.Echo"));
+    EXPECT_THAT(client.events.suggestion(), HasSubstr("nobody owns the name"));
 }
 
 TEST_F(DBusClientTest, ACallFailsWhenTheServiceGivesUpItsNameAndKeepsSilent) {
     std::atomic<int> asked{0};
     RawPeer daemon(bus.address(), [&](const QDBusMessage&, const QDBusConnection&) { ++asked; });
     ASSERT_TRUE(daemon.own(kEchoService));
-    ConnectionEvents events;
-    const auto connection = makeConnection(events);
-    connection->resume();
-    proxy(*connection, events)->version([](const std::string&) { ADD_FAILURE(); });
+    const Wired client = resumeClient();
+    client.echo->version([](const std::string&) { ADD_FAILURE(); });
     ASSERT_TRUE(WaitFor([&] { return asked == 1; }));
     ASSERT_TRUE(daemon.release(kEchoService));
-    ASSERT_TRUE(WaitFor([&] { return events.errors == 1 && events.interruptions == 1; }));
-    EXPECT_THAT(events.suggestion(), HasSubstr("went away"));
+    ASSERT_TRUE(WaitFor([&] { return client.events.errors == 1 && client.events.interruptions == 1; }));
+    EXPECT_THAT(client.events.suggestion(), HasSubstr("went away"));
     ASSERT_TRUE(daemon.own(kEchoService));
     ASSERT_TRUE(WaitFor([&] {
-        proxy(*connection, events)->note("are you back?");
+        client.echo->note("are you back?");
         return asked > 1;
     }));
-    EXPECT_EQ(events.invalidations, 0);
+    EXPECT_EQ(client.events.invalidations, 0);
 }
 
 TEST_F(DBusClientTest, AServiceThatForgetsToAnswerMakesTheCallFail) {
-    auto server = std::make_shared<EchoServer>(transport, kEchoService);
-    server->onNumber = [](const std::string&, const auto&) {};
-    server->start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
-    ConnectionEvents events;
-    const auto connection = connect(events);
-    proxy(*connection, events)->number("x", [](std::int32_t) { ADD_FAILURE(); });
-    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
-    EXPECT_THAT(events.error(), HasSubstr("not answered"));
+    const auto server =
+        startServer([&](EchoServer& to) { to.onNumber = [](const std::string&, const auto&) {}; });
+    const Wired client = connect();
+    client.echo->number("x", [](std::int32_t) { ADD_FAILURE(); });
+    ASSERT_TRUE(WaitFor([&] { return client.events.errors == 1; }));
+    EXPECT_THAT(client.events.error(), HasSubstr("not answered"));
 }
 
 TEST_F(DBusClientTest, ACallThatIsNeverAnsweredFailsAtTheDeadline) {
@@ -189,15 +146,13 @@ TEST_F(DBusClientTest, ACallThatIsNeverAnsweredFailsAtTheDeadline) {
     ASSERT_TRUE(daemon.own(kEchoService));
     cmn::DBusXPCOptions impatient = options();
     impatient.replyDeadline = 300ms;
-    replaceTransport(impatient);
-    ConnectionEvents events;
-    const auto connection = makeConnection(events);
-    connection->resume();
+    useTransport(impatient);
+    const Wired client = resumeClient();
     const auto start = Clock::now();
-    proxy(*connection, events)->version([](const std::string&) { ADD_FAILURE(); });
-    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
+    client.echo->version([](const std::string&) { ADD_FAILURE(); });
+    ASSERT_TRUE(WaitFor([&] { return client.events.errors == 1; }));
     EXPECT_GE(Clock::now() - start, 270ms);  // timers are coarse
-    EXPECT_EQ(events.invalidations + events.interruptions, 0);
+    EXPECT_EQ(client.events.invalidations + client.events.interruptions, 0);
 }
 
 TEST_F(DBusClientTest, AnswersOfTheWrongTypeAreErrors) {
@@ -214,15 +169,13 @@ TEST_F(DBusClientTest, AnswersOfTheWrongTypeAreErrors) {
         connection.send(message.createReply(wrongAnswers.at(static_cast<std::size_t>(asked++))));
     });
     ASSERT_TRUE(daemon.own(kEchoService));
-    ConnectionEvents events;
-    const auto connection = makeConnection(events);
-    connection->resume();
+    const Wired client = resumeClient();
     const int count = static_cast<int>(std::size(wrongAnswers));
     for (int i = 0; i < count; ++i) {
-        proxy(*connection, events)->version([](const std::string&) { ADD_FAILURE(); });
+        client.echo->version([](const std::string&) { ADD_FAILURE(); });
     }
-    ASSERT_TRUE(WaitFor([&] { return events.errors == count; })) << events.errors;
-    EXPECT_THAT(events.error(), HasSubstr("\"as\""));
+    ASSERT_TRUE(WaitFor([&] { return client.events.errors == count; })) << client.events.errors;
+    EXPECT_THAT(client.events.error(), HasSubstr("\"as\""));
 }
 
 TEST_F(DBusClientTest, AnErrorAnswerIsHandedOn) {
@@ -231,13 +184,11 @@ TEST_F(DBusClientTest, AnErrorAnswerIsHandedOn) {
             message.createErrorReply(QStringLiteral("com.example.Broken"), QStringLiteral("so sorry")));
     });
     ASSERT_TRUE(daemon.own(kEchoService));
-    ConnectionEvents events;
-    const auto connection = makeConnection(events);
-    connection->resume();
-    proxy(*connection, events)->version([](const std::string&) { ADD_FAILURE(); });
-    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
-    EXPECT_EQ(events.error(), "com.example.Broken: so sorry");
-    EXPECT_THAT(events.suggestion(), HasSubstr("so sorry"));
+    const Wired client = resumeClient();
+    client.echo->version([](const std::string&) { ADD_FAILURE(); });
+    ASSERT_TRUE(WaitFor([&] { return client.events.errors == 1; }));
+    EXPECT_EQ(client.events.error(), "com.example.Broken: so sorry");
+    EXPECT_THAT(client.events.suggestion(), HasSubstr("so sorry"));
 }
 
 TEST_F(DBusClientTest, AHugeAnswerIsAnAnswerWhereOneIsExpectedAndAnErrorElsewhere) {
@@ -250,46 +201,39 @@ TEST_F(DBusClientTest, AHugeAnswerIsAnAnswerWhereOneIsExpectedAndAnErrorElsewher
             message.member() == QLatin1String("Records") ? QVariant::fromValue(records) : QVariant(huge)));
     });
     ASSERT_TRUE(daemon.own(kEchoService));
-    ConnectionEvents events;
-    const auto connection = makeConnection(events);
-    connection->resume();
+    const Wired client = resumeClient();
     std::atomic<std::size_t> size{0};
-    proxy(*connection, events)->records("", [&](const auto& records) {
-        size = records[0].at("Name").size();
-    });
-    ASSERT_TRUE(WaitFor([&] { return size != 0; })) << events.error();
+    client.echo->records("", [&](const auto& records) { size = records[0].at("Name").size(); });
+    ASSERT_TRUE(WaitFor([&] { return size != 0; })) << client.events.error();
     EXPECT_EQ(size, 8U * 1024 * 1024);
-    proxy(*connection, events)->version([](const std::string&) { ADD_FAILURE(); });
-    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
-    EXPECT_THAT(events.error(), HasSubstr("LimitsExceeded: It is too large to be read"));
+    client.echo->version([](const std::string&) { ADD_FAILURE(); });
+    ASSERT_TRUE(WaitFor([&] { return client.events.errors == 1; }));
+    EXPECT_THAT(client.events.error(), HasSubstr("LimitsExceeded: It is too large to be read"));
 }
 
 TEST_F(DBusClientTest, AMessageThatIsTooLargeFailsAndTheConnectionLives) {
     const auto server = startServer();
-    ConnectionEvents events;
-    const auto connection = connect(events);
+    const Wired client = connect();
     const std::string huge(17 * 1024 * 1024, 'x');
-    proxy(*connection, events)->note(huge);
-    ASSERT_TRUE(WaitFor([&] { return events.errors == 1; }));
-    proxy(*connection, events)->number(huge, [](std::int32_t) { ADD_FAILURE(); });
-    ASSERT_TRUE(WaitFor([&] { return events.errors == 2; }));
-    EXPECT_TRUE(answers(*connection));
-    EXPECT_EQ(events.invalidations + events.interruptions, 0);
+    client.echo->note(huge);
+    ASSERT_TRUE(WaitFor([&] { return client.events.errors == 1; }));
+    client.echo->number(huge, [](std::int32_t) { ADD_FAILURE(); });
+    ASSERT_TRUE(WaitFor([&] { return client.events.errors == 2; }));
+    EXPECT_TRUE(answers(*client.connection));
+    EXPECT_EQ(client.events.invalidations + client.events.interruptions, 0);
 }
 
 TEST_F(DBusClientTest, TextThatIsNoUTF8IsRepairedAndTextEndsAtANul) {
     const auto server = startServer();
-    ConnectionEvents events;
-    const auto connection = connect(events);
-    proxy(*connection, events)
-        ->note(
-            "a\xff\xfe"
-            "b\xed\xa0\x80");
-    proxy(*connection, events)->note(std::string("cut\0off", 7));
-    ASSERT_TRUE(WaitFor([&] { return server->notes().size() == 2; })) << events.error();
+    const Wired client = connect();
+    client.echo->note(
+        "a\xff\xfe"
+        "b\xed\xa0\x80");
+    client.echo->note(std::string("cut\0off", 7));
+    ASSERT_TRUE(WaitFor([&] { return server->notes().size() == 2; })) << client.events.error();
     EXPECT_THAT(server->notes()[0], testing::StartsWith("a\xef\xbf\xbd"));
     EXPECT_EQ(server->notes()[1], "cut");
-    EXPECT_TRUE(answers(*connection));
+    EXPECT_TRUE(answers(*client.connection));
 }
 
 TEST_F(DBusClientTest, AMessageGoesToTheOwnerThatTheConnectionKnows) {
@@ -305,8 +249,7 @@ TEST_F(DBusClientTest, AMessageGoesToTheOwnerThatTheConnectionKnows) {
     RawPeer known(bus.address(), counting(first));
     RawPeer unknown(bus.address(), counting(second));
     ASSERT_TRUE(known.own(kEchoService));
-    ConnectionEvents events;
-    const auto connection = connect(events);
+    const Wired client = connect();
     std::promise<void> busy;
     std::promise<void> goOn;
     dispatch->loop()->post([&busy, going = goOn.get_future().share()] {
@@ -316,86 +259,76 @@ TEST_F(DBusClientTest, AMessageGoesToTheOwnerThatTheConnectionKnows) {
     busy.get_future().wait();
     ASSERT_TRUE(known.release(kEchoService) && unknown.own(kEchoService));
     const int before = first;
-    proxy(*connection, events)->version(nullptr);
+    client.echo->version(nullptr);
     EXPECT_TRUE(WaitFor([&] { return first + second > before; }));
     EXPECT_EQ(second, 0);
     goOn.set_value();
-    EXPECT_TRUE(WaitFor([&] { return events.interruptions == 1; }));
-    EXPECT_TRUE(answers(*connection));
+    EXPECT_TRUE(WaitFor([&] { return client.events.interruptions == 1; }));
+    EXPECT_TRUE(answers(*client.connection));
     EXPECT_GT(second, 0);
 }
 
 TEST_F(DBusClientTest, TheConnectionsOfATransportThatEndsAreInvalidated) {
     const auto server = startServer();
     auto other = std::make_shared<cmn::DBusXPCTransport>(dispatch, options());
-    ConnectionEvents events;
-    const auto connection = other->createConnection(kEchoService, cmn::XPCConnectionOptions::privileged);
-    connection->setRemoteObjectInterface(CreateEchoInterface());
-    events.watch(*connection);
-    connection->resume();
-    ASSERT_TRUE(answers(*connection));
-    const auto kept = proxy(*connection, events);
+    const Wired client = wire(*other);
+    client.connection->resume();
+    ASSERT_TRUE(answers(*client.connection));
     other.reset();
-    kept->note("nobody hears this");
-    connection->invalidate();
-    kept->note("nor this");
-    EXPECT_TRUE(WaitFor([&] { return events.invalidations == 1 && server->invalidated == 1; }));
+    client.echo->note("nobody hears this");
+    client.connection->invalidate();
+    client.echo->note("nor this");
+    EXPECT_TRUE(WaitFor([&] { return client.events.invalidations == 1 && server->invalidated == 1; }));
     EXPECT_THAT(server->notes(), testing::IsEmpty());
 }
 
 TEST_F(DBusClientTest, ALostBusInvalidatesAndFailsWhatWaits) {
-    auto server = std::make_shared<EchoServer>(transport, kEchoService);
-    server->onNumber = [](const std::string&, auto reply) {
-        std::thread([reply] { std::this_thread::sleep_for(500ms); }).detach();  // holds the reply
-    };
-    server->start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
-    ConnectionEvents events;
-    const auto connection = connect(events);
-    proxy(*connection, events)->number("x", [](std::int32_t) { ADD_FAILURE(); });
-    ASSERT_TRUE(answers(*connection));
+    const auto server = startServer([&](EchoServer& to) {
+        to.onNumber = [](const std::string&, auto reply) {
+            std::thread([reply] { std::this_thread::sleep_for(500ms); }).detach();  // holds the reply
+        };
+    });
+    const Wired client = connect();
+    client.echo->number("x", [](std::int32_t) { ADD_FAILURE(); });
+    ASSERT_TRUE(answers(*client.connection));
     bus.kill();
-    ASSERT_TRUE(WaitFor([&] { return events.invalidations == 1 && events.errors == 1; }));
-    EXPECT_EQ(events.interruptions, 0);
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 2; }));
-    EXPECT_EQ(listenerEvents()[1].state, cmn::DBusListenerState::lost);
+    ASSERT_TRUE(WaitFor([&] { return client.events.invalidations == 1 && client.events.errors == 1; }));
+    EXPECT_EQ(client.events.interruptions, 0);
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents.count() == 2; }));
+    EXPECT_EQ(listenerEvents.all()[1].state, cmn::DBusListenerState::lost);
 }
 
 TEST_F(DBusClientTest, AnAbsentBusInvalidates) {
-    ConnectionEvents events;
-    const auto connection = connectElsewhere("unix:path=/nonexistent/bus", events);
-    proxy(*connection, events)->note("lost");
-    ASSERT_TRUE(WaitFor([&] { return events.invalidations == 1 && events.errors == 1; }));
-    EXPECT_THAT(events.suggestion(), HasSubstr("/nonexistent/bus"));
+    Wired client = connectElsewhere("unix:path=/nonexistent/bus");
+    client.echo->note("lost");
+    ASSERT_TRUE(WaitFor([&] { return client.events.invalidations == 1 && client.events.errors == 1; }));
+    EXPECT_THAT(client.events.suggestion(), HasSubstr("/nonexistent/bus"));
 }
 
 TEST_F(DBusClientTest, ARefusingSocketInvalidates) {
-    ConnectionEvents events;
     fake::TemporaryFolder folder;
     { const MuteSocket closed(folder / "bus"); }
-    const auto connection = connectElsewhere("unix:path=" + (folder / "bus").string(), events);
-    EXPECT_TRUE(WaitFor([&] { return events.invalidations == 1; }));
+    Wired client = connectElsewhere("unix:path=" + (folder / "bus").string());
+    EXPECT_TRUE(WaitFor([&] { return client.events.invalidations == 1; }));
 }
 
 TEST_F(DBusClientTest, AnAddressThatIsNoLocalSocketInvalidates) {
     for (const char* address :
          {"nonsense", "tcp:host=127.0.0.1,port=1", "unix:path=", "unix:path=%zz", ";;"}) {
-        ConnectionEvents events;
-        const auto connection = connectElsewhere(address, events);
-        EXPECT_TRUE(WaitFor([&] { return events.invalidations == 1; })) << address;
+        Wired client = connectElsewhere(address);
+        EXPECT_TRUE(WaitFor([&] { return client.events.invalidations == 1; })) << address;
     }
 }
 
 TEST_F(DBusClientTest, ASocketThatAcceptsAndKeepsSilentInvalidatesAfterTheDeadlineAndBlocksNobody) {
     for (const bool authenticates : {false, true}) {
-        ConnectionEvents events;
         fake::TemporaryFolder folder;
         const MuteSocket mute(folder / "bus", authenticates);
         const auto start = Clock::now();
-        auto connection = connectElsewhere("unix:path=" + (folder / "bus").string(), events, 1s);
-        proxy(*connection, events)->note("lost");
+        Wired client = connectElsewhere("unix:path=" + (folder / "bus").string(), 1s);
+        client.echo->note("lost");
         EXPECT_LT(Clock::now() - start, 900ms) << "nobody waits for the bus";
-        ASSERT_TRUE(WaitFor([&] { return events.invalidations == 1 && events.errors == 1; }));
+        ASSERT_TRUE(WaitFor([&] { return client.events.invalidations == 1 && client.events.errors == 1; }));
         EXPECT_GE(Clock::now() - start, 950ms);  // timers are coarse
         EXPECT_LT(Clock::now() - start, 10s);
     }
@@ -404,15 +337,13 @@ TEST_F(DBusClientTest, ASocketThatAcceptsAndKeepsSilentInvalidatesAfterTheDeadli
 TEST_F(DBusClientTest, ASilentBusBlocksNeitherInvalidateNorTheEndOfAConnection) {
     fake::TemporaryFolder folder;
     const MuteSocket mute(folder / "bus", true);
-    ConnectionEvents events;
-    auto connection = connectElsewhere("unix:path=" + (folder / "bus").string(), events, 20s);
+    Wired client = connectElsewhere("unix:path=" + (folder / "bus").string(), 20s);
     std::this_thread::sleep_for(50ms);  // it waits for the bus now
     const auto start = Clock::now();
-    connection->invalidate();
-    connection.reset();
-    connection = makeConnection(events);
-    connection->resume();
-    connection.reset();
+    client.connection->invalidate();
+    client.connection.reset();
+    Wired again = resumeClient();
+    again.connection.reset();
     EXPECT_LT(Clock::now() - start, 10s) << "a call waited for the bus";
 }
 
@@ -422,47 +353,41 @@ TEST_F(DBusClientTest, ASilentBusHoldsUpNoOtherBus) {
     const MuteSocket mute(folder / "bus", true);
     cmn::DBusXPCOptions mixed = options();
     mixed.sessionBusAddress = "unix:path=" + (folder / "bus").string();
-    replaceTransport(mixed);
+    useTransport(mixed);
     const auto silent = transport->createConnection(kEchoService, cmn::XPCConnectionOptions::none);
     silent->resume();
     const auto start = Clock::now();
-    ConnectionEvents events;
-    const auto connection = connect(events);
+    connect();
     EXPECT_LT(Clock::now() - start, 2s) << "the deadline of the silent bus is five seconds";
 }
 
 TEST_F(DBusClientTest, AFrozenBusBlocksNobodyAndDeliversAfterItsThaw) {
     const auto server = startServer();
-    ConnectionEvents events;
-    const auto connection = connect(events);
-    const auto echo = proxy(*connection, events);
+    const Wired client = connect();
     bus.freeze();
     const auto start = Clock::now();
     const std::string text(10'000, 'x');
     for (int i = 0; i < 500; ++i) {  // far more than the socket takes
-        echo->note(text);
+        client.echo->note(text);
     }
-    const auto second = makeConnection(events);
-    second->resume();
+    const Wired second = resumeClient();
     EXPECT_LT(Clock::now() - start, 500ms);
     bus.thaw();
     EXPECT_TRUE(WaitFor([&] { return server->notes().size() == 500; }));
-    EXPECT_TRUE(answers(*second));
+    EXPECT_TRUE(answers(*second.connection));
 }
 
 TEST_F(DBusClientTest, AListOfAddressesIsTriedInOrder) {
     const auto server = startServer();
-    ConnectionEvents events;
-    const auto connection =
-        connectElsewhere("tcp:host=x;unix:path=/nonexistent/bus;" + bus.address(), events);
-    EXPECT_TRUE(answers(*connection));
+    Wired client = connectElsewhere("tcp:host=x;unix:path=/nonexistent/bus;" + bus.address());
+    EXPECT_TRUE(answers(*client.connection));
 }
 
 TEST_F(DBusClientTest, TheChoiceOfTheBusFollowsThePrivilege) {
     const auto server = startServer();
     cmn::DBusXPCOptions split = options();
     split.sessionBusAddress = "unix:path=/nonexistent/bus";
-    replaceTransport(split);
+    useTransport(split);
     const auto privileged = transport->createConnection(kEchoService, cmn::XPCConnectionOptions::privileged);
     privileged->setRemoteObjectInterface(CreateEchoInterface());
     privileged->resume();
@@ -475,9 +400,8 @@ TEST_F(DBusClientTest, TheChoiceOfTheBusFollowsThePrivilege) {
 
 TEST_F(DBusClientTest, AnAbsentServiceIsNotStartedByTheBus) {
     fake::PrivateBus starting(fake::PrivateBus::WithService{kEchoService});
-    ConnectionEvents events;
-    const auto connection = connectElsewhere(starting.address(), events);
-    EXPECT_FALSE(answers(*connection));
+    Wired client = connectElsewhere(starting.address());
+    EXPECT_FALSE(answers(*client.connection));
     EXPECT_FALSE(starting.serviceWasStarted());
     // The same bus does start it for who asks for it.
     const RawPeer other(starting.address());
@@ -491,14 +415,13 @@ TEST_F(DBusClientTest, TwoHundredConnectionsLeaveNothingBehind) {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
                              std::filesystem::directory_iterator());
     };
-    ConnectionEvents events;
-    connect(events);
+    connect();
     ASSERT_TRUE(WaitFor([&] { return server->invalidated == 1; }));
     const auto before = descriptors();
     for (int i = 0; i < 200; ++i) {
-        const auto connection = connect(events);
+        const Wired client = connect();
         if (i % 2 == 0) {
-            connection->invalidate();
+            client.connection->invalidate();
         }
     }
     ASSERT_TRUE(WaitFor([&] { return server->invalidated == 201; }));

@@ -1,7 +1,5 @@
 #include "DBusFixture.h"
 
-#include <iostream>
-
 bool EchoServer::shouldAcceptNewConnection(const std::shared_ptr<cmn::XPCConnection>& connection) {
     if (!accepts) {
         return false;
@@ -34,8 +32,7 @@ void EchoServer::note(const std::string& text) {
     if (onNote) {
         onNote(text);
     }
-    const std::lock_guard lock(mutex_);
-    notes_.push_back(text);
+    notes_.add(text);
 }
 
 void EchoServer::check(const std::string& text, std::shared_ptr<EchoDelegate> delegate) {
@@ -45,97 +42,44 @@ void EchoServer::check(const std::string& text, std::shared_ptr<EchoDelegate> de
     }
 }
 
-std::vector<std::string> EchoServer::notes() const {
-    const std::lock_guard lock(mutex_);
-    return notes_;
-}
-
-void ConnectionEvents::watch(cmn::XPCConnection& connection) {
+void ConnectionEvents::watch(cmn::XPCConnection& connection) const {
     connection.setInvalidationHandler([state = state_] { ++state->invalidations; });
     connection.setInterruptionHandler([state = state_] { ++state->interruptions; });
 }
 
-cmn::RemoteErrorHandler ConnectionEvents::onError() {
-    return [state = state_](const cmn::RemoteError& error) {
-        {
-            const std::lock_guard lock(state->mutex);
-            state->lastError = error.description;
-            state->lastSuggestion = error.recoverySuggestion;
-        }
+cmn::RemoteErrorHandler ConnectionEvents::onError() const {
+    return [state = state_, errors = errors_](const cmn::RemoteError& error) {
+        errors.add(error);
         ++state->errors;  // last: whoever waits for it reads the texts
     };
 }
 
-std::string ConnectionEvents::error() {
-    const std::lock_guard lock(state_->mutex);
-    return state_->lastError;
-}
-
-std::string ConnectionEvents::suggestion() {
-    const std::lock_guard lock(state_->mutex);
-    return state_->lastSuggestion;
-}
-
-DBusTest::DBusTest() {
-    replaceTransport(options());
-}
-
-DBusTest::~DBusTest() {
-    if (HasFailure()) {
-        std::cerr << log.text();
-    }
-    // Peers and calls that are left let go of what they hold.
-    for (const auto& one : transports_) {
-        one->stop();
-    }
-    dispatch->stop();
-}
-
-void DBusTest::replaceTransport(const cmn::DBusXPCOptions& options) {
-    transport = transports_.emplace_back(std::make_shared<cmn::DBusXPCTransport>(dispatch, options));
-}
-
-cmn::DBusXPCOptions DBusTest::options() {
-    cmn::DBusXPCOptions options;
-    options.systemBusAddress = bus.address();
-    options.sessionBusAddress = bus.address();
-    options.onListenerEvent = [this](const cmn::DBusListenerEvent& event) {
-        const std::lock_guard lock(mutex_);
-        listenerEvents_.push_back(event);
-    };
-    return options;
-}
-
-std::vector<cmn::DBusListenerEvent> DBusTest::listenerEvents() {
-    const std::lock_guard lock(mutex_);
-    return listenerEvents_;
-}
-
-std::shared_ptr<EchoServer> DBusTest::startServer() {
-    const std::size_t before = listenerEvents().size();
+std::shared_ptr<EchoServer> DBusTest::startServer(const Hooks& set) {
     const auto server = std::make_shared<EchoServer>(transport, kEchoService);
-    server->start();
-    EXPECT_TRUE(fake::WaitFor([&] { return listenerEvents().size() > before; }));
-    EXPECT_EQ(listenerEvents().back().state, cmn::DBusListenerState::listening);
-    return server;
+    set(*server);
+    return start(server);
 }
 
-std::shared_ptr<cmn::XPCConnection> DBusTest::makeConnection(ConnectionEvents& events) {
-    const auto connection = transport->createConnection(kEchoService, cmn::XPCConnectionOptions::privileged);
-    connection->setRemoteObjectInterface(CreateEchoInterface());
-    events.watch(*connection);
-    return connection;
+Wired DBusTest::wire(cmn::XPCTransport& transport) {
+    Wired client;
+    client.connection = transport.createConnection(kEchoService, cmn::XPCConnectionOptions::privileged);
+    client.connection->setRemoteObjectInterface(CreateEchoInterface());
+    client.events.watch(*client.connection);
+    client.echo = std::dynamic_pointer_cast<EchoProtocol>(
+        client.connection->remoteObjectProxy(client.events.onError()));
+    return client;
 }
 
-std::shared_ptr<cmn::XPCConnection> DBusTest::connect(ConnectionEvents& events) {
-    auto connection = makeConnection(events);
-    connection->resume();
-    EXPECT_TRUE(answers(*connection));
-    return connection;
+Wired DBusTest::resumeClient() {
+    Wired client = wire(*transport);
+    client.connection->resume();
+    return client;
 }
 
-std::shared_ptr<EchoProtocol> DBusTest::proxy(cmn::XPCConnection& connection, ConnectionEvents& events) {
-    return std::dynamic_pointer_cast<EchoProtocol>(connection.remoteObjectProxy(events.onError()));
+Wired DBusTest::connect() {
+    Wired client = resumeClient();
+    EXPECT_TRUE(answers(*client.connection));
+    return client;
 }
 
 bool DBusTest::answers(cmn::XPCConnection& connection) {

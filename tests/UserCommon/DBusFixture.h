@@ -3,21 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "EchoProtocol.h"
-#include "linux_usercommon/DBusXPCTransport.h"
-#include "linux_usercommon/LinuxDispatch.h"
-#include "support/LogCapture.h"
-#include "support/PrivateBus.h"
-#include "support/WaitFor.h"
-#include "usercommon/XPCServer.h"
+#include "support/BusWorld.h"
 
 // The service of the tests. Counts what happens to it; its hooks let a test hold it up. Thread-safe.
 class EchoServer : public cmn::XPCServer, public EchoProtocol {
@@ -35,7 +27,7 @@ class EchoServer : public cmn::XPCServer, public EchoProtocol {
     void note(const std::string& text) override;
     void check(const std::string& text, std::shared_ptr<EchoDelegate> delegate) override;
 
-    std::vector<std::string> notes() const;
+    std::vector<std::string> notes() const { return notes_.all(); }
 
     std::atomic<bool> accepts{true};
     std::atomic<int> accepted{0};
@@ -44,8 +36,7 @@ class EchoServer : public cmn::XPCServer, public EchoProtocol {
     std::function<void(const std::string& text, std::function<void(std::int32_t)> reply)> onNumber;
 
  private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> notes_;
+    const fake::Recorder<std::string> notes_;
 };
 
 // What happened to a client's connection. Handlers that are still queued when this ends harm nobody.
@@ -54,47 +45,41 @@ class ConnectionEvents {
         std::atomic<int> invalidations{0};
         std::atomic<int> interruptions{0};
         std::atomic<int> errors{0};
-        std::mutex mutex;
-        std::string lastError, lastSuggestion;  // guarded by mutex
     };
     const std::shared_ptr<State> state_ = std::make_shared<State>();
+    const fake::Recorder<cmn::RemoteError> errors_;
 
  public:
     const std::atomic<int>& invalidations = state_->invalidations;
     const std::atomic<int>& interruptions = state_->interruptions;
     const std::atomic<int>& errors = state_->errors;
 
-    void watch(cmn::XPCConnection& connection);
-    cmn::RemoteErrorHandler onError();
-    std::string error();
-    std::string suggestion();
+    void watch(cmn::XPCConnection& connection) const;
+    cmn::RemoteErrorHandler onError() const;
+    // Of the latest.
+    std::string error() const { return errors_.last().description; }
+    std::string suggestion() const { return errors_.last().recoverySuggestion; }
 };
 
-// A private bus and both ends on it, in this process.
-class DBusTest : public testing::Test {
- protected:
-    DBusTest();
-    ~DBusTest() override;
+// A client's connection, what happens to it, and the service's proxy.
+struct Wired {
+    ConnectionEvents events;
+    std::shared_ptr<cmn::XPCConnection> connection;
+    std::shared_ptr<EchoProtocol> echo;
+};
 
-    cmn::DBusXPCOptions options();
-    std::shared_ptr<EchoServer> startServer();
-    std::shared_ptr<cmn::XPCConnection> makeConnection(ConnectionEvents& events);
-    // Resumed, and known to reach the service.
-    std::shared_ptr<cmn::XPCConnection> connect(ConnectionEvents& events);
-    static std::shared_ptr<EchoProtocol> proxy(cmn::XPCConnection& connection, ConnectionEvents& events);
+// Both ends in this process.
+class DBusTest : public fake::BusWorld {
+ protected:
+    using Hooks = std::function<void(EchoServer& server)>;
+
+    // `set` is called before it is started.
+    std::shared_ptr<EchoServer> startServer(const Hooks& set = [](EchoServer&) {});
+    // Not resumed.
+    static Wired wire(cmn::XPCTransport& transport);
+    Wired resumeClient();
+    // Known to reach the service.
+    Wired connect();
     // Whether the service answers.
     static bool answers(cmn::XPCConnection& connection);
-
-    fake::LogCapture log;
-    fake::PrivateBus bus;
-    std::shared_ptr<cmn::LinuxDispatch> dispatch = std::make_shared<cmn::LinuxDispatch>();
-    std::vector<cmn::DBusListenerEvent> listenerEvents();
-    std::shared_ptr<cmn::DBusXPCTransport> transport;
-    // What the one before has made goes on until the end of the test.
-    void replaceTransport(const cmn::DBusXPCOptions& options);
-
- private:
-    std::vector<std::shared_ptr<cmn::DBusXPCTransport>> transports_;
-    std::mutex mutex_;
-    std::vector<cmn::DBusListenerEvent> listenerEvents_;
 };

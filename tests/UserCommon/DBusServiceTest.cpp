@@ -7,12 +7,13 @@
 #include <QDBusUnixFileDescriptor>
 #include <QDBusVariant>
 #include <QMap>
-#include <condition_variable>
+#include <algorithm>
 #include <future>
 #include <stdexcept>
 #include <thread>
 
 #include "DBusFixture.h"
+#include "support/Gate.h"
 #include "support/RawPeer.h"
 
 // The service's end of the messages over D-Bus.
@@ -33,24 +34,6 @@ class DBusServiceTest : public DBusTest {
     static QDBusMessage echo(const std::string& member, const QVariantList& arguments = {}) {
         return RawPeer::message(kEchoService, kEchoPath, kEchoService, member, arguments);
     }
-};
-
-class Gate {
- public:
-    void open() {
-        const std::lock_guard lock(mutex_);
-        open_ = true;
-        changed_.notify_all();
-    }
-    void pass() {
-        std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, 20s, [this] { return open_; });
-    }
-
- private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool open_ = false;
 };
 
 class RecordingDelegate : public EchoDelegate {
@@ -76,33 +59,33 @@ TEST_F(DBusServiceTest, MayBeStoppedAtAnyMomentOfItsStart) {
         server->stop();
     }
     const auto server = startServer();
-    ConnectionEvents events;
-    EXPECT_TRUE(answers(*connect(events)));
+    EXPECT_TRUE(answers(*connect().connection));
 }
 
 TEST_F(DBusServiceTest, AClientMayEndAtAnyMomentOfItsStart) {
     const auto server = startServer();
-    ConnectionEvents events;
     constexpr int kClients = 60;
-    std::vector<std::shared_ptr<cmn::XPCConnection>> ended;  // a connection that is gone tells nobody
+    std::vector<Wired> ended;  // a connection that is gone tells nobody
     for (int i = 0; i < kClients; ++i) {
-        const auto connection = ended.emplace_back(makeConnection(events));
-        connection->resume();
-        proxy(*connection, events)->note("hello");
+        const Wired& client = ended.emplace_back(resumeClient());
+        client.echo->note("hello");
         std::this_thread::sleep_for(i * 50us);
-        connection->invalidate();
+        client.connection->invalidate();
     }
-    EXPECT_TRUE(WaitFor([&] { return events.invalidations == kClients; }));
-    EXPECT_TRUE(answers(*connect(events)));
+    EXPECT_TRUE(WaitFor([&] {
+        return std::all_of(ended.begin(), ended.end(),
+                           [](const Wired& one) { return one.events.invalidations == 1; });
+    }));
+    EXPECT_TRUE(answers(*connect().connection));
 }
 
 TEST_F(DBusServiceTest, ANameThatIsTakenIsReportedAndLogged) {
     const auto first = startServer();
     const auto second = std::make_shared<EchoServer>(transport, kEchoService);
     second->start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 2; }));
-    EXPECT_EQ(listenerEvents()[1].state, cmn::DBusListenerState::failed);
-    EXPECT_EQ(listenerEvents()[1].machServiceName, kEchoService);
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents.count() == 2; }));
+    EXPECT_EQ(listenerEvents.all()[1].state, cmn::DBusListenerState::failed);
+    EXPECT_EQ(listenerEvents.all()[1].machServiceName, kEchoService);
     EXPECT_THAT(log.linesWith("Cannot listen"),
                 ElementsAre(AllOf(
                     testing::StartsWith("[ERROR]"),
@@ -116,11 +99,11 @@ TEST_F(DBusServiceTest, ANameThatIsTakenIsReportedAndLogged) {
 TEST_F(DBusServiceTest, AnAbsentBusIsReportedAndLogged) {
     cmn::DBusXPCOptions nowhere = options();
     nowhere.systemBusAddress = "unix:path=/nonexistent/bus";
-    replaceTransport(nowhere);
+    useTransport(nowhere);
     const auto server = std::make_shared<EchoServer>(transport, kEchoService);
     server->start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
-    EXPECT_EQ(listenerEvents()[0].state, cmn::DBusListenerState::failed);
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents.count() == 1; }));
+    EXPECT_EQ(listenerEvents.all()[0].state, cmn::DBusListenerState::failed);
     EXPECT_EQ(log.count("Cannot listen as com.example.Echo -- unix:path=/nonexistent/bus"), 1U);
 }
 
@@ -128,9 +111,9 @@ TEST_F(DBusServiceTest, OnABusThatComesBackItsNameIsClaimedAgain) {
     const auto server = startServer();
     bus.kill();
     bus.start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 3; }));
-    EXPECT_EQ(listenerEvents()[1].state, cmn::DBusListenerState::lost);
-    EXPECT_EQ(listenerEvents()[2].state, cmn::DBusListenerState::listening);
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents.count() == 3; }));
+    EXPECT_EQ(listenerEvents.all()[1].state, cmn::DBusListenerState::lost);
+    EXPECT_EQ(listenerEvents.all()[2].state, cmn::DBusListenerState::listening);
     RawPeer peer(bus.address());
     EXPECT_EQ(peer.call(echo("Version")).type(), QDBusMessage::ReplyMessage);
 }
@@ -138,8 +121,8 @@ TEST_F(DBusServiceTest, OnABusThatComesBackItsNameIsClaimedAgain) {
 TEST_F(DBusServiceTest, AnInvalidNameIsReported) {
     const auto server = std::make_shared<EchoServer>(transport, "no bus name!");
     server->start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
-    EXPECT_EQ(listenerEvents()[0].state, cmn::DBusListenerState::failed);
+    ASSERT_TRUE(WaitFor([&] { return listenerEvents.count() == 1; }));
+    EXPECT_EQ(listenerEvents.all()[0].state, cmn::DBusListenerState::failed);
 }
 
 TEST_F(DBusServiceTest, SeesOneNewConnectionPerPeerAtItsFirstMessage) {
@@ -167,11 +150,9 @@ TEST_F(DBusServiceTest, SeesAPeerLeaveTheBus) {
 }
 
 TEST_F(DBusServiceTest, SeesAPeerLeaveAlsoWhileItsMessagesWait) {
-    Gate gate;
-    const auto server = std::make_shared<EchoServer>(transport, kEchoService);
-    server->onNote = [&](const std::string&) { gate.pass(); };
-    server->start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    fake::Gate gate;
+    const auto server =
+        startServer([&](EchoServer& to) { to.onNote = [&](const std::string&) { gate.pass(); }; });
     RawPeer other(bus.address());
     {
         RawPeer peer(bus.address());
@@ -311,11 +292,10 @@ TEST_F(DBusServiceTest, ATextIsDeliveredUpToWhatItsMethodTakes) {
 }
 
 TEST_F(DBusServiceTest, AnExceptionInTheServiceIsAnErrorForTheCaller) {
-    const auto server = std::make_shared<EchoServer>(transport, kEchoService);
-    server->onNumber = [](const std::string&, const auto&) { throw std::runtime_error("out of numbers"); };
-    server->onNote = [](const std::string&) { throw std::runtime_error("out of paper"); };
-    server->start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    const auto server = startServer([&](EchoServer& to) {
+        to.onNumber = [](const std::string&, const auto&) { throw std::runtime_error("out of numbers"); };
+        to.onNote = [](const std::string&) { throw std::runtime_error("out of paper"); };
+    });
     RawPeer peer(bus.address());
     EXPECT_EQ(peer.call(echo("Number", {QStringLiteral("x")})).errorMessage(), "out of numbers");
     peer.send(echo("Note", {QStringLiteral("x")}));
@@ -324,11 +304,9 @@ TEST_F(DBusServiceTest, AnExceptionInTheServiceIsAnErrorForTheCaller) {
 }
 
 TEST_F(DBusServiceTest, APeerThatFloodsIsRefusedBeyondTenThousandWaitingMessages) {
-    Gate gate;
-    const auto server = std::make_shared<EchoServer>(transport, kEchoService);
-    server->onNote = [&](const std::string&) { gate.pass(); };
-    server->start();
-    ASSERT_TRUE(WaitFor([&] { return listenerEvents().size() == 1; }));
+    fake::Gate gate;
+    const auto server =
+        startServer([&](EchoServer& to) { to.onNote = [&](const std::string&) { gate.pass(); }; });
     SetLogLevel(LogLevel::Error);
     RawPeer flood(bus.address());
     for (int i = 0; i < 10'050; ++i) {
@@ -380,40 +358,30 @@ TEST_F(DBusServiceTest, AnswersPingAndTheMachineId) {
 
 TEST_F(DBusServiceTest, ManyRequestsWithOneDelegateAreAllAnswered) {
     const auto server = startServer();
-    ConnectionEvents events;
-    const auto connection = connect(events);
+    const Wired client = connect();
     const auto delegate = std::make_shared<RecordingDelegate>();
-    const auto echoProxy = proxy(*connection, events);
     for (int i = 0; i < 500; ++i) {
-        echoProxy->check("file", delegate);
+        client.echo->check("file", delegate);
     }
     EXPECT_TRUE(WaitFor([&] { return delegate->yes == 500; }));
-    EXPECT_EQ(events.errors, 0);
+    EXPECT_EQ(client.events.errors, 0);
 }
 
 TEST_F(DBusServiceTest, TheSameDelegateHasTheSamePathAndAnotherOneAnother) {
-    std::mutex mutex;
-    std::vector<std::string> paths;  // guarded by mutex
+    const fake::Recorder<std::string> received;
     RawPeer daemon(bus.address(), [&](const QDBusMessage& message, const QDBusConnection&) {
-        const std::lock_guard lock(mutex);
-        paths.push_back(message.arguments().at(1).value<QDBusObjectPath>().path().toStdString());
+        received.add(message.arguments().at(1).value<QDBusObjectPath>().path().toStdString());
     });
     ASSERT_TRUE(daemon.own(kEchoService));
-    ConnectionEvents events;
-    const auto connection = makeConnection(events);
-    connection->resume();
+    const Wired client = resumeClient();
     const auto first = std::make_shared<RecordingDelegate>();
     const auto second = std::make_shared<RecordingDelegate>();
-    const auto echoProxy = proxy(*connection, events);
-    echoProxy->check("a", first);
-    echoProxy->check("b", second);
-    echoProxy->check("c", first);
-    echoProxy->check("d", nullptr);
-    ASSERT_TRUE(WaitFor([&] {
-        const std::lock_guard lock(mutex);
-        return paths.size() == 4;
-    }));
-    const std::lock_guard lock(mutex);
+    client.echo->check("a", first);
+    client.echo->check("b", second);
+    client.echo->check("c", first);
+    client.echo->check("d", nullptr);
+    ASSERT_TRUE(WaitFor([&] { return received.count() == 4; }));
+    const std::vector<std::string> paths = received.all();
     EXPECT_EQ(paths[0], "/com/example/EchoDelegate/1");
     EXPECT_EQ(paths[1], "/com/example/EchoDelegate/2");
     EXPECT_EQ(paths[2], paths[0]);
@@ -422,21 +390,19 @@ TEST_F(DBusServiceTest, TheSameDelegateHasTheSamePathAndAnotherOneAnother) {
 
 TEST_F(DBusServiceTest, OnlyTheOwnerOfTheServiceMayCallAClientsObjects) {
     std::string path;
-    std::string client;
+    std::string name;
     std::atomic<bool> known{false};
     RawPeer daemon(bus.address(), [&](const QDBusMessage& message, const QDBusConnection&) {
         path = message.arguments().at(1).value<QDBusObjectPath>().path().toStdString();
-        client = message.service().toStdString();
+        name = message.service().toStdString();
         known = true;
     });
     ASSERT_TRUE(daemon.own(kEchoService));
-    ConnectionEvents events;
-    const auto connection = makeConnection(events);
-    connection->resume();
+    const Wired client = resumeClient();
     const auto delegate = std::make_shared<RecordingDelegate>();
-    proxy(*connection, events)->check("a", delegate);
+    client.echo->check("a", delegate);
     ASSERT_TRUE(WaitFor([&] { return known.load(); }));
-    const auto call = RawPeer::message(client, path, "com.example.EchoDelegate", "DidCheck", {true});
+    const auto call = RawPeer::message(name, path, "com.example.EchoDelegate", "DidCheck", {true});
     const RawPeer stranger(bus.address());
     EXPECT_EQ(stranger.call(call).errorName(), "org.freedesktop.DBus.Error.AccessDenied");
     EXPECT_EQ(delegate->yes, 0);
@@ -447,8 +413,7 @@ TEST_F(DBusServiceTest, OnlyTheOwnerOfTheServiceMayCallAClientsObjects) {
 
 TEST_F(DBusServiceTest, AForgedSignalAboutNamesIsNotBelieved) {
     const auto server = startServer();
-    ConnectionEvents events;
-    const auto connection = connect(events);
+    const Wired client = connect();
     const RawPeer liar(bus.address());
     for (int i = 0; i < 8; ++i) {  // the unique names of both ends are among these
         QDBusMessage signal = QDBusMessage::createTargetedSignal(
@@ -461,8 +426,8 @@ TEST_F(DBusServiceTest, AForgedSignalAboutNamesIsNotBelieved) {
     }
     liar.call(
         RawPeer::message("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId"));  // all are sent
-    EXPECT_TRUE(answers(*connection));
-    EXPECT_EQ(events.interruptions, 0);
+    EXPECT_TRUE(answers(*client.connection));
+    EXPECT_EQ(client.events.interruptions, 0);
     EXPECT_EQ(server->invalidated, 0);
     EXPECT_EQ(server->accepted, 1);
 }
