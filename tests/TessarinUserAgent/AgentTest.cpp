@@ -63,6 +63,7 @@ class FakePlatform : public useragent::AgentPlatform {
         note("executablePath");
         return executable;
     }
+    std::filesystem::path userLogFolder() override { return logFolder; }
     std::optional<std::string> bundleShortVersion() override {
         note("bundleShortVersion");
         return version;
@@ -106,6 +107,7 @@ class FakePlatform : public useragent::AgentPlatform {
     std::string failure = "it failed";
     std::filesystem::path executable;
     std::filesystem::path logFile;
+    std::filesystem::path logFolder = "/nonexistent/folder for logs";
     cmn::proto::TSettings settingsRecord;
     std::optional<std::string> version = "1.2.3";
     std::shared_ptr<NotingDesktop> desktop = std::make_shared<NotingDesktop>([this] { note("permission"); });
@@ -231,6 +233,16 @@ TEST_F(AgentTest, LevelSilentWritesOnlyTheUnconditionalLines) {
 
 TEST_F(AgentTest, TheLogIsNamedBesideTheBundle) {
     EXPECT_EQ(useragent::LogStem("/A/B/X.app/Contents/MacOS/X"), "/A/B/com.tessarin.UserAgent");
+}
+
+TEST_F(AgentTest, TheLogGoesToTheUsersFolderWhereItCannotLieBesideTheBundle) {
+    const fake::TemporaryFolder elsewhere;
+    platform.executable = "/nonexistent/X.app/Contents/MacOS/X";
+    platform.logFolder = elsewhere / "logs";
+    useragent::RunAgent(platform);
+    fake::LogReader reader(elsewhere / "logs" / "com.tessarin.UserAgent_0.log");
+    EXPECT_EQ(reader.count("Starting TessarinUserAgent"), 1u);
+    EXPECT_FALSE(reader.contains("cannot be written"));
 }
 
 TEST_F(AgentTest, WatchesTheThreeBrowsersOfTheProduct) {

@@ -1,10 +1,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 
 #include "common/SystemUtils.h"
+#include "common/fs.h"
 #include "common/proto_settings.h"
 #include "support/FakeXPCTransport.h"
 #include "support/LogCapture.h"
@@ -15,6 +19,7 @@ namespace {
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 using testing::StartsWith;
@@ -134,22 +139,57 @@ TEST_F(FinderExtensionXPCServerTest, LogsToAFileOfItsOwnBesideTheProduct) {
         << "the file's name is not the service's";
 }
 
-TEST_F(FinderExtensionXPCServerTest, TheLogSaysOnceWhereItIsWhenItCannotBeBesideTheProduct) {
-    const std::string wanted = (folder / "missing" / "com.tessarin.finderExtension_0.log").string();
-    settings.Products[1].InstallPath = (folder / "missing").string();
-    cmn::proto::SetSettings(settings);
-    const auto before = std::filesystem::current_path();
-    std::filesystem::current_path(folder.path());
-    start();
-    server->sendLogMessage("text", "Warn");
-    endAndReadLog();
-    const auto here = std::filesystem::current_path();
-    std::filesystem::current_path(before);
-    EXPECT_THAT(fake::ReadLines(folder / "_0.log"),
-                ElementsAre(line(" WARN", "This log cannot be written to " + wanted + ", so it goes to " +
-                                              (here / "_0.log").string()),
+class FinderExtensionLogTest : public FinderExtensionXPCServerTest {
+ protected:
+    FinderExtensionLogTest() {
+        settings.Products[1].InstallPath = (folder / "missing").string();
+        cmn::proto::SetSettings(settings);
+    }
+    // Lets the service run and end in a working directory of its own, for a user with that folder for states.
+    void runAsUserWith(const std::filesystem::path& stateFolder) {
+        const char* const variable = "XDG_STATE_HOME";
+        const char* const found = std::getenv(variable);
+        const std::optional<std::string> stateBefore =
+            found ? std::optional<std::string>(found) : std::nullopt;
+        const auto before = std::filesystem::current_path();
+        std::filesystem::create_directory(folder / "working directory");
+        std::filesystem::current_path(folder / "working directory");
+        ::setenv(variable, stateFolder.c_str(), 1);
+        start();
+        server->sendLogMessage("text", "Warn");
+        endAndReadLog();
+        stateBefore ? ::setenv(variable, stateBefore->c_str(), 1) : ::unsetenv(variable);
+        std::filesystem::current_path(before);
+        EXPECT_TRUE(std::filesystem::is_empty(folder / "working directory"));
+    }
+    void SetUp() override {
+        if (!cmn::GetSystemLogFolder().empty()) {
+            GTEST_SKIP() << "the product is installed here, its log would be written";
+        }
+    }
+
+    const std::string wanted = folder / "missing/com.tessarin.finderExtension_0.log";
+};
+
+TEST_F(FinderExtensionLogTest, SaysOnceWhereItIsWhenItCannotBeBesideTheProduct) {
+    runAsUserWith(folder / "state");
+    const auto file = folder / "state/tessarin/com.tessarin.finderExtension_0.log";
+    EXPECT_THAT(fake::ReadLines(file),
+                ElementsAre(line(" INFO", "This log cannot be written to " + wanted + ", so it goes to " +
+                                              file.string()),
                             line(" INFO", "Finder entension server init"), line(" WARN", "text"),
                             line(" INFO", "FinderExtensionObjCXPCServer deallocated")));
+}
+
+TEST_F(FinderExtensionLogTest, GoesToTheErrorStreamWhenItCanBeNowhere) {
+    cmn::StrToFile("", folder / "file");
+    testing::internal::CaptureStderr();
+    runAsUserWith(folder / "file");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                AllOf(HasSubstr("[ WARN]"),
+                      HasSubstr("This log cannot be written to " + wanted +
+                                ", so it goes to the standard error stream\n"),
+                      HasSubstr("text\n")));
 }
 
 TEST_F(FinderExtensionXPCServerTest, WritesNoLineOfItsOwnToTheProcessLog) {

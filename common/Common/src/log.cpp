@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <ctime>
 #include <string>
 
@@ -39,6 +40,15 @@ cmn::LogFile& ProcessLog() {
     };
     static const Holder holder;
     return holder.log;
+}
+
+std::atomic<bool> g_journal{false};
+
+// The journal stamps its lines itself.
+void Write(cmn::LogFile& log, LogLevel level, std::string_view text) {
+    if (level == LogLevel::Error && g_journal)
+        cmn::SystemJournal(text);
+    log.log(level, text);
 }
 
 std::string_view BaseName(std::string_view path) {
@@ -91,6 +101,9 @@ void SetLogConsole(bool on) {
 void SetLogFileCount(unsigned int count) {
     ProcessLog().setFileCount(count);
 }
+void SetLogJournal(bool on) {
+    g_journal = on;
+}
 bool LogEnabled(LogLevel level) {
     return ProcessLog().enabled(level);
 }
@@ -106,7 +119,7 @@ void LogFull(LogLevel level, std::string_view file, int line, std::string_view f
     fmt::memory_buffer text;
     AppendPlace(text, file, line, function);
     text.append(message.data(), message.data() + message.size());
-    log.log(level, {text.data(), text.size()});
+    Write(log, level, {text.data(), text.size()});
 }
 
 void LogStartMessage() {
@@ -127,7 +140,7 @@ void LogPreformatted(LogLevel level, std::string_view file, int line, std::strin
     fmt::memory_buffer text;
     AppendPlace(text, file, line, function);
     fmt::vformat_to(fmt::appender(text), format, args);
-    log.log(level, {text.data(), text.size()});
+    Write(log, level, {text.data(), text.size()});
 }
 
 }  // namespace cmn::detail

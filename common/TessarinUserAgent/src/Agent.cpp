@@ -12,6 +12,7 @@
 #include "common/bundle.h"
 #include "common/causes.h"
 #include "common/log.h"
+#include "common/log_place.h"
 #include "common/utf8.h"
 #include "useragent/BrowserURLWatcher.h"
 #include "xpccommon/UserAgentXPCClient.h"
@@ -42,6 +43,10 @@ std::filesystem::path AgentFacts::executablePath() {
     return cmn::GetCurrentExecutablePath();
 }
 
+std::filesystem::path AgentFacts::userLogFolder() {
+    return cmn::GetUserLogFolder();
+}
+
 std::optional<std::string> AgentFacts::bundleShortVersion() {
     return cmn::GetBundleShortVersion();
 }
@@ -52,9 +57,21 @@ namespace {
 cmn::proto::TSettings StartLog(AgentFacts& facts) {
     auto settings = facts.settings();
     SetLogLevel(LogLevelFromString(settings.LogLevel));
-    SetLogPath(LogStem(facts.executablePath()).c_str());
+    const std::filesystem::path wanted = LogStem(facts.executablePath());
+    const auto stem = cmn::WritableLogStem(wanted, {facts.userLogFolder()});
+    if (stem) {
+        SetLogPath(stem->c_str());
+    } else {
+        SetLogFileExtension(cmn::kNoLogFile);
+    }
     LogStartMessage();
     TLOG_INFO("Starting TessarinUserAgent {}", facts.bundleShortVersion().value_or("????"));
+    if (!stem) {
+        TLOG_WARN(
+            "The log cannot be written to {}_0.log, nor to the user's folder for logs, so it goes to the "
+            "standard error stream",
+            wanted.string());
+    }
     return settings;
 }
 

@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "common/SystemUtils.h"
+#include "common/log_place.h"
 #include "common/proto_settings.h"
 #include "common/utf8.h"
 
@@ -41,14 +41,19 @@ FinderExtensionObjCXPCServer::FinderExtensionObjCXPCServer(std::shared_ptr<XPCTr
       fullDiskAccessProbe_(IsFullDiskAccessGranted) {
     const LogLevel level = LogLevelFromString(proto::GetSettings().LogLevel);
     const std::filesystem::path folder = proto::GetProduct("").InstallPath;
-    const std::string stem = (folder / kLogFileName).string();
-    logger_.setLogPath(stem);
+    const std::filesystem::path wanted = folder / kLogFileName;
+    const auto stem = WritableLogStem(wanted, {GetSystemLogFolder(), GetUserLogFolder()});
     logger_.setLogLevel(level);
-    if (logger_.getLogPath() != logger_.getLogPath(stem)) {
-        std::error_code ignored;
-        const auto elsewhere = std::filesystem::absolute(logger_.getLogPath(), ignored);
-        logger_.log(LogLevel::Warn, fmt::format("This log cannot be written to {}, so it goes to {}",
-                                                logger_.getLogPath(stem), elsewhere.string()));
+    const std::string wantedFile = logger_.getLogPath(wanted.string());
+    if (stem) {
+        logger_.setLogPath(stem->string());
+    } else {
+        logger_.setLogFileExtension(kNoLogFile);
+    }
+    if (stem != wanted) {
+        logger_.log(stem ? LogLevel::Info : LogLevel::Warn,
+                    fmt::format("This log cannot be written to {}, so it goes to {}", wantedFile,
+                                stem ? logger_.getLogPath() : "the standard error stream"));
     }
     logger_.log(LogLevel::Info, "Finder entension server init");
 }

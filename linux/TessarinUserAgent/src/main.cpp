@@ -112,6 +112,7 @@ int Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     InstallLogCrashHandlers();
+    SetLogJournal(true);
     try {
         useragent::HandleSigterm();
         return Run(argc, argv);

@@ -19,6 +19,7 @@
 #include "ServiceHost.h"
 #include "common/causes.h"
 #include "common/log.h"
+#include "common/log_place.h"
 
 namespace {
 
@@ -48,7 +49,7 @@ void UseLogFile(const std::string& stem) {
     if (!stem.empty() && std::ofstream(file, std::ios::app)) {
         return;
     }
-    SetLogFileExtension("/");  // no file has such a name
+    SetLogFileExtension(cmn::kNoLogFile);
     if (!stem.empty()) {
         TLOG_WARN("The log cannot be written to {}, so it goes to the standard error stream", file);
     }
@@ -92,6 +93,7 @@ int main(int argc, char** argv) {
     }
     const auto& options = std::get<host::HostOptions>(parsed);
     InstallLogCrashHandlers();
+    SetLogJournal(true);
     KeepNoLargeMessages();
     const int signalDescriptor = BlockEndSignals();
     SetLogLevel(options.logLevel);

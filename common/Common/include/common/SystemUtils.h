@@ -37,8 +37,18 @@ std::string GetOSName();
 // Folder of the data that outlives an installation.
 std::string GetPersistPath();
 bool IsFullDiskAccessGranted();
+
+// Logs.
+
+// Where the programs of this user keep logs that cannot lie beside the program, and where the services of the
+// machine do. They need not exist; "" when there is none.
+std::string GetUserLogFolder();
+std::string GetSystemLogFolder();
 // One line in the system's own log.
 void SystemLog(std::string_view message);
+// The same for a line that is also in a log of the product, with the rank of an error; where the system has a
+// journal for such. Never waits and never fails.
+void SystemJournal(std::string_view message) noexcept;
 
 // The application bundle.
 

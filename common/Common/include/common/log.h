@@ -29,6 +29,7 @@ void SetLogFileExtension(const char* extension);  // without the dot; ignored wh
 void SetLogMaxSize(unsigned int bytes);
 void SetLogConsole(bool on);               // echo every line to the standard error stream as well
 void SetLogFileCount(unsigned int count);  // ignored when 0
+void SetLogJournal(bool on);               // lines of Error level go to the system's journal as well, at once
 
 // Whether a message of this level would be written now.
 bool LogEnabled(LogLevel level);

@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <sys/utsname.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <array>
@@ -224,10 +223,6 @@ std::string GetPersistPath() {
 
 bool IsFullDiskAccessGranted() {
     return CanListFolder(kFullDiskAccessProbe);
-}
-
-void SystemLog(std::string_view message) {
-    syslog(LOG_USER | LOG_NOTICE, "%.*s", static_cast<int>(message.size()), message.data());
 }
 
 }  // namespace cmn

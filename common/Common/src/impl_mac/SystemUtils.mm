@@ -4,14 +4,17 @@
 #include <libproc.h>
 #include <mach-o/dyld.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include <array>
 #include <filesystem>
+#include <system_error>
 
 #include "common/bundle.h"
 #import "common_mac/FoundationBridges.h"
 #include "exec_report.h"
 #import "impl_mac/IORegistry.h"
+#include "impl_posix/user_database.h"
 #include "installed_user.h"
 
 namespace cmn {
@@ -19,6 +22,7 @@ namespace cmn {
 namespace {
 
 constexpr auto kPersistPath = "/Library/Application Support/Tessarin";
+constexpr auto kSystemLogFolder = "/Library/Logs/Tessarin";
 constexpr auto kUsersRoot = "/Users";
 constexpr auto kAgentStartFile = "Library/LaunchAgents/com.tessarin.UserAgent.plist";
 NSString* const kFullDiskAccessProbe = @"/Library/Application Support/com.apple.TCC";
@@ -98,6 +102,17 @@ std::string GetPersistPath() {
     return kPersistPath;
 }
 
+std::string GetUserLogFolder() {
+    const auto user = FindUser(geteuid());
+    return user && !user->home.empty() ? user->home + "/Library/Logs/Tessarin" : std::string();
+}
+
+std::string GetSystemLogFolder() {
+    // It is the installation's.
+    std::error_code error;
+    return std::filesystem::is_directory(kSystemLogFolder, error) ? kSystemLogFolder : "";
+}
+
 std::string GetUsersRoot() {
     return kUsersRoot;
 }
@@ -138,6 +153,10 @@ void SystemLog(std::string_view message) {
                                                       encoding:NSUTF8StringEncoding];
         NSLog(@"%@", text != nil ? text : @"(a message that is not UTF-8)");
     }
+}
+
+void SystemJournal(std::string_view /*message*/) noexcept {
+    // This system has no journal beside its log, which `SystemLog` writes.
 }
 
 }  // namespace cmn

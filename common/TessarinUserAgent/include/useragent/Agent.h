@@ -39,6 +39,7 @@ class AgentFacts {
 
     virtual cmn::proto::TSettings settings();  // throws as cmn::proto::GetSettings does
     virtual std::filesystem::path executablePath();
+    virtual std::filesystem::path userLogFolder();  // where the log goes when it cannot lie beside the bundle
     virtual std::optional<std::string> bundleShortVersion();  // "CFBundleShortVersionString"
 };
 
