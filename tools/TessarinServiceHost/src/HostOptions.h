@@ -6,18 +6,11 @@
 #include <vector>
 
 #include "FileScanner.h"
+#include "SettingsMaker.h"
 #include "common/log.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 
 namespace host {
-
-// What settings are made from, instead of hosting the services.
-struct SettingsTemplate {
-    std::string file;
-    std::string installationKey;
-    std::string scanRoot;    // empty: the home of the user at the console
-    std::string deviceUuid;  // empty: a random one
-};
 
 struct HostOptions {
     cmn::DBusBus bus = cmn::DBusBus::system;
@@ -25,7 +18,7 @@ struct HostOptions {
     std::string logFile;  // stem; empty: the standard error stream
     LogLevel logLevel = LogLevel::Info;
     std::string settingsFile;  // empty: the program's own, if there is one
-    std::optional<SettingsTemplate> makeSettings;
+    std::optional<SettingsTemplate> makeSettings;  // instead of hosting the services
     ScannerOptions scanner;
     std::string fullDiskAccessFolder;  // empty: as the system says
 };

@@ -4,24 +4,19 @@
 #include <filesystem>
 #include <system_error>
 
-#include "common/ScopedAction.h"
+#include "SettingsMaker.h"
 #include "common/SystemUtils.h"
-#include "common/fs.h"
 #include "common/proto_settings.h"
 
 namespace host {
 
 namespace {
 
-std::filesystem::path OwnFile() {
-    return std::filesystem::path(cmn::GetSharedPath()) / "settings.json";
-}
-
 cmn::proto::TSettings Load(const std::string& file) {
     if (!file.empty()) {
         return cmn::proto::LoadSettings(file);
     }
-    const auto own = OwnFile();
+    const auto own = OwnSettingsFile();
     std::error_code error;
     return std::filesystem::exists(own, error) ? cmn::proto::LoadSettings(own) : cmn::proto::TSettings();
 }
@@ -41,20 +36,6 @@ void UseSettings(const std::string& file) {
         settings.Products.push_back(product);
     }
     cmn::proto::SetSettings(settings);
-}
-
-void MakeSettings(const SettingsTemplate& from, const std::string& file) {
-    const std::filesystem::path path = file.empty() ? OwnFile() : std::filesystem::path(file);
-    auto made = path;
-    made += ".new";
-    const cmn::ScopedAction removeLeftOver([&made] {
-        std::error_code ignored;
-        std::filesystem::remove(made, ignored);
-    });
-    cmn::StrToFile(cmn::FileToStr(from.file), made);
-    cmn::proto::InstanceSettings(made, from.installationKey, from.scanRoot, from.deviceUuid);
-    cmn::proto::LoadSettings(made);
-    std::filesystem::rename(made, path);
 }
 
 }  // namespace host

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -101,7 +102,9 @@ int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     try {
         if (options.makeSettings) {
-            host::MakeSettings(*options.makeSettings, options.settingsFile);
+            host::MakeSettings(*options.makeSettings, options.settingsFile.empty()
+                                                          ? host::OwnSettingsFile()
+                                                          : std::filesystem::path(options.settingsFile));
             return 0;
         }
         return Run(application, options, signalDescriptor);
