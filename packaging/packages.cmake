@@ -10,7 +10,7 @@ execute_process(COMMAND date --utc --rfc-email --date ${TESSARIN_VERSION_DATE} O
 set(TESSARIN_MAINTAINER "Tessarin <packages@tessarin.com>" CACHE STRING "Who answers for the packages")
 
 # What a program finds by itself comes from its libraries; here is what it starts, loads or talks to.
-set(agent_debs "at-spi2-core, dbus-user-session | dbus-x11, default-dbus-system-bus | dbus-system-bus, qt6-wayland, util-linux, xdg-utils")
+set(agent_debs "at-spi2-core, dbus-user-session | dbus-x11, default-dbus-system-bus | dbus-system-bus, qt6-wayland, xdg-utils")
 set(agent_rpms "at-spi2-core, dbus, (qt6-qtwayland or qt6-wayland), util-linux, xdg-utils")
 
 set(CPACK_PACKAGE_NAME tessarin)
@@ -22,15 +22,17 @@ set(CPACK_COMPONENTS_ALL agent agent_debug host host_debug)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_THREADS 1)
+# The times of all files are the one that the build was given.
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/same_time.cmake)
 
 set(summary_agent "agent of the Tessarin file protection in a user's session")
-set(text_agent "Watches the address fields of web browsers for the service of Tessarin, shows in
-its status menu whether the permissions that the product needs are granted, and
-opens a window that says what was found in a file.")
+set(text_agent "Watches the address fields of web browsers for the service of Tessarin,
+shows in its status menu whether the permissions that the product needs are
+granted, and opens a window that says what was found in a file.")
 set(summary_host "development stand-in for the service of Tessarin")
 set(text_host "Hosts the services that the agents of Tessarin talk to, with a scanner that
-finds data in files by patterns. For developing and trying out; not part of the
-product.")
+finds data in files by patterns. For developing and trying out; not part of
+the product.")
 foreach(component agent host)
     set(summary_${component}_debug "debug symbols for ${TESSARIN_PACKAGE_${component}}")
     set(text_${component}_debug "What a debugger needs to name functions and lines of the programs in
@@ -60,6 +62,7 @@ set(CPACK_RPM_SPEC_MORE_DEFINE "%define _buildhost reproducible
 %define use_source_date_epoch_as_buildtime 1
 %define clamp_mtime_to_source_date_epoch 1
 %define _build_id_links none
+%define packager ${TESSARIN_MAINTAINER}
 %define __os_install_post %{nil}")
 set(CPACK_RPM_CHANGELOG_FILE ${CMAKE_CURRENT_BINARY_DIR}/rpm.changelog)
 execute_process(COMMAND env LC_ALL=C date --utc --date ${TESSARIN_VERSION_DATE} "+%a %b %d %Y" OUTPUT_VARIABLE rpm_date
@@ -70,7 +73,7 @@ set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
     /etc/chromium.d /etc/xdg /etc/xdg/autostart /lib/systemd /lib/systemd/system /opt /usr/lib/debug /usr/lib/debug/.build-id
     /usr/lib/systemd /usr/lib/systemd/user /usr/share/applications /usr/share/dbus-1 /usr/share/dbus-1/system.d /usr/share/icons
     /usr/share/lintian /usr/share/lintian/overrides /usr/share/man /usr/share/man/man1 /usr/share/man/man8 /usr/share/metainfo
-    /usr/share/polkit-1 /usr/share/polkit-1/actions /usr/share/icons/hicolor /var/log)
+    /usr/share/polkit-1 /usr/share/polkit-1/actions /usr/share/icons/hicolor /lib /var /var/log)
 foreach(size scalable 16x16 22x22 24x24 32x32 48x48 64x64 96x96 128x128 256x256 512x512)
     list(APPEND CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION /usr/share/icons/hicolor/${size} /usr/share/icons/hicolor/${size}/apps)
 endforeach()
