@@ -1,6 +1,7 @@
 """The rules of the source tree, as functions from texts to findings. A finding is a sentence for the developer."""
 
 import re
+import subprocess
 from pathlib import Path
 from typing import Iterable, Iterator
 
@@ -89,7 +90,7 @@ ENDS = {
         "host": ("tools/TessarinServiceHost", ("linux_usercommon", "scanner")),
     },
     "macos": {
-        "impl_mac": ("common/Common/src/impl_mac", ("common", "common_mac")),
+        "impl_mac": ("common/Common/src/impl_mac", ("common", "impl_posix", "common_mac")),
         "common_mac": ("common/Common/src/impl_mac/include", ()),
         "macos_usercommon": ("macos/UserCommon", ("common_mac", "usercommon")),
         "macos_xpccommon": ("macos/XPCCommon", ("macos_usercommon", "xpccommon")),
@@ -224,6 +225,21 @@ def bus_findings(path: str, text: str) -> Iterator[str]:
     for number, line in enumerate(without_comments(text, keep_texts=False).split("\n"), 1):
         for match in _WAITS_FOR_THE_BUS.finditer(line):
             yield f"{path}:{number}: {match.group()} waits for the bus"
+
+
+def broken_scripts(project: Path) -> Iterator[str]:
+    """Python and shell programs that their interpreter cannot read; most are run by hand only."""
+    folders = [project / name for name in ("bench", "scripts", "tests")]
+    for path in sorted(path for folder in folders for path in folder.rglob("*")):
+        if path.suffix == ".py":
+            try:
+                compile(path.read_bytes(), str(path.relative_to(project)), "exec")
+            except SyntaxError as error:
+                yield f"{error.filename}:{error.lineno}: {error.msg}"
+        elif path.suffix == ".sh":
+            checked = subprocess.run(["bash", "-n", path], capture_output=True, text=True, check=False)
+            if checked.returncode != 0:
+                yield checked.stderr.strip()
 
 
 def unregistered_tests(tests: Path) -> Iterator[str]:

@@ -10,9 +10,10 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from house_rules import (ENDS, PROJECT, ROOMS, bus_findings, circles, empty_tests, end_files, end_findings, joined, links,
-                         neighbours, platform_findings, portable_files, room_lists, rooms_below, targets, test_sources,
-                         unexplained_warnings, unregistered_tests, unused_arrows, warnings_of)
+from house_rules import (ENDS, PROJECT, ROOMS, broken_scripts, bus_findings, circles, empty_tests, end_files, end_findings,
+                         joined, links, neighbours, platform_findings, portable_files, room_lists,
+                         rooms_below, targets, test_sources, unexplained_warnings,
+                         unregistered_tests, unused_arrows, warnings_of)
 
 
 class PortableCode(unittest.TestCase):
@@ -183,6 +184,24 @@ class Bus(unittest.TestCase):
         text = "#include <systemd/sd-login.h>\n#include <systemd/sd-bus-protocol.h>\n"
         self.assertEqual(list(bus_findings("linux/Bus/src/A.cpp", text)), [])
         self.assertEqual(len(list(bus_findings("linux/UserCommon/src/A.cpp", text))), 1)
+
+
+class Scripts(unittest.TestCase):
+    def test_can_all_be_read(self) -> None:
+        findings = list(broken_scripts(PROJECT))
+        self.assertFalse(findings != [], "\n" + joined(findings))
+
+    def test_that_cannot_be_read_are_noticed(self) -> None:
+        with tempfile.TemporaryDirectory() as folder:
+            (Path(folder) / "scripts/lib").mkdir(parents=True)
+            (Path(folder) / "scripts/lib/one.py").write_text("try:\n<<<<<<< one\n    pass\n")
+            (Path(folder) / "scripts/two.sh").write_text("if true; then\n")
+            (Path(folder) / "scripts/three.py").write_text("pass\n")
+            (Path(folder) / "scripts/four.sh").write_text("true\n")
+            findings = list(broken_scripts(Path(folder)))
+            self.assertEqual(len(findings), 2, findings)
+            self.assertIn("scripts/lib/one.py:2", findings[0])
+            self.assertIn("two.sh", findings[1])
 
 
 class Tests(unittest.TestCase):
