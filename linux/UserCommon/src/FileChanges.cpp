@@ -7,11 +7,10 @@
 #include <boost/asio/buffer.hpp>
 #include <cerrno>
 #include <cstring>
-#include <exception>
 #include <mutex>
 #include <system_error>
 
-#include "common/log.h"
+#include "usercommon/CallNoThrow.h"
 
 namespace cmn {
 
@@ -34,16 +33,6 @@ struct Process {
 Process& TheProcess() {
     static auto& process = *new Process;
     return process;
-}
-
-void CallNoThrow(const std::function<void()>& handler) {
-    try {
-        handler();
-    } catch (const std::exception& e) {
-        TLOG_ERROR("The handler of a watched file -- failed: {}", e.what());
-    } catch (...) {
-        TLOG_ERROR("The handler of a watched file -- failed: {}", "not a standard exception");
-    }
 }
 
 }  // namespace
@@ -176,7 +165,7 @@ void FileChanges::tell(FileToWatch& file, std::uint32_t events) {
         }
         calling_ = true;
     }
-    CallNoThrow(file.handler);
+    CallNoThrow("The handler of a watched file", file.handler);
     const std::lock_guard lock(TheProcess().mutex);
     calling_ = false;
 }

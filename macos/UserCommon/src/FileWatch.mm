@@ -4,11 +4,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <exception>
 #include <utility>
 
-#include "common/log.h"
 #import "common_mac/FoundationBridges.h"
+#include "usercommon/CallNoThrow.h"
 #include "usercommon/FileWatch.h"
 
 namespace {
@@ -77,27 +76,18 @@ class MacFileWatch final : public FileWatch {
     [[maybe_unused]] ::FileWatch* const watch_;  // watches for as long as it is held
 };
 
-void CallNoThrow(const std::function<void()>& handler) {
-    try {
-        handler();
-    } catch (const std::exception& error) {
-        TLOG_ERROR("The handler of a watched file -- failed: {}", error.what());
-    } catch (...) {
-        TLOG_ERROR("The handler of a watched file -- failed: {}", "not a standard exception");
-    }
-}
-
 }  // namespace
 
 std::unique_ptr<FileWatch> CreateFileWatch(const std::filesystem::path& file, std::function<void()> handler) {
     @autoreleasepool {
         NSURL* const url = [NSURL fileURLWithStdString:file.string()];
-        ::FileWatch* const watch = [[::FileWatch alloc] initWithURL:url
-                                                       withDelegate:^{
-                                                         if (handler) {
-                                                             CallNoThrow(handler);
-                                                         }
-                                                       }];
+        ::FileWatch* const watch =
+            [[::FileWatch alloc] initWithURL:url
+                                withDelegate:^{
+                                  if (handler) {
+                                      CallNoThrow("The handler of a watched file", handler);
+                                  }
+                                }];
         return watch != nil ? std::make_unique<MacFileWatch>(watch) : nullptr;
     }
 }

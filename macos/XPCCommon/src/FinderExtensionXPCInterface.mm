@@ -31,15 +31,12 @@ NSXPCInterface* CreateInterface() {
     return interface;
 }
 
-id CreateExported(std::shared_ptr<FinderExtensionCommunicator> service) {
-    return [[FinderExtensionExportedObject alloc] initWithService:std::move(service)];
-}
-
 }  // namespace
 
 std::shared_ptr<const XPCInterface> FinderExtensionXPCInterface() {
-    return std::make_shared<ServiceInterface<FinderExtensionCommunicator, FinderExtensionProxy>>(
-        &CreateInterface, &CreateExported);
+    return std::make_shared<
+        ServiceInterface<FinderExtensionCommunicator, FinderExtensionProxy, FinderExtensionExportedObject>>(
+        &CreateInterface);
 }
 
 }  // namespace cmn

@@ -2,30 +2,28 @@
 
 #import <Foundation/Foundation.h>
 
-#include <exception>
 #include <memory>
+#include <utility>
 
-#include "common/log.h"
 #include "macos_usercommon/MacXPCInterface.h"
 #import "macos_usercommon/MacXPCPeer.h"
+#include "usercommon/CallNoThrow.h"
 
 namespace cmn {
 
 // A service's interface: `Proxy` is what its clients hold, `Exported` is the class of the object that peers
 // call; it is made by `initWithService:`.
-template <typename Protocol, typename Proxy>
+template <typename Protocol, typename Proxy, typename Exported>
 class ServiceInterface final : public MacXPCInterface {
  public:
     using CreateInterface = NSXPCInterface* (*)();
-    using CreateExported = id (*)(std::shared_ptr<Protocol> service);
 
-    ServiceInterface(CreateInterface createInterface, CreateExported createExported)
-        : createInterface_(createInterface), createExported_(createExported) {}
+    explicit ServiceInterface(CreateInterface createInterface) : createInterface_(createInterface) {}
 
     NSXPCInterface* createInterface() const override { return createInterface_(); }
     id createExportedObject(const std::shared_ptr<XPCVersioning>& object) const override {
         auto service = std::dynamic_pointer_cast<Protocol>(object);
-        return service ? createExported_(std::move(service)) : nil;
+        return service ? [[Exported alloc] initWithService:std::move(service)] : nil;
     }
     std::shared_ptr<XPCVersioning> createProxy(id remote) const override {
         return std::make_shared<Proxy>(remote);
@@ -33,21 +31,16 @@ class ServiceInterface final : public MacXPCInterface {
 
  private:
     const CreateInterface createInterface_;
-    const CreateExported createExported_;
 };
 
 // Runs what a peer's message asks for, with the peer as the current one; an exception ends that message only.
 // Its reply is then not sent.
 template <typename Action>
 void AnswerNoThrow(const char* message, Action action) {
-    try {
+    CallNoThrow(message, [&] {
         const XPCPeerScope scope(PeerOf([NSXPCConnection currentConnection]));
         action();
-    } catch (const std::exception& error) {
-        TLOG_ERROR("{} -- failed: {}", message, error.what());
-    } catch (...) {
-        TLOG_ERROR("{} -- failed: {}", message, "not a standard exception");
-    }
+    });
 }
 
 }  // namespace cmn

@@ -30,15 +30,11 @@ NSXPCInterface* CreateInterface() {
     return interface;
 }
 
-id CreateExported(std::shared_ptr<UserAgentProtocol> service) {
-    return [[UserAgentExportedObject alloc] initWithService:std::move(service)];
-}
-
 }  // namespace
 
 std::shared_ptr<const XPCInterface> CreateUserAgentInterface() {
-    return std::make_shared<ServiceInterface<UserAgentProtocol, UserAgentProxy>>(&CreateInterface,
-                                                                                 &CreateExported);
+    return std::make_shared<ServiceInterface<UserAgentProtocol, UserAgentProxy, UserAgentExportedObject>>(
+        &CreateInterface);
 }
 
 }  // namespace cmn
