@@ -38,7 +38,6 @@ class Member:
     signature_at: int
     readonly: bool = False
     getter: str = ""  # none for a method
-    setter: str = ""
 
 
 @dataclass
@@ -188,7 +187,6 @@ class Metadata:
                 member.name = member.name.removesuffix("$")  # a name that the library's language reserves
             member.signature_at = self._number("I")
             if member.getter and not member.readonly:
-                member.setter = self._string()
-                self._at += 4
+                self._at += 8  # the writer's selector, which is always the usual one, and signature
             if member.getter or (member.static, member.name) not in owner.members:
                 owner.members[member.static, member.name] = member
