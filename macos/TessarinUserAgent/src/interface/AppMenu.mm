@@ -26,6 +26,9 @@ NSAttributedString* RedText(NSString* text) {
 }
 
 void Show(const useragent::MenuItemContent& content, NSMenuItem* item) {
+    if (item == nil) {
+        return;
+    }
     item.title = cmn::ToNSString(useragent::OneLine(content.title));
     // A cleared attributed title shows the plain one in the usual colour.
     item.attributedTitle = content.isRed ? RedText(item.title) : nil;
