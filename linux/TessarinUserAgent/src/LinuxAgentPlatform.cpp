@@ -87,9 +87,10 @@ const std::shared_ptr<AtspiAccessibility>& LinuxAgentPlatform::atspi() {
     if (!accessibility_) {
         AtspiSettings settings = accessibilitySettings_;
         if (xWindows_) {
-            settings.frontTitle = [windows = xWindows_](std::int32_t pid) {
-                return FrontTitleIn(*windows, pid);
-            };
+            settings.screen = {[windows = xWindows_](std::int32_t pid) { return TitlesIn(*windows, pid); },
+                               [windows = xWindows_, loop = sessionBus_.loop](std::function<void()> changed) {
+                                   windows->tellChanges(loop, std::move(changed));
+                               }};
         }
         accessibility_ =
             std::make_shared<AtspiAccessibility>(queues(), std::move(settings), sessionBus_.loop);

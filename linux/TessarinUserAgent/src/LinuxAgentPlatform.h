@@ -20,6 +20,7 @@ class Loop;
 namespace useragent {
 
 class AtspiAccessibility;
+class XcbWindowList;
 
 // The one place that makes the agent's real objects on Linux. Main thread.
 class LinuxAgentPlatform : public AgentPlatform {
@@ -52,7 +53,7 @@ class LinuxAgentPlatform : public AgentPlatform {
     ApplicationService& service_;
     const LaunchRequest launch_;
     const Display display_;
-    const std::shared_ptr<WindowList> xWindows_;  // null where no X server lists all windows
+    const std::shared_ptr<XcbWindowList> xWindows_;  // null where no X server lists all windows
     std::shared_ptr<cmn::LinuxDispatch> dispatch_;
     std::shared_ptr<AtspiAccessibility> accessibility_;
 };

@@ -1,5 +1,7 @@
 #include "AtspiFixture.h"
 
+#include <mutex>
+
 #include "accessibility/AccessibilityBus.h"
 #include "accessibility/AtspiElement.h"
 #include "useragent/FindURLElement.h"
@@ -9,9 +11,48 @@ using useragent::AXElementRef;
 using useragent::AXError;
 using useragent::AXValue;
 
+struct FakeScreen::State {
+    std::mutex mutex;  // guards what follows
+    std::vector<std::string> titles;
+    std::function<void()> changed;
+    int timesAsked = 0;
+};
+
+std::shared_ptr<FakeScreen::State> FakeScreen::MakeState() {
+    return std::make_shared<State>();
+}
+
+useragent::Screen FakeScreen::port() {
+    return {[state = state_](std::int32_t) {
+                const std::lock_guard lock(state->mutex);
+                ++state->timesAsked;
+                return state->titles;
+            },
+            [state = state_](std::function<void()> changed) {
+                const std::lock_guard lock(state->mutex);
+                state->changed = std::move(changed);
+            }};
+}
+
+void FakeScreen::show(const std::vector<std::string>& titles) {
+    std::function<void()> changed;
+    {
+        const std::lock_guard lock(state_->mutex);
+        state_->titles = titles;
+        changed = state_->changed;
+    }
+    changed();
+}
+
+int FakeScreen::timesAsked() const {
+    const std::lock_guard lock(state_->mutex);
+    return state_->timesAsked;
+}
+
 AtspiFixture::AtspiFixture(std::chrono::milliseconds callDeadline)
     : accessibility(std::make_shared<useragent::AtspiAccessibility>(
-          dispatch, useragent::AtspiSettings{desktop.sessionBus.address(), {}, callDeadline})) {}
+          dispatch,
+          useragent::AtspiSettings{desktop.sessionBus.address(), {}, callDeadline, screen.port()})) {}
 
 AtspiFixture::~AtspiFixture() {
     accessibility.reset();

@@ -25,6 +25,20 @@ inline constexpr std::chrono::milliseconds kDeadline{500};
 // Longer than one deadline, shorter than several in a row.
 inline constexpr std::chrono::milliseconds kOneWait = 4 * kDeadline;
 
+// What a test says is on screen; nothing at first. Shared with threads of the accessibility end.
+class FakeScreen {
+ public:
+    useragent::Screen port();
+    // As when the window manager has put them in this order, front to back.
+    void show(const std::vector<std::string>& titles);
+    int timesAsked() const;
+
+ private:
+    struct State;
+    const std::shared_ptr<State> state_ = MakeState();
+    static std::shared_ptr<State> MakeState();
+};
+
 // Our accessibility end on a desktop that exists only in the test, and how tests look at it.
 class AtspiFixture : public testing::Test {
  protected:
@@ -52,6 +66,7 @@ class AtspiFixture : public testing::Test {
 
     fake::LogCapture log;
     fake::AtspiDesktop desktop;
+    FakeScreen screen;
     std::shared_ptr<cmn::LinuxDispatch> dispatch = std::make_shared<cmn::LinuxDispatch>();
     std::shared_ptr<useragent::AtspiAccessibility> accessibility;
     useragent::AXError error = useragent::AXError::success;  // of the last read

@@ -287,6 +287,38 @@ TEST_F(AtspiObserverTest, ALookTellsThatTheWindowIsGone) {
     EXPECT_EQ(text(foundField(), "AXValue"), "start");
 }
 
+TEST_F(AtspiObserverTest, AWindowThatGoesWithoutAWordIsMissedOnScreenWithoutALook) {
+    screen.show({"Second - Browser", "Page - Browser"});
+    const auto second = application.addWindow("Second - Browser", "second");
+    application.change(second.frame, [](fake::AtspiNode& frame) { frame.states |= fake::kActive; });
+    const auto observer = observeWindows();
+    settle();
+    application.change(fake::AtspiApplication::kRoot,
+                       [](fake::AtspiNode& root) { root.children.pop_back(); });
+    application.change(second.frame, [](fake::AtspiNode& frame) { frame.states = 1U << 6; });
+    screen.show({"Page - Browser"});
+    ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    EXPECT_EQ(seen.entries.front().name, kMainWindowChangedNotification);
+    EXPECT_EQ(text(foundField(), "AXValue"), "start");
+}
+
+TEST_F(AtspiObserverTest, WindowsOfOtherProgramsOnScreenAreNoReasonToAsk) {
+    screen.show({"Page - Browser"});
+    application.change(window.frame, [](fake::AtspiNode& frame) { frame.states |= fake::kActive; });
+    const auto observer = observeWindows();
+    settle();
+    const int before = application.callsOf("GetChildren");
+    const int asked = screen.timesAsked();
+    screen.show({"Page - Browser"});
+    ASSERT_TRUE(fake::WaitFor([&] { return screen.timesAsked() > asked; }));
+    const auto second = application.addWindow("Second - Browser", "second");
+    application.change(window.frame, [](fake::AtspiNode& frame) { frame.states &= ~fake::kActive; });
+    application.change(second.frame, [](fake::AtspiNode& frame) { frame.states |= fake::kActive; });
+    screen.show({"Second - Browser", "Page - Browser"});
+    ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    EXPECT_EQ(application.callsOf("GetChildren"), before + 1) << "only the windows of its own were a reason";
+}
+
 TEST_F(AtspiObserverTest, AnActivationWithoutATitleCountsWhenTheWindowHasOne) {
     const auto observer = observeWindows();
     const auto second = application.addWindow("Second - Browser", "second");

@@ -6,6 +6,7 @@
 #include <xcb/xcb.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <fstream>
@@ -125,6 +126,10 @@ class Windows {
     }
     void list(const std::vector<xcb_window_t>& backToFront) {
         setProperty(root_, "_NET_CLIENT_LIST_STACKING", XCB_ATOM_WINDOW, backToFront);
+        sync();
+    }
+    void setOnRoot(const std::string& name, std::uint32_t value) {
+        setProperty(root_, name, XCB_ATOM_WINDOW, {value});
         sync();
     }
     void destroy(xcb_window_t window) {
@@ -441,6 +446,38 @@ TEST_F(XcbWindowListTest, ComesBackWithTheServer) {
     windows = std::make_unique<Windows>(server.display());
     windows->list({windows->add("Navigator", "firefox")});
     EXPECT_TRUE(fake::WaitFor([&] { return owners() == std::vector{own("Firefox")}; }));
+}
+
+TEST_F(XcbWindowListTest, TellsAnotherActiveWindowAndAnotherOrderAlsoOfTheNextServer) {
+    std::atomic<int> told{0};
+    const auto loop = std::make_shared<cmn::bus::Loop>();
+    list.tellChanges(loop, [&] { ++told; });
+    for (const bool isFirst : {true, false}) {
+        const auto one = windows->add("Navigator", "firefox");
+        const auto other = windows->add("Navigator", "firefox");
+        windows->list({one, other});
+        ASSERT_TRUE(fake::WaitFor([&] { return owners().has_value(); }));
+        // It listens when it is told of something.
+        int before = told;
+        ASSERT_TRUE(fake::WaitFor([&] {
+            windows->list({one, other});
+            return told > before;
+        }));
+        before = told;
+        windows->setOnRoot("_NET_ACTIVE_WINDOW", other);
+        ASSERT_TRUE(fake::WaitFor([&] { return told > before; }));
+        before = told;
+        windows->list({other, one});
+        EXPECT_TRUE(fake::WaitFor([&] { return told > before; }));
+        if (isFirst) {
+            windows.reset();
+            server.kill();
+            EXPECT_EQ(owners(), std::nullopt);
+            server.startAgain();
+            windows = std::make_unique<Windows>(server.display());
+        }
+    }
+    loop->stop();
 }
 
 // No thread can be started while it lives: each would have a stack that no address space can hold.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "accessibility/ApplicationWatch.h"
 #include "accessibility/AtspiQueries.h"
 #include "common/ScopedAction.h"
 #include "common/log.h"
@@ -33,7 +34,7 @@ AtspiSettings SettingsOfThisSession() {
 AccessibilityBus::AccessibilityBus(std::shared_ptr<cmn::Dispatch> dispatch,
                                    std::shared_ptr<cmn::bus::Loop> loop, AtspiSettings settings)
     : settings_(std::move(settings)),
-      surroundings_{std::move(dispatch), std::move(loop), settings_.callDeadline, settings_.frontTitle} {}
+      surroundings_{std::move(dispatch), std::move(loop), settings_.callDeadline, settings_.screen} {}
 
 std::shared_ptr<Session> AccessibilityBus::session(Deadline deadline) {
     {
@@ -90,6 +91,13 @@ void AccessibilityBus::endCycle(Deadline deadline, const Use& use) {
     }
     if (session && session != used) {
         use(*session);
+    }
+}
+
+void AccessibilityBus::screenChanged() {
+    const std::lock_guard lock(mutex_);
+    if (session_) {
+        session_->watches->tellAll(&ApplicationWatch::screenChanged);
     }
 }
 

@@ -38,6 +38,9 @@ class AccessibilityBus {
     // The desktop's session bus; nothing when it cannot be had.
     std::shared_ptr<cmn::bus::Connection> sessionBus(cmn::bus::Deadline deadline);
 
+    // Other windows are on screen, or in another order. Does not wait.
+    void screenChanged();
+
     const std::shared_ptr<cmn::Dispatch>& dispatch() const { return surroundings_.dispatch; }
     cmn::bus::Deadline deadline() const { return cmn::bus::Clock::now() + settings_.callDeadline; }
 

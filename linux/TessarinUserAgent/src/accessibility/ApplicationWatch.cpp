@@ -196,6 +196,41 @@ void ApplicationWatch::examineLater(std::chrono::milliseconds delay) {
     });
 }
 
+void ApplicationWatch::screenChanged() {
+    loop_->after(kQuietAfterWindowSignal, [weak = weak_from_this(), mine = ++screenChanges_] {
+        const auto self = weak.lock();
+        if (self && self->screenChanges_ == mine) {
+            self->dispatch_->async(cmn::QueuePriority::high, [weak] {
+                if (const auto examiner = weak.lock()) {
+                    examiner->examineIfOthersOnScreen();
+                }
+            });
+        }
+    });
+}
+
+// Other programs' windows change far more often than its own.
+void ApplicationWatch::examineIfOthersOnScreen() {
+    std::vector<std::string> before;
+    {
+        const std::lock_guard lock(mutex_);
+        before = titlesOnScreen_;
+    }
+    if (titlesOnScreen() != before) {
+        examine();
+    }
+}
+
+std::vector<std::string> ApplicationWatch::titlesOnScreen() {
+    const std::shared_ptr<Session> session = session_.lock();
+    if (!session || !session->surroundings.screen.titles) {
+        return {};
+    }
+    auto titles = session->surroundings.screen.titles(pid_);
+    const std::lock_guard lock(mutex_);
+    return titlesOnScreen_ = std::move(titles);
+}
+
 void ApplicationWatch::examine(const std::string& frontTitle) {
     const std::lock_guard examining(examination_);
     const std::shared_ptr<Session> session = session_.lock();
@@ -208,9 +243,8 @@ void ApplicationWatch::examine(const std::string& frontTitle) {
         const std::lock_guard lock(mutex_);
         known = known_;
     }
-    known.frontTitle = frontTitle.empty() && session->surroundings.frontTitle
-                           ? session->surroundings.frontTitle(pid_)
-                           : frontTitle;
+    const std::vector<std::string> titles = titlesOnScreen();
+    known.frontTitle = frontTitle.empty() && !titles.empty() ? titles.front() : frontTitle;
     WindowSearch::Found found;
     const AXError outcome = WindowSearch(session, pid_, busName_).run(known, found);
     if (outcome == AXError::cannotComplete) {

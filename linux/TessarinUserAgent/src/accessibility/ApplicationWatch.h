@@ -52,6 +52,8 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     // In the bus's thread: the application answers again; signals may have been missed.
     void recovered();
     void refresh();
+    // The same, after windows on screen have changed: not every program tells that one of its own has.
+    void screenChanged();
 
  private:
     AXError open();
@@ -59,6 +61,8 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
         const std::string& rule, std::function<void(ApplicationWatch&, const cmn::bus::Message&)> handler);
     void onWindowEvent(std::string_view event);
     void examineLater(std::chrono::milliseconds delay);
+    void examineIfOthersOnScreen();
+    std::vector<std::string> titlesOnScreen();
     void retry(bool isComplete, bool isActive);
     void follow(const WindowSearch::Found& found);
     void readRegularly();
@@ -71,7 +75,8 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     const std::string busName_;
     const AXElementRef application_;
 
-    int examinations_ = 0;      // asked for, the bus's thread only, as the next
+    int examinations_ = 0;  // asked for, the bus's thread only, as the next
+    int screenChanges_ = 0;
     int retries_ = 0;           // of one that did not find all
     bool isActivated_ = false;  // an activated window was announced, and not seen yet
 
@@ -83,9 +88,10 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     std::optional<AXError> outcome_;                         // of the last examination that was answered
     WindowSearch::Found found_;
     WindowSearch::Known known_;
-    std::optional<std::string> titleSeen_;  // of the main window, by the look
-    std::string frontTitleSeen_;            // the one on screen at that time
-    std::shared_ptr<FieldWatch> field_;     // null when there is none
+    std::optional<std::string> titleSeen_;     // of the main window, by the look
+    std::string frontTitleSeen_;               // the one on screen at that time
+    std::shared_ptr<FieldWatch> field_;        // null when there is none
+    std::vector<std::string> titlesOnScreen_;  // as they were asked for last
     std::vector<std::weak_ptr<Listener>> listeners_;
     bool isReadRegularly_ = false;
     bool isOpen_ = false;

@@ -11,7 +11,15 @@ namespace useragent {
 AtspiAccessibility::AtspiAccessibility(std::shared_ptr<cmn::Dispatch> dispatch, const AtspiSettings& settings,
                                        std::shared_ptr<cmn::bus::Loop> loop)
     : bus_(std::make_shared<AccessibilityBus>(std::move(dispatch), std::move(loop), settings)),
-      prompt_(std::make_shared<AccessibilityPrompt>(*bus_)) {}
+      prompt_(std::make_shared<AccessibilityPrompt>(*bus_)) {
+    if (settings.screen.tellChanges) {
+        settings.screen.tellChanges([weak = std::weak_ptr(bus_)] {
+            if (const auto bus = weak.lock()) {
+                bus->screenChanged();
+            }
+        });
+    }
+}
 
 AtspiAccessibility::~AtspiAccessibility() = default;
 

@@ -60,7 +60,7 @@ class Session : public std::enable_shared_from_this<Session> {
         std::shared_ptr<cmn::Dispatch> dispatch;
         std::shared_ptr<cmn::bus::Loop> loop;  // in whose thread signals arrive
         std::chrono::milliseconds callDeadline;
-        FrontTitle frontTitle;
+        Screen screen;
     };
 
     Session(Surroundings where, std::shared_ptr<cmn::bus::Connection> connection);

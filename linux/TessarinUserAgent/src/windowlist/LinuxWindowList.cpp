@@ -1,9 +1,6 @@
 #include "windowlist/LinuxWindowList.h"
 
-#include <algorithm>
 #include <cstdlib>
-
-#include "windowlist/XcbWindowList.h"
 
 namespace useragent {
 namespace {
@@ -19,20 +16,20 @@ WindowSource ChooseWindowSource(const std::string& waylandDisplay, bool xServerA
     return waylandDisplay.empty() && xServerAnswers ? WindowSource::xServer : WindowSource::accessibilityBus;
 }
 
-std::shared_ptr<WindowList> CreateXWindowList(bool xServerAnswers) {
+std::shared_ptr<XcbWindowList> CreateXWindowList(bool xServerAnswers) {
     return ChooseWindowSource(Environment("WAYLAND_DISPLAY"), xServerAnswers) == WindowSource::xServer
                ? std::make_shared<XcbWindowList>(Environment("DISPLAY"))
                : nullptr;
 }
 
-std::string FrontTitleIn(WindowList& windows, std::int32_t pid) {
-    const auto all = windows.copyOnScreenWindows();
-    if (!all) {
-        return {};
+std::vector<std::string> TitlesIn(WindowList& windows, std::int32_t pid) {
+    std::vector<std::string> titles;
+    for (const WindowInfo& window : windows.copyOnScreenWindows().value_or(std::vector<WindowInfo>())) {
+        if (window.ownerPid == pid) {
+            titles.push_back(window.title.value_or(""));
+        }
     }
-    const auto front = std::find_if(all->begin(), all->end(),
-                                    [pid](const WindowInfo& window) { return window.ownerPid == pid; });
-    return front != all->end() ? front->title.value_or("") : "";
+    return titles;
 }
 
 }  // namespace useragent

@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "useragent/WindowList.h"
+#include "windowlist/XcbWindowList.h"
 
 namespace useragent {
 
@@ -15,9 +17,9 @@ enum class WindowSource { xServer, accessibilityBus };
 WindowSource ChooseWindowSource(const std::string& waylandDisplay, bool xServerAnswers);
 
 // The X server's window list; null where it is not the one to ask. Any thread.
-std::shared_ptr<WindowList> CreateXWindowList(bool xServerAnswers);
+std::shared_ptr<XcbWindowList> CreateXWindowList(bool xServerAnswers);
 
-// The title of the front-most of the process's windows in such a list.
-std::string FrontTitleIn(WindowList& windows, std::int32_t pid);
+// The titles of the process's windows in such a list, front to back; nothing when it cannot be had.
+std::vector<std::string> TitlesIn(WindowList& windows, std::int32_t pid);
 
 }  // namespace useragent

@@ -17,7 +17,9 @@ namespace useragent {
 namespace {
 
 constexpr std::array<std::string_view, static_cast<std::size_t>(XcbConnection::Atom::count)> kAtomNames{
-    "_NET_CLIENT_LIST_STACKING", "_NET_WM_STATE", "_NET_WM_STATE_HIDDEN", "_NET_WM_NAME", "UTF8_STRING"};
+    "_NET_ACTIVE_WINDOW", "_NET_CLIENT_LIST_STACKING",
+    "_NET_WM_STATE",      "_NET_WM_STATE_HIDDEN",
+    "_NET_WM_NAME",       "UTF8_STRING"};
 
 // In units of 32 bits; longer properties are cut off.
 constexpr std::uint32_t kLongestProperty = 16384;
@@ -201,6 +203,23 @@ void XcbConnection::listenTo(const std::vector<xcb_window_t>& windows) {
     for (const xcb_window_t window : windows) {
         xcb_change_window_attributes(connection_, window, XCB_CW_EVENT_MASK, &kEvents);
     }
+    xcb_flush(connection_);
+}
+
+int XcbConnection::descriptor() const {
+    return xcb_get_file_descriptor(connection_);
+}
+
+std::optional<bool> XcbConnection::hasReordered() {
+    bool reordered = false;
+    while (xcb_generic_event_t* const event = xcb_poll_for_event(connection_)) {
+        if (event->response_type == XCB_PROPERTY_NOTIFY) {
+            const xcb_atom_t changed = reinterpret_cast<const xcb_property_notify_event_t*>(event)->atom;
+            reordered |= changed == atom(Atom::activeWindow) || changed == atom(Atom::clientListStacking);
+        }
+        std::free(event);
+    }
+    return xcb_connection_has_error(connection_) == 0 ? std::optional(reordered) : std::nullopt;
 }
 
 bool XcbConnection::hasHeard() {

@@ -18,7 +18,7 @@ using Deadline = Clock::time_point;
 // One connection to an X server that never waits longer than a deadline. One thread.
 class XcbConnection {
  public:
-    enum class Atom { clientListStacking, wmState, wmStateHidden, wmName, utf8String, count };
+    enum class Atom { activeWindow, clientListStacking, wmState, wmStateHidden, wmName, utf8String, count };
 
     // A property of a window, as asked for.
     struct Question {
@@ -72,6 +72,12 @@ class XcbConnection {
     // The answers in the order of the questions. Nothing when the server does not answer or is gone: the
     // connection is of no more use then.
     std::optional<std::vector<Property>> ask(const std::vector<Question>& questions, Deadline deadline);
+
+    // To be listened at for `hasReordered`.
+    int descriptor() const;
+    // Whether it was told that another window is active, or the list of windows is another one, since this
+    // was asked last. Does not wait. Nothing when the server is gone.
+    std::optional<bool> hasReordered();
 
     // From now on changes of these windows and their properties are told.
     void listenTo(const std::vector<xcb_window_t>& windows);

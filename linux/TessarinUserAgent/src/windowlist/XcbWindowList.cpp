@@ -12,6 +12,7 @@
 #include "common/utf8.h"
 #include "windowlist/OwnerName.h"
 #include "windowlist/XcbConnection.h"
+#include "windowlist/XcbOrderWatch.h"
 
 namespace useragent {
 namespace {
@@ -75,8 +76,11 @@ struct XcbWindowList::Parts {
     XcbConnection::Connector connector;
     const std::chrono::milliseconds callDeadline;
     std::unique_ptr<XcbConnection> connection;
-    std::vector<xcb_window_t> listed;  // by the last read that succeeded, back to front
-    std::vector<WindowInfo> windows;   // what it gave
+    std::shared_ptr<cmn::bus::Loop> loop;  // null while nobody wants to hear of changes
+    std::function<void()> changed;
+    std::shared_ptr<XcbOrderWatch> orderWatch;  // on a connection of its own
+    std::vector<xcb_window_t> listed;           // by the last read that succeeded, back to front
+    std::vector<WindowInfo> windows;            // what it gave
     Outcome lastOutcome = Outcome::unknown;
     std::set<std::string> hostNames;  // this machine may get another one while programs run
 };
@@ -141,6 +145,11 @@ std::optional<std::vector<WindowInfo>> XcbWindowList::Parts::read(Deadline deadl
     if (!processes) {
         return failed(Outcome::noServer);
     }
+    if (loop && !orderWatch) {
+        if (auto other = connector.connect(deadline)) {
+            orderWatch = XcbOrderWatch::begin(std::move(other), loop, changed);
+        }
+    }
     hostNames.insert(HostName());
     windows.clear();
     for (std::size_t i = 0; i < processes->size(); ++i) {
@@ -155,6 +164,7 @@ std::optional<std::vector<WindowInfo>> XcbWindowList::Parts::read(Deadline deadl
 std::optional<std::vector<WindowInfo>> XcbWindowList::Parts::failed(Outcome reason) {
     if (reason == Outcome::noServer) {
         connection.reset();  // what it still owes would come too late
+        orderWatch.reset();
     }
     report(reason);
     return std::nullopt;
@@ -185,6 +195,12 @@ XcbWindowList::XcbWindowList(std::string display, std::chrono::milliseconds call
     : parts_(std::make_unique<Parts>(std::move(display), callDeadline)) {}
 
 XcbWindowList::~XcbWindowList() = default;
+
+void XcbWindowList::tellChanges(std::shared_ptr<cmn::bus::Loop> loop, std::function<void()> changed) {
+    const std::lock_guard lock(mutex_);
+    parts_->loop = std::move(loop);
+    parts_->changed = std::move(changed);
+}
 
 std::optional<std::vector<WindowInfo>> XcbWindowList::copyOnScreenWindows() {
     const std::lock_guard lock(mutex_);

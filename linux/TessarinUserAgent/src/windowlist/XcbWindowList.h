@@ -1,10 +1,12 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 
+#include "linux_bus/Loop.h"
 #include "useragent/Deadlines.h"
 #include "useragent/WindowList.h"
 
@@ -20,6 +22,10 @@ class XcbWindowList final : public WindowList {
     ~XcbWindowList() override;
 
     std::optional<std::vector<WindowInfo>> copyOnScreenWindows() override;
+
+    // From the next list on calls `changed` in the loop's thread when another window is active or the windows
+    // are in another order; again after the server was away. To be called once.
+    void tellChanges(std::shared_ptr<cmn::bus::Loop> loop, std::function<void()> changed);
 
  private:
     struct Parts;

@@ -26,6 +26,7 @@ class Shown:
     dialog: bool = False
     full_screen_page: bool = False
     address_field: bool = True
+    pop_up: bool = False  # as far as it can be told
 
 
 class JudgedBrowser(Browser):
@@ -172,6 +173,7 @@ class JudgedFirefox(JudgedBrowser, Firefox):
 
 
 _TITLE_END = " - Chromium"
+_POP_UP_WIDTH = 700  # wider than those that the walk's pages open; a restored one says of itself that it is none
 
 
 class JudgedChromium(JudgedBrowser, Chromium):
@@ -219,7 +221,8 @@ class JudgedChromium(JudgedBrowser, Chromium):
         dialog = any(other["url"].startswith("chrome://print") and other["type"] != "iframe" for other in targets)
         # An application's window shows no field, though there is one.
         accepted = (text,) if window.title.endswith(_TITLE_END) else (text, "")
-        return Shown(accepted, target["url"], tab, sum(other["window"] == target["window"] for other in pages), dialog)
+        return Shown(accepted, target["url"], tab, sum(other["window"] == target["window"] for other in pages), dialog,
+                     pop_up=target["width"] < _POP_UP_WIDTH)
 
     def _in_window(self, window: Window, pages: list[dict]) -> list[dict]:
         """The pages that may be the one which the window shows. The protocol does not know the session's windows: the title
@@ -254,7 +257,7 @@ class JudgedChromium(JudgedBrowser, Chromium):
             self._remote.call("Target.detachFromTarget", sessionId=session)
 
     def _targets(self) -> list[dict]:
-        """All targets, each with the number of its window; those in no window's tab strip have none."""
+        """All targets, each with the number and width of its window; those in no window's tab strip have none."""
         if self._remote is None:
             raise RemoteError("disconnected")
         targets = self._remote.call("Target.getTargets")["targetInfos"]
@@ -262,7 +265,8 @@ class JudgedChromium(JudgedBrowser, Chromium):
             target["window"] = None
             if target["type"] == "page" and not target["url"].startswith("devtools:"):
                 try:
-                    target["window"] = self._remote.call("Browser.getWindowForTarget", targetId=target["targetId"])["windowId"]
+                    window = self._remote.call("Browser.getWindowForTarget", targetId=target["targetId"])
+                    target["window"], target["width"] = window["windowId"], window["bounds"]["width"]
                 except RemoteError as error:
                     if error.name == "disconnected":
                         raise

@@ -85,7 +85,8 @@ class Hands:
 
     def small(self, scene: Scene) -> bool:
         """Pop-up or app window: nothing can be typed in its field, it has no tabs."""
-        return self.window(scene).id in self._small or self.page_said(scene, "bars") == "off"
+        return (self.window(scene).id in self._small or self.page_said(scene, "bars") == "off"
+                or bool(scene.shown and scene.shown.pop_up))
 
     def private(self, scene: Scene) -> bool:
         return self.window(scene).id in self._private
