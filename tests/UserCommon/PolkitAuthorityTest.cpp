@@ -11,6 +11,7 @@
 
 #include "MockPolkit.h"
 #include "linux_usercommon/PolkitAuthority.h"
+#include "support/Environment.h"
 #include "support/LogCapture.h"
 #include "support/MuteSocket.h"
 #include "support/PrivateBus.h"
@@ -334,7 +335,7 @@ TEST_F(PolkitAuthorityTest, LeavesTheBusWithTheAnswer) {
 }
 
 TEST_F(PolkitAuthorityTest, TheSystemsAuthorityIsAskedOnTheSystemBus) {
-    ASSERT_EQ(::setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.address().c_str(), 1), 0);
+    const fake::Environment systemBus("DBUS_SYSTEM_BUS_ADDRESS", bus.address());
     const auto authority = cmn::SystemAuthorizationAuthority();
     {
         MockPolkit& polkit = mockThatGrants();
@@ -347,7 +348,6 @@ TEST_F(PolkitAuthorityTest, TheSystemsAuthorityIsAskedOnTheSystemBus) {
     EXPECT_EQ(cmn::AuthorizationUtils::authorizationForRootAction(*authority, true), nullptr);
     EXPECT_TRUE(log.contains(
         "Failed to authorize Installer Privileged Helper -- there is no authority on the message bus: "));
-    ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
 }
 
 // Who may do what, by action; nothing when the file is not well-formed.

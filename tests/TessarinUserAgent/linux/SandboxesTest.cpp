@@ -6,6 +6,7 @@
 #include "AtspiFixture.h"
 #include "accessibility/Sandboxes.h"
 #include "support/ChildProcess.h"
+#include "support/Environment.h"
 #include "useragent/WindowList.h"
 #include "windowlist/AtspiWindowList.h"
 
@@ -118,14 +119,6 @@ class SandboxedBrowserTest : public AtspiFixture {
     SandboxedBrowserTest() {
         fs::create_directories(instance());
         std::ofstream(folder / "info") << "[Instance]\ninstance-id=4711\n";
-        ::setenv("XDG_RUNTIME_DIR", folder.path().c_str(), 1);
-    }
-    ~SandboxedBrowserTest() override {
-        if (before) {
-            ::setenv("XDG_RUNTIME_DIR", before->c_str(), 1);
-        } else {
-            ::unsetenv("XDG_RUNTIME_DIR");
-        }
     }
 
     fs::path instance() const { return folder / ".flatpak/4711"; }
@@ -168,10 +161,8 @@ class SandboxedBrowserTest : public AtspiFixture {
         return busName;
     }
 
-    const std::optional<std::string> before = std::getenv("XDG_RUNTIME_DIR") != nullptr
-                                                  ? std::optional<std::string>(std::getenv("XDG_RUNTIME_DIR"))
-                                                  : std::nullopt;
     fake::TemporaryFolder folder;
+    const fake::Environment runtimeFolder{"XDG_RUNTIME_DIR", folder.path().string()};
     std::unique_ptr<fake::ChildProcess> proxy;
     std::unique_ptr<fake::ChildProcess> browser;
     useragent::AtspiWindowList list{accessibility->bus(), {"Firefox"}};

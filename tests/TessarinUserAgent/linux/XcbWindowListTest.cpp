@@ -18,45 +18,17 @@
 #include <utility>
 #include <vector>
 
-#include "support/ChildProcess.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"
+#include "support/XServer.h"
 #include "windowlist/XcbWindowList.h"
 
+using fake::XServer;
 using useragent::WindowInfo;
 using useragent::XcbWindowList;
 using namespace std::chrono_literals;
 
 namespace {
-
-// An X server of the test's own, without a window manager. Its number is one that no server chooses by
-// itself: another test's would take it over while this one is away.
-class XServer {
- public:
-    explicit XServer(std::vector<std::string> options = {"-nolisten", "tcp"})
-        : number_(std::to_string(1000 + getpid() % 30'000)), options_(std::move(options)) {
-        start();
-    }
-
-    std::string display() const { return ":" + number_; }
-    void freeze() const { process_->signal(SIGSTOP); }
-    void thaw() const { process_->signal(SIGCONT); }
-    void kill() { process_.reset(); }
-    void startAgain() { start(); }
-
- private:
-    void start() {
-        std::vector<std::string> command{"Xvfb",    ":" + number_, "-displayfd", "1",
-                                         "-screen", "0",           "640x480x24"};
-        command.insert(command.end(), options_.begin(), options_.end());
-        process_ = std::make_unique<fake::ChildProcess>(command);
-        EXPECT_EQ(process_->readLine(), number_) << "the server is not there";
-    }
-
-    const std::string number_;
-    const std::vector<std::string> options_;
-    std::unique_ptr<fake::ChildProcess> process_;
-};
 
 // Another client, in a process of its own, with one window.
 struct Client {

@@ -1,11 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QByteArray>
 #include <sstream>
 
 #include "UserHome.h"
 #include "filemanagers/FileManagerCommand.h"
+#include "support/Environment.h"
 
 namespace useragent {
 namespace {
@@ -74,25 +74,10 @@ TEST_F(FileManagerCommandTest, ReportsAFailure) {
     EXPECT_EQ(out, "");
 }
 
-// A variable of this process while it lives.
-class Variable {
- public:
-    Variable(const char* name, const std::filesystem::path& value) : name_(name), before_(qgetenv(name)) {
-        qputenv(name, QByteArray::fromStdString(value.string()));
-    }
-    ~Variable() { before_.isNull() ? qunsetenv(name_) : qputenv(name_, before_); }
-    Variable(const Variable&) = delete;
-    Variable& operator=(const Variable&) = delete;
-
- private:
-    const char* const name_;
-    const QByteArray before_;
-};
-
 TEST_F(FileManagerCommandTest, UsesTheDesktopAndTheTemplatesOfTheProgramItself) {
-    const Variable data("XDG_DATA_HOME", home.folders.dataHome);
-    const Variable config("XDG_CONFIG_HOME", home.folders.configHome);
-    const Variable desktop("XDG_CURRENT_DESKTOP", "MATE");
+    const fake::Environment data("XDG_DATA_HOME", home.folders.dataHome.string());
+    const fake::Environment config("XDG_CONFIG_HOME", home.folders.configHome.string());
+    const fake::Environment desktop("XDG_CURRENT_DESKTOP", "MATE");
     home.entries().install(FileManager::caja);
     std::ostringstream outStream;
     std::ostringstream errStream;

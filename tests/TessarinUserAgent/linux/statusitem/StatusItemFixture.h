@@ -11,8 +11,9 @@
 
 #include "PanelStandIn.h"
 #include "statusitem/TrayStatusItem.h"
-#include "support/ChildProcess.h"
+#include "support/Environment.h"
 #include "support/PrivateBus.h"
+#include "support/XServer.h"
 
 namespace statusitem {
 
@@ -27,7 +28,7 @@ class Session {
 
  private:
     fake::PrivateBus bus_;
-    fake::ChildProcess display_;
+    fake::XServer display_;
 };
 
 fake::PrivateBus& SessionBus();

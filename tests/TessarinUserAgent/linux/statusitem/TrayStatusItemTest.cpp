@@ -231,7 +231,7 @@ using TrayStatusItemDeathTest = TrayStatusItemTest;
 
 TEST_F(TrayStatusItemDeathTest, NothingFailsWithoutASessionBus) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    setenv(statusitem::kWithoutBus, "1", 1);
+    const fake::Environment withoutBus(statusitem::kWithoutBus, "1");
     EXPECT_EXIT(
         {
             createItem();
@@ -245,7 +245,6 @@ TEST_F(TrayStatusItemDeathTest, NothingFailsWithoutASessionBus) {
             std::_Exit(calls.size() == 1 ? 42 : 1);
         },
         testing::ExitedWithCode(42), "");
-    unsetenv(statusitem::kWithoutBus);
 }
 
 TEST_F(TrayStatusItemDeathTest, NothingFailsWhenTheSessionBusIsLost) {

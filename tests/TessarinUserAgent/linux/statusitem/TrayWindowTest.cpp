@@ -202,7 +202,7 @@ using TrayWindowDeathTest = TrayWindowTest;
 
 TEST_F(TrayWindowDeathTest, ItemIsInTheTrayWithoutASessionBus) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    setenv(statusitem::kWithoutBus, "1", 1);
+    const fake::Environment withoutBus(statusitem::kWithoutBus, "1");
     EXPECT_EXIT(
         {
             const Tray tray;
@@ -210,7 +210,6 @@ TEST_F(TrayWindowDeathTest, ItemIsInTheTrayWithoutASessionBus) {
             std::_Exit(waitForEmbedded() != nullptr ? 42 : 1);
         },
         testing::ExitedWithCode(42), "");
-    unsetenv(statusitem::kWithoutBus);
 }
 
 TEST_F(TrayWindowDeathTest, ItemMovesToTheTrayWhenTheSessionBusIsLost) {
