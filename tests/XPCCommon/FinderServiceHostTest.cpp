@@ -5,19 +5,12 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <iterator>
 
 #include "HostProcess.h"
 #include "common/SystemUtils.h"
-#include "linux_usercommon/DBusXPCTransport.h"
-#include "linux_usercommon/LinuxDispatch.h"
-#include "support/HurriedDispatch.h"
-#include "support/HurriedTransport.h"
-#include "support/LogCapture.h"
-#include "support/PrivateBus.h"
+#include "support/BusWorld.h"
 #include "support/RawPeer.h"
-#include "support/WaitFor.h"
 #include "xpccommon/FinderExtensionXPCClient.h"
 
 // The Finder extension service as the host runs it: a process with a scanner that works on real files.
@@ -35,17 +28,11 @@ using testing::SizeIs;
 using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
-class FinderServiceHostTest : public testing::Test {
+class FinderServiceHostTest : public fake::BusWorld {
  protected:
     FinderServiceHostTest() {
         write("classifiers.json", R"({"AllowedExtensions": ["txt", "csv"], "Classifiers": [
             {"Name": "Numbers", "Pattern": "[0-9]{4}", "SensitiveType": true, "costUsd": 0.5}]})");
-    }
-    ~FinderServiceHostTest() override {
-        if (HasFailure()) {
-            std::cerr << log.text();
-        }
-        real->stop();
     }
 
     std::string write(const std::string& name, const std::string& text) const {
@@ -63,15 +50,9 @@ class FinderServiceHostTest : public testing::Test {
         EXPECT_TRUE(host->isReady()) << host->process().errors();
         return host;
     }
-    static constexpr double kPatience = 200;  // a slow machine makes no answer late
-
     std::shared_ptr<cmn::FinderExtensionXPCClient> startClient() {
-        cmn::DBusXPCOptions options;
-        options.systemBusAddress = bus.address();
-        auto client = std::make_shared<cmn::FinderExtensionXPCClient>(
-            std::make_shared<fake::HurriedDispatch>(real, 1.0 / 30, kPatience),
-            std::make_shared<fake::HurriedTransport>(std::make_shared<cmn::DBusXPCTransport>(real, options),
-                                                     kPatience));
+        auto client =
+            std::make_shared<cmn::FinderExtensionXPCClient>(hurried(kPatience), hurriedTransport(kPatience));
         client->connect();
         EXPECT_TRUE(WaitFor([&] { return client->connected(); }));
         return client;
@@ -83,10 +64,7 @@ class FinderServiceHostTest : public testing::Test {
         return write("slow", std::string(1'000'000, 'a'));
     }
 
-    fake::LogCapture log;
     fake::TemporaryFolder folder;
-    fake::PrivateBus bus;
-    std::shared_ptr<cmn::LinuxDispatch> real = std::make_shared<cmn::LinuxDispatch>();
 };
 
 TEST_F(FinderServiceHostTest, ScansTheFileThatItIsAskedFor) {
@@ -163,18 +141,11 @@ TEST_F(FinderServiceHostTest, UnsealsFilesAndTellsWhetherTheyAreSealed) {
     const auto host = startHost();
     const auto client = startClient();
     const std::string path = write("sealed", "TESSARIN HOST SEALED FILE 1\nthe content 1234");
-    std::mutex mutex;
-    std::vector<bool> answers;
-    client->setCompleteblock([&](bool encrypted) {
-        const std::lock_guard lock(mutex);
-        answers.push_back(encrypted);
-    });
+    const fake::Recorder<bool> answers;
+    client->setCompleteblock(answers);
     const auto check = [&](std::size_t count) {
         client->checkEncryptionStatus(path);
-        EXPECT_TRUE(WaitFor([&] {
-            const std::lock_guard lock(mutex);
-            return answers.size() == count;
-        }));
+        EXPECT_TRUE(WaitFor([&] { return answers.count() == count; }));
     };
     check(1);
     EXPECT_THAT(client->getFileFilters(path), SizeIs(1)) << "what it holds is looked at all the same";
@@ -183,7 +154,7 @@ TEST_F(FinderServiceHostTest, UnsealsFilesAndTellsWhetherTheyAreSealed) {
     check(2);
     EXPECT_EQ(client->decrypt(path), 1) << "it is not sealed any more";
     EXPECT_EQ(client->decrypt((folder / "absent").string()), 3);
-    EXPECT_THAT(answers, ElementsAre(true, false));
+    EXPECT_THAT(answers.all(), ElementsAre(true, false));
     client->setCompleteblock(nullptr);
 }
 

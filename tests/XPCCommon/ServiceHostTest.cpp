@@ -6,20 +6,14 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <thread>
 
 #include "EventWriter.h"
 #include "HostProcess.h"
 #include "common/fs.h"
 #include "common/proto_settings.h"
-#include "linux_usercommon/DBusXPCTransport.h"
-#include "linux_usercommon/LinuxDispatch.h"
-#include "support/HurriedDispatch.h"
-#include "support/LogCapture.h"
-#include "support/PrivateBus.h"
+#include "support/BusWorld.h"
 #include "support/RawPeer.h"
-#include "support/WaitFor.h"
 #include "xpccommon/UserAgentObjCXPCClient.h"
 
 // The service host as its users see it: a process on a bus.
@@ -35,34 +29,18 @@ using testing::StartsWith;
 constexpr const char* kService = "com.tessarin.UserAgent";
 constexpr const char* kPath = "/com/tessarin/UserAgent";
 
-class ServiceHostTest : public testing::Test {
+class ServiceHostTest : public fake::BusWorld {
  protected:
-    static constexpr int kHurry = 30;
-
-    ~ServiceHostTest() override {
-        if (HasFailure()) {
-            std::cerr << log.text();
-        }
-        real->stop();
-    }
-
     std::shared_ptr<cmn::UserAgentObjCXPCClient> startClient(
         cmn::URLExtractorDelegate delegate = [](const auto& name) { return "url of " + name; }) {
-        cmn::DBusXPCOptions options;
-        options.systemBusAddress = bus.address();
-        auto client = std::make_shared<cmn::UserAgentObjCXPCClient>(
-            std::move(delegate), std::make_shared<fake::HurriedDispatch>(real, kHurry),
-            std::make_shared<cmn::DBusXPCTransport>(real, options));
+        auto client =
+            std::make_shared<cmn::UserAgentObjCXPCClient>(std::move(delegate), hurried(kHurry), transport);
         client->connect();
         return client;
     }
     static QDBusMessage sendURL(const QString& url, const QString& browser, int pid) {
         return RawPeer::message(kService, kPath, kService, "SendURL", {url, browser, pid});
     }
-
-    fake::LogCapture log;
-    fake::PrivateBus bus;
-    std::shared_ptr<cmn::LinuxDispatch> real = std::make_shared<cmn::LinuxDispatch>();
 };
 
 TEST_F(ServiceHostTest, SaysThatItIsADevelopmentTool) {

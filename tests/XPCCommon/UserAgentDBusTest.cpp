@@ -12,14 +12,9 @@
 #include <string_view>
 #include <thread>
 
-#include "linux_usercommon/DBusXPCTransport.h"
-#include "linux_usercommon/LinuxDispatch.h"
-#include "support/HurriedDispatch.h"
-#include "support/LogCapture.h"
-#include "support/PrivateBus.h"
+#include "support/BusWorld.h"
 #include "support/RawPeer.h"
 #include "support/ReceivedCalls.h"
-#include "support/WaitFor.h"
 #include "xpccommon/UserAgentObjCXPCClient.h"
 #include "xpccommon/UserAgentXPCClient.h"
 #include "xpccommon/UserAgentXPCServer.h"
@@ -59,43 +54,25 @@ using testing::SizeIs;
 constexpr const char* kUserAgentService = "com.tessarin.UserAgent";
 constexpr const char* kUserAgentPath = "/com/tessarin/UserAgent";
 
-class UserAgentDBusTest : public testing::Test {
+class UserAgentDBusTest : public fake::BusWorld {
  protected:
-    static constexpr int kHurry = 30;  // three seconds are a tenth of one
-
-    UserAgentDBusTest() {
-        cmn::DBusXPCOptions options;
-        options.systemBusAddress = bus.address();
-        options.sessionBusAddress = "unix:path=/nonexistent/bus";  // nothing of this travels there
-        options.onListenerEvent = [this](const cmn::DBusListenerEvent&) { ++listenerEvents; };
-        transport = std::make_shared<cmn::DBusXPCTransport>(real, options);
-    }
-    ~UserAgentDBusTest() override {
-        if (HasFailure()) {
-            std::cerr << log.text();
-        }
-        transport->stop();  // peers and calls that are left let go of what they hold
-        real->stop();
-    }
-
-    std::unique_ptr<cmn::UserAgentXPCServer> startServer() { return startServer(hurried); }
-    std::unique_ptr<cmn::UserAgentXPCServer> startServer(const std::shared_ptr<cmn::Dispatch>& queues) {
-        const int before = listenerEvents;
-        auto server = cmn::CreateUserAgentXPCServer(
-            [this](const std::string& url, const std::string& browser, std::int32_t pid, const auto& peer) {
-                const std::lock_guard lock(mutex);
-                reports.push_back(browser + " " + std::to_string(pid) + " " + url);
-                reporter = peer;
-            },
-            queues, transport);
-        EXPECT_TRUE(WaitFor([&] { return listenerEvents > before; }));
-        return server;
+    std::unique_ptr<cmn::UserAgentXPCServer> startServer() { return startServer(queues); }
+    std::unique_ptr<cmn::UserAgentXPCServer> startServer(const std::shared_ptr<cmn::Dispatch>& ofServer) {
+        return awaitListening([&] {
+            return cmn::CreateUserAgentXPCServer(
+                [reports = reports, reporters = reporters](const std::string& url, const std::string& browser,
+                                                           std::int32_t pid, const auto& peer) {
+                    reporters.add(peer);
+                    reports.add(browser + " " + std::to_string(pid) + " " + url);
+                },
+                ofServer, transport);
+        });
     }
     std::shared_ptr<cmn::UserAgentObjCXPCClient> startClient(
         cmn::URLExtractorDelegate delegate = [](const auto& name) { return "url of " + name; },
         cmn::ServiceOwners owners = cmn::ServiceOwners::anybody) {
         auto client =
-            std::make_shared<cmn::UserAgentObjCXPCClient>(std::move(delegate), hurried, transport, owners);
+            std::make_shared<cmn::UserAgentObjCXPCClient>(std::move(delegate), queues, transport, owners);
         client->connect();
         return client;
     }
@@ -110,21 +87,11 @@ class UserAgentDBusTest : public testing::Test {
             }
         };
     }
-    std::vector<std::string> allReports() {
-        const std::lock_guard lock(mutex);
-        return reports;
-    }
 
-    fake::LogCapture log;
-    fake::PrivateBus bus;
-    std::shared_ptr<cmn::LinuxDispatch> real = std::make_shared<cmn::LinuxDispatch>();
-    std::shared_ptr<fake::HurriedDispatch> hurried = std::make_shared<fake::HurriedDispatch>(real, kHurry);
-    std::shared_ptr<cmn::DBusXPCTransport> transport;
-    std::atomic<int> listenerEvents{0};
+    const std::shared_ptr<fake::HurriedDispatch> queues = hurried(kHurry);
     fake::ReceivedCalls received;
-    std::mutex mutex;
-    std::vector<std::string> reports;      // guarded by mutex
-    std::optional<cmn::XPCPeer> reporter;  // of the latest, guarded by mutex
+    const fake::Recorder<std::string> reports;
+    const fake::Recorder<std::optional<cmn::XPCPeer>> reporters;
 };
 
 TEST_F(UserAgentDBusTest, TheClientSpeaksTheContract) {
@@ -196,7 +163,7 @@ TEST_F(UserAgentDBusTest, TheServerSpeaksTheContract) {
     EXPECT_EQ(set.arguments(), QVariantList{true});
     agent.send(RawPeer::message(kUserAgentService, kUserAgentPath, kUserAgentService, "SendURL",
                                 {QStringLiteral("http://a/"), QStringLiteral("Firefox"), 3}));
-    EXPECT_TRUE(WaitFor([&] { return allReports() == std::vector<std::string>{"Firefox 3 http://a/"}; }));
+    EXPECT_TRUE(WaitFor([&] { return reports.all() == std::vector<std::string>{"Firefox 3 http://a/"}; }));
 
     EXPECT_EQ(server->getURL("Safari"), "http://here/");
     const auto question = received.all("GetURL").at(0);
@@ -238,10 +205,10 @@ TEST_F(UserAgentDBusTest, BothEndsExchangeReportsAndQuestions) {
     for (int i = 0; i < 100; ++i) {
         client->sendURL("https://example.com/" + std::to_string(i), "Safari", i);
     }
-    ASSERT_TRUE(WaitFor([&] { return allReports().size() == 100; }));
-    EXPECT_EQ(allReports()[99], "Safari 99 https://example.com/99");
-    EXPECT_EQ(reporter.value().userID, geteuid());
-    EXPECT_EQ(reporter->processID, getpid());
+    ASSERT_TRUE(WaitFor([&] { return reports.count() == 100; }));
+    EXPECT_EQ(reports.all()[99], "Safari 99 https://example.com/99");
+    EXPECT_EQ(reporters.last().value().userID, geteuid());
+    EXPECT_EQ(reporters.last()->processID, getpid());
     EXPECT_EQ(server->getURL("Google Chrome (Beta)"), "url of Google Chrome");
     EXPECT_EQ(server->getURL("Firefox"), "");
 }
@@ -267,10 +234,10 @@ TEST_F(UserAgentDBusTest, AnExtractorThatDoesNotAnswerInTimeGivesTheEmptyURL) {
     });
     ASSERT_TRUE(WaitFor([&] { return log.count("URLExtractor has been set") == 1; }));
     client->sendURL("https://example.com/", "Safari", 1);  // arrives after the extractor is in place
-    ASSERT_TRUE(WaitFor([&] { return allReports().size() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return reports.count() == 1; }));
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(server->getURL("Safari"), "");
-    EXPECT_GE(std::chrono::steady_clock::now() - start, 3s / kHurry);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 3s * kHurry);
     release = true;
     EXPECT_TRUE(WaitFor([&] { return server->getURL("Safari") == "too late"; })) << "the connection lives on";
 }
@@ -316,7 +283,7 @@ constexpr std::chrono::seconds kGivenUp{2};
 static_assert(kGivenUp < cmn::kGetURLDeadline);
 
 TEST_F(UserAgentDBusTest, AnErrorOfAnExtractorIsNotWaitedFor) {
-    const auto server = startServer(real);
+    const auto server = startServer(dispatch);
     RawPeer agent(bus.address(), [](const QDBusMessage& message, const QDBusConnection& connection) {
         connection.send(message.createErrorReply("org.example.Error", "no"));
     });
@@ -332,7 +299,7 @@ TEST_F(UserAgentDBusTest, AnErrorOfAnExtractorIsNotWaitedFor) {
 }
 
 TEST_F(UserAgentDBusTest, AnAgentThatLeavesIsNotWaitedFor) {
-    const auto server = startServer(real);
+    const auto server = startServer(dispatch);
     std::chrono::nanoseconds waited = kGivenUp;
     for (int i = 0; i < 5 && waited >= kGivenUp; ++i) {
         std::atomic<bool> asked{false};
@@ -372,12 +339,12 @@ TEST_F(UserAgentDBusTest, AnAgentForRootsServicesAloneKnowsWhoseTheServiceIs) {
         EXPECT_TRUE(WaitFor([&] { return server->getURL("Safari") == "url"; }));
         EXPECT_TRUE(client->connected());
         client->sendURL("https://example.com/", "Safari", 1);
-        EXPECT_TRUE(WaitFor([&] { return allReports().size() == 1; }));
+        EXPECT_TRUE(WaitFor([&] { return reports.count() == 1; }));
     } else {
         EXPECT_TRUE(WaitFor([&] { return log.count("so it is not used") == 1; }));
         client->sendURL("https://example.com/", "Safari", 1);
         EXPECT_EQ(server->getURL("Safari"), "");
-        EXPECT_THAT(allReports(), SizeIs(0));
+        EXPECT_THAT(reports.all(), SizeIs(0));
     }
 }
 
@@ -450,7 +417,7 @@ TEST_F(UserAgentDBusTest, AnInterruptedClientComesBackAndRegistersANewExtractor)
     ASSERT_TRUE(WaitFor([&] { return client->connected() && log.count("URLExtractor has been set") == 2; }));
     EXPECT_TRUE(WaitFor([&] { return server->getURL("Safari") == "url of Safari"; }));
     client->sendURL("https://example.com/", "Safari", 1);
-    EXPECT_TRUE(WaitFor([&] { return allReports().size() == 1; }));
+    EXPECT_TRUE(WaitFor([&] { return reports.count() == 1; }));
 }
 
 TEST_F(UserAgentDBusTest, AClientFindsADaemonThatComesLater) {
@@ -461,8 +428,8 @@ TEST_F(UserAgentDBusTest, AClientFindsADaemonThatComesLater) {
     const auto server = startServer();
     ASSERT_TRUE(WaitFor([&] { return client->connected(); }));
     client->sendURL("https://example.com/found", "Safari", 1);
-    EXPECT_TRUE(WaitFor([&] { return allReports().size() == 1; }));
-    EXPECT_THAT(allReports(), ElementsAre("Safari 1 https://example.com/found"));
+    EXPECT_TRUE(WaitFor([&] { return reports.count() == 1; }));
+    EXPECT_THAT(reports.all(), ElementsAre("Safari 1 https://example.com/found"));
 }
 
 TEST_F(UserAgentDBusTest, AClientSurvivesTheLossOfTheBus) {
@@ -518,7 +485,7 @@ TEST_F(UserAgentDBusTest, ReportsNeverWaitWhateverTheStateOfTheDaemon) {
 TEST_F(UserAgentDBusTest, ADroppedAgentLeavesTheBus) {
     const auto server = startServer();
     {
-        const cmn::UserAgentXPCClient agent([](const std::string&) { return std::string(); }, hurried,
+        const cmn::UserAgentXPCClient agent([](const std::string&) { return std::string(); }, queues,
                                             transport);
         ASSERT_TRUE(WaitFor([&] { return log.count("URLExtractor has been set") == 1; }));
     }

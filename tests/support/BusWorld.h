@@ -19,7 +19,8 @@
 
 namespace fake {
 
-// A test with a system bus of its own and a transport on it; the session bus is nowhere. A test that failed shows the log.
+// A test with a system bus of its own and a transport on it; the session bus is nowhere. A test that failed
+// shows the log.
 class BusWorld : public testing::Test {
  protected:
     static constexpr double kHurry = 1.0 / 30;  // the three seconds before a reconnect are a tenth of one
