@@ -32,6 +32,20 @@ bus::Deadline After(std::chrono::nanoseconds delay) {
 
 }  // namespace
 
+std::shared_ptr<XPCConnection> BusChannel::makeConnection() {
+    // What is kept weakly outlives its object: that lets go of this one itself.
+    std::shared_ptr<XPCConnection> connection(
+        static_cast<XPCConnection*>(this),
+        [self = shared_from_this()](XPCConnection*) mutable { std::exchange(self, nullptr)->abandon(); });
+    connection_ = connection;
+    return connection;
+}
+
+void BusChannel::invalidate() {
+    // Whoever invalidates usually lets go of it at once; the handler is still to be called.
+    end("it was invalidated", connection_.lock());
+}
+
 void BusChannel::abandon() {
     {
         Handler invalidation;
@@ -55,14 +69,16 @@ void BusChannel::setInterruptionHandler(std::function<void()> handler) {
     interruptionHandler_.swap(handler);
 }
 
-void BusChannel::setRemoteObjectInterface(std::shared_ptr<const ServiceInterface> interface) {
+void BusChannel::setRemoteObjectInterface(std::shared_ptr<const XPCInterface> interface) {
+    auto described = std::dynamic_pointer_cast<const ServiceInterface>(interface);
     const std::lock_guard lock(mutex_);
-    remoteInterface_.swap(interface);
+    remoteInterface_.swap(described);
 }
 
-void BusChannel::setExportedInterface(std::shared_ptr<const ServiceInterface> interface) {
+void BusChannel::setExportedInterface(std::shared_ptr<const XPCInterface> interface) {
+    auto described = std::dynamic_pointer_cast<const ServiceInterface>(interface);
     const std::lock_guard lock(mutex_);
-    exportedInterface_.swap(interface);
+    exportedInterface_.swap(described);
 }
 
 void BusChannel::setExportedObject(std::shared_ptr<XPCVersioning> object) {

@@ -10,32 +10,34 @@
 #include "ExportedObjects.h"
 #include "linux_usercommon/SerialQueue.h"
 #include "linux_usercommon/ServiceInterface.h"
+#include "usercommon/XPCConnection.h"
 
 namespace cmn {
 
-// What the two kinds of connection, seen by the client and seen by the service, have in common: handlers,
-// exported objects, calls and deliveries. The connection object and the proxies own it. Any thread, unless
-// something else is said.
-class BusChannel : public ServiceChannel, public std::enable_shared_from_this<BusChannel> {
+// A connection, seen by the client or by the service: handlers, exported objects, calls and deliveries. It
+// lives on while proxies use it. Any thread, unless something else is said.
+class BusChannel : public XPCConnection,
+                   public ServiceChannel,
+                   public std::enable_shared_from_this<BusChannel> {
  public:
     explicit BusChannel(std::shared_ptr<SerialQueue> queue) : queue_(std::move(queue)) {}
 
-    virtual void resume() = 0;
+    // The connection object as clients and services hold it; made once. Its end is the end of handlers and
+    // exported objects.
+    std::shared_ptr<XPCConnection> makeConnection();
+
     // Ends it: what waits fails, then the invalidation handler is called, once. `connection`, if any, is kept
     // alive until then.
     virtual void end(const std::string& why, std::shared_ptr<void> connection) = 0;
-    virtual std::optional<XPCPeer> peer() const = 0;
-    // The connection object is gone: forgets handlers, exported objects and waiting replies without calling
-    // them.
-    virtual void abandon();
 
-    void setInvalidationHandler(std::function<void()> handler);
-    void setInterruptionHandler(std::function<void()> handler);
-    void setRemoteObjectInterface(std::shared_ptr<const ServiceInterface> interface);
-    void setExportedInterface(std::shared_ptr<const ServiceInterface> interface);
-    void setExportedObject(std::shared_ptr<XPCVersioning> object);
+    void setInvalidationHandler(std::function<void()> handler) override;
+    void setInterruptionHandler(std::function<void()> handler) override;
+    void setRemoteObjectInterface(std::shared_ptr<const XPCInterface> interface) override;
+    void setExportedInterface(std::shared_ptr<const XPCInterface> interface) override;
+    void setExportedObject(std::shared_ptr<XPCVersioning> object) override;
+    void invalidate() override;
     std::shared_ptr<XPCVersioning> remoteObjectProxy(RemoteErrorHandler onError,
-                                                     std::chrono::nanoseconds deadline);
+                                                     std::chrono::nanoseconds deadline) override;
     bus::ObjectPath exportObject(const std::shared_ptr<const void>& object,
                                  std::shared_ptr<const ServiceDescription> interface,
                                  ServiceHandler handler) override;
@@ -43,6 +45,9 @@ class BusChannel : public ServiceChannel, public std::enable_shared_from_this<Bu
  protected:
     using Handler = std::function<void()>;
 
+    // The connection object is gone: forgets handlers, exported objects and waiting replies without calling
+    // them.
+    virtual void abandon();
     // What the other end is called, for people.
     virtual const std::string& peerName() const = 0;
     // Whether the other end may still call; asked on the private queue, before each delivery.
@@ -69,6 +74,7 @@ class BusChannel : public ServiceChannel, public std::enable_shared_from_this<Bu
 
     const std::shared_ptr<SerialQueue> queue_;
     ExportedObjects objects_;
+    std::weak_ptr<XPCConnection> connection_;  // set before anybody else knows this object
 
     std::mutex mutex_;  // guards the properties, never held across a call
     Handler invalidationHandler_;

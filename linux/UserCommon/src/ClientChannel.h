@@ -28,7 +28,6 @@ class ClientChannel final : public BusChannel {
 
     void resume() override;
     void end(const std::string& why, std::shared_ptr<void> connection) override;
-    void abandon() override;
     // The owner of the service's name. On a system bus that is not the system's own, the user who runs that
     // bus: what it says of others is worth no more.
     std::optional<XPCPeer> peer() const override;
@@ -38,6 +37,7 @@ class ClientChannel final : public BusChannel {
  private:
     enum class State { created, connecting, active, interrupted, ended };
 
+    void abandon() override;
     const std::string& peerName() const override { return service_; }
     bool accepts(const bus::Question& /*question*/) override { return true; }
 

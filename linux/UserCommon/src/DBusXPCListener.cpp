@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "DBusXPCConnection.h"
 #include "PeerChannel.h"
 #include "WhileAlive.h"
 #include "common/ScopedAction.h"
@@ -65,8 +64,8 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
         std::string name;
         Admission admission;
         std::deque<std::pair<bus::Question, std::shared_ptr<Place>>> waiting;
-        std::shared_ptr<PeerChannel> channel;           // once it is known who it is
-        std::shared_ptr<DBusXPCConnection> connection;  // the service need not keep it
+        std::shared_ptr<PeerChannel> channel;       // once it is known who it is
+        std::shared_ptr<XPCConnection> connection;  // the service need not keep it
         bool decided = false;
         bool left = false;
     };
@@ -277,7 +276,7 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
         const auto queue = parts_.createQueue();
         peer->channel = std::make_shared<PeerChannel>(
             PeerChannel::Parts{bus_, parts_.bus.loop, queue, parts_.bus.replyDeadline}, peer->name, asker);
-        peer->connection = std::make_shared<DBusXPCConnection>(peer->channel);
+        peer->connection = peer->channel->makeConnection();
         queue->post([weakListener = listener_, peer, channel = peer->channel, connection = peer->connection,
                      loop = parts_.bus.loop,
                      decided = withSelf([](Core& core, const PeerRef& which) { core.decided(which); })] {

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "ClientChannel.h"
-#include "DBusXPCConnection.h"
 #include "DBusXPCListener.h"
 #include "linux_bus/WellKnown.h"
 
@@ -67,7 +66,7 @@ std::shared_ptr<XPCConnection> DBusXPCTransport::createConnection(const std::str
         std::make_shared<ClientChannel>(busSettings(bus), dispatch_->createSerialQueue(), machServiceName);
     const std::lock_guard lock(mutex_);
     Remember(channels_, channel);
-    return std::make_shared<DBusXPCConnection>(channel);
+    return channel->makeConnection();
 }
 
 std::shared_ptr<XPCListener> DBusXPCTransport::createListener(const std::string& machServiceName) {
