@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <map>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -32,31 +33,40 @@ constexpr std::size_t kMostUnknownBytes = std::size_t{2} * 1024 * 1024 + 4096;
 constexpr const char* kBusSignal =
     "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',member='{}',{}='{}'";
 
-}  // namespace
-
-// The state of the listener. Apart from the constructor everything happens in the loop's thread.
-class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
+// What is behind the object that the service holds. What has no lock is of the loop's thread.
+class Listener final : public XPCListener, public std::enable_shared_from_this<Listener> {
     template <typename Action>
     auto withSelf(Action action) {
         return WhileAlive(weak_from_this(), std::move(action));
     }
 
  public:
-    Core(Parts parts, std::string name)
+    Listener(ListenerParts parts, std::string name)
         : parts_(std::move(parts)), name_(std::move(name)), events_(parts_.createQueue()) {}
 
-    void open(std::weak_ptr<DBusXPCListener> listener) {
-        if (!std::exchange(resumed_, true)) {
-            listener_ = std::move(listener);
-            connect();
-        }
+    // Once, before anybody else knows it. What is kept weakly outlives its object: that lets go of this one
+    // itself.
+    std::shared_ptr<XPCListener> makeObject() {
+        std::shared_ptr<XPCListener> object(
+            static_cast<XPCListener*>(this), [self = shared_from_this()](XPCListener*) mutable {
+                std::exchange(self, nullptr)->closeLater("the listener is gone");
+            });
+        object_ = object;
+        return object;
     }
 
-    void close(const std::string& why) {
-        resumed_ = true;  // it cannot be resumed any more
-        closed_ = true;
-        letGo(why);
+    void setDelegate(std::weak_ptr<XPCListenerDelegate> delegate) override {
+        const std::lock_guard lock(mutex_);
+        delegate_.swap(delegate);
     }
+    void resume() override {
+        parts_.bus.loop->post([self = shared_from_this()] {
+            if (!std::exchange(self->resumed_, true)) {
+                self->connect();
+            }
+        });
+    }
+    void invalidate() override { closeLater("the listener was invalidated"); }
 
  private:
     // One peer. What it sends waits until the bus has said who it is, and the service whether it is accepted.
@@ -71,12 +81,25 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
     };
     using PeerRef = std::shared_ptr<Peer>;
 
+    std::shared_ptr<XPCListenerDelegate> delegate() const {
+        const std::lock_guard lock(mutex_);
+        return delegate_.lock();
+    }
+
+    void closeLater(const char* why) {
+        parts_.bus.loop->post([self = shared_from_this(), why] {
+            self->resumed_ = true;  // it cannot be resumed any more
+            self->closed_ = true;
+            self->letGo(why);
+        });
+    }
+
     void connect() {
         bus_ = bus::Connection::open(
             parts_.bus.loop, parts_.bus.options,
-            {withSelf([](Core& core) { core.connected(); }),
-             withSelf([](Core& core, const std::string& why) { core.lost(why); }),
-             withSelf([](Core& core, const bus::Question& question) { core.received(question); })});
+            {withSelf([](Listener& self) { self.connected(); }),
+             withSelf([](Listener& self, const std::string& why) { self.lost(why); }),
+             withSelf([](Listener& self, const bus::Question& question) { self.received(question); })});
     }
 
     void connectAgain() {
@@ -86,24 +109,24 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
     }
 
     void connected() {
-        const auto installed = withSelf([](Core& core, const std::optional<bus::Error>& error) {
-            if (error && core.bus_) {
-                core.lost(error->message);
+        const auto installed = withSelf([](Listener& self, const std::optional<bus::Error>& error) {
+            if (error && self.bus_) {
+                self.lost(error->message);
             }
         });
         // One rule for all peers: buses limit the number of rules.
         leaves_ = bus_->subscribe(fmt::format(kBusSignal, "NameOwnerChanged", "arg2", ""),
-                                  withSelf([](Core& core, const bus::Message& signal) {
+                                  withSelf([](Listener& self, const bus::Message& signal) {
                                       const auto names = signal.read<std::string, std::string, std::string>();
                                       if (names && std::get<2>(*names).empty()) {
-                                          core.peerLeft(std::get<0>(*names));
+                                          self.peerLeft(std::get<0>(*names));
                                       }
                                   }),
                                   installed);
         nameLost_ = bus_->subscribe(fmt::format(kBusSignal, "NameLost", "arg0", name_),
-                                    withSelf([](Core& core, const bus::Message&) {
-                                        if (core.listening_) {
-                                            core.failed("the name was taken away", DBusListenerState::lost);
+                                    withSelf([](Listener& self, const bus::Message&) {
+                                        if (self.listening_) {
+                                            self.failed("the name was taken away", DBusListenerState::lost);
                                         }
                                     }),
                                     installed);
@@ -114,13 +137,14 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
         if (!bus_) {
             return;
         }
-        bus_->askBus("RequestName",
-                     withSelf([asked = std::weak_ptr(bus_)](Core& core, const bus::Connection::Reply& reply) {
-                         if (core.bus_ && core.bus_ == asked.lock()) {
-                             core.nameAnswered(reply ? reply->readOne<std::uint32_t>() : reply.error());
-                         }
-                     }),
-                     name_, kDoNotQueue);
+        bus_->askBus(
+            "RequestName",
+            withSelf([asked = std::weak_ptr(bus_)](Listener& self, const bus::Connection::Reply& reply) {
+                if (self.bus_ && self.bus_ == asked.lock()) {
+                    self.nameAnswered(reply ? reply->readOne<std::uint32_t>() : reply.error());
+                }
+            }),
+            name_, kDoNotQueue);
     }
 
     void nameAnswered(const bus::Result<std::uint32_t>& answer) {
@@ -139,9 +163,9 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
     // The bus is there, the name is not to be had.
     void failed(const std::string& why, DBusListenerState state) {
         say(why, state);
-        parts_.bus.loop->after(kRetryDelay, withSelf([](Core& core) {
-                                   if (!core.closed_ && !core.listening_) {
-                                       core.requestName();
+        parts_.bus.loop->after(kRetryDelay, withSelf([](Listener& self) {
+                                   if (!self.closed_ && !self.listening_) {
+                                       self.requestName();
                                    }
                                }));
     }
@@ -152,7 +176,7 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
         }
         say(why, listening_ ? DBusListenerState::lost : DBusListenerState::failed);
         letGo(why);
-        parts_.bus.loop->after(kRetryDelay, withSelf([](Core& core) { core.connectAgain(); }));
+        parts_.bus.loop->after(kRetryDelay, withSelf([](Listener& self) { self.connectAgain(); }));
     }
 
     // Once for each time that the service cannot be reached.
@@ -230,13 +254,13 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
 
     void askWhoItIs(const PeerRef& peer, int times) {
         bus_->askCredentials(
-            peer->name, withSelf([peer, times](Core& core, const bus::Result<bus::Credentials>& result) {
+            peer->name, withSelf([peer, times](Listener& self, const bus::Result<bus::Credentials>& result) {
                 if (result) {
-                    core.known(peer, *result);
-                } else if (result.error().is(bus::error::kTimeout) && times > 1 && core.bus_) {
-                    core.askWhoItIs(peer, times - 1);
+                    self.known(peer, *result);
+                } else if (result.error().is(bus::error::kTimeout) && times > 1 && self.bus_) {
+                    self.askWhoItIs(peer, times - 1);
                 } else {
-                    core.unknown(peer, result.error().message);
+                    self.unknown(peer, result.error().message);
                 }
             }));
     }
@@ -277,14 +301,14 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
         peer->channel = std::make_shared<PeerChannel>(
             PeerChannel::Parts{bus_, parts_.bus.loop, queue, parts_.bus.replyDeadline}, peer->name, asker);
         peer->connection = peer->channel->makeConnection();
-        queue->post([weakListener = listener_, peer, channel = peer->channel, connection = peer->connection,
+        queue->post([weakObject = object_, peer, channel = peer->channel, connection = peer->connection,
                      loop = parts_.bus.loop,
-                     decided = withSelf([](Core& core, const PeerRef& which) { core.decided(which); })] {
+                     decided = withSelf([](Listener& self, const PeerRef& which) { self.decided(which); })] {
             const ScopedAction tell([&] { loop->post([decided, peer] { decided(peer); }); });
-            const auto listener = weakListener.lock();
-            const auto delegate = listener ? listener->delegate() : nullptr;
+            const auto object = weakObject.lock();
+            const auto delegate = object ? static_cast<Listener&>(*object).delegate() : nullptr;
             channel->setAccepted(delegate &&
-                                 delegate->listenerShouldAcceptNewConnection(*listener, connection));
+                                 delegate->listenerShouldAcceptNewConnection(*object, connection));
         });
     }
 
@@ -323,11 +347,11 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
         peer->channel->end("the peer left the bus", peer->connection);
     }
 
-    const Parts parts_;
+    const ListenerParts parts_;
     const std::string name_;
     const std::shared_ptr<SerialQueue> events_;
     const std::shared_ptr<Backlog> strangers_ = std::make_shared<Backlog>();
-    std::weak_ptr<DBusXPCListener> listener_;
+    std::weak_ptr<XPCListener> object_;
     std::shared_ptr<bus::Connection> bus_;  // none between a loss and the next try
     std::shared_ptr<bus::Subscription> leaves_;
     std::shared_ptr<bus::Subscription> nameLost_;
@@ -338,31 +362,15 @@ class DBusXPCListener::Core : public std::enable_shared_from_this<Core> {
     bool closed_ = false;
     bool listening_ = false;
     bool saidFailed_ = false;
+
+    mutable std::mutex mutex_;  // guards what follows
+    std::weak_ptr<XPCListenerDelegate> delegate_;
 };
 
-DBusXPCListener::DBusXPCListener(Parts parts, std::string machServiceName)
-    : loop_(parts.bus.loop), core_(std::make_shared<Core>(std::move(parts), std::move(machServiceName))) {}
+}  // namespace
 
-DBusXPCListener::~DBusXPCListener() {
-    loop_->post([core = core_] { core->close("the listener is gone"); });
-}
-
-void DBusXPCListener::setDelegate(std::weak_ptr<XPCListenerDelegate> delegate) {
-    const std::lock_guard lock(mutex_);
-    delegate_.swap(delegate);
-}
-
-std::shared_ptr<XPCListenerDelegate> DBusXPCListener::delegate() const {
-    const std::lock_guard lock(mutex_);
-    return delegate_.lock();
-}
-
-void DBusXPCListener::resume() {
-    loop_->post([core = core_, listener = weak_from_this()] { core->open(listener); });
-}
-
-void DBusXPCListener::invalidate() {
-    loop_->post([core = core_] { core->close("the listener was invalidated"); });
+std::shared_ptr<XPCListener> MakeListener(ListenerParts parts, std::string machServiceName) {
+    return std::make_shared<Listener>(std::move(parts), std::move(machServiceName))->makeObject();
 }
 
 }  // namespace cmn

@@ -70,10 +70,10 @@ std::shared_ptr<XPCConnection> DBusXPCTransport::createConnection(const std::str
 }
 
 std::shared_ptr<XPCListener> DBusXPCTransport::createListener(const std::string& machServiceName) {
-    DBusXPCListener::Parts parts{busSettings(options_.listenerBus),
-                                 [dispatch = dispatch_] { return dispatch->createSerialQueue(); },
-                                 options_.onListenerEvent};
-    auto listener = std::make_shared<DBusXPCListener>(std::move(parts), machServiceName);
+    auto listener = MakeListener(
+        {busSettings(options_.listenerBus), [dispatch = dispatch_] { return dispatch->createSerialQueue(); },
+         options_.onListenerEvent},
+        machServiceName);
     const std::lock_guard lock(mutex_);
     Remember(listeners_, listener);
     return listener;
