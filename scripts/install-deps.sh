@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages that building, testing and the demo need. Safe to run again: quick when all is there.
 #
-# Usage: scripts/install-deps.sh [GROUP...]     groups: build test demo package lint bench fuzz macos; without any: build test demo lint
+# Usage: scripts/install-deps.sh [GROUP...]     groups: build test demo package root lint bench fuzz macos; without any: build test demo lint
 set -euo pipefail
 
 # The one list of packages.
@@ -12,7 +12,8 @@ declare -A packages=(
     [demo]="python3 python3-jeepney procps dbus dbus-daemon at-spi2-core xvfb openbox xdotool x11-utils imagemagick fonts-dejavu-core
             xfce4-panel xfconf xdg-utils qt6-wayland
             fonts-noto-color-emoji trayer firefox-esr chromium sway foot grim"
-    [package]="dpkg-dev binutils gzip rpm lintian rpmlint appstream desktop-file-utils"
+    [package]="dpkg-dev binutils gzip rpm rpm2cpio cpio lintian rpmlint appstream desktop-file-utils man-db systemd"
+    [root]="mmdebstrap"
     [lint]="clang-format clang-tidy shellcheck python3"
     [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev"
     [fuzz]="clang libclang-rt-dev"
@@ -20,8 +21,8 @@ declare -A packages=(
 )
 # Some packages of nodejs bring npm along and do not go together with the one of that name.
 command -v npm >/dev/null || packages[macos]+=" npm"
-# Tests and benchmarks run the same desktop as the demo.
-packages[test]+=" ${packages[demo]}"
+# Tests and benchmarks run the same desktop as the demo; tests also look at the packages.
+packages[test]+=" ${packages[demo]} ${packages[package]}"
 packages[bench]+=" ${packages[demo]}"
 
 wanted=""

@@ -30,7 +30,8 @@ if [[ -z $folder ]]; then
     folder=build/package
     launcher=()
     if command -v ccache >/dev/null; then
-        export CCACHE_BASEDIR=$PWD
+        # With a base folder the compiler would be told other paths than without the cache, and the debug symbols have them.
+        unset CCACHE_BASEDIR
         launcher+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
     fi
     cmake --preset release -B "$folder" "${launcher[@]}" >&2

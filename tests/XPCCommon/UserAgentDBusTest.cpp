@@ -6,7 +6,6 @@
 
 #include <QDBusArgument>
 #include <QDBusObjectPath>
-#include <atomic>
 #include <mutex>
 #include <optional>
 #include <string_view>
