@@ -39,11 +39,11 @@ bool HasText(const rapidjson::Value& object, const char* key, std::string_view t
 // Whether something changed.
 bool SetVersion(rapidjson::Document& settings, const std::string& product, const std::string& version) {
     const auto products = settings.FindMember("Products");
-    if (products == settings.MemberEnd() || !products->value.IsArray()) {
+    if (products == settings.MemberEnd()) {
         return false;
     }
     for (rapidjson::Value& entry : products->value.GetArray()) {
-        if (!entry.IsObject() || !HasText(entry, "Name", product) || HasText(entry, "Version", version)) {
+        if (!HasText(entry, "Name", product) || HasText(entry, "Version", version)) {
             continue;
         }
         entry.RemoveMember("Version");
