@@ -223,8 +223,8 @@ std::optional<TextChange> TextChangeOf(const Message& event) {
 
 bool IsOfEditing(const Message& event) {
     std::string state;
-    return event.rewind() && Codec<std::string>::read(event.raw(), state) &&
-           (state == "editable" || state == "read-only");
+    cmn::bus::Reader arguments = event.reader();
+    return Codec<std::string>::read(arguments, state) && (state == "editable" || state == "read-only");
 }
 
 AXError ErrorOf(const Error& error) {
