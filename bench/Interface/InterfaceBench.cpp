@@ -56,7 +56,7 @@ void ShowWindows(benchmark::State& state, const Show& show) {
 }
 
 std::unique_ptr<useragent::PropertiesWindow> ShowOurs(int count) {
-    useragent::QtApplicationInterface interface({}, nullptr, true);
+    useragent::QtApplicationInterface interface({}, true);
     auto controller = std::make_unique<FileFiltersViewController>(ControllerEnvironment());
     const auto records = MakeRecords(count);
     controller->setFiltersArray({records.begin(), records.end()});
