@@ -34,7 +34,7 @@ void StopCurrentRunLoop() {
 
 std::shared_ptr<Accessibility> MacAgentPlatform::accessibility() {
     if (!accessibility_) {
-        accessibility_ = std::make_shared<MacAccessibility>();
+        accessibility_ = std::make_shared<MacAccessibility>(dispatch());
     }
     return accessibility_;
 }

@@ -7,14 +7,17 @@
 #import "common_mac/CFAutoPointer.h"
 #include "useragent/Accessibility.h"
 #include "useragent/ObservedBrowsers.h"
+#include "useragent/PreparedWindows.h"
 
 namespace useragent {
 
 // One AXObserver, served by the main run loop in its default mode.
 class MacAXObserver final : public AXObserver {
  public:
-    // On success fills `observer`. What is observed is said to `observed`, which must outlive it.
+    // On success fills `observer`. What is observed is said to `observed`, which must outlive it; another
+    // main window is told by `prepared`, when it is known what is in it.
     static AXError Create(std::int32_t pid, AXObserverCallback callback, ObservedBrowsers& observed,
+                          const std::shared_ptr<PreparedWindows>& prepared,
                           std::unique_ptr<AXObserver>& observer);
     ~MacAXObserver() override;
     MacAXObserver(const MacAXObserver&) = delete;
@@ -27,7 +30,8 @@ class MacAXObserver final : public AXObserver {
  private:
     struct Receiver;
 
-    MacAXObserver(std::int32_t pid, AXObserverCallback callback, ObservedBrowsers& observed);
+    MacAXObserver(std::int32_t pid, AXObserverCallback callback, ObservedBrowsers& observed,
+                  const std::shared_ptr<PreparedWindows>& prepared);
     static ObservedBrowsers::Tell TellOnMainThread(const std::weak_ptr<Receiver>& weak);
     static void receive(AXObserverRef observer, AXUIElementRef element, CFStringRef notification,
                         CFDictionaryRef info, void* refcon);

@@ -10,14 +10,34 @@
 
 namespace useragent {
 
-struct MacAXObserver::Receiver {
+struct MacAXObserver::Receiver : std::enable_shared_from_this<Receiver> {
     AXObserverCallback callback;
+    std::int32_t pid = 0;
+    std::weak_ptr<PreparedWindows> prepared;
     std::atomic<bool> active{true};
+
+    // Any thread. False when that notification is told at once, on the main thread.
+    bool announce(const AXElementRef& element, const std::string& notification) {
+        const auto windows = prepared.lock();
+        if (!windows || notification != kMainWindowChangedNotification) {
+            return false;
+        }
+        windows->announce(pid, element, [weak = weak_from_this(), element, notification] {
+            const auto receiver = weak.lock();
+            if (receiver && receiver->active) {
+                receiver->callback(element, notification);
+            }
+        });
+        return true;
+    }
 };
 
 // For what a look finds: as the run loop would tell it.
 ObservedBrowsers::Tell MacAXObserver::TellOnMainThread(const std::weak_ptr<Receiver>& weak) {
     return [weak](const AXElementRef& element, const std::string& notification) {
+        if (const auto receiver = weak.lock(); receiver && receiver->announce(element, notification)) {
+            return;
+        }
         const std::weak_ptr<Receiver> addressee = weak;
         const AXElementRef changed = element;
         const std::string name = notification;
@@ -30,9 +50,12 @@ ObservedBrowsers::Tell MacAXObserver::TellOnMainThread(const std::weak_ptr<Recei
     };
 }
 
-MacAXObserver::MacAXObserver(std::int32_t pid, AXObserverCallback callback, ObservedBrowsers& observed)
+MacAXObserver::MacAXObserver(std::int32_t pid, AXObserverCallback callback, ObservedBrowsers& observed,
+                             const std::shared_ptr<PreparedWindows>& prepared)
     : pid_(pid), observed_(observed), receiver_(std::make_shared<Receiver>()) {
     receiver_->callback = std::move(callback);
+    receiver_->pid = pid;
+    receiver_->prepared = prepared;
 }
 
 MacAXObserver::~MacAXObserver() {
@@ -48,8 +71,9 @@ MacAXObserver::~MacAXObserver() {
 }
 
 AXError MacAXObserver::Create(std::int32_t pid, AXObserverCallback callback, ObservedBrowsers& observed,
+                              const std::shared_ptr<PreparedWindows>& prepared,
                               std::unique_ptr<AXObserver>& observer) {
-    std::unique_ptr<MacAXObserver> created(new MacAXObserver(pid, std::move(callback), observed));
+    std::unique_ptr<MacAXObserver> created(new MacAXObserver(pid, std::move(callback), observed, prepared));
     AXObserverRef reference = nullptr;
     const ::AXError error = AXObserverCreateWithInfoCallback(pid, &MacAXObserver::receive, &reference);
     if (error == kAXErrorSuccess) {
@@ -87,13 +111,16 @@ void MacAXObserver::removeFromMainRunLoop() {
 
 void MacAXObserver::receive(AXObserverRef /*observer*/, AXUIElementRef element, CFStringRef notification,
                             CFDictionaryRef /*info*/, void* refcon) {
-    const auto* const receiver = static_cast<const Receiver*>(refcon);
+    auto* const receiver = static_cast<Receiver*>(refcon);
     if (!receiver->active) {
         return;
     }
     @autoreleasepool {
-        receiver->callback(std::make_shared<MacAXElement>(cmn::CFAutoPointer::Retained(element)),
-                           cmn::ToStdString((__bridge NSString*)notification));
+        const auto changed = std::make_shared<MacAXElement>(cmn::CFAutoPointer::Retained(element));
+        const std::string name = cmn::ToStdString((__bridge NSString*)notification);
+        if (!receiver->announce(changed, name)) {
+            receiver->callback(changed, name);
+        }
     }
 }
 

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <memory>
+
 #include "useragent/Accessibility.h"
 #include "useragent/Deadlines.h"
 #include "useragent/ObservedBrowsers.h"
+#include "useragent/PreparedWindows.h"
 #include "useragent/SilentProcesses.h"
+#include "usercommon/Dispatch.h"
 
 namespace useragent {
 
@@ -11,7 +15,7 @@ namespace useragent {
 class MacAccessibility final : public Accessibility {
  public:
     // Sets the deadline of every accessibility call of this process.
-    MacAccessibility();
+    explicit MacAccessibility(std::shared_ptr<cmn::Dispatch> dispatch);
 
     AXError copyAttributeValue(const AXElementRef& element, const std::string& attribute,
                                AXValue& value) override;
@@ -26,7 +30,10 @@ class MacAccessibility final : public Accessibility {
     std::chrono::nanoseconds searchDeadline() const override { return kURLFieldSearchDeadline; }
 
  private:
-    SilentProcesses silent_;
+    // What asks the applications; the queue's tasks may use it after this object.
+    const std::shared_ptr<SilentProcesses> silent_;
+    const std::shared_ptr<AccessibilityReader> reader_;
+    const std::shared_ptr<PreparedWindows> prepared_;
     ObservedBrowsers observed_;
 };
 

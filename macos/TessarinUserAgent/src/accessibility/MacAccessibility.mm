@@ -4,6 +4,7 @@
 #import <Foundation/Foundation.h>
 
 #include <chrono>
+#include <utility>
 
 #import "accessibility/MacAXElement.h"
 #import "accessibility/MacAXObserver.h"
@@ -32,7 +33,7 @@ AXError Read(AXUIElementRef element, const std::string& attribute, cmn::CFAutoPo
         AXUIElementCopyAttributeValue(element, (__bridge CFStringRef)name, value.out()));
 }
 
-// Reads without noting what it read.
+// Asks whether the process is silent or not.
 class PlainReader final : public AccessibilityReader {
  public:
     AXError copyAttributeValue(const AXElementRef& element, const std::string& attribute,
@@ -46,10 +47,53 @@ class PlainReader final : public AccessibilityReader {
     }
 };
 
+AXError PidOf(const AXElementRef& element, std::int32_t& pid) {
+    AXUIElementRef const reference = MacAXElement::Of(element);
+    return reference != nullptr ? static_cast<AXError>(AXUIElementGetPid(reference, &pid))
+                                : AXError::illegalArgument;
+}
+
+// Asks no process that is known not to answer.
+class PoliteReader final : public AccessibilityReader {
+ public:
+    explicit PoliteReader(std::shared_ptr<SilentProcesses> silent) : silent_(std::move(silent)) {}
+
+    AXError copyAttributeValue(const AXElementRef& element, const std::string& attribute,
+                               AXValue& value) override {
+        std::int32_t pid = 0;
+        AXError error = PidOf(element, pid);
+        if (error != AXError::success) {
+            return error;
+        }
+        if (silent_->isSilent(pid)) {
+            return AXError::cannotComplete;
+        }
+        @autoreleasepool {
+            cmn::CFAutoPointer read;
+            error = Read(MacAXElement::Of(element), attribute, read);
+            silent_->note(pid, error);
+            if (error == AXError::success && !read) {
+                error = AXError::noValue;
+            }
+            if (error == AXError::success) {
+                value = ToAXValue(read);
+            }
+            return error;
+        }
+    }
+
+ private:
+    const std::shared_ptr<SilentProcesses> silent_;
+};
+
 }  // namespace
 
-MacAccessibility::MacAccessibility()
-    : observed_([](const AXElementRef& left, const AXElementRef& right) {
+MacAccessibility::MacAccessibility(std::shared_ptr<cmn::Dispatch> dispatch)
+    : silent_(std::make_shared<SilentProcesses>()),
+      reader_(std::make_shared<PoliteReader>(silent_)),
+      prepared_(std::make_shared<PreparedWindows>(std::move(dispatch), reader_,
+                                                  &std::chrono::steady_clock::now, kURLFieldSearchDeadline)),
+      observed_([](const AXElementRef& left, const AXElementRef& right) {
           AXUIElementRef const one = MacAXElement::Of(left);
           AXUIElementRef const other = MacAXElement::Of(right);
           return one != nullptr && other != nullptr && CFEqual(one, other);
@@ -59,27 +103,17 @@ MacAccessibility::MacAccessibility()
 
 AXError MacAccessibility::copyAttributeValue(const AXElementRef& element, const std::string& attribute,
                                              AXValue& value) {
-    @autoreleasepool {
-        std::int32_t pid = 0;
-        AXError error = getPid(element, pid);
-        if (error != AXError::success) {
-            return error;
-        }
-        if (silent_.isSilent(pid)) {
-            return AXError::cannotComplete;
-        }
-        cmn::CFAutoPointer read;
-        error = Read(MacAXElement::Of(element), attribute, read);
-        silent_.note(pid, error);
-        if (error == AXError::success && !read) {
-            error = AXError::noValue;
-        }
-        if (error == AXError::success) {
-            value = ToAXValue(read);
-            observed_.note(pid, attribute, value);
-        }
+    std::int32_t pid = 0;
+    AXError error = getPid(element, pid);
+    if (error != AXError::success) {
         return error;
     }
+    const auto prepared = prepared_->read(pid, element, attribute, value);
+    error = prepared ? *prepared : reader_->copyAttributeValue(element, attribute, value);
+    if (error == AXError::success) {
+        observed_.note(pid, attribute, value);
+    }
+    return error;
 }
 
 AXElementRef MacAccessibility::createApplication(std::int32_t pid) {
@@ -88,14 +122,12 @@ AXElementRef MacAccessibility::createApplication(std::int32_t pid) {
 }
 
 AXError MacAccessibility::getPid(const AXElementRef& element, std::int32_t& pid) {
-    AXUIElementRef const reference = MacAXElement::Of(element);
-    return reference != nullptr ? static_cast<AXError>(AXUIElementGetPid(reference, &pid))
-                                : AXError::illegalArgument;
+    return PidOf(element, pid);
 }
 
 AXError MacAccessibility::createObserver(std::int32_t pid, AXObserverCallback callback,
                                          std::unique_ptr<AXObserver>& observer) {
-    return MacAXObserver::Create(pid, std::move(callback), observed_, observer);
+    return MacAXObserver::Create(pid, std::move(callback), observed_, prepared_, observer);
 }
 
 bool MacAccessibility::isProcessTrusted() {
@@ -122,7 +154,7 @@ void MacAccessibility::prepare(const std::vector<WindowInfo>& browsers) {
     }
     observed_.keepOnly(pids);
     PlainReader reader;
-    silent_.probe(pids, [&](std::int32_t pid) {
+    silent_->probe(pids, [&](std::int32_t pid) {
         const AXElementRef application = createApplication(pid);
         return application ? observed_.look(pid, application, reader) : AXError::failure;
     });
