@@ -87,7 +87,7 @@ const std::shared_ptr<AtspiAccessibility>& LinuxAgentPlatform::atspi() {
     if (!accessibility_) {
         AtspiSettings settings = accessibilitySettings_;
         if (xWindows_) {
-            settings.screen = {[windows = xWindows_](std::int32_t pid) { return TitlesIn(*windows, pid); },
+            settings.screen = {[windows = xWindows_](std::int32_t pid) { return WindowsOf(pid, *windows); },
                                [windows = xWindows_, loop = sessionBus_.loop](std::function<void()> changed) {
                                    windows->tellChanges(loop, std::move(changed));
                                }};

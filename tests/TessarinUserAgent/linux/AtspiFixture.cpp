@@ -13,7 +13,7 @@ using useragent::AXValue;
 
 struct FakeScreen::State {
     std::mutex mutex;  // guards what follows
-    std::vector<std::string> titles;
+    useragent::OnScreen windows;
     std::function<void()> changed;
     int timesAsked = 0;
 };
@@ -26,7 +26,7 @@ useragent::Screen FakeScreen::port() {
     return {[state = state_](std::int32_t) {
                 const std::lock_guard lock(state->mutex);
                 ++state->timesAsked;
-                return state->titles;
+                return state->windows;
             },
             [state = state_](std::function<void()> changed) {
                 const std::lock_guard lock(state->mutex);
@@ -34,11 +34,11 @@ useragent::Screen FakeScreen::port() {
             }};
 }
 
-void FakeScreen::show(const std::vector<std::string>& titles) {
+void FakeScreen::show(const std::vector<std::string>& titles, bool isInFront) {
     std::function<void()> changed;
     {
         const std::lock_guard lock(state_->mutex);
-        state_->titles = titles;
+        state_->windows = {titles, isInFront};
         changed = state_->changed;
     }
     changed();

@@ -30,7 +30,7 @@ class FakeScreen {
  public:
     useragent::Screen port();
     // As when the window manager has put them in this order, front to back.
-    void show(const std::vector<std::string>& titles);
+    void show(const std::vector<std::string>& titles, bool isInFront = false);
     int timesAsked() const;
 
  private:

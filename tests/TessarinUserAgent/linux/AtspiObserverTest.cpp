@@ -384,6 +384,17 @@ TEST_F(AtspiObserverTest, AFieldThatTellsNoChangesIsReadEachSecondWhileItsWindow
     EXPECT_EQ(texts(), std::vector<std::string>{"pop-up"});
 }
 
+TEST_F(AtspiObserverTest, ItIsReadAlsoWhenTheWindowInFrontDoesNotSayThatItIsActive) {
+    screen.show({"Page - Browser"}, true);
+    application.change(window.field, [](fake::AtspiNode& field) {
+        field.states = fake::kShowing | fake::kSingleLine;  // read-only
+    });
+    const auto observer = observeField();
+    application.change(window.field, [](fake::AtspiNode& field) { field.text = "restored"; });
+    ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    EXPECT_EQ(texts(), std::vector<std::string>{"restored"});
+}
+
 TEST_F(AtspiObserverTest, AFieldThatBecomesReadOnlyIsReadEachSecondFromThenOn) {
     application.change(window.frame, [](fake::AtspiNode& frame) { frame.states |= fake::kActive; });
     const auto field = observeField();

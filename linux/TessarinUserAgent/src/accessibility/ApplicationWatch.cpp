@@ -214,7 +214,7 @@ void ApplicationWatch::examineIfOthersOnScreen() {
     std::vector<std::string> before;
     {
         const std::lock_guard lock(mutex_);
-        before = titlesOnScreen_;
+        before = onScreen_.titles;
     }
     if (titlesOnScreen() != before) {
         examine();
@@ -223,12 +223,13 @@ void ApplicationWatch::examineIfOthersOnScreen() {
 
 std::vector<std::string> ApplicationWatch::titlesOnScreen() {
     const std::shared_ptr<Session> session = session_.lock();
-    if (!session || !session->surroundings.screen.titles) {
+    if (!session || !session->surroundings.screen.windows) {
         return {};
     }
-    auto titles = session->surroundings.screen.titles(pid_);
+    auto windows = session->surroundings.screen.windows(pid_);
     const std::lock_guard lock(mutex_);
-    return titlesOnScreen_ = std::move(titles);
+    onScreen_ = std::move(windows);
+    return onScreen_.titles;
 }
 
 void ApplicationWatch::examine(const std::string& frontTitle) {
@@ -327,8 +328,9 @@ void ApplicationWatch::readRegularly() {
         if (!session) {
             return;
         }
-        std::weak_ptr<FieldWatch> field;
+        std::shared_ptr<FieldWatch> field;
         atspi::ObjectRef window;
+        bool isInFront = false;
         {
             const std::lock_guard lock(self->mutex_);
             if (self->isGone_ || !self->field_ || !self->found_.field->isMute) {
@@ -337,13 +339,18 @@ void ApplicationWatch::readRegularly() {
             }
             field = self->field_;
             window = self->found_.window;
+            isInFront = self->onScreen_.isInFront;
         }
         self->readRegularly();
+        if (isInFront) {
+            field->refresh();  // some browsers say of a restored window that it is not active
+            return;
+        }
         if (session->silent->isSilent(self->busName_)) {
             return;
         }
         cmn::bus::Ask<atspi::States>(*session->connection, atspi::StatesOf(window), session->deadline(),
-                                     [field](const Result<atspi::States>& states) {
+                                     [field = std::weak_ptr(field)](const Result<atspi::States>& states) {
                                          const auto alive = field.lock();
                                          if (alive && states && atspi::Has(*states, atspi::State::active)) {
                                              alive->refresh();

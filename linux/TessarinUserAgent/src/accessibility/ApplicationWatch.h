@@ -88,10 +88,10 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     std::optional<AXError> outcome_;                         // of the last examination that was answered
     WindowSearch::Found found_;
     WindowSearch::Known known_;
-    std::optional<std::string> titleSeen_;     // of the main window, by the look
-    std::string frontTitleSeen_;               // the one on screen at that time
-    std::shared_ptr<FieldWatch> field_;        // null when there is none
-    std::vector<std::string> titlesOnScreen_;  // as they were asked for last
+    std::optional<std::string> titleSeen_;  // of the main window, by the look
+    std::string frontTitleSeen_;            // the one on screen at that time
+    std::shared_ptr<FieldWatch> field_;     // null when there is none
+    OnScreen onScreen_;                     // as they were asked for last
     std::vector<std::weak_ptr<Listener>> listeners_;
     bool isReadRegularly_ = false;
     bool isOpen_ = false;

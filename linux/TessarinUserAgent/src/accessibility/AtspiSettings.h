@@ -10,11 +10,16 @@
 
 namespace useragent {
 
+// A process's windows on screen.
+struct OnScreen {
+    std::vector<std::string> titles;  // front to back
+    bool isInFront = false;           // whether the first of them is in front of all others
+};
+
 // What is known of the windows on screen beside what their programs say. Any thread.
 struct Screen {
-    // The titles of a process's windows, front to back; nothing when that cannot be told. Waits as long as a
-    // window list does.
-    std::function<std::vector<std::string>(std::int32_t pid)> titles;
+    // Of that process; nothing when it cannot be told. Waits as long as a window list does.
+    std::function<OnScreen(std::int32_t pid)> windows;
     // From now on calls `changed`, which does not wait, when windows have come, gone or changed their order.
     std::function<void(std::function<void()> changed)> tellChanges;
 };

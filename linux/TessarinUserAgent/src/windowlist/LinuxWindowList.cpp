@@ -22,14 +22,17 @@ std::shared_ptr<XcbWindowList> CreateXWindowList(bool xServerAnswers) {
                : nullptr;
 }
 
-std::vector<std::string> TitlesIn(WindowList& windows, std::int32_t pid) {
-    std::vector<std::string> titles;
+OnScreen WindowsOf(std::int32_t pid, WindowList& windows) {
+    OnScreen found;
+    bool isFirst = true;
     for (const WindowInfo& window : windows.copyOnScreenWindows().value_or(std::vector<WindowInfo>())) {
         if (window.ownerPid == pid) {
-            titles.push_back(window.title.value_or(""));
+            found.titles.push_back(window.title.value_or(""));
+            found.isInFront |= isFirst;
         }
+        isFirst = false;
     }
-    return titles;
+    return found;
 }
 
 }  // namespace useragent

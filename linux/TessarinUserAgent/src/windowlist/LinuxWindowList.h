@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
+#include "accessibility/AtspiSettings.h"
 #include "useragent/WindowList.h"
 #include "windowlist/XcbWindowList.h"
 
@@ -19,7 +19,7 @@ WindowSource ChooseWindowSource(const std::string& waylandDisplay, bool xServerA
 // The X server's window list; null where it is not the one to ask. Any thread.
 std::shared_ptr<XcbWindowList> CreateXWindowList(bool xServerAnswers);
 
-// The titles of the process's windows in such a list, front to back; nothing when it cannot be had.
-std::vector<std::string> TitlesIn(WindowList& windows, std::int32_t pid);
+// The process's windows in such a list; nothing when it cannot be had.
+OnScreen WindowsOf(std::int32_t pid, WindowList& windows);
 
 }  // namespace useragent
