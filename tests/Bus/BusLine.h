@@ -10,7 +10,6 @@
 #include <future>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +17,7 @@
 #include "Common/OwnProcess.h"
 #include "linux_bus/Connection.h"
 #include "support/PrivateBus.h"
+#include "support/Recorder.h"
 #include "support/WaitFor.h"
 
 namespace fake {
@@ -59,8 +59,7 @@ class BusLine {
     struct Heard {
         std::atomic<int> ready{0};
         std::atomic<int> lost{0};
-        std::mutex mutex;
-        std::string reason;  // guarded by the mutex
+        Recorder<std::string> reasons;
     };
 
     BusLine(const std::shared_ptr<cmn::bus::Loop>& loop, cmn::bus::Options options,
@@ -68,8 +67,7 @@ class BusLine {
         connection = cmn::bus::Connection::open(loop, std::move(options),
                                                 {[heard = heard] { ++heard->ready; },
                                                  [heard = heard](const std::string& why) {
-                                                     const std::lock_guard lock(heard->mutex);
-                                                     heard->reason = why;
+                                                     heard->reasons.add(why);
                                                      ++heard->lost;
                                                  },
                                                  std::move(asked)});
@@ -87,10 +85,7 @@ class BusLine {
     bool awaitLost() const {
         return WaitInHandler([&] { return heard->lost > 0; }, std::chrono::seconds(30));
     }
-    std::string reason() const {
-        const std::lock_guard lock(heard->mutex);
-        return heard->reason;
-    }
+    std::string reason() const { return heard->reasons.last(); }
 
     // Calls a method of another connection.
     template <typename... T>
@@ -107,20 +102,11 @@ class Answer {
  public:
     using Reply = cmn::bus::Connection::Reply;
 
-    cmn::bus::Connection::Done taker() const {
-        return [state = state_](const Reply& reply) {
-            const std::lock_guard lock(state->mutex);
-            state->replies.push_back(reply);
-        };
-    }
-    std::size_t count() const {
-        const std::lock_guard lock(state_->mutex);
-        return state_->replies.size();
-    }
+    cmn::bus::Connection::Done taker() const { return replies_; }
+    std::size_t count() const { return replies_.count(); }
     Reply wait() const {
         WaitInHandler([&] { return count() > 0; }, std::chrono::seconds(30));
-        const std::lock_guard lock(state_->mutex);
-        return state_->replies.empty() ? cmn::bus::Error{"test.NoAnswer", ""} : state_->replies.front();
+        return count() > 0 ? replies_.all().front() : cmn::bus::Error{"test.NoAnswer", ""};
     }
     // The name of the error that came; empty when there was none.
     std::string error() const {
@@ -129,11 +115,7 @@ class Answer {
     }
 
  private:
-    struct State {
-        std::mutex mutex;
-        std::vector<Reply> replies;
-    };
-    const std::shared_ptr<State> state_ = std::make_shared<State>();
+    const Recorder<Reply> replies_;
 };
 
 // Answers every call with the text that it brings.

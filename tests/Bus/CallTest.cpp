@@ -9,34 +9,6 @@ namespace {
 using namespace cmn::bus;
 using namespace std::chrono_literals;
 
-// Keeps the questions that it gets, until it is told to answer.
-class Keeper {
- public:
-    std::function<void(Question)> asked() {
-        return [this](Question question) {
-            const std::lock_guard lock(mutex_);
-            kept_.push_back(std::move(question));
-        };
-    }
-    std::size_t count() const {
-        const std::lock_guard lock(mutex_);
-        return kept_.size();
-    }
-    void answerAll() {
-        for (const Question& question : taken()) {
-            question.reply(std::string("late"));
-        }
-    }
-    std::vector<Question> taken() {
-        const std::lock_guard lock(mutex_);
-        return std::exchange(kept_, {});
-    }
-
- private:
-    mutable std::mutex mutex_;
-    std::vector<Question> kept_;
-};
-
 class CallTest : public fake::WithBus {
  protected:
     CallTest() : CallTest(Options{}) {}
@@ -44,7 +16,7 @@ class CallTest : public fake::WithBus {
         options.address = bus.address();
         options.livenessPause = 1h;  // nothing but what is tested moves anything
         server = std::make_unique<fake::BusLine>(loop, bus.address(), [this](Question question) {
-            question.message().member() == "Keep" ? keep_(std::move(question)) : fake::Echo(question);
+            question.message().member() == "Keep" ? kept.add(std::move(question)) : fake::Echo(question);
         });
         client = std::make_unique<fake::BusLine>(loop, options);
         EXPECT_TRUE(server->awaitReady() && client->awaitReady());
@@ -55,6 +27,11 @@ class CallTest : public fake::WithBus {
     Message keep() const { return client->to(name, "Keep"); }
     // Whether a call is answered now.
     bool answers() const { return static_cast<bool>(client->connection->callAndWait(echo(), fake::Soon())); }
+    void answerKept() const {
+        for (const Question& question : kept.take()) {
+            question.reply(std::string("late"));
+        }
+    }
     // All that was sent before has been delivered.
     void settle() const {
         const fake::Answer answer;
@@ -65,13 +42,10 @@ class CallTest : public fake::WithBus {
         EXPECT_TRUE(delivered.wait());
     }
 
-    Keeper keeper;
+    const fake::Recorder<Question> kept;  // the questions that are not answered yet
     std::unique_ptr<fake::BusLine> server;
     std::unique_ptr<fake::BusLine> client;
     std::string name;
-
- private:
-    std::function<void(Question)> keep_ = keeper.asked();
 };
 
 class CallsOneByOneTest : public CallTest {
@@ -94,12 +68,12 @@ TEST_F(CallTest, OfSeveralThreadsEndOnceEachAndNeverMoreThanAllowedAreInFlight) 
     for (std::thread& thread : threads) {
         thread.join();
     }
-    ASSERT_TRUE(fake::WaitFor([&] { return keeper.count() >= 100; }));
+    ASSERT_TRUE(fake::WaitFor([&] { return kept.count() >= 100; }));
     settle();
-    EXPECT_EQ(keeper.count(), 100U);
+    EXPECT_EQ(kept.count(), 100U);
     std::size_t served = 0;
     const auto serve = [&] {
-        const auto questions = keeper.taken();
+        const auto questions = kept.take();
         EXPECT_LE(questions.size(), 100U);
         for (const Question& question : questions) {
             question.reply(std::string("late"));
@@ -122,8 +96,8 @@ TEST_F(CallsOneByOneTest, ThatAreNotAnsweredInTimeFailAndMakeRoom) {
     (*client)->call(keep(), Clock::now() + 100ms, late.taker());
     EXPECT_EQ(late.error(), error::kTimeout);
     EXPECT_TRUE(answers());
-    ASSERT_TRUE(fake::WaitFor([&] { return keeper.count() == 1; }));
-    keeper.answerAll();
+    ASSERT_TRUE(fake::WaitFor([&] { return kept.count() == 1; }));
+    answerKept();
     EXPECT_TRUE(answers());
     settle();
     EXPECT_EQ(late.count(), 1U);
@@ -139,8 +113,8 @@ TEST_F(CallsOneByOneTest, HaveTheirDeadlineAlsoWhileTheyWaitForTheirTurn) {
     EXPECT_EQ(past.error(), error::kTimeout);
     EXPECT_EQ(waiting.error(), error::kTimeout);
     EXPECT_EQ(first.count(), 0U);
-    ASSERT_TRUE(fake::WaitFor([&] { return keeper.count() == 1; }));
-    keeper.answerAll();
+    ASSERT_TRUE(fake::WaitFor([&] { return kept.count() == 1; }));
+    answerKept();
     EXPECT_TRUE(first.wait());
     EXPECT_TRUE(answers());
 }
@@ -150,12 +124,12 @@ TEST_F(CallsOneByOneTest, AreNotAnsweredOnceCancelled) {
     const fake::Answer waiting;
     const auto sentId = (*client)->call(keep(), fake::Soon(), sent.taker());
     const auto waitingId = (*client)->call(echo(), fake::Soon(), waiting.taker());
-    ASSERT_TRUE(fake::WaitFor([&] { return keeper.count() == 1; }));
+    ASSERT_TRUE(fake::WaitFor([&] { return kept.count() == 1; }));
     (*client)->cancel(waitingId);
     (*client)->cancel(sentId);
     (*client)->cancel(sentId);
     (*client)->cancel(4711);
-    keeper.answerAll();
+    answerKept();
     EXPECT_TRUE(answers());
     settle();
     EXPECT_EQ(sent.count(), 0U);
@@ -167,7 +141,7 @@ TEST_F(CallsOneByOneTest, MakeRoomWhenTheyAreCancelled) {
     const fake::Answer waiting;
     const auto id = (*client)->call(keep(), fake::Soon(), first.taker());
     (*client)->call(echo(), fake::Soon(), waiting.taker());
-    ASSERT_TRUE(fake::WaitFor([&] { return keeper.count() == 1; }));
+    ASSERT_TRUE(fake::WaitFor([&] { return kept.count() == 1; }));
     ASSERT_TRUE(fake::Settle(*loop));
     (*client)->cancel(id);
     EXPECT_EQ(waiting.error(), "");
@@ -319,8 +293,8 @@ TEST_F(CallsOneByOneTest, ThatWereGivenUpWhileTheyWaitedMakeRoomForOthers) {
     }
     const fake::Answer next;
     (*client)->call(echo(), fake::Soon(), next.taker());
-    ASSERT_TRUE(fake::WaitFor([&] { return keeper.count() == 1; }));
-    keeper.answerAll();
+    ASSERT_TRUE(fake::WaitFor([&] { return kept.count() == 1; }));
+    answerKept();
     EXPECT_EQ(next.error(), "");
     EXPECT_EQ(waits.count(), 0U);
 }
@@ -385,7 +359,7 @@ TEST_F(CallTest, ThatWaitEndWithTheirDeadlineOrTheConnection) {
     EXPECT_EQ((*client)->callAndWait(keep(), Clock::now() + 50ms).error().name, error::kTimeout);
     auto closed = std::async(std::launch::async,
                              [&] { return (*client)->callAndWait(keep(), fake::Soon()).error().name; });
-    ASSERT_TRUE(fake::WaitFor([&] { return keeper.count() == 2; }));
+    ASSERT_TRUE(fake::WaitFor([&] { return kept.count() == 2; }));
     (*client)->close("because");
     EXPECT_EQ(closed.get(), error::kDisconnected);
 }

@@ -12,40 +12,26 @@ using namespace std::chrono_literals;
 // What a subscription brings.
 class Ear {
  public:
-    // Waits until the bus took it, or did not.
     Ear(const fake::BusLine& line, const std::string& rule) {
         subscription = line->subscribe(
             rule,
-            [heard = heard_](const Message& signal) {
-                const std::lock_guard lock(heard->mutex);
-                heard->texts.push_back(std::string(signal.member()) + " " +
-                                       signal.readOne<std::string>().operator*());
+            [texts = texts_](const Message& signal) {
+                texts.add(std::string(signal.member()) + " " + signal.readOne<std::string>().operator*());
             },
-            [heard = heard_](const std::optional<Error>& error) {
-                const std::lock_guard lock(heard->mutex);
-                heard->installed.push_back(error ? error->name : "yes");
+            [installed = installed_](const std::optional<Error>& error) {
+                installed.add(error ? error->name : "yes");
             });
     }
+    // Waits until the bus took it, or did not.
     std::string awaitInstalled() const {
-        fake::WaitInHandler([&] { return !installed().empty(); });
-        return installed().empty() ? "nothing" : installed().front();
+        fake::WaitInHandler([&] { return installed_.count() > 0; });
+        return installed_.count() > 0 ? installed().front() : "nothing";
     }
-    std::vector<std::string> installed() const {
-        const std::lock_guard lock(heard_->mutex);
-        return heard_->installed;
-    }
-    std::vector<std::string> texts() const {
-        const std::lock_guard lock(heard_->mutex);
-        return heard_->texts;
-    }
+    std::vector<std::string> installed() const { return installed_.all(); }
+    std::vector<std::string> texts() const { return texts_.all(); }
 
  private:
-    struct Heard {
-        std::mutex mutex;
-        std::vector<std::string> installed;
-        std::vector<std::string> texts;
-    };
-    const std::shared_ptr<Heard> heard_ = std::make_shared<Heard>();
+    const fake::Recorder<std::string> installed_, texts_;
 
  public:
     std::shared_ptr<Subscription> subscription;
@@ -211,18 +197,15 @@ TEST_F(SignalTest, AreRefusedWhenTheConnectionEndsBeforeTheBusTookTheRule) {
 }
 
 TEST_F(SignalTest, TellWhoComesAndGoes) {
-    std::mutex mutex;
-    std::vector<std::string> changes;
+    const fake::Recorder<std::string> changes;
     std::promise<void> installed;
     const auto watch = listener->subscribe(
         "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',member='"
         "NameOwnerChanged'",
         [&](const Message& signal) {
             const auto change = signal.read<std::string, std::string, std::string>();
-            const std::lock_guard lock(mutex);
-            changes.push_back(change
-                                  ? std::get<0>(*change) + (std::get<2>(*change).empty() ? " goes" : " comes")
-                                  : change.error().message);
+            changes.add(change ? std::get<0>(*change) + (std::get<2>(*change).empty() ? " goes" : " comes")
+                               : change.error().message);
         },
         [&](const auto& /*error*/) { installed.set_value(); });
     installed.get_future().wait();
@@ -232,12 +215,8 @@ TEST_F(SignalTest, TellWhoComesAndGoes) {
         ASSERT_TRUE(visitor.awaitReady());
         name = visitor->uniqueName();
     }
-    EXPECT_TRUE(fake::WaitFor([&] {
-        const std::lock_guard lock(mutex);
-        return changes.size() >= 2;
-    }));
-    const std::lock_guard lock(mutex);
-    EXPECT_EQ(changes, (std::vector<std::string>{name + " comes", name + " goes"}));
+    EXPECT_TRUE(fake::WaitFor([&] { return changes.count() >= 2; }));
+    EXPECT_EQ(changes.all(), (std::vector<std::string>{name + " comes", name + " goes"}));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <mutex>
 
 #include "FinderExtensionBusFixture.h"
 
@@ -32,20 +31,13 @@ TEST_F(FinderExtensionDBusTest, BothEndsExchangeEverything) {
     EXPECT_THAT(client->getUIVisibilityStatuses(),
                 UnorderedElementsAre(Pair("menuStatus", false), Pair("iconsStatus", true),
                                      Pair("agentIconDisable", false)));
-    std::mutex mutex;
-    std::vector<bool> answers;
-    client->setCompleteblock([&](bool encrypted) {
-        const std::lock_guard lock(mutex);
-        answers.push_back(encrypted);
-    });
+    const fake::Recorder<bool> answers;
+    client->setCompleteblock(answers);
     for (const char* path : {"/secret/f", "/open/f", ""}) {
         client->checkEncryptionStatus(path);
     }
-    ASSERT_TRUE(WaitFor([&] {
-        const std::lock_guard lock(mutex);
-        return answers.size() == 3;
-    }));
-    EXPECT_THAT(answers, ElementsAre(true, false, false));
+    ASSERT_TRUE(WaitFor([&] { return answers.count() == 3; }));
+    EXPECT_THAT(answers.all(), ElementsAre(true, false, false));
     client->setCompleteblock(nullptr);
     EXPECT_THAT(systemLog.lines(), IsEmpty());
 }

@@ -32,10 +32,12 @@ class Recorder {
         const std::lock_guard lock(state_->mutex);
         return state_->values.empty() ? T{} : state_->values.back();
     }
-    void clear() const {
+    // Forgets them.
+    std::vector<T> take() const {
         const std::lock_guard lock(state_->mutex);
-        state_->values.clear();
+        return std::exchange(state_->values, {});
     }
+    void clear() const { take(); }
 
  private:
     struct State {
