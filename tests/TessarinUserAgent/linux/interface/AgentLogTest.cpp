@@ -113,13 +113,18 @@ TEST_F(AgentLogTest, GoesToTheErrorStreamWhereTheHomeIsReadOnly) {
     }
     bus.openToOthers();
     const User one = user(1);
-    const auto agent = startAs(one, R"(mount --bind "$HOME" "$HOME"; mount -o remount,bind,ro "$HOME")");
+    const fs::path elsewhere = folder / "working-directory";
+    fs::create_directory(elsewhere);
+    fs::permissions(elsewhere, fs::perms::all);
+    const auto agent = startAs(
+        one, R"(mount --bind "$HOME" "$HOME"; mount -o remount,bind,ro "$HOME"; cd )" + elsewhere.string());
     ASSERT_TRUE(tellsThatItRuns(*agent)) << agent->errors();
     End(*agent);
     EXPECT_THAT(agent->errors(),
                 HasSubstr("The log cannot be written to " + (folder / kLogFile).string() +
                           ", nor to the user's folder for logs, so it goes to the standard error stream\n"));
     EXPECT_TRUE(fs::is_empty(one.home));
+    EXPECT_TRUE(fs::is_empty(elsewhere)) << "never into the working directory";
     expectNothingBesideTheBundle();
 }
 
