@@ -113,7 +113,7 @@ check "an ordinary user may not own the service's name" bash -c '! setpriv --reu
 check "an ordinary user may ask the service for its version" as anna dbus-send --system --print-reply --dest=com.tessarin.UserAgent \
     /com/tessarin/UserAgent com.tessarin.UserAgent.Version
 for user in anna bert; do
-    (cd "/home/$user" && as "$user" dbus-daemon --session --fork --address="unix:path=/run/user/$(id -u "$user")/bus" --print-address)
+    (cd "/home/$user" && as "$user" dbus-daemon --session --fork --address="unix:path=/run/user/$(id -u "$user")/bus")
     (cd "/home/$user" && as "$user" "$contents/Resources/session/start" </dev/null >"/tmp/agent-$user.log" 2>&1) &
     await "the agent of $user logs to its state folder" grep -q 'Starting TessarinUserAgent' "$(log_of "$user")"
 done
