@@ -38,11 +38,10 @@ bool HasText(const rapidjson::Value& object, const char* key, std::string_view t
 
 // Whether something changed.
 bool SetVersion(rapidjson::Document& settings, const std::string& product, const std::string& version) {
-    const auto products = settings.FindMember("Products");
-    if (products == settings.MemberEnd()) {
+    if (!settings.HasMember("Products")) {
         return false;
     }
-    for (rapidjson::Value& entry : products->value.GetArray()) {
+    for (rapidjson::Value& entry : settings["Products"].GetArray()) {
         if (!HasText(entry, "Name", product) || HasText(entry, "Version", version)) {
             continue;
         }

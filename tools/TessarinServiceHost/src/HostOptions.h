@@ -17,7 +17,7 @@ struct HostOptions {
     bool json = false;
     std::string logFile;  // stem; empty: the standard error stream
     LogLevel logLevel = LogLevel::Info;
-    std::string settingsFile;  // empty: the program's own, if there is one
+    std::string settingsFile;                      // empty: the program's own, if there is one
     std::optional<SettingsTemplate> makeSettings;  // instead of hosting the services
     ScannerOptions scanner;
     std::string fullDiskAccessFolder;  // empty: as the system says

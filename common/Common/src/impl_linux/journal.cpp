@@ -15,7 +15,7 @@ namespace cmn {
 namespace {
 
 // Longer messages would have to be handed over in a file.
-constexpr std::size_t kLongestText = 32 * 1024;
+constexpr std::size_t kLongestText = 32'768;
 
 iovec Piece(std::string_view text) {
     return {const_cast<char*>(text.data()), text.size()};  // NOLINT: it is only read
