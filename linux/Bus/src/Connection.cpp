@@ -25,9 +25,9 @@ bool IsMember(const std::string& name) {
 std::shared_ptr<Connection> Connection::open(std::shared_ptr<Loop> loop, Options options, Events events) {
     const auto core =
         std::make_shared<ConnectionCore>(std::move(loop), std::move(options), std::move(events));
-    std::shared_ptr<Connection> self(new Connection(core));
     core->loop()->post([core] { core->connectNext("its address names no local socket"); });
-    return self;
+    // What is kept weakly outlives its object: that lets go of the core itself.
+    return {core.get(), [core = core](Connection*) mutable { std::exchange(core, nullptr)->drop(); }};
 }
 
 Result<std::shared_ptr<Connection>> Connection::openAndWait(std::shared_ptr<Loop> loop, Options options) {
@@ -55,31 +55,10 @@ Result<std::shared_ptr<Connection>> Connection::openAndWait(std::shared_ptr<Loop
     return connection;
 }
 
-Connection::Connection(std::shared_ptr<ConnectionCore> core) : core_(std::move(core)) {}
-
-Connection::~Connection() {
-    core_->drop();
-}
-
-void Connection::close(const std::string& why) {
-    core_->close(why);
-}
-
-bool Connection::isReady() const {
-    return core_->isReady();
-}
-
-std::string Connection::uniqueName() const {
-    return core_->uniqueName();
-}
-
-std::optional<uid_t> Connection::busUser() const {
-    return core_->busUser();
-}
-
-Message Connection::newCall(const std::string& destination, const std::string& path,
-                            const std::string& interface, const std::string& member, AutoStart autoStart) {
-    return core_->newMessage([&](sd_bus* bus, sd_bus_message** raw) {
+Message ConnectionCore::newCall(const std::string& destination, const std::string& path,
+                                const std::string& interface, const std::string& member,
+                                AutoStart autoStart) {
+    return newMessage([&](sd_bus* bus, sd_bus_message** raw) {
         const int made = IsMember(member)
                              ? sd_bus_message_new_method_call(bus, raw, destination.c_str(), path.c_str(),
                                                               interface.c_str(), member.c_str())
@@ -88,29 +67,13 @@ Message Connection::newCall(const std::string& destination, const std::string& p
     });
 }
 
-Message Connection::newSignal(const std::string& path, const std::string& interface,
-                              const std::string& member) {
-    return core_->newMessage([&](sd_bus* bus, sd_bus_message** raw) {
+Message ConnectionCore::newSignal(const std::string& path, const std::string& interface,
+                                  const std::string& member) {
+    return newMessage([&](sd_bus* bus, sd_bus_message** raw) {
         return IsMember(member)
                    ? sd_bus_message_new_signal(bus, raw, path.c_str(), interface.c_str(), member.c_str())
                    : -EINVAL;
     });
-}
-
-Connection::CallId Connection::call(Message message, Deadline deadline, Done done) {
-    return core_->call(std::move(message), deadline, std::move(done), ConnectionCore::Turn::usual);
-}
-
-void Connection::cancel(CallId id) {
-    core_->cancel(id);
-}
-
-void Connection::cancelAll() {
-    core_->cancelAll();
-}
-
-void Connection::failAll(const Error& error) {
-    core_->failAll(error);
 }
 
 Connection::Reply Connection::callAndWait(Message message, Deadline deadline) {
@@ -128,26 +91,6 @@ Connection::Reply Connection::callAndWait(Message message, Deadline deadline) {
     } catch (const std::future_error&) {
         return Error{error::kDisconnected, "The connection has ended"};
     }
-}
-
-bool Connection::send(const Message& message) {
-    return core_->send(message);
-}
-
-std::shared_ptr<Subscription> Connection::subscribe(
-    const std::string& rule, std::function<void(const Message&)> handler,
-    std::function<void(const std::optional<Error>&)> installed) {
-    const auto state = std::make_shared<Subscription::State>();
-    state->core = core_;
-    state->handler = std::move(handler);
-    state->installed = std::move(installed);
-    core_->subscribe(state, rule);
-    return std::make_shared<Subscription>(state);
-}
-
-void Connection::askBusWith(Message call, Done done) {
-    core_->call(std::move(call), Clock::now() + core_->options().answerDeadline, std::move(done),
-                ConnectionCore::Turn::urgent);
 }
 
 void Connection::askOwner(const std::string& name,

@@ -197,7 +197,13 @@ void ConnectionCore::noteQueued(std::size_t bytes) {
     }
 }
 
-void ConnectionCore::subscribe(const std::shared_ptr<Subscription::State>& state, const std::string& rule) {
+std::shared_ptr<Subscription> ConnectionCore::subscribe(
+    const std::string& rule, std::function<void(const Message&)> handler,
+    std::function<void(const std::optional<Error>&)> installed) {
+    const auto state = std::make_shared<Subscription::State>();
+    state->core = weak_from_this();
+    state->handler = std::move(handler);
+    state->installed = std::move(installed);
     state->sender = SenderOf(rule);
     const std::lock_guard lock(wire_->mutex);
     int result = -ENOTCONN;
@@ -210,14 +216,15 @@ void ConnectionCore::subscribe(const std::shared_ptr<Subscription::State>& state
         std::erase_if(subscriptions_, [](const auto& other) { return other.expired(); });
         subscriptions_.push_back(state);
     } else if (state->installed) {
-        fail({[state, installed = std::exchange(state->installed, nullptr)](const Error& error) {
+        fail({[state, tell = std::exchange(state->installed, nullptr)](const Error& error) {
                  if (state->active) {
-                     installed(error);
+                     tell(error);
                  }
              }},
              {error::kFailed, Describe(result)});
     }
     wake();
+    return std::make_shared<Subscription>(state);
 }
 
 void ConnectionCore::unsubscribe(Subscription::State& state) {

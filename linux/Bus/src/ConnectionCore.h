@@ -17,11 +17,8 @@ namespace cmn::bus {
 
 // What a connection is made of. Everything is guarded by the wire's mutex but what belongs to the loop's
 // thread. What happens while the mutex is held is told after it was given back.
-class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
+class ConnectionCore final : public Connection, public std::enable_shared_from_this<ConnectionCore> {
  public:
-    using CallId = Connection::CallId;
-    using Done = Connection::Done;
-
     // Calls of the bus itself do not wait behind those of others; whether it is alive can always be asked.
     enum class Turn { usual, urgent, always };
 
@@ -33,16 +30,31 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
     // In the loop's thread.
     void connectNext(std::string failure);
 
-    void close(const std::string& why);
     void drop();
 
+    void close(const std::string& why) override;
+    bool isReady() const override;
+    std::string uniqueName() const override;
+    std::optional<uid_t> busUser() const override;
+    Message newCall(const std::string& destination, const std::string& path, const std::string& interface,
+                    const std::string& member, AutoStart autoStart) override;
+    Message newSignal(const std::string& path, const std::string& interface,
+                      const std::string& member) override;
+    CallId call(Message message, Deadline deadline, Done done) override {
+        return call(std::move(message), deadline, std::move(done), Turn::usual);
+    }
     CallId call(Message message, Deadline deadline, Done done, Turn turn);
-    void cancel(CallId id);
-    void cancelAll();
-    void failAll(const Error& error);
-    bool send(const Message& message);
-    void subscribe(const std::shared_ptr<Subscription::State>& state, const std::string& rule);
+    void cancel(CallId id) override;
+    void cancelAll() override;
+    void failAll(const Error& error) override;
+    bool send(const Message& message) override;
+    std::shared_ptr<Subscription> subscribe(
+        const std::string& rule, std::function<void(const Message&)> handler,
+        std::function<void(const std::optional<Error>&)> installed) override;
     void unsubscribe(Subscription::State& state);
+    void askBusWith(Message question, Done done) override {
+        call(std::move(question), Clock::now() + options_.answerDeadline, std::move(done), Turn::urgent);
+    }
 
     template <typename Make>
     Message newMessage(Make make) {
@@ -51,10 +63,6 @@ class ConnectionCore : public std::enable_shared_from_this<ConnectionCore> {
         return wire_->bus != nullptr && make(wire_->bus, &raw) >= 0 ? Message(wire_, raw) : Message();
     }
 
-    bool isReady() const;
-    std::string uniqueName() const;
-    std::optional<uid_t> busUser() const;
-    const Options& options() const { return options_; }
     const std::shared_ptr<Loop>& loop() const { return loop_; }
 
  private:

@@ -75,25 +75,26 @@ class Connection {
     static std::shared_ptr<Connection> open(std::shared_ptr<Loop> loop, Options options, Events events);
     // The calling thread waits, which must not be the loop's, until it is ready or cannot be had.
     static Result<std::shared_ptr<Connection>> openAndWait(std::shared_ptr<Loop> loop, Options options);
-    // As `close`, but waiting calls are dropped without a word, also those that failed and were not told yet.
-    // A handler that is running then may still end.
-    ~Connection();
+    // Who lets go of it ends it as with `close`, but waiting calls are dropped without a word, also those
+    // that failed and were not told yet. A handler that is running then may still end.
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
     // Ends it: waiting calls fail, then nothing more is told.
-    void close(const std::string& why);
+    virtual void close(const std::string& why) = 0;
 
-    bool isReady() const;
+    virtual bool isReady() const = 0;
     // Under which this connection is known; empty before it is ready.
-    std::string uniqueName() const;
+    virtual std::string uniqueName() const = 0;
     // Who listens on the bus's socket, as the system vouches for it; nothing unless it is ready.
-    std::optional<uid_t> busUser() const;
+    virtual std::optional<uid_t> busUser() const = 0;
 
     // A method call or signal to be sent. None when there is no connection, or a name is malformed.
-    Message newCall(const std::string& destination, const std::string& path, const std::string& interface,
-                    const std::string& member, AutoStart autoStart = AutoStart::no);
-    Message newSignal(const std::string& path, const std::string& interface, const std::string& member);
+    virtual Message newCall(const std::string& destination, const std::string& path,
+                            const std::string& interface, const std::string& member,
+                            AutoStart autoStart = AutoStart::no) = 0;
+    virtual Message newSignal(const std::string& path, const std::string& interface,
+                              const std::string& member) = 0;
     // The same with arguments; none also when they are too large.
     template <typename... T>
     Message makeCall(const std::string& destination, const std::string& path, const std::string& interface,
@@ -105,21 +106,21 @@ class Connection {
     // `done` is called once, unless the call is cancelled or this object is destroyed before: with the
     // answer, the error that came instead, or an error of this end (`error::kTimeout`, `kDisconnected`,
     // `kLimitsExceeded`). An empty message fails. A `done` that owns this object keeps it until then.
-    CallId call(Message message, Deadline deadline, Done done);
-    void cancel(CallId id);
+    virtual CallId call(Message message, Deadline deadline, Done done) = 0;
+    virtual void cancel(CallId id) = 0;
     // All that wait; or they fail now.
-    void cancelAll();
-    void failAll(const Error& error);
+    virtual void cancelAll() = 0;
+    virtual void failAll(const Error& error) = 0;
     // The calling thread waits, which must not be the loop's.
     Reply callAndWait(Message message, Deadline deadline);
     // Sends what wants no answer. False when the connection cannot take it.
-    bool send(const Message& message);
+    virtual bool send(const Message& message) = 0;
 
     // `rule` is a match rule; a sender in it must be a unique name or the bus itself. `installed` hears
     // whether the bus took it, which it did not when the connection ends before.
-    std::shared_ptr<Subscription> subscribe(const std::string& rule,
-                                            std::function<void(const Message&)> handler,
-                                            std::function<void(const std::optional<Error>&)> installed = {});
+    virtual std::shared_ptr<Subscription> subscribe(
+        const std::string& rule, std::function<void(const Message&)> handler,
+        std::function<void(const std::optional<Error>&)> installed = {}) = 0;
 
     // Calls of the bus itself.
     template <typename... T>
@@ -131,12 +132,13 @@ class Connection {
                   std::function<void(const Result<std::optional<std::string>>&)> done);
     void askCredentials(const std::string& name, std::function<void(const Result<Credentials>&)> done);
 
+ protected:
+    Connection() = default;
+    ~Connection() = default;
+
  private:
-    explicit Connection(std::shared_ptr<ConnectionCore> core);
-
-    void askBusWith(Message call, Done done);
-
-    const std::shared_ptr<ConnectionCore> core_;
+    // Such a call does not wait behind others.
+    virtual void askBusWith(Message call, Done done) = 0;
 };
 
 }  // namespace cmn::bus
