@@ -6,7 +6,6 @@
 #include <mutex>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "linux_bus/Connection.h"
@@ -40,8 +39,8 @@ class EventRegistrations {
     const std::shared_ptr<cmn::bus::Connection> connection_;
 
     std::mutex mutex_;  // guards what follows
-    std::map<std::string, std::set<std::string>>
-        wanted_;                    // events by bus name; also while they are asked for
+    // Events by bus name; names also while they are being asked for.
+    std::map<std::string, std::set<std::string>> wanted_;
     std::set<std::string> events_;  // that were ever wanted
     std::size_t dead_ = 0;          // registrations that the registry still has though nobody needs them
 };

@@ -32,10 +32,18 @@ std::shared_ptr<ApplicationWatch> Watches::of(const std::shared_ptr<Session>& se
 }
 
 void Watches::end(const std::string& busName) {
-    const std::lock_guard lock(mutex_);
-    if (auto watch = watches_.extract(busName)) {
-        loop_->post([ended = std::move(watch.mapped())] { ended->lost(); });
+    std::shared_ptr<ApplicationWatch> ended;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto found = watches_.find(busName);
+        if (found == watches_.end()) {
+            return;
+        }
+        ended = found->second;
     }
+    ended->lost();  // from now on nobody looks the name up
+    const std::lock_guard lock(mutex_);
+    watches_.erase(busName);
 }
 
 void Watches::tell(const std::string& busName, void (ApplicationWatch::*what)()) {
