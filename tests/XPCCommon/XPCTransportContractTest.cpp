@@ -63,7 +63,7 @@ class ContractService : public cmn::XPCServer, public cmn::UserAgentProtocol {
     const fake::Recorder<std::string> events;  // what was sent and who left
     const fake::Recorder<std::optional<cmn::XPCPeer>> offered, senders;
     const fake::Recorder<std::shared_ptr<cmn::URLExtractor>> extractors;
-    std::shared_ptr<cmn::XPCConnection> last;
+    std::weak_ptr<cmn::XPCConnection> last;  // it owns this service
 
  private:
     const std::shared_ptr<const cmn::XPCInterface> interface_;
@@ -531,7 +531,7 @@ TEST_P(XPCTransportContractTest, AConnectionThatTheServiceInvalidatesGetsNoMoreM
     Contract contract(*ends);
     const auto service = contract.startService();
     const ContractClient client = contract.connect();
-    service->last->invalidate();
+    service->last.lock()->invalidate();
     ASSERT_TRUE(contract.reaches(service->events, 1));
     client.send("unheard");
     EXPECT_FALSE(contract.answers(client));
