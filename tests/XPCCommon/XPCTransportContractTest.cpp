@@ -113,6 +113,7 @@ class Contract {
     ~Contract() {
         for (const auto& service : services_) {
             service->stop();
+            service->extractors.clear();  // they own their connection, which owns the service
         }
     }
     Contract(const Contract&) = delete;
