@@ -96,9 +96,8 @@ TEST_F(AtspiRecoveryTest, ReadsAgainWhatWasNotAnsweredInTime) {
     ASSERT_TRUE(fake::WaitFor([&] { return log.contains("does not answer"); }));
     // Its bus library answers pings all the time, so the second read is on its way.
     application.release();
-    EXPECT_TRUE(fake::WaitFor([&] {
-        return !seen.entries.empty() && text(seen.entries.back().element, "AXValue") == "missed";
-    }));
+    EXPECT_TRUE(fake::WaitFor(
+        [&] { return !seen.entries.empty() && text(seen.entries.back().element, "AXValue") == "missed"; }));
 }
 
 TEST_F(AtspiRecoveryTest, ExaminesAWindowAgainThatItCouldNotExamineInTime) {
