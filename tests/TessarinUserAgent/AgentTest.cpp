@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <functional>
 #include <future>
@@ -338,10 +339,12 @@ TEST_F(AgentTest, ChangesReachTheDaemonOnceTheAgentRuns) {
         while (platform.desktop->notify(browser.field, "AXValueChanged") == 0) {
             std::this_thread::yield();
         }
+        while (std::ranges::count(platform.daemon.reports.all(), SentURL{"b", "Google Chrome", 11}) == 0) {
+            std::this_thread::yield();
+        }
         return 0;
     };
     useragent::RunAgent(platform);
-    EXPECT_THAT(platform.daemon.reports.all(), testing::Contains(SentURL{"b", "Google Chrome", 11}));
 }
 
 TEST_F(AgentTest, ThePollingThreadMaySendWhileTheAgentEnds) {
