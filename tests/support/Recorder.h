@@ -13,6 +13,8 @@ namespace fake {
 template <typename T>
 class Recorder {
  public:
+    Recorder() : state_(std::make_shared<State>()) {}  // said, so that all compilers let it be const
+
     void add(T value) const {
         const std::lock_guard lock(state_->mutex);
         state_->values.push_back(std::move(value));
@@ -44,7 +46,7 @@ class Recorder {
         std::mutex mutex;
         std::vector<T> values;
     };
-    const std::shared_ptr<State> state_ = std::make_shared<State>();
+    const std::shared_ptr<State> state_;
 };
 
 }  // namespace fake
