@@ -416,10 +416,14 @@ TEST_F(AtspiObserverTest, APageThatFillsTheScreenStandsInForTheFieldThatItTookAw
     fake::AtspiNode page;
     page.role = 95;
     page.attributes = {{"DocURL", "http://full.example/screen"}};
-    application.add(window.frame, page);
+    const auto shown = application.add(window.frame, page);
     application.change(window.field, [](fake::AtspiNode& node) { node.states |= 1U << 6; });
     application.emitTextChanged(window.frame, "insert");
     ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    EXPECT_EQ(text(foundField(), "AXValue"), "http://full.example/screen");
+    // Another program covers the window.
+    application.change(shown, [](fake::AtspiNode& node) { node.states &= ~fake::kShowing; });
+    settle();
     EXPECT_EQ(text(foundField(), "AXValue"), "http://full.example/screen");
 }
 

@@ -286,7 +286,9 @@ void ApplicationWatch::retry(bool isComplete, bool isActive) {
 // With the mutex held.
 void ApplicationWatch::follow(const WindowSearch::Found& found) {
     known_.mainWindow = found.window.path;
-    std::erase_if(known_.fields, [&](const auto& entry) { return !found.windows.contains(entry.first); });
+    for (auto* const ofWindows : {&known_.fields, &known_.pages}) {
+        std::erase_if(*ofWindows, [&](const auto& entry) { return !found.windows.contains(entry.first); });
+    }
     if (found_.window.path != found.window.path) {
         // Firefox tells nothing else when its window takes another shape.
         windowSignals_ = subscribe(fmt::format("sender='{}',interface='{}',member='TextChanged',path='{}'",
@@ -300,8 +302,11 @@ void ApplicationWatch::follow(const WindowSearch::Found& found) {
         field_.reset();
         return;
     }
-    if (!found.field->isPage) {
+    if (found.field->isPage) {
+        known_.pages[found.window.path] = *found.field;
+    } else {
         known_.fields[found.window.path] = *found.field;
+        known_.pages.erase(found.window.path);
     }
     const std::shared_ptr<Session> session = session_.lock();
     if (!field_ || field_->field().object.path != found.field->object.path) {

@@ -121,7 +121,7 @@ void WindowSearch::careForContent(const atspi::ObjectRef& window,
         batch.ask(atspi::AttributesOf(window));
         const auto answer = batch.ask(atspi::ChildrenOf(window));
         reader.finish(batch);
-        const auto again = answer.read();
+        const auto& again = answer.read();
         staysEmpty = again && again->empty();
     }
     session_->applications.noteWindowContent(pid_, staysEmpty);
@@ -154,7 +154,7 @@ void WindowSearch::findField(const Known& known, Found& found) {
     if (hidden) {
         describe(*hidden, found);
     } else if (wasFound) {
-        describePage(before->second, found);
+        describePage(known, found);
     }
 }
 
@@ -225,18 +225,22 @@ void WindowSearch::adopt(const FieldDescription& description, AddressField field
 }
 
 // The page in the place of the field that the window had.
-bool WindowSearch::describePage(const AddressField& field, Found& found) {
+bool WindowSearch::describePage(const Known& known, Found& found) {
     const AtspiElement window(pid_, session_, found.window);
     const AtspiReader reader(session_, window, session_->deadline());
-    const auto pages = reader.ask(atspi::ShowingPagesOf(found.window));
-    if (!pages || pages->empty()) {
+    auto pages = reader.ask(atspi::ShowingPagesOf(found.window)).valueOr({});
+    const auto before = known.pages.find(found.window.path);
+    if (pages.empty() && before != known.pages.end()) {
+        pages.push_back(before->second.object);  // others cover the window: nothing in it is showing
+    }
+    if (pages.empty()) {
         return false;
     }
-    auto address = reader.ask(atspi::AddressOfPage(pages->front()));
+    auto address = reader.ask(atspi::AddressOfPage(pages.front()));
     if (!address || address->empty()) {
         return false;
     }
-    found.field = AddressField{pages->front(), field.known, true, true};
+    found.field = AddressField{pages.front(), known.fields.at(found.window.path).known, true, true};
     found.text = std::move(address);
     return true;
 }

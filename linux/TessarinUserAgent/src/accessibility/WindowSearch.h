@@ -22,6 +22,7 @@ class WindowSearch {
         std::string mainWindow;  // its path; empty when there was none
         std::string frontTitle;  // of the front-most window on screen; empty when not known
         std::map<std::string, AddressField> fields;  // by the path of the window
+        std::map<std::string, AddressField> pages;   // that fill their window now, in the place of its field
     };
     struct Found {
         atspi::ObjectRef window;
@@ -54,7 +55,7 @@ class WindowSearch {
     bool isInPage(atspi::ObjectRef object, const atspi::ObjectRef& window) const;
     bool describe(AddressField field, Found& found);
     static void adopt(const FieldDescription& description, AddressField field, Found& found);
-    bool describePage(const AddressField& field, Found& found);
+    bool describePage(const Known& known, Found& found);
     void careForContent(const atspi::ObjectRef& window, const cmn::bus::Result<atspi::Objects>& children);
 
     const std::shared_ptr<Session> session_;
