@@ -147,8 +147,8 @@ AccessibilityBus::Answer AccessibilityBus::askSession(Deadline deadline, const U
         meanwhile(*known);
     }
     batch.wait();
-    const auto switchedOn = isEnabled.read();
-    const auto address = busAddress.read();
+    const auto& switchedOn = isEnabled.read();
+    const auto& address = busAddress.read();
     Answer answer;
     answer.switchedOn = switchedOn ? std::optional(*switchedOn) : std::nullopt;
     answer.address = settings_.accessibilityBusAddress;

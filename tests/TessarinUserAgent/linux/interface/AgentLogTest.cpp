@@ -8,7 +8,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::Contains;
-using testing::EndsWith;
 using testing::HasSubstr;
 
 constexpr const char* kLogFile = "com.tessarin.UserAgent_0.log";
