@@ -83,7 +83,7 @@ TEST_F(AtspiRecoveryTest, WaitsForASilentApplicationOnlyUntilTheDeadline) {
     EXPECT_EQ(error, AXError::cannotComplete);
     EXPECT_GE(time, kDeadline - 50ms);
     EXPECT_LT(time, kOneWait);
-    EXPECT_EQ(log.count("does not answer"), 1U);
+    EXPECT_TRUE(log.contains("does not answer"));  // more than once when it has been asked again meanwhile
 }
 
 TEST_F(AtspiRecoveryTest, ReadsAgainWhatWasNotAnsweredInTime) {

@@ -37,13 +37,13 @@ AXError EventRegistrations::add(const std::vector<std::string>& events, const st
     AXError result = AXError::success;
     std::size_t taken = 0;
     const std::lock_guard lock(mutex_);
-    const auto ownerRead = owner.read();
+    const auto& ownerRead = owner.read();
     if (!ownerRead && atspi::IsNobodyThere(ownerRead.error())) {
         wanted_.erase(busName);
     }
     const auto entry = wanted_.find(busName);
     for (std::size_t i = 0; i < missing.size(); ++i) {
-        const auto answer = answers[i].read();
+        const auto& answer = answers[i].read();
         if (!answer) {
             result = atspi::ErrorOf(answer.error());
             continue;

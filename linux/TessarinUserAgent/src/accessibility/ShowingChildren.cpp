@@ -60,6 +60,7 @@ struct Child {
 AXError DescribeFields(const AtspiReader& reader, const std::vector<std::shared_ptr<AtspiElement>>& fields) {
     Batch batch = reader.newBatch();
     std::vector<FieldQuestions> questions;
+    questions.reserve(fields.size());
     for (const auto& field : fields) {
         questions.emplace_back(batch, field->object);
     }

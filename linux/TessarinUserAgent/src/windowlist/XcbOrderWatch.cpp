@@ -5,7 +5,7 @@ namespace useragent {
 std::shared_ptr<XcbOrderWatch> XcbOrderWatch::begin(std::unique_ptr<XcbConnection> connection,
                                                     std::shared_ptr<cmn::bus::Loop> loop,
                                                     std::function<void()> changed) {
-    const std::shared_ptr<XcbOrderWatch> self(
+    std::shared_ptr<XcbOrderWatch> self(
         new XcbOrderWatch(std::move(connection), std::move(loop), std::move(changed)));
     self->connection_->listenTo({self->connection_->root()});
     // In the loop, where it is read from then on.
