@@ -183,30 +183,28 @@ void ApplicationWatch::refresh() {
     }
 }
 
-void ApplicationWatch::examineLater(std::chrono::milliseconds delay) {
-    loop_->after(delay, [weak = weak_from_this(), mine = ++examinations_] {
+// Of several that are asked for within the delay only the last is done.
+void ApplicationWatch::later(std::chrono::milliseconds delay, int ApplicationWatch::*asked,
+                             void (*work)(ApplicationWatch&)) {
+    loop_->after(delay, [weak = weak_from_this(), asked, mine = ++(this->*asked), work] {
         const auto self = weak.lock();
-        if (self && self->examinations_ == mine) {
-            self->dispatch_->async(cmn::QueuePriority::high, [weak] {
-                if (const auto examiner = weak.lock()) {
-                    examiner->examine();
+        if (self && (*self).*asked == mine) {
+            self->dispatch_->async(cmn::QueuePriority::high, [weak, work] {
+                if (const auto worker = weak.lock()) {
+                    work(*worker);
                 }
             });
         }
     });
 }
 
+void ApplicationWatch::examineLater(std::chrono::milliseconds delay) {
+    later(delay, &ApplicationWatch::examinations_, [](ApplicationWatch& self) { self.examine(); });
+}
+
 void ApplicationWatch::screenChanged() {
-    loop_->after(kQuietAfterWindowSignal, [weak = weak_from_this(), mine = ++screenChanges_] {
-        const auto self = weak.lock();
-        if (self && self->screenChanges_ == mine) {
-            self->dispatch_->async(cmn::QueuePriority::high, [weak] {
-                if (const auto examiner = weak.lock()) {
-                    examiner->examineIfOthersOnScreen();
-                }
-            });
-        }
-    });
+    later(kQuietAfterWindowSignal, &ApplicationWatch::screenChanges_,
+          [](ApplicationWatch& self) { self.examineIfOthersOnScreen(); });
 }
 
 // Other programs' windows change far more often than its own.

@@ -60,6 +60,8 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     std::shared_ptr<cmn::bus::Subscription> subscribe(
         const std::string& rule, std::function<void(ApplicationWatch&, const cmn::bus::Message&)> handler);
     void onWindowEvent(std::string_view event);
+    void later(std::chrono::milliseconds delay, int ApplicationWatch::*asked,
+               void (*work)(ApplicationWatch&));
     void examineLater(std::chrono::milliseconds delay);
     void examineIfOthersOnScreen();
     std::vector<std::string> titlesOnScreen();

@@ -120,6 +120,9 @@ void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline d
             looks.emplace_back(std::move(one), browser.title.value_or(""));
         }
     }
+    if (looks.empty()) {
+        return;  // nobody is woken for it
+    }
     // All of them at once, so that one that hangs keeps the others from nothing.
     const auto isDone = std::make_shared<std::promise<void>>();
     surroundings.loop->post([looks, isDone] {
