@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -23,8 +24,10 @@ class PollingGate : public cmn::Semaphore {
         std::unique_lock lock(mutex_);
         durations_.push_back(duration);
         const int mine = entered_++;
+        pausing_ = true;
         changed_.notify_all();
         changed_.wait(lock, [&] { return count_ > 0 || allowed_ > mine; });
+        pausing_ = false;
         if (count_ <= 0) {
             return false;
         }
@@ -39,7 +42,8 @@ class PollingGate : public cmn::Semaphore {
     void beginCycle() {
         {
             const std::lock_guard lock(mutex_);
-            ++allowed_;
+            // Signals end pauses, too, without being allowed to.
+            allowed_ = std::max(allowed_ + 1, pausing_ ? entered_ : entered_ + 1);
         }
         changed_.notify_all();
     }
@@ -74,5 +78,6 @@ class PollingGate : public cmn::Semaphore {
     long count_ = 0;
     int entered_ = 0;
     int allowed_ = 0;
+    bool pausing_ = false;
     bool signalled_ = false;
 };

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "accessibility/AtspiAccessibility.h"
+#include "accessibility/EarlyLooks.h"
 #include "common/ScopedAction.h"
 #include "common/bundle.h"
 #include "common/log.h"
@@ -54,7 +55,10 @@ std::shared_ptr<cmn::XPCTransport> LinuxAgentPlatform::transport() {
 }
 
 std::shared_ptr<cmn::Semaphore> LinuxAgentPlatform::pollingPause() {
-    return queues()->createSemaphore(0);
+    if (!pause_) {
+        pause_ = queues()->createSemaphore(0);
+    }
+    return pause_;
 }
 
 int LinuxAgentPlatform::runApplication() {
@@ -86,8 +90,11 @@ int LinuxAgentPlatform::runApplication() {
 const std::shared_ptr<AtspiAccessibility>& LinuxAgentPlatform::atspi() {
     if (!accessibility_) {
         AtspiSettings settings = accessibilitySettings_;
+        settings.earlyLooks =
+            std::make_shared<EarlyLooks>(sessionBus_.loop, [pause = pollingPause()] { pause->signal(); });
         if (xWindows_) {
             settings.screen = {[windows = xWindows_](std::int32_t pid) { return WindowsOf(pid, *windows); },
+                               [windows = xWindows_] { return FrontProcesses(*windows); },
                                [windows = xWindows_, loop = sessionBus_.loop](std::function<void()> changed) {
                                    windows->tellChanges(loop, std::move(changed));
                                }};

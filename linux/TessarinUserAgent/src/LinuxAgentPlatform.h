@@ -55,6 +55,7 @@ class LinuxAgentPlatform : public AgentPlatform {
     const Display display_;
     const std::shared_ptr<XcbWindowList> xWindows_;  // null where no X server lists all windows
     std::shared_ptr<cmn::LinuxDispatch> dispatch_;
+    std::shared_ptr<cmn::Semaphore> pause_;
     std::shared_ptr<AtspiAccessibility> accessibility_;
 };
 

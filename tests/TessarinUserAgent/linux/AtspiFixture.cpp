@@ -4,6 +4,7 @@
 
 #include "accessibility/AccessibilityBus.h"
 #include "accessibility/AtspiElement.h"
+#include "accessibility/EarlyLooks.h"
 #include "useragent/FindURLElement.h"
 
 using useragent::AtspiElement;
@@ -28,6 +29,7 @@ useragent::Screen FakeScreen::port() {
                 ++state->timesAsked;
                 return state->windows;
             },
+            {},
             [state = state_](std::function<void()> changed) {
                 const std::lock_guard lock(state->mutex);
                 state->changed = std::move(changed);
@@ -49,10 +51,15 @@ int FakeScreen::timesAsked() const {
     return state_->timesAsked;
 }
 
-AtspiFixture::AtspiFixture(std::chrono::milliseconds callDeadline)
+AtspiFixture::AtspiFixture(std::chrono::milliseconds callDeadline, const std::function<void()>& beginCycle,
+                           std::optional<useragent::Screen> given)
     : accessibility(std::make_shared<useragent::AtspiAccessibility>(
           dispatch,
-          useragent::AtspiSettings{desktop.sessionBus.address(), {}, callDeadline, screen.port()})) {}
+          useragent::AtspiSettings{desktop.sessionBus.address(),
+                                   {},
+                                   callDeadline,
+                                   given ? std::move(*given) : screen.port(),
+                                   std::make_shared<useragent::EarlyLooks>(dispatch->loop(), beginCycle)})) {}
 
 AtspiFixture::~AtspiFixture() {
     accessibility.reset();

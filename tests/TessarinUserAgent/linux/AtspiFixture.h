@@ -43,8 +43,10 @@ class FakeScreen {
 class AtspiFixture : public testing::Test {
  protected:
     // Tests of what happens without an answer shorten the deadline; the others must not depend on the
-    // machine's load.
-    explicit AtspiFixture(std::chrono::milliseconds callDeadline = std::chrono::seconds(10));
+    // machine's load. `screen` in place of the fake one, where that is not enough.
+    explicit AtspiFixture(std::chrono::milliseconds callDeadline = std::chrono::seconds(10),
+                          const std::function<void()>& beginCycle = {},
+                          std::optional<useragent::Screen> screen = {});
     ~AtspiFixture() override;
 
     // The text of a string attribute, or nothing with the error in `error`.

@@ -341,11 +341,11 @@ TEST_P(AtspiReaderTest, WakesABrowserThatBuildsItsTreeOnlyWhenAskedForAttributes
 
 TEST_P(AtspiReaderTest, TellsOnceThatAProcessStaysAwayFromTheBus) {
     const std::int32_t stranger = getppid();
-    for (int cycle = 0; cycle < 3; ++cycle) {
+    for (int cycle = 0; cycle < 9; ++cycle) {
         look({getpid(), stranger});
     }
     EXPECT_EQ(log.count("is not on the accessibility bus"), 0U) << "it may be just starting";
-    for (int cycle = 0; cycle < 5; ++cycle) {
+    for (int cycle = 0; cycle < 11; ++cycle) {
         look({getpid(), stranger});
     }
     EXPECT_EQ(log.linesWith("is not on the accessibility bus").size(), 1U);

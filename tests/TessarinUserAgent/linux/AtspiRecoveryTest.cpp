@@ -1,12 +1,12 @@
 #include <chrono>
-#include <csignal>
 #include <memory>
 #include <thread>
 
+#include "AtspiBrowser.h"
 #include "AtspiFixture.h"
 #include "accessibility/AccessibilityBus.h"
-#include "support/ChildProcess.h"
 
+using fake::Browser;
 using useragent::AXElementRef;
 using useragent::AXError;
 using useragent::AXObserver;
@@ -15,47 +15,6 @@ using useragent::kValueChangedNotification;
 using namespace std::chrono_literals;
 
 namespace {
-
-// An application that can be stopped and killed.
-class Browser {
- public:
-    explicit Browser(fake::AtspiDesktop& desktop, const std::string& url = "start")
-        : process_({ATSPI_PROGRAM, desktop.accessibilityBus.address()}),
-          busName_(process_.readLine().value_or("")) {
-        const std::string paths = tell("window Page|" + url);
-        frame = paths.substr(0, paths.find(' '));
-        field = paths.substr(paths.find(' ') + 1);
-        desktop.registerApplication(busName_);
-    }
-
-    std::int32_t pid() const { return process_.pid(); }
-    const std::string& busName() const { return busName_; }
-
-    void say(const std::string& line) const { process_.write(line + "\n"); }
-    std::string heard() { return process_.readLine().value_or("nothing"); }
-    std::string tell(const std::string& line) {
-        say(line);
-        return heard();
-    }
-    void edit(const std::string& text) { EXPECT_EQ(tell("edit " + field + "|" + text), "done"); }
-
-    void stop() const {
-        process_.signal(SIGSTOP);
-        // The signal does its work in its own time.
-        std::this_thread::sleep_for(20ms);
-    }
-    void resume() const { process_.signal(SIGCONT); }
-    void kill() {
-        process_.signal(SIGKILL);
-        process_.wait();
-    }
-
-    std::string frame, field;
-
- private:
-    fake::ChildProcess process_;
-    std::string busName_;
-};
 
 class AtspiRecoveryTest : public AtspiFixture {
  protected:

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "support/FakeWindowList.h"
 #include "windowlist/LinuxWindowList.h"
 
 using useragent::ChooseWindowSource;
@@ -20,13 +21,18 @@ TEST(LinuxWindowList, AsksTheAccessibilityBusWithoutADisplayThatAnswers) {
     EXPECT_EQ(ChooseWindowSource("", false), WindowSource::accessibilityBus);
 }
 
+TEST(LinuxWindowList, TellsTheProcessOfEachProgramsFrontMostWindow) {
+    fake::WindowList windows;
+    windows.set({{{"A", 2}, {"B", 3}, {"A", 1}, {std::nullopt, 4}}});
+    EXPECT_EQ(useragent::FrontProcesses(windows),
+              (std::map<std::string, std::int32_t>{{"", 4}, {"A", 2}, {"B", 3}}));
+    windows.set(std::nullopt);
+    EXPECT_TRUE(useragent::FrontProcesses(windows).empty());
+}
+
 TEST(LinuxWindowList, TellsAProcessesWindowsAndWhetherTheyAreInFrontOfAll) {
-    class Fixed : public useragent::WindowList {
-     public:
-        std::optional<std::vector<useragent::WindowInfo>> copyOnScreenWindows() override {
-            return std::vector<useragent::WindowInfo>{{"A", 1, "front"}, {"B", 2, "one"}, {"A", 1, {}}};
-        }
-    } windows;
+    fake::WindowList windows;
+    windows.set({{{"A", 1, "front"}, {"B", 2, "one"}, {"A", 1, {}}}});
     EXPECT_EQ(useragent::WindowsOf(1, windows).titles, (std::vector<std::string>{"front", ""}));
     EXPECT_TRUE(useragent::WindowsOf(1, windows).isInFront);
     EXPECT_EQ(useragent::WindowsOf(2, windows).titles, std::vector<std::string>{"one"});

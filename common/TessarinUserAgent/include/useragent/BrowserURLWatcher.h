@@ -25,7 +25,8 @@ namespace useragent {
 struct WatcherPorts {
     std::shared_ptr<Accessibility> accessibility;
     std::shared_ptr<WindowList> windowList;
-    // What the polling thread waits on between two looks. Nobody else uses it; its count starts at 0.
+    // What the polling thread waits on between two looks; its count starts at 0. A platform end that hears of
+    // something that only a look can answer may signal it. Nobody else uses it.
     std::shared_ptr<cmn::Semaphore> pause;
     MonotonicClock now;
 };

@@ -7,6 +7,7 @@
 
 #include "accessibility/ApplicationWatch.h"
 #include "accessibility/AtspiQueries.h"
+#include "accessibility/EarlyLooks.h"
 #include "common/ScopedAction.h"
 #include "common/log.h"
 
@@ -24,6 +25,9 @@ constexpr std::chrono::seconds kPauseBetweenLooks{1};
 // allow many more.
 constexpr std::size_t kMostInFlight = 1000;
 
+// Windows come and go several at once.
+constexpr std::chrono::milliseconds kQuietAfterScreenChange{10};
+
 }  // namespace
 
 AtspiSettings SettingsOfThisSession() {
@@ -34,7 +38,8 @@ AtspiSettings SettingsOfThisSession() {
 AccessibilityBus::AccessibilityBus(std::shared_ptr<cmn::Dispatch> dispatch,
                                    std::shared_ptr<cmn::bus::Loop> loop, AtspiSettings settings)
     : settings_(std::move(settings)),
-      surroundings_{std::move(dispatch), std::move(loop), settings_.callDeadline, settings_.screen} {}
+      surroundings_{std::move(dispatch), std::move(loop), settings_.callDeadline, settings_.screen,
+                    settings_.earlyLooks} {}
 
 std::shared_ptr<Session> AccessibilityBus::session(Deadline deadline) {
     {
@@ -99,6 +104,34 @@ void AccessibilityBus::screenChanged() {
     if (session_) {
         session_->watches->tellAll(&ApplicationWatch::screenChanged);
     }
+    if (settings_.screen.frontProcesses && settings_.earlyLooks && !std::exchange(isFrontAsked_, true)) {
+        surroundings_.loop->after(kQuietAfterScreenChange, [weak = weak_from_this()] {
+            if (const auto self = weak.lock()) {
+                self->dispatch()->async(cmn::QueuePriority::high, [weak] {
+                    if (const auto worker = weak.lock()) {
+                        worker->lookEarlyIfOthersInFront();
+                    }
+                });
+            }
+        });
+    }
+}
+
+// Only a polling cycle finds a browser, or another process of one, by its windows.
+void AccessibilityBus::lookEarlyIfOthersInFront() {
+    {
+        const std::lock_guard lock(mutex_);
+        isFrontAsked_ = false;
+    }
+    auto inFront = settings_.screen.frontProcesses();
+    {
+        const std::lock_guard lock(mutex_);
+        if (inFront.empty() || inFront == frontProcesses_) {
+            return;
+        }
+        frontProcesses_ = std::move(inFront);
+    }
+    settings_.earlyLooks->ask();
 }
 
 std::shared_ptr<Session> AccessibilityBus::usable() const {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -17,7 +19,7 @@ namespace useragent {
 // Finds the desktop's accessibility bus, connects to it and notices when it goes away, comes back or is
 // switched off and on. Any thread; of several callers that find it unusable one tries, the others do not
 // wait.
-class AccessibilityBus {
+class AccessibilityBus : public std::enable_shared_from_this<AccessibilityBus> {
  public:
     AccessibilityBus(std::shared_ptr<cmn::Dispatch> dispatch, std::shared_ptr<cmn::bus::Loop> loop,
                      AtspiSettings settings);
@@ -56,6 +58,7 @@ class AccessibilityBus {
     Answer askSession(cmn::bus::Deadline deadline, const Use& meanwhile);
     Connected connect(const std::string& address, cmn::bus::Deadline deadline);
     void look(cmn::bus::Deadline deadline, const Use& meanwhile);
+    void lookEarlyIfOthersInFront();
     // With the mutex held.
     void conclude(Verdict verdict, const std::string& reason);
     void replace(std::shared_ptr<Session> session);
@@ -73,6 +76,8 @@ class AccessibilityBus {
     cmn::bus::Deadline lastLook_{};
     bool looking_ = false;
     bool isCheckedForCycle_ = false;
+    bool isFrontAsked_ = false;
+    std::map<std::string, std::int32_t> frontProcesses_;  // as the screen showed them last
 };
 
 }  // namespace useragent

@@ -97,6 +97,7 @@ AXError ApplicationWatch::mainWindow(AXValue& window) {
         examine();
     }
     const std::lock_guard lock(mutex_);
+    wasRefused_ = !outcome_;
     if (outcome_ != AXError::success) {
         return outcome_.value_or(AXError::cannotComplete);
     }
@@ -255,7 +256,8 @@ void ApplicationWatch::examine(const std::string& frontTitle) {
     {
         const std::lock_guard lock(mutex_);
         const auto field = field_;
-        isChanged = outcome_ && (outcome_ != outcome || found_.window.path != found.window.path);
+        isChanged = outcome_ ? outcome_ != outcome || found_.window.path != found.window.path
+                             : std::exchange(wasRefused_, false);
         outcome_ = outcome;
         follow(found);
         found_ = std::move(found);
@@ -421,10 +423,15 @@ void ApplicationWatch::examineIfOutdated(const std::string& frontTitle) {
 
 void ApplicationWatch::tellWindowChanged() {
     const std::lock_guard lock(mutex_);
+    bool isHeard = false;
     for (const auto& weak : listeners_) {
         if (const auto listener = weak.lock()) {
             listener->tell(application_, kMainWindowChangedNotification);
+            isHeard = true;
         }
+    }
+    if (const auto session = session_.lock(); session && !isHeard) {
+        session->lookEarly();  // whoever could not use what was known before has to ask again
     }
 }
 

@@ -88,6 +88,7 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     std::shared_ptr<cmn::bus::Subscription> windowEvents_;   // of all its windows
     std::shared_ptr<cmn::bus::Subscription> windowSignals_;  // of the main window itself
     std::optional<AXError> outcome_;                         // of the last examination that was answered
+    bool wasRefused_ = false;                                // the main window, for there was none yet
     WindowSearch::Found found_;
     WindowSearch::Known known_;
     std::optional<std::string> titleSeen_;  // of the main window, by the look

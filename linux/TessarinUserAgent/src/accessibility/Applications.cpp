@@ -13,8 +13,8 @@ namespace {
 // A window may be caught once before its content is there.
 constexpr int kEmptyReadsThatCount = 2;
 
-// A browser that is starting comes to the bus later than its first window.
-constexpr int kAbsencesThatCount = 4;
+// A browser that is starting comes to the bus later than its first window, and is looked at early meanwhile.
+constexpr int kAbsencesThatCount = 10;
 
 template <typename Items, typename Item>
 bool Contains(const Items& items, const Item& item) {

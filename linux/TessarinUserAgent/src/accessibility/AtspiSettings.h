@@ -3,12 +3,16 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "useragent/Deadlines.h"
 
 namespace useragent {
+
+class EarlyLooks;
 
 // A process's windows on screen.
 struct OnScreen {
@@ -20,6 +24,8 @@ struct OnScreen {
 struct Screen {
     // Of that process; nothing when it cannot be told. Waits as long as a window list does.
     std::function<OnScreen(std::int32_t pid)> windows;
+    // The process of each program's front-most window; by the program's name.
+    std::function<std::map<std::string, std::int32_t>()> frontProcesses;
     // From now on calls `changed`, which does not wait, when windows have come, gone or changed their order.
     std::function<void(std::function<void()> changed)> tellChanges;
 };
@@ -30,6 +36,7 @@ struct AtspiSettings {
     std::string accessibilityBusAddress;  // empty: as the session says
     std::chrono::milliseconds callDeadline = kBrowserCallDeadline;
     Screen screen = {};  // empty where nobody knows
+    std::shared_ptr<EarlyLooks> earlyLooks = {};  // null where cycles begin at their time only
 };
 
 // As the environment of the process says.

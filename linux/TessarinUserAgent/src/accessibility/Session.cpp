@@ -9,12 +9,18 @@
 
 #include "accessibility/ApplicationWatch.h"
 #include "accessibility/AtspiQueries.h"
+#include "accessibility/EarlyLooks.h"
 
 namespace useragent {
 namespace {
 
 // After a deadline that others notice.
 constexpr std::chrono::milliseconds kTimeToSpare{50};
+
+// A browser that has just opened its first window cannot be read yet. It is tried again after a pause, the
+// next times after twice the one before.
+constexpr std::chrono::milliseconds kPauseOfFirstReads{50};
+constexpr int kMostEarlyReads = 6;
 
 }  // namespace
 
@@ -113,6 +119,12 @@ void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline d
     std::transform(browsers.begin(), browsers.end(), pids.begin(),
                    [](const WindowInfo& browser) { return browser.ownerPid; });
     applications.lookUp(pids, deadline);
+    {
+        const std::lock_guard lock(mutex_);
+        std::erase_if(failedReads_, [&](const auto& entry) {
+            return std::find(pids.begin(), pids.end(), entry.first) == pids.end();
+        });
+    }
     std::vector<std::pair<std::shared_ptr<ApplicationWatch>, std::string>> looks;
     for (const WindowInfo& browser : browsers) {
         applications.notePresence(browser.ownerPid);
@@ -149,7 +161,26 @@ std::shared_ptr<ApplicationWatch> Session::watch(std::int32_t pid, cmn::bus::Dea
 
 AXError Session::mainWindow(std::int32_t pid, cmn::bus::Deadline deadline, AXValue& window) {
     const std::shared_ptr<ApplicationWatch> one = watch(pid, deadline);
-    return one ? one->mainWindow(window) : AXError::cannotComplete;
+    const AXError error = one ? one->mainWindow(window) : AXError::cannotComplete;
+    int failed = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        if (error == AXError::success) {
+            failedReads_.erase(pid);
+        } else {
+            failed = ++failedReads_[pid];
+        }
+    }
+    if (failed > 0 && failed <= kMostEarlyReads) {
+        lookEarly(kPauseOfFirstReads * (1 << (failed - 1)));
+    }
+    return error;
+}
+
+void Session::lookEarly(std::chrono::milliseconds delay) {
+    if (surroundings.earlyLooks) {
+        surroundings.earlyLooks->ask(delay);
+    }
 }
 
 void Session::noteFrames(const std::string& busName, FramesOnScreen frames) {

@@ -61,6 +61,7 @@ class Session : public std::enable_shared_from_this<Session> {
         std::shared_ptr<cmn::bus::Loop> loop;  // in whose thread signals arrive
         std::chrono::milliseconds callDeadline;
         Screen screen;
+        std::shared_ptr<EarlyLooks> earlyLooks;
     };
 
     Session(Surroundings where, std::shared_ptr<cmn::bus::Connection> connection);
@@ -72,6 +73,9 @@ class Session : public std::enable_shared_from_this<Session> {
     // The watch of the process's application; null when the process has none.
     std::shared_ptr<ApplicationWatch> watch(std::int32_t pid, cmn::bus::Deadline deadline);
     AXError mainWindow(std::int32_t pid, cmn::bus::Deadline deadline, AXValue& window);
+
+    // Something is to be had now that a polling cycle did not get. Does not wait.
+    void lookEarly(std::chrono::milliseconds delay = {});
 
     // Whether an application can be asked for showing children in one call, until it turned out not to.
     bool canSelect(const std::string& busName) const;
@@ -100,6 +104,7 @@ class Session : public std::enable_shared_from_this<Session> {
 
     mutable std::mutex mutex_;  // guards what follows
     std::set<std::string> withoutSelection_;
+    std::map<std::int32_t, int> failedReads_;       // by process, since it could be read last
     std::map<std::string, FramesOnScreen> frames_;  // by bus name
 };
 

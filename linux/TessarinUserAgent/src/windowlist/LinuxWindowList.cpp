@@ -35,4 +35,12 @@ OnScreen WindowsOf(std::int32_t pid, WindowList& windows) {
     return found;
 }
 
+std::map<std::string, std::int32_t> FrontProcesses(WindowList& windows) {
+    std::map<std::string, std::int32_t> found;
+    for (const WindowInfo& window : windows.copyOnScreenWindows().value_or(std::vector<WindowInfo>())) {
+        found.emplace(window.ownerName.value_or(""), window.ownerPid);
+    }
+    return found;
+}
+
 }  // namespace useragent

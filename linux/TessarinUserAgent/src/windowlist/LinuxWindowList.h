@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -21,5 +22,8 @@ std::shared_ptr<XcbWindowList> CreateXWindowList(bool xServerAnswers);
 
 // The process's windows in such a list; nothing when it cannot be had.
 OnScreen WindowsOf(std::int32_t pid, WindowList& windows);
+
+// The process of each program's front-most window; empty when the list cannot be had.
+std::map<std::string, std::int32_t> FrontProcesses(WindowList& windows);
 
 }  // namespace useragent

@@ -1,0 +1,348 @@
+// The watcher on the accessibility end, on a private bus with browsers that do as the test says.
+
+#include <atomic>
+#include <chrono>
+
+#include "../PollingGate.h"
+#include "AtspiBrowser.h"
+#include "AtspiFixture.h"
+#include "XPCCommon/ScriptedUserAgent.h"
+#include "support/FakeWindowList.h"
+#include "useragent/BrowserURLWatcher.h"
+#include "windowlist/LinuxWindowList.h"
+
+using fake::AtspiNode;
+using useragent::WindowInfo;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr const char* kFirefox = "Firefox";
+constexpr std::uint64_t kDefunct = 1U << 6;
+
+// What the watcher and the accessibility end are told of the screen.
+class Desk {
+ public:
+    useragent::Screen port() {
+        return {[list = list_](std::int32_t pid) { return useragent::WindowsOf(pid, *list); },
+                [list = list_] { return useragent::FrontProcesses(*list); },
+                [changed = changed_](std::function<void()> tell) { *changed = std::move(tell); }};
+    }
+    void show(std::vector<WindowInfo> frontToBack) {
+        list_->set(std::move(frontToBack));
+        (*changed_)();
+    }
+    const std::shared_ptr<fake::WindowList>& list() const { return list_; }
+
+ private:
+    const std::shared_ptr<fake::WindowList> list_ = std::make_shared<fake::WindowList>();
+    const std::shared_ptr<std::function<void()>> changed_ = std::make_shared<std::function<void()>>();
+};
+
+struct BeforeTheFixture {
+    Desk desk;
+    std::shared_ptr<PollingGate> pause = std::make_shared<PollingGate>();
+};
+
+class WatchedBrowserTest : private BeforeTheFixture, public AtspiFixture {
+ protected:
+    explicit WatchedBrowserTest(std::chrono::milliseconds callDeadline = 10s)
+        : AtspiFixture(
+              callDeadline, [pause = pause] { pause->signal(); }, desk.port()) {}
+
+    void TearDown() override {
+        if (watcher) {
+            watcher->stop();
+        }
+    }
+
+    void begin() {
+        watcher = useragent::CreateBrowserURLWatcher(
+            {kFirefox, "Google Chrome"},
+            {accessibility, desk.list(), pause, [] { return std::chrono::steady_clock::now(); }});
+        watcher->setXPCClient(daemon.client());
+        pause->awaitFirstCycle();
+    }
+    void show(std::vector<WindowInfo> frontToBack) { desk.show(std::move(frontToBack)); }
+
+    // Nobody but the test and the accessibility end lets a cycle begin: five seconds never pass.
+    bool awaitAnswer(const std::string& url) {
+        return fake::WaitFor([&] { return watcher->getURL(kFirefox) == url; });
+    }
+    bool awaitReport(const std::string& url) {
+        return fake::WaitFor([&] {
+            const auto all = daemon.reports.all();
+            return !all.empty() && all.back().url == url;
+        });
+    }
+
+    ScriptedUserAgent daemon;
+    std::shared_ptr<useragent::BrowserURLWatcher> watcher;
+    using BeforeTheFixture::pause;
+};
+
+// A browser that is this process, in front with one window.
+class OneBrowserTest : public WatchedBrowserTest {
+ protected:
+    explicit OneBrowserTest(std::chrono::milliseconds callDeadline = 10s) : WatchedBrowserTest(callDeadline) {
+        desktop.registerApplication(application.busName());
+        application.change(window.frame, [](AtspiNode& frame) { frame.states |= fake::kActive; });
+        show({{kFirefox, getpid(), "Page - Browser"}});
+    }
+
+    // Another object takes the field's place, as when a window takes another shape; only the window says so.
+    void replaceField(const std::string& text) {
+        application.change(window.field, [](AtspiNode& node) {
+            node.states = fake::kShowing | kDefunct;
+            node.text = "";
+        });
+        AtspiNode fresh;
+        fresh.role = 79;
+        fresh.states = fake::kField;
+        fresh.name = "Address and search bar";
+        fresh.text = text;
+        window.field = application.add(window.frame, fresh);
+        application.emitTextChanged(window.frame, "insert");
+    }
+
+    fake::AtspiApplication application{desktop.accessibilityBus.address()};
+    fake::AtspiApplication::Window window = application.addWindow("Page - Browser", "start");
+};
+
+class ImpatientTest : public OneBrowserTest {
+ protected:
+    ImpatientTest() : OneBrowserTest(kDeadline) {}
+};
+
+TEST_F(OneBrowserTest, WhatIsTypedAfterAPageFilledTheScreenIsReported) {
+    begin();
+    AtspiNode page;
+    page.role = 95;
+    page.attributes = {{"DocURL", "http://video.example"}};
+    application.change(window.field, [](AtspiNode& node) { node.states |= kDefunct; });
+    const std::string filling = application.add(window.frame, page);
+    application.emitTextChanged(window.frame, "insert");
+    ASSERT_TRUE(awaitReport("http://video.example"));
+    application.change(filling, [](AtspiNode& node) { node.states |= kDefunct; });
+    replaceField("start");
+    ASSERT_TRUE(awaitReport("start"));
+    application.edit(window.field, "typed");
+    EXPECT_TRUE(awaitReport("typed"));
+    EXPECT_EQ(watcher->getURL(kFirefox), "typed");
+}
+
+TEST_F(OneBrowserTest, APopUpsFieldIsReadThoughItCannotBeEditedAndTellsNothing) {
+    begin();
+    const auto popUp = application.addWindow("Pop-up - Browser", "pop-up/1");
+    application.change(popUp.field,
+                       [](AtspiNode& field) { field.states = fake::kShowing | fake::kSingleLine; });
+    application.activate(popUp.frame, "Pop-up - Browser");
+    show({{kFirefox, getpid(), "Pop-up - Browser"}, {kFirefox, getpid(), "Page - Browser"}});
+    ASSERT_TRUE(awaitReport("pop-up/1"));
+    application.change(popUp.field, [](AtspiNode& field) { field.text = "pop-up/2"; });
+    EXPECT_TRUE(awaitReport("pop-up/2"));
+}
+
+TEST_F(ImpatientTest, AnAddressThatWasNotReadInTimeIsReportedWhenTheBrowserAnswers) {
+    application.hold();
+    begin();
+    EXPECT_TRUE(daemon.reports.all().empty());
+    application.release();
+    EXPECT_TRUE(awaitReport("start"));
+    EXPECT_EQ(watcher->getURL(kFirefox), "start");
+}
+
+TEST_F(OneBrowserTest, AClosedWindowsAddressDoesNotStayWhenAnotherProgramComesToTheFront) {
+    const auto second = application.addWindow("Second - Browser", "second");
+    begin();
+    application.activate(second.frame, "Second - Browser");
+    ASSERT_TRUE(awaitReport("second"));
+    application.change(fake::AtspiApplication::kRoot,
+                       [&](AtspiNode& root) { std::erase(root.children, second.frame); });
+    application.change(second.frame, [](AtspiNode& frame) { frame.states = kDefunct; });
+    show({{"Editor", 1, "text"}, {kFirefox, getpid(), "Page - Browser"}});
+    EXPECT_TRUE(awaitReport("start"));
+}
+
+TEST_F(OneBrowserTest, AClosedBrowserIsForgottenWithoutWaitingForTheNextCycle) {
+    begin();
+    ASSERT_TRUE(awaitAnswer("start"));
+    show({{"Editor", 1, "text"}});
+    EXPECT_TRUE(awaitAnswer(""));
+}
+
+TEST_F(OneBrowserTest, AnActivationCountsAlsoWhenItComesWithoutATitle) {
+    const auto second = application.addWindow("Second - Browser", "second");
+    begin();
+    application.activate(second.frame, "");
+    EXPECT_TRUE(awaitReport("second"));
+}
+
+TEST_F(OneBrowserTest, WithNobodyActiveTheFrontMostWindowIsRead) {
+    application.addWindow("Second - Browser", "second");
+    application.change(window.frame, [](AtspiNode& frame) { frame.states &= ~fake::kActive; });
+    show({{"Editor", 1, "text"},
+          {kFirefox, getpid(), "Second - Browser"},
+          {kFirefox, getpid(), "Page - Browser"}});
+    begin();
+    EXPECT_TRUE(awaitReport("second"));
+}
+
+TEST_F(OneBrowserTest, AWindowWithoutAFieldHasNoAddressAndTheNextOneHasItsOwn) {
+    const auto library = application.addWindow("Library", "");
+    application.change(library.frame, [](AtspiNode& frame) { frame.children.clear(); });
+    begin();
+    ASSERT_TRUE(awaitAnswer("start"));
+    application.activate(library.frame, "Library");
+    show({{kFirefox, getpid(), "Library"}, {kFirefox, getpid(), "Page - Browser"}});
+    ASSERT_TRUE(awaitAnswer(""));
+    application.activate(window.frame, "Page - Browser");
+    show({{kFirefox, getpid(), "Page - Browser"}, {kFirefox, getpid(), "Library"}});
+    EXPECT_TRUE(awaitAnswer("start"));
+}
+
+TEST_F(OneBrowserTest, AWindowWhoseFieldComesLaterIsReadWhenItIsThere) {
+    application.change(window.field, [](AtspiNode& field) { field.states |= kDefunct; });
+    begin();
+    EXPECT_EQ(watcher->getURL(kFirefox), "");
+    replaceField("there");
+    EXPECT_TRUE(awaitReport("there"));
+}
+
+TEST_F(OneBrowserTest, ABrowserThatComesToTheBusAfterItsWindowIsReadThen) {
+    desktop.unregisterApplication(application.busName());
+    application.change(fake::AtspiApplication::kRoot, [](AtspiNode& root) { root.role = 0; });
+    begin();
+    EXPECT_EQ(watcher->getURL(kFirefox), "");
+    desktop.registerApplication(application.busName());
+    EXPECT_TRUE(awaitReport("start"));
+}
+
+TEST_F(OneBrowserTest, OfManyEditsAtOnceTheLastOneIsTheAnswer) {
+    begin();
+    for (int i = 0; i < 200; ++i) {
+        application.edit(window.field, "edit " + std::to_string(i));
+    }
+    EXPECT_TRUE(awaitReport("edit 199"));
+    EXPECT_EQ(watcher->getURL(kFirefox), "edit 199");
+}
+
+TEST_F(OneBrowserTest, WhatAPageWritesIntoAFieldOfItsOwnIsNeverReported) {
+    AtspiNode page;
+    page.role = 95;
+    AtspiNode forged;
+    forged.role = 79;
+    forged.states = fake::kField;
+    forged.name = "Address and search bar";
+    forged.attributes = {{"id", "urlbar-input"}};
+    forged.text = "http://bank.example";
+    begin();
+    const std::string field = application.add(application.add(window.frame, page), forged);
+    application.change(window.field, [](AtspiNode& node) { node.states |= kDefunct; });
+    application.emitTextChanged(window.frame, "insert");
+    ASSERT_TRUE(awaitAnswer(""));
+    application.edit(field, "http://bank.example/again");
+    pause->cycle();
+    for (const SentURL& report : daemon.reports.all()) {
+        EXPECT_EQ(report.url.find("bank"), std::string::npos);
+    }
+}
+
+TEST_F(OneBrowserTest, AThousandWindowSwitchesLeaveAsManyRegistrationsAsThereWere) {
+    const auto second = application.addWindow("Second - Browser", "second");
+    begin();
+    application.activate(second.frame, "Second - Browser");
+    ASSERT_TRUE(awaitAnswer("second"));
+    const auto before = desktop.registeredEvents();
+    for (int i = 0; i < 1000; ++i) {
+        application.activate(window.frame, "Page - Browser");
+        application.activate(second.frame, "Second - Browser");
+        if (i % 100 == 0) {
+            application.activate(window.frame, "Page - Browser");
+            ASSERT_TRUE(awaitAnswer("start"));
+            application.activate(second.frame, "Second - Browser");
+            ASSERT_TRUE(awaitAnswer("second"));
+        }
+    }
+    EXPECT_EQ(desktop.registeredEvents(), before);
+}
+
+TEST_F(ImpatientTest, AWindowSwitchOfABrowserThatHangsHoldsUpNeitherTheMainThreadNorAnAnswer) {
+    const auto second = application.addWindow("Second - Browser", "second");
+    begin();
+    ASSERT_TRUE(awaitAnswer("start"));
+    application.hold();
+    application.activate(second.frame, "Second - Browser");
+    pause->beginCycle();
+    std::chrono::milliseconds longest{};
+    for (const auto begun = std::chrono::steady_clock::now();
+         std::chrono::steady_clock::now() - begun < kOneWait;) {
+        longest = std::max(longest, timeOf([&] {
+                               QCoreApplication::processEvents();
+                               watcher->getURL(kFirefox);
+                           }));
+    }
+    EXPECT_LT(longest, kDeadline) << "nobody waited for the browser";
+    application.release();
+    EXPECT_TRUE(awaitReport("second"));
+}
+
+class TwoBrowsersTest : public WatchedBrowserTest {
+ protected:
+    TwoBrowsersTest() : WatchedBrowserTest(10s) {}
+
+    WindowInfo of(const fake::Browser& browser) const { return {kFirefox, browser.pid(), "Page"}; }
+
+    fake::Browser first{desktop, "first"};
+    fake::Browser second{desktop, "second"};
+};
+
+TEST_F(TwoBrowsersTest, OfTwoProcessesTheOneThatComesToTheFrontIsReadWithoutWaitingForTheNextCycle) {
+    show({of(first), of(second)});
+    begin();
+    ASSERT_TRUE(awaitReport("first"));
+    show({of(second), of(first)});
+    EXPECT_TRUE(awaitReport("second"));
+    show({of(first), of(second)});
+    EXPECT_TRUE(awaitReport("first"));
+}
+
+TEST_F(TwoBrowsersTest, TheOneThatWasInFrontStaysTheAnswerWhileAThirdProgramIs) {
+    show({of(second), of(first)});
+    begin();
+    ASSERT_TRUE(awaitReport("second"));
+    for (int i = 0; i < 5; ++i) {
+        show({{"Editor", 1, "text"}, of(second), of(first)});
+        pause->cycle();
+        show({of(second), {"Editor", 1, "text"}, of(first)});
+        pause->cycle();
+        EXPECT_EQ(watcher->getURL(kFirefox), "second");
+    }
+    EXPECT_EQ(daemon.reports.all().size(), 1U);
+}
+
+TEST_F(TwoBrowsersTest, OneThatIsKilledGivesWayToTheOther) {
+    show({of(second), of(first)});
+    begin();
+    ASSERT_TRUE(awaitReport("second"));
+    second.kill();
+    show({of(first)});
+    EXPECT_TRUE(awaitReport("first"));
+}
+
+TEST_F(TwoBrowsersTest, WindowsThatChangePlacesWithinTheirProcessesCostNoCycle) {
+    show({of(first), {"Editor", 1, "text"}});
+    begin();
+    ASSERT_TRUE(awaitReport("first"));
+    show({{"Editor", 1, "text"}, of(first)});  // learns who is in front
+    ASSERT_TRUE(fake::WaitFor([&] { return pause->pauses().size() >= 2; }));
+    const auto before = pause->pauses().size();
+    for (int i = 0; i < 20; ++i) {
+        show({of(first), {"Editor", 1, "text"}});
+        show({{"Editor", 1, "text"}, of(first)});
+    }
+    pause->cycle();
+    EXPECT_EQ(pause->pauses().size(), before + 1);
+}
+
+}  // namespace
