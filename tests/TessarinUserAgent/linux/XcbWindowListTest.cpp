@@ -95,6 +95,7 @@ class Windows {
             atoms.push_back(atom(state));
         }
         setProperty(window, "_NET_WM_STATE", XCB_ATOM_ATOM, atoms);
+        sync();
     }
     void list(const std::vector<xcb_window_t>& backToFront) {
         setProperty(root_, "_NET_CLIENT_LIST_STACKING", XCB_ATOM_WINDOW, backToFront);
@@ -420,7 +421,7 @@ TEST_F(XcbWindowListTest, ComesBackWithTheServer) {
     EXPECT_TRUE(fake::WaitFor([&] { return owners() == std::vector{own("Firefox")}; }));
 }
 
-TEST_F(XcbWindowListTest, TellsAnotherActiveWindowAndAnotherOrderAlsoOfTheNextServer) {
+TEST_F(XcbWindowListTest, TellsAnotherActiveWindowAnotherOrderAndAHiddenWindowAlsoOfTheNextServer) {
     std::atomic<int> told{0};
     const auto loop = std::make_shared<cmn::bus::Loop>();
     list.tellChanges(loop, [&] { ++told; });
@@ -440,6 +441,10 @@ TEST_F(XcbWindowListTest, TellsAnotherActiveWindowAndAnotherOrderAlsoOfTheNextSe
         ASSERT_TRUE(fake::WaitFor([&] { return told > before; }));
         before = told;
         windows->list({other, one});
+        EXPECT_TRUE(fake::WaitFor([&] { return told > before; }));
+        ASSERT_TRUE(owners());
+        before = told;
+        windows->setState(one, {"_NET_WM_STATE_HIDDEN"});
         EXPECT_TRUE(fake::WaitFor([&] { return told > before; }));
         if (isFirst) {
             windows.reset();

@@ -215,7 +215,8 @@ std::optional<bool> XcbConnection::hasReordered() {
     while (xcb_generic_event_t* const event = xcb_poll_for_event(connection_)) {
         if (event->response_type == XCB_PROPERTY_NOTIFY) {
             const xcb_atom_t changed = reinterpret_cast<const xcb_property_notify_event_t*>(event)->atom;
-            reordered |= changed == atom(Atom::activeWindow) || changed == atom(Atom::clientListStacking);
+            reordered |= changed == atom(Atom::activeWindow) || changed == atom(Atom::clientListStacking) ||
+                         changed == atom(Atom::wmState);
         }
         std::free(event);
     }

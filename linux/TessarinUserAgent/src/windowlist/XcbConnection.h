@@ -75,8 +75,9 @@ class XcbConnection {
 
     // To be listened at for `hasReordered`.
     int descriptor() const;
-    // Whether it was told that another window is active, or the list of windows is another one, since this
-    // was asked last. Does not wait. Nothing when the server is gone.
+    // Whether it was told that another window is active, the list of windows is another one, or one of those
+    // that it listens to is in another state, since this was asked last. Does not wait. Nothing when the
+    // server is gone.
     std::optional<bool> hasReordered();
 
     // From now on changes of these windows and their properties are told.

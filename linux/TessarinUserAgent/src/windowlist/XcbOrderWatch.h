@@ -3,14 +3,15 @@
 #include <functional>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "linux_bus/Loop.h"
 #include "windowlist/XcbConnection.h"
 
 namespace useragent {
 
-// Listens to an X server's root window for another active window and another order of the windows, until it
-// is destroyed or the server is gone. Asks nothing, and is woken by nothing else but the root's properties.
+// Listens to an X server's root window for another active window and another order of the windows, and to the
+// windows for another state, until it is destroyed or the server is gone. Asks nothing.
 class XcbOrderWatch : public std::enable_shared_from_this<XcbOrderWatch> {
  public:
     // `changed` is called in the loop's thread. Nothing else may use the connection.
@@ -18,6 +19,10 @@ class XcbOrderWatch : public std::enable_shared_from_this<XcbOrderWatch> {
                                                 std::shared_ptr<cmn::bus::Loop> loop,
                                                 std::function<void()> changed);
     ~XcbOrderWatch();
+
+    // Windows that are listed now, in addition. Any thread.
+    void listenTo(const std::vector<xcb_window_t>& windows) { connection_->listenTo(windows); }
+
     XcbOrderWatch(const XcbOrderWatch&) = delete;
     XcbOrderWatch& operator=(const XcbOrderWatch&) = delete;
 

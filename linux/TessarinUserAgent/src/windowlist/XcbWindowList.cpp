@@ -150,6 +150,9 @@ std::optional<std::vector<WindowInfo>> XcbWindowList::Parts::read(Deadline deadl
             orderWatch = XcbOrderWatch::begin(std::move(other), loop, changed);
         }
     }
+    if (orderWatch) {
+        orderWatch->listenTo(listed);
+    }
     hostNames.insert(HostName());
     windows.clear();
     for (std::size_t i = 0; i < processes->size(); ++i) {

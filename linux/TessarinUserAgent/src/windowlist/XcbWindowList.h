@@ -23,8 +23,8 @@ class XcbWindowList final : public WindowList {
 
     std::optional<std::vector<WindowInfo>> copyOnScreenWindows() override;
 
-    // From the next list on calls `changed` in the loop's thread when another window is active or the windows
-    // are in another order; again after the server was away. To be called once.
+    // From the next list on calls `changed` in the loop's thread when another window is active, one is hidden
+    // or shown, or they are in another order; again after the server was away. To be called once.
     void tellChanges(std::shared_ptr<cmn::bus::Loop> loop, std::function<void()> changed);
 
  private:
