@@ -60,7 +60,7 @@ run() {
     summary+=", $preset ${counts#* }"
     # From a failed test's result to the next test, at most 60 lines: the whole log is long, and its end is what is read first.
     awk -v preset="$preset" '/ Test +#[0-9]+: / || /^ +Start +[0-9]+: / {left = 0}
-        / Test +#[0-9]+: .*\*\*\*/ {left = 60; print "== failed in " preset}
+        / Test +#[0-9]+: .*\*\*\*(Failed|Timeout|Exception|Not Run)/ {left = 60; print "== failed in " preset}
         left > 0 {print; left--}' "$log" >>"$logs/failures"
     if ((${counts#* } == 0)) && [[ -z $label ]]; then
         broken+=("$preset ran no test")
