@@ -14,11 +14,11 @@
 #include <vector>
 
 #include "linux_usercommon/LinuxDispatch.h"
-#include "linux_usercommon/SerialQueue.h"
 #include "support/FakeXPCTransport.h"
 #include "support/LogCapture.h"
 #include "support/SystemThreads.h"
 #include "support/WaitFor.h"
+#include "usercommon/SerialQueue.h"
 #include "usercommon/XPCClient.h"
 
 namespace {

@@ -132,7 +132,7 @@ class CheckOfPlatformEnds(unittest.TestCase):
                              ("program", "accessibility/AtspiAccessibility.h"), ("interface", "statusitem/StatusMenu.h"),
                              ("interface", "ui_PropertiesForm.h"), ("windowlist", "accessibility/AtspiCore.h"),
                              ("statusitem", "linux_bus/Connection.h"), ("accessibility", "useragent/Deadlines.h"),
-                             ("linux_usercommon", "SerialQueue.h")):
+                             ("linux_usercommon", "usercommon/SerialQueue.h")):
             self.assertEqual(self.findings("linux", room, f'"{header}"'), [], f"{room}: {header}")
 
 

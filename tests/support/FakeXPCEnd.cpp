@@ -4,67 +4,6 @@
 
 namespace fake {
 
-// One run of a queue. When the dispatch drops it unrun, the queue's tasks go with it: they own what owns the
-// queue.
-class PrivateQueue::Turn {
- public:
-    explicit Turn(std::shared_ptr<PrivateQueue> queue) : queue_(std::move(queue)) {}
-    ~Turn() {
-        if (queue_) {
-            queue_->discard();
-        }
-    }
-    Turn(const Turn&) = delete;
-    Turn& operator=(const Turn&) = delete;
-
-    void run() { std::exchange(queue_, nullptr)->runOne(); }
-
- private:
-    std::shared_ptr<PrivateQueue> queue_;
-};
-
-void PrivateQueue::post(Dispatch::Task task) {
-    {
-        const std::lock_guard lock(mutex_);
-        tasks_.push_back(std::move(task));
-        if (std::exchange(scheduled_, true)) {
-            return;
-        }
-    }
-    schedule();
-}
-
-void PrivateQueue::schedule() {
-    dispatch_->deliver(std::chrono::nanoseconds(0),
-                       [turn = std::make_shared<Turn>(shared_from_this())] { turn->run(); });
-}
-
-void PrivateQueue::runOne() {
-    Dispatch::Task task;
-    {
-        const std::lock_guard lock(mutex_);
-        task.swap(tasks_.front());
-        tasks_.pop_front();
-    }
-    task();
-    task = nullptr;
-    {
-        const std::lock_guard lock(mutex_);
-        scheduled_ = !tasks_.empty();
-        if (!scheduled_) {
-            return;
-        }
-    }
-    schedule();
-}
-
-void PrivateQueue::discard() {
-    std::deque<Dispatch::Task> dropped;
-    const std::lock_guard lock(mutex_);
-    dropped.swap(tasks_);
-    scheduled_ = false;
-}
-
 XPCEnd::Forgotten::~Forgotten() {
     if (const auto asking = end.lock()) {
         asking->failCall(id, "The call was not answered");
@@ -72,7 +11,10 @@ XPCEnd::Forgotten::~Forgotten() {
 }
 
 XPCEnd::XPCEnd(std::shared_ptr<Dispatch> dispatch)
-    : dispatch_(std::move(dispatch)), queue_(std::make_shared<PrivateQueue>(dispatch_)) {}
+    : dispatch_(std::move(dispatch)),
+      queue_(std::make_shared<cmn::SerialQueue>([dispatch = dispatch_](cmn::Lane, Dispatch::Task task) {
+          dispatch->deliver(std::chrono::nanoseconds(0), std::move(task));
+      })) {}
 
 XPCEnd::~XPCEnd() {
     if (service_) {

@@ -12,31 +12,10 @@
 #include <utility>
 
 #include "support/FakeDispatch.h"
+#include "usercommon/SerialQueue.h"
 #include "usercommon/XPCConnection.h"
 
 namespace fake {
-
-// Runs tasks one at a time and in order, on the dispatch's transport threads. Owned by a shared pointer.
-// Thread-safe.
-class PrivateQueue : public std::enable_shared_from_this<PrivateQueue> {
- public:
-    explicit PrivateQueue(std::shared_ptr<Dispatch> dispatch) : dispatch_(std::move(dispatch)) {}
-
-    // Tasks that the dispatch no longer runs are destroyed, and those behind them.
-    void post(Dispatch::Task task);
-
- private:
-    class Turn;
-
-    void schedule();
-    void runOne();
-    void discard();
-
-    const std::shared_ptr<Dispatch> dispatch_;
-    std::mutex mutex_;  // guards what follows
-    std::deque<Dispatch::Task> tasks_;
-    bool scheduled_ = false;
-};
 
 // One end of a connection: what lives on with its proxies when the connection object is gone. Messages are
 // functions that call the object of the other end. Everything a user is told, and every message, comes on the
@@ -148,7 +127,7 @@ class XPCEnd : public std::enable_shared_from_this<XPCEnd> {
     std::shared_ptr<XPCEnd> reachService();
 
     const std::shared_ptr<Dispatch> dispatch_;
-    const std::shared_ptr<PrivateQueue> queue_;
+    const std::shared_ptr<cmn::SerialQueue> queue_;
     std::weak_ptr<XPCEnd> client_;  // of a service's end
     mutable std::mutex mutex_;      // guards what follows, never held across a call
     std::function<std::shared_ptr<XPCEnd>()> reach_;

@@ -8,8 +8,8 @@
 
 #include "Admission.h"
 #include "ExportedObjects.h"
-#include "linux_usercommon/SerialQueue.h"
 #include "linux_usercommon/ServiceInterface.h"
+#include "usercommon/SerialQueue.h"
 #include "usercommon/XPCConnection.h"
 
 namespace cmn {

@@ -6,7 +6,7 @@
 
 #include "ClientChannel.h"
 #include "linux_usercommon/DBusXPCTransport.h"
-#include "linux_usercommon/SerialQueue.h"
+#include "usercommon/SerialQueue.h"
 #include "usercommon/XPCConnection.h"
 
 namespace cmn {

@@ -49,7 +49,9 @@ std::shared_ptr<Semaphore> LinuxDispatch::createSemaphore(long count) {
 }
 
 std::shared_ptr<SerialQueue> LinuxDispatch::createSerialQueue() {
-    return std::make_shared<SerialQueue>(quick_, slow_);
+    return std::make_shared<SerialQueue>([quick = quick_, slow = slow_](Lane lane, Task task) {
+        (lane == Lane::slow ? *slow : *quick).post(std::move(task));
+    });
 }
 
 void LinuxDispatch::stop() {

@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "linux_bus/Lane.h"
-#include "linux_usercommon/SerialQueue.h"
 #include "usercommon/Dispatch.h"
+#include "usercommon/SerialQueue.h"
 
 namespace cmn {
 

@@ -1,4 +1,4 @@
-#include "linux_usercommon/SerialQueue.h"
+#include "usercommon/SerialQueue.h"
 
 #include <exception>
 #include <utility>
@@ -26,9 +26,6 @@ class SerialQueue::Turn {
     std::shared_ptr<SerialQueue> queue_;
 };
 
-SerialQueue::SerialQueue(std::shared_ptr<bus::Lane> quick, std::shared_ptr<bus::Lane> slow)
-    : quick_(std::move(quick)), slow_(std::move(slow)) {}
-
 void SerialQueue::post(Task task, Lane lane) {
     {
         const std::lock_guard lock(mutex_);
@@ -41,8 +38,7 @@ void SerialQueue::post(Task task, Lane lane) {
 }
 
 void SerialQueue::schedule(Lane lane) {
-    bus::Lane& taker = lane == Lane::slow ? *slow_ : *quick_;
-    taker.post([turn = std::make_shared<Turn>(shared_from_this())] { turn->run(); });
+    run_(lane, [turn = std::make_shared<Turn>(shared_from_this())] { turn->run(); });
 }
 
 void SerialQueue::runOne() {

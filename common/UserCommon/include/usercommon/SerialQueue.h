@@ -4,8 +4,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-
-#include "linux_bus/Lane.h"
+#include <utility>
 
 namespace cmn {
 
@@ -13,13 +12,14 @@ namespace cmn {
 // turn, such as scans.
 enum class Lane { quick, slow };
 
-// Runs tasks one at a time and in order, each in its lane. Owned by a shared pointer.
-// Thread-safe. After each task other queues get their turn.
+// Runs tasks one at a time and in order, each in its lane, whatever threads run those. Owned by a shared
+// pointer. Thread-safe. After each task other queues get their turn.
 class SerialQueue : public std::enable_shared_from_this<SerialQueue> {
  public:
-    using Task = bus::Lane::Task;
+    using Task = std::function<void()>;
 
-    SerialQueue(std::shared_ptr<bus::Lane> quick, std::shared_ptr<bus::Lane> slow);
+    // `run` has a lane run a task, or destroys the task where the lane has stopped.
+    explicit SerialQueue(std::function<void(Lane lane, Task task)> run) : run_(std::move(run)) {}
 
     // Tasks that their lane no longer runs are destroyed, and those behind them.
     void post(Task task, Lane lane = Lane::quick);
@@ -36,8 +36,7 @@ class SerialQueue : public std::enable_shared_from_this<SerialQueue> {
     void runOne();
     void discard();
 
-    const std::shared_ptr<bus::Lane> quick_;
-    const std::shared_ptr<bus::Lane> slow_;
+    const std::function<void(Lane, Task)> run_;
     std::mutex mutex_;  // guards what follows
     std::deque<Entry> tasks_;
     bool scheduled_ = false;  // a turn is with a lane or running
