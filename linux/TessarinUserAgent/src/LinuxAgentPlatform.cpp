@@ -26,7 +26,8 @@ LinuxAgentPlatform::LinuxAgentPlatform(QApplication& application, AtspiSettings 
       service_(service),
       launch_(std::move(launch)),
       display_(std::move(display)),
-      xWindows_(CreateXWindowList(display_.isX11)) {}
+      xWindows_(CreateXWindowList(display_.isX11)),
+      polledWindows_(std::make_shared<PolledWindowList>(xWindows_)) {}
 
 LinuxAgentPlatform::~LinuxAgentPlatform() {
     // Tasks that wait to run again, such as a reconnect, own what owns these objects.
@@ -41,7 +42,7 @@ std::shared_ptr<Accessibility> LinuxAgentPlatform::accessibility() {
 
 std::shared_ptr<WindowList> LinuxAgentPlatform::windowList() {
     if (xWindows_) {
-        return xWindows_;
+        return polledWindows_;
     }
     return std::make_shared<AtspiWindowList>(atspi()->bus(), BrowserList());
 }
@@ -94,7 +95,7 @@ const std::shared_ptr<AtspiAccessibility>& LinuxAgentPlatform::atspi() {
             std::make_shared<EarlyLooks>(sessionBus_.loop, [pause = pollingPause()] { pause->signal(); });
         if (xWindows_) {
             settings.screen = {[windows = xWindows_](std::int32_t pid) { return WindowsOf(pid, *windows); },
-                               [windows = xWindows_] { return FrontProcesses(*windows); },
+                               [windows = polledWindows_] { return windows->isOutdated(); },
                                [windows = xWindows_, loop = sessionBus_.loop](std::function<void()> changed) {
                                    windows->tellChanges(loop, std::move(changed));
                                }};

@@ -20,6 +20,7 @@ class Loop;
 namespace useragent {
 
 class AtspiAccessibility;
+class PolledWindowList;
 class XcbWindowList;
 
 // The one place that makes the agent's real objects on Linux. Main thread.
@@ -54,6 +55,7 @@ class LinuxAgentPlatform : public AgentPlatform {
     const LaunchRequest launch_;
     const Display display_;
     const std::shared_ptr<XcbWindowList> xWindows_;  // null where no X server lists all windows
+    const std::shared_ptr<PolledWindowList> polledWindows_;
     std::shared_ptr<cmn::LinuxDispatch> dispatch_;
     std::shared_ptr<cmn::Semaphore> pause_;
     std::shared_ptr<AtspiAccessibility> accessibility_;

@@ -21,13 +21,24 @@ TEST(LinuxWindowList, AsksTheAccessibilityBusWithoutADisplayThatAnswers) {
     EXPECT_EQ(ChooseWindowSource("", false), WindowSource::accessibilityBus);
 }
 
-TEST(LinuxWindowList, TellsTheProcessOfEachProgramsFrontMostWindow) {
-    fake::WindowList windows;
-    windows.set({{{"A", 2}, {"B", 3}, {"A", 1}, {std::nullopt, 4}}});
-    EXPECT_EQ(useragent::FrontProcesses(windows),
-              (std::map<std::string, std::int32_t>{{"", 4}, {"A", 2}, {"B", 3}}));
-    windows.set(std::nullopt);
-    EXPECT_TRUE(useragent::FrontProcesses(windows).empty());
+TEST(LinuxWindowList, IsOutdatedWhenAnotherProcessOfAProgramIsInFrontThanWhenItWasPolled) {
+    const auto windows = std::make_shared<fake::WindowList>();
+    useragent::PolledWindowList polled(windows);
+    windows->set({{{"A", 2}, {"B", 3}, {"A", 1}}});
+    EXPECT_TRUE(polled.isOutdated()) << "nothing was polled yet";
+    EXPECT_EQ(polled.copyOnScreenWindows()->size(), 3U);
+    EXPECT_FALSE(polled.isOutdated());
+    windows->set({{{"B", 3}, {"A", 2}, {"A", 1}, {"A", 2}}});
+    EXPECT_FALSE(polled.isOutdated()) << "each program has the same process in front";
+    windows->set({{{"A", 1}, {"A", 2}, {"B", 3}}});
+    EXPECT_TRUE(polled.isOutdated());
+    windows->set({{{"A", 2}}});
+    EXPECT_TRUE(polled.isOutdated()) << "a program has gone";
+    windows->set(std::nullopt);
+    EXPECT_FALSE(polled.isOutdated()) << "nobody knows";
+    EXPECT_FALSE(polled.copyOnScreenWindows());
+    windows->set({{{"A", 2}, {"B", 3}}});
+    EXPECT_FALSE(polled.isOutdated());
 }
 
 TEST(LinuxWindowList, TellsAProcessesWindowsAndWhetherTheyAreInFrontOfAll) {

@@ -104,7 +104,7 @@ void AccessibilityBus::screenChanged() {
     if (session_) {
         session_->watches->tellAll(&ApplicationWatch::screenChanged);
     }
-    if (settings_.screen.frontProcesses && settings_.earlyLooks && !std::exchange(isFrontAsked_, true)) {
+    if (settings_.screen.hasOthersInFront && settings_.earlyLooks && !std::exchange(isFrontAsked_, true)) {
         surroundings_.loop->after(kQuietAfterScreenChange, [weak = weak_from_this()] {
             if (const auto self = weak.lock()) {
                 self->dispatch()->async(cmn::QueuePriority::high, [weak] {
@@ -123,15 +123,9 @@ void AccessibilityBus::lookEarlyIfOthersInFront() {
         const std::lock_guard lock(mutex_);
         isFrontAsked_ = false;
     }
-    auto inFront = settings_.screen.frontProcesses();
-    {
-        const std::lock_guard lock(mutex_);
-        if (inFront.empty() || inFront == frontProcesses_) {
-            return;
-        }
-        frontProcesses_ = std::move(inFront);
+    if (settings_.screen.hasOthersInFront()) {
+        settings_.earlyLooks->ask();
     }
-    settings_.earlyLooks->ask();
 }
 
 std::shared_ptr<Session> AccessibilityBus::usable() const {

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -77,7 +75,6 @@ class AccessibilityBus : public std::enable_shared_from_this<AccessibilityBus> {
     bool looking_ = false;
     bool isCheckedForCycle_ = false;
     bool isFrontAsked_ = false;
-    std::map<std::string, std::int32_t> frontProcesses_;  // as the screen showed them last
 };
 
 }  // namespace useragent

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,8 +23,9 @@ struct OnScreen {
 struct Screen {
     // Of that process; nothing when it cannot be told. Waits as long as a window list does.
     std::function<OnScreen(std::int32_t pid)> windows;
-    // The process of each program's front-most window; by the program's name.
-    std::function<std::map<std::string, std::int32_t>()> frontProcesses;
+    // Whether a program came to the front, or another process of one, that the last polling cycle did not see
+    // there. Waits as long.
+    std::function<bool()> hasOthersInFront;
     // From now on calls `changed`, which does not wait, when windows have come, gone or changed their order.
     std::function<void(std::function<void()> changed)> tellChanges;
 };
@@ -35,7 +35,7 @@ struct AtspiSettings {
     std::string sessionBusAddress;
     std::string accessibilityBusAddress;  // empty: as the session says
     std::chrono::milliseconds callDeadline = kBrowserCallDeadline;
-    Screen screen = {};  // empty where nobody knows
+    Screen screen = {};                           // empty where nobody knows
     std::shared_ptr<EarlyLooks> earlyLooks = {};  // null where cycles begin at their time only
 };
 

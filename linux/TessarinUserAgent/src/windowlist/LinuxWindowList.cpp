@@ -35,9 +35,24 @@ OnScreen WindowsOf(std::int32_t pid, WindowList& windows) {
     return found;
 }
 
-std::map<std::string, std::int32_t> FrontProcesses(WindowList& windows) {
-    std::map<std::string, std::int32_t> found;
-    for (const WindowInfo& window : windows.copyOnScreenWindows().value_or(std::vector<WindowInfo>())) {
+std::optional<std::vector<WindowInfo>> PolledWindowList::copyOnScreenWindows() {
+    auto windows = windows_->copyOnScreenWindows();
+    if (windows) {
+        const std::lock_guard lock(mutex_);
+        polled_ = InFront(*windows);
+    }
+    return windows;
+}
+
+bool PolledWindowList::isOutdated() {
+    const auto windows = windows_->copyOnScreenWindows();
+    const std::lock_guard lock(mutex_);
+    return windows && InFront(*windows) != polled_;
+}
+
+PolledWindowList::FrontProcesses PolledWindowList::InFront(const std::vector<WindowInfo>& windows) {
+    FrontProcesses found;
+    for (const WindowInfo& window : windows) {
         found.emplace(window.ownerName.value_or(""), window.ownerPid);
     }
     return found;
