@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 #include <stdexcept>
+#include <string>
 
 #include "FakeInterface.h"
 #include "XPCCommon/ScriptedFinderExtension.h"
@@ -186,9 +188,16 @@ TEST_F(AppDelegateTest, RequestsThatWaitGoWithTheDelegate) {
     EXPECT_THAT(interface->windows, IsEmpty());
 }
 
-TEST_F(AppDelegateTest, BothImagesAreDescribedInDifferentWords) {
-    EXPECT_STRNE(useragent::DescribeImage(StatusImage::menuIcon),
-                 useragent::DescribeImage(StatusImage::menuIconRed));
+TEST_F(AppDelegateTest, EachStateIsDescribedInWordsOfItsOwn) {
+    const std::set<std::string> words{useragent::DescribeImage(StatusImage::menuIcon),
+                                      useragent::DescribeImage(StatusImage::menuIconRed),
+                                      useragent::DescribeImage(StatusImage::menuIconRedUnanswered)};
+    EXPECT_EQ(words.size(), 3U);
+    EXPECT_STREQ(useragent::DescribeService(StatusImage::menuIcon),
+                 useragent::DescribeService(StatusImage::menuIconRed));
+    EXPECT_STRNE(useragent::DescribeService(StatusImage::menuIcon),
+                 useragent::DescribeService(StatusImage::menuIconRedUnanswered));
+    EXPECT_FALSE(useragent::IsRed(StatusImage::menuIcon));
 }
 
 TEST_F(AppDelegateTest, RefreshesEveryThreeHundredSecondsAndWhenTheMenuOpens) {
@@ -251,7 +260,11 @@ TEST_F(AppDelegateTest, AServiceThatIsSlowOrAbsentHoldsARefreshUpForATenthOfASec
     const auto start = dispatch->now();
     interface->openMenu();
     EXPECT_EQ(dispatch->now() - start, 100ms);
-    EXPECT_EQ(interface->images.back(), StatusImage::menuIconRed);
+    EXPECT_EQ(interface->images.back(), StatusImage::menuIconRedUnanswered);
+    EXPECT_EQ(interface->fullDiskAccessTitle(), "Full disk access: Off \U0001F6AB");
+    service.answersRequests = true;
+    interface->openMenu();
+    EXPECT_EQ(interface->images.back(), StatusImage::menuIcon);
 }
 
 TEST_F(AppDelegateTest, ARequestOpensOneWindowForTheFile) {

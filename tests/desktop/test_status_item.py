@@ -15,6 +15,7 @@ _APPLICATION = "com.tessarin.TessarinUserAgent"
 _SERVICE = "com.tessarin.FinderExtension"
 _NORMAL = "Tessarin User Agent"
 _RED = "Tessarin: full disk access is missing"
+_UNANSWERED = "Tessarin: the protection service does not answer"
 _OFF = "Full disk access: Off \U0001F6AB"
 
 
@@ -63,8 +64,9 @@ class Menu(StatusItemTest):
         version = next(product["Version"] for product in settings["Products"] if product["Name"] == "Agent")
         self.assertEqual(labels[:2], ["Full disk access: On", "Accessibility: On"])
         self.assertIn(labels[2], ["Finder Extension: On", "Finder Extension: Off"])
-        self.assertEqual(labels[3:], [f"v. {version}", "Quit Tessarin User Agent"])
-        self.assertEqual([entry.label for entry in entries if not entry.enabled], [f"v. {version}"])
+        self.assertEqual(labels[3:], [f"v. {version}", "Protection service: On", "Quit Tessarin User Agent"])
+        self.assertEqual([entry.label for entry in entries if not entry.enabled],
+                         [f"v. {version}", "Protection service: On"])
         self.assertTrue(entries[1].icon.startswith(b"\x89PNG"))
 
     def test_missing_full_disk_access_is_shown_in_words_and_as_another_picture(self) -> None:
@@ -86,11 +88,17 @@ class Menu(StatusItemTest):
         self.assertEqual(item.menu()[0].icon, item.menu()[2].icon)  # an empty picture
         self.assertEqual(item.pixmaps(), normal)
 
-    def test_service_that_is_away_is_missing_access_until_it_is_back(self) -> None:
+    def test_service_that_is_away_is_said_in_words_until_it_is_back(self) -> None:
         item = self.item_in(self.open_area())
         self.wait_title(item, _NORMAL)
+        normal = item.pixmaps()
         self.host.end()
-        self.wait_title(item, _RED)
+        self.wait_title(item, _UNANSWERED)
+        self.assertEqual(item.tool_tip(), _UNANSWERED)
+        self.assertNotEqual(item.pixmaps(), normal)
+        labels = item.labels()
+        self.assertEqual(labels[0], _OFF)
+        self.assertIn("Protection service: does not answer", labels)
         self.need_host()
         self.wait_title(item, _NORMAL)
 

@@ -56,8 +56,9 @@ std::function<void()> AppDelegate::whileAlive(void (AppDelegate::*action)()) {
 }
 
 void AppDelegate::updateMenu() {
-    const bool granted = xpcClient_->checkFullDiskAccess();
-    statusItem_->setImage(granted ? StatusImage::menuIcon : StatusImage::menuIconRed);
+    const std::optional<bool> answer = xpcClient_->fullDiskAccess();
+    const bool granted = answer.value_or(false);
+    statusItem_->setImage(ImageOf(answer));
     appMenu()->updateMenu(granted);
     statusItem_->setMenu(appMenu()->items());
     if (granted) {

@@ -92,9 +92,9 @@ std::int32_t FinderExtensionXPCClient::decrypt(const std::string& path) {
         kNoRequestDeadline);
 }
 
-bool FinderExtensionXPCClient::checkFullDiskAccess() {
+std::optional<bool> FinderExtensionXPCClient::fullDiskAccess() {
     return ask(
-        false,
+        std::optional<bool>(),
         [](FinderExtensionCommunicator& service, auto reply) {
             service.checkFullDiskAccess(std::move(reply));
         },

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,9 @@ class FinderExtensionXPCClient final : public ServiceClient, public FinderExtens
     // Neutral answer: 2. The decryption may still happen after that.
     std::int32_t decrypt(const std::string& path);
     // Neutral answer: false.
-    bool checkFullDiskAccess();
+    bool checkFullDiskAccess() { return fullDiskAccess().value_or(false); }
+    // The same question. Neutral answer: nothing.
+    std::optional<bool> fullDiskAccess();
     // Neutral answer: all three false.
     UIVisibilityStatuses getUIVisibilityStatuses();
 

@@ -63,7 +63,7 @@ QIcon IconOf(const char* name) {
 }  // namespace
 
 QIcon StatusIcon(StatusImage image) {
-    return IconOf(image == StatusImage::menuIconRed ? "MenuIconRed" : "MenuIcon");
+    return IconOf(IsRed(image) ? "MenuIconRed" : "MenuIcon");
 }
 
 QIcon MenuItemIcon(const MenuItemContent& content) {

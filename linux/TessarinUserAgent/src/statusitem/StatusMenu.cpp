@@ -13,6 +13,7 @@
 #include "common/log.h"
 #include "statusitem/StatusIcons.h"
 #include "useragent/DisplayText.h"
+#include "useragent/StatusImage.h"
 
 namespace useragent {
 namespace {
@@ -78,14 +79,21 @@ void Rewrite(QAction& action, const MenuItemContent& before, const MenuItemConte
 QAction* NewAction(QMenu& menu, const std::function<void()>& selected) {
     auto* const action = new QAction(MenuItemIcon({}), QString(), &menu);
     action->setIconVisibleInMenu(true);
-    QObject::connect(action, &QAction::triggered, action, selected);
+    if (selected) {
+        QObject::connect(action, &QAction::triggered, action, selected);
+    }
     return action;
 }
 
 }  // namespace
 
 StatusMenu::StatusMenu(std::function<void()> quit)
-    : drawnMenu_(std::make_unique<DrawnMenu>()), separator_(drawnMenu_->addSeparator()) {
+    : drawnMenu_(std::make_unique<DrawnMenu>()),
+      separator_(drawnMenu_->addSeparator()),
+      service_(NewAction(*drawnMenu_, nullptr)) {
+    service_->setText(kServiceTitle);
+    service_->setEnabled(false);
+    drawnMenu_->addAction(service_);
     QAction* const last = NewAction(*drawnMenu_, [quit = std::move(quit)] { CallNoThrow(quit); });
     last->setText(PlainTitle("Quit Tessarin User Agent"));
     drawnMenu_->addAction(last);
@@ -111,6 +119,10 @@ void StatusMenu::setItems(const MenuItems& items) {
         Rewrite(*drawnMenu_->actions().at(static_cast<qsizetype>(index)), before.content,
                 items[index].content);
     }
+}
+
+void StatusMenu::setService(const std::string& words) {
+    service_->setText(PlainTitle(words));
 }
 
 void StatusMenu::update() {

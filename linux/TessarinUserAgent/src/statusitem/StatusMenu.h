@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "useragent/AppMenu.h"
@@ -11,7 +12,8 @@ class QMenu;
 
 namespace useragent {
 
-// The menu behind the status item: the items that it is given, and the end of the agent. What their callbacks
+// The menu behind the status item: the items that it is given, whether the service answers, and the end of
+// the agent. What their callbacks
 // throw is logged. Main thread, once there is a QApplication.
 class StatusMenu {
  public:
@@ -23,6 +25,8 @@ class StatusMenu {
 
     // Rewrites what differs. The first call makes the items, before there is an icon with this menu.
     void setItems(const MenuItems& items);
+    // Rewrites the line that says whether the service answers.
+    void setService(const std::string& words);
     // Called each time the user is about to see the menu, whoever shows it.
     void setNeedsUpdate(std::function<void()> needsUpdate) { needsUpdate_ = std::move(needsUpdate); }
 
@@ -38,6 +42,7 @@ class StatusMenu {
     std::function<void()> needsUpdate_;
     const std::unique_ptr<QMenu> drawnMenu_;
     QAction* const separator_;
+    QAction* const service_;
     MenuItems shown_;
 };
 

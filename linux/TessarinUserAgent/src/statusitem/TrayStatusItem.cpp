@@ -27,6 +27,7 @@ TrayStatusItem::~TrayStatusItem() {
 }
 
 void TrayStatusItem::setImage(StatusImage image) {
+    menu_->setService(DescribeService(image));
     if (std::exchange(image_, image) != image && icon_) {
         icon_->setImage(image);
     }

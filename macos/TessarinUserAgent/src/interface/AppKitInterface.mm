@@ -10,7 +10,7 @@ namespace useragent {
 namespace {
 
 NSString* NameOf(StatusImage image) {
-    return image == StatusImage::menuIconRed ? @"MenuIconRed" : @"MenuIcon";
+    return IsRed(image) ? @"MenuIconRed" : @"MenuIcon";
 }
 
 class AppKitStatusItem final : public StatusItem {

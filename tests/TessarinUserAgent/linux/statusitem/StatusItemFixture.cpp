@@ -1,6 +1,7 @@
 #include "StatusItemFixture.h"
 
 #include "useragent/AppMenu.h"
+#include "useragent/StatusImage.h"
 
 namespace statusitem {
 namespace {
@@ -71,6 +72,7 @@ std::string StatusItemFixture::createItemIn(PanelStandIn& panel) {
 void StatusItemFixture::fillMenu(bool fullDiskAccess) {
     shownFullDiskAccess_ = fullDiskAccess;
     menu->setItems(menuItems(fullDiskAccess));
+    menu->setService(useragent::DescribeService(useragent::StatusImage::menuIcon));
 }
 
 }  // namespace statusitem

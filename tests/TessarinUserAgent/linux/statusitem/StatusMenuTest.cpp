@@ -50,7 +50,13 @@ class StatusMenuTest : public statusitem::StatusItemFixture {
 TEST_F(StatusMenuTest, ShowsTheItemsInTheirOrderAndTheEndOfTheAgent) {
     fillMenu(true);
     EXPECT_THAT(titles(), ElementsAre("Full disk access: On", "Accessibility: On", "Finder Extension: Off",
-                                      "v. 1.2.3", "-", "Quit Tessarin User Agent"));
+                                      "v. 1.2.3", "-", "Protection service: On", "Quit Tessarin User Agent"));
+    EXPECT_FALSE(actions().at(5)->isEnabled());
+}
+
+TEST_F(StatusMenuTest, NothingIsSaidOfTheServiceBeforeItWasAsked) {
+    useragent::StatusMenu fresh([] {});
+    EXPECT_EQ(fresh.drawnMenu().actions().at(1)->text(), "Protection service");
 }
 
 TEST_F(StatusMenuTest, EachItemCallsItsSelectionAndTheVersionNone) {

@@ -45,7 +45,7 @@ class TrayMenuTest : public statusitem::StatusItemFixture {
 
 TEST_F(TrayMenuTest, PanelReadsTheItemsInTheirOrder) {
     EXPECT_THAT(labels(), ElementsAre("Full disk access: On", "Accessibility: On", "Finder Extension: Off",
-                                      "v. 1.2.3", "-", "Quit Tessarin User Agent"));
+                                      "v. 1.2.3", "-", "Protection service: On", "Quit Tessarin User Agent"));
     const std::vector<Entry> entries = panel.layout(name);
     EXPECT_FALSE(entries.at(3).enabled);
     EXPECT_TRUE(entries.at(0).enabled);
@@ -110,7 +110,7 @@ TEST_F(TrayMenuTest, StrangeRequestsAreAnswered) {
     panel.menuEvent(name, -1, "clicked");
     panel.menuEvent(name, 0, "clicked");
     panel.menuEvent(name, 1, "unheard-of");
-    EXPECT_EQ(labels().size(), 6U);
+    EXPECT_EQ(labels().size(), 7U);
     EXPECT_THAT(calls, IsEmpty());
 }
 
@@ -142,7 +142,7 @@ TEST_F(TrayMenuTest, TitlesWithoutAPictureHaveAnEmptyOneSoThatAllAreAligned) {
             drawn.push_back(IsDrawn(entry));
         }
     }
-    EXPECT_THAT(drawn, ElementsAre(false, true, false, false, false));
+    EXPECT_THAT(drawn, ElementsAre(false, true, false, false, false, false));
 }
 
 TEST_F(TrayMenuTest, RedItemHasARedMark) {
@@ -170,6 +170,21 @@ TEST_F(TrayMenuTest, ChangedItemIsToldWithoutANewLayout) {
     EXPECT_THAT(panel.signalsOf(name), ElementsAre("ItemsPropertiesUpdated"));
 }
 
+TEST_F(TrayMenuTest, SaysInWordsWhenTheServiceDoesNotAnswerAndWhenItDoesAgain) {
+    const auto service = [this] { return labels().at(5); };
+    item->setImage(useragent::StatusImage::menuIconRedUnanswered);
+    EXPECT_EQ(service(), "Protection service: does not answer");
+    item->setImage(useragent::StatusImage::menuIconRed);
+    EXPECT_EQ(service(), "Protection service: On");
+    item->setImage(useragent::StatusImage::menuIcon);
+    EXPECT_EQ(service(), "Protection service: On");
+    EXPECT_FALSE(panel.layout(name).at(5).enabled);
+    panel.forgetSignals();
+    item->setImage(useragent::StatusImage::menuIcon);
+    EXPECT_EQ(service(), "Protection service: On");
+    EXPECT_THAT(panel.signalsOf(name), IsEmpty()) << "an open menu would jump";
+}
+
 TEST_F(TrayMenuTest, ClickCallsTheSelection) {
     for (const char* const label :
          {"Full disk access: On", "Accessibility: On", "Finder Extension: Off", "Quit Tessarin User Agent"}) {
@@ -184,7 +199,7 @@ TEST_F(TrayMenuTest, UpdateThatThrowsIsLoggedAndThePanelAnswered) {
     onNeedsUpdate = [] { throw std::runtime_error("no service"); };
     panel.aboutToShow(name);
     EXPECT_TRUE(log.contains("The status menu -- failed: no service"));
-    EXPECT_EQ(labels().size(), 6U);
+    EXPECT_EQ(labels().size(), 7U);
 }
 
 TEST_F(TrayMenuTest, ActivationShowsOurOwnMenuUpToDate) {
@@ -243,10 +258,10 @@ TEST_F(TrayMenuTest, RefreshThatHidesTheItemTakesItAwayOnceOurOwnMenuHasClosed) 
 TEST_F(TrayMenuTest, ItemHiddenWhileItsMenuIsOpenAndShownAgainStays) {
     panel.aboutToShow(name);
     item->setVisible(false);
-    EXPECT_EQ(labels().size(), 6U);
+    EXPECT_EQ(labels().size(), 7U);
     item->setVisible(true);
     panel.menuEvent(name, 0, "closed");
-    EXPECT_EQ(labels().size(), 6U);
+    EXPECT_EQ(labels().size(), 7U);
     EXPECT_EQ(panel.items(), std::vector{name});
 }
 
@@ -267,7 +282,7 @@ TEST_F(TrayMenuTest, MenuIsTheSameInThePanelThatComesAfterTheFirst) {
     item->setVisible(true);
     name = panel.waitForItem();
     EXPECT_THAT(labels(), ElementsAre("Full disk access: Off", "Accessibility: On", "Finder Extension: Off",
-                                      "v. 1.2.3", "-", "Quit Tessarin User Agent"));
+                                      "v. 1.2.3", "-", "Protection service: On", "Quit Tessarin User Agent"));
     panel.forgetSignals();
     setVersion("v. 2");
     EXPECT_THAT(panel.signalsOf(name), ElementsAre("ItemsPropertiesUpdated"));

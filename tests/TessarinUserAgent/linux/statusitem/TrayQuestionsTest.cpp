@@ -59,8 +59,8 @@ class TrayQuestionsTest : public statusitem::StatusItemFixture {
 };
 
 TEST_F(TrayQuestionsTest, LayoutIsGivenFromAnyItemToAnyDepthWithTheWantedProperties) {
-    EXPECT_EQ(layout(0, -1, {}), (Seen{0, {"children-display"}, 6}));
-    EXPECT_EQ(layout(0, 1, {"label"}), (Seen{0, {}, 6}));
+    EXPECT_EQ(layout(0, -1, {}), (Seen{0, {"children-display"}, 7}));
+    EXPECT_EQ(layout(0, 1, {"label"}), (Seen{0, {}, 7}));
     EXPECT_EQ(layout(0, 0, {}), (Seen{0, {"children-display"}, 0}));
     EXPECT_EQ(layout(1, -1, {}), (Seen{1, {"enabled", "icon-data", "label"}, 0}));
     EXPECT_EQ(layout(1, -1, {"enabled", "unheard-of"}), (Seen{1, {"enabled"}, 0}));
@@ -88,7 +88,7 @@ TEST_F(TrayQuestionsTest, GroupsNameTheItemsThatAreNotThere) {
     EXPECT_EQ(numbers(shown.arguments().value(0)), QList<int>{0});
     EXPECT_EQ(numbers(shown.arguments().value(1)), (QList<int>{4711, -1}));
     EXPECT_EQ(askMenu("AboutToShow", {1}).arguments(), QVariantList{false});
-    EXPECT_EQ(panel.group(name, {}).size(), 7U) << "no numbers mean all";
+    EXPECT_EQ(panel.group(name, {}).size(), 8U) << "no numbers mean all";
     EXPECT_THAT(panel.group(name, {4711}), IsEmpty());
 }
 

@@ -68,6 +68,20 @@ TEST_F(TrayStatusItemTest, RedStateIsShownAsPictureAndInWords) {
     EXPECT_EQ(panel.pixmaps(name), normal);
 }
 
+TEST_F(TrayStatusItemTest, ServiceThatDoesNotAnswerIsRedInWordsOfItsOwn) {
+    PanelStandIn panel(address());
+    const std::string name = createItemIn(panel);
+    item->setImage(StatusImage::menuIconRed);
+    const std::vector<QImage> red = panel.pixmaps(name);
+    item->setImage(StatusImage::menuIconRedUnanswered);
+    for (const char* const words : {"Title", "IconAccessibleDesc"}) {
+        EXPECT_EQ(panel.property(name, words).toString(),
+                  QStringLiteral("Tessarin: the protection service does not answer"));
+    }
+    EXPECT_EQ(panel.toolTip(name), "Tessarin: the protection service does not answer");
+    EXPECT_EQ(panel.pixmaps(name), red);
+}
+
 TEST_F(TrayStatusItemTest, SameImageAgainIsNotToldToThePanel) {
     PanelStandIn panel(address());
     const std::string name = createItemIn(panel);
@@ -119,7 +133,7 @@ TEST_F(TrayStatusItemTest, ComesBackEachTimeThePanelIsRestarted) {
         PanelStandIn panel(address());
         const std::string name = panel.waitForItem();
         ASSERT_NE(name, "") << round;
-        EXPECT_EQ(panel.layout(name).size(), 6U);
+        EXPECT_EQ(panel.layout(name).size(), 7U);
     }
 }
 
@@ -177,7 +191,7 @@ TEST_F(TrayStatusItemTest, RegistersAgainWhenTheBusWasLostAndIsBack) {
             PanelStandIn panel(other.address());
             const std::string name = panel.waitForItem();
             ASSERT_NE(name, "") << round;
-            EXPECT_EQ(panel.layout(name).size(), 6U);
+            EXPECT_EQ(panel.layout(name).size(), 7U);
             panel.forgetSignals();
             item->setImage(round % 2 == 0 ? StatusImage::menuIconRed : StatusImage::menuIcon);
             EXPECT_THAT(panel.signalsOf(name), UnorderedElementsAre("NewTitle", "NewIcon", "NewToolTip"));
