@@ -31,6 +31,8 @@ class AppDelegateTest : public testing::Test {
         return std::make_shared<useragent::AppDelegate>(useragent::AppDelegate::Environment{
             interface,
             std::make_shared<useragent::AppMenu>(menu.make()),
+            std::make_shared<useragent::PermissionNotices>(useragent::PermissionNotices::Environment{
+                notices, menu.extension, menu.panes, useragent::ToldOnce()}),
             dispatch,
             service.transport(),
             {[this] { return settings(); }, [] { return useragent::WallTime(); }}});
@@ -60,6 +62,7 @@ class AppDelegateTest : public testing::Test {
     ScriptedFinderExtension service{dispatch};
     std::shared_ptr<fake::Interface> interface = std::make_shared<fake::Interface>();
     fake::Menu menu;
+    std::shared_ptr<fake::Notices> notices = std::make_shared<fake::Notices>();
     std::function<cmn::proto::TSettings()> settings = [] { return cmn::proto::TSettings(); };
     std::shared_ptr<useragent::AppDelegate> delegate;
 };
@@ -265,6 +268,18 @@ TEST_F(AppDelegateTest, AServiceThatIsSlowOrAbsentHoldsARefreshUpForATenthOfASec
     service.answersRequests = true;
     interface->openMenu();
     EXPECT_EQ(interface->images.back(), StatusImage::menuIcon);
+}
+
+TEST_F(AppDelegateTest, MissingFullDiskAccessIsToldAtTheFirstRefreshThatKnowsOfIt) {
+    service.answersRequests = false;
+    launch();
+    EXPECT_THAT(notices->shown, IsEmpty()) << "the service did not say";
+    service.answersRequests = true;
+    service.fullDiskAccess = false;
+    interface->timerTick();
+    ASSERT_EQ(notices->shown.size(), 1U);
+    notices->shown[0].pressed();
+    EXPECT_THAT(menu.panes->opened, ElementsAre("full disk access"));
 }
 
 TEST_F(AppDelegateTest, ARequestOpensOneWindowForTheFile) {

@@ -24,8 +24,27 @@ class FileManagerExtension : public useragent::FileManagerExtension {
     bool isExtensionEnabled() override { return enabled; }
     void showExtensionManagementInterface() override { ++shown; }
 
+    bool canBeEnabled() override { return possible; }
+
     bool enabled = true;
+    bool possible = true;
     int shown = 0;
+};
+
+// Keeps what is to be shown. Nothing is told of it but by the test.
+class Notices : public useragent::Notices {
+ public:
+    struct Shown {
+        useragent::Notice notice;
+        std::function<void(const std::string& failure)> done;
+        std::function<void()> pressed;
+    };
+    void show(const useragent::Notice& notice, std::function<void(const std::string& failure)> done,
+              std::function<void()> pressed) override {
+        shown.push_back({notice, std::move(done), std::move(pressed)});
+    }
+
+    std::vector<Shown> shown;
 };
 
 // An AppMenu on fakes.

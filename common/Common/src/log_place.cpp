@@ -14,17 +14,16 @@ bool CanBeWritten(const fs::path& stem) {
     return AppendToFile((stem.string() + "_0.log").c_str(), {}).has_value();
 }
 
-// What fails here shows when a file is opened in it.
-void MakeFolder(const fs::path& folder) {
+}  // namespace
+
+void MakeOwnFolder(const fs::path& folder) {
     std::error_code error;
     if (folder == folder.parent_path() || fs::exists(folder, error))
         return;
-    MakeFolder(folder.parent_path());
+    MakeOwnFolder(folder.parent_path());
     if (fs::create_directory(folder, error))
         fs::permissions(folder, fs::perms::owner_all, error);
 }
-
-}  // namespace
 
 std::optional<fs::path> WritableLogStem(const fs::path& wanted, const std::vector<fs::path>& folders) {
     if (CanBeWritten(wanted))
@@ -32,7 +31,7 @@ std::optional<fs::path> WritableLogStem(const fs::path& wanted, const std::vecto
     for (const fs::path& folder : folders) {
         if (!folder.is_absolute())
             continue;
-        MakeFolder(folder);
+        MakeOwnFolder(folder);
         const fs::path stem = folder / wanted.filename();
         if (CanBeWritten(stem))
             return stem;

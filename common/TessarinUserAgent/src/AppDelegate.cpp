@@ -67,6 +67,7 @@ void AppDelegate::updateMenu() {
         // What is missing is shown even to those who switched the icon off.
         statusItem_->setVisible(true);
     }
+    environment_.notices->review(answer);
 }
 
 void AppDelegate::checkAgentIconPermission() {
@@ -158,10 +159,14 @@ std::shared_ptr<AppDelegate> MakeAppDelegate(AppDelegateParts parts) {
         return std::chrono::time_point_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now());
     };
     const auto menu = std::make_shared<AppMenu>(
-        AppMenu::Environment{std::move(parts.accessibility), std::move(parts.extension),
-                             std::move(parts.panes), [] { return cmn::proto::GetProduct("Agent"); }});
+        AppMenu::Environment{std::move(parts.accessibility), parts.extension, parts.panes,
+                             [] { return cmn::proto::GetProduct("Agent"); }});
+    const auto notices = std::make_shared<PermissionNotices>(
+        PermissionNotices::Environment{std::move(parts.notices), std::move(parts.extension),
+                                       std::move(parts.panes), ToldOnce::OfThisUser()});
     return std::make_shared<AppDelegate>(AppDelegate::Environment{std::move(parts.interface),
                                                                   menu,
+                                                                  notices,
                                                                   std::move(parts.dispatch),
                                                                   std::move(parts.transport),
                                                                   {cmn::proto::GetSettings, now}});

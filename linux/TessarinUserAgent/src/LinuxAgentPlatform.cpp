@@ -8,6 +8,7 @@
 #include "common/bundle.h"
 #include "common/log.h"
 #include "filemanagers/LinuxFileManagerExtension.h"
+#include "interface/DesktopNotices.h"
 #include "interface/QtApplicationInterface.h"
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
@@ -75,8 +76,8 @@ int LinuxAgentPlatform::runApplication() {
     const auto delegate = MakeAppDelegate(
         {std::make_shared<QtApplicationInterface>(sessionBus_, display_.whyNothingIsShown.empty()), atspi(),
          std::make_shared<LinuxFileManagerExtension>(resources / "file-managers"),
-         std::make_shared<LinuxSettingsPanes>(resources / "help" / "permissions.html"), queues(),
-         transport()});
+         std::make_shared<LinuxSettingsPanes>(resources / "help" / "permissions.html"),
+         std::make_shared<DesktopNotices>(sessionBus_), queues(), transport()});
     const auto open = [delegate](const LaunchRequest& request) {
         return delegate->openURLs(request.urls, request.activationToken);
     };
@@ -93,6 +94,7 @@ const std::shared_ptr<AtspiAccessibility>& LinuxAgentPlatform::atspi() {
         AtspiSettings settings = accessibilitySettings_;
         settings.earlyLooks =
             std::make_shared<EarlyLooks>(sessionBus_.loop, [pause = pollingPause()] { pause->signal(); });
+        settings.told = ToldOnce::OfThisUser();
         if (xWindows_) {
             settings.screen = {[windows = xWindows_](std::int32_t pid) { return WindowsOf(pid, *windows); },
                                [windows = polledWindows_] { return windows->isOutdated(); },

@@ -1,54 +1,20 @@
-#include <QDBusConnection>
-#include <mutex>
-#include <vector>
-
 #include "AtspiFixture.h"
-#include "support/RawPeer.h"
+#include "support/NotificationService.h"
 
 namespace {
 
-// The desktop's notification service. Thread-safe.
-class NotificationService {
- public:
-    explicit NotificationService(const std::string& busAddress)
-        : peer_(busAddress,
-                [this](const QDBusMessage& call, QDBusConnection bus) { onCall(call, std::move(bus)); }) {
-        peer_.own("org.freedesktop.Notifications");
-    }
-
-    std::vector<QDBusMessage> shown() const {
-        const std::lock_guard lock(mutex_);
-        return shown_;
-    }
-
-    void press(unsigned number, const QString& action) const {
-        QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/org/freedesktop/Notifications"),
-                                                         QStringLiteral("org.freedesktop.Notifications"),
-                                                         QStringLiteral("ActionInvoked"));
-        signal.setArguments({number, action});
-        peer_.send(signal);
-    }
-
-    static constexpr unsigned kNumber = 4711;
-
- private:
-    void onCall(const QDBusMessage& call, QDBusConnection bus) {
-        const std::lock_guard lock(mutex_);
-        if (call.member() == QLatin1String("Notify")) {
-            shown_.push_back(call);
-        }
-        bus.send(call.createReply(kNumber));
-    }
-
-    mutable std::mutex mutex_;
-    std::vector<QDBusMessage> shown_;
-    fake::RawPeer peer_;
-};
+using fake::NotificationService;
 
 class AccessibilityPromptTest : public AtspiFixture {
  protected:
     AccessibilityPromptTest() : AtspiFixture(std::chrono::seconds(1)) { desktop.isEnabled = false; }
 
+    // As when the agent starts.
+    void start(const useragent::ToldOnce& told) {
+        accessibility = std::make_shared<useragent::AtspiAccessibility>(
+            dispatch, useragent::AtspiSettings{
+                          desktop.sessionBus.address(), {}, std::chrono::seconds(1), screen.port(), told});
+    }
     QString buttonOf(const QDBusMessage& notification) {
         return notification.arguments().at(5).toStringList().value(0);
     }
@@ -113,6 +79,34 @@ TEST_F(AccessibilityPromptTest, AsksNothingWhenTheSessionWasOnlySlow) {
     desktop.accessibilityBus.thaw();
     fake::WaitFor([&] { return false; }, std::chrono::milliseconds(300));
     EXPECT_TRUE(service.shown().empty());
+}
+
+TEST_F(AccessibilityPromptTest, AUserWhoWasAskedOnceIsNotAskedAgainAtTheNextStart) {
+    const fake::TemporaryFolder folder;
+    const useragent::ToldOnce told(folder / "state");
+    const NotificationService service(desktop.sessionBus.address());
+    start(told);
+    EXPECT_FALSE(accessibility->isProcessTrustedWithPrompt());
+    ASSERT_TRUE(fake::WaitFor([&] { return told.wasTold("accessibility"); }));
+    start(told);
+    EXPECT_FALSE(accessibility->isProcessTrustedWithPrompt());
+    EXPECT_TRUE(fake::WaitFor([&] {
+        return log.contains("as the user was told before. It can be switched on with: busctl --user");
+    }));
+    EXPECT_EQ(service.shown().size(), 1U);
+}
+
+TEST_F(AccessibilityPromptTest, AUserWhoCouldNotBeAskedIsAskedAtTheNextStart) {
+    const fake::TemporaryFolder folder;
+    const useragent::ToldOnce told(folder / "state");
+    start(told);
+    EXPECT_FALSE(accessibility->isProcessTrustedWithPrompt());
+    EXPECT_TRUE(fake::WaitFor([&] { return log.contains("nobody could be asked to switch it on"); }));
+    EXPECT_FALSE(told.wasTold("accessibility"));
+    const NotificationService service(desktop.sessionBus.address());
+    start(told);
+    EXPECT_FALSE(accessibility->isProcessTrustedWithPrompt());
+    EXPECT_TRUE(fake::WaitFor([&] { return service.shown().size() == 1; }));
 }
 
 }  // namespace

@@ -17,4 +17,8 @@ inline constexpr const char* kNoLogFile = "/";
 std::optional<std::filesystem::path> WritableLogStem(const std::filesystem::path& wanted,
                                                      const std::vector<std::filesystem::path>& folders);
 
+// Makes a folder that is missing, and those above it, for their owner alone. What fails here shows when a
+// file is opened in it.
+void MakeOwnFolder(const std::filesystem::path& folder);
+
 }  // namespace cmn

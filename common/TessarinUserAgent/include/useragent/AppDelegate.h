@@ -12,6 +12,7 @@
 
 #include "useragent/AppMenu.h"
 #include "useragent/FileFiltersViewController.h"
+#include "useragent/PermissionNotices.h"
 #include "useragent/StatusImage.h"
 #include "usercommon/Dispatch.h"
 #include "xpccommon/FinderExtensionXPCClient.h"
@@ -59,6 +60,7 @@ struct AppDelegateParts {
     std::shared_ptr<Accessibility> accessibility;
     std::shared_ptr<FileManagerExtension> extension;
     std::shared_ptr<SettingsPanes> panes;
+    std::shared_ptr<Notices> notices;
     std::shared_ptr<cmn::Dispatch> dispatch;
     std::shared_ptr<cmn::XPCTransport> transport;
 };
@@ -69,6 +71,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     struct Environment {
         std::shared_ptr<ApplicationInterface> interface;
         std::shared_ptr<AppMenu> appMenu;
+        std::shared_ptr<PermissionNotices> notices;
         std::shared_ptr<cmn::Dispatch> dispatch;
         std::shared_ptr<cmn::XPCTransport> transport;
         FileFiltersViewController::Environment properties;

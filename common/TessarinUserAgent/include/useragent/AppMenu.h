@@ -41,6 +41,7 @@ class FileManagerExtension {
  public:
     virtual ~FileManagerExtension() = default;
     virtual bool isExtensionEnabled() = 0;  // without waiting for anything
+    virtual bool canBeEnabled() = 0;        // whether there is a file manager for it; as above
     virtual void showExtensionManagementInterface() = 0;
 };
 

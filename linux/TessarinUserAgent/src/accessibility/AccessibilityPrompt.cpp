@@ -1,12 +1,6 @@
 #include "accessibility/AccessibilityPrompt.h"
 
-#include <fmt/format.h>
-
-#include <map>
-#include <tuple>
 #include <utility>
-#include <variant>
-#include <vector>
 
 #include "accessibility/AtspiQueries.h"
 #include "common/log.h"
@@ -18,49 +12,26 @@ using cmn::bus::Message;
 using cmn::bus::Query;
 using cmn::bus::Result;
 
-constexpr const char* kNotifications = "org.freedesktop.Notifications";
-constexpr const char* kNotificationsPath = "/org/freedesktop/Notifications";
-constexpr const char* kSwitchOnAction = "switch-on";
-
-// Services that have to be started first take their time.
-constexpr std::chrono::seconds kServiceTimeout{25};
+constexpr const char* kPermission = "accessibility";
+constexpr const char* kRemedy =
+    "busctl --user set-property org.a11y.Bus /org/a11y/bus org.a11y.Status IsEnabled b true";
 
 void LogRemedy() {
-    TLOG_WARN(
-        "Accessibility is off and nobody could be asked to switch it on. It can be done with: busctl --user "
-        "set-property org.a11y.Bus /org/a11y/bus org.a11y.Status IsEnabled b true");
+    TLOG_WARN("Accessibility is off and nobody could be asked to switch it on. It can be done with: {}",
+              kRemedy);
 }
 
-bool WriteNotification(Message& call) {
-    using namespace std::string_literals;
-    using Hints = std::map<std::string, std::variant<std::monostate, std::uint8_t>>;
-    constexpr std::uint8_t kNormalUrgency = 1;
-    constexpr std::uint32_t kReplacesNone = 0;
-    constexpr std::int32_t kNeverExpires = 0;
-    return call.append("Tessarin User Agent"s, kReplacesNone, "preferences-desktop-accessibility"s,
-                       "Accessibility is switched off"s,
-                       "Tessarin needs it to see which addresses the web browsers visit."s,
-                       std::vector<std::string>{kSwitchOnAction, "Switch on"},
-                       Hints{{"urgency", kNormalUrgency}}, kNeverExpires);
+Query<ShownNotification> Notification() {
+    return ShowNotification({"Accessibility is switched off",
+                             "Tessarin needs it to see which addresses the web browsers visit.", "Switch on"},
+                            "preferences-desktop-accessibility");
 }
 
 }  // namespace
 
-Query<AccessibilityPrompt::Shown> AccessibilityPrompt::Notification() {
-    return {kNotifications,
-            kNotificationsPath,
-            kNotifications,
-            "Notify",
-            &WriteNotification,
-            [](const Message& answer) -> Result<Shown> {
-                const auto number = answer.readOne<std::uint32_t>();
-                return number ? Result<Shown>({*number, std::string(answer.sender())}) : number.error();
-            }};
-}
-
 template <typename T>
 void AccessibilityPrompt::ask(const Query<T>& query, void (AccessibilityPrompt::*next)(const Result<T>&)) {
-    cmn::bus::Ask<T>(*sessionBus_, query, cmn::bus::Clock::now() + kServiceTimeout,
+    cmn::bus::Ask<T>(*sessionBus_, query, cmn::bus::Clock::now() + kNotificationTimeout,
                      [weak = weak_from_this(), next](const Result<T>& answer) {
                          if (const auto self = weak.lock()) {
                              (self.get()->*next)(answer);
@@ -84,22 +55,23 @@ void AccessibilityPrompt::ask() {
 void AccessibilityPrompt::heardWhetherEnabled(const Result<bool>& isEnabled) {
     if (!isEnabled) {
         TLOG_WARN("This session has no accessibility: {}", isEnabled.error().message);
+    } else if (!*isEnabled && told_.wasTold(kPermission)) {
+        TLOG_WARN("Accessibility is off, as the user was told before. It can be switched on with: {}",
+                  kRemedy);
     } else if (!*isEnabled) {
         ask(Notification(), &AccessibilityPrompt::shown);
     }
 }
 
-void AccessibilityPrompt::shown(const Result<Shown>& notification) {
+void AccessibilityPrompt::shown(const Result<ShownNotification>& notification) {
     if (!notification) {
         LogRemedy();
         return;
     }
-    notification_ = notification->number;
-    // Only whoever shows the notification can say what became of it.
-    actions_ = sessionBus_->subscribe(
-        fmt::format("type='signal',sender='{}',path='{}',interface='{}',member='ActionInvoked'",
-                    notification->service, kNotificationsPath, kNotifications),
-        [weak = weak_from_this()](const Message& signal) {
+    told_.setToldNoThrow(kPermission);
+    notification_ = *notification;
+    actions_ =
+        sessionBus_->subscribe(ButtonsOf(notification_), [weak = weak_from_this()](const Message& signal) {
             if (const auto self = weak.lock()) {
                 self->actionInvoked(signal);
             }
@@ -107,8 +79,7 @@ void AccessibilityPrompt::shown(const Result<Shown>& notification) {
 }
 
 void AccessibilityPrompt::actionInvoked(const Message& signal) {
-    if (const auto action = signal.read<std::uint32_t, std::string>();
-        action && *action == std::tuple(notification_, kSwitchOnAction)) {
+    if (IsButtonPressed(signal, notification_)) {
         ask(atspi::Enable(), &AccessibilityPrompt::switchedOn);
     }
 }

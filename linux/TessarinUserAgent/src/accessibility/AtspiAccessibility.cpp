@@ -11,7 +11,7 @@ namespace useragent {
 AtspiAccessibility::AtspiAccessibility(std::shared_ptr<cmn::Dispatch> dispatch, const AtspiSettings& settings,
                                        std::shared_ptr<cmn::bus::Loop> loop)
     : bus_(std::make_shared<AccessibilityBus>(std::move(dispatch), std::move(loop), settings)),
-      prompt_(std::make_shared<AccessibilityPrompt>(*bus_)) {
+      prompt_(std::make_shared<AccessibilityPrompt>(*bus_, settings.told)) {
     if (settings.screen.tellChanges) {
         settings.screen.tellChanges([weak = std::weak_ptr(bus_)] {
             if (const auto bus = weak.lock()) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "useragent/Deadlines.h"
+#include "useragent/ToldOnce.h"
 
 namespace useragent {
 
@@ -37,6 +38,7 @@ struct AtspiSettings {
     std::chrono::milliseconds callDeadline = kBrowserCallDeadline;
     Screen screen = {};                           // empty where nobody knows
     std::shared_ptr<EarlyLooks> earlyLooks = {};  // null where cycles begin at their time only
+    ToldOnce told = {};  // where it is kept that the user was asked to switch accessibility on
 };
 
 // As the environment of the process says.

@@ -21,6 +21,10 @@ bool LinuxFileManagerExtension::isExtensionEnabled() {
     return manager && entries_->isInstalled(*manager);
 }
 
+bool LinuxFileManagerExtension::canBeEnabled() {
+    return FileManagerOf(session_).has_value();
+}
+
 void LinuxFileManagerExtension::showExtensionManagementInterface() {
     try {
         if (!window_) {

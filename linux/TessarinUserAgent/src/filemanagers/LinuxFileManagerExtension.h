@@ -20,6 +20,7 @@ class LinuxFileManagerExtension : public FileManagerExtension {
 
     // Whether the file manager of this desktop has the entry.
     bool isExtensionEnabled() override;
+    bool canBeEnabled() override;
     // Shows the one window for it, or brings it to the front. Needs a QApplication.
     void showExtensionManagementInterface() override;
 

@@ -173,9 +173,11 @@ void SessionBus::call(bus::Message message, std::chrono::milliseconds timeout,
 }
 
 std::shared_ptr<bus::Subscription> SessionBus::subscribe(const std::string& rule,
-                                                         std::function<void()> heard) {
-    return connection_->subscribe(
-        rule, [inbox = inbox_, heard = std::move(heard)](const bus::Message&) { inbox->post(heard); });
+                                                         std::function<void(const bus::Message&)> heard) {
+    return connection_->subscribe(rule,
+                                  [inbox = inbox_, heard = std::move(heard)](const bus::Message& signal) {
+                                      inbox->post([heard, signal] { heard(signal); });
+                                  });
 }
 
 }  // namespace useragent

@@ -53,7 +53,8 @@ class SessionBus {
     void call(cmn::bus::Message message, std::chrono::milliseconds timeout,
               std::function<void(const Reply&)> done);
     // Until the end of the connection of the moment, or of what it returns.
-    std::shared_ptr<cmn::bus::Subscription> subscribe(const std::string& rule, std::function<void()> heard);
+    std::shared_ptr<cmn::bus::Subscription> subscribe(const std::string& rule,
+                                                      std::function<void(const cmn::bus::Message&)> heard);
     template <typename... T>
     Reply askBusAndWait(const char* member, std::chrono::milliseconds timeout, const T&... arguments) {
         return connection_->callAndWait(connection_->makeCall(cmn::bus::kBusName, cmn::bus::kBusPath,

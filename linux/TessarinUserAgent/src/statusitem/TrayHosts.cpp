@@ -32,7 +32,7 @@ void TrayHosts::subscribe() {
     using namespace std::string_literals;
     subscriptions_.clear();
     const auto hear = [this](const std::string& rule) {
-        subscriptions_.push_back(bus_.subscribe(rule, [this] { ask(); }));
+        subscriptions_.push_back(bus_.subscribe(rule, [this](const cmn::bus::Message&) { ask(); }));
     };
     hear("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='"s + kWatcher + "'");
     for (const char* const signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {

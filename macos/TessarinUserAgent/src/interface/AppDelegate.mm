@@ -27,11 +27,11 @@ useragent::InterfaceEnvironment g_environment;
 // Made at the first use: URLs may come before the launch.
 - (const std::shared_ptr<useragent::AppDelegate>&)portableDelegate {
     if (!_delegate) {
-        _delegate = useragent::MakeAppDelegate({std::make_shared<useragent::AppKitInterface>(self),
-                                                g_environment.accessibility,
-                                                std::make_shared<useragent::FinderSyncExtension>(),
-                                                std::make_shared<useragent::MacSettingsPanes>(),
-                                                g_environment.dispatch, g_environment.transport});
+        _delegate = useragent::MakeAppDelegate(
+            {std::make_shared<useragent::AppKitInterface>(self), g_environment.accessibility,
+             std::make_shared<useragent::FinderSyncExtension>(),
+             std::make_shared<useragent::MacSettingsPanes>(), std::make_shared<useragent::NoNotices>(),
+             g_environment.dispatch, g_environment.transport});
         self.appMenu.menu = _delegate->appMenu();
     }
     return _delegate;

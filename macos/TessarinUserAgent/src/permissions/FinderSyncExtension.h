@@ -8,6 +8,7 @@ namespace useragent {
 class FinderSyncExtension final : public FileManagerExtension {
  public:
     bool isExtensionEnabled() override;
+    bool canBeEnabled() override { return true; }
     void showExtensionManagementInterface() override;
 };
 
