@@ -5,13 +5,14 @@ import shutil
 import socket
 import subprocess
 import tempfile
+import time
 import unittest
 from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[2]
 
 
-class Start(unittest.TestCase):
+class Session(unittest.TestCase):
     def setUp(self) -> None:
         folder = tempfile.TemporaryDirectory(prefix="session-")
         self.addCleanup(folder.cleanup)
@@ -38,12 +39,28 @@ class Start(unittest.TestCase):
         listener.bind(str(self.runtime / "systemd/private"))
         self.program(self.root / "bin/systemctl", f'echo "systemctl $*" >>"$HOME/calls"; [ "$2" != {fails_at} ]')
 
-    def calls(self) -> list[str]:
-        done = subprocess.run([str(self.start)], env=self.environment, stdin=subprocess.DEVNULL, capture_output=True, text=True,
+    def run_start(self) -> "subprocess.CompletedProcess[str]":
+        return subprocess.run([str(self.start)], env=self.environment, stdin=subprocess.DEVNULL, capture_output=True, text=True,
                               timeout=60)
-        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
-        return (self.root / "calls").read_text().splitlines()
 
+    def calls(self) -> list[str]:
+        done = self.run_start()
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+        return self.called()
+
+    def called(self) -> list[str]:
+        calls = self.root / "calls"
+        return calls.read_text().splitlines() if calls.exists() else []
+
+    def own_entry(self, text: str, config: str = ".config") -> Path:
+        """The user's own, which stands for the system's."""
+        entry = self.root / config / "autostart/com.tessarin.UserAgent.desktop"
+        entry.parent.mkdir(parents=True, exist_ok=True)
+        entry.write_text(f"[Desktop Entry]\nType=Application\n{text}\n")
+        return entry
+
+
+class Start(Session):
     def test_without_a_service_manager_the_program_itself(self) -> None:
         self.assertEqual(self.calls(), ["agent"])
 
@@ -65,6 +82,80 @@ class Start(unittest.TestCase):
                 self.manager(fails_at=step)
                 self.assertEqual(self.calls()[-1], "agent")
                 self.assertEqual(self.calls().count("agent"), 2, "one for each start")
+
+    def test_entry_that_the_user_switched_off_starts_nothing(self) -> None:
+        for text in ("Hidden=true", "Hidden = true ", "X-GNOME-Autostart-enabled=false"):
+            for manager in (False, True):
+                with self.subTest(text=text, manager=manager):
+                    (self.runtime / "systemd/private").unlink(missing_ok=True)
+                    if manager:
+                        self.manager()
+                    entry = self.own_entry(text)
+                    done = self.run_start()
+                    self.assertEqual(done.returncode, 0)
+                    self.assertEqual(done.stderr, f"The agent is not started: it is switched off in {entry}\n")
+                    self.assertEqual(self.called(), [])
+
+    def test_entry_is_looked_for_where_the_user_has_it(self) -> None:
+        self.environment["XDG_CONFIG_HOME"] = str(self.root / "elsewhere")
+        self.own_entry("Hidden=true")
+        self.assertEqual(self.calls(), ["agent"])
+        self.own_entry("Hidden=true", config="elsewhere")
+        self.assertEqual(self.run_start().returncode, 0)
+        self.assertEqual(self.called(), ["agent"], "the one of before")
+
+    def test_entry_of_the_users_that_is_not_switched_off_starts_the_agent(self) -> None:
+        self.own_entry("Hidden=false\nName=Not Hidden=true\nX-GNOME-Autostart-enabled=true")
+        self.assertEqual(self.calls(), ["agent"])
+
+
+@unittest.skipUnless(os.geteuid() == 0, "upgrades are root's")
+class Upgrade(Session):
+    """The script of the packages, with the agents of a folder instead of the installed ones."""
+
+    def setUp(self) -> None:
+        super().setUp()
+        self.manager()
+        self.agents = self.start.parent / "agents"
+        text = self.agents.read_text()
+        contents = "contents=/opt/tessarin/TessarinUserAgent.app/Contents"
+        self.assertIn(contents, text)
+        self.agents.write_text(text.replace(contents, f"contents={self.root}/Contents"))
+        # A program, not a script: the agents are known by their files.
+        shutil.copy("/bin/sleep", self.root / "Contents/Linux/TessarinUserAgent")
+
+    def upgrade(self) -> None:
+        """With an agent that runs; returns when all that it started has ended."""
+        with subprocess.Popen([self.root / "Contents/Linux/TessarinUserAgent", "1000"], env=self.environment) as agent:
+            self.addCleanup(agent.kill)
+            subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
+            self.assertEqual(agent.wait(20), -15, "ended in order")
+        deadline = time.monotonic() + 30
+        while self.works():
+            self.assertLess(time.monotonic(), deadline, "the start does not end")
+            time.sleep(0.02)
+
+    def works(self) -> bool:
+        for process in Path("/proc").glob("[0-9]*/cmdline"):
+            try:
+                if str(self.root).encode() in process.read_bytes():
+                    return True
+            except OSError:
+                pass  # it has just ended
+        return False
+
+    def test_agent_that_ran_is_started_again_in_its_session(self) -> None:
+        self.upgrade()
+        self.assertEqual(self.called()[-1:], ["systemctl --user start com.tessarin.UserAgent.service"])
+
+    def test_agent_of_a_user_who_switched_the_entry_off_is_ended_and_not_started(self) -> None:
+        self.own_entry("Hidden=true")
+        self.upgrade()
+        self.assertEqual(self.called(), [])
+
+    def test_nothing_is_started_where_no_agent_ran(self) -> None:
+        subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
+        self.assertEqual(self.called(), [])
 
 
 if __name__ == "__main__":

@@ -13,6 +13,7 @@ namespace cmn {
 namespace {
 
 constexpr auto kUsersRoot = "/home";
+// The XDG_CONFIG_HOME of this process says nothing of where other users have theirs.
 constexpr auto kAgentStartFile = ".config/autostart/com.tessarin.UserAgent.desktop";
 
 struct Free {
