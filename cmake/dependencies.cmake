@@ -26,6 +26,9 @@ endif()
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-res)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+if(TESSARIN_ISAL)
+    pkg_check_modules(ISAL REQUIRED IMPORTED_TARGET libisal)
+endif()
 
 # The service host's scanner matches with it.
 pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)

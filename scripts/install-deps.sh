@@ -7,7 +7,8 @@ set -euo pipefail
 # The one list of packages.
 declare -A packages=(
     [build]="cmake ninja-build g++ pkg-config libfmt-dev libboost1.81-dev rapidjson-dev qt6-base-dev qt6-svg-dev
-             libxcb1-dev libxcb-res0-dev libsystemd-dev libre2-dev"
+             libxcb1-dev libxcb-res0-dev libsystemd-dev libre2-dev
+             libisal-dev"
     [test]="libgtest-dev libgmock-dev desktop-file-utils bubblewrap xdg-dbus-proxy"
     [demo]="python3 python3-jeepney procps dbus dbus-daemon at-spi2-core xvfb openbox xdotool x11-utils imagemagick fonts-dejavu-core
             xfce4-panel xfconf xdg-utils qt6-wayland

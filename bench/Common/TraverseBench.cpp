@@ -1,4 +1,5 @@
-// The walk through a large folder beside GNU find and beside the iterator of the standard library.
+// The walk through large folders, one of them without links, beside GNU find and beside the iterator of the
+// standard library.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -7,7 +8,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <functional>
 #include <string>
 
 #include "TemporaryFolder.h"
@@ -19,18 +19,33 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kRoot = "/usr";
+const fs::path kSystem = "/usr";
 
-double Ours() {
+// Folders of files, as many together as sources have, without links.
+fs::path MakeTree(const bench::TemporaryFolder& folder) {
+    constexpr int kOuter = 60, kInner = 50, kFiles = 10;
+    const auto root = folder / "tree";
+    for (int outer = 0; outer < kOuter; ++outer) {
+        for (int inner = 0; inner < kInner; ++inner) {
+            const auto place = root / std::to_string(outer) / ("inner folder " + std::to_string(inner));
+            fs::create_directories(place);
+            for (int file = 0; file < kFiles; ++file)
+                cmn::StrToFile("", place / ("a file's name " + std::to_string(file) + ".txt"));
+        }
+    }
+    return root;
+}
+
+double Ours(const fs::path& folder) {
     double files = 0;
-    cmn::TraverseDirectoryNoThrow(kRoot, [&](const fs::path&) { ++files; });
+    cmn::TraverseDirectoryNoThrow(folder, [&](const fs::path&) { ++files; });
     return files;
 }
 
-double BareIterator() {
+double BareIterator(const fs::path& folder) {
     double files = 0;
     for (const auto& entry :
-         fs::recursive_directory_iterator(kRoot, fs::directory_options::skip_permission_denied)) {
+         fs::recursive_directory_iterator(folder, fs::directory_options::skip_permission_denied)) {
         std::error_code ignored;
         files += entry.is_regular_file(ignored) ? 1 : 0;
     }
@@ -39,8 +54,8 @@ double BareIterator() {
 
 // A find that prints every name to nowhere. `links` counts what symbolic links point to as well, as ours
 // does.
-bool Find(bool links) {
-    std::string find = "find", root = kRoot.string(), test = links ? "-xtype" : "-type", file = "f";
+bool Find(const fs::path& folder, bool links) {
+    std::string find = "find", root = folder.string(), test = links ? "-xtype" : "-type", file = "f";
     char* arguments[] = {find.data(), root.data(), test.data(), file.data(), nullptr};
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -52,20 +67,34 @@ bool Find(bool links) {
     return error == 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-void RunWalk(benchmark::State& state, const std::function<double()>& walk) {
+using Walk = double (*)(const fs::path&);
+
+void RunWalk(benchmark::State& state, Walk walk, const fs::path& folder) {
     double files = 0;
     for (auto _ : state)
-        files = walk();
+        files = walk(folder);
     state.counters["files"] = files;
 }
 
-void RunFind(benchmark::State& state, bool links) {
+void RunFind(benchmark::State& state, bool links, const fs::path& folder) {
     for (auto _ : state) {
-        if (!Find(links)) {
+        if (!Find(folder, links)) {
             state.SkipWithError("find failed");
             return;
         }
     }
+}
+
+void Register(const std::string& name, const fs::path& folder) {
+    const auto add = [&](const char* who, auto body) {
+        benchmark::RegisterBenchmark(("traverse/" + name + "/" + who).c_str(), body)
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond);
+    };
+    add("ours", [=](benchmark::State& state) { RunWalk(state, Ours, folder); });
+    add("bare_iterator", [=](benchmark::State& state) { RunWalk(state, BareIterator, folder); });
+    add("find_type_f", [=](benchmark::State& state) { RunFind(state, false, folder); });
+    add("find_xtype_f", [=](benchmark::State& state) { RunFind(state, true, folder); });
 }
 
 }  // namespace
@@ -76,13 +105,8 @@ int main(int argc, char** argv) {
         return 1;
     const bench::TemporaryFolder folder;
     SetLogPath((folder / "log").c_str());
-    const auto add = [](const char* name, auto body) {
-        benchmark::RegisterBenchmark(name, body)->UseRealTime()->Unit(benchmark::kMillisecond);
-    };
-    add("traverse/usr/ours", [](benchmark::State& state) { RunWalk(state, Ours); });
-    add("traverse/usr/bare_iterator", [](benchmark::State& state) { RunWalk(state, BareIterator); });
-    add("traverse/usr/find_type_f", [](benchmark::State& state) { RunFind(state, false); });
-    add("traverse/usr/find_xtype_f", [](benchmark::State& state) { RunFind(state, true); });
+    Register("usr", kSystem);
+    Register("no_links", MakeTree(folder));
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "common/crc64.h"
+#include "crc64_parts.h"
 
 namespace {
 
@@ -43,18 +43,56 @@ TEST(Crc64Test, ContinuesFromAResult) {
         EXPECT_EQ(Crc(text.substr(cut), Crc(text.substr(0, cut))), Crc(text)) << cut;
 }
 
-TEST(Crc64Test, EqualsTheDefinitionForEveryLengthAndAlignment) {
+std::vector<unsigned char> RandomBytes(std::size_t size) {
     std::mt19937_64 random(20'261'121);
-    std::vector<unsigned char> bytes(400);
+    std::vector<unsigned char> bytes(size);
     for (auto& byte : bytes)
         byte = static_cast<unsigned char>(random());
+    return bytes;
+}
+
+using Checksum = std::uint64_t (*)(unsigned long long, const unsigned char*, unsigned long long);
+
+// What callers have, and our own tables, which stand in for the library where there is none.
+class Crc64RoadsTest : public testing::TestWithParam<Checksum> {};
+
+std::uint64_t ByTables(unsigned long long seed, const unsigned char* data, unsigned long long length) {
+    return cmn::TableCrc64(seed, data, length);
+}
+
+INSTANTIATE_TEST_SUITE_P(, Crc64RoadsTest, testing::Values(cmn::crc64, ByTables),
+                         [](const auto& test) { return test.index == 0 ? "Chosen" : "ByTables"; });
+
+TEST_P(Crc64RoadsTest, EqualsTheDefinitionForEveryLengthAndAlignment) {
+    std::mt19937_64 random(1);
+    const auto bytes = RandomBytes(400);
     for (std::size_t alignment = 0; alignment < 16; ++alignment) {
         for (std::size_t length = 0; length <= 300; ++length) {
             const auto seed = random();
             const auto* data = bytes.data() + alignment;
-            ASSERT_EQ(cmn::crc64(seed, data, length), BitwiseCrc(seed, data, length))
+            ASSERT_EQ(GetParam()(seed, data, length), BitwiseCrc(seed, data, length))
                 << "alignment " << alignment << ", length " << length;
         }
+    }
+}
+
+TEST_P(Crc64RoadsTest, EqualsTheDefinitionForManyBytes) {
+    const auto bytes = RandomBytes(1'000'003);
+    EXPECT_EQ(GetParam()(7, bytes.data(), bytes.size()), BitwiseCrc(7, bytes.data(), bytes.size()));
+}
+
+TEST_P(Crc64RoadsTest, IsTheSameHoweverThePiecesAreCut) {
+    std::mt19937_64 random(2);
+    const auto bytes = RandomBytes(20'000);
+    for (int round = 0; round < 20'000; ++round) {
+        // Short and long pieces alike, from anywhere.
+        const auto length = random() % (std::size_t{1} << (random() % 14));
+        const auto* const data = bytes.data() + random() % (bytes.size() - length);
+        const auto cut = length == 0 ? 0 : random() % (length + 1);
+        const auto seed = random();
+        const auto whole = cmn::TableCrc64(seed, data, length);
+        const auto pieces = GetParam()(GetParam()(seed, data, cut), data + cut, length - cut);
+        ASSERT_EQ(pieces, whole) << "length " << length << ", cut " << cut;
     }
 }
 

@@ -64,6 +64,28 @@ TEST_F(TraverseTest, FindsEveryFileBelowTheRoot) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+TEST_F(TraverseTest, CallsBackWithWellFormedPaths) {
+    // Into folders, out of them and on, with names of one and of many characters.
+    const std::string longName(200, 'l');
+    for (const auto* name : {"a", "bb", "b/c", "b/cc", "b/d/e", "b/d/f.g.h", "b/z", "x/y/z", "y"})
+        makeFile(name);
+    makeFile("b/" + longName);
+    const auto expectWellFormed = [](const fs::path& root) {
+        int calls = 0;
+        cmn::TraverseDirectoryNoThrow(root, [&](const fs::path& path) {
+            ++calls;
+            const fs::path again(path.native());
+            EXPECT_TRUE(std::equal(path.begin(), path.end(), again.begin(), again.end())) << path;
+            EXPECT_TRUE(fs::exists(path)) << path;
+        });
+        EXPECT_EQ(calls, 10);
+    };
+    expectWellFormed(root_);
+    expectWellFormed(root_ / "");
+    expectWellFormed(root_.string() + "//");
+    expectWellFormed(fs::relative(root_));
+}
+
 TEST_F(TraverseTest, ShortFormFindsTheSame) {
     makeFile("a");
     makeFile("b/c");

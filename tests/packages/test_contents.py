@@ -2,6 +2,7 @@
 
 import hashlib
 import os
+import platform
 import re
 import shutil
 import stat
@@ -145,6 +146,45 @@ class Contents(unittest.TestCase):
             build_id = re.search(r"Build ID: (\w+)", run("readelf", "-n", self.work / package / found)).group(1)
             symbols = self.work / f"{package}-dbgsym" / f"usr/lib/debug/.build-id/{build_id[:2]}/{build_id[2:]}.debug"
             self.assertIn(".debug_info", run("readelf", "-SW", symbols))
+
+    def test_programs_are_hardened(self) -> None:
+        for program, package in PROGRAMS.items():
+            with self.subTest(program=program):
+                [found] = [file for file in self.files(package) if Path(file).name == program]
+                file = self.work / package / found
+                headers, dynamic = run("readelf", "-hlW", file), run("readelf", "-dW", file)
+                self.assertRegex(headers, r"Type: +DYN \(Position-Independent Executable file\)")
+                self.assertRegex(dynamic, r"FLAGS_1.*\bPIE\b")
+                self.assertIn("GNU_RELRO", headers)
+                self.assertRegex(dynamic, r"FLAGS_1.*\bNOW\b")
+                self.assertRegex(headers, r"GNU_STACK .* RW +0x")
+                self.assertNotRegex(headers, r"LOAD .* RWE")
+                self.assertNotRegex(dynamic, r"\((RPATH|RUNPATH|TEXTREL)\)")
+                symbols = run("readelf", "--dyn-syms", "-W", file)
+                self.assertRegex(symbols, r" __stack_chk_fail@")
+                self.assertRegex(symbols, r" __(snprintf|memcpy|fprintf)_chk@")
+
+    def test_programs_protect_their_branches(self) -> None:
+        if platform.machine() != "x86_64":
+            self.skipTest("other processors have other means")
+        landing_pad = b"\xf3\x0f\x1e\xfa"
+        # Where these do not claim it the linker does not for the whole; the rest of the program has its landing pads.
+        start_file = run("c++", "-print-file-name=Scrt1.o").strip()
+        for program, package in PROGRAMS.items():
+            with self.subTest(program=program):
+                [found] = [file for file in self.files(package) if Path(file).name == program]
+                file = self.work / package / found
+                notes = run("readelf", "-nW", file)
+                self.assertRegex(notes, r"x86 feature:.*\bSHSTK\b")
+                self.assertEqual("IBT" in notes, "IBT" in run("readelf", "-nW", start_file))
+                loads = [tuple(int(part, 16) for part in load) for load in
+                         re.findall(r"LOAD +(0x\w+) (0x\w+) 0x\w+ (0x\w+)", run("readelf", "-lW", file))]
+                own = re.findall(r": (\w+) +[1-9]\d* FUNC +GLOBAL +DEFAULT +\d+ _ZNK?3cmn", run("readelf", "--dyn-syms", "-W", file))
+                self.assertGreater(len(own), 10)
+                program_bytes = file.read_bytes()
+                for address in (int(one, 16) for one in own):
+                    [place] = [offset + address - start for offset, start, size in loads if start <= address < start + size]
+                    self.assertEqual(program_bytes[place:place + 4], landing_pad, hex(address))
 
     def test_the_package_asks_for_what_the_agent_starts_and_loads(self) -> None:
         depends = run("dpkg-deb", "-f", self.debs[AGENT], "Depends")

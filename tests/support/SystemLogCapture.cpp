@@ -24,8 +24,19 @@ std::vector<std::string> g_lines;
 
 }  // namespace
 
-// Takes the place of the C library's function in the test program.
+// Take the place of the C library's functions in the test program: hardened sources call the second.
 extern "C" [[gnu::format(printf, 2, 3)]] void syslog(int /*priority*/, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    Keep(format, arguments);
+    va_end(arguments);
+}
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" [[gnu::format(printf, 3, 4)]] void __syslog_chk(int /*priority*/, int /*flag*/, const char* format,
+                                                           ...);
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" void __syslog_chk(int /*priority*/, int /*flag*/, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
     Keep(format, arguments);

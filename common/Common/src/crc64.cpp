@@ -2,6 +2,9 @@
 
 #include <array>
 #include <cstddef>
+#include <utility>
+
+#include "crc64_parts.h"
 
 namespace cmn {
 
@@ -49,43 +52,58 @@ constexpr WordTables MakeWordTables(std::size_t zeros) {
 constexpr WordTables kNext = MakeWordTables(0);
 constexpr WordTables kNextBlock = MakeWordTables(kBlock - kWord);
 
+// Written out at compile time: at the level that ships the optimiser leaves short loops as they are.
+template <std::size_t... I>
+constexpr std::uint64_t JoinBytes(const unsigned char* data, std::index_sequence<I...>) {
+    return ((static_cast<std::uint64_t>(data[I]) << (8 * I)) | ...);
+}
+
+template <std::size_t... I>
+std::uint64_t LookUpBytes(const WordTables& tables, std::uint64_t word, std::index_sequence<I...>) {
+    return (tables[I][(word >> (8 * I)) & 0xFF] ^ ...);
+}
+
 // Little-endian whatever the machine; compilers make one load of it where they can.
 std::uint64_t LoadWord(const unsigned char* data) {
-    std::uint64_t value = 0;
-    for (std::size_t i = 0; i < kWord; ++i)
-        value |= static_cast<std::uint64_t>(data[i]) << (8 * i);
-    return value;
+    return JoinBytes(data, std::make_index_sequence<kWord>());
 }
 
 std::uint64_t TakeWord(const WordTables& tables, std::uint64_t word) {
-    std::uint64_t crc = 0;
-    for (std::size_t i = 0; i < kWord; ++i)
-        crc ^= tables[i][(word >> (8 * i)) & 0xFF];
-    return crc;
+    return LookUpBytes(tables, word, std::make_index_sequence<kWord>());
 }
 
-}  // namespace
-
-std::uint64_t crc64(unsigned long long seed, const unsigned char* data, unsigned long long length) {
-    std::uint64_t crc = seed;
-    if (length >= 2 * kBlock) {
-        // Each lane carries its word on to the same place of the next block; the last block joins them.
-        std::array<std::uint64_t, kLanes> lanes{crc};
-        for (; length >= 2 * kBlock; data += kBlock, length -= kBlock) {
-            for (std::size_t i = 0; i < kLanes; ++i)
-                lanes[i] = TakeWord(kNextBlock, lanes[i] ^ LoadWord(data + i * kWord));
-        }
-        crc = 0;
-        for (std::size_t i = 0; i < kLanes; ++i)
-            crc = TakeWord(kNext, crc ^ lanes[i] ^ LoadWord(data + i * kWord));
-        data += kBlock;
-        length -= kBlock;
-    }
+std::uint64_t SmallCrc64(std::uint64_t crc, const unsigned char* data, std::size_t length) {
     for (; length >= kWord; data += kWord, length -= kWord)
         crc = TakeWord(kNext, crc ^ LoadWord(data));
     for (; length > 0; ++data, --length)
         crc = kByteTable[(crc ^ *data) & 0xFF] ^ (crc >> 8);
     return crc;
+}
+
+template <std::size_t... I>
+std::uint64_t BlocksCrc64(std::uint64_t crc, const unsigned char*& data, std::size_t& length,
+                          std::index_sequence<I...>) {
+    // Each lane carries its word on to the same place of the next block; the last block joins them.
+    std::uint64_t lanes[kLanes]{crc};
+    for (; length >= 2 * kBlock; data += kBlock, length -= kBlock)
+        ((lanes[I] = TakeWord(kNextBlock, lanes[I] ^ LoadWord(data + I * kWord))), ...);
+    crc = 0;
+    ((crc = TakeWord(kNext, crc ^ lanes[I] ^ LoadWord(data + I * kWord))), ...);
+    data += kBlock;
+    length -= kBlock;
+    return crc;
+}
+
+}  // namespace
+
+std::uint64_t TableCrc64(std::uint64_t seed, const unsigned char* data, std::size_t length) {
+    if (length >= 2 * kBlock)
+        seed = BlocksCrc64(seed, data, length, std::make_index_sequence<kLanes>());
+    return SmallCrc64(seed, data, length);
+}
+
+std::uint64_t crc64(unsigned long long seed, const unsigned char* data, unsigned long long length) {
+    return length < kLargePiece ? SmallCrc64(seed, data, length) : LargeCrc64(seed, data, length);
 }
 
 }  // namespace cmn

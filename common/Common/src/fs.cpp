@@ -6,9 +6,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "common/crc64.h"
-#include "common/exceptions.h"
-#include "common/make_error.h"
+#include "file_failure.h"
 #include "read_all.h"
 
 namespace cmn {
@@ -17,18 +15,12 @@ namespace {
 
 constexpr unsigned long long kChunk = 1 << 20;
 
-[[noreturn]] void Fail(std::string_view function, std::string_view what, const std::filesystem::path& path,
-                       int error) {
-    throw_with_trace(make_error("[", function, "] Can't ", what, " (", path.string(),
-                                ") Error: ", std::generic_category().message(error)));
-}
-
 template <class Bytes>
 void ReadFile(std::string_view function, const std::filesystem::path& path, Bytes& bytes) {
     errno = 0;
     std::ifstream in(path, std::ios::binary);
     if (!in || !ReadAll(in, bytes, FileSizeNoThrow(path)))
-        Fail(function, "read", path, errno);
+        FailOnFile(function, "read", path, errno);
 }
 
 // A file being written as a whole.
@@ -50,7 +42,7 @@ class WholeFile {
  private:
     void check() {
         if (!out_)
-            Fail(function_, "write", path_, errno);
+            FailOnFile(function_, "write", path_, errno);
     }
 
     std::string_view function_;
@@ -117,7 +109,7 @@ void StreamToFile(IStream& stream, const std::filesystem::path& path) {
 std::vector<std::string> ReadWordsFromFile(const std::filesystem::path& path) {
     std::ifstream in(path);
     if (!in)
-        Fail("ReadWordsFromFile", "read", path, errno);
+        FailOnFile("ReadWordsFromFile", "read", path, errno);
     std::vector<std::string> words;
     for (std::string word; in >> word;)
         words.push_back(std::move(word));
@@ -145,28 +137,6 @@ std::filesystem::file_time_type FileLastWriteTimeNoThrow(const std::filesystem::
     std::error_code error;
     const auto time = std::filesystem::last_write_time(path, error);
     return error ? std::filesystem::file_time_type::min() : time;
-}
-
-std::uint64_t CalcFileHash(unsigned long long seed, const std::filesystem::path& path) {
-    errno = 0;
-    std::ifstream in(path, std::ios::binary);
-    std::vector<unsigned char> piece(kChunk);
-    std::uint64_t hash = seed;
-    bool empty = true;
-    while (in.read(reinterpret_cast<char*>(piece.data()), static_cast<std::streamsize>(piece.size())) ||
-           in.gcount() > 0) {
-        hash = crc64(hash, piece.data(), static_cast<unsigned long long>(in.gcount()));
-        empty = false;
-    }
-    if (!in.eof() || in.bad())
-        Fail("CalcFileHash", "read", path, errno);
-    // 0, not the seed, for an empty file; kept so.
-    return empty ? 0 : hash;
-}
-
-std::uint64_t CalcPathHash(const std::filesystem::path& path) {
-    const auto text = path.string();
-    return crc64(0, reinterpret_cast<const unsigned char*>(text.data()), text.size());
 }
 
 // On the native text: for well-formed text the comparison of bytes and of wide characters come to the same,

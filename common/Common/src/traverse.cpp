@@ -74,11 +74,11 @@ void Walk(const fs::path& root, const std::function<void(const fs::path&)>& call
                 walk.path());
             return;
         }
-        if (!skipFolders.empty() && IsFileInDirs(walk.path(), skipFolders)) {
+        if (!skipFolders.empty() && IsFileInDirs(walk.file(), skipFolders)) {
             walk.stayOut();
             Log(LogLevel::Trace, __LINE__, "Folder [{}] is skipped", walk.path());
         } else if (HasExtension(walk.path(), extensions) && IsRegularFile(walk)) {
-            Call(callback, walk.path());
+            Call(callback, walk.file());
         }
     }
     if (error)

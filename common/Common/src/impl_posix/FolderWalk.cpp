@@ -9,14 +9,11 @@
 #include <string>
 #include <utility>
 
+#include "impl_posix/FolderReader.h"
+
 namespace cmn {
 
 namespace {
-
-struct CloseFolder {
-    void operator()(DIR* folder) const { closedir(folder); }
-};
-using FolderStream = std::unique_ptr<DIR, CloseFolder>;
 
 struct Name {
     std::string text;
@@ -31,47 +28,28 @@ bool IsPermissionDenied(const std::error_code& error) {
     return error == std::errc::permission_denied || error == std::errc::operation_not_permitted;
 }
 
-// Opens a folder named from another one on, so that no path gets too long.
-FolderStream OpenFolder(int from, const std::string& name, int flags, std::error_code& error) {
-    const int fd = openat(from, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags);
-    FolderStream stream(fd < 0 ? nullptr : fdopendir(fd));
-    if (!stream) {
-        error = LastError();
-        if (fd >= 0)
-            close(fd);
-    }
-    return stream;
-}
-
-// Null at the end, also when the rest may not be read.
-const dirent* ReadName(DIR* stream, std::error_code& error) {
-    for (;;) {
-        errno = 0;
-        const auto* const entry = readdir(stream);
-        if (entry == nullptr) {
-            error = LastError();
-            if (IsPermissionDenied(error))
-                error.clear();
-            return nullptr;
-        }
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != "..")
-            return entry;
-    }
+// False at the end, also when the rest may not be read. Call without an error.
+bool ReadName(FolderReader& folder, FolderReader::Entry& entry, std::error_code& error) {
+    if (folder.next(entry, error))
+        return true;
+    if (IsPermissionDenied(error))
+        error.clear();
+    return false;
 }
 
 }  // namespace
 
 struct FolderWalk::Folder {
-    // Reads the names that are left, so that the stream can be closed.
+    // Reads the names that are left, so that the folder can be closed.
     void gather() {
-        while (const auto* const entry = ReadName(stream.get(), error))
-            names.push_back({entry->d_name, entry->d_type});
+        FolderReader::Entry entry;
+        while (ReadName(*reader, entry, error))
+            names.push_back({std::string(entry.name), entry.type});
         gathered = true;
     }
 
-    FolderStream stream;     // null while closed
-    std::size_t pathLength;  // of its own path, at the beginning of the present entry's
+    std::unique_ptr<FolderReader> reader;  // null while closed
+    std::size_t pathLength;                // of its own path, at the beginning of the present entry's
     std::vector<Name> names{};
     std::size_t position = 0;  // in `names`
     bool gathered = false;
@@ -80,11 +58,35 @@ struct FolderWalk::Folder {
 
 FolderWalk::FolderWalk(std::filesystem::path::string_type root) : path_(std::move(root)) {
     std::error_code ignored;
-    if (auto stream = OpenFolder(AT_FDCWD, path_, 0, ignored))
-        folders_.push_back({std::move(stream), path_.size()});
+    if (auto reader = openFolder(AT_FDCWD, path_.c_str(), 0, ignored))
+        folders_.push_back({std::move(reader), path_.size()});
 }
 
 FolderWalk::~FolderWalk() = default;
+
+// Opens a folder named from another one on, so that no path gets too long.
+std::unique_ptr<FolderReader> FolderWalk::openFolder(int from, const char* name, int flags,
+                                                     std::error_code& error) {
+    if (spare_.empty())
+        spare_.push_back(std::make_unique<FolderReader>());
+    const int fd = openat(from, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags);
+    if (fd < 0) {
+        error = LastError();
+        return nullptr;
+    }
+    if (!spare_.back()->open(fd, error))
+        return nullptr;
+    auto reader = std::move(spare_.back());
+    spare_.pop_back();
+    return reader;
+}
+
+void FolderWalk::closeFolder(Folder& folder) {
+    if (!folder.reader)
+        return;
+    folder.reader->close();
+    spare_.push_back(std::move(folder.reader));
+}
 
 bool FolderWalk::next(std::error_code& error) {
     error.clear();
@@ -94,7 +96,9 @@ bool FolderWalk::next(std::error_code& error) {
             enter_ = type_ == DT_DIR || type_ == DT_UNKNOWN;
             return true;
         }
+        closeFolder(folders_.back());
         folders_.pop_back();
+        fileIsInFolder_ = false;
         found = !error && (folders_.empty() || reopenLast(error));
     }
     folders_.clear();
@@ -106,17 +110,15 @@ bool FolderWalk::isRegularFile(std::error_code& error) const {
     if (type_ != DT_LNK && type_ != DT_UNKNOWN)
         return type_ == DT_REG;
     struct stat status {};
-    const std::string name(nameOf(folders_.size()));
-    if (fstatat(dirfd(folders_.back().stream.get()), name.c_str(), &status, 0) != 0)
+    if (fstatat(folders_.back().reader->descriptor(), name(), &status, 0) != 0)
         error = LastError();
     return !error && S_ISREG(status.st_mode);
 }
 
 // True also when there is nothing to go into.
 bool FolderWalk::enterFolder(std::error_code& error) {
-    auto stream = OpenFolder(dirfd(folders_.back().stream.get()), std::string(nameOf(folders_.size())),
-                             O_NOFOLLOW, error);
-    if (!stream) {
+    auto reader = openFolder(folders_.back().reader->descriptor(), name(), O_NOFOLLOW, error);
+    if (!reader) {
         // Some file systems do not tell what an entry is.
         const bool noFolder = type_ == DT_UNKNOWN && (error == std::errc::not_a_directory ||
                                                       error == std::errc::too_many_symbolic_link_levels);
@@ -124,13 +126,14 @@ bool FolderWalk::enterFolder(std::error_code& error) {
             error.clear();
         return !error;
     }
-    folders_.push_back({std::move(stream), path_.size()});
+    folders_.push_back({std::move(reader), path_.size()});
+    fileIsInFolder_ = false;
     // The root stays open: from there the others are found again.
     if (folders_.size() > kMaxOpen + 1) {
         auto& far = folders_[folders_.size() - 1 - kMaxOpen];
-        if (far.stream && !far.gathered)
+        if (far.reader && !far.gathered)
             far.gather();
-        far.stream.reset();
+        closeFolder(far);
     }
     return true;
 }
@@ -146,8 +149,8 @@ bool FolderWalk::readEntry(Folder& folder, std::error_code& error) {
         return true;
     };
     if (!folder.gathered) {
-        const auto* const entry = ReadName(folder.stream.get(), error);
-        return entry != nullptr && take(entry->d_name, entry->d_type);
+        FolderReader::Entry entry;
+        return ReadName(*folder.reader, entry, error) && take(entry.name, entry.type);
     }
     error = folder.error;
     if (folder.position == folder.names.size())
@@ -160,26 +163,39 @@ bool FolderWalk::readEntry(Folder& folder, std::error_code& error) {
 // Opens the last folder again when it was closed, and with it those before it that may stay open.
 bool FolderWalk::reopenLast(std::error_code& error) {
     std::size_t open = folders_.size() - 1;
-    while (!folders_[open].stream)
+    while (!folders_[open].reader)
         --open;
     for (++open; open < folders_.size(); ++open) {
         auto& before = folders_[open - 1];
-        folders_[open].stream =
-            OpenFolder(dirfd(before.stream.get()), std::string(nameOf(open)), O_NOFOLLOW, error);
-        if (!folders_[open].stream)
+        const auto begin = nameBegin(open - 1);
+        const auto folder = path_.substr(begin, folders_[open].pathLength - begin);
+        folders_[open].reader = openFolder(before.reader->descriptor(), folder.c_str(), O_NOFOLLOW, error);
+        if (!folders_[open].reader)
             return false;
         if (open > 1 && open + kMaxOpen <= folders_.size())
-            before.stream.reset();
+            closeFolder(before);
     }
     return true;
 }
 
-// The last name of a folder, or of the present entry for the index behind the last folder.
-std::string_view FolderWalk::nameOf(std::size_t index) const {
-    auto begin = folders_[index - 1].pathLength;
-    begin += path_[begin] == '/' ? 1 : 0;
-    const auto end = index < folders_.size() ? folders_[index].pathLength : path_.size();
-    return std::string_view(path_).substr(begin, end - begin);
+// Where in the path the name stands that follows a folder's own.
+std::size_t FolderWalk::nameBegin(std::size_t folder) const {
+    const auto end = folders_[folder].pathLength;
+    return end + (path_[end] == '/' ? 1 : 0);
+}
+
+const char* FolderWalk::name() const {
+    return path_.c_str() + nameBegin(folders_.size() - 1);
+}
+
+const std::filesystem::path& FolderWalk::file() {
+    // To take a path apart costs more than to read the entry: that of the folder is kept.
+    if (fileIsInFolder_)
+        file_.replace_filename(name());
+    else
+        file_ = path_;
+    fileIsInFolder_ = true;
+    return file_;
 }
 
 }  // namespace cmn
