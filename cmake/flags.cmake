@@ -28,13 +28,14 @@ if(TESSARIN_PLATFORM STREQUAL "linux" AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug" 
     # What ships and what is measured. Debian's own flags for programs, with those that it leaves to each package.
     target_compile_options(
         tessarin_flags
-        INTERFACE -fPIE
-                  -fstack-protector-strong
+        INTERFACE -fstack-protector-strong
                   -fstack-clash-protection
                   $<$<STREQUAL:${CMAKE_SYSTEM_PROCESSOR},x86_64>:-fcf-protection>
                   # Set by some compilers themselves, to another level. It needs the optimiser, which most tests do without.
                   -U_FORTIFY_SOURCE
                   $<$<NOT:$<BOOL:$<TARGET_PROPERTY:TESSARIN_NOT_OPTIMISED>>>:-D_FORTIFY_SOURCE=2>)
+    # Before the targets' options: Qt's ask for more (-fPIC), without which its programs end at once.
+    add_compile_options(-fPIE)
     target_link_options(tessarin_flags INTERFACE -pie -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
         # The start files of Debian 12 do not say that they get along with a shadow stack, which nothing in them contradicts.

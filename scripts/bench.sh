@@ -39,6 +39,7 @@ for program in build/bench/bench/{Common,Messages,Interface}/*Bench; do
         --benchmark_out="$results/$name.json" --benchmark_out_format=json >/dev/null
     # What an answer costs both ends in memory: their processes are measured, not this one.
     [[ $name != MessagesBench ]] || "${private_bus[@]}" "$program" memory >"$results/messages_memory.json"
+    [[ $name != SettingsBench ]] || "$program" memory >"$results/settings_memory.json"
     ran=$((ran + 1))
 done
 

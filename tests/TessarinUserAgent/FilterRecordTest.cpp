@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <limits>
+#include <random>
 
 #include "useragent/FilterRecord.h"
 
@@ -114,6 +116,30 @@ TEST(DoubleValueTest, TextIsReadAsADecimalNumberWhateverFollows) {
     EXPECT_EQ(DoubleValue(TextValue("1e+")), 1);
     EXPECT_EQ(DoubleValue(TextValue("1,5")), 1);
     EXPECT_EQ(DoubleValue(TextValue("1.2.3")), 1.2);
+}
+
+TEST(DoubleValueTest, DecimalsOfAnyLengthAreReadAsTheNearestNumber) {
+    std::mt19937 random(20'261'122);
+    const auto digits = [&](std::size_t count) {
+        std::string text;
+        for (std::size_t i = 0; i < count; ++i) {
+            text += static_cast<char>('0' + random() % 10);
+        }
+        return text;
+    };
+    for (int round = 0; round < 10'000; ++round) {
+        std::string text = (random() % 2 == 0 ? "-" : "") + digits(1 + random() % 18);
+        if (random() % 4 != 0) {
+            text += "." + digits(random() % 18);
+        }
+        if (random() % 8 == 0) {
+            text += "e-" + digits(1);
+        }
+        const double expected = std::strtod(text.c_str(), nullptr);
+        const double value = DoubleValue(TextValue(text.c_str()));
+        ASSERT_EQ(value, expected) << text;
+        ASSERT_EQ(std::signbit(value), std::signbit(expected)) << text;
+    }
 }
 
 TEST(DoubleValueTest, WhatIsNoDecimalNumberIsZero) {

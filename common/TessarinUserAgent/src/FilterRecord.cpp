@@ -3,9 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <locale>
+#include <optional>
 #include <sstream>
 #include <string_view>
 #include <utility>
@@ -85,8 +88,37 @@ std::string_view DecimalNumber(std::string_view text) {
     return text.substr(0, text.size() - rest.size());
 }
 
+// Up to fifteen digits and a power of ten that has no rounding error of its own: one division is exact then.
+// Nothing for other numbers.
+std::optional<double> ReadShortDecimal(std::string_view number) {
+    constexpr std::size_t kMostDigits = 15;
+    constexpr std::array<double, kMostDigits + 1> kPowers{1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                                          1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    const bool negative = TakeSign(number);
+    const std::size_t point = std::min(number.find('.'), number.size());
+    const std::string_view fraction = number.substr(std::min(point + 1, number.size()));
+    if (point + fraction.size() > kMostDigits) {
+        return {};
+    }
+    std::int64_t digits = 0;
+    for (const std::string_view part : {number.substr(0, point), fraction}) {
+        for (const char c : part) {
+            if (!IsDigit(c)) {
+                return {};
+            }
+            digits = digits * 10 + (c - '0');
+        }
+    }
+    const double value = static_cast<double>(digits) / kPowers.at(fraction.size());
+    return negative ? -value : value;
+}
+
 double ReadDouble(std::string_view text) {
-    std::istringstream number{std::string(DecimalNumber(text))};
+    text = DecimalNumber(text);
+    if (const auto value = ReadShortDecimal(text)) {
+        return *value;
+    }
+    std::istringstream number{std::string(text)};
     number.imbue(std::locale::classic());
     double value = 0;
     number >> value;
@@ -171,32 +203,36 @@ std::string Description(const FilterValue& value) {
                       value);
 }
 
-FilterRecord::FilterRecord(std::map<std::string, FilterValue> values) : values_(std::move(values)) {}
+FilterRecord::FilterRecord(std::map<std::string, FilterValue> values)
+    : values_(std::make_move_iterator(values.begin()), std::make_move_iterator(values.end())) {}
 
 FilterRecord::FilterRecord(const cmn::ScanRecord& record) : values_(record.begin(), record.end()) {}
 
-FilterValue FilterRecord::value(const std::string& key) const {
-    const auto found = values_.find(key);
-    return found != values_.end() ? found->second : FilterValue();
+const FilterValue& FilterRecord::value(std::string_view key) const {
+    static const FilterValue missing;
+    const auto found =
+        std::lower_bound(values_.begin(), values_.end(), key,
+                         [](const auto& one, std::string_view sought) { return one.first < sought; });
+    return found != values_.end() && found->first == key ? found->second : missing;
 }
 
-bool FilterRecord::boolValue(const std::string& key) const {
+bool FilterRecord::boolValue(std::string_view key) const {
     return BoolValue(value(key));
 }
 
-std::int32_t FilterRecord::intValue(const std::string& key) const {
+std::int32_t FilterRecord::intValue(std::string_view key) const {
     return IntValue(value(key));
 }
 
-std::int64_t FilterRecord::integerValue(const std::string& key) const {
+std::int64_t FilterRecord::integerValue(std::string_view key) const {
     return IntegerValue(value(key));
 }
 
-double FilterRecord::doubleValue(const std::string& key) const {
+double FilterRecord::doubleValue(std::string_view key) const {
     return DoubleValue(value(key));
 }
 
-std::string FilterRecord::description(const std::string& key) const {
+std::string FilterRecord::description(std::string_view key) const {
     return Description(value(key));
 }
 

@@ -3,7 +3,10 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <variant>
+#include <vector>
 
 #include "xpccommon/FinderExtensionProtocol.h"
 
@@ -30,16 +33,16 @@ class FilterRecord {
     explicit FilterRecord(std::map<std::string, FilterValue> values);
     explicit FilterRecord(const cmn::ScanRecord& record);
 
-    bool boolValue(const std::string& key) const;
-    std::int32_t intValue(const std::string& key) const;
-    std::int64_t integerValue(const std::string& key) const;
-    double doubleValue(const std::string& key) const;
-    std::string description(const std::string& key) const;
+    bool boolValue(std::string_view key) const;
+    std::int32_t intValue(std::string_view key) const;
+    std::int64_t integerValue(std::string_view key) const;
+    double doubleValue(std::string_view key) const;
+    std::string description(std::string_view key) const;
 
  private:
-    FilterValue value(const std::string& key) const;
+    const FilterValue& value(std::string_view key) const;
 
-    std::map<std::string, FilterValue> values_;
+    std::vector<std::pair<std::string, FilterValue>> values_;  // by ascending keys
 };
 
 inline constexpr const char* kFilterNameKey = "Name";
