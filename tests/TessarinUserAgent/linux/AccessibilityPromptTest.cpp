@@ -12,8 +12,9 @@ class AccessibilityPromptTest : public AtspiFixture {
     // As when the agent starts.
     void start(const useragent::ToldOnce& told) {
         accessibility = std::make_shared<useragent::AtspiAccessibility>(
-            dispatch, useragent::AtspiSettings{
-                          desktop.sessionBus.address(), {}, std::chrono::seconds(1), screen.port(), told});
+            dispatch,
+            useragent::AtspiSettings{
+                desktop.sessionBus.address(), {}, std::chrono::seconds(1), screen.port(), {}, told});
     }
     QString buttonOf(const QDBusMessage& notification) {
         return notification.arguments().at(5).toStringList().value(0);
