@@ -14,6 +14,7 @@
 #include "support/FakeWindowList.h"
 #include "support/LogCapture.h"
 #include "useragent/Agent.h"
+#include "useragent/AgentNames.h"
 
 namespace {
 

@@ -86,6 +86,7 @@ ENDS = {
         "permissions": (f"linux/{AGENT_END}/permissions", ("useragent",)),
         "filemanagers": (f"linux/{AGENT_END}/filemanagers", ("permissions",)),
         "program": (f"linux/{AGENT_END}", ("linux_usercommon", "windowlist", "interface", "filemanagers")),
+        "ctl": ("linux/TessarinCtl", ("linux_bus", "useragent")),
         "scanner": ("tools/TessarinServiceHost/scanner", ("xpccommon", "impl_posix")),
         "host": ("tools/TessarinServiceHost", ("linux_usercommon", "scanner")),
     },

@@ -14,6 +14,7 @@
 #include "common/log.h"
 #include "common/log_place.h"
 #include "common/utf8.h"
+#include "useragent/AgentNames.h"
 #include "useragent/BrowserURLWatcher.h"
 #include "xpccommon/UserAgentXPCClient.h"
 
@@ -28,11 +29,6 @@ extern "C" void SigtermHandler(int) {
 
 std::vector<std::string> BrowserList() {
     return {"Safari", "Google Chrome", "Firefox"};
-}
-
-std::filesystem::path LogStem(const std::filesystem::path& executable) {
-    // Executable, its folder, Contents, the bundle: the fourth parent holds the bundle.
-    return executable.parent_path().parent_path().parent_path().parent_path() / "com.tessarin.UserAgent";
 }
 
 cmn::proto::TSettings AgentFacts::settings() {

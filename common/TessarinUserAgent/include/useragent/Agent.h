@@ -28,9 +28,6 @@ void StopCurrentRunLoop();
 // Process owner names of the watched browsers, as the applications name themselves.
 std::vector<std::string> BrowserList();
 
-// Log file stem of an agent whose executable has this path: a file name in the folder that holds its bundle.
-std::filesystem::path LogStem(const std::filesystem::path& executable);
-
 // What the log is set up with, in the order in which it is asked: of the running program. Tests put their own
 // in its place. Main thread.
 class AgentFacts {

@@ -10,11 +10,9 @@
 #include <vector>
 
 #include "statusitem/SessionBus.h"
+#include "useragent/AgentNames.h"
 
 namespace useragent {
-
-// The agent's name on the session bus. A desktop file of the same name starts it.
-inline constexpr const char* kApplicationName = "com.tessarin.TessarinUserAgent";
 
 // One launch of the program: what it was asked to open, and what lets the window take the focus.
 struct LaunchRequest {
