@@ -6,6 +6,7 @@
 #include <QDBusObjectPath>
 #include <QDBusVariant>
 #include <atomic>
+#include <future>
 #include <stdexcept>
 
 #include "linux_bus/Connection.h"
@@ -51,6 +52,7 @@ class ObjectTest : public testing::Test {
                              return Error{error::kLimitsExceeded, why};
                          })
                  .method("Nod", {}, [] {})
+                 .methodAnsweredLater<std::int32_t>("Wait", {"for", "answer"}, this, &ObjectTest::wait)
                  .method("Throw", {}, []() -> std::int32_t { throw std::runtime_error("no"); })
                  .method("Mix", {"values", "any", "count"},
                          [](const std::map<std::string, std::variant<std::monostate, bool>>& values,
@@ -74,6 +76,12 @@ class ObjectTest : public testing::Test {
     }
     ~ObjectTest() override { loop->stop(); }
 
+    // Answered by another thread, or by nobody.
+    void wait(const Question& question, const std::string& whom) {
+        if (whom != "nobody") {
+            later = std::async(std::launch::async, [question] { question.reply(std::int32_t{8}); });
+        }
+    }
     QDBusMessage ask(const std::string& interface, const char* member, const QVariantList& arguments = {},
                      const char* path = kPath) {
         return peer.call(
@@ -91,6 +99,7 @@ class ObjectTest : public testing::Test {
     std::shared_ptr<Loop> loop = std::make_shared<Loop>();
     std::atomic<int> calls{0};
     std::atomic<int> delivered{0};
+    std::future<void> later;
     Objects objects;
     std::shared_ptr<Connection> connection;
     fake::RawPeer peer{bus.address()};
@@ -102,6 +111,15 @@ TEST_F(ObjectTest, MethodsAnswerOneValueSeveralOrNone) {
     const QDBusMessage nod = ask(kShelf, "Nod");
     EXPECT_EQ(nod.type(), QDBusMessage::ReplyMessage);
     EXPECT_THAT(nod.arguments(), IsEmpty());
+}
+
+TEST_F(ObjectTest, AMethodMayBeAnsweredLaterAndByAnotherThread) {
+    EXPECT_EQ(ask(kShelf, "Wait", {"thread"}).arguments(), QVariantList{8});
+    EXPECT_EQ(error(ask(kShelf, "Wait", {"nobody"})), error::kFailed) << "kept waiting";
+    EXPECT_EQ(error(ask(kShelf, "Wait", {1})), error::kInvalidArgs);
+    EXPECT_THAT(introspect(kPath), HasSubstr("<method name=\"Wait\"><arg name=\"for\" type=\"s\" "
+                                             "direction=\"in\"/><arg name=\"answer\" type=\"i\" "
+                                             "direction=\"out\"/></method>"));
 }
 
 TEST_F(ObjectTest, ArgumentsOfAnyTypeMayBeInsideVariants) {

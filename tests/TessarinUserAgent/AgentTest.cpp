@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -91,8 +92,9 @@ class FakePlatform : public useragent::AgentPlatform {
         pause = std::make_shared<PollingGate>();
         return pause;
     }
-    int runApplication() override {
+    int runApplication(useragent::StatusSource source) override {
         note("runApplication");
+        status = std::move(source);
         return application ? application() : 7;
     }
 
@@ -117,6 +119,7 @@ class FakePlatform : public useragent::AgentPlatform {
     std::shared_ptr<PollingGate> pause;  // of the latest start
     ScriptedUserAgent daemon;
     std::function<int()> application;
+    useragent::StatusSource status;  // while the application runs
 };
 
 class AgentTest : public testing::Test {
@@ -176,6 +179,43 @@ TEST_F(AgentTest, LevelTraceAndDebugShowTheStartLineAndTheQuestionsOfTheDaemon) 
         EXPECT_TRUE(log.contains("Starting TessarinUserAgent 1.2.3"));
         EXPECT_TRUE(log.contains(std::string("-- url-at-") + level + "\\x0a"));
     }
+}
+
+TEST_F(AgentTest, TellsTheApplicationHowTheWatchingIs) {
+    const auto firefox = platform.desktop->addBrowser(11, "a.example");
+    platform.desktop->addBrowser(12, "").application->fail("AXMainWindow",
+                                                           useragent::AXError::cannotComplete);
+    platform.windows->set({{{"Firefox", 11}, {"Google Chrome", 12}}});
+    useragent::AgentStatus status;
+    platform.application = [&] {
+        platform.daemon.awaitExtractor();
+        platform.daemon.dispatch()->runUntilIdle();
+        platform.pause->awaitFirstCycle();
+        firefox.field->set("AXValue", "b.example");
+        platform.desktop->notify(firefox.field, "AXValueChanged");
+        platform.status(status);
+        return 0;
+    };
+    useragent::RunAgent(platform);
+    EXPECT_EQ(status.version, "1.2.3");
+    EXPECT_EQ(status.pid, ::getpid());
+    EXPECT_EQ(status.services.at(0).name, "com.tessarin.UserAgent");
+    EXPECT_TRUE(status.services.at(0).reached);
+    ASSERT_EQ(status.browsers.size(), 1U) << "one that cannot be set up is tried again in each cycle";
+    EXPECT_EQ(status.browsers[0].name, "Firefox");
+    EXPECT_EQ(status.browsers[0].pid, 11);
+    EXPECT_TRUE(status.browsers[0].readForSeconds);
+    EXPECT_EQ(status.browsers[0].address, "b.example");
+    ASSERT_TRUE(status.lastReport);
+    EXPECT_EQ(status.lastReport->browser, "Firefox");
+    EXPECT_EQ(status.lastReport->address, "b.example");
+    EXPECT_LT(status.lastReport->secondsAgo, 3600U);
+    EXPECT_LT(status.runningForSeconds, 3600U);
+
+    useragent::AgentStatus afterwards;
+    platform.status(afterwards);
+    EXPECT_EQ(afterwards.version, "1.2.3");
+    EXPECT_TRUE(afterwards.browsers.empty()) << "nothing is watched any more";
 }
 
 TEST_F(AgentTest, AsksForRootsServicesAloneWhenTheSettingsSaySo) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -35,7 +36,8 @@ class AppDelegateTest : public testing::Test {
                 notices, menu.extension, menu.panes, useragent::ToldOnce()}),
             dispatch,
             service.transport(),
-            {[this] { return settings(); }, [] { return useragent::WallTime(); }}});
+            {[this] { return settings(); }, [] { return useragent::WallTime(); }},
+            otherStatus});
     }
     // Launched, connected, refreshed once.
     void launch() {
@@ -53,6 +55,14 @@ class AppDelegateTest : public testing::Test {
         EXPECT_EQ(delegate->openURLs(urls), 0U);
         dispatch->runUntilIdle();
     }
+    // What comes of a question how the agent is; nothing before `dispatch` has run.
+    std::shared_ptr<std::optional<useragent::AgentStatus>> askStatus(bool withAddresses = false) {
+        const auto status = std::make_shared<std::optional<useragent::AgentStatus>>();
+        delegate->gatherStatus(withAddresses, [status](const std::string& json) {
+            *status = cmn::proto::JsonToObjectImpl<useragent::AgentStatus>(json);
+        });
+        return status;
+    }
     useragent::PropertiesTexts texts(std::size_t window) const {
         return interface->windows.at(window)->controller->viewDidLoad({});
     }
@@ -64,8 +74,71 @@ class AppDelegateTest : public testing::Test {
     fake::Menu menu;
     std::shared_ptr<fake::Notices> notices = std::make_shared<fake::Notices>();
     std::function<cmn::proto::TSettings()> settings = [] { return cmn::proto::TSettings(); };
+    useragent::StatusSource otherStatus = [](useragent::AgentStatus& status) {
+        status.version = "4.5.6";
+        status.browsers.push_back({"Firefox", 11, std::uint64_t{3}, "a.example"});
+        status.lastReport = {"Firefox", 2, "b.example"};
+    };
     std::shared_ptr<useragent::AppDelegate> delegate;
 };
+
+TEST_F(AppDelegateTest, TellsItsServiceItsIconAndThePermissionsOfTheMenu) {
+    launch();
+    interface->place = useragent::IconPlace::statusArea;
+    const auto before = askStatus();
+    dispatch->runUntilIdle();
+    ASSERT_TRUE(before->has_value());
+    EXPECT_EQ((*before)->version, "4.5.6");
+    EXPECT_EQ((*before)->icon, "status area");
+    ASSERT_EQ((*before)->services.size(), 1U);
+    EXPECT_EQ((*before)->services[0].name, "com.tessarin.FinderExtension");
+    EXPECT_TRUE((*before)->services[0].reached);
+    EXPECT_TRUE(useragent::AllIsWell(**before));
+    for (bool* const permission : {&service.fullDiskAccess, &menu.extension->enabled}) {
+        *permission = false;
+        const auto without = askStatus();
+        dispatch->runUntilIdle();
+        EXPECT_EQ((*without)->permissions.fullDiskAccess, service.fullDiskAccess);
+        EXPECT_EQ((*without)->permissions.finderExtension, menu.extension->enabled);
+        EXPECT_TRUE((*without)->permissions.accessibility);
+        *permission = true;
+    }
+    menu.accessibility->trusted = false;
+    const auto untrusted = askStatus();
+    dispatch->runUntilIdle();
+    EXPECT_FALSE((*untrusted)->permissions.accessibility);
+}
+
+TEST_F(AppDelegateTest, TellsAddressesToThoseWhoAskForThem) {
+    launch();
+    const auto without = askStatus(false);
+    const auto with = askStatus(true);
+    dispatch->runUntilIdle();
+    EXPECT_EQ((*without)->browsers.at(0).address + (*without)->lastReport->address, "");
+    EXPECT_EQ((*with)->browsers.at(0).address, "a.example");
+    EXPECT_EQ((*with)->lastReport->address, "b.example");
+}
+
+TEST_F(AppDelegateTest, AServiceThatHangsKeepsNeitherTheMainThreadNorTheStatusWaiting) {
+    launch();
+    service.answersVersion = false;
+    const auto before = dispatch->now();
+    const auto status = askStatus();
+    EXPECT_EQ(dispatch->now(), before) << "waited";
+    dispatch->advance(100ms);
+    ASSERT_TRUE(status->has_value());
+    EXPECT_FALSE((*status)->permissions.fullDiskAccess);
+}
+
+TEST_F(AppDelegateTest, TellsItsStatusBeforeTheLaunchAndWithoutASource) {
+    otherStatus = nullptr;
+    delegate = makeDelegate();
+    const auto status = askStatus();
+    dispatch->runUntilIdle();
+    ASSERT_TRUE(status->has_value());
+    EXPECT_EQ((*status)->icon, "none");
+    EXPECT_FALSE((*status)->services.at(0).reached);
+}
 
 TEST_F(AppDelegateTest, LaunchingShowsTheItemAndRefreshesItOnceTheLaunchHasReturned) {
     delegate->applicationDidFinishLaunching();

@@ -75,6 +75,36 @@ TEST_F(BrowserURLWatcherTest, WatchesABrowserItFindsAndReadsItsURL) {
     }
 }
 
+TEST_F(BrowserURLWatcherTest, TellsWhichBrowsersAreWatchedAndSinceWhenTheyAreRead) {
+    const auto before = std::chrono::steady_clock::now();
+    skipped = std::chrono::hours(1);
+    accessibility->addBrowser(11, "a.example/1");
+    const auto slow = accessibility->addBrowser(12, "b");
+    show({{"Firefox", 11}, {"Safari", 12}});
+    std::vector<useragent::BrowserURLWatcher::Watched> meanwhile;
+    std::atomic<bool> known{false};
+    accessibility->onRead = [&](const std::string&) {
+        if (known && meanwhile.empty()) {
+            meanwhile = watcher->watched();
+        }
+    };
+    start();
+    known = true;
+    const auto watched = watcher->watched();
+    ASSERT_EQ(watched.size(), 2U);
+    EXPECT_EQ(watched[0].name, "Firefox");
+    EXPECT_EQ(watched[0].pid, 11);
+    EXPECT_EQ(watched[0].url, "a.example/1");
+    ASSERT_TRUE(watched[0].readSince);
+    EXPECT_GE(*watched[0].readSince, before + skipped.load());
+    accessibility->notify(slow.application, kWindowChanged);
+    ASSERT_EQ(meanwhile.size(), 2U);
+    EXPECT_TRUE(meanwhile[0].readSince);
+    EXPECT_FALSE(meanwhile[1].readSince) << "its new window is not read yet";
+    watcher->stop();
+    EXPECT_TRUE(watcher->watched().empty());
+}
+
 TEST_F(BrowserURLWatcherTest, PausesFiveSecondsAtTheEndOfEachCycle) {
     start();
     gate->cycle();

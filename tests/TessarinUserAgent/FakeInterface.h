@@ -95,6 +95,7 @@ class Interface : public useragent::ApplicationInterface {
     std::vector<useragent::StatusImage> images;
     std::vector<useragent::MenuItems> menus;  // the first is that of the launch
     bool visible = true;
+    useragent::IconPlace place = useragent::IconPlace::none;
     std::vector<std::string> order;  // "image", "menu" and "visibility" as they are set
     std::function<void()> openMenu;
     bool makesWindows = true;
@@ -120,6 +121,7 @@ class Interface : public useragent::ApplicationInterface {
             owner_.visible = shown;
             owner_.order.emplace_back("visibility");
         }
+        useragent::IconPlace place() const override { return owner_.place; }
 
      private:
         Interface& owner_;

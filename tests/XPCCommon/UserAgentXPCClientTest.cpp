@@ -61,6 +61,29 @@ TEST_F(UserAgentXPCClientTest, TheWrapperPassesReportsOn) {
     EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"https://example.com/", "Safari", 42}));
 }
 
+TEST_F(UserAgentXPCClientTest, KnowsTheLastReportThatItCouldHandOver) {
+    const auto before = std::chrono::steady_clock::now();
+    const auto client = cmn::CreateUserAgentXPCClient(nullptr, dispatch, daemon.transport());
+    EXPECT_FALSE(client->connected());
+    EXPECT_FALSE(client->lastReport());
+    dispatch->runUntilIdle();
+    EXPECT_TRUE(client->connected());
+    client->sendURL("https://example.com/1", "Safari", 42);
+    client->sendURL("https://example.com/2", "Firefox", 43);
+    const auto report = client->lastReport();
+    ASSERT_TRUE(report);
+    EXPECT_EQ(report->url, "https://example.com/2");
+    EXPECT_EQ(report->browser, "Firefox");
+    EXPECT_GE(report->when, before);
+    EXPECT_LE(report->when, std::chrono::steady_clock::now());
+}
+
+TEST_F(UserAgentXPCClientTest, AReportThatNobodyTookIsNotTheLastOne) {
+    const auto client = makeClient();  // does not connect
+    client->sendURL("https://example.com/", "Safari", 42);
+    EXPECT_FALSE(client->lastReport());
+}
+
 TEST_F(UserAgentXPCClientTest, IsConnectedOnceTheVersionWasAnswered) {
     const auto client = makeClient();
     client->connect();

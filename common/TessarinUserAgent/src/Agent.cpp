@@ -6,6 +6,7 @@
 #include <csignal>
 #include <exception>
 #include <functional>
+#include <utility>
 
 #include "common/ScopedAction.h"
 #include "common/SystemUtils.h"
@@ -16,6 +17,7 @@
 #include "common/utf8.h"
 #include "useragent/AgentNames.h"
 #include "useragent/BrowserURLWatcher.h"
+#include "xpccommon/UserAgentObjCXPCClient.h"
 #include "xpccommon/UserAgentXPCClient.h"
 
 namespace useragent {
@@ -49,8 +51,13 @@ std::optional<std::string> AgentFacts::bundleShortVersion() {
 
 namespace {
 
-// Returns the settings, which are asked for once.
-cmn::proto::TSettings StartLog(AgentFacts& facts) {
+// What is asked for once.
+struct Start {
+    cmn::proto::TSettings settings;
+    std::string version;
+};
+
+Start StartLog(AgentFacts& facts) {
     auto settings = facts.settings();
     SetLogLevel(LogLevelFromString(settings.LogLevel));
     const std::filesystem::path wanted = LogStem(facts.executablePath());
@@ -61,17 +68,54 @@ cmn::proto::TSettings StartLog(AgentFacts& facts) {
         SetLogFileExtension(cmn::kNoLogFile);
     }
     LogStartMessage();
-    TLOG_INFO("Starting TessarinUserAgent {}", facts.bundleShortVersion().value_or("????"));
+    auto version = facts.bundleShortVersion().value_or("????");
+    TLOG_INFO("Starting TessarinUserAgent {}", version);
     if (!stem) {
         TLOG_WARN(
             "The log cannot be written to {}_0.log, nor to the user's folder for logs, so it goes to the "
             "standard error stream",
             wanted.string());
     }
-    return settings;
+    return {std::move(settings), std::move(version)};
 }
 
-int Run(AgentPlatform& platform, cmn::ServiceOwners serviceOwners) {
+std::uint64_t SecondsSince(std::chrono::steady_clock::time_point then) {
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - then).count());
+}
+
+void AddWatching(AgentStatus& status, const BrowserURLWatcher& watcher,
+                 const cmn::UserAgentXPCClient& client) {
+    status.services.push_back({cmn::kUserAgentMachServiceName, client.connected()});
+    for (BrowserURLWatcher::Watched& browser : watcher.watched()) {
+        status.browsers.push_back(
+            {std::move(browser.name), browser.pid, std::nullopt, std::move(browser.url)});
+        if (browser.readSince) {
+            status.browsers.back().readForSeconds = SecondsSince(*browser.readSince);
+        }
+    }
+    if (const auto report = client.lastReport()) {
+        status.lastReport = {report->browser, SecondsSince(report->when), report->url};
+    }
+}
+
+// Owns neither of the two: it may be asked when they have gone.
+StatusSource StatusOf(std::string version, const std::weak_ptr<BrowserURLWatcher>& watcher,
+                      const std::weak_ptr<cmn::UserAgentXPCClient>& client) {
+    return [version = std::move(version), watcher, client,
+            started = std::chrono::steady_clock::now()](AgentStatus& status) {
+        status.version = version;
+        status.pid = cmn::GetPID();
+        status.runningForSeconds = SecondsSince(started);
+        const auto watching = watcher.lock();
+        const auto reporting = client.lock();
+        if (watching && reporting) {
+            AddWatching(status, *watching, *reporting);
+        }
+    };
+}
+
+int Run(AgentPlatform& platform, cmn::ServiceOwners serviceOwners, const std::string& version) {
     const std::shared_ptr<Accessibility> accessibility = platform.accessibility();
     RequestAccesibilityPermission(*accessibility);
 
@@ -92,7 +136,7 @@ int Run(AgentPlatform& platform, cmn::ServiceOwners serviceOwners) {
         dispatch, platform.transport(), serviceOwners);
     watcher->setXPCClient(client);
     // Then the watcher stops, and the locals go in the reverse order of their creation: client, watcher.
-    return platform.runApplication();
+    return platform.runApplication(StatusOf(version, watcher, client));
 }
 
 // The message is deliberately used as the format text, so braces in it are interpreted and may make it fail.
@@ -121,8 +165,8 @@ int EndWithFailuresLogged(const std::function<int()>& run) {
 int RunAgent(AgentPlatform& platform) {
     std::signal(SIGTERM, SigtermHandler);
     return EndWithFailuresLogged([&] {
-        const auto settings = StartLog(platform);
-        return Run(platform, cmn::OwnersOf(settings));
+        const Start start = StartLog(platform);
+        return Run(platform, cmn::OwnersOf(start.settings), start.version);
     });
 }
 

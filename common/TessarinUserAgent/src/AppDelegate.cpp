@@ -150,6 +150,29 @@ bool AppDelegate::checkFileEncryption(const std::string& path) {
     return answer->wait(kEncryptionDeadline);
 }
 
+void AppDelegate::gatherStatus(bool withAddresses, std::function<void(const std::string&)> done) {
+    AgentStatus status;
+    status.icon = DescribePlace(statusItem_ ? statusItem_->place() : IconPlace::none);
+    status.permissions.finderExtension = appMenu()->environment().extension->isExtensionEnabled();
+    environment_.dispatch->async(cmn::QueuePriority::high, [status = std::move(status), withAddresses,
+                                                            done = std::move(done),
+                                                            others = environment_.status,
+                                                            accessibility =
+                                                                appMenu()->environment().accessibility,
+                                                            client = xpcClient_]() mutable {
+        if (others) {
+            others(status);
+        }
+        status.services.push_back({cmn::kFinderExtensionXPCMachServiceName, client && client->connected()});
+        status.permissions.fullDiskAccess = client && client->checkFullDiskAccess();
+        status.permissions.accessibility = accessibility->isProcessTrusted();
+        if (!withAddresses) {
+            RemoveAddresses(status);
+        }
+        done(cmn::proto::ObjectToJson(status));
+    });
+}
+
 void AppDelegate::windowWillClose(int window) {
     fileFiltersWindows_.extract(window);  // destroyed once it is no longer among them
 }
@@ -169,7 +192,8 @@ std::shared_ptr<AppDelegate> MakeAppDelegate(AppDelegateParts parts) {
                                                                   notices,
                                                                   std::move(parts.dispatch),
                                                                   std::move(parts.transport),
-                                                                  {cmn::proto::GetSettings, now}});
+                                                                  {cmn::proto::GetSettings, now},
+                                                                  std::move(parts.status)});
 }
 
 }  // namespace useragent

@@ -30,27 +30,29 @@ std::string AgentVersion(const std::function<cmn::proto::TSettingsProduct()>& ag
 
 }  // namespace
 
-AppMenu::AppMenu(const Environment& environment) {
+AppMenu::AppMenu(Environment environment) : environment_(std::move(environment)) {
     // From top to bottom. Only missing full disk access is red: without the others the product still protects
     // files.
     add("Full disk access", FullDiskAccessContent,
-        [panes = environment.panes] { panes->openFullDiskAccess(); });
+        [panes = environment_.panes] { panes->openFullDiskAccess(); });
     add(
         "Accessibility",
-        [accessibility = environment.accessibility](bool) {
+        [accessibility = environment_.accessibility](bool) {
             return MenuItemContent{StateText("Accessibility: ", accessibility->isProcessTrusted()), false,
                                    MenuImage::accessibility};
         },
-        [panes = environment.panes] { panes->openAccessibility(); });
+        [panes = environment_.panes] { panes->openAccessibility(); });
     add(
         "Finder Extension",
-        [extension = environment.extension](bool) {
+        [extension = environment_.extension](bool) {
             return MenuItemContent{StateText("Finder Extension: ", extension->isExtensionEnabled())};
         },
-        [extension = environment.extension] { extension->showExtensionManagementInterface(); });
+        [extension = environment_.extension] { extension->showExtensionManagementInterface(); });
     add(
         "Tessarin User Agent",
-        [product = environment.agentProduct](bool) { return MenuItemContent{"v. " + AgentVersion(product)}; },
+        [product = environment_.agentProduct](bool) {
+            return MenuItemContent{"v. " + AgentVersion(product)};
+        },
         nullptr);
 }
 

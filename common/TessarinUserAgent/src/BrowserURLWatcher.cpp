@@ -95,6 +95,18 @@ std::string BrowserURLWatcher::getURL(const std::string& browser) {
     return found->second->url;
 }
 
+std::vector<BrowserURLWatcher::Watched> BrowserURLWatcher::watched() const {
+    std::vector<Watched> all;
+    const std::lock_guard lock(mutex_);
+    for (const auto& [name, context] : contexts_) {
+        all.push_back({name, context->pid, std::nullopt, context->url});
+        if (context->isSetUp) {
+            all.back().readSince = context->setUpAt;
+        }
+    }
+    return all;
+}
+
 void BrowserURLWatcher::watchBrowserProcess() {
     while (running_) {
         // Also on early exits: a cycle that failed must not turn into a busy loop.
@@ -199,6 +211,7 @@ bool BrowserURLWatcher::setUp(Context context) {
                 next = contexts_[context->name] = MakeContext(context->name, context->pid);
             } else if (isGood) {
                 context->isSetUp = true;
+                context->setUpAt = ports_.now();
                 changed = std::move(context->changedField);
             }
         }

@@ -74,10 +74,17 @@ void UserAgentObjCXPCClient::sendURL(const std::string& url, const std::string& 
     };
     if (const auto proxy = remoteObject<UserAgentProtocol>(onError)) {
         proxy->sendURL(url, browser, processID);
+        const std::lock_guard lock(reportMutex_);
+        lastReport_ = URLReport{url, browser, std::chrono::steady_clock::now()};
     } else {
         onError({});
     }
     dispatch()->createSemaphore(0)->wait(kPastDeadline);
+}
+
+std::optional<URLReport> UserAgentObjCXPCClient::lastReport() const {
+    const std::lock_guard lock(reportMutex_);
+    return lastReport_;
 }
 
 void UserAgentObjCXPCClient::connectionDidInvalidate() {

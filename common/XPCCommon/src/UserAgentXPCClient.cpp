@@ -22,6 +22,14 @@ void UserAgentXPCClient::sendURL(const std::string& url, const std::string& brow
     impl_->client->sendURL(url, browser, processID);
 }
 
+bool UserAgentXPCClient::connected() const {
+    return impl_->client->connected();
+}
+
+std::optional<URLReport> UserAgentXPCClient::lastReport() const {
+    return impl_->client->lastReport();
+}
+
 std::shared_ptr<UserAgentXPCClient> CreateUserAgentXPCClient(URLExtractorDelegate urlExtractor,
                                                              std::shared_ptr<Dispatch> dispatch,
                                                              std::shared_ptr<XPCTransport> transport) {

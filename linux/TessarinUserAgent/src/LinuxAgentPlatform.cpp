@@ -1,5 +1,7 @@
 #include "LinuxAgentPlatform.h"
 
+#include <cstdlib>
+#include <string>
 #include <utility>
 
 #include "accessibility/AtspiAccessibility.h"
@@ -17,6 +19,19 @@
 #include "windowlist/LinuxWindowList.h"
 
 namespace useragent {
+
+namespace {
+
+StatusSource WithSessionType(StatusSource source) {
+    const char* const type = std::getenv("XDG_SESSION_TYPE");
+    return
+        [source = std::move(source), type = std::string(type != nullptr ? type : "")](AgentStatus& status) {
+            source(status);
+            status.sessionType = type;
+        };
+}
+
+}  // namespace
 
 LinuxAgentPlatform::LinuxAgentPlatform(QApplication& application, AtspiSettings accessibility,
                                        SessionBusPlace sessionBus, ApplicationService& service,
@@ -63,7 +78,7 @@ std::shared_ptr<cmn::Semaphore> LinuxAgentPlatform::pollingPause() {
     return pause_;
 }
 
-int LinuxAgentPlatform::runApplication() {
+int LinuxAgentPlatform::runApplication(StatusSource status) {
     // Whatever ends this: the next launch becomes an agent of its own.
     const cmn::ScopedAction release([this] { service_.release(); });
     if (!service_.refusal().empty()) {
@@ -77,12 +92,16 @@ int LinuxAgentPlatform::runApplication() {
         {std::make_shared<QtApplicationInterface>(sessionBus_, display_.whyNothingIsShown.empty()), atspi(),
          std::make_shared<LinuxFileManagerExtension>(resources / "file-managers"),
          std::make_shared<LinuxSettingsPanes>(resources / "help" / "permissions.html"),
-         std::make_shared<DesktopNotices>(sessionBus_), queues(), transport()});
+         std::make_shared<DesktopNotices>(sessionBus_), queues(), transport(),
+         WithSessionType(std::move(status))});
     const auto open = [delegate](const LaunchRequest& request) {
         return delegate->openURLs(request.urls, request.activationToken);
     };
     open(launch_);
     service_.setHandler(open);
+    service_.setStatusHandler([delegate](bool withAddresses, std::function<void(const std::string&)> done) {
+        delegate->gatherStatus(withAddresses, std::move(done));
+    });
     delegate->applicationDidFinishLaunching();
     const int exitCode = QCoreApplication::exec();
     service_.release();

@@ -42,7 +42,7 @@ class LinuxAgentPlatform : public AgentPlatform {
     std::shared_ptr<cmn::Dispatch> dispatch() override;
     std::shared_ptr<cmn::XPCTransport> transport() override;
     std::shared_ptr<cmn::Semaphore> pollingPause() override;
-    int runApplication() override;
+    int runApplication(StatusSource status) override;
 
  private:
     const std::shared_ptr<AtspiAccessibility>& atspi();

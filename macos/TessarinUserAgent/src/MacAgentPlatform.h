@@ -15,7 +15,7 @@ class MacAgentPlatform final : public AgentPlatform {
     std::shared_ptr<cmn::Dispatch> dispatch() override;
     std::shared_ptr<cmn::XPCTransport> transport() override;
     std::shared_ptr<cmn::Semaphore> pollingPause() override;
-    int runApplication() override;
+    int runApplication(StatusSource status) override;
 
  private:
     const int argc_;

@@ -58,7 +58,8 @@ std::shared_ptr<cmn::Semaphore> MacAgentPlatform::pollingPause() {
     return dispatch()->createSemaphore(0);
 }
 
-int MacAgentPlatform::runApplication() {
+// Nobody asks for the status here.
+int MacAgentPlatform::runApplication(StatusSource) {
     [::AppDelegate setEnvironment:{accessibility(), dispatch(), transport()}];
     EndApplicationOnceTheRunFlagIsCleared();
     return NSApplicationMain(argc_, argv_);

@@ -10,6 +10,7 @@
 
 #include "common/proto_settings.h"
 #include "useragent/Accessibility.h"
+#include "useragent/AgentStatus.h"
 #include "useragent/WindowList.h"
 #include "usercommon/Dispatch.h"
 #include "usercommon/XPCConnection.h"
@@ -50,8 +51,8 @@ class AgentPlatform : public AgentFacts {
 
     virtual std::shared_ptr<cmn::Semaphore> pollingPause() = 0;  // see `WatcherPorts`
 
-    // Runs the application's main loop; returns its exit code.
-    virtual int runApplication() = 0;
+    // Runs the application's main loop; returns its exit code. `status` tells how the watching is.
+    virtual int runApplication(StatusSource status) = 0;
 };
 
 // The whole life of the agent; returns the process's exit code: that of the main loop, or 0 when start-up

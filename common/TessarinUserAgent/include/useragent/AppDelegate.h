@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "useragent/AgentStatus.h"
 #include "useragent/AppMenu.h"
 #include "useragent/FileFiltersViewController.h"
 #include "useragent/PermissionNotices.h"
@@ -27,6 +28,7 @@ class StatusItem {
     // What differs from before is rewritten, nothing else: an open menu would jump.
     virtual void setMenu(const MenuItems& items) = 0;
     virtual void setVisible(bool visible) = 0;
+    virtual IconPlace place() const = 0;
 };
 
 // One open properties window. Main thread.
@@ -63,6 +65,7 @@ struct AppDelegateParts {
     std::shared_ptr<Notices> notices;
     std::shared_ptr<cmn::Dispatch> dispatch;
     std::shared_ptr<cmn::XPCTransport> transport;
+    StatusSource status;  // of what is not the delegate's; empty where nobody asks
 };
 
 // The application's delegate: status item, menu, properties windows. All on the main thread.
@@ -75,6 +78,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
         std::shared_ptr<cmn::Dispatch> dispatch;
         std::shared_ptr<cmn::XPCTransport> transport;
         FileFiltersViewController::Environment properties;
+        StatusSource status;  // as in AppDelegateParts
     };
     explicit AppDelegate(Environment environment);
     ~AppDelegate();
@@ -103,6 +107,10 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     // Waits for the service, at most 100 ms for each of its two questions.
     void showFileFilters(const std::optional<std::string>& path, const std::string& activationToken = {});
     bool checkFileEncryption(const std::string& path);
+
+    // Gathers how the agent is and calls `done` with it as JSON, on another thread; the asking thread does
+    // not wait. What may wait for others, at most 350 ms, is asked on the global high-priority queue.
+    void gatherStatus(bool withAddresses, std::function<void(const std::string& json)> done);
 
     std::size_t openWindows() const { return fileFiltersWindows_.size(); }
 

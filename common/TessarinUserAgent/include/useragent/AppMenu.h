@@ -54,13 +54,15 @@ class AppMenu {
         std::shared_ptr<SettingsPanes> panes;
         std::function<cmn::proto::TSettingsProduct()> agentProduct;  // the product record named "Agent"
     };
-    explicit AppMenu(const Environment& environment);
+    explicit AppMenu(Environment environment);
 
     // Computes all contents anew. Before the first time there are titles only.
     void updateMenu(bool fullDiskAccess);
 
     // Full disk access, accessibility, Finder extension, version.
     const MenuItems& items() const { return items_; }
+    // What it asks.
+    const Environment& environment() const { return environment_; }
 
  private:
     using Content = std::function<MenuItemContent(bool fullDiskAccess)>;
@@ -68,6 +70,7 @@ class AppMenu {
     // `title` is shown until the first update.
     void add(std::string title, Content content, std::function<void()> selected);
 
+    const Environment environment_;
     MenuItems items_;
     std::vector<Content> contents_;
 };

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <future>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,6 +61,16 @@ class BrowserURLWatcher {
     // The last URL read from the browser's address field; empty when the browser is not watched. Any thread.
     std::string getURL(const std::string& browser);
 
+    // The browsers being watched, and since when the address field of the window of the moment is read;
+    // nothing while it is not, or not yet. Any thread.
+    struct Watched {
+        std::string name;
+        std::int32_t pid = 0;
+        std::optional<std::chrono::steady_clock::time_point> readSince;
+        std::string url;
+    };
+    std::vector<Watched> watched() const;
+
  private:
     using Context = std::shared_ptr<BrowserURLWatcherContext>;
     using Contexts = std::map<std::string, Context>;
@@ -91,7 +103,7 @@ class BrowserURLWatcher {
     std::future<void> pollingTask_;
     std::atomic<bool> running_{true};
     BrowserProcesses browsers_;
-    std::mutex mutex_;  // guards what follows
+    mutable std::mutex mutex_;  // guards what follows
     Contexts contexts_;
 };
 

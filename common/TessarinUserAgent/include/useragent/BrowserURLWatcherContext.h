@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -26,6 +27,7 @@ struct BrowserURLWatcherContext {
 
     // Notifications that came while it was being set up are served when it is.
     bool isSetUp = false;
+    std::chrono::steady_clock::time_point setUpAt;
     bool isOutdated = false;    // the main window changed meanwhile
     AXElementRef changedField;  // whose value changed last; null when none did
     std::uint64_t changes = 0;  // readings of the field that were begun

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "xpccommon/ServiceClient.h"
@@ -10,6 +11,7 @@
 namespace cmn {
 
 struct UserAgentXPCClientImpl;
+struct URLReport;
 
 // The agent's end of the user agent service. Connects on construction and keeps reconnecting. Thread-safe.
 class UserAgentXPCClient {
@@ -21,6 +23,10 @@ class UserAgentXPCClient {
     // Reports a browser's URL to the daemon. Never blocks and never fails: a report that cannot be delivered
     // is logged.
     void sendURL(const std::string& url, const std::string& browser, std::int32_t processID);
+
+    // Those of the client behind it.
+    bool connected() const;
+    std::optional<URLReport> lastReport() const;
 
  private:
     std::shared_ptr<UserAgentXPCClientImpl> impl_;

@@ -81,6 +81,16 @@ class Interface {
         return method(name, names,
                       [self, run](const std::decay_t<In>&... in) { return (self->*run)(in...); });
     }
+    // The same for an answer, an `Out`, that comes later: `run` gives it to the question, on any thread.
+    template <typename Out, typename Self, typename... In>
+    Interface& methodAnsweredLater(const char* name, const Names& names, Self* self,
+                                   void (Self::*run)(const Question&, In...)) {
+        return addMethod<std::decay_t<In>...>(
+            name, names, Answer<Out>::types(),
+            [self, run](const Question& question, const std::decay_t<In>&... in) {
+                (self->*run)(question, in...);
+            });
+    }
     // It can be read, not written.
     template <typename Get>
     Interface& property(const char* name, Get get) {
@@ -102,21 +112,28 @@ class Interface {
 
     template <typename Out, typename... In>
     Interface& addMethod(const char* name, const Names& names, std::function<Out(In...)> run) {
-        description_ += DescribeMember("method", name, names, {std::string(kSignature<std::decay_t<In>>)...},
-                                       Answer<Out>::types());
+        return addMethod<std::decay_t<In>...>(
+            name, names, Answer<Out>::types(),
+            [run = std::move(run)](const Question& question, const std::decay_t<In>&... in) {
+                if constexpr (std::is_void_v<Out>) {
+                    run(in...);
+                    question.reply();
+                } else {
+                    Answer<Out>::give(question, run(in...));
+                }
+            });
+    }
+    template <typename... In, typename Run>
+    Interface& addMethod(const char* name, const Names& names, const std::vector<std::string>& out, Run run) {
+        description_ += DescribeMember("method", name, names, {std::string(kSignature<In>)...}, out);
         methods_.emplace(name, [run = std::move(run)](const Question& question) -> Task {
-            auto arguments = question.message().read<std::decay_t<In>...>(kLargestMessage);
+            auto arguments = question.message().read<In...>(kLargestMessage);
             if (!arguments) {
                 question.fail(arguments.error());
                 return nullptr;
             }
             return [run, question, arguments = std::move(*arguments)] {
-                if constexpr (std::is_void_v<Out>) {
-                    std::apply(run, arguments);
-                    question.reply();
-                } else {
-                    Answer<Out>::give(question, std::apply(run, arguments));
-                }
+                std::apply([&](const In&... in) { run(question, in...); }, arguments);
             };
         });
         return *this;

@@ -1,6 +1,7 @@
 #include "interface/ApplicationService.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <QByteArray>
 #include <algorithm>
@@ -18,7 +19,6 @@ namespace {
 
 namespace bus = cmn::bus;
 
-constexpr const char* kObjectPath = "/com/tessarin/TessarinUserAgent";
 constexpr const char* kInterface = "org.freedesktop.Application";
 constexpr const char* kTokenKey = "activation-token";
 constexpr const char* kStartupIdKey = "desktop-startup-id";
@@ -54,13 +54,16 @@ ApplicationService::~ApplicationService() {
 
 std::shared_ptr<const bus::Objects> ApplicationService::objects() {
     auto objects = std::make_shared<bus::Objects>();
-    objects->add(kObjectPath,
+    objects->add(kApplicationPath,
                  {bus::Interface(kInterface)
                       .method("Activate", {"platform_data"}, [](const Data&) {})
                       .method("Open", {"uris", "platform_data"}, this, &ApplicationService::open)
                       .method("ActivateAction", {"action_name", "parameter", "platform_data"},
                               [](const std::string&, const std::vector<std::variant<std::monostate>>&,
-                                 const Data&) {})});
+                                 const Data&) {}),
+                  bus::Interface(kStatusInterface)
+                      .methodAnsweredLater<std::string>(kStatusMethod, {"addresses", "status"}, this,
+                                                        &ApplicationService::status)});
     return objects;
 }
 
@@ -139,6 +142,7 @@ void ApplicationService::release() {
     // object.
     bus_.takeQuestions(false);
     handler_ = nullptr;  // with what it owns: after the name
+    statusHandler_ = nullptr;
 }
 
 std::string ApplicationService::owner() {
@@ -184,8 +188,9 @@ std::string ApplicationService::handOver(LaunchRequest& request, bus::Deadline d
         }
         bus::Connection& connection = bus_.connection();
         const auto answer = connection.callAndWait(
-            urls.empty() ? connection.makeCall(kApplicationName, kObjectPath, kInterface, "Activate", data)
-                         : connection.makeCall(kApplicationName, kObjectPath, kInterface, "Open", urls, data),
+            urls.empty()
+                ? connection.makeCall(kApplicationName, kApplicationPath, kInterface, "Activate", data)
+                : connection.makeCall(kApplicationName, kApplicationPath, kInterface, "Open", urls, data),
             deadline);
         if (!answer) {
             const auto notSent = std::distance(end, request.urls.end());
@@ -230,6 +235,30 @@ bus::Result<bus::Nothing> ApplicationService::open(const std::vector<std::string
         return bus::Error{bus::error::kFailed, e.what()};
     }
     return bus::Nothing();
+}
+
+// The bus of a session is its user's, but root comes in, and who was let in by a configuration.
+void ApplicationService::status(const bus::Question& question, bool withAddresses) {
+    bus_.call(bus_.connection().makeCall(bus::kBusName, bus::kBusPath, bus::kBusName, "GetConnectionUnixUser",
+                                         std::string(question.message().sender())),
+              kAnswerPatience, [this, question, withAddresses](const SessionBus::Reply& user) {
+                  statusWantedBy(user, question, withAddresses);
+              });
+}
+
+void ApplicationService::statusWantedBy(const SessionBus::Reply& user, const bus::Question& question,
+                                        bool withAddresses) {
+    const auto id = user ? user->readOne<std::uint32_t>() : user.error();
+    if (!id || *id != ::geteuid()) {
+        question.fail({bus::error::kAccessDenied, "Only programs of the same user are told"});
+        return;
+    }
+    const auto handler = statusHandler_;
+    if (!handler) {
+        question.fail({bus::error::kFailed, "the agent is not running"});
+        return;
+    }
+    handler(withAddresses, [question](const std::string& json) { question.reply(json); });
 }
 
 std::string TakeActivationToken() {

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -65,6 +66,12 @@ class ApplicationService {
     // sender is told. Without a handler requests are refused.
     void setHandler(std::function<std::size_t(const LaunchRequest&)> handler);
 
+    // Called with each question how the agent is that a program of the same user asks, on the event loop.
+    // `done` takes the answer, on any thread. Without a handler, and to others, it is refused.
+    using StatusHandler =
+        std::function<void(bool withAddresses, std::function<void(const std::string& json)> done)>;
+    void setStatusHandler(StatusHandler handler) { statusHandler_ = std::move(handler); }
+
     // The first becomes nobody: gives the name back, then its object. Requests that are not answered yet are
     // refused, so that their sender claims the name. May be called again.
     void release();
@@ -79,6 +86,9 @@ class ApplicationService {
 
     std::shared_ptr<const cmn::bus::Objects> objects();
     cmn::bus::Result<cmn::bus::Nothing> open(const std::vector<std::string>& urls, const Data& platformData);
+    void status(const cmn::bus::Question& question, bool withAddresses);
+    void statusWantedBy(const SessionBus::Reply& user, const cmn::bus::Question& question,
+                        bool withAddresses);
     std::string handOver(LaunchRequest& request, std::chrono::steady_clock::time_point deadline);
     std::string owner();
     void busIsReady();
@@ -88,6 +98,7 @@ class ApplicationService {
     const std::chrono::milliseconds connectPatience_;
     Name name_ = Name::unwanted;
     std::function<std::size_t(const LaunchRequest&)> handler_;
+    StatusHandler statusHandler_;
     std::string refusal_;
     SessionBus bus_;  // calls the others
 };

@@ -36,6 +36,7 @@ class BusTrayIcon : public TrayIcon {
     void setImage(StatusImage image) override;
     void hostAnswered() override;
     bool menuIsOpen() const override { return busMenu_.isOpen(); }
+    IconPlace place() const override { return IconPlace::statusArea; }
 
  private:
     // Pixels are ARGB in network order.

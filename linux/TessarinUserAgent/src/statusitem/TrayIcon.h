@@ -14,6 +14,7 @@ class TrayIcon {
     virtual void hostAnswered() = 0;
     // Whether the status area shows the menu, where it draws it itself.
     virtual bool menuIsOpen() const = 0;
+    virtual IconPlace place() const = 0;
 };
 
 }  // namespace useragent

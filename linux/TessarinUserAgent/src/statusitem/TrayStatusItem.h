@@ -35,6 +35,7 @@ class TrayStatusItem : public StatusItem {
     void setImage(StatusImage image) override;
     void setMenu(const MenuItems& items) override { menu_->setItems(items); }
     void setVisible(bool visible) override;
+    IconPlace place() const override { return icon_ ? icon_->place() : IconPlace::none; }
 
  private:
     // Status areas call the icon, and what they call may change what is to be shown; so icons are made and

@@ -24,6 +24,10 @@ class WindowTrayIcon : public QObject, public TrayIcon {
     void setImage(StatusImage image) override;
     void hostAnswered() override {}
     bool menuIsOpen() const override { return false; }
+    // The toolkit has a window while there is a tray.
+    IconPlace place() const override {
+        return icon_.geometry().isValid() ? IconPlace::window : IconPlace::none;
+    }
 
     bool eventFilter(QObject* watched, QEvent* event) override;
 

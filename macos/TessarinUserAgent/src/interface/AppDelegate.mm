@@ -31,7 +31,7 @@ useragent::InterfaceEnvironment g_environment;
             {std::make_shared<useragent::AppKitInterface>(self), g_environment.accessibility,
              std::make_shared<useragent::FinderSyncExtension>(),
              std::make_shared<useragent::MacSettingsPanes>(), std::make_shared<useragent::NoNotices>(),
-             g_environment.dispatch, g_environment.transport});
+             g_environment.dispatch, g_environment.transport, nullptr});
         self.appMenu.menu = _delegate->appMenu();
     }
     return _delegate;

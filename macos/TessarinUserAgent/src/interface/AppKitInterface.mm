@@ -24,6 +24,7 @@ class AppKitStatusItem final : public StatusItem {
     }
     void setMenu(const MenuItems& items) override { [menu_ showItems:items]; }
     void setVisible(bool visible) override { item_.visible = visible ? YES : NO; }
+    IconPlace place() const override { return item_.visible ? IconPlace::statusArea : IconPlace::none; }
 
  private:
     NSStatusItem* const item_;

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
@@ -13,6 +14,7 @@
 #include <utility>
 
 #include "interface/ApplicationService.h"
+#include "support/ChildProcess.h"
 #include "support/LogCapture.h"
 #include "support/PrivateBus.h"
 #include "support/RawPeer.h"
@@ -108,11 +110,64 @@ class ApplicationServiceTest : public testing::Test {
         return connection.asyncCall(message, static_cast<int>(std::chrono::milliseconds(kPatience).count()));
     }
 
+    static QDBusPendingCall askStatus(const QDBusConnection& connection, bool withAddresses) {
+        QDBusMessage message =
+            QDBusMessage::createMethodCall(useragent::kApplicationName, "/com/tessarin/TessarinUserAgent",
+                                           "com.tessarin.TessarinUserAgent.Status", "Get");
+        message << withAddresses;
+        return connection.asyncCall(message, static_cast<int>(std::chrono::milliseconds(kPatience).count()));
+    }
+
     fake::PrivateBus bus;
     const SessionBusPlace place{std::make_shared<cmn::bus::Loop>(), bus.address(), 20ms};
     std::vector<std::string> urls;
     std::vector<std::string> tokens;
 };
+
+TEST_F(ApplicationServiceTest, TellsProgramsOfTheSameUserHowTheAgentIs) {
+    ApplicationService first(place);
+    first.claim();
+    const QDBusConnection other = Connect(bus);
+    const QDBusPendingCall early = askStatus(other, true);
+    ASSERT_TRUE(fake::WaitFor([&] { return early.isFinished(); }, kPatience));
+    EXPECT_EQ(early.error().message().toStdString(), "the agent is not running");
+    std::vector<bool> asked;
+    std::function<void(const std::string&)> reply;
+    first.setStatusHandler([&](bool withAddresses, std::function<void(const std::string&)> done) {
+        asked.push_back(withAddresses);
+        reply = std::move(done);
+    });
+    for (const bool withAddresses : {true, false}) {
+        const QDBusPendingCall question = askStatus(other, withAddresses);
+        ASSERT_TRUE(fake::WaitFor([&] { return reply != nullptr; }, kPatience));
+        EXPECT_FALSE(question.isFinished());
+        std::thread([&] { std::exchange(reply, nullptr)("{}"); }).join();
+        ASSERT_TRUE(fake::WaitFor([&] { return question.isFinished(); }, kPatience));
+        EXPECT_EQ(question.reply().arguments(), QVariantList{QString("{}")});
+    }
+    EXPECT_THAT(asked, ElementsAre(true, false));
+}
+
+TEST_F(ApplicationServiceTest, TellsNoOtherUserHowTheAgentIs) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root to become another user";
+    }
+    bus.openToOthers();
+    ApplicationService first(place);
+    first.claim();
+    bool asked = false;
+    first.setStatusHandler([&](bool, const auto& done) {
+        asked = true;
+        done("{}");
+    });
+    fake::ChildProcess stranger({"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "busctl",
+                                 "--address=" + bus.address(), "--timeout=20", "call",
+                                 useragent::kApplicationName, "/com/tessarin/TessarinUserAgent",
+                                 "com.tessarin.TessarinUserAgent.Status", "Get", "b", "false"});
+    EXPECT_TRUE(fake::WaitFor([&] { return stranger.wait(0ms).has_value(); }, kPatience));
+    EXPECT_THAT(stranger.errors(), HasSubstr("Call failed: Access denied"));
+    EXPECT_FALSE(asked);
+}
 
 TEST_F(ApplicationServiceTest, TheFirstOwnsTheNameAndTheOthersHandOver) {
     ApplicationService first(place);

@@ -89,6 +89,7 @@ TEST_F(TrayWindowTest, ItemIsInTheTrayAndSaysItsState) {
     createItem();
     QWidget* const window = waitForEmbedded();
     ASSERT_NE(window, nullptr);
+    EXPECT_EQ(item->place(), useragent::IconPlace::window);
     item->setImage(StatusImage::menuIconRed);
     EXPECT_EQ(window->accessibleName(), QStringLiteral("Tessarin: full disk access is missing"));
     EXPECT_EQ(window->toolTip(), QStringLiteral("Tessarin: full disk access is missing"));
@@ -96,6 +97,7 @@ TEST_F(TrayWindowTest, ItemIsInTheTrayAndSaysItsState) {
     EXPECT_EQ(window->accessibleName(), QStringLiteral("Tessarin User Agent"));
     item->setVisible(false);
     EXPECT_TRUE(waitForNotEmbedded());
+    EXPECT_EQ(item->place(), useragent::IconPlace::none);
     item->setVisible(true);
     EXPECT_NE(waitForEmbedded(), nullptr);
 }
@@ -122,6 +124,7 @@ TEST_F(TrayWindowTest, ItemMovesToAPanelOnTheBusAndBack) {
             PanelStandIn panel(address());
             EXPECT_NE(panel.waitForItem(), "");
             EXPECT_TRUE(waitForNotEmbedded());
+            EXPECT_EQ(item->place(), useragent::IconPlace::statusArea);
         }
         EXPECT_NE(waitForEmbedded(), nullptr);
     }
