@@ -73,7 +73,8 @@ set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
     /etc/chromium.d /etc/xdg /etc/xdg/autostart /lib/systemd /lib/systemd/system /opt /usr/lib/debug /usr/lib/debug/.build-id
     /usr/lib/systemd /usr/lib/systemd/user /usr/share/applications /usr/share/dbus-1 /usr/share/dbus-1/system.d /usr/share/icons
     /usr/share/lintian /usr/share/lintian/overrides /usr/share/man /usr/share/man/man1 /usr/share/man/man8 /usr/share/metainfo
-    /usr/share/polkit-1 /usr/share/polkit-1/actions /usr/share/icons/hicolor /lib /var /var/log)
+    /usr/share/polkit-1 /usr/share/polkit-1/actions /usr/share/icons/hicolor /lib /var /var/log
+    /usr/share/bash-completion /usr/share/bash-completion/completions)
 foreach(size scalable 16x16 22x22 24x24 32x32 48x48 64x64 96x96 128x128 256x256 512x512)
     list(APPEND CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION /usr/share/icons/hicolor/${size} /usr/share/icons/hicolor/${size}/apps)
 endforeach()

@@ -30,6 +30,7 @@ EXPECTED = {
         "usr/lib/systemd/user/com.tessarin.UserAgent.service",
         "usr/share/metainfo/com.tessarin.TessarinUserAgent.metainfo.xml",
         "usr/share/icons/hicolor/scalable/apps/com.tessarin.UserAgent.svg",
+        "usr/bin/tessarinctl", "usr/share/bash-completion/completions/tessarinctl", "usr/share/man/man1/tessarinctl.1.gz",
         "usr/share/man/man1/TessarinUserAgent.1.gz", "usr/share/man/man8/TessarinSettings.8.gz",
         *(f"usr/share/icons/hicolor/{size}x{size}/apps/com.tessarin.UserAgent.png" for size in ICON_SIZES),
         *(f"{BUNDLE}/Resources/file-managers/{file.name}" for file in (PROJECT / "packaging/file-managers").iterdir()),
@@ -39,7 +40,7 @@ EXPECTED = {
         "lib/systemd/system/tessarin-service-host.service", "usr/share/man/man8/TessarinServiceHost.8.gz",
     },
 }
-PROGRAMS = {"TessarinUserAgent": AGENT, "TessarinSettings": AGENT, "TessarinServiceHost": HOST}
+PROGRAMS = {"TessarinUserAgent": AGENT, "tessarinctl": AGENT, "TessarinSettings": AGENT, "TessarinServiceHost": HOST}
 
 
 def run(*command: "str | Path", **options) -> str:
@@ -107,7 +108,7 @@ class Contents(unittest.TestCase):
                 mode, owner, _, date, clock, path = entry.split(maxsplit=5)
                 self.assertEqual((owner, date, clock), ("root/root", "2033-05-18", "03:33"), entry)
                 is_private = path == "./var/log/tessarin/"
-                is_program = mode[0] == "d" or "/Linux/" in path or path.startswith("./opt/tessarin/Tessarin") \
+                is_program = mode[0] == "d" or "/Linux/" in path or path.startswith(("./opt/tessarin/Tessarin", "./usr/bin/")) \
                     or Path(path).name in ("start", "agents", "install.sh", "tessarin-properties", "caja-script", "nautilus-script")
                 if path.endswith("Info.plist") or path.endswith(("html", "xml", ".desktop", ".nemo_action")):
                     is_program = False
@@ -140,7 +141,7 @@ class Contents(unittest.TestCase):
 
     def test_debug_symbols_are_apart_and_found(self) -> None:
         for program, package in PROGRAMS.items():
-            [found] = [file for file in self.files(package) if Path(file).name == program]
+            [found] = [file for file in self.files(package) if Path(file).name == program and "/bash-completion/" not in file]
             sections = run("readelf", "-SW", self.work / package / found)
             self.assertNotIn(".debug_info", sections)
             build_id = re.search(r"Build ID: (\w+)", run("readelf", "-n", self.work / package / found)).group(1)
@@ -194,6 +195,11 @@ class Contents(unittest.TestCase):
         for package in ("qt6-qtwayland", "xdg-utils", "at-spi2-core", "libQt6Widgets.so.6", "libsystemd.so.0"):
             self.assertIn(package, requires)
 
+    def test_the_program_for_support_needs_no_toolkit(self) -> None:
+        needed = run("readelf", "-d", self.work / AGENT / "usr/bin/tessarinctl")
+        self.assertIn("libsystemd.so.0", needed)
+        self.assertNotRegex(needed, "Qt|xcb")
+
     def test_icons_are_of_their_size(self) -> None:
         for size in ICON_SIZES:
             picture = (self.work / AGENT / f"usr/share/icons/hicolor/{size}x{size}/apps/com.tessarin.UserAgent.png").read_bytes()
@@ -224,7 +230,7 @@ class Contents(unittest.TestCase):
 
     def test_manual_pages_can_be_read(self) -> None:
         pages = [self.work / package / file for package in (AGENT, HOST) for file in self.files(package) if "/man/" in file]
-        self.assertEqual(len(pages), 3)
+        self.assertEqual(len(pages), 4)
         for page in pages:
             text = run("man", "--warnings", "-l", page, env=dict(os.environ, MANPAGER="cat", LC_ALL="C.UTF-8"))
             self.assertIn("NAME", text)

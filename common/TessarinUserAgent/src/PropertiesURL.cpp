@@ -104,6 +104,17 @@ std::optional<PropertiesRequest> ParsePropertiesURL(std::string_view url) {
     return request;
 }
 
+std::string PropertiesURLOf(std::string_view path) {
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._~/-";
+    std::string url = fmt::format("{}{}?{}=", kPrefix, kHost, kPathItem);
+    for (const char byte : path) {
+        url += kPlain.find(byte) != std::string_view::npos
+                   ? std::string(1, byte)
+                   : fmt::format("%{:02X}", static_cast<unsigned char>(byte));
+    }
+    return url;
+}
+
 std::string TextOfURL(std::string_view url) {
     std::string text;
     while (!url.empty()) {

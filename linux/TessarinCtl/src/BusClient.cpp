@@ -4,9 +4,25 @@
 #include <chrono>
 #include <iterator>
 
+#include "common/utf8.h"
+
 namespace ctl {
 
 namespace bus = cmn::bus;
+
+std::string Described(const bus::Error& error) {
+    if (error.is(bus::error::kTimeout)) {
+        return "does not answer";
+    }
+    for (const char* const absent :
+         {bus::error::kServiceUnknown, bus::error::kNameHasNoOwner, bus::error::kNoReply}) {
+        if (error.is(absent)) {
+            return "is not there";
+        }
+    }
+    return (error.is(bus::error::kAccessDenied) ? "refuses: " : "answers with an error: ") +
+           cmn::EscapeControls(error.message);
+}
 
 BusClient::BusClient(const std::string& address, bus::Deadline deadline)
     : loop_(std::make_shared<bus::Loop>()) {

@@ -8,6 +8,9 @@
 
 namespace ctl {
 
+// An error as the end of a sentence whose subject is the service: "is not there", "does not answer", ...
+std::string Described(const cmn::bus::Error& error);
+
 // A message bus, for as long as a command asks it. Every wait has a deadline; one thread.
 class BusClient {
  public:

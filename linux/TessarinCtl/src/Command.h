@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <istream>
 #include <ostream>
 #include <set>
@@ -32,6 +33,8 @@ struct Console {
     std::ostream& err;
     // Columns of the terminal that `out` is; 0 when it is none: nothing is cut then.
     std::size_t columns = 0;
+    // Waits a moment before a command that follows something looks again; no ends the command.
+    std::function<bool()> goOn = [] { return false; };
 };
 
 struct Option {

@@ -30,7 +30,7 @@ fs::path Surroundings::settings() const {
 
 Surroundings OwnSurroundings() {
     return {cmn::bus::SessionBusAddress(), cmn::bus::SystemBusAddress(), AgentExecutable(),
-            cmn::GetUserLogFolder()};
+            cmn::GetUserLogFolder(), Patience()};
 }
 
 }  // namespace ctl

@@ -20,6 +20,9 @@ inline constexpr std::size_t kLongestPropertiesURL = std::size_t{64} * 1024;
 // several "path" items the first counts; "+" stands for itself.
 std::optional<PropertiesRequest> ParsePropertiesURL(std::string_view url);
 
+// The URL for the file of that name, whose bytes may be any.
+std::string PropertiesURLOf(std::string_view path);
+
 // The same URL as text that can travel in a message: bytes that are no UTF-8 are percent-encoded.
 std::string TextOfURL(std::string_view url);
 
