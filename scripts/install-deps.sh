@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages that building, testing and the demo need. Safe to run again: quick when all is there.
 #
-# Usage: scripts/install-deps.sh [GROUP...]     groups: build test demo package root lint bench fuzz macos; without any: build test demo lint
+# Usage: scripts/install-deps.sh [GROUP...]     groups: build test demo package filemanagers sessions root lint bench fuzz macos; without any: build test demo lint
 set -euo pipefail
 
 # The one list of packages.
@@ -14,6 +14,8 @@ declare -A packages=(
             xfce4-panel xfconf xdg-utils qt6-wayland
             fonts-noto-color-emoji trayer firefox-esr chromium sway foot grim"
     [package]="dpkg-dev binutils gzip rpm rpm2cpio cpio lintian rpmlint appstream desktop-file-utils man-db systemd"
+    [filemanagers]="nautilus nemo caja dolphin thunar"
+    [sessions]="gnome-shell xfce4-session xfwm4 xfce4-settings xfdesktop4 kwin-wayland plasma-workspace plasma-desktop"
     [root]="mmdebstrap"
     [lint]="clang-format clang-tidy shellcheck python3"
     [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev"

@@ -1,13 +1,18 @@
 """Reads applications as a screen reader does, over the accessibility bus."""
 
-from typing import Iterator
+from itertools import islice
+from typing import Iterator, Optional
 
 from .bus import Bus, BusError
 from .session import Desktop
 
 ACCESSIBLE = "org.a11y.atspi.Accessible"
 _TEXT = "org.a11y.atspi.Text"
+_ACTION = "org.a11y.atspi.Action"
 ROOT = "/org/a11y/atspi/accessible/root"
+
+# Some programs have trees without end while they change.
+_MOST_NODES = 2000
 
 STATES = {"checked": 4, "enabled": 8, "showing": 25}
 
@@ -19,6 +24,10 @@ class Node:
         self._bus = bus
         self._application = application
         self.path = path
+
+    @property
+    def bus_name(self) -> str:
+        return self._application
 
     @property
     def name(self) -> str:
@@ -49,6 +58,10 @@ class Node:
             yield child
             yield from child.below()
 
+    def act(self) -> None:
+        """Does what a click on it does."""
+        self._bus.call(self._application, self.path, _ACTION, "DoAction", "i", (0,))
+
     def _call(self, member: str) -> tuple:
         return self._bus.call(self._application, self.path, ACCESSIBLE, member)
 
@@ -66,6 +79,21 @@ class AccessibleDesktop:
 
     def close(self) -> None:
         self._bus.close()
+
+    def find(self, pid: int, name: str, roles: tuple[str, ...], showing: bool = True) -> Optional[Node]:
+        """The first of one of these roles under that name in an application. Nothing while it changes."""
+        try:
+            for application in Node(self._bus, "org.a11y.atspi.Registry", ROOT).children():
+                if self._process(application) == pid:
+                    return next((node for node in islice(application.below(), _MOST_NODES) if node.name == name
+                                 and node.role in roles and (not showing or node.has_state("showing"))), None)
+        except BusError:
+            pass
+        return None
+
+    def _process(self, application: Node) -> int:
+        return int(self._bus.call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                  "GetConnectionUnixProcessID", "s", (application.bus_name,))[0])
 
     def windows(self, application: str, title: str) -> list[Node]:
         """The frames of that title."""

@@ -32,7 +32,8 @@ def install_url_scheme(desktop: Desktop, agent: Agent) -> None:
     folder = Path(desktop.env["XDG_DATA_HOME"]) / "applications"
     folder.mkdir(parents=True, exist_ok=True)
     text = (PROJECT / "packaging/applications" / name).read_text()
-    (folder / name).write_text(text.replace("/opt/tessarin/TessarinUserAgent.app", str(agent.program.parents[2])))
+    # Also the folder that it is started in: some openers start nothing where that is not there.
+    (folder / name).write_text(text.replace("/opt/tessarin", str(agent.folder)))
     config = Path(desktop.env["XDG_CONFIG_HOME"])
     config.mkdir(parents=True, exist_ok=True)
     (config / "mimeapps.list").write_text(f"[Default Applications]\nx-scheme-handler/tessarin-scheme={name}\n")

@@ -8,7 +8,7 @@ from .processes import TimedOut, wait_for
 from .session import Desktop
 
 _WATCHER = "org.kde.StatusNotifierWatcher"
-_SETTINGS = """<?xml version="1.0" encoding="UTF-8"?>
+SETTINGS = """<?xml version="1.0" encoding="UTF-8"?>
 <channel name="xfce4-panel" version="1.0">
   <property name="configver" type="int" value="2"/>
   <property name="panels" type="array">
@@ -51,7 +51,7 @@ class Panel:
         folder = self.desktop.folder / "home/.config/xfce4/xfconf/xfce-perchannel-xml"
         if not folder.exists():
             folder.mkdir(parents=True)
-            (folder / "xfce4-panel.xml").write_text(_SETTINGS.format(dark=str(self._dark).lower()))
+            (folder / "xfce4-panel.xml").write_text(SETTINGS.format(dark=str(self._dark).lower()))
             daemons = glob.glob("/usr/lib/*/xfce4/xfconf/xfconfd")
             if not daemons:
                 raise TimedOut("xfconfd is not installed")

@@ -30,9 +30,10 @@ class WaylandDesktop(Desktop):
     platform = "wayland"
     for_root = False
 
-    def __init__(self, *, width: int = 1280, height: int = 900) -> None:
+    def __init__(self, *, width: int = 1280, height: int = 900, more_configuration: str = "") -> None:
         super().__init__()
         self._size = width, height
+        self._more_configuration = more_configuration
         self.compositor: Sway
         self.devices: WaylandDevices
 
@@ -107,7 +108,7 @@ class WaylandDesktop(Desktop):
 
     def _start_display(self) -> None:
         configuration = self.folder / "sway.conf"
-        configuration.write_text(_CONFIGURATION.format(*self._size))
+        configuration.write_text(_CONFIGURATION.format(*self._size) + self._more_configuration)
         run = self.folder / "run"
         requests = run / "sway.sock"
         self.processes.start("sway", ["sway", "--config", str(configuration)],
