@@ -36,7 +36,15 @@ class SwaySession(WaylandDesktop):
     """With sway's own bar, which has a status area."""
 
     def __init__(self) -> None:
-        super().__init__(width=1280, height=800, more_configuration="bar {\n    tray_output *\n}\n")
+        super().__init__(width=1280, height=800,
+                         more_configuration="bar {\n    id tessarin\n    swaybar_command true\n    tray_output *\n}\n")
+
+    def start(self) -> None:
+        super().start()
+        # The compositor would start it before there is a session bus.
+        self.processes.start("swaybar", ["swaybar", "--bar_id", "tessarin"],
+                             {**self.env, "SWAYSOCK": str(self.folder / "run/sway.sock")})
+        wait_for(lambda: self.session_bus.owner(_WATCHER) is not None, _SECONDS, "status area of the bar")
 
     def shell_windows(self) -> list[Window]:
         return [Window(one.pid, one.title, one.focused, one.left, one.top, one.width, one.height)

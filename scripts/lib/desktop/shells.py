@@ -2,6 +2,8 @@
 
 import glob
 import json
+import re
+import subprocess
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -43,6 +45,8 @@ class _WaylandSession(Desktop):
             del self.env[name]
         self.env.update({"XDG_SESSION_TYPE": "wayland", "XDG_CURRENT_DESKTOP": self.desktop_name, "MOZ_ENABLE_WAYLAND": "1",
                          "WAYLAND_DISPLAY": _DISPLAY, "LIBGL_ALWAYS_SOFTWARE": "1"})
+        # Shells see only what comes into folders that were there when they started.
+        (Path(self.env["XDG_DATA_HOME"]) / "applications").mkdir(parents=True)
 
     def _start_display(self) -> None:
         pass
@@ -57,10 +61,9 @@ class GnomeSession(_WaylandSession):
     desktop_name = "GNOME"
 
     def shell_windows(self) -> list[Window]:
-        good, answer = self.session_bus.call(
-            "org.gnome.Shell", "/org/gnome/Shell", "org.gnome.Shell", "Eval", "s",
-            ("JSON.stringify(global.get_window_actors().map(actor => { const w = actor.meta_window, r = w.get_frame_rect();"
-             " return [w.get_pid(), w.get_title(), w.has_focus(), r.x, r.y, r.width, r.height]; }))",))
+        good, answer = self._evaluate(
+            "JSON.stringify(global.get_window_actors().map(actor => { const w = actor.meta_window, r = w.get_frame_rect();"
+             " return [w.get_pid(), w.get_title(), w.has_focus(), r.x, r.y, r.width, r.height]; }))")
         if not good:
             raise RuntimeError(f"GNOME Shell does not list its windows: {answer}")
         # The answer is the text as a literal.
@@ -68,15 +71,20 @@ class GnomeSession(_WaylandSession):
 
     def _leave_overview(self) -> bool:
         try:
-            return bool(self.session_bus.call("org.gnome.Shell", "/org/gnome/Shell", "org.gnome.Shell", "Eval", "s",
-                                              ("Main.overview.hide(); true",))[0])
+            return bool(self._evaluate("Main.overview.hide(); true")[0])
         except BusError:
             return False  # it is still starting
 
     def screenshot(self, path: Path) -> None:
         path.parent.mkdir(parents=True, exist_ok=True)
+        # What the shell misses of a whole system would cover the windows.
+        self._evaluate("Main.messageTray.getSources().forEach(source => source.destroy())")
         self.session_bus.call("org.gnome.Shell.Screenshot", "/org/gnome/Shell/Screenshot", "org.gnome.Shell.Screenshot",
                               "Screenshot", "bbs", (False, False, str(path)), timeout_seconds=30)
+
+    def _evaluate(self, text: str) -> tuple[bool, str]:
+        good, answer = self.session_bus.call("org.gnome.Shell", "/org/gnome/Shell", "org.gnome.Shell", "Eval", "s", (text,))
+        return good, answer
 
     def _start_shell(self) -> None:
         self.processes.start("gnome-shell", ["gnome-shell", "--headless", "--virtual-monitor", "1280x800", "--no-x11",
@@ -93,10 +101,12 @@ class XfceSession(Desktop):
     def shell_windows(self) -> list[Window]:
         found = []
         for window in self._client_list():
-            places = dict(line.split("=") for line in self.xdotool("getwindowgeometry", "--shell", window).splitlines())
-            found.append(Window(int(self._property(window, "_NET_WM_PID") or 0), self.window_title(window),
-                                window == self.active_window(), int(places["X"]), int(places["Y"]), int(places["WIDTH"]),
-                                int(places["HEIGHT"])))
+            told = subprocess.run(["xwininfo", "-id", window], env=self.env, stdin=subprocess.DEVNULL, text=True,
+                                  capture_output=True, timeout=20).stdout
+            place = [int(number) for number in re.findall(r"(?:Absolute upper-left [XY]|Width|Height):\s+(-?\d+)", told)]
+            if len(place) == 4:  # it is still there
+                found.append(Window(int(self._property(window, "_NET_WM_PID") or 0), self.window_title(window),
+                                    window == self.active_window(), *place))
         return found
 
     def start_session(self) -> None:
