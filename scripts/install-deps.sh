@@ -15,7 +15,8 @@ declare -A packages=(
             fonts-noto-color-emoji trayer firefox-esr chromium sway foot grim"
     [package]="dpkg-dev binutils gzip rpm rpm2cpio cpio lintian rpmlint appstream desktop-file-utils man-db systemd"
     [filemanagers]="nautilus nemo caja dolphin thunar"
-    [sessions]="gnome-shell xfce4-session xfwm4 xfce4-settings xfdesktop4 kwin-wayland plasma-workspace plasma-desktop"
+    [sessions]="gnome-shell xfce4-session xfwm4 xfce4-settings xfdesktop4 kwin-wayland qtwayland5 plasma-workspace
+               plasma-desktop"
     [root]="mmdebstrap"
     [lint]="clang-format clang-tidy shellcheck python3"
     [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev"

@@ -155,6 +155,9 @@ class Attempt:
                 return any(node.text == str(file) for shown in reader.windows("TessarinUserAgent", _TITLE) for node in shown.below())
 
             wait_for(path_shown, _SECONDS, "properties window with the file's path", pause=0.2)
+            wait_for(lambda: any(shown.has_state("active") for shown in reader.windows("TessarinUserAgent", _TITLE)), _SECONDS,
+                     "active properties window", pause=0.2)
+            self.seen.window = "active"
         finally:
             reader.close()
         if hasattr(self.desktop, "shell_windows"):
@@ -167,8 +170,6 @@ class Attempt:
             if not inside:
                 raise RuntimeError(f"the window is not on the screen: {window}")
             self.seen.window = f"active, at {window.left},{window.top}, {window.width} × {window.height}"
-        else:
-            self.seen.window = "open"  # the session does not say where
         self._shot("window")
 
     def _report(self, pages: PageServer) -> None:
@@ -184,7 +185,7 @@ class Attempt:
         time.sleep(_PAINT_SECONDS)
         try:
             self.desktop.screenshot(self.shots / f"{self.kind.name}-{what}.png")
-        except (BusError, OSError, subprocess.SubprocessError) as error:
+        except (BusError, RuntimeError, OSError, subprocess.SubprocessError) as error:
             print(f"no picture of {self.kind.name}: {error}", file=sys.stderr)
 
 

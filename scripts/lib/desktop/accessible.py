@@ -14,7 +14,7 @@ ROOT = "/org/a11y/atspi/accessible/root"
 # Some programs have trees without end while they change.
 _MOST_NODES = 2000
 
-STATES = {"checked": 4, "enabled": 8, "showing": 25}
+STATES = {"active": 1, "checked": 4, "enabled": 8, "showing": 25}
 
 
 class Node:
