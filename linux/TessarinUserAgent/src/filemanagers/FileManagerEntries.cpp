@@ -51,6 +51,12 @@ path FileManagerEntries::helperFile() const {
     return folders_.dataHome / "tessarin" / kHelper;
 }
 
+// The templates are among the resources of the bundle that has the program.
+std::string FileManagerEntries::helperText() const {
+    const path agent = templates_.parent_path().parent_path() / "Linux/TessarinUserAgent";
+    return Replaced(Template(templates_ / kHelper), "@AGENT@", QuotedForShell(agent.native()));
+}
+
 std::string FileManagerEntries::entryText(FileManager manager) const {
     const path helper = helperFile();
     if (std::ranges::any_of(helper.native(), [](unsigned char c) { return c < ' ' || c == 0x7f; })) {
@@ -99,7 +105,7 @@ std::string FileManagerEntries::textWithEntry(FileManager manager) const {
 
 void FileManagerEntries::install(FileManager manager) const {
     std::vector<FileChange> changes;
-    changes.emplace_back(helperFile(), Template(templates_ / kHelper), true);
+    changes.emplace_back(helperFile(), helperText(), true);
     changes.emplace_back(entryFile(manager), textWithEntry(manager), FactsOf(manager).isEntryExecutable);
     ApplyAll(changes);
 }

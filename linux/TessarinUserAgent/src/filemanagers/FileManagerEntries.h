@@ -25,6 +25,7 @@ class FileManagerEntries {
  private:
     std::filesystem::path entryFile(FileManager manager) const;
     std::filesystem::path helperFile() const;
+    std::string helperText() const;
     std::string entryText(FileManager manager) const;
     std::string thunarBase() const;
     std::string textWithEntry(FileManager manager) const;

@@ -71,6 +71,30 @@ TEST_F(PropertiesScriptTest, AsksOnceForEachFileWhateverItsName) {
     EXPECT_EQ(requestedPaths(), expected);
 }
 
+TEST_F(PropertiesScriptTest, InstalledItAsksTheAgentItselfWithTheAddressAndTheLocaleAsTheyAre) {
+    // Openers may change both.
+    const path contents = folder / "it's here/Contents";
+    const path agent = contents / "Linux/TessarinUserAgent";
+    std::filesystem::create_directories(contents / "Resources");
+    std::filesystem::copy(FILE_MANAGER_TEMPLATES, contents / "Resources/file-managers");
+    fake::WriteFile(agent, "#!/bin/sh\nprintf '%s %s' \"$LC_ALL\" \"$*\" >\"${0%/*}/asked\"\n");
+    std::filesystem::permissions(agent, std::filesystem::perms::owner_all);
+    fake::UserHome home;
+    FileManagerEntries(contents / "Resources/file-managers", home.folders).install(FileManager::dolphin);
+    EXPECT_EQ(fake::ExitCodeOf({folder.path(),
+                                {home.helper().string(), "/a b.txt"},
+                                {{"PATH", opener.searchPath()}, {"LC_ALL", "C.UTF-8"}},
+                                {}}),
+              0);
+    EXPECT_EQ(fake::ReadFile(contents / "Linux/asked"), "C.UTF-8 " + kStart + "/a%20b.txt");
+    EXPECT_THAT(opener.calls(), IsEmpty());
+    std::filesystem::remove(agent);
+    EXPECT_EQ(fake::ExitCodeOf(
+                  {folder.path(), {home.helper().string(), "/a b.txt"}, {{"PATH", opener.searchPath()}}, {}}),
+              0);
+    EXPECT_THAT(requestedPaths(), ElementsAre("/a b.txt"));
+}
+
 TEST_F(PropertiesScriptTest, RelativeNamesAreOfTheWorkingFolder) {
     std::vector<std::string> arguments{"--"};
     std::vector<std::string> expected;
