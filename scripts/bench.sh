@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds and runs the benchmarks, ours and peers in the same run with interleaved repetitions; prints the ratios of their
-# medians beside the aims. Results go to build/bench/results/*.json and summary.md. Quote ratios: times are the machine's.
+# Builds and runs the benchmarks with the flags of what ships, ours and peers in the same run with interleaved repetitions; prints
+# the ratios of their medians beside the aims and fails when one is missed by more than a fifth. Results go to build/bench/results/*.json and summary.md. Quote ratios: times are the machine's.
 #
 # Usage: scripts/bench.sh [--quick] [--undisturbed] [FILTER]
 #   --quick          few repetitions; the agent's idle costs over 10 seconds

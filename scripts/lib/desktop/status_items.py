@@ -1,6 +1,7 @@
 """A stand-in for the status area of the desktop's panel: lists the status items, reads their menus and clicks."""
 
 import threading
+import time
 from dataclasses import dataclass
 from typing import Any, Optional
 
@@ -82,6 +83,7 @@ class StatusArea:
 
     def __init__(self, address: str) -> None:
         self._registered: list[str] = []
+        self.registered_at = 0.0  # time.monotonic() of the last one
         self._lock = threading.Lock()
         self._bus = Bus(address)
         self._bus.serve(_WATCHER, "RegisterStatusNotifierItem", self._register)
@@ -117,5 +119,6 @@ class StatusArea:
 
     def _register(self, arguments: tuple, sender: str) -> tuple[str, list]:
         with self._lock:
+            self.registered_at = time.monotonic()
             self._registered.append(sender if str(arguments[0]).startswith("/") else str(arguments[0]))
         return "", []
