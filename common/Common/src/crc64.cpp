@@ -72,12 +72,16 @@ std::uint64_t TakeWord(const WordTables& tables, std::uint64_t word) {
     return LookUpBytes(tables, word, std::make_index_sequence<kWord>());
 }
 
+std::uint64_t BytesCrc64(std::uint64_t crc, const unsigned char* data, std::size_t length) {
+    for (; length > 0; ++data, --length)
+        crc = Step(kByteTable, crc ^ *data);
+    return crc;
+}
+
 std::uint64_t SmallCrc64(std::uint64_t crc, const unsigned char* data, std::size_t length) {
     for (; length >= kWord; data += kWord, length -= kWord)
         crc = TakeWord(kNext, crc ^ LoadWord(data));
-    for (; length > 0; ++data, --length)
-        crc = kByteTable[(crc ^ *data) & 0xFF] ^ (crc >> 8);
-    return crc;
+    return BytesCrc64(crc, data, length);
 }
 
 template <std::size_t... I>
@@ -103,6 +107,8 @@ std::uint64_t TableCrc64(std::uint64_t seed, const unsigned char* data, std::siz
 }
 
 std::uint64_t crc64(unsigned long long seed, const unsigned char* data, unsigned long long length) {
+    if (length < kWord)
+        return BytesCrc64(seed, data, length);
     return length < kLargePiece ? SmallCrc64(seed, data, length) : LargeCrc64(seed, data, length);
 }
 
