@@ -24,7 +24,7 @@ if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # A source that is compiled with others counts as included, where unnamed namespaces are taken for a header's.
     target_compile_options(tessarin_flags INTERFACE -Wno-subobject-linkage)
 endif()
-if(TESSARIN_PLATFORM STREQUAL "linux" AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug" AND NOT TESSARIN_SANITIZE AND NOT TESSARIN_BUILD_FUZZ)
+if(TESSARIN_PLATFORM STREQUAL "linux" AND CMAKE_BUILD_TYPE MATCHES "^Rel" AND NOT TESSARIN_SANITIZE AND NOT TESSARIN_BUILD_FUZZ)
     # What ships and what is measured. Debian's own flags for programs, with those that it leaves to each package.
     target_compile_options(
         tessarin_flags

@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QTableWidget>
 #include <QVBoxLayout>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -58,8 +59,9 @@ void ShowWindows(benchmark::State& state, const Show& show) {
 std::unique_ptr<useragent::PropertiesWindow> ShowOurs(int count) {
     useragent::QtApplicationInterface interface({}, true);
     auto controller = std::make_unique<FileFiltersViewController>(ControllerEnvironment());
-    const auto records = MakeRecords(count);
-    controller->setFiltersArray({records.begin(), records.end()});
+    auto records = MakeRecords(count);
+    controller->setFiltersArray(
+        {std::make_move_iterator(records.begin()), std::make_move_iterator(records.end())});
     controller->setFileName("/home/someone/customers.csv");
     auto window = interface.createPropertiesWindow([] {});
     window->show(std::move(controller), {});

@@ -1,6 +1,7 @@
 #include "useragent/AppDelegate.h"
 
 #include <exception>
+#include <iterator>
 #include <utility>
 
 #include "common/SystemUtils.h"
@@ -16,8 +17,8 @@ namespace {
 constexpr std::chrono::seconds kMenuUpdateInterval{300};
 constexpr std::chrono::nanoseconds kEncryptionDeadline{100'000'000};
 
-FilterRecords ToFilterRecords(const std::vector<cmn::ScanRecord>& records) {
-    return {records.begin(), records.end()};
+FilterRecords ToFilterRecords(std::vector<cmn::ScanRecord> records) {
+    return {std::make_move_iterator(records.begin()), std::make_move_iterator(records.end())};
 }
 
 }  // namespace

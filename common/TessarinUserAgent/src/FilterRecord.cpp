@@ -206,7 +206,13 @@ std::string Description(const FilterValue& value) {
 FilterRecord::FilterRecord(std::map<std::string, FilterValue> values)
     : values_(std::make_move_iterator(values.begin()), std::make_move_iterator(values.end())) {}
 
-FilterRecord::FilterRecord(const cmn::ScanRecord& record) : values_(record.begin(), record.end()) {}
+FilterRecord::FilterRecord(cmn::ScanRecord record) {
+    values_.reserve(record.size());
+    while (!record.empty()) {
+        auto one = record.extract(record.begin());
+        values_.emplace_back(std::move(one.key()), std::move(one.mapped()));
+    }
+}
 
 const FilterValue& FilterRecord::value(std::string_view key) const {
     static const FilterValue missing;

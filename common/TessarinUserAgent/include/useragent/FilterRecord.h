@@ -31,7 +31,7 @@ class FilterRecord {
  public:
     FilterRecord() = default;
     explicit FilterRecord(std::map<std::string, FilterValue> values);
-    explicit FilterRecord(const cmn::ScanRecord& record);
+    explicit FilterRecord(cmn::ScanRecord record);
 
     bool boolValue(std::string_view key) const;
     std::int32_t intValue(std::string_view key) const;
