@@ -33,13 +33,24 @@ FileFiltersViewController::Environment ControllerEnvironment() {
             [] { return useragent::WallTime(std::chrono::hours(24 * 365 * 56)); }};
 }
 
+// Bytes of all keys and values.
+double TextOfRecords(int count) {
+    std::size_t size = 0;
+    for (const auto& record : MakeRecords(count)) {
+        for (const auto& [key, value] : record) {
+            size += key.size() + value.size();
+        }
+    }
+    return static_cast<double>(size);
+}
+
 double UsedBytes() {
     return static_cast<double>(mallinfo2().uordblks);
 }
 
 // Shows what `show` makes until it is painted; its end is not part of the time.
 template <typename Show>
-void ShowWindows(benchmark::State& state, const Show& show) {
+void ShowWindows(benchmark::State& state, int count, const Show& show) {
     double bytes = 0;
     for (auto _ : state) {
         state.PauseTiming();
@@ -54,6 +65,7 @@ void ShowWindows(benchmark::State& state, const Show& show) {
         state.ResumeTiming();
     }
     state.counters["bytes"] = bytes;
+    state.counters["bytes_over_text"] = bytes / TextOfRecords(count);
 }
 
 std::unique_ptr<useragent::PropertiesWindow> ShowOurs(int count) {
@@ -152,10 +164,10 @@ int RunBenchmarks(int argc, char** argv) {
         for (const int count : {1, 100, 1'000, 10'000}) {
             const std::string window = "window/" + std::to_string(count);
             Register(window + "/ours", [count](benchmark::State& state) {
-                ShowWindows(state, [&] { return ShowOurs(count); });
+                ShowWindows(state, count, [&] { return ShowOurs(count); });
             });
             Register(window + "/table_widget", [count](benchmark::State& state) {
-                ShowWindows(state, [&] { return ShowTableWidget(count); });
+                ShowWindows(state, count, [&] { return ShowTableWidget(count); });
             });
         }
         for (const char* count : {"1", "100"}) {

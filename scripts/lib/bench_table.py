@@ -4,7 +4,7 @@ Usage: bench_table.py RESULTS-FOLDER AIMS.json
 
 RESULTS-FOLDER holds Google Benchmark's JSON. A benchmark "ITEM/ours" is compared with every other "ITEM/PEER". The aims
 are by "ITEM/PEER" or "NAME over NAME"; a rate is the inverse of a time. Other JSON there is listed number by number, its
-aims are by "FILE/KEY/KEY". Ends with 1 when an aim is missed by more than a fifth, and when something went wrong.
+aims are by "FILE/KEY/KEY"; counters of benchmarks with "_over_" in their name by "NAME/COUNTER". Ends with 1 when an aim is missed by more than a fifth, and when something went wrong.
 """
 
 import json
@@ -31,6 +31,12 @@ def medians(result: dict) -> tuple[dict[str, float], list[str]]:
         if run.get("aggregate_name") == "median":
             times[name] = run["real_time"] * _UNITS[run["time_unit"]]
     return times, problems
+
+
+def counters(result: dict) -> list[tuple[str, float]]:
+    """Ratios that the programs have worked out themselves."""
+    return [(f"{_OPTIONS.sub('', run['run_name'])}/{key}", value) for run in result["benchmarks"]
+            if run.get("aggregate_name") == "median" for key, value in run.items() if "_over_" in key]
 
 
 def pairs(times: dict[str, float], aims: dict) -> list[tuple[str, str, str]]:
@@ -91,8 +97,11 @@ def main() -> None:
     for file in sorted(folder.glob("*.json")):
         result = json.loads(file.read_text())
         if "benchmarks" not in result:
-            others += [[name, f"{value:g}", *number_verdict(value, aims.get(name, {}))]
-                       for name, value in numbers(result, file.stem)]
+            found = numbers(result, file.stem)
+        else:
+            found = counters(result)
+        others += [[name, f"{value:g}", *number_verdict(value, aims.get(name, {}))] for name, value in found]
+        if "benchmarks" not in result:
             continue
         loads += result["context"].get("load_avg", [])[:1]
         times, wrong = medians(result)
