@@ -29,10 +29,6 @@ extern "C" void SigtermHandler(int) {
     StopCurrentRunLoop();
 }
 
-std::vector<std::string> BrowserList() {
-    return {"Safari", "Google Chrome", "Firefox"};
-}
-
 cmn::proto::TSettings AgentFacts::settings() {
     return cmn::proto::GetSettings();
 }

@@ -15,6 +15,7 @@
 #include "linux_usercommon/DBusXPCTransport.h"
 #include "linux_usercommon/LinuxDispatch.h"
 #include "permissions/LinuxSettingsPanes.h"
+#include "useragent/AgentNames.h"
 #include "windowlist/AtspiWindowList.h"
 #include "windowlist/LinuxWindowList.h"
 

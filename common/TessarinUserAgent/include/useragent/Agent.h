@@ -26,9 +26,6 @@ extern "C" void SigtermHandler(int signalNumber);
 // Stops the calling thread's run loop from a signal handler; provided by each platform end.
 void StopCurrentRunLoop();
 
-// Process owner names of the watched browsers, as the applications name themselves.
-std::vector<std::string> BrowserList();
-
 // What the log is set up with, in the order in which it is asked: of the running program. Tests put their own
 // in its place. Main thread.
 class AgentFacts {

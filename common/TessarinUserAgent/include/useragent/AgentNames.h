@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 namespace useragent {
 
@@ -11,6 +13,9 @@ inline constexpr const char* kApplicationPath = "/com/tessarin/TessarinUserAgent
 // JSON.
 inline constexpr const char* kStatusInterface = "com.tessarin.TessarinUserAgent.Status";
 inline constexpr const char* kStatusMethod = "Get";
+
+// Process owner names of the watched browsers, as the applications name themselves.
+std::vector<std::string> BrowserList();
 
 // Log file stem of an agent whose executable has this path: a file name in the folder that holds its bundle.
 std::filesystem::path LogStem(const std::filesystem::path& executable);

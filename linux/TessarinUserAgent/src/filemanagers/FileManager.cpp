@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/case_conv.hpp>
-#include <boost/algorithm/string/trim.hpp>
-#include <fstream>
 
 #include "common/make_error.h"
 #include "filemanagers/Quoting.h"
+#include "permissions/DefaultApplications.h"
 
 namespace useragent {
 namespace {
@@ -78,31 +77,6 @@ std::optional<FileManager> FirstKnown(const std::vector<std::string>& names,
     return std::nullopt;
 }
 
-// The values of the key for folders among the default applications.
-void AddFolderHandlers(const path& file, std::vector<std::string>& handlers) {
-    std::ifstream lines(file);
-    bool ofDefaults = false;
-    for (std::string line; std::getline(lines, line);) {
-        boost::algorithm::trim(line);
-        if (line.starts_with('[')) {
-            ofDefaults = line == "[Default Applications]";
-        }
-        const std::size_t equals = line.find('=');
-        if (!ofDefaults || equals == std::string::npos ||
-            boost::algorithm::trim_copy(line.substr(0, equals)) != "inode/directory") {
-            continue;
-        }
-        std::string values = line.substr(equals + 1);
-        for (std::size_t end = values.find(';'); !values.empty(); end = values.find(';')) {
-            const std::string handler = boost::algorithm::trim_copy(values.substr(0, end));
-            if (!handler.empty()) {
-                handlers.push_back(handler);
-            }
-            values.erase(0, end == std::string::npos ? end : end + 1);
-        }
-    }
-}
-
 }  // namespace
 
 const FileManagerFacts& FactsOf(FileManager manager) {
@@ -116,27 +90,6 @@ std::string ProgramOf(FileManager manager) {
 std::optional<FileManager> FileManagerNamed(std::string_view name) {
     const std::string program = boost::algorithm::to_lower_copy(std::string(name));
     return First([&](FileManager manager) { return ProgramOf(manager) == program; });
-}
-
-std::vector<std::string> FolderHandlers(const XdgFolders& folders,
-                                        const std::vector<std::string>& desktopNames) {
-    std::vector<path> places{folders.configHome};
-    places.insert(places.end(), folders.configFolders.begin(), folders.configFolders.end());
-    places.push_back(folders.dataHome / "applications");
-    for (const path& folder : folders.dataFolders) {
-        places.push_back(folder / "applications");
-    }
-    std::vector<std::string> handlers;
-    for (const path& place : places) {
-        if (!place.is_absolute()) {
-            continue;
-        }
-        for (const std::string& name : desktopNames) {
-            AddFolderHandlers(place / (boost::algorithm::to_lower_copy(name) + "-mimeapps.list"), handlers);
-        }
-        AddFolderHandlers(place / "mimeapps.list", handlers);
-    }
-    return handlers;
 }
 
 std::optional<FileManager> ChooseFileManager(const std::vector<std::string>& desktopNames,
@@ -154,7 +107,8 @@ std::optional<FileManager> ChooseFileManager(const std::vector<std::string>& des
 std::optional<FileManager> FileManagerOf(const DesktopSession& session) noexcept {
     try {
         const std::vector<std::string> names = SplitList(session.currentDesktop);
-        return ChooseFileManager(names, FolderHandlers(session.folders, names), session.hasProgram);
+        return ChooseFileManager(names, DefaultApplications(session.folders, names, "inode/directory"),
+                                 session.hasProgram);
     } catch (const std::exception&) {
         return std::nullopt;
     }

@@ -38,12 +38,8 @@ std::string ProgramOf(FileManager manager);
 // The one that users know by this name, or whose program has it, in any case.
 std::optional<FileManager> FileManagerNamed(std::string_view name);
 
-// The desktop files that the user and the system chose for opening folders, most important first.
-std::vector<std::string> FolderHandlers(const XdgFolders& folders,
-                                        const std::vector<std::string>& desktopNames);
-
 // The file manager of a desktop: the one its name stands for, else the first known of `folderHandlers`
-// (desktop file names of the programs that open folders), else the first one that is installed.
+// (the desktop files that were chosen for opening folders), else the first one that is installed.
 std::optional<FileManager> ChooseFileManager(const std::vector<std::string>& desktopNames,
                                              const std::vector<std::string>& folderHandlers,
                                              const ProgramLookup& hasProgram);

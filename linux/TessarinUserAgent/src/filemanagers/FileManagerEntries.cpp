@@ -128,6 +128,14 @@ bool FileManagerEntries::isInstalled(FileManager manager) const noexcept {
     }
 }
 
+bool FileManagerEntries::isBroken(FileManager manager) const noexcept {
+    try {
+        return hasEntry(manager) && !isInstalled(manager);
+    } catch (const std::exception&) {
+        return false;  // a file that is not for us to mend
+    }
+}
+
 void FileManagerEntries::remove(FileManager manager) const {
     const path file = entryFile(manager);
     const std::optional<std::string> before = ReadUserFile(file);

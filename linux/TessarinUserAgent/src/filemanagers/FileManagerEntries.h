@@ -16,6 +16,8 @@ class FileManagerEntries {
 
     // Whether everything of the entry is in its place. Only looks at files.
     bool isInstalled(FileManager manager) const noexcept;
+    // Whether a part of it is there: the file manager may show an entry that does nothing.
+    bool isBroken(FileManager manager) const noexcept;
 
     // Both leave everything as it was when they fail, and throw std::runtime_error with a sentence for the
     // user. Doing either again changes nothing. Folders of the file managers stay.

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "UserHome.h"
+#include "permissions/DefaultApplications.h"
 #include "permissions/DesktopSession.h"
 
 namespace useragent {
@@ -22,6 +23,7 @@ TEST(DesktopSessionTest, FoldersHaveTheStandardPlacesWithoutVariables) {
     const XdgFolders folders = FoldersOf({{"HOME", "/home/u"}});
     EXPECT_EQ(folders.dataHome, "/home/u/.local/share");
     EXPECT_EQ(folders.configHome, "/home/u/.config");
+    EXPECT_EQ(folders.stateHome, "/home/u/.local/state");
     EXPECT_THAT(folders.dataFolders, ElementsAre(path("/usr/local/share"), path("/usr/share")));
     EXPECT_THAT(folders.configFolders, ElementsAre(path("/etc/xdg")));
 }
@@ -30,10 +32,12 @@ TEST(DesktopSessionTest, FoldersFollowTheVariables) {
     const XdgFolders folders = FoldersOf({{"HOME", "/home/u"},
                                           {"XDG_DATA_HOME", "/d"},
                                           {"XDG_CONFIG_HOME", "/c"},
+                                          {"XDG_STATE_HOME", "/s"},
                                           {"XDG_DATA_DIRS", "/one:/two"},
                                           {"XDG_CONFIG_DIRS", "/three"}});
     EXPECT_EQ(folders.dataHome, "/d");
     EXPECT_EQ(folders.configHome, "/c");
+    EXPECT_EQ(folders.stateHome, "/s");
     EXPECT_THAT(folders.dataFolders, ElementsAre(path("/one"), path("/two")));
     EXPECT_THAT(folders.configFolders, ElementsAre(path("/three")));
 }
@@ -53,7 +57,7 @@ TEST(DesktopSessionTest, FoldersAreUnknownWithoutAHome) {
     EXPECT_EQ(FoldersOf({{"HOME", "here"}}).configHome, "");
 }
 
-TEST(DesktopSessionTest, HandlersOfFoldersComeInTheOrderOfTheFilesThatNameThem) {
+TEST(DesktopSessionTest, DefaultApplicationsComeInTheOrderOfTheFilesThatNameThem) {
     fake::UserHome home;
     const std::string text = "[Added Associations]\ninode/directory=no.desktop;\n[Default Applications]\n";
     fake::WriteFile(home.folders.configHome / "mimeapps.list",
@@ -66,14 +70,26 @@ TEST(DesktopSessionTest, HandlersOfFoldersComeInTheOrderOfTheFilesThatNameThem) 
                     text + "inode/directory=e.desktop\n");
     fake::WriteFile(home.folders.dataFolders[0] / "applications/mimeapps.list",
                     text + "inode/directory=f.desktop");
-    EXPECT_THAT(FolderHandlers(home.folders, {"LXQt"}),
+    EXPECT_THAT(DefaultApplications(home.folders, {"LXQt"}, "inode/directory"),
                 ElementsAre("a.desktop", "b.desktop", "c.desktop", "d.desktop", "e.desktop", "f.desktop"));
 }
 
-TEST(DesktopSessionTest, NoFilesNameNoHandlers) {
+TEST(DesktopSessionTest, NoFilesNameNoApplications) {
     fake::UserHome home;
-    EXPECT_THAT(FolderHandlers(home.folders, {"LXQt"}), IsEmpty());
-    EXPECT_THAT(FolderHandlers({}, {"LXQt"}), IsEmpty());
+    EXPECT_THAT(DefaultApplications(home.folders, {"LXQt"}, "inode/directory"), IsEmpty());
+    EXPECT_THAT(DefaultApplications({}, {"LXQt"}, "inode/directory"), IsEmpty());
+}
+
+TEST(DesktopSessionTest, KnownApplicationsAreThoseThatTheDesktopHasTakenNoteOf) {
+    fake::UserHome home;
+    const std::string text = "[MIME Cache]\nx-scheme-handler/a=no.desktop;\nx-scheme-handler/b=";
+    fake::WriteFile(home.folders.dataFolders[0] / "applications/mimeinfo.cache",
+                    text + "2.desktop;3.desktop;\n");
+    fake::WriteFile(home.folders.dataHome / "applications/mimeinfo.cache", text + "1.desktop;\n");
+    EXPECT_THAT(KnownApplications(home.folders, "x-scheme-handler/b"),
+                ElementsAre("1.desktop", "2.desktop", "3.desktop"));
+    EXPECT_THAT(KnownApplications(home.folders, "x-scheme-handler/c"), IsEmpty());
+    EXPECT_THAT(KnownApplications({}, "x-scheme-handler/b"), IsEmpty());
 }
 
 TEST(DesktopSessionTest, FileManagerIsTheUsersChoiceOnAnUnknownDesktop) {

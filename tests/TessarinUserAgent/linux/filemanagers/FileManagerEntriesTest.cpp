@@ -102,6 +102,16 @@ TEST_P(FileManagerEntriesTest, IsNotInstalledWhenAPartIsMissing) {
     EXPECT_FALSE(entries.isInstalled(GetParam()));
 }
 
+TEST_P(FileManagerEntriesTest, IsBrokenWhenTheEntryIsThereAndDoesNothing) {
+    EXPECT_FALSE(entries.isBroken(GetParam()));
+    entries.install(GetParam());
+    EXPECT_FALSE(entries.isBroken(GetParam()));
+    std::filesystem::remove(home.helper());
+    EXPECT_TRUE(entries.isBroken(GetParam()));
+    entries.remove(GetParam());
+    EXPECT_FALSE(entries.isBroken(GetParam()));
+}
+
 TEST_P(FileManagerEntriesTest, RenewsAnOldEntry) {
     entries.install(GetParam());
     const auto fresh = files();

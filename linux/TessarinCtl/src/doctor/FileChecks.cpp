@@ -1,0 +1,174 @@
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "common/causes.h"
+#include "common/fs.h"
+#include "common/proto_settings.h"
+#include "doctor/Checks.h"
+#include "doctor/Installation.h"
+#include "doctor/Surroundings.h"
+#include "useragent/AgentNames.h"
+
+namespace ctl {
+
+namespace {
+
+namespace bus = cmn::bus;
+namespace fs = std::filesystem;
+
+constexpr std::uintmax_t kLeastSpace = 1 << 20;             // bytes
+constexpr std::uintmax_t kSpaceOfLog = 2 * 15 * (1 << 20);  // two files
+constexpr std::chrono::minutes kClockTolerance{5};
+
+bool IsAccessible(const fs::path& path, int mode) {
+    return ::faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+}
+
+// The deepest folder on the way to it that is there.
+fs::path ExistingFolder(fs::path folder) {
+    std::error_code error;
+    while (!fs::exists(folder, error) && folder != folder.parent_path()) {
+        folder = folder.parent_path();
+    }
+    return folder;
+}
+
+struct Place {
+    fs::path folder;
+    bool isMade;  // by the agent, when it is missing
+};
+
+// Where the agent's log may be, best first; docs/operations.md has the table.
+std::vector<Place> LogPlaces(const Surroundings& surroundings) {
+    std::vector<Place> places{{useragent::LogStem(AgentOf(surroundings)).parent_path(), false}};
+    if (const fs::path& state = surroundings.desktop.folders.stateHome; state.is_absolute()) {
+        places.push_back({state / "tessarin", true});
+    }
+    return places;
+}
+
+fs::path LogFileIn(const Surroundings& surroundings, const fs::path& folder) {
+    return folder / (useragent::LogStem(AgentOf(surroundings)).filename().string() + "_0.log");
+}
+
+// As the agent finds out, without making anything.
+bool CanBeWritten(const Surroundings& surroundings, const Place& place) {
+    const fs::path file = LogFileIn(surroundings, place.folder);
+    std::error_code error;
+    const fs::file_status status = fs::symlink_status(file, error);
+    if (fs::exists(status)) {
+        return fs::is_regular_file(status) && IsAccessible(file, W_OK);
+    }
+    const fs::path folder = place.isMade ? ExistingFolder(place.folder) : place.folder;
+    return fs::is_directory(folder, error) && IsAccessible(folder, W_OK | X_OK);
+}
+
+std::optional<Place> LogPlaceOf(const Surroundings& surroundings) {
+    const auto places = LogPlaces(surroundings);
+    const auto found = std::find_if(places.begin(), places.end(),
+                                    [&](const Place& place) { return CanBeWritten(surroundings, place); });
+    return found == places.end() ? std::nullopt : std::optional(*found);
+}
+
+// "line 3, byte 17 of the file", as far as the reader's complaint says where.
+std::string WhereItBreaks(const std::string& complaint, const fs::path& file) {
+    constexpr std::string_view kOffset = " offs: ";
+    const auto at = complaint.rfind(kOffset);
+    if (at == std::string::npos) {
+        return {};
+    }
+    const std::size_t offset = std::stoul(complaint.substr(at + kOffset.size()));
+    const std::string text = cmn::FileToStr(file);
+    const auto end = text.begin() + static_cast<std::ptrdiff_t>(std::min(offset, text.size()));
+    return fmt::format(" at byte {} (line {})", offset, std::count(text.begin(), end, '\n') + 1);
+}
+
+}  // namespace
+
+Finding CheckLog(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
+    if (const auto place = LogPlaceOf(surroundings)) {
+        return Good(fmt::format("It is {}", Quoted(LogFileIn(surroundings, place->folder))));
+    }
+    const fs::path wanted = LogPlaces(surroundings).back().folder;
+    return {Verdict::wrong,
+            "No place for it can be written, so its lines go to the standard error stream of the session",
+            fmt::format(
+                "mkdir -p {0} && chmod u+rwx {0}; a log file there has to be an ordinary one of this user's",
+                Quoted(wanted))};
+}
+
+Finding CheckSettings(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
+    const fs::path file = SettingsOf(surroundings);
+    cmn::proto::TSettings settings;
+    try {
+        settings = cmn::proto::LoadSettings(file);
+    } catch (const std::exception& error) {
+        const auto causes = cmn::CausesOf(error);
+        const std::string cause = causes.empty() ? error.what() : causes.back();
+        std::error_code ignored;
+        return {
+            Verdict::wrong,
+            fs::exists(file, ignored)
+                ? fmt::format("{} breaks{}: {}", Quoted(file), WhereItBreaks(cause, file), cause)
+                : fmt::format("{} is missing", Quoted(file)),
+            fmt::format("restore {} from a backup, or: {}", Quoted(file), ReinstallCommand(surroundings))};
+    }
+    if (settings.DeviceUUID.starts_with("${")) {
+        return {Verdict::wrong, fmt::format("{} is a template that nobody has filled in", Quoted(file)),
+                ReinstallCommand(surroundings)};
+    }
+    try {
+        cmn::proto::GetProduct(settings, "Agent");
+    } catch (const std::exception&) {
+        return {Verdict::warning,
+                fmt::format("{} has no product \"Agent\", so the menu shows no version", Quoted(file)),
+                fmt::format("add it to \"Products\", as in {}", Quoted("/usr/share/tessarin/settings.json"))};
+    }
+    return Good(fmt::format("{} is", Quoted(file)));
+}
+
+Finding CheckClock(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
+    std::optional<fs::file_time_type> newest;
+    for (const fs::path& file : {AgentOf(surroundings), SettingsOf(surroundings)}) {
+        std::error_code error;
+        const auto time = fs::last_write_time(file, error);
+        newest = error ? newest : std::max(newest.value_or(time), time);
+    }
+    if (!newest) {
+        return NotApplicable("The product has no files to compare it with");
+    }
+    const auto known = std::chrono::file_clock::to_sys(*newest);
+    if (surroundings.now() + kClockTolerance < known) {
+        return {Verdict::wrong, "It is before the time at which the product was installed",
+                "sudo timedatectl set-ntp true"};
+    }
+    return Good("It is later than the product's files");
+}
+
+Finding CheckDisk(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
+    const auto place = LogPlaceOf(surroundings);
+    if (!place) {
+        return NotApplicable("The log has no place");
+    }
+    const auto space = surroundings.freeSpace(ExistingFolder(place->folder));
+    if (!space) {
+        return {Verdict::warning, fmt::format("It cannot be told for {}", Quoted(place->folder)), "df -h"};
+    }
+    const std::string text = fmt::format("{} MiB are left for {}", *space >> 20U, Quoted(place->folder));
+    if (*space >= kSpaceOfLog) {
+        return Good(text);
+    }
+    return {*space < kLeastSpace ? Verdict::wrong : Verdict::warning, text,
+            fmt::format("make room in {}", Quoted(ExistingFolder(place->folder)))};
+}
+
+}  // namespace ctl

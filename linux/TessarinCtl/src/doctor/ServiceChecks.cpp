@@ -1,0 +1,140 @@
+#include <fmt/format.h>
+
+#include <exception>
+#include <string>
+
+#include "common/make_error.h"
+#include "common/proto_settings.h"
+#include "doctor/Checks.h"
+#include "doctor/Installation.h"
+#include "doctor/Surroundings.h"
+#include "interface/ApplicationService.h"
+#include "xpccommon/FinderExtensionProtocol.h"
+#include "xpccommon/UserAgentProtocol.h"
+
+namespace ctl {
+
+namespace {
+
+namespace bus = cmn::bus;
+
+constexpr const char* kStartService =
+    "start Tessarin's service; where the development host stands in for it: sudo systemctl restart "
+    "tessarin-service-host";
+
+struct Service {
+    const char* name;
+    const char* path;
+};
+constexpr Service kServices[] = {
+    {cmn::kUserAgentMachServiceName, "/com/tessarin/UserAgent"},
+    {cmn::kFinderExtensionXPCMachServiceName, "/com/tessarin/FinderExtension"},
+};
+
+bool RequiresRoot(const Surroundings& surroundings) {
+    try {
+        return cmn::proto::LoadSettings(SettingsOf(surroundings)).RequireRootServices;
+    } catch (const std::exception&) {
+        return false;  // another check tells about them
+    }
+}
+
+Finding CheckService(const Surroundings& surroundings, const std::shared_ptr<bus::Connection>& connection,
+                     const Service& service, bus::Deadline deadline) {
+    const auto owner = OwnerOf(connection, service.name, deadline);
+    if (!owner) {
+        return {
+            Verdict::wrong,
+            fmt::format("The system bus does not say who offers {}: {}", service.name, Words(owner.error())),
+            "systemctl status dbus"};
+    }
+    if (!owner->has_value()) {
+        return {Verdict::wrong, fmt::format("Nobody offers {}", service.name), kStartService};
+    }
+    const auto version = connection->callAndWait(
+        connection->makeCall(service.name, service.path, service.name, "Version"), deadline);
+    if (!version && version.error().is(bus::error::kAccessDenied)) {
+        return {Verdict::wrong,
+                fmt::format("The policy of the bus keeps this user from {}: {}", service.name,
+                            Words(version.error())),
+                "an administrator looks into /etc/dbus-1/system.d; without the product's own policy: " +
+                    ReinstallCommand(surroundings)};
+    }
+    if (!version) {
+        return {Verdict::wrong, fmt::format("{} does not answer: {}", service.name, Words(version.error())),
+                kStartService};
+    }
+    if ((*owner)->user != surroundings.serviceUser) {
+        const bool isRefused = RequiresRoot(surroundings);
+        return {isRefused ? Verdict::wrong : Verdict::warning,
+                fmt::format("{} is run by the user with the id {} and not by root{}", service.name,
+                            (*owner)->user, isRefused ? ", so agents do not use it" : ""),
+                fmt::format("busctl --system status {}", service.name)};
+    }
+    return Good("");
+}
+
+}  // namespace
+
+Finding CheckServices(const Surroundings& surroundings, bus::Deadline deadline) {
+    const auto connection = surroundings.buses->system(deadline);
+    if (!connection) {
+        return {Verdict::wrong,
+                fmt::format("The system bus cannot be reached: {}", Words(connection.error())),
+                "sudo systemctl start dbus"};
+    }
+    Finding worst = Good("Both are there and answer");
+    for (const Service& service : kServices) {
+        Finding finding = CheckService(surroundings, *connection, service, deadline);
+        if (finding.verdict > worst.verdict) {
+            worst = std::move(finding);
+        }
+    }
+    return worst;
+}
+
+Finding CheckSessionBus(const Surroundings& surroundings, bus::Deadline deadline) {
+    const auto connection = surroundings.buses->session(deadline);
+    if (!connection) {
+        return {Verdict::wrong, fmt::format("It cannot be reached: {}", Words(connection.error())),
+                "run this in the session itself, with its DBUS_SESSION_BUS_ADDRESS, or log in again"};
+    }
+    const auto answer =
+        (*connection)
+            ->callAndWait((*connection)->makeCall(bus::kBusName, bus::kBusPath, bus::kBusName, "GetId"),
+                          deadline);
+    return answer ? Good("It answers")
+                  : Finding{Verdict::wrong, fmt::format("It does not answer: {}", Words(answer.error())),
+                            "log in again"};
+}
+
+Finding CheckAgent(const Surroundings& surroundings, bus::Deadline deadline) {
+    const auto connection = surroundings.buses->session(deadline);
+    if (!connection) {
+        return {Verdict::warning, "Without the session's bus it cannot be told whether it runs",
+                "log in again"};
+    }
+    const auto owner = OwnerOf(*connection, useragent::kApplicationName, deadline);
+    if (owner && !owner->has_value()) {
+        const std::string start = (surroundings.bundle / "Contents/Resources/session/start").string();
+        return {Verdict::wrong, "It does not run", start,
+                [start](const Surroundings& here, bus::Deadline until) {
+                    if (!here.runs({"setsid", "--fork", start}, until)) {
+                        throw cmn::make_error(Quoted(start), " could not be started");
+                    }
+                }};
+    }
+    const auto answer = owner ? (*connection)
+                                    ->callAndWait((*connection)
+                                                      ->makeCall(useragent::kApplicationName, "/",
+                                                                 "org.freedesktop.DBus.Peer", "Ping"),
+                                                  deadline)
+                              : bus::Connection::Reply(owner.error());
+    return answer ? Good("It runs")
+                  : Finding{Verdict::wrong, fmt::format("It does not answer: {}", Words(answer.error())),
+                            fmt::format("end the process that this names, and start the agent again: busctl "
+                                        "--user status {}",
+                                        useragent::kApplicationName)};
+}
+
+}  // namespace ctl
