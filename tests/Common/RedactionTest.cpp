@@ -211,6 +211,19 @@ INSTANTIATE_TEST_SUITE_P(
         "SealedFile.cpp:134 unseal -- Unsealed {}", "InotifyFileWatch.cpp:47 watch -- Cannot watch {} -- x",
         "AppDelegate.cpp:134 open -- The name of a file is not UTF-8, nobody is asked about it: {}"));
 
+TEST(RedactionOfLogTest, AnAddressIsTheSameInAllLinesThatTellOfIt) {
+    EXPECT_EQ(RedactedLog(Line("a.cpp:1 f -- Current URL -- my search 12") +
+                          Line("a.cpp:1 f -- URL changed for Firefox my search 12 4711") +
+                          Line("a.cpp:1 f -- URL changed for Google Chrome -- my search 12") +
+                          Line("a.cpp:1 f -- URL changed for Safari  4711")),
+              Line("a.cpp:1 f -- Current URL -- <address-1>") +
+                  Line("a.cpp:1 f -- URL changed for Firefox <address-1> 4711") +
+                  Line("a.cpp:1 f -- URL changed for Google Chrome -- <address-1>") +
+                  Line("a.cpp:1 f -- URL changed for Safari  4711"));
+    EXPECT_EQ(RedactedLog(Line("a.cpp:1 f -- URL changed for Firefox my 4711\nsecret 12")),
+              Line("a.cpp:1 f -- URL changed for Firefox <address-1>") + "<text-1>\n");
+}
+
 TEST(RedactionOfServiceLogTest, PathsGoToTheEndOfTheLine) {
     EXPECT_EQ(RedactedLog(Line("getScanResult called for path: relative secret, 1")),
               Line("getScanResult called for path: <path-1>"));

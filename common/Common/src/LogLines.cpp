@@ -69,9 +69,16 @@ constexpr std::array<std::string_view, 3> kUnstamped{
 struct Opening {
     std::string_view text;
     SecretKind kind;
+    bool hasNumber = false;  // behind it, at the end of the line
 };
 constexpr std::array kOpenings{
     Opening{"Current URL -- ", SecretKind::address},
+    Opening{"URL changed for Firefox -- ", SecretKind::address},
+    Opening{"URL changed for Google Chrome -- ", SecretKind::address},
+    Opening{"URL changed for Safari -- ", SecretKind::address},
+    Opening{"URL changed for Firefox ", SecretKind::address, true},
+    Opening{"URL changed for Google Chrome ", SecretKind::address, true},
+    Opening{"URL changed for Safari ", SecretKind::address, true},
     Opening{"URL changed for ", SecretKind::address},
     Opening{"Cannot scan ", SecretKind::path},
     Opening{"Cannot unseal ", SecretKind::path},
@@ -91,6 +98,14 @@ constexpr std::array kOpenings{
 constexpr std::string_view kAnswerFile = "Agent.cpp:";
 constexpr std::string_view kAnswerFunction = " operator() -- ";
 
+// " 4711" at the end of the text: its length, 0 when there is none.
+std::size_t LengthOfNumber(std::string_view text) {
+    const std::size_t before = text.find_last_not_of("0123456789");
+    return before != std::string_view::npos && text[before] == ' ' && before + 1 < text.size()
+               ? text.size() - before
+               : 0;
+}
+
 }  // namespace
 
 LogLine LookAtLogLine(std::string_view text) {
@@ -109,6 +124,7 @@ LogLine LookAtLogLine(std::string_view text) {
         if (line.substr(found.body).starts_with(opening.text)) {
             found.body += opening.text.size();
             found.kind = opening.kind;
+            found.tail = opening.hasNumber ? LengthOfNumber(line.substr(found.body)) : 0;
             break;
         }
     }

@@ -100,7 +100,9 @@ std::string Redaction::text(std::string_view text) {
 
 void Redaction::addRecord(std::string_view record, std::string& redacted) {
     const LogLine line = LookAtLogLine(record);
-    const std::size_t end = record.size() - (record.ends_with('\n') ? 1 : 0);
+    std::size_t end = record.size() - (record.ends_with('\n') ? 1 : 0);
+    // Not where the line goes on.
+    end -= record.find('\n') >= end ? line.tail : 0;
     redacted += record.substr(0, line.body);
     const std::string_view body = record.substr(line.body, end - line.body);
     if (line.isHead)

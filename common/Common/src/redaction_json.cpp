@@ -4,7 +4,9 @@
 #include <boost/algorithm/string/predicate.hpp>
 #include <locale>
 #include <utility>
+#include <vector>
 
+#include "DecodedText.h"
 #include "common/Redaction.h"
 #include "common/json.h"
 
@@ -69,6 +71,24 @@ std::string_view HostOf(std::string_view address) {
 // Of a file that was not instanced yet: it tells nothing.
 bool IsTemplate(std::string_view text) {
     return text.starts_with("${") && text.find('}') == text.size() - 1;
+}
+
+// What seem to be values in a text that is no JSON.
+std::vector<std::string> TextsOfBroken(std::string_view json) {
+    constexpr std::size_t kLeast = 6;
+    std::vector<std::string> texts;
+    for (auto begin = json.find('"'); begin != std::string_view::npos; begin = json.find('"', begin + 1)) {
+        const auto before = json.substr(0, begin).find_last_not_of(" \t\r\n");
+        auto end = begin + 1;
+        while (end < json.size() && json[end] != '"' && json[end] != '\n')
+            end += json[end] == '\\' ? 2 : 1;
+        end = std::min(end, json.size());
+        const bool isValue = before != std::string_view::npos && json[before] == ':';
+        if (isValue && end - begin > kLeast)
+            texts.emplace_back(DecodedText(json.substr(begin + 1, end - begin - 1)).bytes);
+        begin = std::min(end, json.size() - 1);
+    }
+    return texts;
 }
 
 }  // namespace
@@ -158,7 +178,14 @@ class Redaction::Json {
 };
 
 std::string Redaction::settings(const std::string& json) {
-    return Json(*this, true).rewritten(json);
+    try {
+        return Json(*this, true).rewritten(json);
+    } catch (const JsonException&) {
+        // The logs may repeat what is in it all the same.
+        for (const std::string& text : TextsOfBroken(json))
+            addSecret(SecretKind::text, text);
+        throw;
+    }
 }
 
 std::string Redaction::report(const std::string& json) {

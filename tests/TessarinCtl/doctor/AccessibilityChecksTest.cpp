@@ -33,11 +33,11 @@ TEST_F(AccessibilityChecksTest, WhatIsOffIsSwitchedOn) {
     desktop.isEnabled = false;
     const Finding finding = run(CheckAccessibilitySwitch);
     ASSERT_THAT(finding, Is(Verdict::wrong, "It is off", "busctl --user set-property org.a11y.Bus"));
-    finding.mend(surroundings(), cmn::bus::Clock::now() + std::chrono::seconds(20));
+    finding.mend(machine(), cmn::bus::Clock::now() + std::chrono::seconds(20));
     EXPECT_TRUE(desktop.isEnabled);
     EXPECT_THAT(run(CheckAccessibilitySwitch), IsGood());
     sessionAddress = "";
-    EXPECT_THROW(finding.mend(surroundings(), cmn::bus::Clock::now() + kShort), std::runtime_error);
+    EXPECT_THROW(finding.mend(machine(), cmn::bus::Clock::now() + kShort), std::runtime_error);
 }
 
 TEST_F(AccessibilityChecksTest, WhatTheAgentSaysOfBrowsersGoesBeforeAnOwnLook) {

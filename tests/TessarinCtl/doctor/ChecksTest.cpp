@@ -10,7 +10,7 @@ namespace {
 class ChecksTest : public World {};
 
 TEST_F(ChecksTest, WhereNothingIsWrongAllAreGood) {
-    Doctor doctor(std::make_shared<const Surroundings>(surroundings()), std::chrono::seconds(20));
+    Doctor doctor(std::make_shared<const Machine>(machine()), std::chrono::seconds(20));
     std::set<std::string> ids;
     for (const Check& check : Checks()) {
         EXPECT_THAT(doctor.examine(check).finding, IsGood()) << check.id;
@@ -29,7 +29,7 @@ TEST_F(ChecksTest, OnAMachineWithoutAnythingEachSaysSoInTime) {
     variables.clear();
     space.reset();
     seen.reset();
-    Doctor doctor(std::make_shared<const Surroundings>(surroundings()), std::chrono::seconds(20));
+    Doctor doctor(std::make_shared<const Machine>(machine()), std::chrono::seconds(20));
     for (const Check& check : Checks()) {
         const Finding finding = doctor.examine(check).finding;
         EXPECT_NE(finding.verdict, Verdict::good) << check.id << finding.text;
@@ -42,7 +42,7 @@ TEST_F(ChecksTest, OnAMachineWithoutAnythingEachSaysSoInTime) {
 TEST_F(ChecksTest, BusesThatHangKeepNoCheckLongerThanItsDeadline) {
     systemBus.freeze();
     desktop.sessionBus.freeze();
-    const auto all = std::make_shared<const Surroundings>(surroundings());
+    const auto all = std::make_shared<const Machine>(machine());
     Doctor doctor(all, kShort);
     for (const Check& check : Checks()) {
         const auto begin = cmn::bus::Clock::now();

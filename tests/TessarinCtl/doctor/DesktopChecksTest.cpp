@@ -45,7 +45,7 @@ TEST_F(DesktopChecksTest, WithoutASessionBusATrayOfTheXServerWillDo) {
 
 TEST_F(DesktopChecksTest, AnEntryThatIsNotThereIsAWarning) {
     const useragent::FileManagerEntries entries(bundle / "Contents/Resources/file-managers",
-                                                surroundings().desktop.folders);
+                                                machine().desktop.folders);
     entries.remove(useragent::FileManager::thunar);
     const Finding finding = run(CheckFileManager);
     EXPECT_THAT(finding, Is(Verdict::warning, "Thunar has none",
@@ -58,7 +58,7 @@ TEST_F(DesktopChecksTest, AnEntryThatDoesNothingIsTakenOut) {
     const Finding finding = run(CheckFileManager);
     ASSERT_THAT(finding, Is(Verdict::wrong, "Thunar shows an entry that does nothing",
                             "--file-manager-action remove thunar"));
-    finding.mend(surroundings(), cmn::bus::Clock::now());
+    finding.mend(machine(), cmn::bus::Clock::now());
     EXPECT_THAT(run(CheckFileManager), Is(Verdict::warning, "Thunar has none", "install thunar"));
 }
 
@@ -92,7 +92,7 @@ TEST_F(DesktopChecksTest, ADesktopThatKnowsNobodyForTheSchemeIsTold) {
         choose("com.tessarin.TessarinUserAgent.desktop");
         return words.front() == "xdg-mime";
     };
-    finding.mend(surroundings(), cmn::bus::Clock::now());
+    finding.mend(machine(), cmn::bus::Clock::now());
     EXPECT_THAT(commands, testing::ElementsAre(testing::ElementsAre("xdg-mime", "default",
                                                                     "com.tessarin.TessarinUserAgent.desktop",
                                                                     "x-scheme-handler/tessarin-scheme")));
@@ -106,7 +106,7 @@ TEST_F(DesktopChecksTest, ADesktopThatOpensTheSchemeWithSomethingElseIsTold) {
     const Finding finding = run(CheckUrlScheme);
     ASSERT_THAT(finding, Is(Verdict::wrong, "opens them with other.desktop", "xdg-mime default"));
     onRun = [](const auto&) { return false; };
-    EXPECT_THROW(finding.mend(surroundings(), cmn::bus::Clock::now()), std::runtime_error);
+    EXPECT_THROW(finding.mend(machine(), cmn::bus::Clock::now()), std::runtime_error);
 }
 
 }  // namespace

@@ -25,17 +25,17 @@ struct State {
 };
 State* g_state = nullptr;
 
-Finding Fine(const Surroundings&, cmn::bus::Deadline) {
+Finding Fine(const Machine&, cmn::bus::Deadline) {
     return Good("It is there");
 }
-Finding Unsure(const Surroundings&, cmn::bus::Deadline) {
+Finding Unsure(const Machine&, cmn::bus::Deadline) {
     return {Verdict::warning, "It is\nslow", "wait"};
 }
-Finding Mendable(const Surroundings&, cmn::bus::Deadline) {
+Finding Mendable(const Machine&, cmn::bus::Deadline) {
     if (g_state->isMended) {
         return Good("It is on");
     }
-    return {Verdict::wrong, "It is off", "switch it on", [](const Surroundings&, cmn::bus::Deadline) {
+    return {Verdict::wrong, "It is off", "switch it on", [](const Machine&, cmn::bus::Deadline) {
                 ++g_state->mends;
                 if (!g_state->canMend) {
                     throw std::runtime_error("it is stuck");
@@ -43,10 +43,10 @@ Finding Mendable(const Surroundings&, cmn::bus::Deadline) {
                 g_state->isMended = true;
             }};
 }
-Finding Throwing(const Surroundings&, cmn::bus::Deadline) {
+Finding Throwing(const Machine&, cmn::bus::Deadline) {
     throw std::runtime_error("no memory");
 }
-Finding Hanging(const Surroundings&, cmn::bus::Deadline) {
+Finding Hanging(const Machine&, cmn::bus::Deadline) {
     g_state->gate.pass();
     g_state->hasPassed = true;
     return Good("late");
@@ -63,8 +63,8 @@ class DoctorCommandTest : public testing::Test {
     int run(const DoctorOptions& options, const std::vector<Check>& checks, const std::string& input = "") {
         std::istringstream in(input);
         std::ostringstream out;
-        const DoctorResult result = RunDoctor(options, std::make_shared<const Surroundings>(), in, out,
-                                              std::chrono::seconds(20), checks);
+        const DoctorResult result =
+            RunDoctor(options, std::make_shared<const Machine>(), in, out, std::chrono::seconds(20), checks);
         text = out.str();
         EXPECT_FALSE(result.leftBehind);
         return result.exitCode;
@@ -142,7 +142,7 @@ TEST_F(DoctorCommandTest, ACheckThatHangsIsLeftBehindAndTheOthersGoOn) {
     std::istringstream in;
     std::ostringstream out;
     const DoctorResult result =
-        RunDoctor({}, std::make_shared<const Surroundings>(), in, out, std::chrono::milliseconds(50),
+        RunDoctor({}, std::make_shared<const Machine>(), in, out, std::chrono::milliseconds(50),
                   {{"hanging", "Hanging", Hanging}, kFine[0]});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_TRUE(result.leftBehind);

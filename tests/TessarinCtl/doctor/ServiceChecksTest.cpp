@@ -65,10 +65,10 @@ TEST_F(ServiceChecksTest, AnAgentThatDoesNotRunIsStarted) {
     const Finding finding = run(CheckAgent);
     const std::string start = (bundle / "Contents/Resources/session/start").string();
     ASSERT_THAT(finding, Is(Verdict::wrong, "does not run", start));
-    finding.mend(surroundings(), cmn::bus::Clock::now());
+    finding.mend(machine(), cmn::bus::Clock::now());
     EXPECT_THAT(commands, testing::ElementsAre(testing::ElementsAre("setsid", "--fork", start)));
     onRun = [](const auto&) { return false; };
-    EXPECT_THROW(finding.mend(surroundings(), cmn::bus::Clock::now()), std::runtime_error);
+    EXPECT_THROW(finding.mend(machine(), cmn::bus::Clock::now()), std::runtime_error);
 }
 
 // Takes the name and then nothing more.

@@ -57,7 +57,7 @@ World::World() : serviceUser(geteuid()) {
                  {"XDG_CONFIG_DIRS", (folder / "xdg").string()},
                  {"XDG_CURRENT_DESKTOP", "XFCE"}};
     fs::create_directories(home);
-    useragent::FileManagerEntries(bundle / "Contents/Resources/file-managers", surroundings().desktop.folders)
+    useragent::FileManagerEntries(bundle / "Contents/Resources/file-managers", machine().desktop.folders)
         .install(useragent::FileManager::thunar);
     panel = std::make_unique<fake::RawPeer>(
         desktop.sessionBus.address(), [this](const QDBusMessage& call, QDBusConnection connection) {
@@ -67,8 +67,8 @@ World::World() : serviceUser(geteuid()) {
     seen = {{"Firefox", 4711, true}};
 }
 
-Surroundings World::surroundings() const {
-    Surroundings made;
+Machine World::machine() const {
+    Machine made;
     made.root = root;
     made.environment = [this](const char* name) -> std::optional<std::string> {
         const auto found = variables.find(name);
@@ -93,9 +93,9 @@ Surroundings World::surroundings() const {
     return made;
 }
 
-Finding World::run(Finding (*check)(const Surroundings&, cmn::bus::Deadline),
+Finding World::run(Finding (*check)(const Machine&, cmn::bus::Deadline),
                    std::chrono::milliseconds deadline) const {
-    return check(surroundings(), cmn::bus::Clock::now() + deadline);
+    return check(machine(), cmn::bus::Clock::now() + deadline);
 }
 
 }  // namespace ctl

@@ -14,7 +14,7 @@
 
 #include "TessarinUserAgent/linux/AtspiDesktop.h"
 #include "doctor/Checks.h"
-#include "doctor/Surroundings.h"
+#include "doctor/Machine.h"
 #include "support/LogCapture.h"
 #include "support/PrivateBus.h"
 #include "support/RawPeer.h"
@@ -38,8 +38,8 @@ class World : public testing::Test {
     static std::unique_ptr<fake::RawPeer> silent(const fake::PrivateBus& bus, const std::string& name);
 
     // As of now. Calls it within a generous deadline, or that one.
-    Surroundings surroundings() const;
-    Finding run(Finding (*check)(const Surroundings&, cmn::bus::Deadline),
+    Machine machine() const;
+    Finding run(Finding (*check)(const Machine&, cmn::bus::Deadline),
                 std::chrono::milliseconds deadline = std::chrono::seconds(20)) const;
 
     void giveProgram(const std::string& name) { programs.insert(name); }

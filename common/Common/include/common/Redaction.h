@@ -34,7 +34,8 @@ class Redaction {
     void keep(std::string_view text);
 
     // The settings: what stays are switches, and the numbers and words of known keys. What goes is a secret
-    // from then on, so settings come before what may repeat them. Throws JsonException for what is no JSON.
+    // from then on, so settings come before what may repeat them. Throws JsonException for what is no JSON,
+    // and has then learned as much as it could.
     std::string settings(const std::string& json);
 
     // JSON of the product's own programs: shape, numbers and switches stay. Throws JsonException.

@@ -8,7 +8,7 @@
 #include "common/make_error.h"
 #include "doctor/Checks.h"
 #include "doctor/Installation.h"
-#include "doctor/Surroundings.h"
+#include "doctor/Machine.h"
 
 namespace ctl {
 
@@ -37,20 +37,20 @@ std::string RemedyFor(const BrowserState& browser) {
 
 }  // namespace
 
-Finding CheckAccessibilityBus(const Surroundings& surroundings, bus::Deadline deadline) {
-    const auto session = surroundings.buses->session(deadline);
+Finding CheckAccessibilityBus(const Machine& machine, bus::Deadline deadline) {
+    const auto session = machine.buses->session(deadline);
     if (!session) {
         return NoSessionBus();
     }
     const std::string install =
-        InstallCommand(surroundings, "at-spi2-core", "at-spi2-core") + ", then log in again";
+        InstallCommand(machine, "at-spi2-core", "at-spi2-core") + ", then log in again";
     const auto address =
         bus::AskAndWait(*session, atspi::AddressOfAccessibilityBus(), bus::HalfWayTo(deadline));
     if (!address) {
         return {Verdict::wrong, fmt::format("This session has no accessibility: {}", Words(address.error())),
                 install};
     }
-    const auto connection = surroundings.buses->connection(*address, bus::HalfWayTo(deadline));
+    const auto connection = machine.buses->connection(*address, bus::HalfWayTo(deadline));
     if (!connection) {
         return {Verdict::wrong,
                 fmt::format("The accessibility bus cannot be reached: {}", Words(connection.error())),
@@ -65,21 +65,21 @@ Finding CheckAccessibilityBus(const Surroundings& surroundings, bus::Deadline de
     return Good(fmt::format("It answers, and knows of {} programs", applications->size()));
 }
 
-Finding CheckAccessibilitySwitch(const Surroundings& surroundings, bus::Deadline deadline) {
-    const auto session = surroundings.buses->session(deadline);
+Finding CheckAccessibilitySwitch(const Machine& machine, bus::Deadline deadline) {
+    const auto session = machine.buses->session(deadline);
     if (!session) {
         return NoSessionBus();
     }
     const auto isOn = bus::AskAndWait(*session, atspi::IsEnabled(), deadline);
     if (!isOn) {
         return {Verdict::wrong, fmt::format("It cannot be told: {}", Words(isOn.error())),
-                InstallCommand(surroundings, "at-spi2-core", "at-spi2-core") + ", then log in again"};
+                InstallCommand(machine, "at-spi2-core", "at-spi2-core") + ", then log in again"};
     }
     if (*isOn) {
         return Good("It is on");
     }
     return {Verdict::wrong, "It is off, so browsers cannot be read", kSwitchOn,
-            [](const Surroundings& here, bus::Deadline until) {
+            [](const Machine& here, bus::Deadline until) {
                 const auto connection = here.buses->session(until);
                 const auto done = connection ? bus::AskAndWait(*connection, atspi::Enable(), until)
                                              : bus::Result<atspi::Done>(connection.error());
@@ -89,10 +89,10 @@ Finding CheckAccessibilitySwitch(const Surroundings& surroundings, bus::Deadline
             }};
 }
 
-Finding CheckBrowsers(const Surroundings& surroundings, bus::Deadline deadline) {
-    Browsers browsers = surroundings.browsersOfAgent(deadline);
+Finding CheckBrowsers(const Machine& machine, bus::Deadline deadline) {
+    Browsers browsers = machine.browsersOfAgent(deadline);
     if (!browsers) {
-        browsers = surroundings.browsersSeen(deadline);
+        browsers = machine.browsersSeen(deadline);
     }
     if (!browsers) {
         return {Verdict::warning, "It cannot be told which browsers are running",

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "doctor/Surroundings.h"
+#include "doctor/Machine.h"
 #include "useragent/Accessibility.h"
 #include "useragent/WindowList.h"
 

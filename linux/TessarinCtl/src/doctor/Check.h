@@ -8,7 +8,7 @@
 
 namespace ctl {
 
-struct Surroundings;
+struct Machine;
 
 enum class Verdict {
     good,
@@ -27,7 +27,7 @@ struct Finding {
     std::string remedy;  // a command, or what else there is to do; empty when all is well
     // Does what the remedy says, as far as that needs no rights; throws std::runtime_error with a sentence.
     // Empty when that cannot be done here.
-    std::function<void(const Surroundings&, cmn::bus::Deadline)> mend = {};
+    std::function<void(const Machine&, cmn::bus::Deadline)> mend = {};
 };
 
 inline Finding Good(std::string text) {
@@ -42,7 +42,7 @@ inline Finding NotApplicable(std::string text) {
 struct Check {
     const char* id;     // for programs and docs/troubleshooting.md
     const char* title;  // for people
-    Finding (*run)(const Surroundings&, cmn::bus::Deadline);
+    Finding (*run)(const Machine&, cmn::bus::Deadline);
 };
 
 // All of them, in the order in which somebody new to the product meets them.

@@ -8,7 +8,7 @@
 #include "common/make_error.h"
 #include "doctor/Checks.h"
 #include "doctor/Installation.h"
-#include "doctor/Surroundings.h"
+#include "doctor/Machine.h"
 #include "filemanagers/FileManagerEntries.h"
 #include "permissions/DefaultApplications.h"
 #include "statusitem/BusTrayIcon.h"
@@ -24,14 +24,14 @@ using useragent::BusTrayIcon;
 constexpr const char* kHandler = "com.tessarin.TessarinUserAgent.desktop";
 constexpr const char* kSchemeType = "x-scheme-handler/tessarin-scheme";
 
-useragent::FileManagerEntries EntriesOf(const Surroundings& surroundings) {
-    return {surroundings.bundle / "Contents/Resources/file-managers", surroundings.desktop.folders};
+useragent::FileManagerEntries EntriesOf(const Machine& machine) {
+    return {machine.bundle / "Contents/Resources/file-managers", machine.desktop.folders};
 }
 
 // A desktop file of that name; empty when none is installed.
-fs::path DesktopFile(const Surroundings& surroundings, const std::string& name) {
-    std::vector<fs::path> folders = surroundings.desktop.folders.dataFolders;
-    folders.insert(folders.begin(), surroundings.desktop.folders.dataHome);
+fs::path DesktopFile(const Machine& machine, const std::string& name) {
+    std::vector<fs::path> folders = machine.desktop.folders.dataFolders;
+    folders.insert(folders.begin(), machine.desktop.folders.dataHome);
     for (const fs::path& folder : folders) {
         std::error_code error;
         if (folder.is_absolute() && fs::exists(folder / "applications" / name, error)) {
@@ -53,16 +53,16 @@ std::string ProgramOf(const fs::path& desktopFile) {
     return {};
 }
 
-void RegisterHandler(const Surroundings& surroundings, bus::Deadline deadline) {
-    if (!surroundings.runs({"xdg-mime", "default", kHandler, kSchemeType}, deadline)) {
+void RegisterHandler(const Machine& machine, bus::Deadline deadline) {
+    if (!machine.runs({"xdg-mime", "default", kHandler, kSchemeType}, deadline)) {
         throw cmn::make_error("xdg-mime did not do it");
     }
 }
 
 }  // namespace
 
-Finding CheckTray(const Surroundings& surroundings, bus::Deadline deadline) {
-    const auto session = surroundings.buses->session(deadline);
+Finding CheckTray(const Machine& machine, bus::Deadline deadline) {
+    const auto session = machine.buses->session(deadline);
     if (session) {
         const auto answer = (*session)->callAndWait(
             (*session)->makeCall(BusTrayIcon::kWatcher, BusTrayIcon::kWatcherPath, bus::kProperties, "Get",
@@ -76,57 +76,56 @@ Finding CheckTray(const Surroundings& surroundings, bus::Deadline deadline) {
             return Good("A panel on the session's bus shows it");
         }
     }
-    const std::optional<bool> tray = surroundings.hasWindowTray();
+    const std::optional<bool> tray = machine.hasWindowTray();
     if (tray.value_or(false)) {
         return Good("A tray of the X server shows it");
     }
-    const bool isGnome = surroundings.desktop.currentDesktop.find("GNOME") != std::string::npos;
+    const bool isGnome = machine.desktop.currentDesktop.find("GNOME") != std::string::npos;
     return {Verdict::warning, "No panel shows status items, so the agent's menu cannot be opened",
-            isGnome ? InstallCommand(surroundings, "gnome-shell-extension-appindicator",
+            isGnome ? InstallCommand(machine, "gnome-shell-extension-appindicator",
                                      "gnome-shell-extension-appindicator") +
                           ", log in again and switch the extension on"
                     : "add the area for status items (system tray) to the panel"};
 }
 
-Finding CheckFileManager(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
-    const auto manager = useragent::FileManagerOf(surroundings.desktop);
+Finding CheckFileManager(const Machine& machine, bus::Deadline /*deadline*/) {
+    const auto manager = useragent::FileManagerOf(machine.desktop);
     if (!manager) {
         return NotApplicable("No file manager is known that could have one");
     }
     const char* const name = useragent::FactsOf(*manager).name;
-    const auto entries = EntriesOf(surroundings);
+    const auto entries = EntriesOf(machine);
     if (entries.isInstalled(*manager)) {
         return Good(fmt::format("{} has it", name));
     }
-    const std::string command = AgentOf(surroundings).string() + " --file-manager-action ";
+    const std::string command = AgentOf(machine).string() + " --file-manager-action ";
     if (entries.isBroken(*manager)) {
-        return {Verdict::wrong, fmt::format("{} shows an entry that does nothing", name),
-                fmt::format("{}remove {}", command, useragent::ProgramOf(*manager)),
-                [manager](const Surroundings& here, bus::Deadline /*until*/) {
-                    EntriesOf(here).remove(*manager);
-                }};
+        return {
+            Verdict::wrong, fmt::format("{} shows an entry that does nothing", name),
+            fmt::format("{}remove {}", command, useragent::ProgramOf(*manager)),
+            [manager](const Machine& here, bus::Deadline /*until*/) { EntriesOf(here).remove(*manager); }};
     }
     return {Verdict::warning, fmt::format("{} has none", name),
             fmt::format("{}install {}", command, useragent::ProgramOf(*manager))};
 }
 
-Finding CheckUrlScheme(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
-    const fs::path file = DesktopFile(surroundings, kHandler);
+Finding CheckUrlScheme(const Machine& machine, bus::Deadline /*deadline*/) {
+    const fs::path file = DesktopFile(machine, kHandler);
     if (file.empty()) {
-        return {Verdict::wrong, fmt::format("{} is not installed", kHandler), ReinstallCommand(surroundings)};
+        return {Verdict::wrong, fmt::format("{} is not installed", kHandler), ReinstallCommand(machine)};
     }
     const std::string program = ProgramOf(file);
     if (::access(program.c_str(), X_OK) != 0) {
         return {Verdict::wrong, fmt::format("{} starts {}, which is missing", Quoted(file), Quoted(program)),
-                ReinstallCommand(surroundings)};
+                ReinstallCommand(machine)};
     }
-    const auto& folders = surroundings.desktop.folders;
+    const auto& folders = machine.desktop.folders;
     auto handlers = useragent::DefaultApplications(
-        folders, useragent::SplitList(surroundings.desktop.currentDesktop), kSchemeType);
+        folders, useragent::SplitList(machine.desktop.currentDesktop), kSchemeType);
     const auto known = useragent::KnownApplications(folders, kSchemeType);
     handlers.insert(handlers.end(), known.begin(), known.end());
     const auto first = std::find_if(handlers.begin(), handlers.end(), [&](const std::string& handler) {
-        return !DesktopFile(surroundings, handler).empty();
+        return !DesktopFile(machine, handler).empty();
     });
     if (first != handlers.end() && *first == kHandler) {
         return Good("The desktop opens them with the agent");

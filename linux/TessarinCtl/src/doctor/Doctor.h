@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "doctor/Check.h"
-#include "doctor/Surroundings.h"
+#include "doctor/Machine.h"
 
 namespace ctl {
 
@@ -23,9 +23,9 @@ struct Examined {
 // deadline, and counts as wrong.
 class Doctor {
  public:
-    explicit Doctor(std::shared_ptr<const Surroundings> surroundings,
+    explicit Doctor(std::shared_ptr<const Machine> machine,
                     std::chrono::milliseconds deadline = kCheckDeadline)
-        : surroundings_(std::move(surroundings)), deadline_(deadline) {}
+        : machine_(std::move(machine)), deadline_(deadline) {}
 
     // The check must outlive what is returned.
     Examined examine(const Check& check);
@@ -40,7 +40,7 @@ class Doctor {
     // False when it did not end in time.
     bool runInTime(const std::function<void()>& task);
 
-    const std::shared_ptr<const Surroundings> surroundings_;
+    const std::shared_ptr<const Machine> machine_;
     const std::chrono::milliseconds deadline_;
     bool leftBehind_ = false;
 };

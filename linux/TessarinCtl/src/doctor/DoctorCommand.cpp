@@ -15,10 +15,10 @@ bool Agrees(std::istream& in, std::ostream& out, const std::string& what) {
 
 }  // namespace
 
-DoctorResult RunDoctor(const DoctorOptions& options, std::shared_ptr<const Surroundings> surroundings,
-                       std::istream& in, std::ostream& out, std::chrono::milliseconds deadline,
+DoctorResult RunDoctor(const DoctorOptions& options, std::shared_ptr<const Machine> machine, std::istream& in,
+                       std::ostream& out, std::chrono::milliseconds deadline,
                        const std::vector<Check>& checks) {
-    Doctor doctor(std::move(surroundings), deadline);
+    Doctor doctor(std::move(machine), deadline);
     const bool tells = !options.json;
     std::vector<Examined> examined;
     for (const Check& check : checks) {

@@ -23,9 +23,8 @@ struct DoctorResult {
 
 // Runs all checks and says one line about each, or one JSON document about all. With `fix` it mends what it
 // can, asking on `in` and `out` each time, and looks again. For the deadline see Doctor.
-DoctorResult RunDoctor(const DoctorOptions& options, std::shared_ptr<const Surroundings> surroundings,
-                       std::istream& in, std::ostream& out,
-                       std::chrono::milliseconds deadline = kCheckDeadline,
+DoctorResult RunDoctor(const DoctorOptions& options, std::shared_ptr<const Machine> machine, std::istream& in,
+                       std::ostream& out, std::chrono::milliseconds deadline = kCheckDeadline,
                        const std::vector<Check>& checks = Checks());
 
 }  // namespace ctl

@@ -15,7 +15,7 @@
 #include "common/proto_settings.h"
 #include "doctor/Checks.h"
 #include "doctor/Installation.h"
-#include "doctor/Surroundings.h"
+#include "doctor/Machine.h"
 #include "useragent/AgentNames.h"
 
 namespace ctl {
@@ -48,21 +48,21 @@ struct Place {
 };
 
 // Where the agent's log may be, best first; docs/operations.md has the table.
-std::vector<Place> LogPlaces(const Surroundings& surroundings) {
-    std::vector<Place> places{{useragent::LogStem(AgentOf(surroundings)).parent_path(), false}};
-    if (const fs::path& state = surroundings.desktop.folders.stateHome; state.is_absolute()) {
+std::vector<Place> LogPlaces(const Machine& machine) {
+    std::vector<Place> places{{useragent::LogStem(AgentOf(machine)).parent_path(), false}};
+    if (const fs::path& state = machine.desktop.folders.stateHome; state.is_absolute()) {
         places.push_back({state / "tessarin", true});
     }
     return places;
 }
 
-fs::path LogFileIn(const Surroundings& surroundings, const fs::path& folder) {
-    return folder / (useragent::LogStem(AgentOf(surroundings)).filename().string() + "_0.log");
+fs::path LogFileIn(const Machine& machine, const fs::path& folder) {
+    return folder / (useragent::LogStem(AgentOf(machine)).filename().string() + "_0.log");
 }
 
 // As the agent finds out, without making anything.
-bool CanBeWritten(const Surroundings& surroundings, const Place& place) {
-    const fs::path file = LogFileIn(surroundings, place.folder);
+bool CanBeWritten(const Machine& machine, const Place& place) {
+    const fs::path file = LogFileIn(machine, place.folder);
     std::error_code error;
     const fs::file_status status = fs::symlink_status(file, error);
     if (fs::exists(status)) {
@@ -72,10 +72,10 @@ bool CanBeWritten(const Surroundings& surroundings, const Place& place) {
     return fs::is_directory(folder, error) && IsAccessible(folder, W_OK | X_OK);
 }
 
-std::optional<Place> LogPlaceOf(const Surroundings& surroundings) {
-    const auto places = LogPlaces(surroundings);
+std::optional<Place> LogPlaceOf(const Machine& machine) {
+    const auto places = LogPlaces(machine);
     const auto found = std::find_if(places.begin(), places.end(),
-                                    [&](const Place& place) { return CanBeWritten(surroundings, place); });
+                                    [&](const Place& place) { return CanBeWritten(machine, place); });
     return found == places.end() ? std::nullopt : std::optional(*found);
 }
 
@@ -94,11 +94,11 @@ std::string WhereItBreaks(const std::string& complaint, const fs::path& file) {
 
 }  // namespace
 
-Finding CheckLog(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
-    if (const auto place = LogPlaceOf(surroundings)) {
-        return Good(fmt::format("It is {}", Quoted(LogFileIn(surroundings, place->folder))));
+Finding CheckLog(const Machine& machine, bus::Deadline /*deadline*/) {
+    if (const auto place = LogPlaceOf(machine)) {
+        return Good(fmt::format("It is {}", Quoted(LogFileIn(machine, place->folder))));
     }
-    const fs::path wanted = LogPlaces(surroundings).back().folder;
+    const fs::path wanted = LogPlaces(machine).back().folder;
     return {Verdict::wrong,
             "No place for it can be written, so its lines go to the standard error stream of the session",
             fmt::format(
@@ -106,8 +106,8 @@ Finding CheckLog(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
                 Quoted(wanted))};
 }
 
-Finding CheckSettings(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
-    const fs::path file = SettingsOf(surroundings);
+Finding CheckSettings(const Machine& machine, bus::Deadline /*deadline*/) {
+    const fs::path file = SettingsOf(machine);
     cmn::proto::TSettings settings;
     try {
         settings = cmn::proto::LoadSettings(file);
@@ -115,16 +115,15 @@ Finding CheckSettings(const Surroundings& surroundings, bus::Deadline /*deadline
         const auto causes = cmn::CausesOf(error);
         const std::string cause = causes.empty() ? error.what() : causes.back();
         std::error_code ignored;
-        return {
-            Verdict::wrong,
-            fs::exists(file, ignored)
-                ? fmt::format("{} breaks{}: {}", Quoted(file), WhereItBreaks(cause, file), cause)
-                : fmt::format("{} is missing", Quoted(file)),
-            fmt::format("restore {} from a backup, or: {}", Quoted(file), ReinstallCommand(surroundings))};
+        return {Verdict::wrong,
+                fs::exists(file, ignored)
+                    ? fmt::format("{} breaks{}: {}", Quoted(file), WhereItBreaks(cause, file), cause)
+                    : fmt::format("{} is missing", Quoted(file)),
+                fmt::format("restore {} from a backup, or: {}", Quoted(file), ReinstallCommand(machine))};
     }
     if (settings.DeviceUUID.starts_with("${")) {
         return {Verdict::wrong, fmt::format("{} is a template that nobody has filled in", Quoted(file)),
-                ReinstallCommand(surroundings)};
+                ReinstallCommand(machine)};
     }
     try {
         cmn::proto::GetProduct(settings, "Agent");
@@ -136,9 +135,9 @@ Finding CheckSettings(const Surroundings& surroundings, bus::Deadline /*deadline
     return Good(fmt::format("{} is", Quoted(file)));
 }
 
-Finding CheckClock(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
+Finding CheckClock(const Machine& machine, bus::Deadline /*deadline*/) {
     std::optional<fs::file_time_type> newest;
-    for (const fs::path& file : {AgentOf(surroundings), SettingsOf(surroundings)}) {
+    for (const fs::path& file : {AgentOf(machine), SettingsOf(machine)}) {
         std::error_code error;
         const auto time = fs::last_write_time(file, error);
         newest = error ? newest : std::max(newest.value_or(time), time);
@@ -147,19 +146,19 @@ Finding CheckClock(const Surroundings& surroundings, bus::Deadline /*deadline*/)
         return NotApplicable("The product has no files to compare it with");
     }
     const auto known = std::chrono::file_clock::to_sys(*newest);
-    if (surroundings.now() + kClockTolerance < known) {
+    if (machine.now() + kClockTolerance < known) {
         return {Verdict::wrong, "It is before the time at which the product was installed",
                 "sudo timedatectl set-ntp true"};
     }
     return Good("It is later than the product's files");
 }
 
-Finding CheckDisk(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
-    const auto place = LogPlaceOf(surroundings);
+Finding CheckDisk(const Machine& machine, bus::Deadline /*deadline*/) {
+    const auto place = LogPlaceOf(machine);
     if (!place) {
         return NotApplicable("The log has no place");
     }
-    const auto space = surroundings.freeSpace(ExistingFolder(place->folder));
+    const auto space = machine.freeSpace(ExistingFolder(place->folder));
     if (!space) {
         return {Verdict::warning, fmt::format("It cannot be told for {}", Quoted(place->folder)), "df -h"};
     }

@@ -4,30 +4,29 @@
 
 namespace ctl {
 
-std::filesystem::path AgentOf(const Surroundings& surroundings) {
-    return surroundings.bundle / "Contents/Linux/TessarinUserAgent";
+std::filesystem::path AgentOf(const Machine& machine) {
+    return machine.bundle / "Contents/Linux/TessarinUserAgent";
 }
 
-std::filesystem::path SettingsOf(const Surroundings& surroundings) {
-    return cmn::SharedPathOf(surroundings.bundle, AgentOf(surroundings)) / "settings.json";
+std::filesystem::path SettingsOf(const Machine& machine) {
+    return cmn::SharedPathOf(machine.bundle, AgentOf(machine)) / "settings.json";
 }
 
-std::string InstallCommand(const Surroundings& surroundings, const std::string& debs,
-                           const std::string& rpms) {
-    if (surroundings.desktop.hasProgram("apt-get")) {
+std::string InstallCommand(const Machine& machine, const std::string& debs, const std::string& rpms) {
+    if (machine.desktop.hasProgram("apt-get")) {
         return "sudo apt-get install " + debs;
     }
-    if (surroundings.desktop.hasProgram("dnf")) {
+    if (machine.desktop.hasProgram("dnf")) {
         return "sudo dnf install " + rpms;
     }
     return "install " + debs;
 }
 
-std::string ReinstallCommand(const Surroundings& surroundings) {
-    if (surroundings.desktop.hasProgram("apt-get")) {
+std::string ReinstallCommand(const Machine& machine) {
+    if (machine.desktop.hasProgram("apt-get")) {
         return "sudo apt-get install --reinstall tessarin-user-agent";
     }
-    if (surroundings.desktop.hasProgram("dnf")) {
+    if (machine.desktop.hasProgram("dnf")) {
         return "sudo dnf reinstall tessarin-user-agent";
     }
     return "install tessarin-user-agent again";

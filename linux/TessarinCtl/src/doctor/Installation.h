@@ -3,19 +3,18 @@
 #include <filesystem>
 #include <string>
 
-#include "doctor/Surroundings.h"
+#include "doctor/Machine.h"
 
 namespace ctl {
 
-std::filesystem::path AgentOf(const Surroundings& surroundings);     // its program
-std::filesystem::path SettingsOf(const Surroundings& surroundings);  // the file
+std::filesystem::path AgentOf(const Machine& machine);     // its program
+std::filesystem::path SettingsOf(const Machine& machine);  // the file
 
 // The command that installs packages, as far as this machine's way to do that is known.
-std::string InstallCommand(const Surroundings& surroundings, const std::string& debs,
-                           const std::string& rpms);
+std::string InstallCommand(const Machine& machine, const std::string& debs, const std::string& rpms);
 
 // The one that brings files of the product back.
-std::string ReinstallCommand(const Surroundings& surroundings);
+std::string ReinstallCommand(const Machine& machine);
 
 // A path in a sentence.
 std::string Quoted(const std::filesystem::path& path);

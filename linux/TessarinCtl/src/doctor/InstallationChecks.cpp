@@ -12,7 +12,7 @@
 
 #include "doctor/Checks.h"
 #include "doctor/Installation.h"
-#include "doctor/Surroundings.h"
+#include "doctor/Machine.h"
 #include "xpccommon/FinderExtensionProtocol.h"
 #include "xpccommon/UserAgentProtocol.h"
 
@@ -28,8 +28,8 @@ constexpr const char* kPolicyName = "com.tessarin.conf";
 constexpr const char* kActionsFile = "/usr/share/polkit-1/actions/com.tessarin.policy";
 constexpr const char* kPolkit = "org.freedesktop.PolicyKit1";
 
-bool HasPlugin(const Surroundings& surroundings, std::string_view begin) {
-    for (const fs::path& folder : surroundings.qtPlugins) {
+bool HasPlugin(const Machine& machine, std::string_view begin) {
+    for (const fs::path& folder : machine.qtPlugins) {
         std::error_code error;
         for (fs::directory_iterator file(folder / "platforms", error), end; !error && file != end;
              file.increment(error)) {
@@ -76,33 +76,33 @@ std::set<std::string> AttributesOf(const fs::path& file, const std::string& elem
 
 }  // namespace
 
-Finding CheckPackages(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
+Finding CheckPackages(const Machine& machine, bus::Deadline /*deadline*/) {
     Missing missing;
-    if (!surroundings.desktop.hasProgram("xdg-open")) {
+    if (!machine.desktop.hasProgram("xdg-open")) {
         missing.add("xdg-open", "xdg-utils", "xdg-utils");
     }
     std::error_code error;
-    if (!fs::exists(surroundings.system(kAccessibilityService), error)) {
+    if (!fs::exists(machine.system(kAccessibilityService), error)) {
         missing.add("the accessibility bus", "at-spi2-core", "at-spi2-core");
     }
-    if (!surroundings.variable("WAYLAND_DISPLAY").empty() && !HasPlugin(surroundings, "libqwayland")) {
+    if (!machine.variable("WAYLAND_DISPLAY").empty() && !HasPlugin(machine, "libqwayland")) {
         missing.add("Qt's plug-in for Wayland", "qt6-wayland", "qt6-qtwayland");
     }
-    if (!surroundings.variable("DISPLAY").empty() && !HasPlugin(surroundings, "libqxcb")) {
+    if (!machine.variable("DISPLAY").empty() && !HasPlugin(machine, "libqxcb")) {
         missing.add("Qt's plug-in for X11", "libqt6gui6", "qt6-qtbase-gui");
     }
     if (missing.what.empty()) {
         return Good("Nothing is missing");
     }
     return {Verdict::wrong, fmt::format("Missing: {}", fmt::join(missing.what, ", ")),
-            InstallCommand(surroundings, fmt::format("{}", fmt::join(missing.debs, " ")),
+            InstallCommand(machine, fmt::format("{}", fmt::join(missing.debs, " ")),
                            fmt::format("{}", fmt::join(missing.rpms, " ")))};
 }
 
-Finding CheckBusPolicy(const Surroundings& surroundings, bus::Deadline /*deadline*/) {
-    const std::string install = ReinstallCommand(surroundings);
+Finding CheckBusPolicy(const Machine& machine, bus::Deadline /*deadline*/) {
+    const std::string install = ReinstallCommand(machine);
     for (const char* const folder : {"/etc/dbus-1/system.d", "/usr/share/dbus-1/system.d"}) {
-        const fs::path file = surroundings.system(fs::path(folder) / kPolicyName);
+        const fs::path file = machine.system(fs::path(folder) / kPolicyName);
         std::error_code error;
         if (!fs::exists(file, error)) {
             continue;
@@ -128,9 +128,9 @@ Finding CheckBusPolicy(const Surroundings& surroundings, bus::Deadline /*deadlin
             install};
 }
 
-Finding CheckPolkitActions(const Surroundings& surroundings, bus::Deadline deadline) {
-    const fs::path file = surroundings.system(kActionsFile);
-    const std::string install = ReinstallCommand(surroundings);
+Finding CheckPolkitActions(const Machine& machine, bus::Deadline deadline) {
+    const fs::path file = machine.system(kActionsFile);
+    const std::string install = ReinstallCommand(machine);
     std::error_code error;
     if (!fs::exists(file, error)) {
         return {Verdict::wrong, fmt::format("{} is not installed: no right can be asked for", Quoted(file)),
@@ -147,7 +147,7 @@ Finding CheckPolkitActions(const Surroundings& surroundings, bus::Deadline deadl
         return {Verdict::wrong, fmt::format("{} cannot be read by polkit: {}", Quoted(file), e.what()),
                 install};
     }
-    const auto connection = surroundings.buses->system(deadline);
+    const auto connection = machine.buses->system(deadline);
     if (!connection) {
         return Good("The actions are installed; whether polkit runs cannot be told");
     }
@@ -163,7 +163,7 @@ Finding CheckPolkitActions(const Surroundings& surroundings, bus::Deadline deadl
         (startable && std::find(startable->begin(), startable->end(), kPolkit) != startable->end());
     return isThere ? Good("The actions are installed")
                    : Finding{Verdict::warning, "The actions are installed, and polkit is not",
-                             InstallCommand(surroundings, "polkitd", "polkit")};
+                             InstallCommand(machine, "polkitd", "polkit")};
 }
 
 }  // namespace ctl

@@ -7,7 +7,7 @@
 #include "common/proto_settings.h"
 #include "doctor/Checks.h"
 #include "doctor/Installation.h"
-#include "doctor/Surroundings.h"
+#include "doctor/Machine.h"
 #include "interface/ApplicationService.h"
 #include "xpccommon/FinderExtensionProtocol.h"
 #include "xpccommon/UserAgentProtocol.h"
@@ -31,15 +31,15 @@ constexpr Service kServices[] = {
     {cmn::kFinderExtensionXPCMachServiceName, "/com/tessarin/FinderExtension"},
 };
 
-bool RequiresRoot(const Surroundings& surroundings) {
+bool RequiresRoot(const Machine& machine) {
     try {
-        return cmn::proto::LoadSettings(SettingsOf(surroundings)).RequireRootServices;
+        return cmn::proto::LoadSettings(SettingsOf(machine)).RequireRootServices;
     } catch (const std::exception&) {
         return false;  // another check tells about them
     }
 }
 
-Finding CheckService(const Surroundings& surroundings, const std::shared_ptr<bus::Connection>& connection,
+Finding CheckService(const Machine& machine, const std::shared_ptr<bus::Connection>& connection,
                      const Service& service, bus::Deadline deadline) {
     const auto owner = OwnerOf(connection, service.name, deadline);
     if (!owner) {
@@ -58,14 +58,14 @@ Finding CheckService(const Surroundings& surroundings, const std::shared_ptr<bus
                 fmt::format("The policy of the bus keeps this user from {}: {}", service.name,
                             Words(version.error())),
                 "an administrator looks into /etc/dbus-1/system.d; without the product's own policy: " +
-                    ReinstallCommand(surroundings)};
+                    ReinstallCommand(machine)};
     }
     if (!version) {
         return {Verdict::wrong, fmt::format("{} does not answer: {}", service.name, Words(version.error())),
                 kStartService};
     }
-    if ((*owner)->user != surroundings.serviceUser) {
-        const bool isRefused = RequiresRoot(surroundings);
+    if ((*owner)->user != machine.serviceUser) {
+        const bool isRefused = RequiresRoot(machine);
         return {isRefused ? Verdict::wrong : Verdict::warning,
                 fmt::format("{} is run by the user with the id {} and not by root{}", service.name,
                             (*owner)->user, isRefused ? ", so agents do not use it" : ""),
@@ -76,8 +76,8 @@ Finding CheckService(const Surroundings& surroundings, const std::shared_ptr<bus
 
 }  // namespace
 
-Finding CheckServices(const Surroundings& surroundings, bus::Deadline deadline) {
-    const auto connection = surroundings.buses->system(deadline);
+Finding CheckServices(const Machine& machine, bus::Deadline deadline) {
+    const auto connection = machine.buses->system(deadline);
     if (!connection) {
         return {Verdict::wrong,
                 fmt::format("The system bus cannot be reached: {}", Words(connection.error())),
@@ -85,7 +85,7 @@ Finding CheckServices(const Surroundings& surroundings, bus::Deadline deadline) 
     }
     Finding worst = Good("Both are there and answer");
     for (const Service& service : kServices) {
-        Finding finding = CheckService(surroundings, *connection, service, deadline);
+        Finding finding = CheckService(machine, *connection, service, deadline);
         if (finding.verdict > worst.verdict) {
             worst = std::move(finding);
         }
@@ -93,8 +93,8 @@ Finding CheckServices(const Surroundings& surroundings, bus::Deadline deadline) 
     return worst;
 }
 
-Finding CheckSessionBus(const Surroundings& surroundings, bus::Deadline deadline) {
-    const auto connection = surroundings.buses->session(deadline);
+Finding CheckSessionBus(const Machine& machine, bus::Deadline deadline) {
+    const auto connection = machine.buses->session(deadline);
     if (!connection) {
         return {Verdict::wrong, fmt::format("It cannot be reached: {}", Words(connection.error())),
                 "run this in the session itself, with its DBUS_SESSION_BUS_ADDRESS, or log in again"};
@@ -108,17 +108,16 @@ Finding CheckSessionBus(const Surroundings& surroundings, bus::Deadline deadline
                             "log in again"};
 }
 
-Finding CheckAgent(const Surroundings& surroundings, bus::Deadline deadline) {
-    const auto connection = surroundings.buses->session(deadline);
+Finding CheckAgent(const Machine& machine, bus::Deadline deadline) {
+    const auto connection = machine.buses->session(deadline);
     if (!connection) {
         return {Verdict::warning, "Without the session's bus it cannot be told whether it runs",
                 "log in again"};
     }
     const auto owner = OwnerOf(*connection, useragent::kApplicationName, deadline);
     if (owner && !owner->has_value()) {
-        const std::string start = (surroundings.bundle / "Contents/Resources/session/start").string();
-        return {Verdict::wrong, "It does not run", start,
-                [start](const Surroundings& here, bus::Deadline until) {
+        const std::string start = (machine.bundle / "Contents/Resources/session/start").string();
+        return {Verdict::wrong, "It does not run", start, [start](const Machine& here, bus::Deadline until) {
                     if (!here.runs({"setsid", "--fork", start}, until)) {
                         throw cmn::make_error(Quoted(start), " could not be started");
                     }

@@ -26,7 +26,7 @@ struct BrowserState {
 using Browsers = std::optional<std::vector<BrowserState>>;  // nothing: it cannot be told which there are
 
 // What the checks look at: of this process and machine, or of a test. Used by one thread after the other.
-struct Surroundings {
+struct Machine {
     std::filesystem::path root = "/";  // in front of the system's paths
     useragent::EnvironmentLookup environment;
     useragent::DesktopSession desktop;
@@ -53,7 +53,8 @@ struct Surroundings {
     std::string variable(const char* name) const { return environment(name).value_or(""); }
 };
 
-// Those of this process, for the agent of that bundle. `browsersOfAgent` knows of none.
-Surroundings SurroundingsOfThisProcess(std::filesystem::path bundle);
+// That of this process, for the agent of that bundle, with the addresses of the two buses. `browsersOfAgent`
+// knows of none.
+Machine ThisMachine(std::filesystem::path bundle, std::string systemBus, std::string sessionBus);
 
 }  // namespace ctl

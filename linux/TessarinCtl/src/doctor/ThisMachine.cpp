@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "doctor/BrowserLook.h"
+#include "doctor/Machine.h"
 #include "doctor/RunProgram.h"
-#include "doctor/Surroundings.h"
 #include "doctor/WindowTray.h"
 
 namespace ctl {
@@ -28,11 +28,11 @@ std::vector<std::filesystem::path> QtPluginFolders() {
 
 }  // namespace
 
-Surroundings SurroundingsOfThisProcess(std::filesystem::path bundle) {
-    Surroundings own;
+Machine ThisMachine(std::filesystem::path bundle, std::string systemBus, std::string sessionBus) {
+    Machine own;
     own.environment = OwnVariable;
     own.desktop = useragent::CurrentDesktopSession();
-    own.buses = std::make_shared<Buses>(cmn::bus::SystemBusAddress(), cmn::bus::SessionBusAddress());
+    own.buses = std::make_shared<Buses>(std::move(systemBus), std::move(sessionBus));
     own.bundle = std::move(bundle);
     own.qtPlugins = QtPluginFolders();
     own.now = [] { return std::chrono::system_clock::now(); };
