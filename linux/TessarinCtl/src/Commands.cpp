@@ -1,6 +1,7 @@
 #include "Commands.h"
 
 #include "AgentCommands.h"
+#include "SupportCommands.h"
 
 namespace ctl {
 
@@ -17,6 +18,8 @@ const std::vector<Command>& Commands() {
         {"logs", "", "the agent's log", {{"-f", "goes on with what is written later"}}, 0, 0, false, Logs},
         {"open", "PATH", "opens the properties window of a file", {}, 1, 1, false, Open},
         {"scan", "PATH", "what the service finds in a file", {}, 1, 1, true, Scan},
+        DoctorCommand(),
+        BundleCommand(),
     };
     return commands;
 }

@@ -43,7 +43,7 @@ std::string Versions(const Machine& machine, const std::string& kernel) {
         writer.Key(key);
         writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
     };
-    put("tessarin", cmn::GetBundleShortVersion().value_or(""));
+    put("tessarin", TESSARIN_VERSION);
     put("system", cmn::GetOSName());
     put("kernel", kernel);
     put("desktop", machine.desktop.currentDesktop);

@@ -11,7 +11,7 @@
 #include "doctor/Machine.h"
 #include "filemanagers/FileManagerEntries.h"
 #include "permissions/DefaultApplications.h"
-#include "statusitem/BusTrayIcon.h"
+#include "statusitem/StatusNotifier.h"
 
 namespace ctl {
 
@@ -19,7 +19,6 @@ namespace {
 
 namespace bus = cmn::bus;
 namespace fs = std::filesystem;
-using useragent::BusTrayIcon;
 
 constexpr const char* kHandler = "com.tessarin.TessarinUserAgent.desktop";
 constexpr const char* kSchemeType = "x-scheme-handler/tessarin-scheme";
@@ -65,8 +64,9 @@ Finding CheckTray(const Machine& machine, bus::Deadline deadline) {
     const auto session = machine.buses->session(deadline);
     if (session) {
         const auto answer = (*session)->callAndWait(
-            (*session)->makeCall(BusTrayIcon::kWatcher, BusTrayIcon::kWatcherPath, bus::kProperties, "Get",
-                                 BusTrayIcon::kWatcher, std::string("IsStatusNotifierHostRegistered")),
+            (*session)->makeCall(useragent::kNotifierWatcher, useragent::kNotifierWatcherPath,
+                                 bus::kProperties, "Get", useragent::kNotifierWatcher,
+                                 useragent::kHasNotifierHost),
             deadline);
         if (!answer && (answer.error().is(bus::error::kTimeout) || answer.error().is(bus::error::kNoReply))) {
             return {Verdict::warning, "The desktop's status area does not answer", "start the panel again"};

@@ -8,7 +8,7 @@
 #include "doctor/Checks.h"
 #include "doctor/Installation.h"
 #include "doctor/Machine.h"
-#include "interface/ApplicationService.h"
+#include "useragent/AgentNames.h"
 #include "xpccommon/FinderExtensionProtocol.h"
 #include "xpccommon/UserAgentProtocol.h"
 

@@ -9,6 +9,7 @@
 
 #include "common/log.h"
 #include "statusitem/StatusIcons.h"
+#include "statusitem/StatusNotifier.h"
 
 namespace useragent {
 namespace {
@@ -120,8 +121,8 @@ void BusTrayIcon::setImage(StatusImage image) {
 
 void BusTrayIcon::hostAnswered() {
     bus::Connection& connection = bus_.connection();
-    connection.send(connection.makeCall(kWatcher, kWatcherPath, kWatcher, "RegisterStatusNotifierItem",
-                                        connection.uniqueName()));
+    connection.send(connection.makeCall(kNotifierWatcher, kNotifierWatcherPath, kNotifierWatcher,
+                                        "RegisterStatusNotifierItem", connection.uniqueName()));
 }
 
 }  // namespace useragent

@@ -21,10 +21,6 @@ namespace useragent {
 // Why it is not the toolkit's: see WindowTrayIcon.
 class BusTrayIcon : public TrayIcon {
  public:
-    // The service that tells panels of items.
-    static constexpr const char* kWatcher = "org.kde.StatusNotifierWatcher";
-    static constexpr const char* kWatcherPath = "/StatusNotifierWatcher";
-
     // The menu must outlive this object. `menuClosed` is called when the panel has closed the menu, or has
     // not said so for `longestMenu`.
     BusTrayIcon(const SessionBusPlace& place, StatusMenu& menu, StatusImage image,

@@ -5,16 +5,15 @@
 #include <variant>
 
 #include "common/log.h"
-#include "statusitem/BusTrayIcon.h"
+#include "statusitem/StatusNotifier.h"
 
 namespace useragent {
 namespace {
 
 namespace bus = cmn::bus;
 
-constexpr const char* kWatcher = BusTrayIcon::kWatcher;
-constexpr const char* kWatcherPath = BusTrayIcon::kWatcherPath;
-constexpr const char* kHasHost = "IsStatusNotifierHostRegistered";
+constexpr const char* kWatcher = kNotifierWatcher;
+constexpr const char* kWatcherPath = kNotifierWatcherPath;
 
 }  // namespace
 
@@ -50,7 +49,8 @@ void TrayHosts::ask() {
     if (bus_.state() != SessionBus::State::ready) {
         return;  // asked when it is
     }
-    bus_.call(bus_.connection().makeCall(kWatcher, kWatcherPath, bus::kProperties, "Get", kWatcher, kHasHost),
+    bus_.call(bus_.connection().makeCall(kWatcher, kWatcherPath, bus::kProperties, "Get", kWatcher,
+                                         kHasNotifierHost),
               timeout_, [this, question](const SessionBus::Reply& reply) {
                   if (question == lastQuestion_) {
                       answered(reply);
