@@ -324,6 +324,12 @@ TEST_F(RedactionTest, OfTheSettingsOnlySwitchesAndWhatIsKnownToBeHarmlessStay) {
               Line("a.cpp:1 f -- <host-2> told <user-1> on <host-1> <key-1>, <password-1> and <uuid-3>"));
 }
 
+TEST_F(RedactionTest, AShortValueOfTheSettingsIsRememberedOnlyIfItNamesOrOpensSomething) {
+    redaction.settings(
+        R"({"ServerPassword": "pw", "DeviceName": "x1", "UpdaterID": "x", "DeviceId": 0, "Other": "in"})");
+    EXPECT_EQ(redaction.text("x is 0 in pw of x1"), "x is 0 in <password-1> of <host-1>");
+}
+
 TEST_F(RedactionTest, WhatIsNoJsonIsRefused) {
     EXPECT_THROW(redaction.settings("{\"ServerPassword\": \"secret\""), JsonException);
     EXPECT_THROW(redaction.report("secret"), JsonException);

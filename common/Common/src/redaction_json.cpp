@@ -26,8 +26,7 @@ constexpr std::array<std::string_view, 11> kHarmlessNumbers{
     "ScanFileMaxSize",    "DelayScanTimeout",   "DelaySendReceive",     "RepeatIterationTimeout",
     "PollFiltersTimeout", "StatisticsFileSize", "StatisticsSendTimeout"};
 
-// A smaller number would be taken out of half the log.
-constexpr std::size_t kLeastDigitsOfSecret = 4;
+constexpr std::size_t kLeastLearned = 4;
 
 template <class List>
 bool Has(const List& list, std::string_view text) {
@@ -129,13 +128,18 @@ class Redaction::Json {
             for (const auto& element : value.GetArray())
                 learn(element, place + "[]");
         } else if (value.IsString() && !Stays(TextOf(value), place)) {
-            redaction_.addSecret(KindOf(place), TextOf(value));
+            learn(KindOf(place), TextOf(value));
             redaction_.addSecret(SecretKind::host, HostOf(TextOf(value)));
         } else if (value.IsNumber() && !Has(kHarmlessNumbers, place)) {
-            const std::string digits = DigitsOf(value);
-            redaction_.addSecret(KindOf(place),
-                                 digits.size() >= kLeastDigitsOfSecret ? digits : std::string());
+            learn(KindOf(place), DigitsOf(value));
         }
+    }
+    // A short one would be taken out of half the log, so it has to be worth that.
+    void learn(SecretKind kind, std::string_view text) {
+        const bool isNameOrKey = kind == SecretKind::password || kind == SecretKind::key ||
+                                 kind == SecretKind::user || kind == SecretKind::host;
+        if (text.size() >= kLeastLearned || (isNameOrKey && text != "0"))
+            redaction_.addSecret(kind, text);
     }
 
     void write(const rapidjson::Value& value, const std::string& place) {

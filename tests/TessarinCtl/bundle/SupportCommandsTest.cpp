@@ -24,6 +24,7 @@ class SupportCommandsTest : public testing::Test {
         surroundings.agent = folder / "TessarinUserAgent.app/Contents/Linux/TessarinUserAgent";
     }
 
+    fake::LogCapture log;  // the libraries' own lines are not this program's
     const fake::TemporaryFolder folder;
     const fake::Environment home{"HOME", folder.path().string()};
     const fake::Environment noX{"DISPLAY", std::nullopt};
@@ -36,7 +37,7 @@ TEST_F(SupportCommandsTest, TheDoctorSaysOneLineAboutEachCheck) {
     const CtlRun run = RunCtl({"doctor"}, surroundings);
     EXPECT_EQ(run.code, kSomethingIsWrong);
     EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), static_cast<std::ptrdiff_t>(Checks().size()));
-    EXPECT_THAT(run.out, testing::HasSubstr("[wrong]         Message bus of the session"));
+    EXPECT_THAT(run.out, testing::HasSubstr("[wrong]          Message bus of the session"));
 }
 
 TEST_F(SupportCommandsTest, TheDoctorSpeaksJson) {

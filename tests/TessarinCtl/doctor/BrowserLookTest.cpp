@@ -14,6 +14,7 @@ class BrowserLookTest : public testing::Test {
     // Looks once.
     Browsers look() { return LookAtBrowsers(accessibility, windows, cmn::bus::Clock::now()); }
 
+    fake::LogCapture log;
     fake::Accessibility accessibility;
     fake::WindowList windows;
 };

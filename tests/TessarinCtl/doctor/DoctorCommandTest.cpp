@@ -78,12 +78,12 @@ TEST_F(DoctorCommandTest, SaysOneLineAboutEachCheck) {
     EXPECT_EQ(run({}, kFine), 0) << "a warning is not wrong";
     EXPECT_EQ(
         text,
-        "[ok]            Fine: It is there\n[warning]       Unsure: It is\\x0aslow. To mend it: wait\n");
+        "[ok]             Fine: It is there\n[warning]        Unsure: It is\\x0aslow. To mend it: wait\n");
 }
 
 TEST_F(DoctorCommandTest, EndsWithAnErrorWhenSomethingIsWrong) {
     EXPECT_EQ(run({}, kMendable), 1);
-    EXPECT_THAT(text, HasSubstr("[wrong]         Mendable: It is off. To mend it: switch it on\n"));
+    EXPECT_THAT(text, HasSubstr("[wrong]          Mendable: It is off. To mend it: switch it on\n"));
     EXPECT_EQ(state.mends, 0) << "nobody wanted that";
 }
 
@@ -107,7 +107,7 @@ TEST_F(DoctorCommandTest, MendsAfterAsking) {
     EXPECT_EQ(run({.fix = true}, kMendable, "y\n"), 0);
     EXPECT_EQ(state.mends, 1);
     EXPECT_THAT(text, HasSubstr("switch it on [y/N] "));
-    EXPECT_THAT(text, testing::EndsWith("[ok]            Mendable: It is on\n"));
+    EXPECT_THAT(text, testing::EndsWith("[ok]             Mendable: It is on\n"));
 }
 
 TEST_F(DoctorCommandTest, MendsNothingWithoutAYes) {
@@ -134,7 +134,7 @@ TEST_F(DoctorCommandTest, WhatCouldNotBeMendedSaysWhy) {
 TEST_F(DoctorCommandTest, ACheckThatFailsIsWrong) {
     EXPECT_EQ(run({}, {{"throwing", "Throwing", Throwing}, kFine[0]}), 1);
     EXPECT_EQ(text,
-              "[wrong]         Throwing: It could not be looked at: no memory\n[ok]            Fine: It is "
+              "[wrong]          Throwing: It could not be looked at: no memory\n[ok]             Fine: It is "
               "there\n");
 }
 
@@ -146,10 +146,10 @@ TEST_F(DoctorCommandTest, ACheckThatHangsIsLeftBehindAndTheOthersGoOn) {
                   {{"hanging", "Hanging", Hanging}, kFine[0]});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_TRUE(result.leftBehind);
-    EXPECT_EQ(
-        out.str(),
-        "[wrong]         Hanging: It gave no answer within 50 ms. To mend it: see whether a file system or a "
-        "message bus hangs\n[ok]            Fine: It is there\n");
+    EXPECT_EQ(out.str(),
+              "[wrong]          Hanging: It gave no answer within 50 ms. To mend it: see whether a file "
+              "system or a "
+              "message bus hangs\n[ok]             Fine: It is there\n");
     state.gate.open();
     EXPECT_TRUE(fake::WaitInHandler([&] { return state.hasPassed.load(); }));
 }

@@ -44,6 +44,7 @@ class World : public testing::Test {
 
     void giveProgram(const std::string& name) { programs.insert(name); }
 
+    fake::LogCapture log;  // what the libraries write
     const fake::TemporaryFolder folder;
     const std::filesystem::path root = folder / "root";
     const std::filesystem::path bundle = folder / "opt/TessarinUserAgent.app";

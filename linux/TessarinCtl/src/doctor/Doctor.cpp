@@ -91,7 +91,7 @@ bool IsHealthy(const std::vector<Examined>& examined) {
 std::string LineOf(const Examined& examined) {
     const Finding& finding = examined.finding;
     const std::string remedy = finding.remedy.empty() ? "" : ". To mend it: " + finding.remedy;
-    return Line(fmt::format("{:<16}{}: {}{}", fmt::format("[{}]", NameOf(finding.verdict)),
+    return Line(fmt::format("{:<17}{}: {}{}", fmt::format("[{}]", NameOf(finding.verdict)),
                             examined.check->title, finding.text, remedy)) +
            "\n";
 }
