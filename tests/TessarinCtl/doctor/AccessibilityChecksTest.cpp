@@ -1,4 +1,9 @@
+#include <QVariant>
+
 #include "World.h"
+#include "common/json.h"
+#include "doctor/AgentBrowsers.h"
+#include "useragent/AgentStatus.h"
 
 namespace ctl {
 namespace {
@@ -50,6 +55,35 @@ TEST_F(AccessibilityChecksTest, WhatTheAgentSaysOfBrowsersGoesBeforeAnOwnLook) {
     seen = {{"Firefox", 3, false, "it is away"}};
     EXPECT_THAT(run(CheckBrowsers),
                 Is(Verdict::wrong, "Firefox (process 3) is not read: it is away", "start Firefox again"));
+}
+
+TEST_F(AccessibilityChecksTest, TheAgentIsAskedOnTheSessionsBus) {
+    const Machine asking = machine();
+    const auto ask = [&](std::chrono::milliseconds time) {
+        return BrowsersOfAgent(*asking.buses, cmn::bus::Clock::now() + time);
+    };
+    EXPECT_FALSE(ask(std::chrono::seconds(20)).has_value()) << "what it says is no status";
+    useragent::AgentStatus status;
+    status.browsers = {{"Firefox", 7, 12, ""}, {"Google Chrome", 8, std::nullopt, ""}};
+    agent.reset();
+    agent = std::make_unique<fake::RawPeer>(
+        sessionAddress, [&](const QDBusMessage& call, QDBusConnection connection) {
+            EXPECT_EQ(call.interface().toStdString() + "." + call.member().toStdString(),
+                      "com.tessarin.TessarinUserAgent.Status.Get");
+            EXPECT_EQ(call.arguments(), QVariantList{false}) << "no addresses";
+            connection.send(call.createReply(QString::fromStdString(cmn::proto::ObjectToJson(status))));
+        });
+    ASSERT_TRUE(agent->own("com.tessarin.TessarinUserAgent"));
+    const Browsers told = ask(std::chrono::seconds(20));
+    ASSERT_TRUE(told && told->size() == 2);
+    EXPECT_EQ((*told)[0].name, "Firefox");
+    EXPECT_EQ((*told)[0].pid, 7);
+    EXPECT_TRUE((*told)[0].isRead);
+    EXPECT_FALSE((*told)[1].isRead);
+    agent.reset();
+    EXPECT_FALSE(ask(std::chrono::seconds(20)).has_value()) << "nobody is there";
+    agent = silent(desktop.sessionBus, "com.tessarin.TessarinUserAgent");
+    EXPECT_FALSE(ask(kShort).has_value());
 }
 
 TEST_F(AccessibilityChecksTest, WithoutABrowserThereIsNothingToRead) {

@@ -70,6 +70,11 @@ TEST_F(FileChecksTest, AClockBeforeTheProductsFilesIsWrong) {
     fs::last_write_time(program, fs::file_time_type::clock::now() - std::chrono::hours(48));
     EXPECT_THAT(run(CheckClock), Is(Verdict::wrong, "before the time", "timedatectl"))
         << "the settings are newer";
+    fs::last_write_time(settings, fs::file_time_type::clock::now() - std::chrono::hours(48));
+    EXPECT_THAT(run(CheckClock), IsGood());
+    fs::last_write_time(program, fs::file_time_type::clock::now());
+    EXPECT_THAT(run(CheckClock), Is(Verdict::wrong, "before the time", "timedatectl"))
+        << "the program is newer";
 }
 
 TEST_F(FileChecksTest, ADiskThatGetsFullIsTold) {

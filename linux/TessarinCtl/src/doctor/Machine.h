@@ -53,8 +53,7 @@ struct Machine {
     std::string variable(const char* name) const { return environment(name).value_or(""); }
 };
 
-// That of this process, for the agent of that bundle, with the addresses of the two buses. `browsersOfAgent`
-// knows of none.
+// That of this process, for the agent of that bundle, with the addresses of the two buses.
 Machine ThisMachine(std::filesystem::path bundle, std::string systemBus, std::string sessionBus);
 
 }  // namespace ctl

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "doctor/AgentBrowsers.h"
 #include "doctor/BrowserLook.h"
 #include "doctor/Machine.h"
 #include "doctor/RunProgram.h"
@@ -42,7 +43,9 @@ Machine ThisMachine(std::filesystem::path bundle, std::string systemBus, std::st
         return error ? std::nullopt : std::optional(space.available);
     };
     own.hasWindowTray = HasWindowTray;
-    own.browsersOfAgent = [](cmn::bus::Deadline /*deadline*/) { return Browsers(); };
+    own.browsersOfAgent = [buses = own.buses](cmn::bus::Deadline deadline) {
+        return BrowsersOfAgent(*buses, cmn::bus::HalfWayTo(deadline));
+    };
     own.browsersSeen = [](cmn::bus::Deadline deadline) { return LookAtBrowsers(deadline); };
     own.runs = RunProgram;
     return own;
