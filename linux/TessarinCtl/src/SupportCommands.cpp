@@ -9,6 +9,7 @@
 #include "Commands.h"
 #include "bundle/BundleCommand.h"
 #include "common/bundle.h"
+#include "common/json.h"
 #include "doctor/DoctorCommand.h"
 
 namespace ctl {
@@ -39,14 +40,14 @@ int RunDoctorCommand(const Arguments& arguments, const Surroundings& surrounding
     return EndedWith(result.exitCode, result.leftBehind, console);
 }
 
-// What "status" says; a sentence when it fails.
+// What "status" says, as JSON also when it only complains.
 std::string StatusOf(const Surroundings& surroundings) {
     std::istringstream in;
     std::ostringstream out;
     std::ostringstream err;
     Console console{in, out, err};
     RunCommandLine({"status", "--json"}, Commands(), surroundings, console);
-    return out.str() + err.str();
+    return out.str().empty() ? '"' + cmn::proto::JsonEscaped(err.str()) + '"' : out.str();
 }
 
 int RunBundleCommand(const Arguments& arguments, const Surroundings& surroundings, Console& console) {

@@ -8,6 +8,7 @@
 #include "bundle/MachineNames.h"
 #include "common/SystemUtils.h"
 #include "common/fs.h"
+#include "support/Environment.h"
 #include "support/LogCapture.h"
 
 namespace ctl {
@@ -54,8 +55,11 @@ TEST(BundleCommandTest, OfTheMachineComeVersionsSettingsLogsAndNames) {
 }
 
 TEST(MachineNamesTest, PeopleAndTheHostAreNamedAndRootIsNot) {
+    const fake::Environment user("USER", "root");
+    const fake::Environment fromADirectory("LOGNAME", "jdoe");
     const auto names = NamesOnThisMachine();
     EXPECT_THAT(names, testing::Contains(std::pair(SecretKind::host, cmn::GetHostName())));
+    EXPECT_THAT(names, testing::Contains(std::pair(SecretKind::user, std::string("jdoe"))));
     EXPECT_THAT(names, testing::Not(testing::Contains(std::pair(SecretKind::user, std::string("root")))));
     EXPECT_THAT(names, testing::Not(testing::Contains(std::pair(SecretKind::user, std::string("nobody")))));
 }

@@ -8,8 +8,8 @@
 
 namespace ctl {
 
-// What people and this machine are called: accounts that are no system's with the names in full, this user's
-// in any case, and the host.
+// What people and this machine are called: accounts of the machine that are no system's, with the names in
+// full, this user, and the host.
 std::vector<std::pair<cmn::SecretKind, std::string>> NamesOnThisMachine();
 
 }  // namespace ctl

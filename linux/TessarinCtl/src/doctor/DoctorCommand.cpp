@@ -3,12 +3,14 @@
 #include <string>
 #include <utility>
 
+#include "common/utf8.h"
+
 namespace ctl {
 
 namespace {
 
 bool Agrees(std::istream& in, std::ostream& out, const std::string& what) {
-    out << "    Do it now: " << what << " [y/N] " << std::flush;
+    out << "    Do it now: " << cmn::EscapeControls(what) << " [y/N] " << std::flush;
     std::string answer;
     return std::getline(in, answer) && (answer == "y" || answer == "Y" || answer == "yes");
 }
