@@ -1,4 +1,4 @@
-if(TESSARIN_PLATFORM STREQUAL "macos" AND NOT CMAKE_HOST_APPLE)
+if(TESSARIN_PLATFORM STREQUAL "macos")
     include(${CMAKE_CURRENT_LIST_DIR}/macos-dependencies.cmake)
     return()
 endif()
@@ -10,12 +10,6 @@ find_path(RAPIDJSON_INCLUDE_DIR rapidjson/document.h REQUIRED)
 # Stack traces print symbol names through the dynamic symbol table; no external program is started.
 add_library(tessarin_boost INTERFACE)
 target_link_libraries(tessarin_boost INTERFACE Boost::headers Threads::Threads ${CMAKE_DL_LIBS})
-if(TESSARIN_PLATFORM STREQUAL "macos")
-    target_compile_definitions(tessarin_boost INTERFACE BOOST_STACKTRACE_GNU_SOURCE_NOT_REQUIRED)
-    include(${CMAKE_CURRENT_LIST_DIR}/rapidjson.cmake)
-    tessarin_mended_rapidjson(RAPIDJSON_INCLUDE_DIR ${RAPIDJSON_INCLUDE_DIR})
-    return()
-endif()
 target_link_options(tessarin_boost INTERFACE -rdynamic)
 
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets Svg)
