@@ -1,10 +1,12 @@
 #import "MacAgentPlatform.h"
 
 #import <AppKit/AppKit.h>
+#include <dispatch/dispatch.h>
+
+#include <csignal>
 
 #import "accessibility/MacAccessibility.h"
 #import "accessibility/MacWindowList.h"
-#import "common_mac/CFAutoPointer.h"
 #import "interface/AppDelegate.h"
 #import "macos_usercommon/MacDispatch.h"
 #import "macos_usercommon/MacXPCTransport.h"
@@ -13,17 +15,34 @@ namespace useragent {
 
 namespace {
 
-// A stopped run loop alone does not end an AppKit application: it begins the next pass.
-void EndApplicationOnceTheRunFlagIsCleared() {
-    const cmn::CFAutoPointer observer(
-        CFRunLoopObserverCreateWithHandler(kCFAllocatorDefault, kCFRunLoopBeforeWaiting | kCFRunLoopExit,
-                                           true, 0, ^(CFRunLoopObserverRef, CFRunLoopActivity) {
-                                             if (!g_run) {
-                                                 [[NSApplication sharedApplication] terminate:nil];
-                                             }
-                                           }));
-    const auto reference = static_cast<CFRunLoopObserverRef>(const_cast<void*>(observer.get()));
-    CFRunLoopAddObserver(CFRunLoopGetMain(), reference, kCFRunLoopCommonModes);
+void EndApplication() {
+    [[NSApplication sharedApplication] terminate:nil];
+}
+
+// The signal's handler stops the run loop of whichever thread received the signal, and AppKit begins a
+// stopped run loop's next pass. The main queue is told of the signal too, and wakes the main thread.
+void EndApplicationOnSigterm() {
+    static dispatch_source_t source;  // tells for as long as it is held
+    source = dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, SIGTERM, 0, dispatch_get_main_queue());
+    dispatch_source_set_event_handler(source, ^{
+      EndApplication();
+    });
+    // A signal that came before the source was there is not told to it.
+    dispatch_source_set_registration_handler(source, ^{
+      if (!g_run) {
+          EndApplication();
+      }
+    });
+    dispatch_resume(source);
+}
+
+// An application without windows in front is put to sleep otherwise, and the look at the browsers, each five
+// seconds, comes late.
+void StayAwake() {
+    [[maybe_unused]] static id activity;  // lasts for as long as it is held
+    activity =
+        [[NSProcessInfo processInfo] beginActivityWithOptions:NSActivityUserInitiatedAllowingIdleSystemSleep
+                                                       reason:@"Browsers are watched"];
 }
 
 }  // namespace
@@ -61,7 +80,8 @@ std::shared_ptr<cmn::Semaphore> MacAgentPlatform::pollingPause() {
 // Nobody asks for the status here.
 int MacAgentPlatform::runApplication(StatusSource) {
     [::AppDelegate setEnvironment:{accessibility(), dispatch(), transport()}];
-    EndApplicationOnceTheRunFlagIsCleared();
+    EndApplicationOnSigterm();
+    StayAwake();
     return NSApplicationMain(argc_, argv_);
 }
 

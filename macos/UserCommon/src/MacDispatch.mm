@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include "usercommon/CallNoThrow.h"
+
 namespace cmn {
 
 namespace {
@@ -22,7 +24,7 @@ dispatch_time_t FromNow(std::chrono::nanoseconds delay) {
 dispatch_block_t BlockOf(Dispatch::Task task) {
     return ^{
       @autoreleasepool {
-          task();
+          CallNoThrow("A queue's task", task);
       }
     };
 }

@@ -3,6 +3,7 @@
 #include <utility>
 
 #import "common_mac/FoundationBridges.h"
+#import "common_mac/standard_errors.h"
 #import "macos_usercommon/MacXPCPeer.h"
 
 namespace cmn {
@@ -108,14 +109,16 @@ std::optional<XPCPeer> MacXPCConnection::peer() const {
 }
 
 void MacXPCConnection::resume() {
-    {
-        const std::lock_guard lock(mutex_);
-        if (exportedInterface_ && exportedObject_) {
-            connection_.exportedObject = exportedInterface_->createExportedObject(exportedObject_);
+    WithStandardErrors("NSXPCConnection resume", [this] {
+        {
+            const std::lock_guard lock(mutex_);
+            if (exportedInterface_ && exportedObject_) {
+                connection_.exportedObject = exportedInterface_->createExportedObject(exportedObject_);
+            }
+            exportedObject_ = nullptr;  // the connection holds it from now on, and lets go of it when it ends
         }
-        exportedObject_ = nullptr;  // the connection holds it from now on, and lets go of it when it ends
-    }
-    [connection_ resume];
+        [connection_ resume];
+    });
 }
 
 void MacXPCConnection::invalidate() {
@@ -136,12 +139,17 @@ std::shared_ptr<XPCVersioning> MacXPCConnection::remoteObjectProxy(RemoteErrorHa
     if (!interface) {
         return nullptr;
     }
-    id const remote = [connection_ remoteObjectProxyWithErrorHandler:^(NSError* error) {
-      if (onError) {
-          onError(ToRemoteError(error));
-      }
-    }];
-    return interface->createProxy(remote);
+    // Of any thread, also of one that has no pool.
+    @autoreleasepool {
+        return WithStandardErrors("NSXPCConnection remoteObjectProxy", [&] {
+            id const remote = [connection_ remoteObjectProxyWithErrorHandler:^(NSError* error) {
+              if (onError) {
+                  onError(ToRemoteError(error));
+              }
+            }];
+            return interface->createProxy(remote);
+        });
+    }
 }
 
 }  // namespace cmn

@@ -3,6 +3,7 @@
 #import "MacXPCConnection.h"
 #import "MacXPCListener.h"
 #import "common_mac/FoundationBridges.h"
+#import "common_mac/standard_errors.h"
 
 namespace cmn {
 
@@ -10,13 +11,16 @@ static_assert(static_cast<unsigned>(XPCConnectionOptions::privileged) == NSXPCCo
 
 std::shared_ptr<XPCConnection> MacXPCTransport::createConnection(const std::string& machServiceName,
                                                                  XPCConnectionOptions options) {
-    return std::make_shared<MacXPCConnection>([[NSXPCConnection alloc]
-        initWithMachServiceName:[NSString stringWithStdString:machServiceName]
-                        options:static_cast<NSXPCConnectionOptions>(options)]);
+    return WithStandardErrors("NSXPCConnection", [&] {
+        return std::make_shared<MacXPCConnection>([[NSXPCConnection alloc]
+            initWithMachServiceName:[NSString stringWithStdString:machServiceName]
+                            options:static_cast<NSXPCConnectionOptions>(options)]);
+    });
 }
 
 std::shared_ptr<XPCListener> MacXPCTransport::createListener(const std::string& machServiceName) {
-    return std::make_shared<MacXPCListener>(machServiceName);
+    return WithStandardErrors("NSXPCListener",
+                              [&] { return std::make_shared<MacXPCListener>(machServiceName); });
 }
 
 }  // namespace cmn

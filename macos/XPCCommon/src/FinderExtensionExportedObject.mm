@@ -44,7 +44,11 @@ NSDictionary<NSString*, NSNumber*>* ToStatuses(const cmn::UIVisibilityStatuses& 
 
 - (void)version:(void (^)(NSString*))reply {
     cmn::AnswerNoThrow("version:", [&] {
-        _service->version([reply](const std::string& version) { reply(cmn::ToNSString(version)); });
+        _service->version([reply](const std::string& version) {
+            if (reply != nil) {
+                reply(cmn::ToNSString(version));
+            }
+        });
     });
 }
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #import "FinderExtensionExportedObject.h"
+#import "ServiceInterface.h"
 #import "common_mac/FoundationBridges.h"
 
 namespace cmn {
@@ -40,71 +41,87 @@ UIVisibilityStatuses ToStatuses(NSDictionary* dictionary) {
 }  // namespace
 
 void FinderExtensionProxy::version(std::function<void(const std::string&)> reply) {
-    [remote_ version:^(NSString* version) {
-      if (reply) {
-          reply(ToStdString(version));
-      }
-    }];
+    SendMessage("version:", [&] {
+        [remote_ version:^(NSString* version) {
+          if (reply) {
+              reply(ToStdString(version));
+          }
+        }];
+    });
 }
 
 void FinderExtensionProxy::checkEncryptionStatus(const std::string& path,
                                                  std::shared_ptr<FinderExtensionDelegate> delegate) {
-    [remote_
-        checkEncryptionStatus:ToNSString(path)
-                     delegate:delegate ? [[FinderExtensionDelegateObject alloc] initWithDelegate:delegate]
-                                       : nil];
+    SendMessage("checkEncryptionStatus:delegate:", [&] {
+        [remote_
+            checkEncryptionStatus:ToNSString(path)
+                         delegate:delegate ? [[FinderExtensionDelegateObject alloc] initWithDelegate:delegate]
+                                           : nil];
+    });
 }
 
 void FinderExtensionProxy::decrypt(const std::string& path, std::function<void(std::int32_t)> reply) {
-    [remote_ decrypt:ToNSString(path)
-        withCompletion:^(int status) {
-          if (reply) {
-              reply(status);
-          }
-        }];
+    SendMessage("decrypt:withCompletion:", [&] {
+        [remote_ decrypt:ToNSString(path)
+            withCompletion:^(int status) {
+              if (reply) {
+                  reply(status);
+              }
+            }];
+    });
 }
 
 void FinderExtensionProxy::getScanResult(const std::string& path,
                                          std::function<void(std::vector<ScanRecord>)> reply) {
-    [remote_ getScanResult:ToNSString(path)
-            withCompletion:^(NSArray<NSDictionary*>* result) {
-              if (reply) {
-                  reply(ToScanRecords(result));
-              }
-            }];
+    SendMessage("getScanResult:withCompletion:", [&] {
+        [remote_ getScanResult:ToNSString(path)
+                withCompletion:^(NSArray<NSDictionary*>* result) {
+                  if (reply) {
+                      reply(ToScanRecords(result));
+                  }
+                }];
+    });
 }
 
 void FinderExtensionProxy::allowedExtensions(std::function<void(const std::vector<std::string>&)> reply) {
-    [remote_ allowedExtensionsWithCompletion:^(NSArray<NSString*>* extensions) {
-      NSArray* const array = Checked<NSArray>(extensions);
-      if (reply) {
-          reply(array != nil ? [array stdStringVector] : std::vector<std::string>());
-      }
-    }];
+    SendMessage("allowedExtensionsWithCompletion:", [&] {
+        [remote_ allowedExtensionsWithCompletion:^(NSArray<NSString*>* extensions) {
+          NSArray* const array = Checked<NSArray>(extensions);
+          if (reply) {
+              reply(array != nil ? [array stdStringVector] : std::vector<std::string>());
+          }
+        }];
+    });
 }
 
 void FinderExtensionProxy::checkFullDiskAccess(std::function<void(bool)> reply) {
-    [remote_ checkFullDiskAccessWithCompletion:^(BOOL granted) {
-      if (reply) {
-          reply(granted != NO);
-      }
-    }];
+    SendMessage("checkFullDiskAccessWithCompletion:", [&] {
+        [remote_ checkFullDiskAccessWithCompletion:^(BOOL granted) {
+          if (reply) {
+              reply(granted != NO);
+          }
+        }];
+    });
 }
 
 void FinderExtensionProxy::getUIVisibilityStatuses(std::function<void(const UIVisibilityStatuses&)> reply) {
-    [remote_ getUIVisibilityStatusesWithCompletion:^(NSDictionary<NSString*, NSNumber*>* statuses) {
-      if (reply) {
-          reply(ToStatuses(statuses));
-      }
-    }];
+    SendMessage("getUIVisibilityStatusesWithCompletion:", [&] {
+        [remote_ getUIVisibilityStatusesWithCompletion:^(NSDictionary<NSString*, NSNumber*>* statuses) {
+          if (reply) {
+              reply(ToStatuses(statuses));
+          }
+        }];
+    });
 }
 
 void FinderExtensionProxy::sendLogMessage(const std::string& message, const std::string& level) {
-    [remote_ sendLogMessage:ToNSString(message) level:ToNSString(level)];
+    SendMessage("sendLogMessage:level:",
+                [&] { [remote_ sendLogMessage:ToNSString(message) level:ToNSString(level)]; });
 }
 
 void FinderExtensionDelegateProxy::didCheckEncryptionStatus(bool encrypted) {
-    [remote_ didCheckEncryptionStatus:encrypted ? YES : NO];
+    SendMessage("didCheckEncryptionStatus:",
+                [&] { [remote_ didCheckEncryptionStatus:encrypted ? YES : NO]; });
 }
 
 }  // namespace cmn

@@ -5,6 +5,7 @@
 #include <memory>
 #include <utility>
 
+#import "common_mac/standard_errors.h"
 #include "macos_usercommon/MacXPCInterface.h"
 #import "macos_usercommon/MacXPCPeer.h"
 #include "usercommon/CallNoThrow.h"
@@ -32,6 +33,14 @@ class ServiceInterface final : public MacXPCInterface {
  private:
     const CreateInterface createInterface_;
 };
+
+// Sends a message to a peer, on any thread: what the platform makes for it goes when it is sent.
+template <typename Action>
+void SendMessage(const char* message, const Action& send) {
+    @autoreleasepool {
+        WithStandardErrors(message, send);
+    }
+}
 
 // Runs what a peer's message asks for, with the peer as the current one; an exception ends that message only.
 // Its reply is then not sent.

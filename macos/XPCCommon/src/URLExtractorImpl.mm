@@ -22,8 +22,11 @@
     // portable extractor are dealt with there.
     @try {
         const cmn::XPCPeerScope scope(cmn::PeerOf([NSXPCConnection currentConnection]));
-        _delegate->getURL(cmn::ToStdString(browser),
-                          [reply](const std::string& url) { reply([NSURL URLWithStdString:url]); });
+        _delegate->getURL(cmn::ToStdString(browser), [reply](const std::string& url) {
+            if (reply != nil) {
+                reply([NSURL URLWithStdString:url]);
+            }
+        });
     } @catch (NSException* exception) {
         NSLog(@"%@", exception);
     }

@@ -20,8 +20,11 @@
 
 - (void)version:(void (^)(NSString*))reply {
     cmn::AnswerNoThrow("version:", [&] {
-        _service->version(
-            [reply](const std::string& version) { reply([NSString stringWithStdString:version]); });
+        _service->version([reply](const std::string& version) {
+            if (reply != nil) {
+                reply([NSString stringWithStdString:version]);
+            }
+        });
     });
 }
 
@@ -29,7 +32,11 @@
     cmn::AnswerNoThrow("setURLExtractor:reply:", [&] {
         _service->setURLExtractor(
             extractor != nil ? std::make_shared<cmn::URLExtractorProxy>(extractor) : nullptr,
-            [reply](bool accepted) { reply(accepted ? YES : NO); });
+            [reply](bool accepted) {
+                if (reply != nil) {
+                    reply(accepted ? YES : NO);
+                }
+            });
     });
 }
 

@@ -1,5 +1,7 @@
 #import "common_mac/FoundationBridges.h"
 
+#include <stdexcept>
+
 @implementation NSString (CppStringUtils)
 
 + (nullable instancetype)stringWithStdString:(const std::string&)string {
@@ -37,9 +39,12 @@
 + (NSMutableArray<NSString*>*)arrayWithStringVector:(const std::vector<std::string>&)strings {
     NSMutableArray<NSString*>* const array = [NSMutableArray arrayWithCapacity:strings.size()];
     for (const std::string& string : strings) {
-        if (NSString* const text = [NSString stringWithStdString:string]) {
-            [array addObject:text];
+        NSString* const text = [NSString stringWithStdString:string];
+        if (text == nil) {
+            // Left out, it would move the others to other places.
+            throw std::runtime_error("A text of a list is not UTF-8");
         }
+        [array addObject:text];
     }
     return array;
 }

@@ -12,6 +12,7 @@
 
 #include "common/bundle.h"
 #import "common_mac/FoundationBridges.h"
+#import "common_mac/standard_errors.h"
 #include "exec_report.h"
 #import "impl_mac/IORegistry.h"
 #include "impl_posix/user_database.h"
@@ -134,7 +135,7 @@ std::string ExecProcess(const std::string& path, const std::vector<std::string>&
         task.arguments = [NSArray arrayWithStringVector:arguments];
         task.standardOutput = pipe;
         task.standardError = pipe;
-        [task launch];
+        WithStandardErrors(("[ExecProcess] Can't launch (" + path + ")").c_str(), [task] { [task launch]; });
         // Reading comes first: a program that fills the pipe does not end before somebody empties it.
         NSData* const data = [pipe.fileHandleForReading readDataToEndOfFile];
         [task waitUntilExit];

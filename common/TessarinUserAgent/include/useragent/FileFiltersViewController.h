@@ -49,6 +49,9 @@ class FileFiltersViewController {
     void setFiltersArray(FilterRecords filtersArray) { filtersArray_ = std::move(filtersArray); }
     void setFileName(std::optional<std::string> fileName) { fileName_ = std::move(fileName); }
     void setIsEncrypted(bool isEncrypted) { isEncrypted_ = isEncrypted; }
+    const FilterRecords& filtersArray() const { return filtersArray_; }
+    const std::optional<std::string>& fileName() const { return fileName_; }
+    bool isEncrypted() const { return isEncrypted_; }
 
     // The explanation follows what its label holds already. Settings that cannot be read count as those of a
     // new installation.

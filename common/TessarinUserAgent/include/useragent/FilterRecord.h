@@ -38,6 +38,8 @@ class FilterRecord {
     std::int64_t integerValue(std::string_view key) const;
     double doubleValue(std::string_view key) const;
     std::string description(std::string_view key) const;
+    // By ascending keys.
+    const std::vector<std::pair<std::string, FilterValue>>& values() const { return values_; }
 
  private:
     const FilterValue& value(std::string_view key) const;

@@ -7,6 +7,7 @@
 
 #import "accessibility/MacAXElement.h"
 #import "common_mac/FoundationBridges.h"
+#include "usercommon/CallNoThrow.h"
 
 namespace useragent {
 
@@ -44,7 +45,7 @@ ObservedBrowsers::Tell MacAXObserver::TellOnMainThread(const std::weak_ptr<Recei
         dispatch_async(dispatch_get_main_queue(), ^{
           const auto receiver = addressee.lock();
           if (receiver && receiver->active) {
-              receiver->callback(changed, name);
+              cmn::CallNoThrow(name.c_str(), [&] { receiver->callback(changed, name); });
           }
         });
     };
@@ -116,11 +117,13 @@ void MacAXObserver::receive(AXObserverRef /*observer*/, AXUIElementRef element, 
         return;
     }
     @autoreleasepool {
-        const auto changed = std::make_shared<MacAXElement>(cmn::CFAutoPointer::Retained(element));
-        const std::string name = cmn::ToStdString((__bridge NSString*)notification);
-        if (!receiver->announce(changed, name)) {
-            receiver->callback(changed, name);
-        }
+        cmn::CallNoThrow("An accessibility notification", [&] {
+            const auto changed = std::make_shared<MacAXElement>(cmn::CFAutoPointer::Retained(element));
+            const std::string name = cmn::ToStdString((__bridge NSString*)notification);
+            if (!receiver->announce(changed, name)) {
+                receiver->callback(changed, name);
+            }
+        });
     }
 }
 

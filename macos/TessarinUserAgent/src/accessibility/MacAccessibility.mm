@@ -10,6 +10,7 @@
 #import "accessibility/MacAXObserver.h"
 #import "common_mac/CFAutoPointer.h"
 #import "common_mac/FoundationBridges.h"
+#import "common_mac/standard_errors.h"
 #include "useragent/Deadlines.h"
 
 namespace useragent {
@@ -143,7 +144,7 @@ bool MacAccessibility::isProcessTrustedWithPrompt() {
 
 void MacAccessibility::runCycle(const std::function<void()>& cycle) {
     @autoreleasepool {
-        cycle();
+        cmn::WithStandardErrors("A look at the browsers", cycle);
     }
 }
 

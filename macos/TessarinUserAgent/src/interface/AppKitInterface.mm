@@ -2,7 +2,10 @@
 
 #include <utility>
 
+#include "common/log.h"
+#import "common_mac/FoundationBridges.h"
 #import "interface/FileFiltersViewController.h"
+#import "interface/FilterRecords.h"
 #import "interface/PropertiesWindowController.h"
 
 namespace useragent {
@@ -31,13 +34,20 @@ class AppKitStatusItem final : public StatusItem {
     ::AppMenu* const menu_;
 };
 
-// Nil when the storyboard does not hold what is expected.
+// Nil when the storyboard does not hold what is expected. The platform throws for a missing storyboard or
+// scene.
 ::FileFiltersViewController* LoadFileFiltersViewController() {
-    NSStoryboard* const storyboard = [NSStoryboard storyboardWithName:@"Main" bundle:[NSBundle mainBundle]];
-    id const controller = [storyboard instantiateControllerWithIdentifier:@"FileFiltersViewController"];
-    return [controller isKindOfClass:[::FileFiltersViewController class]]
-               ? static_cast<::FileFiltersViewController*>(controller)
-               : nil;
+    @try {
+        NSStoryboard* const storyboard = [NSStoryboard storyboardWithName:@"Main"
+                                                                   bundle:[NSBundle mainBundle]];
+        id const controller = [storyboard instantiateControllerWithIdentifier:@"FileFiltersViewController"];
+        return [controller isKindOfClass:[::FileFiltersViewController class]]
+                   ? static_cast<::FileFiltersViewController*>(controller)
+                   : nil;
+    } @catch (NSException* exception) {
+        TLOG_ERROR("The storyboard cannot be loaded: {}", cmn::ToStdString(exception.description));
+        return nil;
+    }
 }
 
 NSWindow* CreateWindow(NSViewController* content) {
@@ -76,6 +86,9 @@ class AppKitPropertiesWindow final : public PropertiesWindow {
 
     void show(std::unique_ptr<FileFiltersViewController> controller,
               const std::string& /*activationToken*/) override {
+        content_.filtersArray = ToNSArray(controller->filtersArray());
+        content_.fileName = controller->fileName() ? cmn::ToNSString(*controller->fileName()) : nil;
+        content_.isEncrypted = controller->isEncrypted() ? YES : NO;
         [content_ setContent:std::move(controller)];
         controller_ = [[PropertiesWindowController alloc] initWithWindow:CreateWindow(content_)];
         const std::function<void()> willClose = willClose_;

@@ -12,7 +12,7 @@ NS_ASSUME_NONNULL_BEGIN
 // shows. Main thread.
 @interface FileFiltersViewController : NSViewController <NSTableViewDataSource, NSTableViewDelegate>
 
-// The next three before the view is loaded, after `setContent:`, which brings their values along.
+// What the opener knows of the file. The next three, and `setContent:`, before the view is loaded.
 @property(nonatomic, strong, nullable) NSArray<NSDictionary*>* filtersArray;
 @property(nonatomic, strong, nullable) NSString* fileName;
 @property(nonatomic) BOOL isEncrypted;
@@ -27,7 +27,7 @@ NS_ASSUME_NONNULL_BEGIN
 @property(nonatomic, weak, nullable) IBOutlet NSTextField* encryptionPredictLabel;
 @property(nonatomic, weak, nullable) IBOutlet NSTextField* encryptionInfo;
 
-// What the window shows; once, before the view is loaded.
+// Decides what the window shows of it; once.
 - (void)setContent:(std::unique_ptr<useragent::FileFiltersViewController>)content;
 
 // Value at risk of one record in US dollars.

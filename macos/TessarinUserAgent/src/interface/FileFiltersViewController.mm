@@ -1,7 +1,6 @@
 #import "interface/FileFiltersViewController.h"
 
 #include <exception>
-#include <optional>
 #include <string>
 #include <utility>
 #include <variant>
@@ -51,6 +50,7 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
     [cell addSubview:field];
     // Names are cut where they are too long; columns of numbers are wide enough.
     field.lineBreakMode = NSLineBreakByTruncatingTail;
+    field.alignment = HoldsNumbers(column) ? NSTextAlignmentRight : NSTextAlignmentNatural;
     cell.textField = field;
     cell.identifier = column.identifier;
     return cell;
@@ -60,31 +60,12 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
 
 @implementation FileFiltersViewController {
     std::unique_ptr<useragent::FileFiltersViewController> _content;
+    // By row. The table asks for a cell's view and for its value, which is the same button.
+    NSMutableDictionary<NSNumber*, NSButton*>* _checkBoxes;
 }
 
 - (void)setContent:(std::unique_ptr<useragent::FileFiltersViewController>)content {
     _content = std::move(content);
-}
-
-- (void)setFiltersArray:(nullable NSArray<NSDictionary*>*)filtersArray {
-    _filtersArray = filtersArray;
-    if (_content) {
-        _content->setFiltersArray(useragent::ToFilterRecords(filtersArray));
-    }
-}
-
-- (void)setFileName:(nullable NSString*)fileName {
-    _fileName = fileName;
-    if (_content) {
-        _content->setFileName(fileName != nil ? std::optional(cmn::ToStdString(fileName)) : std::nullopt);
-    }
-}
-
-- (void)setIsEncrypted:(BOOL)isEncrypted {
-    _isEncrypted = isEncrypted;
-    if (_content) {
-        _content->setIsEncrypted(isEncrypted != NO);
-    }
 }
 
 - (void)viewDidLoad {
@@ -136,7 +117,7 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
         const auto value =
             _content->objectValue(cmn::ToStdString(column.identifier), static_cast<std::size_t>(row));
         if (const auto* box = std::get_if<useragent::DisabledCheckBox>(&value)) {
-            return [self checkBoxFor:*box ofTableView:tableView column:column];
+            return [self checkBoxFor:*box ofTableView:tableView column:column row:row];
         }
         return cmn::ToNSString(std::get<std::string>(value));
     } catch (const std::exception& error) {
@@ -147,15 +128,23 @@ NSTableCellView* CellWithText(NSTableView* tableView, NSTableColumn* column, id 
 
 - (NSButton*)checkBoxFor:(const useragent::DisabledCheckBox&)box
              ofTableView:(NSTableView*)tableView
-                  column:(NSTableColumn*)column {
-    id const reused = [tableView makeViewWithIdentifier:column.identifier owner:self];
-    NSButton* button = [reused isKindOfClass:[NSButton class]] ? reused : nil;
+                  column:(NSTableColumn*)column
+                     row:(NSInteger)row {
+    NSButton* button = _checkBoxes[@(row)];
+    if (button == nil) {
+        id const reused = [tableView makeViewWithIdentifier:column.identifier owner:self];
+        button = [reused isKindOfClass:[NSButton class]] ? reused : nil;
+    }
     if (button == nil) {
         button = [[NSButton alloc] initWithFrame:NSMakeRect(0, 0, column.width, kCheckBoxHeight)];
         [button setButtonType:NSButtonTypeSwitch];
         button.title = @"";
         button.identifier = column.identifier;
     }
+    if (_checkBoxes == nil) {
+        _checkBoxes = [NSMutableDictionary dictionary];
+    }
+    _checkBoxes[@(row)] = button;
     button.enabled = NO;
     button.state = box.on ? NSControlStateValueOn : NSControlStateValueOff;
     return button;

@@ -9,6 +9,7 @@ namespace useragent {
 // Records as the messages carry them: dictionaries of texts and numbers. What is neither counts with its
 // description.
 FilterRecord ToFilterRecord(NSDictionary* _Nullable dictionary);
-FilterRecords ToFilterRecords(NSArray* _Nullable array);
+// The records as the window's controller holds them.
+NSArray<NSDictionary*>* _Nonnull ToNSArray(const FilterRecords& records);
 
 }  // namespace useragent

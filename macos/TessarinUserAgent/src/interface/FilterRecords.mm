@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 #include <utility>
+#include <variant>
 
 #import "common_mac/FoundationBridges.h"
 
@@ -24,6 +25,22 @@ FilterValue ToFilterValue(NSNumber* number) {
     return static_cast<std::int64_t>(number.longLongValue);
 }
 
+id ToObject(const std::string& text) {
+    return cmn::ToNSString(text);
+}
+
+id ToObject(std::int64_t number) {
+    return [NSNumber numberWithLongLong:number];
+}
+
+id ToObject(double number) {
+    return [NSNumber numberWithDouble:number];
+}
+
+id ToObject(bool truth) {
+    return [NSNumber numberWithBool:truth ? YES : NO];
+}
+
 FilterValue ToFilterValue(id value) {
     if ([value isKindOfClass:[NSNumber class]]) {
         return ToFilterValue(static_cast<NSNumber*>(value));
@@ -41,13 +58,17 @@ FilterRecord ToFilterRecord(NSDictionary* dictionary) {
     return FilterRecord(std::move(values));
 }
 
-FilterRecords ToFilterRecords(NSArray* array) {
-    FilterRecords records;
-    for (id element in array) {
-        records.push_back(ToFilterRecord(
-            [element isKindOfClass:[NSDictionary class]] ? static_cast<NSDictionary*>(element) : nil));
+NSArray<NSDictionary*>* ToNSArray(const FilterRecords& records) {
+    NSMutableArray<NSDictionary*>* const array = [NSMutableArray arrayWithCapacity:records.size()];
+    for (const FilterRecord& record : records) {
+        NSMutableDictionary<NSString*, id>* const dictionary = [NSMutableDictionary dictionary];
+        for (const auto& [key, value] : record.values()) {
+            dictionary[cmn::ToNSString(key)] =
+                std::visit([](const auto& one) { return ToObject(one); }, value);
+        }
+        [array addObject:dictionary];
     }
-    return records;
+    return array;
 }
 
 }  // namespace useragent
