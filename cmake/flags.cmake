@@ -37,11 +37,6 @@ if(TESSARIN_PLATFORM STREQUAL "linux" AND CMAKE_BUILD_TYPE MATCHES "^Rel" AND NO
     # Before the targets' options: Qt's ask for more (-fPIC), without which its programs end at once.
     add_compile_options(-fPIE)
     target_link_options(tessarin_flags INTERFACE -pie -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
-    if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
-        # The start files of Debian 12 do not say that they get along with a shadow stack, which nothing in them contradicts.
-        # They have no landing pad for indirect branches, so the linker marks those only where the start files are marked, too.
-        target_link_options(tessarin_flags INTERFACE -Wl,-z,shstk)
-    endif()
 endif()
 if(TESSARIN_SANITIZE)
     target_compile_options(tessarin_flags INTERFACE "-fsanitize=${TESSARIN_SANITIZE}" -fno-omit-frame-pointer
