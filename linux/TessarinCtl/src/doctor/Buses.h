@@ -1,9 +1,13 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "linux_bus/Batch.h"
 #include "linux_bus/Connection.h"
@@ -43,7 +47,7 @@ struct Owner {
 cmn::bus::Result<std::optional<Owner>> OwnerOf(const std::shared_ptr<cmn::bus::Connection>& connection,
                                                const std::string& name, cmn::bus::Deadline deadline);
 
-// "" when there is none.
+// What the error says, else its name.
 std::string Words(const cmn::bus::Error& error);
 
 }  // namespace ctl

@@ -45,22 +45,25 @@ bool Doctor::runInTime(const std::function<void()>& task) {
             promise->set_value();
         });
     }).detach();
-    // What keeps to its deadline itself ends a moment after it.
-    const bool ended = end.wait_for(deadline_ + deadline_ / 4) == std::future_status::ready;
+    const bool ended = end.wait_for(deadline_) == std::future_status::ready;
     leftBehind_ = leftBehind_ || !ended;
     return ended;
 }
 
+// What keeps to its deadline itself ends a moment after it.
+cmn::bus::Deadline Doctor::endOfTask() const {
+    return cmn::bus::Clock::now() + deadline_ * 4 / 5;
+}
+
 Examined Doctor::examine(const Check& check) {
     const auto finding = std::make_shared<Finding>();
-    const bool ended = runInTime(
-        [finding, run = check.run, machine = machine_, deadline = cmn::bus::Clock::now() + deadline_] {
-            try {
-                *finding = run(*machine, deadline);
-            } catch (const std::exception& error) {
-                *finding = {Verdict::wrong, fmt::format("It could not be looked at: {}", error.what()), {}};
-            }
-        });
+    const bool ended = runInTime([finding, run = check.run, machine = machine_, deadline = endOfTask()] {
+        try {
+            *finding = run(*machine, deadline);
+        } catch (const std::exception& error) {
+            *finding = {Verdict::wrong, fmt::format("It could not be looked at: {}", error.what()), {}};
+        }
+    });
     return {&check,
             ended ? *finding
                   : Finding{Verdict::wrong, fmt::format("It gave no answer within {} ms", deadline_.count()),
@@ -72,14 +75,13 @@ std::string Doctor::mend(const Finding& finding) {
         return "there is nothing that could be done without an administrator's rights";
     }
     const auto failure = std::make_shared<std::string>();
-    const bool ended = runInTime(
-        [failure, mend = finding.mend, machine = machine_, deadline = cmn::bus::Clock::now() + deadline_] {
-            try {
-                mend(*machine, deadline);
-            } catch (const std::exception& error) {
-                *failure = error.what();
-            }
-        });
+    const bool ended = runInTime([failure, mend = finding.mend, machine = machine_, deadline = endOfTask()] {
+        try {
+            mend(*machine, deadline);
+        } catch (const std::exception& error) {
+            *failure = error.what();
+        }
+    });
     return ended ? *failure : "it gave no answer in time";
 }
 

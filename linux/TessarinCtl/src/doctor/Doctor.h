@@ -39,6 +39,7 @@ class Doctor {
  private:
     // False when it did not end in time.
     bool runInTime(const std::function<void()>& task);
+    cmn::bus::Deadline endOfTask() const;
 
     const std::shared_ptr<const Machine> machine_;
     const std::chrono::milliseconds deadline_;

@@ -79,7 +79,7 @@ std::optional<Place> LogPlaceOf(const Machine& machine) {
     return found == places.end() ? std::nullopt : std::optional(*found);
 }
 
-// "line 3, byte 17 of the file", as far as the reader's complaint says where.
+// " at byte 17 (line 3)", as far as the reader's complaint says where.
 std::string WhereItBreaks(const std::string& complaint, const fs::path& file) {
     constexpr std::string_view kOffset = " offs: ";
     const auto at = complaint.rfind(kOffset);
