@@ -76,7 +76,8 @@ class GnomeSession(_WaylandSession):
 
     def _leave_overview(self) -> bool:
         try:
-            return bool(self._evaluate("Main.overview.hide(); true")[0])
+            # It shows the overview when it has started, and a window there has no focus.
+            return self._evaluate("Main.overview.hide(); Main.layoutManager._startingUp || Main.overview.visible") == (True, "false")
         except BusError:
             return False  # it is still starting
 
