@@ -32,6 +32,7 @@ class FileManager:
     submenu: str = ""  # where the entry is
     selects: bool = False  # is given the file
     names_files: bool = True
+    lists_menus: bool = True
     says_what_shows: bool = True  # GTK 4 does not, of what is in its windows
 
 
@@ -39,7 +40,7 @@ FILE_MANAGERS = (
     FileManager("nautilus", "GNOME", ("nautilus", "--new-window", "--select"), "Scripts", selects=True, says_what_shows=False),
     FileManager("nemo", "X-Cinnamon", ("nemo",)),
     FileManager("caja", "MATE", ("caja", "--no-desktop"), "Scripts"),
-    FileManager("dolphin", "KDE", ("dolphin", "--new-window", "--select"), "Actions", selects=True),
+    FileManager("dolphin", "KDE", ("dolphin", "--new-window", "--select"), "Actions", selects=True, lists_menus=False),
     FileManager("thunar", "XFCE", ("thunar",), names_files=False),
 )
 
@@ -90,6 +91,41 @@ class ContextMenu:
         return self._reader.find(self._pid, self._manager.submenu, ("menu", "menu item"), self._manager.says_what_shows)
 
 
+class QtContextMenu:
+    """The programs of Qt 5 do not list such menus; they tell which item has the keyboard focus."""
+
+    def __init__(self, desktop: Desktop, reader: AccessibleDesktop, manager: FileManager, pid: int) -> None:
+        self._desktop = desktop
+        self._reader = reader
+        self._manager = manager
+        self._pid = pid
+        reader.watch_focus()
+
+    def open(self) -> None:
+        file = wait_for(lambda: self._reader.find(self._pid, _FILE, ("cell",)), _SECONDS, f"{_FILE} in the window", pause=0.2)
+        across, down = file.centre()
+        self._desktop.xdotool("mousemove", str(across), str(down), "click", "3")
+        names: list[str] = []
+
+        def reached() -> bool:
+            before = self._reader.focused
+            self._desktop.press("Right" if names[-1:] == [self._manager.submenu] else "Down")
+            try:
+                item = wait_for(lambda: self._reader.focused is not before and self._reader.focused, 2, "next item")
+                names.append(item.name if item.role == "menu item" else "")
+            except TimedOut:
+                pass  # the menu is still being opened
+            return names[-1:] == [_ENTRY]
+
+        try:
+            wait_for(reached, _SECONDS, "")
+        except TimedOut:
+            raise TimedOut(f"the menu of {_FILE} has no entry within {_SECONDS} s, but {names[:40]}") from None
+
+    def choose(self) -> None:
+        self._desktop.press("Return")
+
+
 def attempt(manager: FileManager, build: Path, shots: Path) -> str:
     """What happened, in words; empty when all went well."""
     with Desktop(screen="1000x700x24") as desktop:
@@ -112,7 +148,8 @@ def attempt(manager: FileManager, build: Path, shots: Path) -> str:
             try:
                 window = wait_for(lambda: desktop.visible_windows(process.pid), _SECONDS, "window", pause=0.2)[0]
                 desktop.activate_window(window)
-                menu = ContextMenu(desktop, reader, manager, process.pid)
+                kind = ContextMenu if manager.lists_menus else QtContextMenu
+                menu = kind(desktop, reader, manager, process.pid)
                 menu.open()
                 time.sleep(_PAINT_SECONDS)
                 desktop.screenshot(shots / f"{manager.name}.png")

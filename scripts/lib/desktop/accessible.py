@@ -8,6 +8,7 @@ from .session import Desktop
 
 ACCESSIBLE = "org.a11y.atspi.Accessible"
 _TEXT = "org.a11y.atspi.Text"
+_COMPONENT = "org.a11y.atspi.Component"
 _ACTION = "org.a11y.atspi.Action"
 ROOT = "/org/a11y/atspi/accessible/root"
 
@@ -58,6 +59,11 @@ class Node:
             yield child
             yield from child.below()
 
+    def centre(self) -> tuple[int, int]:
+        """On the screen, in pixels."""
+        left, top, width, height = self._bus.call(self._application, self.path, _COMPONENT, "GetExtents", "u", (0,))[0]
+        return left + width // 2, top + height // 2
+
     def act(self) -> None:
         """Does what a click on it does."""
         self._bus.call(self._application, self.path, _ACTION, "DoAction", "i", (0,))
@@ -76,6 +82,7 @@ class AccessibleDesktop:
 
     def __init__(self, desktop: Desktop) -> None:
         self._bus = Bus(accessibility_address(desktop))
+        self.focused: Optional[Node] = None  # what got the keyboard focus last
 
     def close(self) -> None:
         self._bus.close()
@@ -90,6 +97,16 @@ class AccessibleDesktop:
         except BusError:
             pass
         return None
+
+    def watch_focus(self) -> None:
+        """From now on `focused` is known."""
+        self._bus.listen_to_sources("org.a11y.atspi.Event.Object", "StateChanged", self._state_changed)
+        self._bus.call("org.a11y.atspi.Registry", "/org/a11y/atspi/registry", "org.a11y.atspi.Registry", "RegisterEvent", "s",
+                       ("object:state-changed:focused",))
+
+    def _state_changed(self, sender: str, path: str, arguments: tuple) -> None:
+        if arguments[:2] == ("focused", 1):
+            self.focused = Node(self._bus, sender, path)
 
     def _process(self, application: Node) -> int:
         return int(self._bus.call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",

@@ -29,6 +29,8 @@ class BusError(Exception):
 
 # Called with the arguments of a signal.
 Listener = Callable[[tuple], None]
+# The same with who sent it before: its bus name and the path of the object.
+SourceListener = Callable[[str, str, tuple], None]
 # What a served method gets: its arguments and the sender's bus name; it returns (signature, values).
 Method = Callable[[tuple, str], tuple[str, list]]
 
@@ -43,7 +45,7 @@ class Bus:
             raise BusError(_ERROR + "AuthFailed", address) from error
         self.unique_name: str = self._connection.unique_name
         self._methods: dict[tuple[str, str], Method] = {}
-        self._listeners: dict[tuple[str, str], Listener] = {}
+        self._listeners: dict[tuple[str, str], SourceListener] = {}
         self._received: "queue.Queue[Optional[Message]]" = queue.Queue()
         self._lock = threading.Lock()
         self._replies: Optional[dict[int, Future]] = {}  # by serial; nothing once the connection is lost
@@ -110,6 +112,9 @@ class Bus:
 
     def listen(self, interface: str, member: str, listener: Listener) -> None:
         """Signals of that name, whoever sends them."""
+        self.listen_to_sources(interface, member, lambda _sender, _path, arguments: listener(arguments))
+
+    def listen_to_sources(self, interface: str, member: str, listener: SourceListener) -> None:
         self._listeners[(interface, member)] = listener
         rule = MatchRule(type="signal", interface=interface, member=member)
         self.call(*_BUS, "AddMatch", "s", (rule.serialise(),))
@@ -146,7 +151,7 @@ class Bus:
             name = (fields.get(HeaderFields.interface, ""), fields[HeaderFields.member])
             if message.header.message_type is MessageType.signal:
                 if name in self._listeners:
-                    self._listeners[name](message.body)
+                    self._listeners[name](fields.get(HeaderFields.sender, ""), fields.get(HeaderFields.path, ""), message.body)
                 continue
             method = self._methods.get(name)
             if method is None:
