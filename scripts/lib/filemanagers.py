@@ -56,8 +56,7 @@ class ContextMenu:
 
     def open(self) -> None:
         if self._manager.names_files:
-            wait_for(lambda: self._reader.find(self._pid, _FILE, ("grid cell", "cell", "icon"), showing=False), _SECONDS,
-                     f"{_FILE} in the window", pause=0.2)
+            wait_for(self._file_is_there, 2 * _SECONDS, f"{_FILE} in the window", pause=0.2)
 
         def opened() -> bool:
             # The folder may still be read: then the menu is another one.
@@ -76,6 +75,15 @@ class ContextMenu:
         if submenu:
             submenu.act()
             wait_for(self._entry, _SECONDS, f"the entry below {self._manager.submenu}", pause=0.2)
+
+    def _file_is_there(self) -> bool:
+        try:
+            wait_for(lambda: self._reader.find(self._pid, _FILE, ("grid cell", "cell", "icon"), showing=False), 5, _FILE, pause=0.5)
+            return True
+        except TimedOut:
+            # Nautilus sometimes goes on loading for ever; then a user loads the folder again.
+            self._desktop.press("F5")
+            return False
 
     def choose(self) -> None:
         entry = self._entry()

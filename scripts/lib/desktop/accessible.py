@@ -13,7 +13,7 @@ _ACTION = "org.a11y.atspi.Action"
 ROOT = "/org/a11y/atspi/accessible/root"
 
 # Some programs have trees without end while they change.
-_MOST_NODES = 2000
+_MOST_NODES = 1000
 
 STATES = {"active": 1, "checked": 4, "enabled": 8, "showing": 25}
 
