@@ -20,7 +20,7 @@ endif()
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-res)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
-if(TESSARIN_ISAL)
+if(TESSARIN_ISAL OR TESSARIN_BUILD_BENCH)
     pkg_check_modules(ISAL REQUIRED IMPORTED_TARGET libisal)
 endif()
 
