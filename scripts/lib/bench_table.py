@@ -3,8 +3,9 @@
 Usage: bench_table.py RESULTS-FOLDER AIMS.json
 
 RESULTS-FOLDER holds Google Benchmark's JSON. A benchmark "ITEM/ours" is compared with every other "ITEM/PEER". The aims
-are by "ITEM/PEER" or "NAME over NAME"; a rate is the inverse of a time. Other JSON there is listed number by number, its
-aims are by "FILE/KEY/KEY"; counters of benchmarks with "_over_" in their name by "NAME/COUNTER". Ends with 1 when an aim is missed by more than a fifth, and when something went wrong.
+are by "ITEM/PEER" or "NAME over NAME"; a rate is the inverse of a time. Counters of benchmarks with "_over_" in their name
+are listed as they are, their aims are by "NAME/COUNTER"; other JSON there is listed number by number, its aims are by
+"FILE/KEY/KEY". Ends with 1 when an aim is missed by more than a fifth and when something went wrong.
 """
 
 import json
