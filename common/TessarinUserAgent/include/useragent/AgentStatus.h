@@ -63,7 +63,7 @@ using StatusSource = std::function<void(AgentStatus&)>;
 
 void RemoveAddresses(AgentStatus& status);
 
-// Members that are missing stay as they are; throws JsonException for one of another type.
+// Members that are missing stay as they are; one of another type throws as the readers of json.h do.
 void fromJson(const rapidjson::Value& value, AgentStatus& status);
 void toJson(cmn::proto::PrettyWriter& writer, const AgentStatus& status);
 
