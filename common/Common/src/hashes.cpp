@@ -12,7 +12,7 @@ namespace {
 
 // What is read is still in the processor's nearer memory when it is summed up; small enough for any thread's
 // stack.
-constexpr std::size_t kPiece = 32 * 1024;
+constexpr std::size_t kPiece = std::size_t{32} * 1024;
 
 }  // namespace
 
