@@ -265,6 +265,8 @@ TEST_F(RedactionTest, ASecretThatGoesOnInTheNextLineOfAMessageIsFound) {
 
 TEST(RedactionOfLogTest, WhatOnlyLooksLikeAPlaceIsText) {
     EXPECT_EQ(RedactedLog(Line("secret.docx:1 f -- b")), Line("<address-1>:1 f -- b"));
+    EXPECT_EQ(RedactedLog(Line("6f9619ff-8b86-d011-b42d-00c04fc964ffA.cpp:93 operator() -- b")),
+              Line("<uuid-1><address-1>:93 operator() -- b"));
     EXPECT_EQ(RedactedLog(Line("a.cpp:/home/secret f -- b")), Line("<address-1>:<path-1>"));
 }
 

@@ -35,7 +35,7 @@ std::size_t LengthOfStamp(std::string_view line) {
 // "Agent.cpp:93 operator() -- ": its length, 0 when there is none.
 std::size_t LengthOfPlace(std::string_view body) {
     constexpr std::string_view kSeparator = " -- ";
-    constexpr std::string_view kInNames = "_.+-~()<>=!&|*[]";
+    constexpr std::string_view kOfOperators = "+-~()<>=!&|*[]";
     constexpr std::size_t kLongest = 200;
     const auto end = body.substr(0, kLongest).find(kSeparator);
     if (end == std::string_view::npos)
@@ -48,14 +48,18 @@ std::size_t LengthOfPlace(std::string_view body) {
         return 0;
     const std::string_view file = place.substr(0, colon);
     const std::string_view number = place.substr(colon + 1, blank - colon - 1);
+    const auto isIdentifier = [](char c) {
+        return IsDigitOfLog(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+    };
     const auto isName = [&](char c) {
-        return IsDigitOfLog(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-               kInNames.find(c) != std::string_view::npos;
+        return isIdentifier(c) || kOfOperators.find(c) != std::string_view::npos;
     };
     const bool isSource = file.ends_with(".cpp") || file.ends_with(".h") || file.ends_with(".mm");
     const std::string_view function = place.substr(blank + 1);
     return isSource && std::all_of(number.begin(), number.end(), IsDigitOfLog) &&
-                   std::all_of(file.begin(), file.end(), isName) &&
+                   !IsDigitOfLog(file.front()) &&
+                   std::all_of(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(file.rfind('.')),
+                               isIdentifier) &&
                    std::all_of(function.begin(), function.end(), isName)
                ? end + kSeparator.size()
                : 0;
