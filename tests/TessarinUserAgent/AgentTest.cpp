@@ -14,6 +14,7 @@
 #include "support/FakeAccessibility.h"
 #include "support/FakeWindowList.h"
 #include "support/LogCapture.h"
+#include "support/SystemLogCapture.h"
 #include "useragent/Agent.h"
 #include "useragent/AgentNames.h"
 
@@ -303,6 +304,20 @@ TEST_F(AgentTest, AFailureAtAnyStepIsLoggedAndEndsWithCodeZeroWithoutMainLoop) {
         EXPECT_THAT(log.linesWith(std::string(" -- no ") + step), ElementsAre(StartsWith("[ERROR]"))) << step;
     }
     EXPECT_EQ(platform.desktop->observerCount(), 0);
+}
+
+TEST_F(AgentTest, AFailedStartIsToldToTheSystemLogToo) {
+    const fake::SystemLogCapture systemLog;
+    platform.failAt = "settings";
+    platform.failure = "no {} settings";
+    EXPECT_EQ(useragent::RunAgent(platform), 0);
+    EXPECT_THAT(systemLog.lines(), ElementsAre("TessarinUserAgent did not start -- no {} settings"));
+}
+
+TEST_F(AgentTest, AStartThatSucceedsIsNotToldToTheSystemLog) {
+    const fake::SystemLogCapture systemLog;
+    useragent::RunAgent(platform);
+    EXPECT_THAT(systemLog.lines(), ElementsAre());
 }
 
 TEST_F(AgentTest, TheCauseOfAFailureFollowsIt) {

@@ -361,7 +361,12 @@ TEST_F(AppDelegateTest, ARequestOpensOneWindowForTheFile) {
     open({"tessarin-scheme://showProperties?path=/home/u/a%20b.txt"});
     ASSERT_EQ(interface->windows.size(), 1U);
     ASSERT_NE(interface->windows[0]->controller, nullptr);
-    EXPECT_EQ(interface->windows[0]->controller->numberOfRows(), 1U);
+    const useragent::FileFiltersViewController& controller = *interface->windows[0]->controller;
+    EXPECT_EQ(controller.numberOfRows(), 1U);
+    ASSERT_EQ(controller.filtersArray().size(), 1U);
+    EXPECT_EQ(controller.filtersArray()[0].description("Name"), "Cards");
+    EXPECT_EQ(controller.fileName(), "/home/u/a b.txt");
+    EXPECT_TRUE(controller.isEncrypted());
     EXPECT_EQ(texts(0).fileNameLabel, "/home/u/a b.txt");
     EXPECT_EQ(texts(0).encryptionStatusLabel, "Status: Encrypted");
 }

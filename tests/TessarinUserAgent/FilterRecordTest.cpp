@@ -192,4 +192,12 @@ TEST(FilterRecordTest, ReadsNumbersAndTextAlike) {
     }
 }
 
+TEST(FilterRecordTest, GivesItsValuesAsTheyCame) {
+    const std::map<std::string, useragent::FilterValue> values{
+        {"MatchCount", std::int64_t{3}}, {"Name", "Cards"}, {"SensitiveType", true}, {"costUsd", 0.5}};
+    EXPECT_EQ(FilterRecord(values).values(), values);
+    EXPECT_EQ(FilterRecord(cmn::ScanRecord{{"MatchCount", "3"}}).values(),
+              (std::map<std::string, useragent::FilterValue>{{"MatchCount", "3"}}));
+}
+
 }  // namespace

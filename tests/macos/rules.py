@@ -142,7 +142,7 @@ CATALOGUE = (
          "return CFStringGetCString(string(), buffer, static_cast<CFIndex>(size), kUTF8);"),
     # Messaging
     rule("a connection has its options", TRANSPORT, "", "privileged) == NSXPCConnectionPrivileged",
-         "initWithMachServiceName:[NSString stringWithStdString:machServiceName] options:static_cast<NSXPCConnectionOptions>(options)"),
+         "initWithMachServiceName:ToNSString(machServiceName) options:static_cast<NSXPCConnectionOptions>(options)"),
     rule("each handler is called for its own event", CONNECTION, "MacXPCConnection::MacXPCConnection(",
          "connection_.invalidationHandler = ^{ callInvalidation(*handlers); };",
          "connection_.interruptionHandler = ^{ callInterruption(*handlers); };"),

@@ -3,13 +3,16 @@
 import json
 import plistlib
 import re
+import struct
 import sys
 import unittest
 import xml.etree.ElementTree as ET
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts/lib/macos"))
 
+import icon
 from sources import MACOS, PROJECT, texts
 
 BUNDLE = PROJECT / "build/macos/TessarinUserAgent.app/Contents"
@@ -50,6 +53,21 @@ class InformationPropertyList(unittest.TestCase):
         source = (PROJECT / "common/TessarinUserAgent/src/PropertiesURL.cpp").read_text()
         schemes = [scheme for kind in self.information["CFBundleURLTypes"] for scheme in kind["CFBundleURLSchemes"]]
         self.assertEqual(schemes, re.findall(r'"([\w-]+)://"', source))
+
+    def test_names_an_icon_with_a_picture_of_each_size(self) -> None:
+        file = BUNDLE / "Resources" / f"{self.information['CFBundleIconFile']}.icns"
+        data = file.read_bytes()
+        self.assertEqual(data, (RESOURCES / file.name).read_bytes())
+        pictures = icon.pictures_of(data)
+        self.assertEqual(set(pictures), set(icon.TYPES))
+        for size, picture in pictures.items():
+            # Signature, then the header with width and height.
+            self.assertEqual(picture[:16], b"\x89PNG\r\n\x1a\n\0\0\0\rIHDR")
+            self.assertEqual(struct.unpack_from(">II", picture, 16), (size, size))
+        self.assertEqual(icon.joined(pictures), data)
+        for broken in (data[:-1], b"icon" + data[4:], data[:8] + b"ic99" + data[12:]):
+            with self.assertRaises(ValueError):
+                icon.pictures_of(broken)
 
     def test_has_no_variable_left(self) -> None:
         self.assertNotIn("@", str(self.information))

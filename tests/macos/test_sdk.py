@@ -23,8 +23,8 @@ from used import ListError
 
 HEADERS = "Frameworks/{0}.framework/Headers/{0}.h"
 # By literals, subscripts and loops, not by name.
-COMPILER_CALLS = {"+arrayWithObjects:count:", "+dictionaryWithObjects:forKeys:count:", "+numberWithBool:", "objectAtIndexedSubscript:",
-                  "objectForKeyedSubscript:", "setObject:forKeyedSubscript:", "countByEnumeratingWithState:objects:count:"}
+COMPILER_CALLS = {"+arrayWithObjects:count:", "+dictionaryWithObjects:forKeys:count:", "+numberWithBool:", "+numberWithInteger:",
+                  "objectAtIndexedSubscript:", "objectForKeyedSubscript:", "setObject:forKeyedSubscript:", "countByEnumeratingWithState:objects:count:"}
 
 
 @functools.cache

@@ -85,6 +85,11 @@ class Storyboard(unittest.TestCase):
         second.set("id", first.get("id", ""))
         self.assertTrue(any("given twice" in one for one in self.findings(ET.tostring(document, encoding="unicode"))))
 
+    def test_headers_of_numbers_stand_at_the_right_as_the_numbers_do(self) -> None:
+        headers = {column.get("identifier"): column.find("tableHeaderCell").get("alignment")
+                   for column in ET.fromstring(self.text).iter("tableColumn")}
+        self.assertEqual(headers, {"Name": None, "SensitiveType": None, "Count": "right", "costUsd": "right"})
+
     def test_the_delegate_of_application_and_table_are_the_classes_that_adopt_the_protocols(self) -> None:
         document = ET.fromstring(self.text)
         elements = storyboard.by_id(document)

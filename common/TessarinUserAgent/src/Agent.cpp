@@ -148,6 +148,8 @@ int EndWithFailuresLogged(const std::function<int()>& run) {
     try {
         return run();
     } catch (const std::exception& error) {
+        // The log's own place may not be known yet.
+        cmn::SystemLog(std::string("TessarinUserAgent did not start -- ") + error.what());
         LogStartFailure(error);
         for (const std::string& cause : cmn::CausesOf(error)) {
             TLOG_ERROR("caused by: {}", cause);

@@ -81,6 +81,9 @@ class MacFileWatch final : public FileWatch {
 std::unique_ptr<FileWatch> CreateFileWatch(const std::filesystem::path& file, std::function<void()> handler) {
     @autoreleasepool {
         NSURL* const url = [NSURL fileURLWithStdString:file.string()];
+        if (url == nil) {
+            return nullptr;  // its name is not UTF-8
+        }
         ::FileWatch* const watch =
             [[::FileWatch alloc] initWithURL:url
                                 withDelegate:^{

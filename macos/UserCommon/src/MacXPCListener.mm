@@ -33,8 +33,7 @@
 namespace cmn {
 
 MacXPCListener::MacXPCListener(const std::string& machServiceName)
-    : listener_(
-          [[NSXPCListener alloc] initWithMachServiceName:[NSString stringWithStdString:machServiceName]]),
+    : listener_([[NSXPCListener alloc] initWithMachServiceName:ToNSString(machServiceName)]),
       listenerDelegate_(nil) {}
 
 MacXPCListener::~MacXPCListener() {

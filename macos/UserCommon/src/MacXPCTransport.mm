@@ -13,7 +13,7 @@ std::shared_ptr<XPCConnection> MacXPCTransport::createConnection(const std::stri
                                                                  XPCConnectionOptions options) {
     return WithStandardErrors("NSXPCConnection", [&] {
         return std::make_shared<MacXPCConnection>([[NSXPCConnection alloc]
-            initWithMachServiceName:[NSString stringWithStdString:machServiceName]
+            initWithMachServiceName:ToNSString(machServiceName)
                             options:static_cast<NSXPCConnectionOptions>(options)]);
     });
 }
