@@ -64,6 +64,7 @@ OBSERVER, ACCESSIBILITY = f"{AGENT}/accessibility/MacAXObserver.mm", f"{AGENT}/a
 ELEMENT, WINDOWS = f"{AGENT}/accessibility/MacAXElement.mm", f"{AGENT}/accessibility/MacWindowList.mm"
 DELEGATE, INTERFACE = f"{AGENT}/interface/AppDelegate.mm", f"{AGENT}/interface/AppKitInterface.mm"
 MENU, CONTENT = f"{AGENT}/interface/AppMenu.mm", f"{AGENT}/interface/FileFiltersViewController.mm"
+MAIN = f"{AGENT}/main.mm"
 PLATFORM, PANES = f"{AGENT}/MacAgentPlatform.mm", f"{AGENT}/permissions/MacSettingsPanes.mm"
 EXTENSION = f"{AGENT}/permissions/FinderSyncExtension.mm"
 DISPATCH, CONNECTION, LISTENER = f"{USER}/MacDispatch.mm", f"{USER}/MacXPCConnection.mm", f"{USER}/MacXPCListener.mm"
@@ -196,6 +197,9 @@ CATALOGUE = (
          "dispatch_source_set_cancel_handler(source, ^{ close(file); });", "self.source = source;", "dispatch_resume(source);",
          "dispatch_source_cancel(_source);"),
     # Application, status item, menu
+    rule("there is one agent in a session", MAIN, "int main(", "SessionLock lock(SessionLockFile());", "if (!lock.isHeld()) {",
+         "return 0;", "useragent::MacAgentPlatform platform(argc, argv);", "return useragent::RunAgent(platform);"),
+    rule("the lock is the user's", MAIN, "std::filesystem::path SessionLockFile()", "confstr(_CS_DARWIN_USER_DIR,"),
     rule("the signal that ends the agent stops the run loop of its thread", PLATFORM, "void StopCurrentRunLoop()",
          "CFRunLoopStop(CFRunLoopGetCurrent());"),
     rule("the signal wakes the main thread, whichever thread received it and whenever it came", PLATFORM, "void EndApplicationOnSigterm()",

@@ -71,6 +71,7 @@ EDITS = (
     (rules.CONTENT, "(self.totalRiskLabel, texts.totalRiskLabel)", "(self.totalRiskLabel, texts.totalSensetiveRiskLabel)",
      "every label shows its text"),
     (rules.PLATFORM, "    dispatch_resume(source);\n", "", "the signal wakes the main thread"),
+    (rules.MAIN, "if (!lock.isHeld()) {", "if (lock.isHeld()) {", "there is one agent"),
     (rules.PLATFORM, "if (!g_run) {", "if (g_run) {", "the signal wakes the main thread"),
     (rules.PLATFORM, "    EndApplicationOnSigterm();\n", "", "what the application needs"),
     (rules.PLATFORM, "    StayAwake();\n", "", "what the application needs"),
@@ -106,7 +107,7 @@ class Ends(unittest.TestCase):
     def test_are_all_looked_at(self) -> None:
         sources = [*(PROJECT / "macos").rglob("*.mm"), *(PROJECT / rules.COMMON).glob("*.mm")]
         # What these do is the platform's protocols and records, of which other tests know.
-        elsewhere = {"main.mm", "FilterRecords.mm", "FinderExtensionXPCInterface.mm", "UserAgentXPCInterface.mm", "MacXPCPeer.mm"}
+        elsewhere = {"FilterRecords.mm", "FinderExtensionXPCInterface.mm", "UserAgentXPCInterface.mm", "MacXPCPeer.mm"}
         ruled = {one.source for one in rules.CATALOGUE}
         self.assertEqual({path.name for path in sources if str(path.relative_to(PROJECT)) not in ruled}, elsewhere)
 
