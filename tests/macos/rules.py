@@ -285,3 +285,18 @@ def findings(read: Read, catalogue: tuple[Rule, ...] = CATALOGUE) -> list[str]:
                 break
             place = at + 1
     return found
+
+
+def blocks_in_references(text: list[str]) -> int:
+    """How many lambdas that refer to all variables around them hold a block: what the block uses of those may be gone when the block
+    is called, since it refers to them too."""
+    count = 0
+    for start in range(len(text) - 2):
+        if text[start:start + 2] == ["[", "&"] and text[start + 2] in ("]", ","):
+            begin = text.index("{", start)
+            depth, end = 1, begin + 1
+            while depth:
+                depth += {"{": 1, "}": -1}.get(text[end], 0)
+                end += 1
+            count += any(word == "^" and text[begin + place + 1] in "{(" for place, word in enumerate(text[begin:end - 1]))
+    return count

@@ -112,6 +112,17 @@ class Ends(unittest.TestCase):
         self.assertEqual({path.name for path in sources if str(path.relative_to(PROJECT)) not in ruled}, elsewhere)
 
 
+class Blocks(unittest.TestCase):
+    def test_hold_what_they_use_later(self) -> None:
+        sources = [*(PROJECT / "macos").rglob("*.mm"), *(PROJECT / rules.COMMON).glob("*.mm")]
+        self.assertEqual([path.name for path in sources if rules.blocks_in_references(rules.words(path.read_text()))], [])
+
+    def test_that_refer_are_noticed(self) -> None:
+        text = text_of(rules.AGENT_PROXY)
+        self.assertIn("[this, reply] {", text)
+        self.assertEqual(rules.blocks_in_references(rules.words(text.replace("[this, reply] {", "[&] {"))), 1)
+
+
 class Edits(unittest.TestCase):
     def test_that_break_a_behaviour_are_each_noticed_by_its_rule(self) -> None:
         for source, old, new, says in EDITS:

@@ -141,7 +141,7 @@ std::shared_ptr<XPCVersioning> MacXPCConnection::remoteObjectProxy(RemoteErrorHa
     }
     // Of any thread, also of one that has no pool.
     @autoreleasepool {
-        return WithStandardErrors("NSXPCConnection remoteObjectProxy", [&] {
+        return WithStandardErrors("NSXPCConnection remoteObjectProxy", [this, &interface, onError] {
             id const remote = [connection_ remoteObjectProxyWithErrorHandler:^(NSError* error) {
               if (onError) {
                   onError(ToRemoteError(error));

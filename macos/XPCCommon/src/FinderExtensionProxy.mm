@@ -41,7 +41,7 @@ UIVisibilityStatuses ToStatuses(NSDictionary* dictionary) {
 }  // namespace
 
 void FinderExtensionProxy::version(std::function<void(const std::string&)> reply) {
-    SendMessage("version:", [&] {
+    SendMessage("version:", [this, reply] {
         [remote_ version:^(NSString* version) {
           if (reply) {
               reply(ToStdString(version));
@@ -61,7 +61,7 @@ void FinderExtensionProxy::checkEncryptionStatus(const std::string& path,
 }
 
 void FinderExtensionProxy::decrypt(const std::string& path, std::function<void(std::int32_t)> reply) {
-    SendMessage("decrypt:withCompletion:", [&] {
+    SendMessage("decrypt:withCompletion:", [this, &path, reply] {
         [remote_ decrypt:ToNSString(path)
             withCompletion:^(int status) {
               if (reply) {
@@ -73,7 +73,7 @@ void FinderExtensionProxy::decrypt(const std::string& path, std::function<void(s
 
 void FinderExtensionProxy::getScanResult(const std::string& path,
                                          std::function<void(std::vector<ScanRecord>)> reply) {
-    SendMessage("getScanResult:withCompletion:", [&] {
+    SendMessage("getScanResult:withCompletion:", [this, &path, reply] {
         [remote_ getScanResult:ToNSString(path)
                 withCompletion:^(NSArray<NSDictionary*>* result) {
                   if (reply) {
@@ -84,7 +84,7 @@ void FinderExtensionProxy::getScanResult(const std::string& path,
 }
 
 void FinderExtensionProxy::allowedExtensions(std::function<void(const std::vector<std::string>&)> reply) {
-    SendMessage("allowedExtensionsWithCompletion:", [&] {
+    SendMessage("allowedExtensionsWithCompletion:", [this, reply] {
         [remote_ allowedExtensionsWithCompletion:^(NSArray<NSString*>* extensions) {
           NSArray* const array = Checked<NSArray>(extensions);
           if (reply) {
@@ -95,7 +95,7 @@ void FinderExtensionProxy::allowedExtensions(std::function<void(const std::vecto
 }
 
 void FinderExtensionProxy::checkFullDiskAccess(std::function<void(bool)> reply) {
-    SendMessage("checkFullDiskAccessWithCompletion:", [&] {
+    SendMessage("checkFullDiskAccessWithCompletion:", [this, reply] {
         [remote_ checkFullDiskAccessWithCompletion:^(BOOL granted) {
           if (reply) {
               reply(granted != NO);
@@ -105,7 +105,7 @@ void FinderExtensionProxy::checkFullDiskAccess(std::function<void(bool)> reply) 
 }
 
 void FinderExtensionProxy::getUIVisibilityStatuses(std::function<void(const UIVisibilityStatuses&)> reply) {
-    SendMessage("getUIVisibilityStatusesWithCompletion:", [&] {
+    SendMessage("getUIVisibilityStatusesWithCompletion:", [this, reply] {
         [remote_ getUIVisibilityStatusesWithCompletion:^(NSDictionary<NSString*, NSNumber*>* statuses) {
           if (reply) {
               reply(ToStatuses(statuses));

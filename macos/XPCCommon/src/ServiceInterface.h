@@ -35,6 +35,8 @@ class ServiceInterface final : public MacXPCInterface {
 };
 
 // Sends a message to a peer, on any thread: what the platform makes for it goes when it is sent.
+// `send` holds a reply by value: a block in a lambda that refers to a variable refers to it too, and is
+// called later.
 template <typename Action>
 void SendMessage(const char* message, const Action& send) {
     @autoreleasepool {

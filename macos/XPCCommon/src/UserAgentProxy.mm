@@ -1,7 +1,5 @@
 #import "UserAgentProxy.h"
 
-#include <utility>
-
 #import "ServiceInterface.h"
 #import "URLExtractorImpl.h"
 #import "common_mac/FoundationBridges.h"
@@ -9,7 +7,7 @@
 namespace cmn {
 
 void UserAgentProxy::version(std::function<void(const std::string&)> reply) {
-    SendMessage("version:", [&] {
+    SendMessage("version:", [this, reply] {
         [remote_ version:^(NSString* version) {
           if (reply) {
               reply(ToStdString(version));
@@ -20,8 +18,8 @@ void UserAgentProxy::version(std::function<void(const std::string&)> reply) {
 
 void UserAgentProxy::setURLExtractor(std::shared_ptr<URLExtractor> extractor,
                                      std::function<void(bool)> reply) {
-    SendMessage("setURLExtractor:reply:", [&] {
-        [remote_ setURLExtractor:[[URLExtractorImpl alloc] initWithDelegate:std::move(extractor)]
+    SendMessage("setURLExtractor:reply:", [this, extractor, reply] {
+        [remote_ setURLExtractor:[[URLExtractorImpl alloc] initWithDelegate:extractor]
                            reply:^(BOOL accepted) {
                              if (reply) {
                                  reply(accepted != NO);
@@ -41,7 +39,7 @@ void UserAgentProxy::sendURL(const std::string& url, const std::string& browser,
 }
 
 void URLExtractorProxy::getURL(const std::string& browser, std::function<void(const std::string&)> reply) {
-    SendMessage("getURL:reply:", [&] {
+    SendMessage("getURL:reply:", [this, &browser, reply] {
         [remote_ getURL:ToNSString(browser)
                   reply:^(NSURL* url) {
                     if (reply) {
