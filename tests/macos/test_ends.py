@@ -1,5 +1,5 @@
 """The macOS ends do what the portable classes count on: tests/macos/rules.py, and edits that each break a behaviour and that the
-rules notice. Every edit compiles."""
+rules notice."""
 
 import sys
 import unittest
