@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -195,9 +196,9 @@ TEST(FilterRecordTest, ReadsNumbersAndTextAlike) {
 TEST(FilterRecordTest, GivesItsValuesAsTheyCame) {
     const std::map<std::string, useragent::FilterValue> values{
         {"MatchCount", std::int64_t{3}}, {"Name", "Cards"}, {"SensitiveType", true}, {"costUsd", 0.5}};
-    EXPECT_EQ(FilterRecord(values).values(), values);
-    EXPECT_EQ(FilterRecord(cmn::ScanRecord{{"MatchCount", "3"}}).values(),
-              (std::map<std::string, useragent::FilterValue>{{"MatchCount", "3"}}));
+    EXPECT_THAT(FilterRecord(values).values(), testing::ElementsAreArray(values));
+    EXPECT_THAT(FilterRecord(cmn::ScanRecord{{"MatchCount", "3"}}).values(),
+                testing::ElementsAre(testing::Pair("MatchCount", useragent::FilterValue("3"))));
 }
 
 }  // namespace
