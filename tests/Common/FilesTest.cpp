@@ -217,7 +217,8 @@ TEST_F(FilesTest, ReportsAFileThatCannotBeHashed) {
 constexpr long kLargeFile = 128;  // mebibytes
 
 // How many mebibytes of memory `use` takes at its height, without the pages of its code.
-long MemoryOf(const std::function<void()>& use, const std::function<void()>& inSmall = [] {}) {
+long MemoryOf(
+    const std::function<void()>& use, const std::function<void()>& inSmall = [] {}) {
     const auto highest = [] {
         rusage usage{};
         getrusage(RUSAGE_SELF, &usage);
