@@ -209,7 +209,7 @@ CATALOGUE = (
     rule("the agent ends through the application", PLATFORM, "void EndApplication()", "[[NSApplication sharedApplication] terminate:nil];"),
     rule("the agent is not put to sleep", PLATFORM, "void StayAwake()", "static id activity;",
          "beginActivityWithOptions:NSActivityUserInitiatedAllowingIdleSystemSleep"),
-    rule("what the application needs is there before it runs", PLATFORM, "int MacAgentPlatform::runApplication()",
+    rule("what the application needs is there before it runs", PLATFORM, "int MacAgentPlatform::runApplication(StatusSource)",
          "setEnvironment:{accessibility(), dispatch(), transport()}]", "EndApplicationOnSigterm();", "StayAwake();",
          "return NSApplicationMain(argc_, argv_);"),
     rule("a storyboard without the scene gives no window", INTERFACE, "::FileFiltersViewController* LoadFileFiltersViewController()",
@@ -231,7 +231,7 @@ CATALOGUE = (
     rule("the status item has its menu, and its delegate first", INTERFACE, "std::shared_ptr<StatusItem> AppKitInterface::createStatusItem(",
          "statusItemWithLength:NSVariableStatusItemLength]", "delegate.statusItem = item;", "item.button.target = delegate;",
          "delegate.appMenu.delegate = delegate;", "item.menu = delegate.appMenu;"),
-    rule("the red image is the red one", INTERFACE, "NSString* NameOf(", 'image == StatusImage::menuIconRed ? @"MenuIconRed" : @"MenuIcon"'),
+    rule("the red image is the red one", INTERFACE, "NSString* NameOf(", 'return IsRed(image) ? @"MenuIconRed" : @"MenuIcon"'),
     rule("the status item is shown and hidden", INTERFACE, "", "item_.visible = visible ? YES : NO;"),
     rule("the timer ticks each so many seconds, again and again", INTERFACE, "void AppKitInterface::scheduleRepeatingTimer(",
          "scheduledTimerWithTimeInterval:static_cast<NSTimeInterval>(interval.count()) target:delegate "
