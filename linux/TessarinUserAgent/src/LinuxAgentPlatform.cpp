@@ -118,8 +118,8 @@ const std::shared_ptr<AtspiAccessibility>& LinuxAgentPlatform::atspi() {
         if (xWindows_) {
             settings.screen = {[windows = xWindows_](std::int32_t pid) { return WindowsOf(pid, *windows); },
                                [windows = polledWindows_] { return windows->isOutdated(); },
-                               [windows = xWindows_, loop = sessionBus_.loop](std::function<void()> changed) {
-                                   windows->tellChanges(loop, std::move(changed));
+                               [windows = xWindows_, loop = sessionBus_.loop](ScreenEvents told) {
+                                   windows->tellChanges(loop, std::move(told));
                                }};
         }
         accessibility_ =

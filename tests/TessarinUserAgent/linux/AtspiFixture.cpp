@@ -15,7 +15,7 @@ using useragent::AXValue;
 struct FakeScreen::State {
     std::mutex mutex;  // guards what follows
     useragent::OnScreen windows;
-    std::function<void()> changed;
+    useragent::ScreenEvents told;
     int timesAsked = 0;
 };
 
@@ -30,9 +30,9 @@ useragent::Screen FakeScreen::port() {
                 return state->windows;
             },
             {},
-            [state = state_](std::function<void()> changed) {
+            [state = state_](useragent::ScreenEvents told) {
                 const std::lock_guard lock(state->mutex);
-                state->changed = std::move(changed);
+                state->told = std::move(told);
             }};
 }
 
@@ -41,9 +41,18 @@ void FakeScreen::show(const std::vector<std::string>& titles, bool isInFront) {
     {
         const std::lock_guard lock(state_->mutex);
         state_->windows = {titles, isInFront};
-        changed = state_->changed;
+        changed = state_->told.changed;
     }
     changed();
+}
+
+void FakeScreen::retitle() {
+    std::function<void()> retitled;
+    {
+        const std::lock_guard lock(state_->mutex);
+        retitled = state_->told.retitled;
+    }
+    retitled();
 }
 
 int FakeScreen::timesAsked() const {

@@ -31,6 +31,8 @@ class FakeScreen {
     useragent::Screen port();
     // As when the window manager has put them in this order, front to back.
     void show(const std::vector<std::string>& titles, bool isInFront = false);
+    // As when some window has another title.
+    void retitle();
     int timesAsked() const;
 
  private:

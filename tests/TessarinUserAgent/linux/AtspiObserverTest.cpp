@@ -396,6 +396,28 @@ TEST_F(AtspiObserverTest, ItIsReadAlsoWhenTheWindowInFrontDoesNotSayThatItIsActi
     EXPECT_EQ(texts(), std::vector<std::string>{"restored"});
 }
 
+TEST_F(AtspiObserverTest, AFieldThatTellsNoChangesIsReadWhenAWindowGetsAnotherTitle) {
+    application.change(window.field, [](fake::AtspiNode& field) {
+        field.states = fake::kShowing | fake::kSingleLine;  // read-only, in a window that is not active
+    });
+    const auto observer = observeField();
+    application.change(window.field, [](fake::AtspiNode& field) { field.text = "next page"; });
+    screen.retitle();
+    ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
+    EXPECT_EQ(texts(), std::vector<std::string>{"next page"});
+}
+
+TEST_F(AtspiObserverTest, ATitleIsNoReasonToReadAFieldThatTellsItsChanges) {
+    const auto observer = observeField();
+    const int before = application.calls();
+    screen.retitle();
+    bool isOver = false;
+    dispatch->after(std::chrono::milliseconds(100), cmn::QueuePriority::normal,
+                    [&] { dispatch->asyncMain([&] { isOver = true; }); });
+    ASSERT_TRUE(fake::WaitFor([&] { return isOver; }));
+    EXPECT_EQ(application.calls(), before);
+}
+
 TEST_F(AtspiObserverTest, AFieldThatBecomesReadOnlyIsReadEachSecondFromThenOn) {
     application.change(window.frame, [](fake::AtspiNode& frame) { frame.states |= fake::kActive; });
     const auto field = observeField();

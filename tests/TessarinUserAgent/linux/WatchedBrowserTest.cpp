@@ -28,7 +28,7 @@ class Desk {
     useragent::Screen port() {
         return {[list = list_](std::int32_t pid) { return useragent::WindowsOf(pid, *list); },
                 [polled = polled_] { return polled->isOutdated(); },
-                [changed = changed_](std::function<void()> tell) { *changed = std::move(tell); }};
+                [changed = changed_](useragent::ScreenEvents told) { *changed = std::move(told.changed); }};
     }
     void show(std::vector<WindowInfo> frontToBack) {
         list_->set(std::move(frontToBack));

@@ -75,6 +75,7 @@ class Windows {
                  const std::string& value) {
         xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, window, atom(name), atom(type), 8,
                             static_cast<std::uint32_t>(value.size()), value.data());
+        sync();
     }
     // As a panel does for the user.
     void activate(xcb_window_t window) {
@@ -424,7 +425,8 @@ TEST_F(XcbWindowListTest, ComesBackWithTheServer) {
 TEST_F(XcbWindowListTest, TellsAnotherActiveWindowAnotherOrderAndAHiddenWindowAlsoOfTheNextServer) {
     std::atomic<int> told{0};
     const auto loop = std::make_shared<cmn::bus::Loop>();
-    list.tellChanges(loop, [&] { ++told; });
+    std::atomic<int> retitled{0};
+    list.tellChanges(loop, {[&] { ++told; }, [&] { ++retitled; }});
     for (const bool isFirst : {true, false}) {
         const auto one = windows->add("Navigator", "firefox");
         const auto other = windows->add("Navigator", "firefox");
@@ -446,6 +448,9 @@ TEST_F(XcbWindowListTest, TellsAnotherActiveWindowAnotherOrderAndAHiddenWindowAl
         before = told;
         windows->setState(one, {"_NET_WM_STATE_HIDDEN"});
         EXPECT_TRUE(fake::WaitFor([&] { return told > before; }));
+        before = retitled;
+        windows->setText(one, "_NET_WM_NAME", "UTF8_STRING", "Next page");
+        EXPECT_TRUE(fake::WaitFor([&] { return retitled > before; }));
         if (isFirst) {
             windows.reset();
             server.kill();

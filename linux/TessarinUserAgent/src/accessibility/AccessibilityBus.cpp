@@ -117,6 +117,13 @@ void AccessibilityBus::screenChanged() {
     }
 }
 
+void AccessibilityBus::screenRetitled() {
+    const std::lock_guard lock(mutex_);
+    if (session_) {
+        session_->watches->tellAll(&ApplicationWatch::screenRetitled);
+    }
+}
+
 // Only a polling cycle finds a browser, or another process of one, by its windows.
 void AccessibilityBus::lookEarlyIfOthersInFront() {
     {

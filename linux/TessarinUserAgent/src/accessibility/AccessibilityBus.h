@@ -40,6 +40,8 @@ class AccessibilityBus : public std::enable_shared_from_this<AccessibilityBus> {
 
     // Other windows are on screen, or in another order. Does not wait.
     void screenChanged();
+    // Some of them have other titles. Does not wait.
+    void screenRetitled();
 
     const std::shared_ptr<cmn::Dispatch>& dispatch() const { return surroundings_.dispatch; }
     cmn::bus::Deadline deadline() const { return cmn::bus::Clock::now() + settings_.callDeadline; }

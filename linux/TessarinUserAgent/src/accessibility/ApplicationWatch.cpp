@@ -208,6 +208,18 @@ void ApplicationWatch::screenChanged() {
           [](ApplicationWatch& self) { self.examineIfOthersOnScreen(); });
 }
 
+void ApplicationWatch::screenRetitled() {
+    bool isMute = false;
+    {
+        const std::lock_guard lock(mutex_);
+        isMute = !isGone_ && field_ && found_.field->isMute;
+    }
+    if (isMute) {  // others tell of each address
+        later(kQuietAfterWindowSignal, &ApplicationWatch::titleChanges_,
+              [](ApplicationWatch& self) { self.refresh(); });
+    }
+}
+
 // Other programs' windows change far more often than its own.
 void ApplicationWatch::examineIfOthersOnScreen() {
     std::vector<std::string> before;

@@ -54,6 +54,8 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     void refresh();
     // The same, after windows on screen have changed: not every program tells that one of its own has.
     void screenChanged();
+    // Windows have other titles, mostly because another page is in them.
+    void screenRetitled();
 
  private:
     AXError open();
@@ -79,6 +81,7 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
 
     int examinations_ = 0;  // asked for, the bus's thread only, as the next
     int screenChanges_ = 0;
+    int titleChanges_ = 0;
     int retries_ = 0;           // of one that did not find all
     bool isActivated_ = false;  // an activated window was announced, and not seen yet
 

@@ -13,11 +13,15 @@ AtspiAccessibility::AtspiAccessibility(std::shared_ptr<cmn::Dispatch> dispatch, 
     : bus_(std::make_shared<AccessibilityBus>(std::move(dispatch), std::move(loop), settings)),
       prompt_(std::make_shared<AccessibilityPrompt>(*bus_, settings.told)) {
     if (settings.screen.tellChanges) {
-        settings.screen.tellChanges([weak = std::weak_ptr(bus_)] {
-            if (const auto bus = weak.lock()) {
-                bus->screenChanged();
-            }
-        });
+        const auto telling = [weak = std::weak_ptr(bus_)](void (AccessibilityBus::*what)()) {
+            return [weak, what] {
+                if (const auto bus = weak.lock()) {
+                    ((*bus).*what)();
+                }
+            };
+        };
+        settings.screen.tellChanges(
+            {telling(&AccessibilityBus::screenChanged), telling(&AccessibilityBus::screenRetitled)});
     }
 }
 

@@ -20,6 +20,12 @@ struct OnScreen {
     bool isInFront = false;           // whether the first of them is in front of all others
 };
 
+// What is told of the windows on screen. Called on any thread; do not wait.
+struct ScreenEvents {
+    std::function<void()> changed;   // windows have come, gone, were hidden or shown, or changed their order
+    std::function<void()> retitled;  // some have other titles
+};
+
 // What is known of the windows on screen beside what their programs say. Any thread.
 struct Screen {
     // Of that process; nothing when it cannot be told. Waits as long as a window list does.
@@ -27,8 +33,7 @@ struct Screen {
     // Whether a program came to the front, or another process of one, that the last polling cycle did not see
     // there. Waits as long.
     std::function<bool()> hasOthersInFront;
-    // From now on calls `changed`, which does not wait, when windows have come, gone or changed their order.
-    std::function<void(std::function<void()> changed)> tellChanges;
+    std::function<void(ScreenEvents)> tellChanges;  // from now on
 };
 
 // Where the accessibility end finds its buses and how long it waits.

@@ -210,17 +210,18 @@ int XcbConnection::descriptor() const {
     return xcb_get_file_descriptor(connection_);
 }
 
-std::optional<bool> XcbConnection::hasReordered() {
-    bool reordered = false;
+std::optional<XcbConnection::Changes> XcbConnection::changes() {
+    Changes changes;
     while (xcb_generic_event_t* const event = xcb_poll_for_event(connection_)) {
         if (event->response_type == XCB_PROPERTY_NOTIFY) {
             const xcb_atom_t changed = reinterpret_cast<const xcb_property_notify_event_t*>(event)->atom;
-            reordered |= changed == atom(Atom::activeWindow) || changed == atom(Atom::clientListStacking) ||
-                         changed == atom(Atom::wmState);
+            changes.ofOrder |= changed == atom(Atom::activeWindow) ||
+                               changed == atom(Atom::clientListStacking) || changed == atom(Atom::wmState);
+            changes.ofTitles |= changed == atom(Atom::wmName) || changed == XCB_ATOM_WM_NAME;
         }
         std::free(event);
     }
-    return xcb_connection_has_error(connection_) == 0 ? std::optional(reordered) : std::nullopt;
+    return xcb_connection_has_error(connection_) == 0 ? std::optional(changes) : std::nullopt;
 }
 
 bool XcbConnection::hasHeard() {

@@ -73,12 +73,14 @@ class XcbConnection {
     // connection is of no more use then.
     std::optional<std::vector<Property>> ask(const std::vector<Question>& questions, Deadline deadline);
 
-    // To be listened at for `hasReordered`.
+    // To be listened at for `changes`.
     int descriptor() const;
-    // Whether it was told that another window is active, the list of windows is another one, or one of those
-    // that it listens to is in another state, since this was asked last. Does not wait. Nothing when the
-    // server is gone.
-    std::optional<bool> hasReordered();
+    // What it was told since this was asked last. Does not wait. Nothing when the server is gone.
+    struct Changes {
+        bool ofOrder = false;   // another window is active, the list is another one, or a window's state is
+        bool ofTitles = false;  // of windows that it listens to
+    };
+    std::optional<Changes> changes();
 
     // From now on changes of these windows and their properties are told.
     void listenTo(const std::vector<xcb_window_t>& windows);

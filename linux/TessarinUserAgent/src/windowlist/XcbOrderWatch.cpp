@@ -3,10 +3,9 @@
 namespace useragent {
 
 std::shared_ptr<XcbOrderWatch> XcbOrderWatch::begin(std::unique_ptr<XcbConnection> connection,
-                                                    std::shared_ptr<cmn::bus::Loop> loop,
-                                                    std::function<void()> changed) {
+                                                    std::shared_ptr<cmn::bus::Loop> loop, ScreenEvents told) {
     std::shared_ptr<XcbOrderWatch> self(
-        new XcbOrderWatch(std::move(connection), std::move(loop), std::move(changed)));
+        new XcbOrderWatch(std::move(connection), std::move(loop), std::move(told)));
     self->connection_->listenTo({self->connection_->root()});
     // In the loop, where it is read from then on.
     self->loop_->post([self] {
@@ -24,11 +23,16 @@ XcbOrderWatch::~XcbOrderWatch() {
 }
 
 void XcbOrderWatch::read() {
-    const auto reordered = connection_->hasReordered();
-    if (!reordered) {
+    const auto changes = connection_->changes();
+    if (!changes) {
         stop();
-    } else if (*reordered) {
-        changed_();
+        return;
+    }
+    if (changes->ofOrder) {
+        told_.changed();
+    }
+    if (changes->ofTitles) {
+        told_.retitled();
     }
 }
 

@@ -77,7 +77,7 @@ struct XcbWindowList::Parts {
     const std::chrono::milliseconds callDeadline;
     std::unique_ptr<XcbConnection> connection;
     std::shared_ptr<cmn::bus::Loop> loop;  // null while nobody wants to hear of changes
-    std::function<void()> changed;
+    ScreenEvents told;
     std::shared_ptr<XcbOrderWatch> orderWatch;  // on a connection of its own
     std::vector<xcb_window_t> listed;           // by the last read that succeeded, back to front
     std::vector<WindowInfo> windows;            // what it gave
@@ -147,7 +147,7 @@ std::optional<std::vector<WindowInfo>> XcbWindowList::Parts::read(Deadline deadl
     }
     if (loop && !orderWatch) {
         if (auto other = connector.connect(deadline)) {
-            orderWatch = XcbOrderWatch::begin(std::move(other), loop, changed);
+            orderWatch = XcbOrderWatch::begin(std::move(other), loop, told);
         }
     }
     if (orderWatch) {
@@ -199,10 +199,10 @@ XcbWindowList::XcbWindowList(std::string display, std::chrono::milliseconds call
 
 XcbWindowList::~XcbWindowList() = default;
 
-void XcbWindowList::tellChanges(std::shared_ptr<cmn::bus::Loop> loop, std::function<void()> changed) {
+void XcbWindowList::tellChanges(std::shared_ptr<cmn::bus::Loop> loop, ScreenEvents told) {
     const std::lock_guard lock(mutex_);
     parts_->loop = std::move(loop);
-    parts_->changed = std::move(changed);
+    parts_->told = std::move(told);
 }
 
 std::optional<std::vector<WindowInfo>> XcbWindowList::copyOnScreenWindows() {

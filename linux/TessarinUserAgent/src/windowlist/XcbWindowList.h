@@ -1,11 +1,11 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 
+#include "accessibility/AtspiSettings.h"
 #include "linux_bus/Loop.h"
 #include "useragent/Deadlines.h"
 #include "useragent/WindowList.h"
@@ -23,9 +23,10 @@ class XcbWindowList final : public WindowList {
 
     std::optional<std::vector<WindowInfo>> copyOnScreenWindows() override;
 
-    // From the next list on calls `changed` in the loop's thread when another window is active, one is hidden
-    // or shown, or they are in another order; again after the server was away. To be called once.
-    void tellChanges(std::shared_ptr<cmn::bus::Loop> loop, std::function<void()> changed);
+    // From the next list on calls `told` in the loop's thread when another window is active, one is hidden or
+    // shown, they are in another order, or have other titles; again after the server was away. To be called
+    // once.
+    void tellChanges(std::shared_ptr<cmn::bus::Loop> loop, ScreenEvents told);
 
  private:
     struct Parts;
