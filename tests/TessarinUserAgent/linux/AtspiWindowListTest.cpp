@@ -52,6 +52,11 @@ class AtspiWindowListTest : public AtspiFixture {
     explicit AtspiWindowListTest(std::chrono::milliseconds callDeadline = std::chrono::seconds(1))
         : AtspiFixture(callDeadline) {}
 
+    // Sooner or later: a busy machine may need longer than one deadline for the first answers.
+    bool lists(const std::vector<std::string>& expected) {
+        return fake::WaitFor([&] { return owners() == expected; });
+    }
+
     // "owner pid", in order.
     std::optional<std::vector<std::string>> owners() {
         const auto windows = list->copyOnScreenWindows();
@@ -270,7 +275,7 @@ TEST_F(AtspiWindowListTest, AStoppedEditorHidesNoHealthyBrowser) {
     browser.addWindow("Page", "start");
     desktop.registerApplication(browser.busName());
     stopped.stop();
-    EXPECT_EQ(owners(), std::vector{own("Firefox")});
+    ASSERT_TRUE(lists({own("Firefox")}));
     EXPECT_EQ(owners(), std::vector{own("Firefox")});
     EXPECT_EQ(log.count("does not answer"), 1U);
 }
@@ -293,7 +298,7 @@ TEST_F(AtspiWindowListTest, KeepsTheWindowsOfAnApplicationThatAnswersOnlyInPart)
     desktop.registerApplication(browser.busName());
     for (const char* const member : {"GetMatches", "GetState", "GetChildren"}) {
         browser.setSelects(std::string(member) == "GetMatches");
-        EXPECT_EQ(owners(), std::vector{own("Firefox")});
+        ASSERT_TRUE(lists({own("Firefox")}));
         browser.overrideMethod(member,
                                [](const QDBusMessage&) -> std::unique_ptr<QDBusMessage> { return nullptr; });
         EXPECT_EQ(owners(), std::vector{own("Firefox")}) << member;
@@ -305,7 +310,7 @@ TEST_F(AtspiWindowListTest, AFrozenSessionBusChangesNothing) {
     nameApplication(browser, "Firefox");
     browser.addWindow("Page", "start");
     desktop.registerApplication(browser.busName());
-    EXPECT_EQ(owners(), std::vector{own("Firefox")});
+    ASSERT_TRUE(lists({own("Firefox")}));
     desktop.sessionBus.freeze();
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(owners(), std::vector{own("Firefox")});
@@ -316,7 +321,7 @@ TEST_F(AtspiWindowListTest, IsAbsentWhileTheBusOrTheRegistryDoesNotAnswer) {
     nameApplication(browser, "Firefox");
     browser.addWindow("Page", "start");
     desktop.registerApplication(browser.busName());
-    EXPECT_EQ(owners(), std::vector{own("Firefox")});
+    ASSERT_TRUE(lists({own("Firefox")}));
     desktop.accessibilityBus.freeze();
     EXPECT_EQ(owners(), std::nullopt);
     desktop.accessibilityBus.thaw();
