@@ -39,6 +39,11 @@ TEST(MainWindow, OfSeveralThatClaimToBeActiveIsTheFrontMostOnScreen) {
     EXPECT_EQ(ChooseMainWindow({kActiveFrame, alsoActive}, "/8", ""), 1);
 }
 
+TEST(MainWindow, BehindAnotherProgramIsTheFrontMostWhateverClaimsToBeActive) {
+    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond, kActiveFrame}, "/3", "second", true), 1);
+    EXPECT_EQ(ChooseMainWindow({kFirst, kSecond, kActiveFrame}, "", "of none of them", true), 2);
+}
+
 TEST(MainWindow, IsTheFrontMostAlsoWhenItsTitleOnScreenIsShorter) {
     const TopLevel isPrivate{"/11", 23, kInactive, "page - Browser (Private)"};
     EXPECT_EQ(ChooseMainWindow({kFirst, isPrivate}, "/1", "page - Browser"), 1);

@@ -257,6 +257,10 @@ void ApplicationWatch::examine(const std::string& frontTitle) {
     }
     const std::vector<std::string> titles = titlesOnScreen();
     known.frontTitle = frontTitle.empty() && !titles.empty() ? titles.front() : frontTitle;
+    {
+        const std::lock_guard lock(mutex_);
+        known.isCovered = !titles.empty() && !onScreen_.isInFront;
+    }
     WindowSearch::Found found;
     const AXError outcome = WindowSearch(session, pid_, busName_).run(known, found);
     if (outcome == AXError::cannotComplete) {

@@ -1,5 +1,6 @@
 #include "accessibility/MainWindow.h"
 
+#include <algorithm>
 #include <tuple>
 
 namespace useragent {
@@ -14,9 +15,13 @@ bool HasTitle(const std::string& title, const std::string& onScreen) {
 }
 
 std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows, const std::string& lastMain,
-                                            const std::string& frontTitle) {
+                                            const std::string& frontTitle, bool isInFrontOfAll) {
+    const bool isFrontKnown =
+        isInFrontOfAll && std::any_of(windows.begin(), windows.end(), [&](const auto& one) {
+            return IsCandidate(one) && HasTitle(one.title, frontTitle);
+        });
     const auto rank = [&](const TopLevel& window) {
-        return std::tuple(atspi::Has(window.states, atspi::State::active),
+        return std::tuple(!isFrontKnown && atspi::Has(window.states, atspi::State::active),
                           atspi::Has(window.states, atspi::State::showing) &&
                               !atspi::Has(window.states, atspi::State::iconified),
                           HasTitle(window.title, frontTitle), window.path == lastMain);

@@ -21,6 +21,7 @@ class WindowSearch {
     struct Known {
         std::string mainWindow;  // its path; empty when there was none
         std::string frontTitle;  // of the front-most window on screen; empty when not known
+        bool isCovered = false;  // another program's window is in front of that
         std::map<std::string, AddressField> fields;  // by the path of the window
         std::map<std::string, AddressField> pages;   // that fill their window now, in the place of its field
     };
