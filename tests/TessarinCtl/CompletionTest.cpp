@@ -16,11 +16,11 @@ using testing::HasSubstr;
 
 // What the shell offers for the last of these words, sorted.
 std::vector<std::string> Offered(const std::string& words) {
-    fake::ChildProcess shell({"bash", "--norc", "-c",
-                              "PATH=${0%/*}:$PATH; source \"$1\"; eval \"COMP_WORDS=(tessarinctl $2)\"; "
-                              "COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tessarinctl tessarinctl; "
-                              "printf '%s\\n' \"${COMPREPLY[@]}\" | LC_ALL=C sort",
-                              TESSARIN_CTL, TESSARIN_COMPLETION, words});
+    const std::string script =
+        "PATH=${0%/*}:$PATH; source \"$1\"; eval \"COMP_WORDS=(tessarinctl $2)\"; "
+        "COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tessarinctl tessarinctl; "
+        "printf '%s\\n' \"${COMPREPLY[@]}\" | LC_ALL=C sort";
+    fake::ChildProcess shell({"bash", "--norc", "-c", script, TESSARIN_CTL, TESSARIN_COMPLETION, words});
     shell.closeInput();
     std::vector<std::string> offered;
     while (const auto line = shell.readLine()) {

@@ -10,8 +10,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using fake::CtlRun;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 class LogsCommandTest : public fake::CtlWorld {
  protected:

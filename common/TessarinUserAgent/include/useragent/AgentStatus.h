@@ -10,6 +10,14 @@
 
 namespace useragent {
 
+// Not within the status: there it could not be made before the status is complete, which an optional asks
+// for.
+struct ReportOfAgent {
+    std::string browser;
+    std::uint64_t secondsAgo = 0;
+    std::string address;
+};
+
 // How an agent is, as it tells others of the same user: in JSON, with the names of the members as keys. Times
 // are whole seconds that have passed. Addresses are empty unless they were asked for.
 struct AgentStatus {
@@ -29,11 +37,7 @@ struct AgentStatus {
         std::optional<std::uint64_t> readForSeconds;
         std::string address;
     };
-    struct Report {
-        std::string browser;
-        std::uint64_t secondsAgo = 0;
-        std::string address;
-    };
+    using Report = ReportOfAgent;
 
     std::string version;
     std::int32_t pid = 0;

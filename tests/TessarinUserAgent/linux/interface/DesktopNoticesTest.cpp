@@ -13,7 +13,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 class DesktopNoticesTest : public testing::Test {
  protected:
