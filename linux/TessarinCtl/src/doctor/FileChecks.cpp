@@ -25,8 +25,8 @@ namespace {
 namespace bus = cmn::bus;
 namespace fs = std::filesystem;
 
-constexpr std::uintmax_t kLeastSpace = 1U << 20;                      // bytes
-constexpr std::uintmax_t kSpaceOfLog = std::uintmax_t{2 * 15} << 20;  // two files
+constexpr std::uintmax_t kLeastSpace = 1U << 20;   // bytes
+constexpr std::uintmax_t kSpaceOfLog = 30U << 20;  // two files of 15 MiB
 constexpr std::chrono::minutes kClockTolerance{5};
 
 bool IsAccessible(const fs::path& path, int mode) {
