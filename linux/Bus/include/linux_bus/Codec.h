@@ -91,6 +91,20 @@ constexpr Text<A + B> operator+(const Text<A>& a, const Text<B>& b) {
 // What a text, a container or a variant takes beside its contents, at most.
 inline constexpr std::size_t kAround = 8;
 
+// What is read in place of an element: texts are seen where they are.
+template <typename T>
+struct Raw {
+    using Type = T;
+};
+template <>
+struct Raw<std::string> {
+    using Type = std::string_view;
+};
+template <typename Key, typename Value>
+struct Raw<std::pair<Key, Value>> {
+    using Type = std::pair<typename Raw<Key>::Type, typename Raw<Value>::Type>;
+};
+
 // Characters that cannot travel are replaced.
 bool AppendText(const Writer& to, const std::string& text);
 bool ReadText(Reader& from, char type, std::string_view& text);
@@ -212,11 +226,15 @@ struct ContainerCodec {
         }
         int atEnd = 0;
         while ((atEnd = sd_bus_message_at_end(from.message, 0)) == 0) {
-            Element element{};
-            if (!Codec<Element>::read(from, element)) {
+            typename detail::Raw<Element>::Type element{};
+            if (!Codec<decltype(element)>::read(from, element)) {
                 return false;
             }
-            values.insert(values.end(), std::move(element));
+            if constexpr (requires { values.emplace_hint(values.end(), std::move(element)); }) {
+                values.emplace_hint(values.end(), std::move(element));
+            } else {
+                values.emplace(values.end(), std::move(element));
+            }
         }
         return atEnd > 0 && from.exit();
     }
