@@ -15,6 +15,8 @@ ROOT = "/org/a11y/atspi/accessible/root"
 # Some programs have trees without end while they change.
 _MOST_NODES = 1000
 
+_PAGES = ("document web", "document frame")
+
 STATES = {"active": 1, "checked": 4, "enabled": 8, "showing": 25}
 
 
@@ -54,10 +56,12 @@ class Node:
     def children(self) -> list["Node"]:
         return [Node(self._bus, application, path) for application, path in self._call("GetChildren")[0]]
 
-    def below(self) -> Iterator["Node"]:
+    def below(self, except_in: tuple[str, ...] = ()) -> Iterator["Node"]:
+        """All nodes below it, but not those inside objects of these roles."""
         for child in self.children():
             yield child
-            yield from child.below()
+            if not except_in or child.role not in except_in:
+                yield from child.below(except_in)
 
     def centre(self) -> tuple[int, int]:
         """On the screen, in pixels."""
@@ -97,6 +101,20 @@ class AccessibleDesktop:
         except BusError:
             pass
         return None
+
+    def fields_in_words(self, pid: int) -> list[str]:
+        """Each window of an application with its text fields, a line each; what is in pages is left out."""
+        lines = []
+        try:
+            for application in Node(self._bus, "org.a11y.atspi.Registry", ROOT).children():
+                for window in application.children() if self._process(application) == pid else ():
+                    states = "".join(f", {state}" for state in ("active", "showing") if window.has_state(state))
+                    lines.append(f"{window.role} {window.name!r}{states}")
+                    lines += [f"    {node.path} {node.name!r}: {node.text!r}"
+                              for node in islice(window.below(_PAGES), _MOST_NODES) if node.role in ("entry", "text")]
+        except BusError as error:
+            lines.append(f"(it changes: {error})")
+        return lines
 
     def watch_focus(self) -> None:
         """From now on `focused` is known."""

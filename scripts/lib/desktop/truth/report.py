@@ -18,6 +18,7 @@ def fault_text(steps: Sequence[Step], step: Step, seed: int) -> str:
              f"    answer:         {step.answer!r}",
              f"    last report:    {said}",
              f"    steps so far:   {', '.join(map(str, steps[max(0, step.number - 1 - _HISTORY):step.number - 1])) or 'none'}"]
+    lines += ["    windows, front-most first, and what the browsers show of theirs:", *(f"        {line}" for line in step.seen)]
     log = step.log[-_LOG_LINES:]
     lines.append(f"    the agent's log of the step ({len(step.log)} lines, the last {len(log)}):")
     lines += [f"        {line}" for line in log]

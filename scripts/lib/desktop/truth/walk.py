@@ -5,6 +5,7 @@ import time
 from dataclasses import dataclass, field
 from typing import Optional, Sequence
 
+from ..accessible import AccessibleDesktop
 from ..agent import Agent
 from ..processes import TimedOut
 from ..session import Desktop
@@ -48,6 +49,7 @@ class Step:
     front: str = ""  # what was in front after it, in words
     report: Optional[Report] = None
     log: list[str] = field(default_factory=list)
+    seen: list[str] = field(default_factory=list)  # of a wrong one: the windows on the screen, and what the browsers show
     told: bool = False  # its fault was printed
 
     def __str__(self) -> str:
@@ -88,6 +90,7 @@ class Walk:
         self.lost: list[str] = []  # why it was started over, each time
         self._agent = agent
         self._log = LogTail(agent)
+        self._accessible = AccessibleDesktop(desktop)
         self.daemon = daemon
         self.pages = WalkPages()
         self.browsers: list[JudgedBrowser] = [BROWSERS[browser](desktop, seat, number) for number in (1, 2)]
@@ -103,6 +106,7 @@ class Walk:
     def close(self) -> None:
         self.observer.close()
         self.pages.close()
+        self._accessible.close()
 
     def begin(self) -> None:
         """Browser and agent run on return, and the agent has answered right once."""
@@ -218,3 +222,8 @@ class Walk:
         step.front = self.hands.front_in_words(scene)
         step.report = self.daemon.last_report(self.browsers[0].name)
         step.log += self._log.lines()
+        if fault:
+            step.seen = [str(window) for window in scene.windows]
+            for browser in self.browsers:
+                step.seen += self._accessible.fields_in_words(browser.pid) if browser.running else []
+
