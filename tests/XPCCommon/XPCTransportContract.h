@@ -8,6 +8,7 @@
 #include <ostream>
 #include <string>
 
+#include "support/Recorder.h"
 #include "usercommon/Dispatch.h"
 #include "usercommon/XPCServer.h"
 
@@ -43,7 +44,28 @@ struct TransportFactory {
     }
 };
 
+class ContractService;
+class ContractClient;
+using ContractText = std::function<void(const std::string&)>;
+using ContractEvents = fake::Recorder<std::string>;
+
 class XPCTransportContractTest : public testing::TestWithParam<TransportFactory> {
  protected:
-    const std::unique_ptr<TransportUnderTest> ends = GetParam().make();
+    XPCTransportContractTest();
+    ~XPCTransportContractTest() override;
+
+    ContractClient resume() const;
+    // Resumed, and known to reach the service.
+    ContractClient connect() const;
+    ContractClient startAndConnect() const;
+    // Whether the service answers, in its order behind what was sent before.
+    bool answers(const ContractClient& client) const;
+    template <typename T>
+    bool reaches(const fake::Recorder<T>& recorder, std::size_t count) const {
+        return ends->reaches([&] { return recorder.count() >= count; });
+    }
+
+    const std::unique_ptr<TransportUnderTest> ends;
+    const std::shared_ptr<ContractService> service;  // not started yet
+    const fake::Recorder<ContractText> held;         // what a service answers with that waits
 };

@@ -21,7 +21,7 @@ using testing::SizeIs;
 
 constexpr const char* kContractName = "com.example.Contract";
 
-using ContractText = std::function<void(const std::string&)>;
+}  // namespace
 
 // The service. Its hooks run in the message.
 class ContractService : public cmn::XPCServer, public cmn::UserAgentProtocol {
@@ -82,9 +82,6 @@ class ContractExtractor : public cmn::URLExtractor {
     const fake::Recorder<std::thread::id> threads;
 };
 
-// What a client is told: "invalidated", "interrupted", "error" and what its replies say.
-using Events = fake::Recorder<std::string>;
-
 class ContractClient {
  public:
     explicit ContractClient(TransportUnderTest& ends) {
@@ -102,61 +99,46 @@ class ContractClient {
     void send(const std::string& text) const { service()->sendURL(text, "", 0); }
     void askVersion() const { service()->version(events); }
 
-    const Events events;
+    const ContractEvents events;  // "invalidated", "interrupted", "error" and what its replies say
     std::shared_ptr<cmn::XPCConnection> connection;
 };
 
-// Services and clients over one transport.
-class Contract {
- public:
-    explicit Contract(TransportUnderTest& transport) : ends_(transport) {}
-    ~Contract() {
-        for (const auto& service : services_) {
-            service->stop();
-            service->extractors.clear();  // they own their connection, which owns the service
-        }
-    }
-    Contract(const Contract&) = delete;
-    Contract& operator=(const Contract&) = delete;
+XPCTransportContractTest::XPCTransportContractTest()
+    : ends(GetParam().make()),
+      service(std::make_shared<ContractService>(ends->transport(), ends->interface())) {}
 
-    std::shared_ptr<ContractService> makeService() {
-        return services_.emplace_back(
-            std::make_shared<ContractService>(ends_.transport(), ends_.interface()));
-    }
-    std::shared_ptr<ContractService> startService() {
-        const auto service = makeService();
-        ends_.start(*service);
-        return service;
-    }
-    ContractClient resume() const {
-        ContractClient client(ends_);
-        client.connection->resume();
-        return client;
-    }
-    // Resumed, and known to reach the service.
-    ContractClient connect() const {
-        ContractClient client = resume();
-        EXPECT_TRUE(answers(client));
-        return client;
-    }
-    // Whether the service answers, in its order behind what was sent before.
-    bool answers(const ContractClient& client) const {
-        const Events answer;
-        std::dynamic_pointer_cast<cmn::UserAgentProtocol>(
-            client.connection->remoteObjectProxy([answer](const cmn::RemoteError&) { answer.add("error"); }))
-            ->setURLExtractor(nullptr, [answer](bool) { answer.add("answered"); });
-        EXPECT_TRUE(reaches(answer, 1));
-        return answer.last() == "answered";
-    }
-    template <typename T>
-    bool reaches(const fake::Recorder<T>& recorder, std::size_t count) const {
-        return ends_.reaches([&] { return recorder.count() >= count; });
-    }
+XPCTransportContractTest::~XPCTransportContractTest() {
+    service->stop();
+    service->extractors.clear();  // they own their connection, which owns the service
+}
 
- private:
-    TransportUnderTest& ends_;
-    std::vector<std::shared_ptr<ContractService>> services_;
-};
+ContractClient XPCTransportContractTest::resume() const {
+    ContractClient client(*ends);
+    client.connection->resume();
+    return client;
+}
+
+ContractClient XPCTransportContractTest::connect() const {
+    ContractClient client = resume();
+    EXPECT_TRUE(answers(client));
+    return client;
+}
+
+ContractClient XPCTransportContractTest::startAndConnect() const {
+    ends->start(*service);
+    return connect();
+}
+
+bool XPCTransportContractTest::answers(const ContractClient& client) const {
+    const ContractEvents answer;
+    std::dynamic_pointer_cast<cmn::UserAgentProtocol>(
+        client.connection->remoteObjectProxy([answer](const cmn::RemoteError&) { answer.add("error"); }))
+        ->setURLExtractor(nullptr, [answer](bool) { answer.add("answered"); });
+    EXPECT_TRUE(reaches(answer, 1));
+    return answer.last() == "answered";
+}
+
+namespace {
 
 // A message that waits for it lets the other queues go on.
 class ContractGate {
@@ -172,44 +154,37 @@ class ContractGate {
 // Connecting
 
 TEST_P(XPCTransportContractTest, MessagesAndAnswersArriveAsTheyWereSent) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     client.askVersion();
     client.service()->sendURL("https://\xc3\xa4 \xe2\x82\xac/", "Firefox", -7);
-    ASSERT_TRUE(contract.reaches(client.events, 1) && contract.reaches(service->events, 1));
+    ASSERT_TRUE(reaches(client.events, 1) && reaches(service->events, 1));
     EXPECT_THAT(client.events.all(), ElementsAre("1.0"));
     EXPECT_THAT(service->events.all(), ElementsAre("https://\xc3\xa4 \xe2\x82\xac/|Firefox|-7"));
 }
 
 TEST_P(XPCTransportContractTest, AMessageSentBeforeTheServiceIsFoundIsDeliveredOnceItIs) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient client = contract.resume();
+    ends->start(*service);
+    const ContractClient client = resume();
     client.send("early");
-    EXPECT_TRUE(contract.reaches(service->events, 1));
+    EXPECT_TRUE(reaches(service->events, 1));
 }
 
 TEST_P(XPCTransportContractTest, AnAbsentServiceFailsWhatWasSentAndInvalidates) {
-    const Contract contract(*ends);
-    const ContractClient client = contract.resume();
+    const ContractClient client = resume();
     client.send("lost");
-    ASSERT_TRUE(contract.reaches(client.events, 2));
+    ASSERT_TRUE(reaches(client.events, 2));
     EXPECT_THAT(client.events.all(), ElementsAre("error", "invalidated"));
     client.send("lost as well");
-    ASSERT_TRUE(contract.reaches(client.events, 3));
+    ASSERT_TRUE(reaches(client.events, 3));
     EXPECT_EQ(client.events.last(), "error");
 }
 
 // Order and threads
 
 TEST_P(XPCTransportContractTest, MessagesArriveInTheirOrderAndSoDoAnswers) {
-    Contract contract(*ends);
-    const auto service = contract.makeService();
     int asked = 0;
     service->onVersion = [&](const ContractText& reply) { reply(std::to_string(asked++)); };
-    ends->start(*service);
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     std::vector<std::string> expected;
     const auto remote = client.service();
     for (int i = 0; i < 1000; ++i) {
@@ -217,41 +192,37 @@ TEST_P(XPCTransportContractTest, MessagesArriveInTheirOrderAndSoDoAnswers) {
         remote->sendURL(expected.back(), "", 0);
         remote->version(client.events);
     }
-    ASSERT_TRUE(contract.reaches(client.events, expected.size()));
+    ASSERT_TRUE(reaches(client.events, expected.size()));
     EXPECT_EQ(service->events.all(), expected);
     EXPECT_EQ(client.events.all(), expected);
 }
 
 TEST_P(XPCTransportContractTest, NobodyIsCalledOnTheThreadThatCausesIt) {
-    Contract contract(*ends);
     const fake::Recorder<std::thread::id> threads;
     const auto note = [threads] { threads.add(std::this_thread::get_id()); };
-    const auto service = contract.makeService();
     service->onURL = [note](const std::string&) { note(); };
     ends->start(*service);
     const ContractClient client(*ends);
     client.connection->setInvalidationHandler(note);
     client.connection->setInterruptionHandler(note);
     client.connection->resume();
-    ASSERT_TRUE(contract.answers(client));
+    ASSERT_TRUE(answers(client));
     client.send("message");
-    ASSERT_TRUE(contract.reaches(threads, 1));
+    ASSERT_TRUE(reaches(threads, 1));
     client.service()->version([note](const std::string&) { note(); });
-    ASSERT_TRUE(contract.reaches(threads, 2));
+    ASSERT_TRUE(reaches(threads, 2));
     service->stop();
-    ASSERT_TRUE(contract.reaches(threads, 3)) << "the interruption";
+    ASSERT_TRUE(reaches(threads, 3)) << "the interruption";
     client.connection->remoteObjectProxy([note](const cmn::RemoteError&) { note(); })->version(client.events);
-    ASSERT_TRUE(contract.reaches(threads, 4)) << "the error";
+    ASSERT_TRUE(reaches(threads, 4)) << "the error";
     client.connection->invalidate();
-    ASSERT_TRUE(contract.reaches(threads, 5));
+    ASSERT_TRUE(reaches(threads, 5));
     EXPECT_THAT(threads.all(), Each(testing::Ne(std::this_thread::get_id())));
 }
 
 TEST_P(XPCTransportContractTest, WhatAClientIsToldComesOneAtATime) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient client = contract.connect();
-    const ContractClient other = contract.connect();
+    const ContractClient client = startAndConnect();
+    const ContractClient other = connect();
     const ContractGate gate(*ends);
     for (int i = 0; i < 2; ++i) {
         client.service()->version([&gate, events = client.events](const std::string&) {
@@ -260,10 +231,10 @@ TEST_P(XPCTransportContractTest, WhatAClientIsToldComesOneAtATime) {
             events.add("over");
         });
     }
-    ASSERT_TRUE(contract.reaches(client.events, 1));
+    ASSERT_TRUE(reaches(client.events, 1));
     client.connection->invalidate();
     for (int i = 0; i < 20; ++i) {
-        ASSERT_TRUE(contract.answers(other)) << "the first answer is still being worked off";
+        ASSERT_TRUE(answers(other)) << "the first answer is still being worked off";
     }
     EXPECT_THAT(client.events.all(), ElementsAre("answer"));
     gate.open();
@@ -275,56 +246,46 @@ TEST_P(XPCTransportContractTest, WhatAClientIsToldComesOneAtATime) {
 }
 
 TEST_P(XPCTransportContractTest, PeersAreServedInParallelAndEachInItsOrder) {
-    Contract contract(*ends);
     const ContractGate gate(*ends);
-    const auto service = contract.makeService();
     service->onURL = [&](const std::string& text) {
         if (text == "slow") {
             gate.pass();
         }
     };
-    ends->start(*service);
-    const ContractClient slow = contract.connect();
-    const ContractClient quick = contract.connect();
+    const ContractClient slow = startAndConnect();
+    const ContractClient quick = connect();
     slow.send("slow");
     slow.send("behind slow");
     quick.send("quick");
-    ASSERT_TRUE(contract.answers(quick));
+    ASSERT_TRUE(answers(quick));
     EXPECT_THAT(service->events.all(), ElementsAre("quick"));
     gate.open();
-    ASSERT_TRUE(contract.reaches(service->events, 3));
+    ASSERT_TRUE(reaches(service->events, 3));
     EXPECT_THAT(service->events.all(), ElementsAre("quick", "slow", "behind slow"));
 }
 
 // Answers
 
 TEST_P(XPCTransportContractTest, ACallThatWaitsHoldsUpNoOtherAndOnlyItsFirstAnswerCounts) {
-    Contract contract(*ends);
-    const fake::Recorder<ContractText> held;
-    const auto service = contract.makeService();
     service->onVersion = held;
-    ends->start(*service);
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     client.askVersion();
-    ASSERT_TRUE(contract.answers(client));
-    ASSERT_TRUE(contract.reaches(held, 1));
+    ASSERT_TRUE(answers(client));
+    ASSERT_TRUE(reaches(held, 1));
     std::thread([reply = held.last()] {
         reply("first");
         reply("second");
     }).join();
-    ASSERT_TRUE(contract.reaches(client.events, 1));
-    ASSERT_TRUE(contract.answers(client));
+    ASSERT_TRUE(reaches(client.events, 1));
+    ASSERT_TRUE(answers(client));
     EXPECT_THAT(client.events.all(), ElementsAre("first"));
 }
 
 TEST_P(XPCTransportContractTest, AnAnswerThatTheServiceForgetsFailsTheCall) {
-    Contract contract(*ends);
-    const auto service = contract.makeService();
     service->onVersion = [](const ContractText&) {};
-    ends->start(*service);
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     client.askVersion();
-    ASSERT_TRUE(contract.reaches(client.events, 1));
+    ASSERT_TRUE(reaches(client.events, 1));
     EXPECT_THAT(client.events.all(), ElementsAre("error"));
 }
 
@@ -332,12 +293,8 @@ TEST_P(XPCTransportContractTest, WhatIsNotAnsweredInTheCallersTimeIsGivenUpWitho
     if (!ends->givesCallsUp()) {
         GTEST_SKIP() << "this transport ignores the deadline";
     }
-    Contract contract(*ends);
-    const fake::Recorder<ContractText> held;
-    const auto service = contract.makeService();
     service->onVersion = held;
-    ends->start(*service);
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     auto kept = std::make_shared<int>(0);
     const std::weak_ptr<int> isKept = kept;
     const auto patient = client.service(100ms);
@@ -345,9 +302,9 @@ TEST_P(XPCTransportContractTest, WhatIsNotAnsweredInTheCallersTimeIsGivenUpWitho
         [kept = std::move(kept), events = client.events](const std::string&) { events.add("late"); });
     EXPECT_TRUE(ends->reaches([&] { return isKept.expired(); }));
     patient->version(client.events);  // its time is over
-    EXPECT_TRUE(contract.answers(client));
+    EXPECT_TRUE(answers(client));
     held.clear();  // forgets to answer
-    EXPECT_TRUE(contract.answers(client));
+    EXPECT_TRUE(answers(client));
     EXPECT_THAT(client.events.all(), IsEmpty());
 }
 
@@ -355,12 +312,10 @@ TEST_P(XPCTransportContractTest, AMessageThatIsTooLargeFailsAndTheConnectionLive
     if (!ends->mostBytes()) {
         GTEST_SKIP() << "this transport has no such limit";
     }
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     client.send(std::string(*ends->mostBytes() + 1, 'x'));
-    ASSERT_TRUE(contract.reaches(client.events, 1));
-    EXPECT_TRUE(contract.answers(client));
+    ASSERT_TRUE(reaches(client.events, 1));
+    EXPECT_TRUE(answers(client));
     EXPECT_THAT(client.events.all(), ElementsAre("error"));
     EXPECT_THAT(service->events.all(), IsEmpty());
 }
@@ -368,109 +323,89 @@ TEST_P(XPCTransportContractTest, AMessageThatIsTooLargeFailsAndTheConnectionLive
 // The end of a service
 
 TEST_P(XPCTransportContractTest, AServiceThatStopsInterruptsAndComesBackOverTheSameConnection) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     service->stop();
-    ASSERT_TRUE(contract.reaches(client.events, 1));
-    EXPECT_FALSE(contract.answers(client));
+    ASSERT_TRUE(reaches(client.events, 1));
+    EXPECT_FALSE(answers(client));
     ends->start(*service);
-    ASSERT_TRUE(ends->reaches([&] { return contract.answers(client); }));
+    ASSERT_TRUE(ends->reaches([&] { return answers(client); }));
     EXPECT_THAT(client.events.all(), ElementsAre("interrupted"));
 }
 
 TEST_P(XPCTransportContractTest, ACallThatTheServiceTakesToItsGraveFailsBeforeTheInterruption) {
-    Contract contract(*ends);
-    const fake::Recorder<ContractText> held;
-    const auto service = contract.makeService();
     service->onVersion = held;
-    ends->start(*service);
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     client.askVersion();
-    ASSERT_TRUE(contract.reaches(held, 1));
+    ASSERT_TRUE(reaches(held, 1));
     service->stop();
-    ASSERT_TRUE(contract.reaches(client.events, 2));
+    ASSERT_TRUE(reaches(client.events, 2));
     held.last()("from the grave");
     held.clear();
-    EXPECT_FALSE(contract.answers(client));
+    EXPECT_FALSE(answers(client));
     EXPECT_THAT(client.events.all(), ElementsAre("error", "interrupted"));
 }
 
 TEST_P(XPCTransportContractTest, StopInvalidatesTheConnectionsThatTheServiceAccepted) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient one = contract.connect();
-    const ContractClient two = contract.connect();
+    const ContractClient one = startAndConnect();
+    const ContractClient two = connect();
     service->stop();
-    ASSERT_TRUE(contract.reaches(service->events, 2));
+    ASSERT_TRUE(reaches(service->events, 2));
     EXPECT_THAT(service->events.all(), ElementsAre("left", "left"));
 }
 
 TEST_P(XPCTransportContractTest, AListenerThatIsDroppedListensNoMore) {
-    const Contract contract(*ends);
-    auto service = std::make_shared<ContractService>(ends->transport(), ends->interface());
-    ends->start(*service);
-    const ContractClient client = contract.resume();
-    service.reset();
-    EXPECT_FALSE(contract.answers(client));
+    auto dropped = std::make_shared<ContractService>(ends->transport(), ends->interface());
+    ends->start(*dropped);
+    const ContractClient client = resume();
+    dropped.reset();
+    EXPECT_FALSE(answers(client));
 }
 
 // The end of a client
 
 TEST_P(XPCTransportContractTest, InvalidateFailsWhatWaitsAndCallsTheHandlerOnce) {
-    Contract contract(*ends);
-    const fake::Recorder<ContractText> held;
-    const auto service = contract.makeService();
     service->onVersion = held;
-    ends->start(*service);
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     client.askVersion();
-    ASSERT_TRUE(contract.reaches(held, 1));
+    ASSERT_TRUE(reaches(held, 1));
     client.connection->invalidate();
     client.connection->invalidate();
-    ASSERT_TRUE(contract.reaches(client.events, 2));
+    ASSERT_TRUE(reaches(client.events, 2));
     held.clear();
-    EXPECT_FALSE(contract.answers(client));
+    EXPECT_FALSE(answers(client));
     EXPECT_THAT(client.events.all(), ElementsAre("error", "invalidated"));
 }
 
 TEST_P(XPCTransportContractTest, InvalidateCallsTheHandlerAlsoWhenTheConnectionIsLetGoAtOnce) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    ContractClient client = contract.connect();
+    ContractClient client = startAndConnect();
     client.connection->invalidate();
     client.connection.reset();
-    EXPECT_TRUE(contract.reaches(client.events, 1));
+    EXPECT_TRUE(reaches(client.events, 1));
 }
 
 TEST_P(XPCTransportContractTest, InvalidateBeforeResumeEndsTheConnectionToo) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
+    ends->start(*service);
     const ContractClient client(*ends);
     client.connection->invalidate();
     client.connection->resume();
-    ASSERT_TRUE(contract.reaches(client.events, 1));
-    EXPECT_FALSE(contract.answers(client));
+    ASSERT_TRUE(reaches(client.events, 1));
+    EXPECT_FALSE(answers(client));
     EXPECT_THAT(client.events.all(), ElementsAre("invalidated"));
 }
 
 TEST_P(XPCTransportContractTest, ADestroyedConnectionCallsNoHandlerAndTheServiceSeesItLeave) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    ContractClient client = contract.connect();
+    ContractClient client = startAndConnect();
     client.connection.reset();
-    ASSERT_TRUE(contract.reaches(service->events, 1));
+    ASSERT_TRUE(reaches(service->events, 1));
     EXPECT_THAT(client.events.all(), IsEmpty());
 }
 
 TEST_P(XPCTransportContractTest, WhatAClientSentBeforeItLeftIsDelivered) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     for (int i = 0; i < 200; ++i) {
         client.send("message");
     }
-    ASSERT_TRUE(contract.answers(client));
+    ASSERT_TRUE(answers(client));
     client.send("last");
     client.connection->invalidate();
     ASSERT_TRUE(ends->reaches([&] { return service->events.last() == "left"; }));
@@ -478,34 +413,31 @@ TEST_P(XPCTransportContractTest, WhatAClientSentBeforeItLeftIsDelivered) {
 }
 
 TEST_P(XPCTransportContractTest, AnExportedObjectIsReleasedWithTheConnectionAlsoWhileAProxyLives) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
+    ends->start(*service);
     ContractClient client(*ends);
     auto object = std::make_shared<ContractService>(ends->transport(), ends->interface());
     const std::weak_ptr<ContractService> isThere = object;
     client.connection->setExportedInterface(ends->interface());
     client.connection->setExportedObject(std::shared_ptr<cmn::UserAgentProtocol>(object, object.get()));
     client.connection->resume();
-    ASSERT_TRUE(contract.answers(client));
+    ASSERT_TRUE(answers(client));
     object.reset();
     EXPECT_FALSE(isThere.expired());
     const auto kept = client.service();
     client.connection.reset();
     EXPECT_TRUE(ends->reaches([&] { return isThere.expired(); }));
     kept->sendURL("the transport lives on", "", 0);
-    EXPECT_TRUE(contract.reaches(service->events, 1));
+    EXPECT_TRUE(reaches(service->events, 1));
 }
 
 // The service's peers
 
 TEST_P(XPCTransportContractTest, APeerIsOfferedOnceAndKnownBeforeAndDuringItsMessages) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient one = contract.connect();
-    const ContractClient two = contract.connect();
+    const ContractClient one = startAndConnect();
+    const ContractClient two = connect();
     for (const ContractClient* client : {&one, &two, &one}) {
         client->send("message");
-        ASSERT_TRUE(contract.answers(*client));
+        ASSERT_TRUE(answers(*client));
     }
     ASSERT_THAT(service->offered.all(), SizeIs(2));
     const auto first = service->offered.all()[0];
@@ -517,66 +449,56 @@ TEST_P(XPCTransportContractTest, APeerIsOfferedOnceAndKnownBeforeAndDuringItsMes
 }
 
 TEST_P(XPCTransportContractTest, ARejectedPeersMessagesFail) {
-    Contract contract(*ends);
-    const auto service = contract.makeService();
     service->accepts = false;
     ends->start(*service);
-    const ContractClient client = contract.resume();
-    EXPECT_FALSE(contract.answers(client));
+    const ContractClient client = resume();
+    EXPECT_FALSE(answers(client));
     client.send("unheard");
-    EXPECT_FALSE(contract.answers(client));
+    EXPECT_FALSE(answers(client));
     EXPECT_THAT(service->events.all(), IsEmpty());
 }
 
 TEST_P(XPCTransportContractTest, AConnectionThatTheServiceInvalidatesGetsNoMoreMessages) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     service->last.lock()->invalidate();
-    ASSERT_TRUE(contract.reaches(service->events, 1));
+    ASSERT_TRUE(reaches(service->events, 1));
     client.send("unheard");
-    EXPECT_FALSE(contract.answers(client));
+    EXPECT_FALSE(answers(client));
     EXPECT_THAT(service->events.all(), ElementsAre("left"));
 }
 
 // Objects that are passed along
 
 TEST_P(XPCTransportContractTest, TheServiceCallsTheObjectThatAClientPassed) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     const auto extractor = std::make_shared<ContractExtractor>();
     client.service()->setURLExtractor(extractor, [](bool) {});
-    ASSERT_TRUE(contract.reaches(service->extractors, 2));
-    const Events urls;
+    ASSERT_TRUE(reaches(service->extractors, 2));
+    const ContractEvents urls;
     for (const char* browser : {"Firefox", "Safari"}) {
         service->extractors.last()->getURL(browser, urls);
     }
-    ASSERT_TRUE(contract.reaches(urls, 2));
+    ASSERT_TRUE(reaches(urls, 2));
     EXPECT_THAT(urls.all(), ElementsAre("url of Firefox", "url of Safari"));
     EXPECT_THAT(extractor->peers.all(), Each(testing::Ne(std::nullopt)));
     EXPECT_THAT(extractor->threads.all(), Each(testing::Ne(std::this_thread::get_id())));
 }
 
 TEST_P(XPCTransportContractTest, NoObjectArrivesAsNone) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     EXPECT_THAT(service->extractors.all(), ElementsAre(nullptr));
 }
 
 TEST_P(XPCTransportContractTest, AnObjectGoesWithItsConnectionAndWhoAsksItIsToldNothing) {
-    Contract contract(*ends);
-    const auto service = contract.startService();
-    const ContractClient client = contract.connect();
+    const ContractClient client = startAndConnect();
     auto extractor = std::make_shared<ContractExtractor>();
     const std::weak_ptr<ContractExtractor> isThere = extractor;
     client.service()->setURLExtractor(std::move(extractor), [](bool) {});
-    ASSERT_TRUE(contract.reaches(service->extractors, 2));
+    ASSERT_TRUE(reaches(service->extractors, 2));
     EXPECT_FALSE(isThere.expired());
     client.connection->invalidate();
     EXPECT_TRUE(ends->reaches([&] { return isThere.expired(); }));
-    const Events urls;
+    const ContractEvents urls;
     auto kept = std::make_shared<int>(0);
     const std::weak_ptr<int> isKept = kept;
     service->extractors.last()->getURL("Firefox",
