@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <iterator>
 #include <optional>
@@ -10,6 +9,7 @@
 #include "common/SystemUtils.h"
 #include "common/fs.h"
 #include "common/proto_settings.h"
+#include "support/Environment.h"
 #include "support/FakeXPCTransport.h"
 #include "support/LogCapture.h"
 #include "xpccommon/FinderExtensionObjCXPCServer.h"
@@ -147,18 +147,13 @@ class FinderExtensionLogTest : public FinderExtensionXPCServerTest {
     }
     // Lets the service run and end in a working directory of its own, for a user with that folder for states.
     void runAsUserWith(const std::filesystem::path& stateFolder) {
-        const char* const variable = "XDG_STATE_HOME";
-        const char* const found = std::getenv(variable);
-        const std::optional<std::string> stateBefore =
-            found ? std::optional<std::string>(found) : std::nullopt;
+        const fake::Environment state("XDG_STATE_HOME", stateFolder.string());
         const auto before = std::filesystem::current_path();
         std::filesystem::create_directory(folder / "working directory");
         std::filesystem::current_path(folder / "working directory");
-        ::setenv(variable, stateFolder.c_str(), 1);
         start();
         server->sendLogMessage("text", "Warn");
         endAndReadLog();
-        stateBefore ? ::setenv(variable, stateBefore->c_str(), 1) : ::unsetenv(variable);
         std::filesystem::current_path(before);
         EXPECT_TRUE(std::filesystem::is_empty(folder / "working directory"));
     }
