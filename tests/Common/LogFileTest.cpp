@@ -14,6 +14,7 @@
 #include "HeldOutput.h"
 #include "common/LogFile.h"
 #include "common/SystemUtils.h"
+#include "support/InThreads.h"
 
 namespace {
 
@@ -50,6 +51,20 @@ class LogFileTest : public testing::Test {
         return written_->text();
     }
 
+    // Holds the writer up in the pass of that line; what is logged from now on waits for `release`.
+    void stopIn(const std::string& text) {
+        written_->hold();
+        log_->log(text);
+        written_->waitForStop();
+    }
+    // Hands that many lines in, the numbers from 0 on, while the writer is held up in "first".
+    void logBehind(int count) {
+        stopIn("first");
+        for (int i = 0; i < count; ++i)
+            log_->log(std::to_string(i));
+        written_->release();
+    }
+
     // One line in a pass of its own, which is over when this returns.
     void writeNow(const std::string& text) {
         log_->log(text);
@@ -81,9 +96,7 @@ TEST_F(LogFileTest, TagsUnknownLevelsAsUnknown) {
 }
 
 TEST_F(LogFileTest, StampsEachLineWithTheSecondItWasHandedIn) {
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
+    stopIn("first");
     log_->log(LogLevel::Info, "a");
     written_->setTime(1'000'000'001);
     log_->log(LogLevel::Info, "b");
@@ -134,9 +147,7 @@ TEST_F(LogFileTest, LetsOnlyUnconditionalLinesPassAtLevelZero) {
 }
 
 TEST_F(LogFileTest, WritesWhatCameInMeanwhileInOnePass) {
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
+    stopIn("first");
     log_->log("second");
     log_->log("third");
     written_->release();
@@ -164,12 +175,7 @@ TEST_F(LogFileTest, NamesFilesByStemIndexAndExtension) {
 }
 
 TEST_F(LogFileTest, KeepsFullQueueOfHundredThousandLines) {
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
-    for (int i = 0; i < 100'000; ++i)
-        log_->log(std::to_string(i));
-    written_->release();
+    logBehind(100'000);
     const auto lines = Lines(finish());
     ASSERT_EQ(lines.size(), 100'001U);
     EXPECT_EQ(lines[1], "0");
@@ -177,12 +183,7 @@ TEST_F(LogFileTest, KeepsFullQueueOfHundredThousandLines) {
 }
 
 TEST_F(LogFileTest, OverflowKeepsTheNewest50001LinesBehindTheNotice) {
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
-    for (int i = 0; i < 100'001; ++i)
-        log_->log(std::to_string(i));
-    written_->release();
+    logBehind(100'001);
     finish();
     const auto passes = written_->passes();
     ASSERT_EQ(passes.size(), 2U);
@@ -194,9 +195,7 @@ TEST_F(LogFileTest, OverflowKeepsTheNewest50001LinesBehindTheNotice) {
 }
 
 TEST_F(LogFileTest, OverflowCountsTheNoticeAsALine) {
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
+    stopIn("first");
     // 100,001 lines leave 50,002; 49,998 more fill the queue; the next one overflows it again.
     for (int i = 0; i < 100'001 + 49'998 + 1; ++i)
         log_->log(std::to_string(i));
@@ -210,9 +209,7 @@ TEST_F(LogFileTest, OverflowCountsTheNoticeAsALine) {
 }
 
 TEST_F(LogFileTest, KeepsFullQueueOf64MiBOfText) {
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
+    stopIn("first");
     for (int i = 0; i < 64; ++i)
         log_->log(std::string(kMiB, static_cast<char>('0' + i)));
     log_->log("");
@@ -224,9 +221,7 @@ TEST_F(LogFileTest, KeepsFullQueueOf64MiBOfText) {
 }
 
 TEST_F(LogFileTest, OverflowOfTextKeepsTheNewestHalfBehindTheNotice) {
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
+    stopIn("first");
     for (int i = 0; i < 64; ++i)
         log_->log(std::string(kMiB, static_cast<char>('0' + i)));
     log_->log("x");
@@ -243,16 +238,12 @@ TEST_F(LogFileTest, OverflowOfTextKeepsTheNewestHalfBehindTheNotice) {
 
 TEST_F(LogFileTest, ALineLongerThanTheQueueIsKeptUntilTheNext) {
     const std::string longer(65 * kMiB, 'l');
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
+    stopIn("first");
     log_->log("second");
     log_->log(longer);
     written_->release();
     ASSERT_TRUE(log_->waitUntilWritten(std::chrono::minutes(1)));
-    written_->hold();
-    log_->log("third");
-    written_->waitForStop();
+    stopIn("third");
     log_->log(longer);
     log_->log("fourth");
     written_->release();
@@ -264,9 +255,7 @@ TEST_F(LogFileTest, ALineLongerThanTheQueueIsKeptUntilTheNext) {
 }
 
 TEST_F(LogFileTest, AStuckDiskHoldsNoMoreThanTheQueueMay) {
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
+    stopIn("first");
     const std::string line(20'000, 'x');
     for (int i = 0; i < 99'999; ++i)
         log_->log(line);
@@ -279,9 +268,7 @@ TEST_F(LogFileTest, AStuckDiskHoldsNoMoreThanTheQueueMay) {
 
 TEST_F(LogFileTest, OverflowNoticePassesAtLevelSilent) {
     log_->setLogLevel(LogLevel::Silent);
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
+    stopIn("first");
     for (int i = 0; i < 100'001; ++i)
         log_->log(LogLevel::Silent, "line");
     written_->release();
@@ -331,9 +318,7 @@ TEST_F(LogFileTest, IgnoresEmptyStemEmptyExtensionAndCountZero) {
 }
 
 TEST_F(LogFileTest, WritesEverythingBeforeItEnds) {
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
+    stopIn("first");
     for (int i = 0; i < 1'000; ++i)
         log_->log(std::to_string(i));
     std::thread end([this] { log_.reset(); });
@@ -346,9 +331,7 @@ TEST_F(LogFileTest, WritesEverythingBeforeItEnds) {
 
 TEST_F(LogFileTest, CanBeWaitedForUntilWhatWasHandedInIsWritten) {
     EXPECT_TRUE(log_->waitUntilWritten(std::chrono::milliseconds(0)));
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
+    stopIn("first");
     log_->log("second");
     EXPECT_FALSE(log_->waitUntilWritten(std::chrono::milliseconds(5)));
     written_->release();
@@ -368,9 +351,7 @@ TEST_F(LogFileTest, WritesLinesOfLatecomersAtOnce) {
 }
 
 TEST_F(LogFileTest, ProducersAndTheNameNeverWaitForTheDisk) {
-    written_->hold();
-    log_->log("first");
-    written_->waitForStop();
+    stopIn("first");
     // The writer stands in the middle of a pass; these return all the same.
     log_->log(LogLevel::Error, "second");
     EXPECT_EQ(log_->getLogPath(), "_0.log");
@@ -388,9 +369,7 @@ TEST_F(LogFileTest, EverySetterWaitsForThePassInProgress) {
         [&] { log_->setLogFileExtension("txt"); },
         [&] { log_->setLogPath("/no such folder/stem"); },
     };
-    written_->hold();
-    log_->log("line");
-    written_->waitForStop();
+    stopIn("line");
     std::vector<std::future<void>> running;
     running.reserve(setters.size());
     for (const auto& setter : setters)
@@ -447,19 +426,13 @@ TEST_F(LogFileTest, AnotherFileBeginsWithoutAnEmptyLine) {
 TEST_F(LogFileTest, KeepsTheOrderOfEachThread) {
     constexpr int kThreads = 4;
     constexpr int kLines = 2'000;
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([this, t] {
-            for (int i = 0; i < kLines; ++i) {
-                log_->log(std::to_string(t) + " " + std::to_string(i));
-                if (i % 100 == 0)
-                    log_->setLogLevel(i % 200 == 0 ? LogLevel::Trace : LogLevel::Silent);
-            }
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
+    fake::InThreads(kThreads, [this](int t) {
+        for (int i = 0; i < kLines; ++i) {
+            log_->log(std::to_string(t) + " " + std::to_string(i));
+            if (i % 100 == 0)
+                log_->setLogLevel(i % 200 == 0 ? LogLevel::Trace : LogLevel::Silent);
+        }
+    });
     std::vector<int> next(kThreads, 0);
     for (const auto& line : Lines(finish())) {
         std::istringstream in(line);
