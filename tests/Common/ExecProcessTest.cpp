@@ -13,12 +13,12 @@
 #include <new>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "Failures.h"
 #include "OwnProcess.h"
 #include "common/SystemUtils.h"
 #include "common/log.h"
+#include "support/InThreads.h"
 #include "support/LogCapture.h"
 
 namespace {
@@ -211,16 +211,10 @@ TEST_F(ExecProcessTest, KnowsTheStatusWhereChildrenDoNotWaitToBeAskedFor) {
 
 TEST_F(ExecProcessTest, KnowsEveryStatusOfManyThreadsWhereTheEndOfChildrenIsIgnored) {
     const IgnoredChildSignal ignored;
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([] {
-            for (int i = 0; i < 10; ++i)
-                Shell("exit 3");
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
+    fake::InThreads(4, [](int) {
+        for (int i = 0; i < 10; ++i)
+            Shell("exit 3");
+    });
     EXPECT_EQ(log_.count("/bin/sh -c exit 3 -- (3) -- "), 40U);
     EXPECT_TRUE(IgnoredChildSignal::stillIgnored());
 }
@@ -277,16 +271,10 @@ TEST_F(InterruptedTest, WaitsOnAfterASignal) {
 }
 
 TEST_F(ExecProcessTest, RunsInManyThreadsAtOnce) {
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 10; ++i)
-                EXPECT_EQ(Shell("echo " + std::to_string(t)), std::to_string(t) + "\n");
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
+    fake::InThreads(4, [](int t) {
+        for (int i = 0; i < 10; ++i)
+            EXPECT_EQ(Shell("echo " + std::to_string(t)), std::to_string(t) + "\n");
+    });
 }
 
 }  // namespace

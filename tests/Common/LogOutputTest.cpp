@@ -12,9 +12,9 @@
 #include <string_view>
 #include <thread>
 
-#include "FileSizeLimit.h"
 #include "common/LogOutput.h"
 #include "common/fs.h"
+#include "support/FileSizeLimit.h"
 #include "support/LogCapture.h"
 
 // The log's output on real files.

@@ -7,11 +7,11 @@
 #include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
-#include "FileSizeLimit.h"
 #include "common/LogFile.h"
 #include "common/fs.h"
+#include "support/FileSizeLimit.h"
+#include "support/InThreads.h"
 #include "support/LogCapture.h"
 
 // The log on real files.
@@ -312,20 +312,14 @@ TEST_F(LogRingTest, GoesOnWhenTheNextFileCannotBeDeleted) {
 
 TEST_F(LogRingTest, ManyThreadsFillARingWithoutLosingALineOfItsLastBatches) {
     start(1'000);
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([this] {
-            for (int i = 0; i < 500; ++i) {
-                log_->log(LogLevel::Info, "some text to fill the file");
-                if (i % 50 == 0)
-                    log_->setLogMaxSize(1'000 + static_cast<unsigned int>(i));
-                (void)log_->getLogPath();
-            }
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
+    fake::InThreads(4, [this](int) {
+        for (int i = 0; i < 500; ++i) {
+            log_->log(LogLevel::Info, "some text to fill the file");
+            if (i % 50 == 0)
+                log_->setLogMaxSize(1'000 + static_cast<unsigned int>(i));
+            (void)log_->getLogPath();
+        }
+    });
     const auto last = log_->getLogPath();
     EXPECT_THAT(last, StartsWith(stem()));
     pass("end");

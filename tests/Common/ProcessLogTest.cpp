@@ -6,12 +6,12 @@
 #include <ctime>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "common/SystemUtils.h"
 #include "common/fs.h"
 #include "common/log.h"
+#include "support/InThreads.h"
 #include "support/LogCapture.h"
 
 // The process's one log and the functions that reach it.
@@ -179,19 +179,13 @@ TEST(ProcessLogTest, ConsoleShowsWhatTheFileHolds) {
 
 TEST(ProcessLogTest, ManyThreadsMayUseItWhileItIsSetUp) {
     fake::LogCapture log;
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 200; ++i) {
-                TLOG_INFO("thread {} line {}", t, i);
-                if (t == 0)
-                    SetLogLevel(i % 2 == 0 ? LogLevel::Info : LogLevel::Trace);
-            }
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
+    fake::InThreads(4, [](int t) {
+        for (int i = 0; i < 200; ++i) {
+            TLOG_INFO("thread {} line {}", t, i);
+            if (t == 0)
+                SetLogLevel(i % 2 == 0 ? LogLevel::Info : LogLevel::Trace);
+        }
+    });
     EXPECT_EQ(log.count("thread "), 800U);
 }
 

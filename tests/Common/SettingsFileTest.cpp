@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -9,12 +8,12 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "Failures.h"
 #include "SettingsFiles.h"
 #include "common/settings_json.h"
+#include "support/FileSizeLimit.h"
+#include "support/InThreads.h"
 #include "support/LogCapture.h"
 
 // Settings files as one process sees them that has them for itself.
@@ -38,26 +37,6 @@ constexpr auto kTooLarge = "larger than 67108864 bytes";
 void MakePipe(const fs::path& path) {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
 }
-
-// The largest size of a file for this process, with the signal that ends a process that goes beyond.
-class FileSizeLimit {
- public:
-    explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_DFL)) {
-        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &before_), 0);
-        const rlimit limit{bytes, before_.rlim_max};
-        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-    rlimit before_{};
-    void (*handler_)(int);
-};
 
 class LoadSettingsTest : public SettingsFileTest {
  protected:
@@ -255,7 +234,7 @@ TEST_F(SaveSettingsTest, LogsATextBeyondTheLargestSizeOfAFile) {
     StrToFile("old", file_);
     fake::LogCapture log;
     {
-        const FileSizeLimit limit(100'000);
+        const fake::FileSizeLimit limit(100'000, SIG_DFL);
         EXPECT_NO_THROW(SaveSettings(file_, Named(std::string(200'000, 'l'))));
     }
     EXPECT_THAT(log.lines(), SaysOnly(std::strerror(EFBIG), file_));
@@ -268,7 +247,7 @@ TEST_F(SaveSettingsTest, WritesUpToTheLargestSizeOfAFile) {
     const auto settings = Named(std::string(50'000, 'l'));
     fake::LogCapture log;
     {
-        const FileSizeLimit limit(ObjectToJson(settings).size());
+        const fake::FileSizeLimit limit(ObjectToJson(settings).size(), SIG_DFL);
         SaveSettings(file_, settings);
     }
     EXPECT_EQ(content(), ObjectToJson(settings));
@@ -278,16 +257,10 @@ TEST_F(SaveSettingsTest, WritesUpToTheLargestSizeOfAFile) {
 TEST_F(SaveSettingsTest, ConcurrentSavesLeaveOneWholeText) {
     const auto shortOne = Named("short");
     const auto longOne = Named(std::string(200'000, 'l'));
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < 10; ++i)
-                SaveSettings(file_, t % 2 == 0 ? shortOne : longOne);
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
+    fake::InThreads(4, [&](int t) {
+        for (int i = 0; i < 10; ++i)
+            SaveSettings(file_, t % 2 == 0 ? shortOne : longOne);
+    });
     const auto settings = LoadSettings(file_);
     EXPECT_TRUE(settings == shortOne || settings == longOne);
 }
@@ -351,7 +324,7 @@ TEST_F(InstanceSettingsTest, ReadsNothingLargerThan64Mebibytes) {
 
 TEST_F(InstanceSettingsTest, ThrowsWhenTheFileCannotBeWrittenAndKeepsTheTemplate) {
     StrToFile("${INST_KEY}", file_);
-    const FileSizeLimit limit(100'000);
+    const fake::FileSizeLimit limit(100'000, SIG_DFL);
     const auto instance = [&] { SettingsFile(file_).instance({{"${INST_KEY}", std::string(200'000, 'k')}}); };
     EXPECT_EQ(FailureOf(instance),
               "[InstanceSettings] Can't write (" + file_.string() + ") Error: " + std::strerror(EFBIG));

@@ -14,6 +14,7 @@
 #include "common/SystemUtils.h"
 #include "common/fs.h"
 #include "common/proto_settings.h"
+#include "support/InThreads.h"
 #include "support/LogCapture.h"
 
 // The settings file in the shared folder and the process's own copy. The copy starts empty once per process,
@@ -370,38 +371,26 @@ TEST_F(SettingsStoreTest, ManyThreadsMayReadAndChangeTheCopy) {
     TSettings start;
     start.Products = {{"own", "0", "", "", "0"}};
     SetSettings(start);
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([] {
-            for (int i = 0; i < 200; ++i) {
-                SetSettings([](TSettings& settings) { ++settings.UpdaterTimeout; });
-                SetProductVersion("own", std::to_string(i));
-                SetProductLastFailedVersion("own", GetProduct("own").Version);
-                EXPECT_EQ(GetSettings().Products.size(), 1U);
-            }
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
+    fake::InThreads(4, [](int) {
+        for (int i = 0; i < 200; ++i) {
+            SetSettings([](TSettings& settings) { ++settings.UpdaterTimeout; });
+            SetProductVersion("own", std::to_string(i));
+            SetProductLastFailedVersion("own", GetProduct("own").Version);
+            EXPECT_EQ(GetSettings().Products.size(), 1U);
+        }
+    });
     EXPECT_EQ(GetSettings().UpdaterTimeout, 800);
     EXPECT_EQ(GetProduct("own").Version, "199");
 }
 
 TEST_F(SettingsStoreTest, ConcurrentUpdatesLeaveOneOfThemInTheFile) {
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            TSettings settings;
-            settings.Platform = std::string(static_cast<std::size_t>(1'000 * t), 'x');
-            settings.UpdaterTimeout = t;
-            for (int i = 0; i < 5; ++i)
-                UpdateSettings(settings);
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
+    fake::InThreads(4, [](int t) {
+        TSettings settings;
+        settings.Platform = std::string(static_cast<std::size_t>(1'000 * t), 'x');
+        settings.UpdaterTimeout = t;
+        for (int i = 0; i < 5; ++i)
+            UpdateSettings(settings);
+    });
     const auto settings = LoadSettings();
     EXPECT_EQ(settings.Platform.size(), 1'000U * static_cast<unsigned int>(settings.UpdaterTimeout));
 }

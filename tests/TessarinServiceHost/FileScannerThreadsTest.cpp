@@ -1,16 +1,13 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <functional>
-#include <latch>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "Askers.h"
 #include "FileScanner.h"
 #include "SealedFile.h"
 #include "common/fs.h"
+#include "support/InThreads.h"
 #include "support/LogCapture.h"
 
 namespace host {
@@ -23,22 +20,6 @@ using testing::ElementsAre;
 using testing::SizeIs;
 
 constexpr int kThreads = 4;
-
-// Calls `body` with the number of the thread, on all of them at once.
-void OnManyThreads(const std::function<void(int thread)>& body) {
-    std::latch start(kThreads);
-    std::vector<std::thread> threads;
-    threads.reserve(kThreads);
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([&, i] {
-            start.arrive_and_wait();
-            body(i);
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-}
 
 class FileScannerThreadsTest : public testing::Test {
  protected:
@@ -68,7 +49,7 @@ TEST_F(FileScannerThreadsTest, ManyScanAndAskAtTheSameTime) {
         }
         cmn::StrToFile(text, folder_ / std::to_string(i));
     }
-    OnManyThreads([&](int thread) {
+    fake::InThreads(kThreads, [&](int thread) {
         for (int round = 0; round < 20; ++round) {
             const int number = (thread + round) % kThreads;
             const auto records = scanner.GetScanResult(folder_ / std::to_string(number), fake::Self());
@@ -91,7 +72,7 @@ TEST_F(FileScannerThreadsTest, ManyThatDecryptOneFileKeepItsContent) {
     for (int round = 0; round < 25; ++round) {
         cmn::StrToFile(std::string(kSealLine) + content, file_);
         std::array<int, kThreads> statuses{};
-        OnManyThreads([&](int thread) {
+        fake::InThreads(kThreads, [&](int thread) {
             statuses[static_cast<std::size_t>(thread)] = scanner.Decrypt(file_, fake::Self());
         });
         EXPECT_THAT(statuses, Contains(0));
@@ -105,7 +86,7 @@ TEST_F(FileScannerThreadsTest, AScanDuringADecryptionSeesTheWholeContent) {
     FileScanner scanner({.classifiers = folder_ / "classifiers.json", .records = {}});
     for (int round = 0; round < 25; ++round) {
         cmn::StrToFile(std::string(kSealLine) + std::string(200'000, ' ') + "end", file_);
-        OnManyThreads([&](int thread) {
+        fake::InThreads(kThreads, [&](int thread) {
             if (thread == 0) {
                 EXPECT_EQ(scanner.Decrypt(file_, fake::Self()), 0);
                 return;

@@ -1,16 +1,15 @@
 #include <sys/fsuid.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdint>
 #include <iterator>
 #include <stop_token>
 #include <string>
 
 #include "SealedFiles.h"
+#include "support/FileSizeLimit.h"
 
 namespace host {
 namespace {
@@ -32,26 +31,6 @@ class UnsealFailuresTest : public fake::SealedFileFixture {
         const auto reason = lines.empty() ? std::string::npos : lines[0].rfind(" -- ");
         return reason == std::string::npos ? "no line" : lines[0].substr(reason + 4);
     }
-};
-
-// As long as it lives, files cannot grow beyond a size.
-class FileSizeLimit {
- public:
-    explicit FileSizeLimit(rlim_t bytes) : signal_(std::signal(SIGXFSZ, SIG_IGN)) {
-        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &before_), 0);
-        const rlimit limit{.rlim_cur = bytes, .rlim_max = before_.rlim_max};
-        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, signal_);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-    sighandler_t signal_;
-    rlimit before_{};
 };
 
 TEST_F(UnsealFailuresTest, WhatCannotBeReadIsUnreadable) {
@@ -163,7 +142,7 @@ TEST_F(UnsealFailuresTest, AFullDiskLeavesTheFileAsItWas) {
     // Full in the middle, and just before the end.
     for (const std::size_t bytes : {large.size() / 2, large.size() - 10}) {
         const auto reason = [&] {
-            const FileSizeLimit limit(bytes);
+            const fake::FileSizeLimit limit(bytes);
             return refusal(file_, UnsealStatus::unwritable);
         }();
         EXPECT_EQ(reason, "File too large");

@@ -3,6 +3,7 @@
 #include <future>
 
 #include "FinderExtensionBusFixture.h"
+#include "support/InThreads.h"
 
 // Both ends of the Finder extension service together.
 namespace {
@@ -142,20 +143,14 @@ TEST_F(FinderExtensionDBusTest, AnswersTheMainThreadWithoutItsEventLoop) {
 TEST_F(FinderExtensionDBusTest, AnswersSeveralThreadsOfOneClientWithoutMixingThemUp) {
     const auto server = startServer();
     const auto client = startPatientClient();
-    std::vector<std::thread> threads;
     std::atomic<int> wrong{0};
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < 100; ++i) {
-                const std::string path = "/" + std::to_string(t) + "/" + std::to_string(i);
-                const auto records = client->getFileFilters(path);
-                wrong += records.size() == 2 && records[0].at("Name") == path ? 0 : 1;
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    fake::InThreads(4, [&](int t) {
+        for (int i = 0; i < 100; ++i) {
+            const std::string path = "/" + std::to_string(t) + "/" + std::to_string(i);
+            const auto records = client->getFileFilters(path);
+            wrong += records.size() == 2 && records[0].at("Name") == path ? 0 : 1;
+        }
+    });
     EXPECT_EQ(wrong, 0);
 }
 

@@ -5,11 +5,11 @@
 
 #include <chrono>
 
-#include "Common/FileSizeLimit.h"
 #include "Unpacked.h"
 #include "bundle/Archive.h"
 #include "common/fs.h"
 #include "support/Environment.h"
+#include "support/FileSizeLimit.h"
 #include "support/LogCapture.h"
 
 namespace ctl {

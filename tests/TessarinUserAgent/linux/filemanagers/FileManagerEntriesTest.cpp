@@ -1,11 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-
-#include <csignal>
 
 #include "EntriesTest.h"
 #include "filemanagers/FileManagerEntries.h"
+#include "support/FileSizeLimit.h"
 
 namespace useragent {
 namespace {
@@ -14,26 +12,6 @@ using std::filesystem::path;
 using testing::HasSubstr;
 
 class FileManagerEntriesTest : public EntriesTest, public testing::WithParamInterface<FileManager> {};
-
-// The user may write no file longer than this while it lives: what a full disk is like.
-class FullDisk {
- public:
-    explicit FullDisk(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &before_), 0);
-        const rlimit limit{bytes, before_.rlim_max};
-        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
-    ~FullDisk() {
-        ::setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-
- private:
-    rlimit before_{};
-    void (*handler_)(int);
-};
 
 TEST_P(FileManagerEntriesTest, InstallsTheEntryAndTheScriptItNeeds) {
     EXPECT_FALSE(entries.isInstalled(GetParam()));
@@ -148,7 +126,7 @@ TEST_P(FileManagerEntriesTest, NothingIsHalfInstalledOnAFullDisk) {
     const auto before = files();
     {
         // Without room for the script; then, for Thunar, with room for that alone.
-        const FullDisk disk(GetParam() == FileManager::thunar ? 4500 : 100);
+        const fake::FileSizeLimit disk(GetParam() == FileManager::thunar ? 4500 : 100);
         EXPECT_THAT(ErrorOf([&] { entries.install(GetParam()); }), HasSubstr("cannot be written"));
         EXPECT_EQ(files(), before);
     }
