@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "AgentCommands.h"
-#include "BusClient.h"
 #include "StartedAgent.h"
+#include "buses/Buses.h"
 #include "useragent/AgentNames.h"
 #include "useragent/PropertiesURL.h"
 
@@ -37,19 +37,18 @@ bool IsLeaving(const bus::Error& error) {
 }
 
 // Whether an agent took it; throws std::runtime_error when there is one that does not.
-bool HandOver(BusClient& session, const std::string& url, const Surroundings& surroundings) {
+bool HandOver(bus::Connection& session, const std::string& url, const Surroundings& surroundings) {
     const auto owner =
-        session.owner(useragent::kApplicationName, bus::Clock::now() + surroundings.patience.bus);
+        OwnerOf(session, useragent::kApplicationName, bus::Clock::now() + surroundings.patience.bus);
     if (!owner) {
         throw std::runtime_error("The session bus " + Described(owner.error()));
     }
     if (!*owner) {
         return false;
     }
-    bus::Connection& connection = *session.connection();
-    const auto answer = connection.callAndWait(
-        connection.makeCall(**owner, useragent::kApplicationPath, "org.freedesktop.Application", "Open",
-                            std::vector<std::string>{url}, ActivationToken()),
+    const auto answer = session.callAndWait(
+        session.makeCall(**owner, useragent::kApplicationPath, "org.freedesktop.Application", "Open",
+                         std::vector<std::string>{url}, ActivationToken()),
         bus::Clock::now() + surroundings.patience.open);
     if (!answer && !IsLeaving(answer.error())) {
         throw std::runtime_error("The agent " + Described(answer.error()));
@@ -58,7 +57,7 @@ bool HandOver(BusClient& session, const std::string& url, const Surroundings& su
 }
 
 // As the desktop starts it for such a URL.
-void StartAgent(BusClient& session, const std::string& url, const Surroundings& surroundings) {
+void StartAgent(bus::Connection& session, const std::string& url, const Surroundings& surroundings) {
     StartedAgent agent(surroundings.agent, url);
     const auto end = bus::Clock::now() + surroundings.patience.start;
     while (bus::Clock::now() < end) {
@@ -70,7 +69,7 @@ void StartAgent(BusClient& session, const std::string& url, const Surroundings& 
             }
             return;
         }
-        const auto owner = session.owner(useragent::kApplicationName, end);
+        const auto owner = OwnerOf(session, useragent::kApplicationName, end);
         if (owner && *owner) {
             return;
         }
@@ -83,15 +82,16 @@ void StartAgent(BusClient& session, const std::string& url, const Surroundings& 
 int Open(const Arguments& arguments, const Surroundings& surroundings, Console& console) {
     const std::string path = std::filesystem::absolute(arguments.operands.front()).string();
     const std::string url = useragent::PropertiesURLOf(path);
-    BusClient session(surroundings.sessionBus, bus::Clock::now() + surroundings.patience.bus);
-    if (!session.failure().empty()) {
-        throw std::runtime_error("There is no session bus to ask: " + session.failure());
+    Buses buses(surroundings.systemBus, surroundings.sessionBus);
+    const auto session = buses.session(bus::Clock::now() + surroundings.patience.bus);
+    if (!session) {
+        throw std::runtime_error("There is no session bus to ask: " + Words(session.error()));
     }
-    if (HandOver(session, url, surroundings)) {
+    if (HandOver(**session, url, surroundings)) {
         return kAllIsWell;
     }
     console.err << "No agent runs in this session, so one is started\n";
-    StartAgent(session, url, surroundings);
+    StartAgent(**session, url, surroundings);
     return kAllIsWell;
 }
 

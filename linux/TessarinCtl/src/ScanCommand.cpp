@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "AgentCommands.h"
-#include "BusClient.h"
 #include "TextTable.h"
+#include "buses/Buses.h"
 #include "common/json.h"
 #include "common/proto_settings.h"
 #include "common/utf8.h"
@@ -42,22 +42,22 @@ bool RequiresRootServices(const Surroundings& surroundings) {
     }
 }
 
-void RequireRoot(BusClient& system, const std::string& owner, bus::Deadline deadline) {
-    const auto user = system.ask<std::uint32_t>(bus::kBusName, bus::kBusPath, bus::kBusName,
-                                                "GetConnectionUnixUser", deadline, bus::kUsuallyRead, owner);
+void RequireRoot(bus::Connection& system, const std::string& owner, bus::Deadline deadline) {
+    const auto user = UserOf(system, owner, deadline);
     if (!user || *user != kRoot) {
         Fail(fmt::format("The service {} is not root's, as RequireRootServices in the settings demands",
                          kService));
     }
 }
 
-Records AskService(const Surroundings& surroundings, const std::string& path) {
+Records ScanResultOf(const Surroundings& surroundings, const std::string& path) {
     const auto busEnd = bus::Clock::now() + surroundings.patience.bus;
-    BusClient system(surroundings.systemBus, busEnd);
-    if (!system.failure().empty()) {
-        Fail("There is no system bus to ask: " + system.failure());
+    Buses buses(surroundings.systemBus, surroundings.sessionBus);
+    const auto system = buses.system(busEnd);
+    if (!system) {
+        Fail("There is no system bus to ask: " + Words(system.error()));
     }
-    const auto owner = system.owner(kService, busEnd + surroundings.patience.bus);
+    const auto owner = OwnerOf(**system, kService, busEnd + surroundings.patience.bus);
     if (!owner) {
         Fail("The system bus " + Described(owner.error()));
     }
@@ -66,9 +66,9 @@ Records AskService(const Surroundings& surroundings, const std::string& path) {
     }
     const auto end = bus::Clock::now() + surroundings.patience.scan;
     if (RequiresRootServices(surroundings)) {
-        RequireRoot(system, **owner, end);
+        RequireRoot(**system, **owner, end);
     }
-    auto records = system.ask<Records>(**owner, kServicePath, kService, "GetScanResult", end,
+    auto records = AskService<Records>(**system, **owner, kServicePath, kService, "GetScanResult", end,
                                        bus::kLargestMessage, path);
     if (!records) {
         Fail(fmt::format("The service {} {}", kService, Described(records.error())));
@@ -117,7 +117,7 @@ int Scan(const Arguments& arguments, const Surroundings& surroundings, Console& 
     if (!cmn::IsValidUtf8(path)) {
         Fail("The name of the file is not UTF-8, nobody can be asked about it");
     }
-    const Records records = AskService(surroundings, path);
+    const Records records = ScanResultOf(surroundings, path);
     if (arguments.json) {
         WriteJson(path, records, console);
     } else if (records.empty()) {

@@ -9,8 +9,8 @@
 #include <variant>
 
 #include "AgentCommands.h"
-#include "BusClient.h"
 #include "TextTable.h"
+#include "buses/Buses.h"
 #include "common/SystemUtils.h"
 #include "useragent/AgentNames.h"
 #include "useragent/AgentStatus.h"
@@ -27,12 +27,13 @@ using Asked = std::variant<AgentStatus, std::string>;
 
 Asked AskAgent(const Surroundings& surroundings, bool withAddresses) {
     const bus::Deadline end = bus::Clock::now() + surroundings.patience.status;
+    Buses buses(surroundings.systemBus, surroundings.sessionBus);
     // The library takes up to a second more for a bus that hangs.
-    BusClient session(surroundings.sessionBus, bus::Clock::now() + surroundings.patience.status / 2);
-    if (!session.failure().empty()) {
-        return "There is no session bus to ask: " + session.failure();
+    const auto session = buses.session(bus::Clock::now() + surroundings.patience.status / 2);
+    if (!session) {
+        return "There is no session bus to ask: " + Words(session.error());
     }
-    const auto owner = session.owner(useragent::kApplicationName, end);
+    const auto owner = OwnerOf(**session, useragent::kApplicationName, end);
     if (!owner) {
         return "The session bus " + Described(owner.error());
     }
@@ -40,8 +41,8 @@ Asked AskAgent(const Surroundings& surroundings, bool withAddresses) {
         return std::string("No agent runs in this session");
     }
     const auto answer =
-        session.ask<std::string>(**owner, useragent::kApplicationPath, useragent::kStatusInterface,
-                                 useragent::kStatusMethod, end, bus::kUsuallyRead, withAddresses);
+        AskService<std::string>(**session, **owner, useragent::kApplicationPath, useragent::kStatusInterface,
+                                useragent::kStatusMethod, end, bus::kUsuallyRead, withAddresses);
     if (!answer) {
         return "The agent " + Described(answer.error());
     }

@@ -56,7 +56,8 @@ TEST_F(ServiceChecksTest, ASystemBusThatIsNotThereIsTold) {
 
 TEST_F(ServiceChecksTest, ASessionBusThatIsNotThereIsTold) {
     sessionAddress = "";
-    EXPECT_THAT(run(CheckSessionBus), Is(Verdict::wrong, "it has no address", "DBUS_SESSION_BUS_ADDRESS"));
+    EXPECT_THAT(run(CheckSessionBus),
+                Is(Verdict::wrong, "there is no address of such a bus", "DBUS_SESSION_BUS_ADDRESS"));
     EXPECT_THAT(run(CheckAgent), Is(Verdict::warning, "cannot be told", "log in"));
 }
 

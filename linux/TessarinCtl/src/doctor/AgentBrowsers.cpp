@@ -13,11 +13,9 @@ Browsers BrowsersOfAgent(Buses& buses, cmn::bus::Deadline deadline) {
     if (!session) {
         return std::nullopt;
     }
-    const auto answer = (*session)->callAndWait(
-        (*session)->makeCall(useragent::kApplicationName, useragent::kApplicationPath,
-                             useragent::kStatusInterface, useragent::kStatusMethod, false),
-        deadline);
-    const auto json = answer ? answer->readOne<std::string>() : answer.error();
+    const auto json = AskService<std::string>(
+        **session, useragent::kApplicationName, useragent::kApplicationPath, useragent::kStatusInterface,
+        useragent::kStatusMethod, deadline, cmn::bus::kUsuallyRead, false);
     if (!json) {
         return std::nullopt;
     }

@@ -151,13 +151,8 @@ Finding CheckPolkitActions(const Machine& machine, bus::Deadline deadline) {
     if (!connection) {
         return Good("The actions are installed; whether polkit runs cannot be told");
     }
-    const auto names =
-        (*connection)
-            ->callAndWait(
-                (*connection)->makeCall(bus::kBusName, bus::kBusPath, bus::kBusName, "ListActivatableNames"),
-                deadline);
-    const auto startable = names ? names->readOne<std::vector<std::string>>() : names.error();
-    const auto owner = OwnerOf(*connection, kPolkit, deadline);
+    const auto startable = AskBus<std::vector<std::string>>(**connection, "ListActivatableNames", deadline);
+    const auto owner = OwnerOf(**connection, kPolkit, deadline);
     const bool isThere =
         (owner && owner->has_value()) ||
         (startable && std::find(startable->begin(), startable->end(), kPolkit) != startable->end());

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "doctor/Buses.h"
+#include "buses/Buses.h"
 #include "permissions/DesktopSession.h"
 
 namespace ctl {

@@ -39,20 +39,21 @@ bool RequiresRoot(const Machine& machine) {
     }
 }
 
-Finding CheckService(const Machine& machine, const std::shared_ptr<bus::Connection>& connection,
-                     const Service& service, bus::Deadline deadline) {
+Finding CheckService(const Machine& machine, bus::Connection& connection, const Service& service,
+                     bus::Deadline deadline) {
     const auto owner = OwnerOf(connection, service.name, deadline);
-    if (!owner) {
-        return {
-            Verdict::wrong,
-            fmt::format("The system bus does not say who offers {}: {}", service.name, Words(owner.error())),
-            "systemctl status dbus"};
-    }
-    if (!owner->has_value()) {
+    if (owner && !owner->has_value()) {
         return {Verdict::wrong, fmt::format("Nobody offers {}", service.name), kStartService};
     }
-    const auto version = connection->callAndWait(
-        connection->makeCall(service.name, service.path, service.name, "Version"), deadline);
+    const auto user = owner ? UserOf(connection, **owner, deadline) : owner.error();
+    if (!user) {
+        return {
+            Verdict::wrong,
+            fmt::format("The system bus does not say who offers {}: {}", service.name, Words(user.error())),
+            "systemctl status dbus"};
+    }
+    const auto version = connection.callAndWait(
+        connection.makeCall(service.name, service.path, service.name, "Version"), deadline);
     if (!version && version.error().is(bus::error::kAccessDenied)) {
         return {Verdict::wrong,
                 fmt::format("The policy of the bus keeps this user from {}: {}", service.name,
@@ -64,11 +65,11 @@ Finding CheckService(const Machine& machine, const std::shared_ptr<bus::Connecti
         return {Verdict::wrong, fmt::format("{} does not answer: {}", service.name, Words(version.error())),
                 kStartService};
     }
-    if ((*owner)->user != machine.serviceUser) {
+    if (*user != machine.serviceUser) {
         const bool isRefused = RequiresRoot(machine);
         return {isRefused ? Verdict::wrong : Verdict::warning,
-                fmt::format("{} is run by the user with the id {} and not by root{}", service.name,
-                            (*owner)->user, isRefused ? ", so agents do not use it" : ""),
+                fmt::format("{} is run by the user with the id {} and not by root{}", service.name, *user,
+                            isRefused ? ", so agents do not use it" : ""),
                 fmt::format("busctl --system status {}", service.name)};
     }
     return Good("");
@@ -85,7 +86,7 @@ Finding CheckServices(const Machine& machine, bus::Deadline deadline) {
     }
     Finding worst = Good("Both are there and answer");
     for (const Service& service : kServices) {
-        Finding finding = CheckService(machine, *connection, service, deadline);
+        Finding finding = CheckService(machine, **connection, service, deadline);
         if (finding.verdict > worst.verdict) {
             worst = std::move(finding);
         }
@@ -99,10 +100,7 @@ Finding CheckSessionBus(const Machine& machine, bus::Deadline deadline) {
         return {Verdict::wrong, fmt::format("It cannot be reached: {}", Words(connection.error())),
                 "run this in the session itself, with its DBUS_SESSION_BUS_ADDRESS, or log in again"};
     }
-    const auto answer =
-        (*connection)
-            ->callAndWait((*connection)->makeCall(bus::kBusName, bus::kBusPath, bus::kBusName, "GetId"),
-                          deadline);
+    const auto answer = AskBus<std::string>(**connection, "GetId", deadline);
     return answer ? Good("It answers")
                   : Finding{Verdict::wrong, fmt::format("It does not answer: {}", Words(answer.error())),
                             "log in again"};
@@ -114,7 +112,7 @@ Finding CheckAgent(const Machine& machine, bus::Deadline deadline) {
         return {Verdict::warning, "Without the session's bus it cannot be told whether it runs",
                 "log in again"};
     }
-    const auto owner = OwnerOf(*connection, useragent::kApplicationName, deadline);
+    const auto owner = OwnerOf(**connection, useragent::kApplicationName, deadline);
     if (owner && !owner->has_value()) {
         const std::string start = (machine.bundle / "Contents/Resources/session/start").string();
         return {Verdict::wrong, "It does not run", start, [start](const Machine& here, bus::Deadline until) {

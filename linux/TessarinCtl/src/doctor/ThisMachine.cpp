@@ -8,6 +8,7 @@
 #include "doctor/Machine.h"
 #include "doctor/RunProgram.h"
 #include "doctor/WindowTray.h"
+#include "linux_bus/Batch.h"
 
 namespace ctl {
 
