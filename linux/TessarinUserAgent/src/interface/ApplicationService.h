@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-#include "statusitem/SessionBus.h"
+#include "sessionbus/SessionBus.h"
 #include "useragent/AgentNames.h"
 
 namespace useragent {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "notifications/DesktopNotification.h"
-#include "statusitem/SessionBus.h"
+#include "sessionbus/SessionBus.h"
 #include "useragent/PermissionNotices.h"
 
 namespace useragent {

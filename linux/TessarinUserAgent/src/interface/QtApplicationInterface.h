@@ -4,7 +4,7 @@
 #include <functional>
 #include <memory>
 
-#include "statusitem/SessionBus.h"
+#include "sessionbus/SessionBus.h"
 #include "useragent/AppDelegate.h"
 
 namespace useragent {

@@ -9,8 +9,8 @@
 #include <tuple>
 #include <vector>
 
+#include "sessionbus/SessionBus.h"
 #include "statusitem/BusMenu.h"
-#include "statusitem/SessionBus.h"
 #include "statusitem/StatusMenu.h"
 #include "statusitem/TrayIcon.h"
 

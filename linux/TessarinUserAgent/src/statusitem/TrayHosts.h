@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "statusitem/SessionBus.h"
+#include "sessionbus/SessionBus.h"
 
 namespace useragent {
 

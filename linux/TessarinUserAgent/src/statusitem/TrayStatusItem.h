@@ -6,7 +6,7 @@
 #include <memory>
 #include <optional>
 
-#include "statusitem/SessionBus.h"
+#include "sessionbus/SessionBus.h"
 #include "statusitem/StatusMenu.h"
 #include "statusitem/TrayHosts.h"
 #include "statusitem/TrayIcon.h"

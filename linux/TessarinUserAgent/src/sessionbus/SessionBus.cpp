@@ -1,4 +1,4 @@
-#include "statusitem/SessionBus.h"
+#include "sessionbus/SessionBus.h"
 
 #include <QObject>
 #include <QTimer>
