@@ -87,7 +87,7 @@ FileManagerWindow::FileManagerWindow(std::shared_ptr<const FileManagerEntries> e
     setTabOrder(installButton_, closeButton);
     setTabOrder(closeButton, messageLabel_);
 
-    addFileManagers(session);
+    addFileManagers(session, ofDesktop);
     connect(fileManagerBox_, &QComboBox::currentIndexChanged, this, [this] {
         showMessage({});
         refresh();
@@ -100,8 +100,7 @@ FileManagerWindow::FileManagerWindow(std::shared_ptr<const FileManagerEntries> e
 }
 
 // The desktop's first, then those the user could use, then the rest.
-void FileManagerWindow::addFileManagers(const DesktopSession& session) {
-    const std::optional<FileManager> ofDesktop = FileManagerOf(session);
+void FileManagerWindow::addFileManagers(const DesktopSession& session, std::optional<FileManager> ofDesktop) {
     const auto rank = [&](FileManager manager) {
         const bool isUsable = session.hasProgram(ProgramOf(manager)) || entries_->isInstalled(manager);
         return manager == ofDesktop ? 0 : isUsable ? 1 : 2;

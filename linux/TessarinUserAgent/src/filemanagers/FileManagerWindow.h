@@ -2,6 +2,7 @@
 
 #include <QDialog>
 #include <memory>
+#include <optional>
 
 #include "filemanagers/FileManagerEntries.h"
 
@@ -23,7 +24,7 @@ class FileManagerWindow : public QDialog {
     void changeEvent(QEvent* event) override;
 
  private:
-    void addFileManagers(const DesktopSession& session);
+    void addFileManagers(const DesktopSession& session, std::optional<FileManager> ofDesktop);
     FileManager selected() const;
     void refresh();
     void installOrRemove();

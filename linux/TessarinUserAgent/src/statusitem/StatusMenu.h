@@ -13,8 +13,7 @@ class QMenu;
 namespace useragent {
 
 // The menu behind the status item: the items that it is given, whether the service answers, and the end of
-// the agent. What their callbacks
-// throw is logged. Main thread, once there is a QApplication.
+// the agent. What their callbacks throw is logged. Main thread, once there is a QApplication.
 class StatusMenu {
  public:
     // `quit` is called when the user wants to end the agent.

@@ -12,9 +12,6 @@ namespace {
 
 namespace bus = cmn::bus;
 
-constexpr const char* kWatcher = kNotifierWatcher;
-constexpr const char* kWatcherPath = kNotifierWatcherPath;
-
 }  // namespace
 
 TrayHosts::TrayHosts(SessionBusPlace place, std::function<void(TrayRoad)> onAnswer,
@@ -33,10 +30,11 @@ void TrayHosts::subscribe() {
     const auto hear = [this](const std::string& rule) {
         subscriptions_.push_back(bus_.subscribe(rule, [this](const cmn::bus::Message&) { ask(); }));
     };
-    hear("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='"s + kWatcher + "'");
+    hear("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='"s + kNotifierWatcher +
+         "'");
     for (const char* const signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
-        hear("type='signal',path='"s + kWatcherPath + "',interface='" + kWatcher + "',member='" + signal +
-             "'");
+        hear("type='signal',path='"s + kNotifierWatcherPath + "',interface='" + kNotifierWatcher +
+             "',member='" + signal + "'");
     }
 }
 
@@ -49,8 +47,8 @@ void TrayHosts::ask() {
     if (bus_.state() != SessionBus::State::ready) {
         return;  // asked when it is
     }
-    bus_.call(bus_.connection().makeCall(kWatcher, kWatcherPath, bus::kProperties, "Get", kWatcher,
-                                         kHasNotifierHost),
+    bus_.call(bus_.connection().makeCall(kNotifierWatcher, kNotifierWatcherPath, bus::kProperties, "Get",
+                                         kNotifierWatcher, kHasNotifierHost),
               timeout_, [this, question](const SessionBus::Reply& reply) {
                   if (question == lastQuestion_) {
                       answered(reply);
