@@ -12,5 +12,9 @@ int Logs(const Arguments& arguments, const Surroundings& surroundings, Console& 
 int Open(const Arguments& arguments, const Surroundings& surroundings, Console& console);
 // What the service finds in a file.
 int Scan(const Arguments& arguments, const Surroundings& surroundings, Console& console);
+// What is wrong here, and what mends it.
+int Diagnose(const Arguments& arguments, const Surroundings& surroundings, Console& console);
+// An archive for support: what the other commands say, settings and logs.
+int Bundle(const Arguments& arguments, const Surroundings& surroundings, Console& console);
 
 }  // namespace ctl

@@ -1,6 +1,5 @@
 #include <fmt/format.h>
 
-#include <exception>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -12,8 +11,8 @@
 #include "TextTable.h"
 #include "buses/Buses.h"
 #include "common/json.h"
-#include "common/proto_settings.h"
 #include "common/utf8.h"
+#include "doctor/Installation.h"
 #include "useragent/FileFilters.h"
 #include "useragent/FilterRecord.h"
 #include "xpccommon/FinderExtensionProtocol.h"
@@ -26,20 +25,10 @@ namespace bus = cmn::bus;
 using Records = std::vector<cmn::ScanRecord>;
 
 constexpr const char* kService = cmn::kFinderExtensionXPCMachServiceName;
-constexpr const char* kServicePath = "/com/tessarin/FinderExtension";
 constexpr std::uint32_t kRoot = 0;
 
 [[noreturn]] void Fail(const std::string& why) {
     throw std::runtime_error(why);
-}
-
-// As the agent does: settings that cannot be read demand nothing.
-bool RequiresRootServices(const Surroundings& surroundings) {
-    try {
-        return cmn::proto::LoadSettings(surroundings.settings()).RequireRootServices;
-    } catch (const std::exception&) {
-        return false;
-    }
 }
 
 void RequireRoot(bus::Connection& system, const std::string& owner, bus::Deadline deadline) {
@@ -65,10 +54,10 @@ Records ScanResultOf(const Surroundings& surroundings, const std::string& path) 
         Fail(fmt::format("The service {} is not there", kService));
     }
     const auto end = bus::Clock::now() + surroundings.patience.scan;
-    if (RequiresRootServices(surroundings)) {
+    if (RequiresRootServices(surroundings.settings())) {
         RequireRoot(**system, **owner, end);
     }
-    auto records = AskService<Records>(**system, **owner, kServicePath, kService, "GetScanResult", end,
+    auto records = AskService<Records>(**system, **owner, PathOf(kService), kService, "GetScanResult", end,
                                        bus::kLargestMessage, path);
     if (!records) {
         Fail(fmt::format("The service {} {}", kService, Described(records.error())));

@@ -1,10 +1,9 @@
-#include "SupportCommands.h"
-
 #include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <sstream>
 
+#include "AgentCommands.h"
 #include "CommandLine.h"
 #include "Commands.h"
 #include "bundle/BundleCommand.h"
@@ -15,9 +14,6 @@
 namespace ctl {
 
 namespace {
-
-constexpr const char* kFix = "--fix";
-constexpr const char* kYes = "--yes";
 
 std::shared_ptr<const Machine> MachineOf(const Surroundings& surroundings) {
     return std::make_shared<const Machine>(
@@ -34,12 +30,6 @@ int EndedWith(int code, bool leftBehind, Console& console) {
     return code;
 }
 
-int RunDoctorCommand(const Arguments& arguments, const Surroundings& surroundings, Console& console) {
-    const DoctorOptions options{arguments.json, arguments.has(kFix), arguments.has(kYes)};
-    const DoctorResult result = RunDoctor(options, MachineOf(surroundings), console.in, console.out);
-    return EndedWith(result.exitCode, result.leftBehind, console);
-}
-
 // What "status" says, as JSON also when it only complains.
 std::string StatusOf(const Surroundings& surroundings) {
     std::istringstream in;
@@ -50,7 +40,15 @@ std::string StatusOf(const Surroundings& surroundings) {
     return out.str().empty() ? '"' + cmn::proto::JsonEscaped(err.str()) + '"' : out.str();
 }
 
-int RunBundleCommand(const Arguments& arguments, const Surroundings& surroundings, Console& console) {
+}  // namespace
+
+int Diagnose(const Arguments& arguments, const Surroundings& surroundings, Console& console) {
+    const DoctorOptions options{arguments.json, arguments.has("--fix"), arguments.has("--yes")};
+    const DoctorResult result = RunDoctor(options, MachineOf(surroundings), console.in, console.out);
+    return EndedWith(result.exitCode, result.leftBehind, console);
+}
+
+int Bundle(const Arguments& arguments, const Surroundings& surroundings, Console& console) {
     const std::shared_ptr<const Machine> machine = MachineOf(surroundings);
     std::ostringstream doctor;
     const DoctorResult examined = RunDoctor({.json = true}, machine, console.in, doctor);
@@ -59,25 +57,6 @@ int RunBundleCommand(const Arguments& arguments, const Surroundings& surrounding
     const BundleSources sources = SourcesOfThisMachine(
         *machine, {{"doctor.json", doctor.str()}, {"status.json", StatusOf(surroundings)}});
     return EndedWith(RunBundle(sources, archive, console.out, console.err), examined.leftBehind, console);
-}
-
-}  // namespace
-
-Command DoctorCommand() {
-    return {"doctor",
-            "",
-            "what is wrong here, and what mends it",
-            {{kFix, "mend what needs no rights, after asking"}, {kYes, "with --fix: do not ask"}},
-            0,
-            0,
-            true,
-            RunDoctorCommand};
-}
-
-Command BundleCommand() {
-    return {
-        "bundle", "[FILE]",        "one archive for support, without addresses, paths, names, keys", {}, 0, 1,
-        false,    RunBundleCommand};
 }
 
 }  // namespace ctl

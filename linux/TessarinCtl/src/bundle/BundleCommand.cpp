@@ -41,7 +41,7 @@ std::string Versions(const Machine& machine, const std::string& kernel) {
     writer.StartObject();
     const auto put = [&](const char* key, const std::string& text) {
         writer.Key(key);
-        writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+        cmn::proto::toJson(writer, text);
     };
     put("tessarin", TESSARIN_VERSION);
     put("system", cmn::GetOSName());

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <iterator>
+#include <utility>
 
 #include "common/utf8.h"
 
@@ -44,6 +45,11 @@ bus::Result<std::optional<std::string>> OwnerOf(bus::Connection& connection, con
 bus::Result<uid_t> UserOf(bus::Connection& connection, const std::string& uniqueName,
                           bus::Deadline deadline) {
     return AskBus<std::uint32_t>(connection, "GetConnectionUnixUser", deadline, uniqueName);
+}
+
+std::string PathOf(std::string service) {
+    std::replace(service.begin(), service.end(), '.', '/');
+    return '/' + std::move(service);
 }
 
 std::string Words(const bus::Error& error) {

@@ -65,6 +65,9 @@ cmn::bus::Result<std::optional<std::string>> OwnerOf(cmn::bus::Connection& conne
 cmn::bus::Result<uid_t> UserOf(cmn::bus::Connection& connection, const std::string& uniqueName,
                                cmn::bus::Deadline deadline);
 
+// The object of one of the product's services: its name as a path.
+std::string PathOf(std::string service);
+
 // What the error says, else its name.
 std::string Words(const cmn::bus::Error& error);
 // An error as the end of a sentence whose subject is the service: "is not there", "does not answer", ...

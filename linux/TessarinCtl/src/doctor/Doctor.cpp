@@ -103,8 +103,7 @@ std::string JsonOf(const std::vector<Examined>& examined) {
     cmn::proto::PrettyWriter writer(buffer);
     const auto put = [&](const char* key, const std::string& text) {
         writer.Key(key);
-        const std::string line = Line(text);
-        writer.String(line.data(), static_cast<rapidjson::SizeType>(line.size()));
+        cmn::proto::toJson(writer, Line(text));
     };
     writer.StartObject();
     writer.Key("healthy");

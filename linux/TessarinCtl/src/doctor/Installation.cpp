@@ -1,6 +1,9 @@
 #include "doctor/Installation.h"
 
+#include <exception>
+
 #include "common/bundle.h"
+#include "common/proto_settings.h"
 
 namespace ctl {
 
@@ -10,6 +13,14 @@ std::filesystem::path AgentOf(const Machine& machine) {
 
 std::filesystem::path SettingsOf(const Machine& machine) {
     return cmn::SharedPathOf(machine.bundle, AgentOf(machine)) / "settings.json";
+}
+
+bool RequiresRootServices(const std::filesystem::path& settings) {
+    try {
+        return cmn::proto::LoadSettings(settings).RequireRootServices;
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 std::string InstallCommand(const Machine& machine, const std::string& debs, const std::string& rpms) {

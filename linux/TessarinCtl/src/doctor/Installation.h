@@ -9,6 +9,9 @@ namespace ctl {
 
 std::filesystem::path AgentOf(const Machine& machine);     // its program
 std::filesystem::path SettingsOf(const Machine& machine);  // the file
+// Whether the settings demand that the services are root's. As for the agent, settings that cannot be read do
+// not.
+bool RequiresRootServices(const std::filesystem::path& settings);
 
 // The command that installs packages, as far as this machine's way to do that is known.
 std::string InstallCommand(const Machine& machine, const std::string& debs, const std::string& rpms);

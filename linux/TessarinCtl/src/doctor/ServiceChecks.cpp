@@ -1,10 +1,8 @@
 #include <fmt/format.h>
 
-#include <exception>
 #include <string>
 
 #include "common/make_error.h"
-#include "common/proto_settings.h"
 #include "doctor/Checks.h"
 #include "doctor/Installation.h"
 #include "doctor/Machine.h"
@@ -22,55 +20,37 @@ constexpr const char* kStartService =
     "start Tessarin's service; where the development host stands in for it: sudo systemctl restart "
     "tessarin-service-host";
 
-struct Service {
-    const char* name;
-    const char* path;
-};
-constexpr Service kServices[] = {
-    {cmn::kUserAgentMachServiceName, "/com/tessarin/UserAgent"},
-    {cmn::kFinderExtensionXPCMachServiceName, "/com/tessarin/FinderExtension"},
-};
-
-bool RequiresRoot(const Machine& machine) {
-    try {
-        return cmn::proto::LoadSettings(SettingsOf(machine)).RequireRootServices;
-    } catch (const std::exception&) {
-        return false;  // another check tells about them
-    }
-}
-
-Finding CheckService(const Machine& machine, bus::Connection& connection, const Service& service,
+Finding CheckService(const Machine& machine, bus::Connection& connection, const char* service,
                      bus::Deadline deadline) {
-    const auto owner = OwnerOf(connection, service.name, deadline);
+    const auto owner = OwnerOf(connection, service, deadline);
     if (owner && !owner->has_value()) {
-        return {Verdict::wrong, fmt::format("Nobody offers {}", service.name), kStartService};
+        return {Verdict::wrong, fmt::format("Nobody offers {}", service), kStartService};
     }
     const auto user = owner ? UserOf(connection, **owner, deadline) : owner.error();
     if (!user) {
+        return {Verdict::wrong,
+                fmt::format("The system bus does not say who offers {}: {}", service, Words(user.error())),
+                "systemctl status dbus"};
+    }
+    const auto version =
+        connection.callAndWait(connection.makeCall(service, PathOf(service), service, "Version"), deadline);
+    if (!version && version.error().is(bus::error::kAccessDenied)) {
         return {
             Verdict::wrong,
-            fmt::format("The system bus does not say who offers {}: {}", service.name, Words(user.error())),
-            "systemctl status dbus"};
-    }
-    const auto version = connection.callAndWait(
-        connection.makeCall(service.name, service.path, service.name, "Version"), deadline);
-    if (!version && version.error().is(bus::error::kAccessDenied)) {
-        return {Verdict::wrong,
-                fmt::format("The policy of the bus keeps this user from {}: {}", service.name,
-                            Words(version.error())),
-                "an administrator looks into /etc/dbus-1/system.d; without the product's own policy: " +
-                    ReinstallCommand(machine)};
+            fmt::format("The policy of the bus keeps this user from {}: {}", service, Words(version.error())),
+            "an administrator looks into /etc/dbus-1/system.d; without the product's own policy: " +
+                ReinstallCommand(machine)};
     }
     if (!version) {
-        return {Verdict::wrong, fmt::format("{} does not answer: {}", service.name, Words(version.error())),
+        return {Verdict::wrong, fmt::format("{} does not answer: {}", service, Words(version.error())),
                 kStartService};
     }
     if (*user != machine.serviceUser) {
-        const bool isRefused = RequiresRoot(machine);
+        const bool isRefused = RequiresRootServices(SettingsOf(machine));
         return {isRefused ? Verdict::wrong : Verdict::warning,
-                fmt::format("{} is run by the user with the id {} and not by root{}", service.name, *user,
+                fmt::format("{} is run by the user with the id {} and not by root{}", service, *user,
                             isRefused ? ", so agents do not use it" : ""),
-                fmt::format("busctl --system status {}", service.name)};
+                fmt::format("busctl --system status {}", service)};
     }
     return Good("");
 }
@@ -85,7 +65,8 @@ Finding CheckServices(const Machine& machine, bus::Deadline deadline) {
                 "sudo systemctl start dbus"};
     }
     Finding worst = Good("Both are there and answer");
-    for (const Service& service : kServices) {
+    for (const char* const service :
+         {cmn::kUserAgentMachServiceName, cmn::kFinderExtensionXPCMachServiceName}) {
         Finding finding = CheckService(machine, **connection, service, deadline);
         if (finding.verdict > worst.verdict) {
             worst = std::move(finding);
