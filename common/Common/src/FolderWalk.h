@@ -29,7 +29,7 @@ class FolderWalk {
 
     // Root and names up to the present entry.
     const std::filesystem::path::string_type& path() const { return path_; }
-    // The same for callers, until the walk goes on.
+    // That path as an object, valid until the walk goes on.
     const std::filesystem::path& file();
     // Whether that is a file or a link to one.
     bool isRegularFile(std::error_code& error) const;

@@ -46,8 +46,8 @@ std::string GetUserLogFolder();
 std::string GetSystemLogFolder();
 // One line in the system's own log.
 void SystemLog(std::string_view message);
-// The same for a line that is also in a log of the product, with the rank of an error; where the system has a
-// journal for such. Never waits and never fails.
+// One line with the rank of an error in the system's journal, where there is one; it is in a log of the
+// product as well. Never waits and never fails.
 void SystemJournal(std::string_view message) noexcept;
 
 // The application bundle.

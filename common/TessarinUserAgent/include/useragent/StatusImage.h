@@ -14,7 +14,7 @@ bool IsRed(StatusImage image);
 
 // The state in words, UTF-8: read aloud, and readable for those who cannot tell the colours.
 const char* DescribeImage(StatusImage image);
-// The same for a line of the menu, which has words for the permissions: whether the service answers.
+// Whether the service answers, for a line of the menu, which has items for the permissions.
 const char* DescribeService(StatusImage image);
 
 // What that line shows until the service was asked.

@@ -32,7 +32,7 @@ class FinderExtensionXPCClient final : public ServiceClient, public FinderExtens
     std::int32_t decrypt(const std::string& path);
     // Neutral answer: false.
     bool checkFullDiskAccess() { return fullDiskAccess().value_or(false); }
-    // The same question. Neutral answer: nothing.
+    // The question of `checkFullDiskAccess`. Neutral answer: nothing.
     std::optional<bool> fullDiskAccess();
     // Neutral answer: all three false.
     UIVisibilityStatuses getUIVisibilityStatuses();

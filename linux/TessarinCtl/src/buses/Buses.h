@@ -49,7 +49,7 @@ cmn::bus::Result<Answer> AskService(cmn::bus::Connection& connection, const std:
     return reply ? reply->template readOne<Answer>(mostBytes) : reply.error();
 }
 
-// The same of the bus itself.
+// Asks the bus itself and waits for its answer.
 template <typename Answer, typename... T>
 cmn::bus::Result<Answer> AskBus(cmn::bus::Connection& connection, const char* method,
                                 cmn::bus::Deadline deadline, const T&... arguments) {

@@ -11,7 +11,7 @@ namespace ctl {
 Browsers LookAtBrowsers(useragent::Accessibility& accessibility, useragent::WindowList& windows,
                         cmn::bus::Deadline deadline);
 
-// The same with the displays and buses of this process.
+// Looks at the displays and buses of this process.
 Browsers LookAtBrowsers(cmn::bus::Deadline deadline);
 
 }  // namespace ctl

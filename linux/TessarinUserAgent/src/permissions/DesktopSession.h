@@ -32,7 +32,7 @@ using EnvironmentLookup = std::function<std::optional<std::string>(const char* v
 
 XdgFolders XdgFoldersFrom(const EnvironmentLookup& environment);
 
-// Of this process. The lookup reads PATH anew each time.
+// The desktop of this process. `hasProgram` reads PATH anew each time.
 DesktopSession CurrentDesktopSession();
 
 // The parts of a list like XDG_CURRENT_DESKTOP, which are separated by colons; no empty ones.
