@@ -12,10 +12,12 @@
 #include "support/Environment.h"
 #include "support/FakeXPCTransport.h"
 #include "support/LogCapture.h"
+#include "support/LogLine.h"
 #include "xpccommon/FinderExtensionObjCXPCServer.h"
 
 namespace {
 
+using fake::LogLine;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -248,8 +250,7 @@ TEST_F(FinderExtensionXPCServerTest, ADroppedConnectionIsLoggedAndWarnedAboutAsN
     connect();
     connection->sendInterruption();
     EXPECT_THAT(processLog.lines(),
-                ElementsAre(AllOf(StartsWith("[ WARN]"), EndsWith(" -- Not overridden")),
-                            AllOf(StartsWith("[ WARN]"), EndsWith(" -- Not overridden"))));
+                ElementsAre(LogLine(" WARN", "Not overridden"), LogLine(" WARN", "Not overridden")));
     const auto accepted = line(" INFO", "Accepted new XPC connection");
     EXPECT_THAT(endAndReadRequests(),
                 ElementsAre(accepted, line("DEBUG", "FinderExtensionObjCXPCServer -- did invalidate"),

@@ -4,15 +4,16 @@
 #include "ScriptedUserAgent.h"
 #include "support/FakeDispatch.h"
 #include "support/LogCapture.h"
+#include "support/LogLine.h"
 #include "xpccommon/UserAgentObjCXPCClient.h"
 #include "xpccommon/UserAgentXPCClient.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using fake::LogLine;
 using testing::AllOf;
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::SizeIs;
 using testing::StartsWith;
 using Queue = fake::Dispatch::Queue;
@@ -201,20 +202,16 @@ TEST_F(UserAgentXPCClientTest, AFailedValidationWarnsWithTheSuggestionBehindTwoB
     daemon.present = false;
     daemon.error.recoverySuggestion = "start the daemon";
     connectedClient();
-    const auto lines = log.linesWith("Remote object proxy error");
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_THAT(lines[0],
-                AllOf(StartsWith("[ WARN]"), EndsWith(" -- Remote object proxy error --  start the daemon")));
+    EXPECT_THAT(log.linesWith("Remote object proxy error"),
+                ElementsAre(LogLine(" WARN", "Remote object proxy error --  start the daemon")));
 }
 
 TEST_F(UserAgentXPCClientTest, AFailedRegistrationIsLoggedAsErrorWithTheSuggestion) {
     daemon.present = false;
     daemon.error.recoverySuggestion = "start the daemon";
     connectedClient();
-    const auto lines = log.linesWith("Failed to get remote object");
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_THAT(lines[0], AllOf(StartsWith("[ERROR]"),
-                                EndsWith(" -- Failed to get remote object -- start the daemon")));
+    EXPECT_THAT(log.linesWith("Failed to get remote object"),
+                ElementsAre(LogLine("ERROR", "Failed to get remote object -- start the daemon")));
 }
 
 TEST_F(UserAgentXPCClientTest, TheSuggestionOfAnErrorForgesNoLine) {
@@ -230,9 +227,8 @@ TEST_F(UserAgentXPCClientTest, AFailedReportIsLoggedWithItsPlaceholderWrittenLit
     daemon.present = false;
     client->sendURL("https://example.com/", "Safari", 1);
     dispatch->runUntilIdle();
-    const auto lines = log.linesWith("Failed to get remote object");
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_THAT(lines[0], AllOf(StartsWith("[ERROR]"), EndsWith(" -- Failed to get remote object -- %s")));
+    EXPECT_THAT(log.linesWith("Failed to get remote object"),
+                ElementsAre(LogLine("ERROR", "Failed to get remote object -- %s")));
 }
 
 TEST_F(UserAgentXPCClientTest, AReportWithoutAnyConnectionIsLoggedAndReturnsAtOnce) {

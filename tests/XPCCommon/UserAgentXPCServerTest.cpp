@@ -7,16 +7,15 @@
 #include "support/FakeDispatch.h"
 #include "support/FakeXPCTransport.h"
 #include "support/LogCapture.h"
+#include "support/LogLine.h"
 #include "xpccommon/UserAgentXPCServer.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using testing::AllOf;
+using fake::LogLine;
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 // The agent's extractor as the daemon reaches it.
 class ScriptedExtractor : public cmn::URLExtractor {
@@ -61,6 +60,11 @@ class UserAgentXPCServerTest : public testing::Test {
             },
             dispatch, transport);
     }
+    std::unique_ptr<cmn::UserAgentXPCServer> makeServerWithExtractor() {
+        auto server = makeServer();
+        connect()->setURLExtractor(extractor, [](bool) {});
+        return server;
+    }
     // A new peer's view of the service.
     std::shared_ptr<cmn::UserAgentProtocol> connect() {
         connection = transport->lastListener()->connectPeer();
@@ -80,8 +84,7 @@ TEST_F(UserAgentXPCServerTest, ListensUnderTheUserAgentsNameFromItsConstruction)
     const auto server = makeServer();
     EXPECT_EQ(transport->lastListener()->machServiceName, "com.tessarin.UserAgent");
     EXPECT_TRUE(transport->lastListener()->resumed);
-    EXPECT_THAT(log.lines(),
-                ElementsAre(AllOf(StartsWith("[TRACE]"), EndsWith(" -- UserAgentObjCXPCServer started"))));
+    EXPECT_THAT(log.lines(), ElementsAre(LogLine("TRACE", "UserAgentObjCXPCServer started")));
 }
 
 TEST_F(UserAgentXPCServerTest, StopEndsTheListening) {
@@ -108,28 +111,24 @@ TEST_F(UserAgentXPCServerTest, AcceptsEveryConnectionAndLogsBeforeAndAfter) {
     }
     const auto lines = log.linesWith("ew connection");
     ASSERT_EQ(lines.size(), 6u);
-    EXPECT_THAT(lines[0], AllOf(StartsWith("[ INFO]"), EndsWith(" -- Accepting new connection")));
-    EXPECT_THAT(lines[1], AllOf(StartsWith("[ INFO]"), EndsWith(" -- New connection accepted")));
+    EXPECT_THAT(lines[0], LogLine(" INFO", "Accepting new connection"));
+    EXPECT_THAT(lines[1], LogLine(" INFO", "New connection accepted"));
 }
 
 TEST_F(UserAgentXPCServerTest, LogsTheInvalidationOfAConnection) {
     const auto server = makeServer();
     connect();
     connection->sendInvalidation();
-    const auto lines = log.linesWith("nvalidate");
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_THAT(lines[0], AllOf(StartsWith("[ WARN]"), EndsWith(" -- Did invalidate")));
-    EXPECT_THAT(lines[1], AllOf(StartsWith("[ WARN]"), EndsWith(" -- Connection has been invalidated")));
+    EXPECT_THAT(log.linesWith("nvalidate"), ElementsAre(LogLine(" WARN", "Did invalidate"),
+                                                        LogLine(" WARN", "Connection has been invalidated")));
 }
 
 TEST_F(UserAgentXPCServerTest, LogsTheInterruptionOfAConnection) {
     const auto server = makeServer();
     connect();
     connection->sendInterruption();
-    const auto lines = log.linesWith("nterrupt");
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_THAT(lines[0], AllOf(StartsWith("[ WARN]"), EndsWith(" -- Did interrupt")));
-    EXPECT_THAT(lines[1], AllOf(StartsWith("[ WARN]"), EndsWith(" -- Connection has been interrupted")));
+    EXPECT_THAT(log.linesWith("nterrupt"), ElementsAre(LogLine(" WARN", "Did interrupt"),
+                                                       LogLine(" WARN", "Connection has been interrupted")));
 }
 
 TEST_F(UserAgentXPCServerTest, TheHandlersOfAConnectionHoldTheServerWeakly) {
@@ -154,7 +153,7 @@ TEST_F(UserAgentXPCServerTest, AnswersYesToAnExtractorAndLogsIt) {
     connect()->setURLExtractor(extractor, [&](bool accepted) { answer = accepted; });
     EXPECT_TRUE(answer);
     EXPECT_THAT(log.linesWith("URLExtractor"),
-                testing::Contains(AllOf(StartsWith("[ INFO]"), EndsWith(" -- URLExtractor has been set"))));
+                testing::Contains(LogLine(" INFO", "URLExtractor has been set")));
 }
 
 TEST_F(UserAgentXPCServerTest, HandsReportsToItsCallback) {
@@ -196,24 +195,20 @@ TEST_F(UserAgentXPCServerTest, GetURLWithoutAnExtractorIsEmptyAtOnce) {
 }
 
 TEST_F(UserAgentXPCServerTest, GetURLReturnsWhatTheExtractorAnswers) {
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     EXPECT_EQ(server->getURL("Safari"), "url of Safari");
-    EXPECT_THAT(log.linesWith("getUrl"),
-                ElementsAre(AllOf(StartsWith("[TRACE]"), EndsWith(" -- call getUrl for browser: 'Safari'"))));
+    EXPECT_THAT(log.linesWith("getUrl"), ElementsAre(LogLine("TRACE", "call getUrl for browser: 'Safari'")));
 }
 
 TEST_F(UserAgentXPCServerTest, GetURLAsksForTheListedBrowserThatTheTextContains) {
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     EXPECT_EQ(server->getURL("The Google Chrome Helper (Renderer)"), "url of Google Chrome");
     EXPECT_THAT(extractor->asked, ElementsAre("Google Chrome"));
     EXPECT_EQ(log.count("call getUrl for browser: 'The Google Chrome Helper (Renderer)'"), 1u);
 }
 
 TEST_F(UserAgentXPCServerTest, TheBrowserOfAQuestionForgesNoLine) {
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     server->getURL("Safari\n");
     server->getURL("other\n");
     EXPECT_EQ(log.count("call getUrl for browser: 'Safari\\x0a'"), 1U);
@@ -221,15 +216,13 @@ TEST_F(UserAgentXPCServerTest, TheBrowserOfAQuestionForgesNoLine) {
 }
 
 TEST_F(UserAgentXPCServerTest, GetURLTakesTheFirstEntryOfItsListNotOfTheText) {
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     server->getURL("Safari and Google Chrome");
     EXPECT_THAT(extractor->asked, ElementsAre("Google Chrome"));
 }
 
 TEST_F(UserAgentXPCServerTest, GetURLComparesCaseSensitively) {
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     EXPECT_EQ(server->getURL("safari"), "");
     EXPECT_EQ(server->getURL("google chrome"), "");
     EXPECT_EQ(server->getURL(""), "");
@@ -237,19 +230,16 @@ TEST_F(UserAgentXPCServerTest, GetURLComparesCaseSensitively) {
 }
 
 TEST_F(UserAgentXPCServerTest, GetURLForFirefoxIsEmptyWithoutAsking) {
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     EXPECT_EQ(server->getURL("Firefox"), "");
     EXPECT_THAT(extractor->asked, IsEmpty());
     EXPECT_THAT(log.linesWith("getUrl"),
-                ElementsAre(AllOf(StartsWith("[TRACE]"),
-                                  EndsWith(" -- getUrl called for browser: 'Firefox' -- failed."))));
+                ElementsAre(LogLine("TRACE", "getUrl called for browser: 'Firefox' -- failed.")));
 }
 
 TEST_F(UserAgentXPCServerTest, GetURLWaitsThreeSecondsThenReturnsTheEmptyURL) {
     extractor->answers = false;
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     EXPECT_EQ(server->getURL("Safari"), "");
     EXPECT_EQ(dispatch->now(), 3s);
     ASSERT_EQ(extractor->replies.size(), 1u);
@@ -259,16 +249,14 @@ TEST_F(UserAgentXPCServerTest, GetURLWaitsThreeSecondsThenReturnsTheEmptyURL) {
 
 TEST_F(UserAgentXPCServerTest, GetURLTakesAnAnswerWithinTheThreeSeconds) {
     extractor->answers = false;
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     dispatch->deliver(3s - 1ns, [&] { extractor->replies.at(0)("just in time"); });
     EXPECT_EQ(server->getURL("Safari"), "just in time");
 }
 
 TEST_F(UserAgentXPCServerTest, GetURLEndsAtOnceWhenNoAnswerCanCome) {
     extractor->forgets = true;
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     EXPECT_EQ(server->getURL("Safari"), "");
     EXPECT_THAT(extractor->asked, ElementsAre("Safari"));
     EXPECT_EQ(dispatch->now(), 0ns);
@@ -276,8 +264,7 @@ TEST_F(UserAgentXPCServerTest, GetURLEndsAtOnceWhenNoAnswerCanCome) {
 
 TEST_F(UserAgentXPCServerTest, GetURLEndsWhenThePeerLeavesMeanwhile) {
     extractor->answers = false;
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     dispatch->after(1s, cmn::QueuePriority::normal, [&] { extractor->replies.clear(); });
     EXPECT_EQ(server->getURL("Safari"), "");
     EXPECT_EQ(dispatch->now(), 1s);
@@ -295,29 +282,24 @@ TEST_F(UserAgentXPCServerTest, GetURLAsksTheExtractorThatWasSetLast) {
 }
 
 TEST_F(UserAgentXPCServerTest, GetURLAfterAnExtractorOfNothingIsEmptyAtOnce) {
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     connect()->setURLExtractor(nullptr, [](bool) {});
     EXPECT_EQ(server->getURL("Safari"), "");
     EXPECT_THAT(extractor->asked, IsEmpty());
 }
 
 TEST_F(UserAgentXPCServerTest, AnExtractorOfAPeerThatIsNotKnownOutlivesConnections) {
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     connection->sendInvalidation();
     EXPECT_EQ(server->getURL("Safari"), "url of Safari") << "nobody can tell whose it was";
 }
 
 TEST_F(UserAgentXPCServerTest, GetURLLogsAStandardExceptionAndIsEmpty) {
     extractor->failure = true;
-    const auto server = makeServer();
-    connect()->setURLExtractor(extractor, [](bool) {});
+    const auto server = makeServerWithExtractor();
     EXPECT_EQ(server->getURL("Safari"), "");
-    EXPECT_THAT(
-        log.linesWith("Exception"),
-        ElementsAre(AllOf(StartsWith("[DEBUG]"),
-                          EndsWith(" -- getUrl for browser:Exception 'extractor failed' -- failed."))));
+    EXPECT_THAT(log.linesWith("Exception"),
+                ElementsAre(LogLine("DEBUG", "getUrl for browser:Exception 'extractor failed' -- failed.")));
 }
 
 constexpr std::uint32_t kAlice = 1000;
