@@ -2,11 +2,12 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <QDBusConnectionInterface>
 #include <QDBusObjectPath>
+#include <QDBusPendingCall>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "EventWriter.h"
 #include "HostProcess.h"
@@ -37,6 +38,11 @@ class ServiceHostTest : public fake::BusWorld {
             std::make_shared<cmn::UserAgentObjCXPCClient>(std::move(delegate), hurried(kHurry), transport);
         client->connect();
         return client;
+    }
+    std::unique_ptr<HostProcess> startHost() const {
+        auto host = std::make_unique<HostProcess>(bus.address());
+        EXPECT_TRUE(host->isReady()) << host->process().errors();
+        return host;
     }
     static QDBusMessage sendURL(const QString& url, const QString& browser, int pid) {
         return RawPeer::message(kService, kPath, kService, "SendURL", {url, browser, pid});
@@ -162,29 +168,27 @@ TEST_F(ServiceHostTest, EndsWithStatus1WithoutABus) {
 }
 
 TEST_F(ServiceHostTest, EndsWithStatus1WhenTheNameIsTaken) {
-    HostProcess first(bus.address());
-    ASSERT_TRUE(first.isReady());
+    const auto first = startHost();
     HostProcess second(bus.address());
     EXPECT_EQ(second.process().wait(), 1);
     EXPECT_THAT(second.process().errors(), HasSubstr("the name is already taken by another process"));
-    EXPECT_FALSE(first.process().wait(0ms)) << "the first is not disturbed";
+    EXPECT_FALSE(first->process().wait(0ms)) << "the first is not disturbed";
 }
 
 TEST_F(ServiceHostTest, ListensAgainWhenTheBusIsBack) {
-    HostProcess host(bus.address());
-    ASSERT_TRUE(host.isReady());
+    const auto host = startHost();
     bus.kill();
     std::vector<std::string> lost;
     for (int i = 0; i < 2; ++i) {
-        const auto event = host.event();
+        const auto event = host->event();
         ASSERT_TRUE(event.IsObject());
         EXPECT_STREQ(event["event"].GetString(), "lost");
         lost.emplace_back(event["service"].GetString());
     }
     EXPECT_THAT(lost, testing::UnorderedElementsAre(kService, "com.tessarin.FinderExtension"));
     bus.start();
-    ASSERT_TRUE(host.isReady());
-    EXPECT_THAT(host.process().errors(), HasSubstr("can no longer listen"));
+    ASSERT_TRUE(host->isReady());
+    EXPECT_THAT(host->process().errors(), HasSubstr("can no longer listen"));
     const QDBusMessage answer =
         RawPeer(bus.address()).call(RawPeer::message(kService, kPath, kService, "Version"));
     EXPECT_EQ(answer.arguments(), QVariantList{QStringLiteral("1.0")});
@@ -212,8 +216,7 @@ TEST_F(ServiceHostTest, SaysWhenItIsReady) {
 }
 
 TEST_F(ServiceHostTest, WritesEachReportAtOnceAsOneLineOfJSON) {
-    HostProcess host(bus.address());
-    ASSERT_TRUE(host.isReady());
+    const auto host = startHost();
     const RawPeer agent(bus.address());
     const QString texts[] = {
         QStringLiteral("https://example.com/?a=1&b=\"2\"\\"), QStringLiteral("line\nbreak\r\t\x01\x7f"),
@@ -221,7 +224,7 @@ TEST_F(ServiceHostTest, WritesEachReportAtOnceAsOneLineOfJSON) {
     int pid = -1;
     for (const QString& text : texts) {
         agent.send(sendURL(text, QStringLiteral("Safari"), pid));
-        const auto event = host.event();
+        const auto event = host->event();
         ASSERT_TRUE(event.IsObject());
         EXPECT_STREQ(event["event"].GetString(), "url");
         EXPECT_EQ(QString::fromUtf8(event["url"].GetString()), text);
@@ -256,97 +259,90 @@ TEST_F(ServiceHostTest, WritesReadableTextWithoutJSON) {
 }
 
 TEST_F(ServiceHostTest, AsksTheAgentOnCommand) {
-    HostProcess host(bus.address());
-    ASSERT_TRUE(host.isReady());
+    const auto host = startHost();
     const auto client = startClient();
     ASSERT_TRUE(WaitFor([&] { return client->connected(); }));
     // The agent may still be registering its extractor.
     rapidjson::Document answer;
     ASSERT_TRUE(WaitFor([&] {
-        host.process().write("getURL  Google Chrome (Beta) \n");
-        answer = host.event("getURL");
+        host->process().write("getURL  Google Chrome (Beta) \n");
+        answer = host->event("getURL");
         return answer.IsObject() && answer["url"].GetStringLength() > 0;
     }));
     EXPECT_STREQ(answer["browser"].GetString(), "Google Chrome (Beta)");
     EXPECT_STREQ(answer["url"].GetString(), "url of Google Chrome");
-    host.process().write("getURL Firefox\ngetURL\n");
-    answer = host.event("getURL");
+    host->process().write("getURL Firefox\ngetURL\n");
+    answer = host->event("getURL");
     EXPECT_STREQ(answer["url"].GetString(), "");
-    EXPECT_TRUE(host.event("getURL").IsObject());
+    EXPECT_TRUE(host->event("getURL").IsObject());
 }
 
 TEST_F(ServiceHostTest, AQuestionThatWaitsHoldsUpNeitherReportsNorCommands) {
-    HostProcess host(bus.address());
-    ASSERT_TRUE(host.isReady());
+    const auto host = startHost();
     RawPeer agent(bus.address(), [](const QDBusMessage&, const QDBusConnection&) {});  // never answers
     agent.call(RawPeer::message(kService, kPath, kService, "SetURLExtractor",
                                 {QVariant::fromValue(QDBusObjectPath("/extractor"))}));
-    host.process().write("getURL Safari\n");
+    host->process().write("getURL Safari\n");
     agent.send(sendURL(QStringLiteral("u"), QStringLiteral("Safari"), 1));
-    auto event = host.event();
+    auto event = host->event();
     ASSERT_TRUE(event.IsObject());
     EXPECT_STREQ(event["event"].GetString(), "url") << "the answer to getURL comes three seconds later";
-    host.process().write("what is this\n");
-    event = host.event();
+    host->process().write("what is this\n");
+    event = host->event();
     ASSERT_TRUE(event.IsObject());
     EXPECT_STREQ(event["event"].GetString(), "error");
     EXPECT_STREQ(event["message"].GetString(), "unknown command: what is this");
-    host.process().write("quit\n");
-    EXPECT_EQ(host.process().wait(2s), 0) << "nor the end";
+    host->process().write("quit\n");
+    EXPECT_EQ(host->process().wait(2s), 0) << "nor the end";
 }
 
 TEST_F(ServiceHostTest, WritesValidJSONForBytesThatAreNoUTF8) {
-    HostProcess host(bus.address());
-    ASSERT_TRUE(host.isReady());
-    host.process().write("getURL a\xff\xfe\xc3\n");
-    EXPECT_STREQ(host.event("getURL")["browser"].GetString(), "a\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd");
-    host.process().write("\x80\n");
-    EXPECT_STREQ(host.event("error")["message"].GetString(), "unknown command: \xef\xbf\xbd");
+    const auto host = startHost();
+    host->process().write("getURL a\xff\xfe\xc3\n");
+    EXPECT_STREQ(host->event("getURL")["browser"].GetString(), "a\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd");
+    host->process().write("\x80\n");
+    EXPECT_STREQ(host->event("error")["message"].GetString(), "unknown command: \xef\xbf\xbd");
 }
 
 TEST_F(ServiceHostTest, AnOverlongCommandIsGivenUpAndTheNextOneWorks) {
-    HostProcess host(bus.address());
-    ASSERT_TRUE(host.isReady());
-    host.process().write(std::string(200'000, 'x') + "\ngetURL Firefox\n");
-    const auto event = host.event();
+    const auto host = startHost();
+    host->process().write(std::string(200'000, 'x') + "\ngetURL Firefox\n");
+    const auto event = host->event();
     ASSERT_TRUE(event.IsObject());
     EXPECT_STREQ(event["event"].GetString(), "getURL");
 }
 
 TEST_F(ServiceHostTest, EndsWithStatus0AfterQuitAndAfterEitherSignal) {
     for (const int number : {0, SIGTERM, SIGINT}) {
-        HostProcess host(bus.address());
-        ASSERT_TRUE(host.isReady());
-        number == 0 ? host.process().write("quit\n") : host.process().signal(number);
-        EXPECT_EQ(host.process().wait(), 0) << number;
+        const auto host = startHost();
+        number == 0 ? host->process().write("quit\n") : host->process().signal(number);
+        EXPECT_EQ(host->process().wait(), 0) << number;
     }
     EXPECT_FALSE(RawPeer(bus.address()).hasOwner(kService));
 }
 
 TEST_F(ServiceHostTest, TheEndOfTheInputKeepsItRunning) {
-    HostProcess host(bus.address());
-    ASSERT_TRUE(host.isReady());
-    host.process().write("getURL Firefox");  // the unfinished line counts
-    host.process().closeInput();
-    EXPECT_TRUE(host.event("getURL").IsObject());
+    const auto host = startHost();
+    host->process().write("getURL Firefox");  // the unfinished line counts
+    host->process().closeInput();
+    EXPECT_TRUE(host->event("getURL").IsObject());
     const RawPeer agent(bus.address());
     agent.send(sendURL(QStringLiteral("u"), QStringLiteral("Safari"), 1));
-    EXPECT_TRUE(host.event("url").IsObject());
-    host.process().signal(SIGTERM);
-    EXPECT_EQ(host.process().wait(), 0);
+    EXPECT_TRUE(host->event("url").IsObject());
+    host->process().signal(SIGTERM);
+    EXPECT_EQ(host->process().wait(), 0);
 }
 
 TEST_F(ServiceHostTest, StopLeavesTheBusAndKeepsRunning) {
-    HostProcess host(bus.address());
-    ASSERT_TRUE(host.isReady());
+    const auto host = startHost();
     const auto client = startClient();
     ASSERT_TRUE(WaitFor([&] { return client->connected(); }));
-    host.process().write("stop\n");
-    EXPECT_TRUE(host.event("stopped").IsObject());
+    host->process().write("stop\n");
+    EXPECT_TRUE(host->event("stopped").IsObject());
     EXPECT_TRUE(WaitFor([&] { return log.count("Did interrupt -- reconnecting") == 1; }));
-    EXPECT_FALSE(host.process().wait(0ms));
-    host.process().write("quit\n");
-    EXPECT_EQ(host.process().wait(), 0);
+    EXPECT_FALSE(host->process().wait(0ms));
+    host->process().write("quit\n");
+    EXPECT_EQ(host->process().wait(), 0);
 }
 
 TEST_F(ServiceHostTest, ALogFileThatCannotBeWrittenIsSaidOnceInTheErrorStream) {
@@ -388,20 +384,19 @@ TEST_F(ServiceHostTest, WritesItsLogToTheFileOrToTheErrorStream) {
 TEST_F(ServiceHostTest, TheClientFindsAHostThatIsKilledAndRestartedTwentyTimes) {
     const auto client = startClient();
     for (int round = 1; round <= 20; ++round) {
-        HostProcess host(bus.address());
-        ASSERT_TRUE(host.isReady()) << round << host.process().errors();
+        const auto host = startHost();
         ASSERT_TRUE(WaitFor([&] { return client->connected(); })) << round;
         // The extractor is registered again: the host's question finds it.
         ASSERT_TRUE(WaitFor([&] {
-            host.process().write("getURL Safari\n");
-            return host.event("getURL")["url"].GetString() == std::string("url of Safari");
+            host->process().write("getURL Safari\n");
+            return host->event("getURL")["url"].GetString() == std::string("url of Safari");
         })) << round;
         client->sendURL("https://example.com/" + std::to_string(round), "Safari", round);
-        const auto report = host.event("url");
+        const auto report = host->event("url");
         ASSERT_TRUE(report.IsObject());
         EXPECT_EQ(report["pid"].GetInt(), round);
-        host.process().signal(SIGKILL);
-        EXPECT_EQ(host.process().wait(), -SIGKILL);
+        host->process().signal(SIGKILL);
+        EXPECT_EQ(host->process().wait(), -SIGKILL);
         ASSERT_TRUE(WaitFor(
             [&] { return log.count("Did interrupt -- reconnecting") == static_cast<unsigned>(round); }));
         EXPECT_FALSE(client->connected());
@@ -409,32 +404,31 @@ TEST_F(ServiceHostTest, TheClientFindsAHostThatIsKilledAndRestartedTwentyTimes) 
 }
 
 TEST_F(ServiceHostTest, AHostThatDiesWhileACallWaitsMakesTheCallFail) {
-    auto host = std::make_unique<HostProcess>(bus.address());
-    ASSERT_TRUE(host->isReady());
+    const auto host = startHost();
     host->process().signal(SIGSTOP);
-    RawPeer agent(bus.address());
-    std::thread killer([&] {
-        std::this_thread::sleep_for(50ms);
-        host->process().signal(SIGKILL);
-    });
-    const QDBusMessage answer = agent.call(RawPeer::message(kService, kPath, kService, "Version"));
-    killer.join();
-    EXPECT_EQ(answer.errorName(), "org.freedesktop.DBus.Error.NoReply");
+    const QDBusConnection agent =
+        QDBusConnection::connectToBus(QString::fromStdString(bus.address()), QStringLiteral("agent"));
+    const QDBusPendingCall call = agent.asyncCall(RawPeer::message(kService, kPath, kService, "Version"));
+    // Messages of one sender are passed on in their order: the call is with the host before this is answered.
+    ASSERT_TRUE(agent.interface()->isServiceRegistered(kService).value());
+    host->process().signal(SIGKILL);
+    ASSERT_TRUE(WaitFor([&] { return call.isFinished(); }));
+    EXPECT_EQ(call.error().name(), "org.freedesktop.DBus.Error.NoReply");
+    QDBusConnection::disconnectFromBus(QStringLiteral("agent"));
 }
 
 TEST_F(ServiceHostTest, AStoppedHostHoldsUpNoClient) {
-    HostProcess host(bus.address());
-    ASSERT_TRUE(host.isReady());
-    host.process().signal(SIGSTOP);
+    const auto host = startHost();
+    host->process().signal(SIGSTOP);
     const auto start = std::chrono::steady_clock::now();
     const auto client = startClient();
     for (int i = 0; i < 1000; ++i) {
         client->sendURL("https://example.com/", "Safari", i);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
-    host.process().signal(SIGCONT);
+    host->process().signal(SIGCONT);
     for (int i = 0; i < 1000; ++i) {
-        const auto report = host.event("url");
+        const auto report = host->event("url");
         ASSERT_TRUE(report.IsObject());
         ASSERT_EQ(report["pid"].GetInt(), i) << "in their order";
     }
