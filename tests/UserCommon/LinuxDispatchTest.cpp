@@ -33,6 +33,34 @@ class LinuxDispatchTest : public testing::Test {
  protected:
     ~LinuxDispatchTest() override { dispatch->stop(); }
 
+    // The tasks of one serial queue, in these lanes, run in their order and one at a time.
+    void expectOrder(const std::function<cmn::Lane(int task)>& laneOf) const {
+        const auto queue = dispatch->createSerialQueue();
+        std::vector<int> order;  // guarded by the queue
+        std::atomic<int> inside{0};
+        std::atomic<int> overlaps{0};
+        std::atomic<int> done{0};
+        for (int i = 0; i < 1000; ++i) {
+            queue->post(
+                [&, i] {
+                    overlaps += ++inside > 1 ? 1 : 0;
+                    order.push_back(i);
+                    --inside;
+                    ++done;
+                },
+                laneOf(i));
+        }
+        ASSERT_TRUE(WaitFor([&] { return done == 1000; }));
+        EXPECT_EQ(overlaps, 0);
+        EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+    }
+    // Whether what is begun calls the function it is given.
+    static bool runs(const std::function<void(std::function<void()> task)>& begin) {
+        std::promise<void> ran;
+        begin([&ran] { ran.set_value(); });
+        return ran.get_future().wait_for(20s) == std::future_status::ready;
+    }
+
     std::shared_ptr<cmn::LinuxDispatch> dispatch = std::make_shared<cmn::LinuxDispatch>();
 };
 
@@ -72,9 +100,7 @@ TEST_F(LinuxDispatchTest, TasksThatBlockOnOneQueueDoNotHoldUpTheOther) {
     for (int i = 0; i < 64; ++i) {
         dispatch->async(QueuePriority::high, [&] { never->wait(20s); });
     }
-    std::promise<void> ran;
-    dispatch->async(QueuePriority::normal, [&] { ran.set_value(); });
-    EXPECT_EQ(ran.get_future().wait_for(10s), std::future_status::ready);
+    EXPECT_TRUE(runs([&](auto task) { dispatch->async(QueuePriority::normal, std::move(task)); }));
     dispatch->stop();
 }
 
@@ -248,22 +274,7 @@ TEST_F(LinuxDispatchTest, OverlappingReconnectsOfAClientRunOneAfterTheOther) {
 }
 
 TEST_F(LinuxDispatchTest, ASerialQueueKeepsTheOrderAndNeverRunsTwoTasksAtOnce) {
-    const auto queue = dispatch->createSerialQueue();
-    std::vector<int> order;  // guarded by the queue
-    std::atomic<int> inside{0};
-    std::atomic<int> overlaps{0};
-    std::atomic<int> done{0};
-    for (int i = 0; i < 1000; ++i) {
-        queue->post([&, i] {
-            overlaps += ++inside > 1 ? 1 : 0;
-            order.push_back(i);
-            --inside;
-            ++done;
-        });
-    }
-    ASSERT_TRUE(WaitFor([&] { return done == 1000; }));
-    EXPECT_EQ(overlaps, 0);
-    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+    expectOrder([](int) { return cmn::Lane::quick; });
 }
 
 TEST_F(LinuxDispatchTest, SerialQueuesRunSideBySideAndShareTheThreads) {
@@ -332,32 +343,13 @@ TEST_F(LinuxDispatchTest, UserTasksHoldUpNoSlowOnes) {
     for (int i = 0; i < 64; ++i) {
         dispatch->async(i % 2 == 0 ? QueuePriority::high : QueuePriority::normal, [&] { release->wait(1h); });
     }
-    std::promise<void> ran;
-    dispatch->createSerialQueue()->post([&] { ran.set_value(); }, cmn::Lane::slow);
-    EXPECT_EQ(ran.get_future().wait_for(20s), std::future_status::ready);
+    EXPECT_TRUE(
+        runs([&](auto task) { dispatch->createSerialQueue()->post(std::move(task), cmn::Lane::slow); }));
     dispatch->stop();
 }
 
 TEST_F(LinuxDispatchTest, ASerialQueueKeepsItsOrderAcrossTheLanes) {
-    const auto queue = dispatch->createSerialQueue();
-    std::vector<int> order;  // guarded by the queue
-    std::atomic<int> inside{0};
-    std::atomic<int> overlaps{0};
-    std::atomic<int> done{0};
-    for (int i = 0; i < 600; ++i) {
-        const auto lane = i % 3 == 0 ? cmn::Lane::slow : cmn::Lane::quick;
-        queue->post(
-            [&, i] {
-                overlaps += ++inside > 1 ? 1 : 0;
-                order.push_back(i);
-                --inside;
-                ++done;
-            },
-            lane);
-    }
-    ASSERT_TRUE(WaitFor([&] { return done == 600; }));
-    EXPECT_EQ(overlaps, 0);
-    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+    expectOrder([](int task) { return task % 3 == 0 ? cmn::Lane::slow : cmn::Lane::quick; });
 }
 
 TEST_F(LinuxDispatchTest, StopDropsWhatWaitsBehindATaskOfEitherLane) {
@@ -386,13 +378,9 @@ TEST_F(LinuxDispatchTest, ADispatchInTheLoopOfOthersLeavesItToThem) {
     const auto loop = std::make_shared<cmn::bus::Loop>();
     const auto own = std::make_shared<cmn::LinuxDispatch>(1, loop);
     EXPECT_EQ(own->loop(), loop);
-    std::promise<void> ran;
-    own->createSerialQueue()->post([&] { ran.set_value(); });
-    EXPECT_EQ(ran.get_future().wait_for(20s), std::future_status::ready);
+    EXPECT_TRUE(runs([&](auto task) { own->createSerialQueue()->post(std::move(task)); }));
     own->stop();
-    std::promise<void> turned;
-    loop->post([&] { turned.set_value(); });
-    EXPECT_EQ(turned.get_future().wait_for(20s), std::future_status::ready);
+    EXPECT_TRUE(runs([&](auto task) { loop->post(std::move(task)); }));
 }
 
 TEST_F(LinuxDispatchTest, AnIdleOneHasAThreadOfEachKind) {
