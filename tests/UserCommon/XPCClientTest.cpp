@@ -54,6 +54,11 @@ class XPCClientTest : public testing::Test {
     std::shared_ptr<RecordingClient> makeClient(bool privileged = true) {
         return std::make_shared<RecordingClient>(dispatch, transport, "com.example.Service", privileged);
     }
+    std::shared_ptr<RecordingClient> connectedClient(bool privileged = true) {
+        auto client = makeClient(privileged);
+        client->connect();
+        return client;
+    }
 
     std::shared_ptr<fake::Dispatch> dispatch = std::make_shared<fake::Dispatch>();
     std::shared_ptr<fake::XPCTransport> transport = std::make_shared<fake::XPCTransport>(dispatch);
@@ -67,15 +72,13 @@ TEST_F(XPCClientTest, DoesNotConnectByItself) {
 }
 
 TEST_F(XPCClientTest, ConnectsWithOption4096WhenTheServiceIsPrivileged) {
-    const auto client = makeClient(true);
-    client->connect();
+    const auto client = connectedClient(true);
     EXPECT_TRUE(client->isServicePrivileged());
     EXPECT_EQ(static_cast<unsigned>(transport->lastConnection()->options), 4096u);
 }
 
 TEST_F(XPCClientTest, ConnectsWithOption0WhenTheServiceIsNotPrivileged) {
-    const auto client = makeClient(false);
-    client->connect();
+    const auto client = connectedClient(false);
     EXPECT_FALSE(client->isServicePrivileged());
     EXPECT_EQ(static_cast<unsigned>(transport->lastConnection()->options), 0u);
 }
@@ -90,23 +93,20 @@ TEST_F(XPCClientTest, ConnectsToTheNameSetLast) {
 }
 
 TEST_F(XPCClientTest, RunsTheHooksAroundResumeOncePerConnect) {
-    const auto client = makeClient();
-    client->connect();
+    const auto client = connectedClient();
     EXPECT_THAT(client->steps, ElementsAre("will-resume", "did-resume"));
     client->connect();
     EXPECT_THAT(client->steps, ElementsAre("will-resume", "did-resume", "will-resume", "did-resume"));
 }
 
 TEST_F(XPCClientTest, HasStoredTheConnectionAndSetBothHandlersBeforeItIsResumed) {
-    const auto client = makeClient();
-    client->connect();
+    const auto client = connectedClient();
     EXPECT_TRUE(client->connectionWasStored);
     EXPECT_TRUE(client->handlersWereSet);
 }
 
 TEST_F(XPCClientTest, ReplacesAConnectionWithoutInvalidatingIt) {
-    const auto client = makeClient();
-    client->connect();
+    const auto client = connectedClient();
     const auto first = transport->lastConnection();
     client->connect();
     EXPECT_NE(client->connection(), first);
@@ -114,16 +114,14 @@ TEST_F(XPCClientTest, ReplacesAConnectionWithoutInvalidatingIt) {
 }
 
 TEST_F(XPCClientTest, ADroppedConnectionIsDestroyedWhenItIsReplaced) {
-    const auto client = makeClient();
-    client->connect();
+    const auto client = connectedClient();
     const std::weak_ptr<fake::XPCConnection> first = transport->lastConnection();
     client->connect();
     EXPECT_TRUE(first.expired());
 }
 
 TEST_F(XPCClientTest, HandsInvalidationAndInterruptionToItsHooks) {
-    const auto client = makeClient();
-    client->connect();
+    const auto client = connectedClient();
     transport->lastConnection()->sendInterruption();
     transport->lastConnection()->sendInvalidation();
     EXPECT_THAT(client->steps, ElementsAre("will-resume", "did-resume", "interrupted", "invalidated"));
@@ -139,8 +137,7 @@ TEST_F(XPCClientTest, TheBaseDoesNothingAboutALostConnection) {
 }
 
 TEST_F(XPCClientTest, ItsHandlersDoNotKeepItAliveAndAReleasedClientReceivesNothing) {
-    auto client = makeClient();
-    client->connect();
+    auto client = connectedClient();
     const auto connection = transport->lastConnection();
     const std::weak_ptr<RecordingClient> watched = client;
     client.reset();
@@ -211,8 +208,7 @@ TEST_F(XPCClientTest, ADirectConnectIsReplacedByThePendingReconnect) {
 }
 
 TEST_F(XPCClientTest, StopInvalidatesAndDropsTheConnection) {
-    const auto client = makeClient();
-    client->connect();
+    const auto client = connectedClient();
     const auto connection = transport->lastConnection();
     client->stop();
     EXPECT_TRUE(connection->invalidated());
