@@ -1,10 +1,12 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -38,6 +40,15 @@ class MuteSocket {
         for (const int client : clients_) {
             ::close(client);
         }
+    }
+    // Waits for the next client of one that does not authenticate; false when none comes.
+    bool awaitClient(std::chrono::milliseconds patience = std::chrono::seconds(30)) {
+        pollfd ready{descriptor_, POLLIN, 0};
+        if (::poll(&ready, 1, static_cast<int>(patience.count())) != 1) {
+            return false;
+        }
+        clients_.push_back(::accept4(descriptor_, nullptr, nullptr, SOCK_CLOEXEC));
+        return clients_.back() >= 0;
     }
     MuteSocket(const MuteSocket&) = delete;
     MuteSocket& operator=(const MuteSocket&) = delete;

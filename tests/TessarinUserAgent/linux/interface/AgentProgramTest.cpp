@@ -1,10 +1,7 @@
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-
 #include <optional>
 
 #include "AgentProgram.h"
+#include "support/MuteSocket.h"
 
 // The agent as a process: how it starts and ends in surroundings that fail it.
 
@@ -13,40 +10,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::Contains;
 namespace fs = std::filesystem;
-
-// A socket that lets clients connect and never says anything.
-class SilentListener {
- public:
-    explicit SilentListener(const std::string& path)
-        : descriptor_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(::bind(descriptor_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(descriptor_, 5), 0);
-    }
-    ~SilentListener() {
-        for (const int client : clients_) {
-            ::close(client);
-        }
-        ::close(descriptor_);
-    }
-    SilentListener(const SilentListener&) = delete;
-    SilentListener& operator=(const SilentListener&) = delete;
-
-    bool awaitClient() {
-        pollfd ready{descriptor_, POLLIN, 0};
-        if (::poll(&ready, 1, std::chrono::milliseconds(30s).count()) != 1) {
-            return false;
-        }
-        clients_.push_back(::accept4(descriptor_, nullptr, nullptr, SOCK_CLOEXEC));
-        return clients_.back() >= 0;
-    }
-
- private:
-    const int descriptor_;
-    std::vector<int> clients_;
-};
 
 // Whether the process has a handler of its own for the signal.
 bool Handles(pid_t process, int signal) {
@@ -83,7 +46,7 @@ TEST_F(AgentProgramTest, SigtermAtAnyMomentOfTheStartEndsItInOrder) {
 }
 
 TEST_F(AgentProgramTest, SigtermEndsTheWaitForAMuteSessionBus) {
-    SilentListener mute(folder / "mute");
+    fake::MuteSocket mute(folder / "mute");
     environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + (folder / "mute").string();
     const auto end = ShortestEnd([&] {
         auto agent = start();
@@ -95,7 +58,7 @@ TEST_F(AgentProgramTest, SigtermEndsTheWaitForAMuteSessionBus) {
 }
 
 TEST_F(AgentProgramTest, AMuteSessionBusIsGivenUpAndSaidAndTheAgentGoesOn) {
-    SilentListener mute(folder / "mute");
+    fake::MuteSocket mute(folder / "mute");
     environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + (folder / "mute").string();
     const auto agent = start();
     ASSERT_TRUE(WaitUntil([this] { return pauses(); }));
@@ -110,7 +73,7 @@ TEST_F(AgentProgramTest, SigtermEndsTheWaitForAMuteDisplay) {
     }
     const std::string number = std::to_string(100'000 + ::getpid());
     const fs::path socket = displays / ("X" + number);
-    SilentListener mute(socket);
+    fake::MuteSocket mute(socket);
     environment["DISPLAY"] = ":" + number;
     const auto end = ShortestEnd([&] {
         auto agent = start();
