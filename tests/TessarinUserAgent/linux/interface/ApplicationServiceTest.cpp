@@ -89,6 +89,13 @@ class ApplicationServiceTest : public testing::Test {
             return std::size_t{0};
         });
     }
+    // One that has the name, and whose requests go to `urls` and `tokens`.
+    std::unique_ptr<ApplicationService> startFirst() {
+        auto first = std::make_unique<ApplicationService>(place);
+        EXPECT_EQ(first->claim(), ApplicationService::Role::first);
+        handle(*first);
+        return first;
+    }
     // Waits until somebody has the name.
     bool hasOwner() {
         fake::RawPeer peer(bus.address());
@@ -108,7 +115,6 @@ class ApplicationServiceTest : public testing::Test {
         message << urls << QVariantMap();
         return connection.asyncCall(message, static_cast<int>(std::chrono::milliseconds(kPatience).count()));
     }
-
     static QDBusPendingCall askStatus(const QDBusConnection& connection, bool withAddresses) {
         QDBusMessage message =
             QDBusMessage::createMethodCall(useragent::kApplicationName, "/com/tessarin/TessarinUserAgent",
@@ -124,15 +130,14 @@ class ApplicationServiceTest : public testing::Test {
 };
 
 TEST_F(ApplicationServiceTest, TellsProgramsOfTheSameUserHowTheAgentIs) {
-    ApplicationService first(place);
-    first.claim();
+    const auto first = startFirst();
     const QDBusConnection other = Connect(bus);
     const QDBusPendingCall early = askStatus(other, true);
     ASSERT_TRUE(fake::WaitFor([&] { return early.isFinished(); }, kPatience));
     EXPECT_EQ(early.error().message().toStdString(), "the agent is not running");
     std::vector<bool> asked;
     std::function<void(const std::string&)> reply;
-    first.setStatusHandler([&](bool withAddresses, std::function<void(const std::string&)> done) {
+    first->setStatusHandler([&](bool withAddresses, std::function<void(const std::string&)> done) {
         asked.push_back(withAddresses);
         reply = std::move(done);
     });
@@ -152,10 +157,9 @@ TEST_F(ApplicationServiceTest, TellsNoOtherUserHowTheAgentIs) {
         GTEST_SKIP() << "needs root to become another user";
     }
     bus.openToOthers();
-    ApplicationService first(place);
-    first.claim();
+    const auto first = startFirst();
     int asked = 0;
-    first.setStatusHandler([&](bool, const auto& done) {
+    first->setStatusHandler([&](bool, const auto& done) {
         ++asked;
         done("{}");
     });
@@ -174,26 +178,20 @@ TEST_F(ApplicationServiceTest, TellsNoOtherUserHowTheAgentIs) {
 }
 
 TEST_F(ApplicationServiceTest, TheFirstOwnsTheNameAndTheOthersHandOver) {
-    ApplicationService first(place);
-    EXPECT_EQ(first.claim(), ApplicationService::Role::first);
-    handle(first);
+    const auto first = startFirst();
     EXPECT_EQ(handOver({{"tessarin-scheme://a", "tessarin-scheme://b"}, "token-1"}), "");
     EXPECT_THAT(urls, ElementsAre("tessarin-scheme://a", "tessarin-scheme://b"));
     EXPECT_THAT(tokens, ElementsAre("token-1"));
 }
 
 TEST_F(ApplicationServiceTest, AUrlWithBytesThatAreNoTextArrivesAsTheSameRequest) {
-    ApplicationService first(place);
-    first.claim();
-    handle(first);
+    const auto first = startFirst();
     EXPECT_EQ(handOver({{"tessarin-scheme://showProperties?path=/caf\xE9"}, ""}), "");
     EXPECT_THAT(urls, ElementsAre("tessarin-scheme://showProperties?path=/caf%E9"));
 }
 
 TEST_F(ApplicationServiceTest, ALaunchWithoutUrlsChangesNothing) {
-    ApplicationService first(place);
-    first.claim();
-    handle(first);
+    const auto first = startFirst();
     EXPECT_EQ(handOver({}), "");
     EXPECT_TRUE(tokens.empty());
 }
@@ -217,27 +215,24 @@ TEST_F(ApplicationServiceTest, TheNameIsFreeAsSoonAsTheFirstReleasesIt) {
 
 TEST_F(ApplicationServiceTest, WhatTheHandlerOwnsGoesAfterTheName) {
     const QDBusConnection other = Connect(bus);
-    ApplicationService first(place);
-    first.claim();
+    const auto first = startFirst();
     int ended = 0;
     std::shared_ptr<void> owned(nullptr, [&](void*) {
         ++ended;
         EXPECT_FALSE(other.interface()->isServiceRegistered(useragent::kApplicationName).value());
     });
-    first.setHandler([kept = std::move(owned)](const LaunchRequest&) { return std::size_t{0}; });
-    first.release();
+    first->setHandler([kept = std::move(owned)](const LaunchRequest&) { return std::size_t{0}; });
+    first->release();
     EXPECT_EQ(ended, 1);
 }
 
 TEST_F(ApplicationServiceTest, ARequestThatArrivesWhileTheFirstLeavesIsRefusedAtOnce) {
-    ApplicationService first(place);
-    first.claim();
-    handle(first);
+    const auto first = startFirst();
     const QDBusConnection sender = Connect(bus);
     const QDBusPendingCall request = open(sender, {"tessarin-scheme://a"});
     // Messages of one sender are passed on in order: the request is there before this is answered.
     ASSERT_TRUE(sender.interface()->isServiceRegistered(useragent::kApplicationName).value());
-    first.release();
+    first->release();
     ASSERT_TRUE(fake::WaitInHandler([&] { return request.isFinished(); }));
     EXPECT_TRUE(request.isError());
     EXPECT_EQ(request.error().type(), QDBusError::UnknownObject);
@@ -245,10 +240,9 @@ TEST_F(ApplicationServiceTest, ARequestThatArrivesWhileTheFirstLeavesIsRefusedAt
 }
 
 TEST_F(ApplicationServiceTest, ALaunchWhoseFirstHasLeftBecomesTheFirstWithItsRequest) {
-    ApplicationService first(place);
-    first.claim();
-    first.setHandler([&first](const LaunchRequest&) -> std::size_t {
-        first.release();
+    const auto first = startFirst();
+    first->setHandler([&first](const LaunchRequest&) -> std::size_t {
+        first->release();
         throw std::runtime_error("leaving");
     });
     OtherLaunch second(place, {{"tessarin-scheme://a", "tessarin-scheme://b"}, "token"}, kPatience);
@@ -272,11 +266,10 @@ TEST_F(ApplicationServiceTest, ALaunchWhoseFirstHasLeftHandsOverToTheNextOne) {
 }
 
 TEST_F(ApplicationServiceTest, OfSeveralMessagesOnlyWhatWasNotTakenIsLeftToTheLaunchThatBecomesTheFirst) {
-    ApplicationService first(place);
-    first.claim();
-    first.setHandler([&](const LaunchRequest& request) -> std::size_t {
+    const auto first = startFirst();
+    first->setHandler([&](const LaunchRequest& request) -> std::size_t {
         if (!urls.empty()) {
-            first.release();
+            first->release();
             throw std::runtime_error("leaving");
         }
         urls = request.urls;
@@ -309,9 +302,7 @@ TEST_F(ApplicationServiceTest, WithoutABusTheProgramIsAlone) {
 }
 
 TEST_F(ApplicationServiceTest, MoreUrlsThanFitInOneMessageArriveInSeveral) {
-    ApplicationService first(place);
-    first.claim();
-    handle(first);
+    const auto first = startFirst();
     for (const int count : {100, 101, 250}) {
         urls.clear();
         tokens.clear();
@@ -324,9 +315,7 @@ TEST_F(ApplicationServiceTest, MoreUrlsThanFitInOneMessageArriveInSeveral) {
 }
 
 TEST_F(ApplicationServiceTest, AMessageWithTooManyUrlsIsRefusedWhole) {
-    ApplicationService first(place);
-    first.claim();
-    handle(first);
+    const auto first = startFirst();
     const QDBusPendingCall request = open(Connect(bus), QStringList(101, "tessarin-scheme://a"));
     ASSERT_TRUE(fake::WaitFor([&] { return request.isFinished(); }));
     EXPECT_EQ(request.error().type(), QDBusError::LimitsExceeded);
@@ -334,27 +323,23 @@ TEST_F(ApplicationServiceTest, AMessageWithTooManyUrlsIsRefusedWhole) {
 }
 
 TEST_F(ApplicationServiceTest, ALaunchIsToldHowManyUrlsWereDropped) {
-    ApplicationService first(place);
-    first.claim();
-    first.setHandler([](const LaunchRequest&) { return std::size_t{2}; });
+    const auto first = startFirst();
+    first->setHandler([](const LaunchRequest&) { return std::size_t{2}; });
     EXPECT_EQ(handOver({manyUrls(5), {}}), "2 of 5 URLs are dropped: too many are waiting");
     EXPECT_EQ(handOver({manyUrls(150), {}}),
               "2 of 100 URLs are dropped: too many are waiting; 50 more URLs were not sent");
 }
 
 TEST_F(ApplicationServiceTest, AnOverlongTokenIsLeftOut) {
-    ApplicationService first(place);
-    first.claim();
-    handle(first);
+    const auto first = startFirst();
     EXPECT_EQ(handOver({{"tessarin-scheme://a"}, std::string(2000, 't')}), "");
     EXPECT_THAT(tokens, ElementsAre(""));
 }
 
 TEST_F(ApplicationServiceTest, AHandlerThatFailsIsLoggedAndTold) {
     fake::LogCapture log;
-    ApplicationService first(place);
-    first.claim();
-    first.setHandler([](const LaunchRequest&) -> std::size_t { throw std::runtime_error("no window"); });
+    const auto first = startFirst();
+    first->setHandler([](const LaunchRequest&) -> std::size_t { throw std::runtime_error("no window"); });
     EXPECT_THAT(handOver({{"tessarin-scheme://a"}, {}}), HasSubstr("no window"));
     EXPECT_TRUE(log.contains("A request to open something failed: no window"));
 }
@@ -408,9 +393,7 @@ TEST_F(ApplicationServiceTest, AFirstThatIsFrozenIsGivenUpInTimeAndThatIsSaid) {
 
 TEST_F(ApplicationServiceTest, TheNameIsClaimedAgainWhenTheBusWasLostAndIsBack) {
     fake::LogCapture log;
-    ApplicationService first(place);
-    ASSERT_EQ(first.claim(), ApplicationService::Role::first);
-    handle(first);
+    const auto first = startFirst();
     for (int round = 1; round <= 3; ++round) {
         bus.kill();
         ASSERT_TRUE(
@@ -421,7 +404,7 @@ TEST_F(ApplicationServiceTest, TheNameIsClaimedAgainWhenTheBusWasLostAndIsBack) 
         EXPECT_EQ(handOver({{"tessarin-scheme://a"}, {}}), "");
         EXPECT_THAT(urls, ElementsAre("tessarin-scheme://a"));
     }
-    first.release();
+    first->release();
     ApplicationService next(place);
     EXPECT_EQ(next.claim(), ApplicationService::Role::first);
 }
