@@ -21,7 +21,8 @@ class FileManagerWindowTest : public testing::Test {
     fake::UserHome home;
     std::unique_ptr<LinuxFileManagerExtension> extension;
 
-    void show() {
+    void show(const std::string& desktop = {}) {
+        home.currentDesktop = desktop.empty() ? home.currentDesktop : desktop;
         extension = std::make_unique<LinuxFileManagerExtension>(home.templates, home.session());
         extension->showExtensionManagementInterface();
         ASSERT_EQ(windows().size(), 1);
@@ -54,8 +55,7 @@ class FileManagerWindowTest : public testing::Test {
 };
 
 TEST_F(FileManagerWindowTest, InstallsAndRemovesForTheFileManagerOfTheDesktop) {
-    home.currentDesktop = "X-Cinnamon";
-    show();
+    show("X-Cinnamon");
     EXPECT_FALSE(extension->isExtensionEnabled());
     EXPECT_EQ(text("desktopLabel"), "The file manager of this desktop is Nemo.");
     EXPECT_EQ(find<QComboBox>("fileManagerBox")->currentText(), QStringLiteral("Nemo"));
@@ -77,8 +77,7 @@ TEST_F(FileManagerWindowTest, InstallsAndRemovesForTheFileManagerOfTheDesktop) {
 }
 
 TEST_F(FileManagerWindowTest, GrowsWithItsTexts) {
-    home.currentDesktop = "XFCE";
-    show();
+    show("XFCE");
     click("installButton");
     QApplication::processEvents();
     for (const QLabel* label : windows().value(0)->findChildren<QLabel*>()) {
@@ -133,8 +132,7 @@ TEST_F(FileManagerWindowTest, ShowsAFailureAsPlainText) {
 }
 
 TEST_F(FileManagerWindowTest, TakesNoTextForMarkup) {
-    home.currentDesktop = "GNOME";
-    show();
+    show("GNOME");
     const QList<QLabel*> labels = windows().value(0)->findChildren<QLabel*>();
     EXPECT_GE(labels.size(), 6);
     for (const QLabel* label : labels) {
@@ -174,8 +172,7 @@ TEST_F(FileManagerWindowTest, GoesWithTheExtension) {
 }
 
 TEST_F(FileManagerWindowTest, CanBeUsedWithTheKeyboardAlone) {
-    home.currentDesktop = "KDE";
-    show();
+    show("KDE");
     auto* box = find<QComboBox>("fileManagerBox");
     auto* install = find<QPushButton>("installButton");
     auto* close = find<QPushButton>("closeButton");
@@ -190,8 +187,7 @@ TEST_F(FileManagerWindowTest, CanBeUsedWithTheKeyboardAlone) {
 }
 
 TEST_F(FileManagerWindowTest, NoticesWhatWasInstalledMeanwhile) {
-    home.currentDesktop = "MATE";
-    show();
+    show("MATE");
     EXPECT_EQ(button(), "&Install");
     home.entries().install(FileManager::caja);
     QWidget other;
