@@ -176,6 +176,25 @@ TEST_F(OneBrowserTest, AClosedWindowsAddressDoesNotStayWhenAnotherProgramComesTo
     EXPECT_TRUE(awaitReport("start"));
 }
 
+TEST_F(OneBrowserTest, OfWindowsWithOneTitleTheOneUsedBeforeIsReadWhenTheLastIsClosed) {
+    const auto second = application.addWindow("Page - Browser", "second");
+    const auto third = application.addWindow("Third - Browser", "third");
+    begin();
+    application.activate(second.frame, "Page - Browser");
+    ASSERT_TRUE(awaitReport("second"));
+    application.activate(third.frame, "Third - Browser");
+    ASSERT_TRUE(awaitReport("third"));
+    application.change(fake::AtspiApplication::kRoot,
+                       [&](AtspiNode& root) { std::erase(root.children, third.frame); });
+    application.change(third.frame, [](AtspiNode& frame) { frame.states = kDefunct; });
+    show({{"Editor", 1, "text"},
+          {kFirefox, getpid(), "Page - Browser"},
+          {kFirefox, getpid(), "Page - Browser"}});
+    ASSERT_TRUE(awaitAnswer("second"));
+    pause->cycle();
+    EXPECT_EQ(watcher->getURL(kFirefox), "second");
+}
+
 TEST_F(OneBrowserTest, AClosedBrowserIsForgottenWithoutWaitingForTheNextCycle) {
     begin();
     ASSERT_TRUE(awaitAnswer("start"));

@@ -278,7 +278,8 @@ void ApplicationWatch::examine(const std::string& frontTitle) {
         follow(found);
         found_ = std::move(found);
         titleSeen_.reset();
-        isChanged |= known.mainWindow == found_.window.path && field_ != field;
+        isChanged |=
+            !known.mainWindows.empty() && known.mainWindows.front() == found_.window.path && field_ != field;
         isComplete = field_ && !field_->field().isPage;
     }
     if (isChanged) {
@@ -301,7 +302,13 @@ void ApplicationWatch::retry(bool isComplete, bool isActive) {
 
 // With the mutex held.
 void ApplicationWatch::follow(const WindowSearch::Found& found) {
-    known_.mainWindow = found.window.path;
+    auto& mainWindows = known_.mainWindows;
+    std::erase_if(mainWindows, [&](const std::string& path) {
+        return path == found.window.path || !found.windows.contains(path);
+    });
+    if (!found.window.path.empty()) {
+        mainWindows.insert(mainWindows.begin(), found.window.path);
+    }
     for (auto* const ofWindows : {&known_.fields, &known_.pages}) {
         std::erase_if(*ofWindows, [&](const auto& entry) { return !found.windows.contains(entry.first); });
     }

@@ -14,7 +14,8 @@ bool HasTitle(const std::string& title, const std::string& onScreen) {
     return !onScreen.empty() && title.starts_with(onScreen);
 }
 
-std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows, const std::string& lastMain,
+std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows,
+                                            const std::vector<std::string>& before,
                                             const std::string& frontTitle, bool isInFrontOfAll) {
     const bool isFrontKnown =
         isInFrontOfAll && std::any_of(windows.begin(), windows.end(), [&](const auto& one) {
@@ -24,7 +25,8 @@ std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows
         return std::tuple(!isFrontKnown && atspi::Has(window.states, atspi::State::active),
                           atspi::Has(window.states, atspi::State::showing) &&
                               !atspi::Has(window.states, atspi::State::iconified),
-                          HasTitle(window.title, frontTitle), window.path == lastMain);
+                          HasTitle(window.title, frontTitle),
+                          before.end() - std::find(before.begin(), before.end(), window.path));
     };
     std::optional<std::size_t> best;
     for (std::size_t i = 0; i < windows.size(); ++i) {

@@ -27,10 +27,12 @@ bool IsCandidate(const TopLevel& window);
 bool HasTitle(const std::string& title, const std::string& onScreen);
 
 // Which of the windows is the main one. Of several that claim to be active, and when there is none, the one
-// that is in front on screen by its title `frontTitle`, which may be empty; then `lastMain`, then the first;
-// one that is minimised only when all are. Nothing when there is no candidate. Where another program's window
-// `isInFrontOfAll`, a claim to be active is an old one, and does not count against the title.
-std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows, const std::string& lastMain,
+// that is in front on screen by its title `frontTitle`, which may be empty; then the one that was it last, of
+// the paths in `before`, the latest first; then the first one. One that is minimised only when all are.
+// Nothing when there is no candidate. Where another program's window `isInFrontOfAll`, a claim to be active
+// is an old one, and does not count against the title.
+std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows,
+                                            const std::vector<std::string>& before,
                                             const std::string& frontTitle, bool isInFrontOfAll = false);
 
 }  // namespace useragent

@@ -92,7 +92,7 @@ AXError WindowSearch::chooseWindow(const Known& known, Found& found) {
                      answers[i].states.read().valueOr(0), answers[i].name.read().valueOr("")});
         found.windows[window.path] = IsCandidate(window);
     }
-    const auto chosen = ChooseMainWindow(windows, known.mainWindow, known.frontTitle, known.isCovered);
+    const auto chosen = ChooseMainWindow(windows, known.mainWindows, known.frontTitle, known.isCovered);
     if (!chosen) {
         return AXError::noValue;
     }

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "accessibility/FieldWatch.h"
 #include "accessibility/Session.h"
@@ -19,9 +20,9 @@ class WindowSearch {
  public:
     // What was found before, and helps.
     struct Known {
-        std::string mainWindow;  // its path; empty when there was none
-        std::string frontTitle;  // of the front-most window on screen; empty when not known
-        bool isCovered = false;  // another program's window is in front of that
+        std::vector<std::string> mainWindows;  // the paths of those that were it, the latest first
+        std::string frontTitle;                // of the front-most window on screen; empty when not known
+        bool isCovered = false;                // another program's window is in front of that
         std::map<std::string, AddressField> fields;  // by the path of the window
         std::map<std::string, AddressField> pages;   // that fill their window now, in the place of its field
     };
