@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <boost/interprocess/exceptions.hpp>
 #include <cerrno>
 #include <csignal>

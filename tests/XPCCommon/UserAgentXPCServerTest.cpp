@@ -1,14 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <stdexcept>
-#include <vector>
-
-#include "support/FakeDispatch.h"
-#include "support/FakeXPCTransport.h"
-#include "support/LogCapture.h"
+#include "UserAgentServerFixture.h"
 #include "support/LogLine.h"
-#include "xpccommon/UserAgentXPCServer.h"
 
 namespace {
 
@@ -16,69 +10,6 @@ using namespace std::chrono_literals;
 using fake::LogLine;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-// The agent's extractor as the daemon reaches it.
-class ScriptedExtractor : public cmn::URLExtractor {
- public:
-    void getURL(const std::string& browser, std::function<void(const std::string&)> reply) override {
-        asked.push_back(browser);
-        if (failure) {
-            throw std::runtime_error("extractor failed");
-        }
-        if (forgets) {
-            return;
-        }
-        if (answers) {
-            reply("url of " + browser);
-        } else {
-            replies.push_back(std::move(reply));
-        }
-    }
-
-    bool answers = true;
-    bool failure = false;
-    bool forgets = false;  // as a transport that gets an error
-    std::vector<std::string> asked;
-    std::vector<std::function<void(const std::string&)>> replies;
-};
-
-struct Report {
-    std::string url, browser;
-    std::int32_t pid;
-    std::optional<cmn::XPCPeer> peer = std::nullopt;
-    bool operator==(const Report&) const = default;
-};
-
-class UserAgentXPCServerTest : public testing::Test {
- protected:
-    void TearDown() override { dispatch->close(); }
-
-    std::unique_ptr<cmn::UserAgentXPCServer> makeServer() {
-        return cmn::CreateUserAgentXPCServer(
-            [this](const std::string& url, const std::string& browser, std::int32_t pid, const auto& peer) {
-                reports.push_back({url, browser, pid, peer});
-            },
-            dispatch, transport);
-    }
-    std::unique_ptr<cmn::UserAgentXPCServer> makeServerWithExtractor() {
-        auto server = makeServer();
-        connect()->setURLExtractor(extractor, [](bool) {});
-        return server;
-    }
-    // A new peer's view of the service.
-    std::shared_ptr<cmn::UserAgentProtocol> connect() {
-        connection = transport->lastListener()->connectPeer();
-        return connection ? std::dynamic_pointer_cast<cmn::UserAgentProtocol>(connection->exportedObject())
-                          : nullptr;
-    }
-
-    fake::LogCapture log;
-    std::shared_ptr<fake::Dispatch> dispatch = std::make_shared<fake::Dispatch>();
-    std::shared_ptr<fake::XPCTransport> transport = std::make_shared<fake::XPCTransport>();
-    std::shared_ptr<fake::XPCConnection> connection;
-    std::shared_ptr<ScriptedExtractor> extractor = std::make_shared<ScriptedExtractor>();
-    std::vector<Report> reports;
-};
 
 TEST_F(UserAgentXPCServerTest, ListensUnderTheUserAgentsNameFromItsConstruction) {
     const auto server = makeServer();
@@ -300,122 +231,6 @@ TEST_F(UserAgentXPCServerTest, GetURLLogsAStandardExceptionAndIsEmpty) {
     EXPECT_EQ(server->getURL("Safari"), "");
     EXPECT_THAT(log.linesWith("Exception"),
                 ElementsAre(LogLine("DEBUG", "getUrl for browser:Exception 'extractor failed' -- failed.")));
-}
-
-constexpr std::uint32_t kAlice = 1000;
-constexpr std::uint32_t kBob = 1001;
-
-// Agents of several users.
-class UserAgentsOfUsersTest : public UserAgentXPCServerTest {
- protected:
-    // An agent's connection, with its extractor registered.
-    std::shared_ptr<fake::XPCConnection> agentOf(std::uint32_t user,
-                                                 const std::shared_ptr<ScriptedExtractor>& itsExtractor) {
-        auto agent = transport->lastListener()->connectPeer(cmn::XPCPeer{.userID = user, .processID = 7});
-        setExtractor(*agent, itsExtractor);
-        return agent;
-    }
-    static void setExtractor(fake::XPCConnection& agent, std::shared_ptr<cmn::URLExtractor> itsExtractor) {
-        agent.deliver<cmn::UserAgentProtocol>([&](auto& service) {
-            service.setURLExtractor(std::move(itsExtractor), [](bool accepted) { EXPECT_TRUE(accepted); });
-        });
-    }
-    // Whose extractor is asked.
-    std::string asked() {
-        alices->asked.clear();
-        bobs->asked.clear();
-        server->getURL("Safari");
-        return std::string(alices->asked.size(), 'a') + std::string(bobs->asked.size(), 'b');
-    }
-
-    std::shared_ptr<ScriptedExtractor> alices = extractor;
-    std::shared_ptr<ScriptedExtractor> bobs = std::make_shared<ScriptedExtractor>();
-    std::optional<cmn::UserId> activeUser;
-    std::shared_ptr<cmn::UserAgentObjCXPCServer> server = [this] {
-        auto made =
-            std::make_shared<cmn::UserAgentObjCXPCServer>(cmn::URLReceivedBlock(), dispatch, transport);
-        made->setActiveUser([this] { return activeUser; });
-        made->start();
-        return made;
-    }();
-};
-
-TEST_F(UserAgentsOfUsersTest, TheActiveSessionsUserIsAskedFirst) {
-    const auto alice = agentOf(kAlice, alices);
-    const auto bob = agentOf(kBob, bobs);
-    for (int i = 0; i < 2; ++i) {
-        activeUser = kAlice;
-        EXPECT_EQ(asked(), "a");
-        activeUser = kBob;
-        EXPECT_EQ(asked(), "b");
-    }
-}
-
-TEST_F(UserAgentsOfUsersTest, TheSystemIsAskedWhoIsActive) {
-    server->stop();
-    server = std::make_shared<cmn::UserAgentObjCXPCServer>(cmn::URLReceivedBlock(), dispatch, transport);
-    server->start();
-    const auto console = cmn::GetUIDByName(cmn::GetCurrentUserName());
-    const auto active = agentOf(console.value_or(kAlice), alices);
-    const auto other = agentOf(console.value_or(kAlice) + 1, bobs);
-    EXPECT_EQ(asked(), console ? "a" : "b");
-}
-
-TEST_F(UserAgentsOfUsersTest, WithoutAnAgentOfTheActiveUserTheOneRegisteredLastIsAsked) {
-    const auto alice = agentOf(kAlice, alices);
-    const auto bob = agentOf(kBob, bobs);
-    EXPECT_EQ(asked(), "b") << "nobody is active";
-    activeUser = 4711;
-    EXPECT_EQ(asked(), "b");
-    setExtractor(*alice, alices);
-    EXPECT_EQ(asked(), "a");
-}
-
-TEST_F(UserAgentsOfUsersTest, NobodyRegistersForAnotherUser) {
-    activeUser = kAlice;
-    const auto alice = agentOf(kAlice, alices);
-    const auto bob = agentOf(kBob, bobs);
-    setExtractor(*bob, nullptr);
-    EXPECT_EQ(asked(), "a");
-    connect()->setURLExtractor(bobs, [](bool) {});
-    EXPECT_EQ(asked(), "a") << "a peer that is not known is none of hers";
-    connect()->setURLExtractor(nullptr, [](bool) {});
-    EXPECT_EQ(asked(), "a");
-}
-
-TEST_F(UserAgentsOfUsersTest, WhenOneLeavesTheLastLivingOneIsAsked) {
-    activeUser = kBob;
-    const auto alice = agentOf(kAlice, alices);
-    const auto bob = agentOf(kBob, bobs);
-    bob->sendInvalidation();
-    EXPECT_EQ(asked(), "a");
-    EXPECT_EQ(bobs.use_count(), 1) << "and his is let go";
-    alice->sendInvalidation();
-    EXPECT_EQ(asked(), "");
-    EXPECT_EQ(server->urlExtractor(), nullptr);
-}
-
-TEST_F(UserAgentsOfUsersTest, AConnectionThatWasReplacedTakesNothingAlongWhenItEnds) {
-    const auto first = agentOf(kAlice, alices);
-    const auto second = agentOf(kAlice, bobs);
-    first->sendInvalidation();
-    EXPECT_EQ(asked(), "b");
-    EXPECT_EQ(alices.use_count(), 2) << "the first one's is let go";
-}
-
-TEST_F(UserAgentsOfUsersTest, OfTwoSessionsOfAUserTheLastLivingOneIsAsked) {
-    activeUser = kAlice;
-    const auto first = agentOf(kAlice, alices);
-    const auto second = agentOf(kAlice, bobs);
-    EXPECT_EQ(asked(), "b");
-    second->sendInvalidation();
-    EXPECT_EQ(asked(), "a");
-}
-
-TEST_F(UserAgentsOfUsersTest, AnInterruptedConnectionKeepsItsExtractor) {
-    const auto alice = agentOf(kAlice, alices);
-    alice->sendInterruption();
-    EXPECT_EQ(asked(), "a");
 }
 
 }  // namespace
