@@ -1,129 +1,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <iterator>
 #include <optional>
 #include <stdexcept>
 
+#include "FinderExtensionServerFixture.h"
 #include "common/SystemUtils.h"
-#include "common/fs.h"
-#include "common/proto_settings.h"
-#include "support/Environment.h"
-#include "support/FakeXPCTransport.h"
-#include "support/LogCapture.h"
 #include "support/LogLine.h"
-#include "xpccommon/FinderExtensionObjCXPCServer.h"
 
 namespace {
 
 using fake::LogLine;
-using testing::AllOf;
 using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
-using testing::StartsWith;
 using testing::UnorderedElementsAre;
-
-// Answers as the test says, and remembers what it is asked.
-class ScriptedScanner : public cmn::IFinderExtensionOperations {
- public:
-    bool CheckEncryptionStatus(const std::string& path, const std::optional<cmn::XPCPeer>& asker) override {
-        askers.push_back(asker);
-        asked.push_back("CheckEncryptionStatus " + path);
-        return encrypted;
-    }
-    std::vector<cmn::ScanRecord> GetScanResult(const std::string& path,
-                                               const std::optional<cmn::XPCPeer>& asker) override {
-        askers.push_back(asker);
-        asked.push_back("GetScanResult " + path);
-        if (fails) {
-            throw std::runtime_error("scan failed");
-        }
-        return records;
-    }
-    std::vector<std::string> GetAllowedExtensions() override {
-        asked.emplace_back("GetAllowedExtensions");
-        return extensions;
-    }
-    int Decrypt(const std::string& path, const std::optional<cmn::XPCPeer>& asker) override {
-        askers.push_back(asker);
-        asked.push_back("Decrypt " + path);
-        return status;
-    }
-
-    bool encrypted = true;
-    bool fails = false;
-    std::vector<cmn::ScanRecord> records;
-    std::vector<std::string> extensions;
-    int status = 0;
-    std::vector<std::string> asked;
-    std::vector<std::optional<cmn::XPCPeer>> askers;  // of the questions about files
-};
-
-class RecordingDelegate : public cmn::FinderExtensionDelegate {
- public:
-    void didCheckEncryptionStatus(bool encrypted) override { answers.push_back(encrypted); }
-
-    std::vector<bool> answers;
-};
-
-class FinderExtensionXPCServerTest : public testing::Test {
- protected:
-    FinderExtensionXPCServerTest() {
-        settings.LogLevel = "Trace";
-        settings.Products.resize(2);
-        settings.Products[0].NativeName = "other";
-        settings.Products[1].InstallPath = folder.path().string();
-        settings.Products[1].NativeName = cmn::proto::GetCurrentProductNativeName();
-        cmn::proto::SetSettings(settings);
-    }
-    ~FinderExtensionXPCServerTest() override { cmn::proto::SetSettings(cmn::proto::TSettings()); }
-
-    void start() { server = std::make_shared<cmn::FinderExtensionObjCXPCServer>(transport); }
-    void startWithScanner() {
-        start();
-        server->setScannerService(scanner);
-    }
-    // A new peer's view of the service.
-    std::shared_ptr<cmn::FinderExtensionCommunicator> connect() {
-        server->start();
-        connection = transport->lastListener()->connectPeer();
-        return connection
-                   ? std::dynamic_pointer_cast<cmn::FinderExtensionCommunicator>(connection->exportedObject())
-                   : nullptr;
-    }
-    static auto line(const std::string& level, const std::string& text) {
-        return AllOf(StartsWith("[" + level + "] ["), EndsWith("] " + text));
-    }
-    // What the service's own log holds once it has ended.
-    std::vector<std::string> endAndReadLog() {
-        connection.reset();
-        server.reset();
-        return fake::ReadLines(folder / "com.tessarin.finderExtension_0.log");
-    }
-    // The same without the first and the last line, those that every service leaves.
-    std::vector<std::string> endAndReadRequests() {
-        std::vector<std::string> lines = endAndReadLog();
-        if (lines.size() < 2) {
-            ADD_FAILURE() << "the service left " << lines.size() << " lines";
-            return {"no lines of a service"};
-        }
-        EXPECT_THAT(lines.front(), line(" INFO", "Finder entension server init"));
-        EXPECT_THAT(lines.back(), line(" INFO", "FinderExtensionObjCXPCServer deallocated"));
-        return {std::next(lines.begin()), std::prev(lines.end())};
-    }
-
-    fake::TemporaryFolder folder;
-    cmn::proto::TSettings settings;
-    std::shared_ptr<fake::XPCTransport> transport = std::make_shared<fake::XPCTransport>();
-    std::shared_ptr<fake::XPCConnection> connection;
-    std::shared_ptr<ScriptedScanner> scanner = std::make_shared<ScriptedScanner>();
-    std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
-    std::shared_ptr<cmn::FinderExtensionObjCXPCServer> server;
-};
 
 TEST_F(FinderExtensionXPCServerTest, ListensUnderItsNameOnceStarted) {
     start();
@@ -131,86 +22,6 @@ TEST_F(FinderExtensionXPCServerTest, ListensUnderItsNameOnceStarted) {
     server->start();
     EXPECT_EQ(transport->lastListener()->machServiceName, "com.tessarin.FinderExtension");
     EXPECT_TRUE(transport->lastListener()->resumed);
-}
-
-TEST_F(FinderExtensionXPCServerTest, LogsToAFileOfItsOwnBesideTheProduct) {
-    start();
-    EXPECT_THAT(endAndReadLog(), ElementsAre(line(" INFO", "Finder entension server init"),
-                                             line(" INFO", "FinderExtensionObjCXPCServer deallocated")));
-    EXPECT_FALSE(std::filesystem::exists(folder / "com.tessarin.FinderExtension_0.log"))
-        << "the file's name is not the service's";
-}
-
-class FinderExtensionLogTest : public FinderExtensionXPCServerTest {
- protected:
-    FinderExtensionLogTest() {
-        settings.Products[1].InstallPath = (folder / "missing").string();
-        cmn::proto::SetSettings(settings);
-    }
-    // Lets the service run and end in a working directory of its own, for a user with that folder for states.
-    void runAsUserWith(const std::filesystem::path& stateFolder) {
-        const fake::Environment state("XDG_STATE_HOME", stateFolder.string());
-        const auto before = std::filesystem::current_path();
-        std::filesystem::create_directory(folder / "working directory");
-        std::filesystem::current_path(folder / "working directory");
-        start();
-        server->sendLogMessage("text", "Warn");
-        endAndReadLog();
-        std::filesystem::current_path(before);
-        EXPECT_TRUE(std::filesystem::is_empty(folder / "working directory"));
-    }
-    void SetUp() override {
-        if (!cmn::GetSystemLogFolder().empty()) {
-            GTEST_SKIP() << "the product is installed here, its log would be written";
-        }
-    }
-
-    const std::string wanted = folder / "missing/com.tessarin.finderExtension_0.log";
-};
-
-TEST_F(FinderExtensionLogTest, SaysOnceWhereItIsWhenItCannotBeBesideTheProduct) {
-    runAsUserWith(folder / "state");
-    const auto file = folder / "state/tessarin/com.tessarin.finderExtension_0.log";
-    EXPECT_THAT(fake::ReadLines(file),
-                ElementsAre(line(" INFO", "This log cannot be written to " + wanted + ", so it goes to " +
-                                              file.string()),
-                            line(" INFO", "Finder entension server init"), line(" WARN", "text"),
-                            line(" INFO", "FinderExtensionObjCXPCServer deallocated")));
-}
-
-TEST_F(FinderExtensionLogTest, GoesToTheErrorStreamWhenItCanBeNowhere) {
-    cmn::StrToFile("", folder / "file");
-    testing::internal::CaptureStderr();
-    runAsUserWith(folder / "file");
-    EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                AllOf(HasSubstr("[ WARN]"),
-                      HasSubstr("This log cannot be written to " + wanted +
-                                ", so it goes to the standard error stream\n"),
-                      HasSubstr("text\n")));
-}
-
-TEST_F(FinderExtensionXPCServerTest, WritesNoLineOfItsOwnToTheProcessLog) {
-    fake::LogCapture processLog;
-    startWithScanner();
-    auto service = connect();
-    service->getScanResult("/f", nullptr);
-    service->sendLogMessage("text", "Error");
-    service.reset();
-    EXPECT_THAT(processLog.lines(), IsEmpty());
-    EXPECT_THAT(endAndReadRequests(),
-                ElementsAre(line(" INFO", "Accepted new XPC connection"),
-                            line(" INFO", "getScanResult called for path: /f"),
-                            line(" INFO", "Scan result loaded successfully"), line("ERROR", "text")))
-        << "it did write lines";
-}
-
-TEST_F(FinderExtensionXPCServerTest, TakesItsLogLevelFromTheSettings) {
-    settings.LogLevel = "Warn";
-    cmn::proto::SetSettings(settings);
-    start();
-    server->sendLogMessage("heard", "Warn");
-    server->sendLogMessage("too quiet", "Info");
-    EXPECT_THAT(endAndReadLog(), ElementsAre(line(" WARN", "heard")));
 }
 
 TEST_F(FinderExtensionXPCServerTest, ThrowsWhenTheSettingsDoNotListTheProgram) {
@@ -387,23 +198,6 @@ TEST_F(FinderExtensionXPCServerTest, PassesTheStatusOfADecryptionOnUnchanged) {
     EXPECT_THAT(endAndReadRequests(), ElementsAre(attempted, attempted, attempted, attempted));
 }
 
-TEST_F(FinderExtensionXPCServerTest, PathsAndMessagesOfOthersForgeNoLine) {
-    startWithScanner();
-    server->getScanResult("/a\n[ERROR]", [](const auto&) {});
-    server->decrypt("/b\x1B[2J", [](std::int32_t) {});
-    server->checkEncryptionStatus("/c\r", delegate);
-    server->sendLogMessage("text\n[ERROR] forged\xC2\x9B", "Warn");
-    // The scanner is asked about the file itself.
-    EXPECT_THAT(scanner->asked,
-                ElementsAre("GetScanResult /a\n[ERROR]", "Decrypt /b\x1B[2J", "CheckEncryptionStatus /c\r"));
-    EXPECT_THAT(endAndReadRequests(),
-                ElementsAre(line(" INFO", "getScanResult called for path: /a\\x0a[ERROR]"),
-                            line(" INFO", "Scan result loaded successfully"),
-                            line(" INFO", "Decryption attempted for path: /b\\x1b[2J"),
-                            line("DEBUG", "Encryption status for path: /c\\x0d is encrypted"),
-                            line(" WARN", "text\\x0a[ERROR] forged\\xc2\\x9b")));
-}
-
 TEST_F(FinderExtensionXPCServerTest, TellsTheDelegateTheEncryptionStatus) {
     startWithScanner();
     server->checkEncryptionStatus("/e", delegate);
@@ -508,22 +302,6 @@ TEST_F(FinderExtensionXPCServerTest, QuestionsWithoutAReplyFunctionAreNoError) {
     EXPECT_THAT(endAndReadRequests(), ElementsAre(line(" INFO", "Decryption attempted for path: /d"),
                                                   line(" INFO", "getScanResult called for path: /f"),
                                                   line(" INFO", "Scan result loaded successfully")));
-}
-
-TEST_F(FinderExtensionXPCServerTest, WritesAClientsLogLinesAtTheLevelItNames) {
-    start();
-    const std::pair<const char*, const char*> levels[] = {
-        {"Error", "ERROR"}, {"Warn", " WARN"},  {"Info", " INFO"},
-        {"Debug", "DEBUG"}, {"Trace", "TRACE"}, {"Silent", "unknown_level"},
-        {"", " INFO"},      {"Loud", " INFO"},  {"error", " INFO"}};
-    std::vector<testing::Matcher<std::string>> expected;
-    for (const auto& [name, tag] : levels) {
-        server->sendLogMessage("{} of " + std::string(name), name);
-        expected.emplace_back(line(tag, "{} of " + std::string(name)));
-    }
-    server->sendLogMessage("", "Warn");
-    expected.emplace_back(line(" WARN", ""));
-    EXPECT_THAT(endAndReadRequests(), testing::ElementsAreArray(expected));
 }
 
 }  // namespace
