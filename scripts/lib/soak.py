@@ -68,7 +68,7 @@ def soak(options: argparse.Namespace, seed: int) -> bool:
                 for walk in walks:
                     only(walk, walks)
                     run.turn_end = len(walk.steps) + _TURN_STEPS
-                    take_steps(walk, desktop, lambda walk=walk: run.go_on(walk), lambda _: None, PICTURES, False)
+                    take_steps(walk, desktop, lambda walk=walk: run.go_on(walk), say, PICTURES, False)
         except (CannotJudge, TimedOut, RuntimeError) as error:
             problem = f"the walk ended early: {error}"
         sampler.close()
