@@ -30,9 +30,11 @@ using testing::UnorderedElementsAre;
 
 class TraverseTest : public testing::Test {
  protected:
-    void makeFile(const std::string& name) {
-        fs::create_directories((root_ / name).parent_path());
-        cmn::StrToFile("x", root_ / name);
+    void makeFiles(const std::vector<std::string>& names) {
+        for (const auto& name : names) {
+            fs::create_directories((root_ / name).parent_path());
+            cmn::StrToFile("x", root_ / name);
+        }
     }
     // The names that the walk calls back for, from the root on.
     std::vector<std::string> walk(const std::vector<fs::path>& skip = {},
@@ -55,10 +57,14 @@ testing::Matcher<std::string> Line(const std::string& tag, const std::string& me
                  EndsWith(" TraverseDirectoryNoThrow -- " + message));
 }
 
+// The only line: that an entry could not be accessed.
+auto OnlyFailed(const fs::path& entry, const std::string& how, int error) {
+    return ElementsAre(
+        Line("[ERROR]", "Access to [" + entry.string() + "] failed " + how + " " + std::strerror(error)));
+}
+
 TEST_F(TraverseTest, FindsEveryFileBelowTheRoot) {
-    makeFile("a");
-    makeFile("b/c");
-    makeFile("b/d/e");
+    makeFiles({"a", "b/c", "b/d/e"});
     fs::create_directories(root_ / "empty");
     EXPECT_THAT(walk(), UnorderedElementsAre("a", "b/c", "b/d/e"));
     EXPECT_THAT(log_.lines(), IsEmpty());
@@ -67,9 +73,8 @@ TEST_F(TraverseTest, FindsEveryFileBelowTheRoot) {
 TEST_F(TraverseTest, CallsBackWithWellFormedPaths) {
     // Into folders, out of them and on, with names of one and of many characters.
     const std::string longName(200, 'l');
-    for (const auto* name : {"a", "bb", "b/c", "b/cc", "b/d/e", "b/d/f.g.h", "b/z", "x/y/z", "y"})
-        makeFile(name);
-    makeFile("b/" + longName);
+    makeFiles({"a", "bb", "b/c", "b/cc", "b/d/e", "b/d/f.g.h", "b/z", "x/y/z", "y"});
+    makeFiles({"b/" + longName});
     const auto expectWellFormed = [](const fs::path& root) {
         int calls = 0;
         cmn::TraverseDirectoryNoThrow(root, [&](const fs::path& path) {
@@ -87,8 +92,7 @@ TEST_F(TraverseTest, CallsBackWithWellFormedPaths) {
 }
 
 TEST_F(TraverseTest, ShortFormFindsTheSame) {
-    makeFile("a");
-    makeFile("b/c");
+    makeFiles({"a", "b/c"});
     std::vector<std::string> names;
     cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path& path) { names.push_back(path.filename()); });
     EXPECT_THAT(names, UnorderedElementsAre("a", "c"));
@@ -100,7 +104,7 @@ TEST_F(TraverseTest, MissingRootIsSilent) {
 }
 
 TEST_F(TraverseTest, StoppedFromTheStartIsSilent) {
-    makeFile("a");
+    makeFiles({"a"});
     keepRunning_ = false;
     EXPECT_THAT(walk(), IsEmpty());
     EXPECT_THAT(log_.lines(), IsEmpty());
@@ -113,8 +117,7 @@ TEST_F(TraverseTest, RootThatIsAFileFindsNothing) {
 }
 
 TEST_F(TraverseTest, StopsWithALineWhenToldToWhileItRuns) {
-    for (const auto* name : {"a", "b", "c"})
-        makeFile(name);
+    makeFiles({"a", "b", "c"});
     int calls = 0;
     cmn::TraverseDirectoryNoThrow(root_,
                                   [&](const fs::path&) {
@@ -134,33 +137,27 @@ TEST_F(TraverseTest, StopsWithALineWhenToldToWhileItRuns) {
 }
 
 TEST_F(TraverseTest, StoppingAtTheLastEntryIsSilent) {
-    makeFile("a");
+    makeFiles({"a"});
     cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path&) { keepRunning_ = false; }, keepRunning_, {},
                                   {});
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(TraverseTest, SkipsFoldersAndSaysSo) {
-    makeFile("kept/a");
-    makeFile("skipped/b");
-    makeFile("skipped/deeper/c");
+    makeFiles({"kept/a", "skipped/b", "skipped/deeper/c"});
     EXPECT_THAT(walk({root_ / "skipped"}), ElementsAre("kept/a"));
     EXPECT_THAT(log_.lines(),
                 ElementsAre(Line("[TRACE]", "Folder [" + (root_ / "skipped").string() + "] is skipped")));
 }
 
 TEST_F(TraverseTest, SkipsWhateverBeginsLikeASkippedFolder) {
-    makeFile("a");
-    makeFile("skip/b");
-    makeFile("skipped/c");
-    makeFile("skipper");
+    makeFiles({"a", "skip/b", "skipped/c", "skipper"});
     EXPECT_THAT(walk({root_ / "nothing", root_ / "skip"}), ElementsAre("a"));
     EXPECT_EQ(log_.count("] is skipped"), 3U);
 }
 
 TEST_F(TraverseTest, FiltersByTheEndOfThePathWhateverTheCase) {
-    for (const auto* name : {"a.txt", "b.TXT", "c.Doc", "d.txt2", "txt", "e.tar.gz", "f"})
-        makeFile(name);
+    makeFiles({"a.txt", "b.TXT", "c.Doc", "d.txt2", "txt", "e.tar.gz", "f"});
     EXPECT_THAT(walk({}, {".txt", ".DOC"}), UnorderedElementsAre("a.txt", "b.TXT", "c.Doc"));
     EXPECT_THAT(walk({}, {".tar.gz"}), UnorderedElementsAre("e.tar.gz"));
     EXPECT_THAT(walk({}, {"txt"}), UnorderedElementsAre("a.txt", "b.TXT", "txt"));
@@ -170,13 +167,12 @@ TEST_F(TraverseTest, FiltersByTheEndOfThePathWhateverTheCase) {
 }
 
 TEST_F(TraverseTest, FilterDoesNotKeepItOutOfFolders) {
-    makeFile("folder/a.txt");
-    makeFile("folder.txt/b");
+    makeFiles({"folder/a.txt", "folder.txt/b"});
     EXPECT_THAT(walk({}, {".txt"}), ElementsAre("folder/a.txt"));
 }
 
 TEST_F(TraverseTest, FollowsALinkToAFileButNotOneToAFolder) {
-    makeFile("a");
+    makeFiles({"a"});
     cmn::StrToFile("x", folder_ / "outside");
     fs::create_directories(folder_ / "other");
     cmn::StrToFile("x", folder_ / "other" / "hidden");
@@ -187,29 +183,27 @@ TEST_F(TraverseTest, FollowsALinkToAFileButNotOneToAFolder) {
 }
 
 TEST_F(TraverseTest, DoesNotRunInCircles) {
-    makeFile("a/b");
+    makeFiles({"a/b"});
     fs::create_directory_symlink(root_, root_ / "a" / "circle");
     EXPECT_THAT(walk(), ElementsAre("a/b"));
 }
 
 TEST_F(TraverseTest, LinkThatLeadsNowhereIsAnErrorAndTheWalkGoesOn) {
-    makeFile("a");
+    makeFiles({"a"});
     fs::create_symlink(folder_ / "nowhere", root_ / "link");
     EXPECT_THAT(walk(), ElementsAre("a"));
-    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Access to [" + (root_ / "link").string() +
-                                                              "] failed with - " + std::strerror(ENOENT))));
+    EXPECT_THAT(log_.lines(), OnlyFailed(root_ / "link", "with -", ENOENT));
 }
 
 TEST_F(TraverseTest, LinkToItselfIsAnErrorAndTheWalkGoesOn) {
-    makeFile("a");
+    makeFiles({"a"});
     fs::create_symlink("link", root_ / "link");
     EXPECT_THAT(walk(), ElementsAre("a"));
-    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Access to [" + (root_ / "link").string() +
-                                                              "] failed with - " + std::strerror(ELOOP))));
+    EXPECT_THAT(log_.lines(), OnlyFailed(root_ / "link", "with -", ELOOP));
 }
 
 TEST_F(TraverseTest, PassesOverWhatIsNoFile) {
-    makeFile("a");
+    makeFiles({"a"});
     ASSERT_EQ(mkfifo((root_ / "fifo").c_str(), 0600), 0);
     fs::create_symlink("/dev/null", root_ / "device");
     EXPECT_THAT(walk(), ElementsAre("a"));
@@ -217,8 +211,7 @@ TEST_F(TraverseTest, PassesOverWhatIsNoFile) {
 }
 
 TEST_F(TraverseTest, ErrorOfTheCallbackIsLoggedAndTheWalkGoesOn) {
-    makeFile("a");
-    makeFile("b");
+    makeFiles({"a", "b"});
     int calls = 0;
     cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path& path) {
         ++calls;
@@ -231,15 +224,14 @@ TEST_F(TraverseTest, ErrorOfTheCallbackIsLoggedAndTheWalkGoesOn) {
 }
 
 TEST_F(TraverseTest, ANameForgesNoLine) {
-    makeFile("a\nb");
+    makeFiles({"a\nb"});
     cmn::TraverseDirectoryNoThrow(root_, [](const fs::path&) { throw std::runtime_error("text"); });
     EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Accessing to [" + (root_ / "a").string() +
                                                               "\\x0ab] delegate throws - text")));
 }
 
 TEST_F(TraverseTest, UnknownErrorOfTheCallbackIsLoggedAndTheWalkGoesOn) {
-    makeFile("a");
-    makeFile("b");
+    makeFiles({"a", "b"});
     int calls = 0;
     cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path& path) {
         ++calls;
@@ -252,15 +244,13 @@ TEST_F(TraverseTest, UnknownErrorOfTheCallbackIsLoggedAndTheWalkGoesOn) {
 }
 
 TEST_F(TraverseTest, SurvivesFilesAndFoldersThatVanishMeanwhile) {
-    makeFile("a/b/c");
-    makeFile("d");
+    makeFiles({"a/b/c", "d"});
     cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path&) { fs::remove_all(root_); });
     EXPECT_FALSE(fs::exists(root_));
 }
 
 TEST_F(TraverseTest, ErrorOnTheWayIsLoggedAndEndsTheWalk) {
-    makeFile("one/a");
-    makeFile("two/a");
+    makeFiles({"one/a", "two/a"});
     // Whichever comes first takes the other away, which the walk has already seen.
     fs::path gone;
     int calls = 0;
@@ -270,8 +260,7 @@ TEST_F(TraverseTest, ErrorOnTheWayIsLoggedAndEndsTheWalk) {
         fs::remove_all(gone);
     });
     EXPECT_EQ(calls, 1);
-    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Access to [" + gone.string() +
-                                                              "] failed with: " + std::strerror(ENOENT))));
+    EXPECT_THAT(log_.lines(), OnlyFailed(gone, "with:", ENOENT));
 }
 
 // Names of `count` folders inside one another.
@@ -283,8 +272,7 @@ std::string Nested(std::size_t count, const std::string& name = "n") {
 }
 
 TEST_F(TraverseTest, FindsFilesBelowMoreFoldersThanItMayOpen) {
-    makeFile(Nested(300) + "/deepest");
-    makeFile("n/upper");
+    makeFiles({Nested(300) + "/deepest", "n/upper"});
     const auto found = fake::AnswerInChild([&] {
         const rlimit few{256, 256};
         if (setrlimit(RLIMIT_NOFILE, &few) != 0)
@@ -303,7 +291,7 @@ TEST_F(TraverseTest, HoldsFewDescriptorsWhateverTheDepth) {
     // Files that the system lists before the folder beside them and files that it lists behind it.
     for (const auto* name : {"before", "behind"}) {
         for (std::size_t depth = 1; depth <= 120; ++depth)
-            makeFile(Nested(depth) + "/" + name);
+            makeFiles({Nested(depth) + "/" + name});
     }
     const auto before = fake::OpenDescriptors();
     std::size_t most = 0;
@@ -321,8 +309,8 @@ TEST_F(TraverseTest, KeepsTheSystemsOrderAtEveryDepth) {
     // A long chain with files and shorter chains beside every folder.
     for (std::size_t depth = 0; depth < 100; depth += 6) {
         for (const auto* name : {"a", "m", "z"})
-            makeFile((fs::path(Nested(depth)) / name).string());
-        makeFile((fs::path(Nested(depth)) / "side" / Nested(depth % 50, "s") / "file").string());
+            makeFiles({(fs::path(Nested(depth)) / name).string()});
+        makeFiles({(fs::path(Nested(depth)) / "side" / Nested(depth % 50, "s") / "file").string()});
     }
     std::vector<std::string> expected;
     for (const auto& entry : fs::recursive_directory_iterator(root_)) {
@@ -346,14 +334,14 @@ TEST_F(TraverseTest, FindsFilesWhosePathIsTooLongForTheSystem) {
     cmn::StrToFile("x", "deepest");
     fs::create_symlink("deepest", "link");
     fs::current_path(home);
-    makeFile("upper");
+    makeFiles({"upper"});
     EXPECT_THAT(walk(),
                 UnorderedElementsAre(Nested(50, name) + "/deepest", Nested(50, name) + "/link", "upper"));
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(TraverseTest, TakesTheRootAsItIsWritten) {
-    makeFile("a/b");
+    makeFiles({"a/b"});
     const auto names = [](const std::string& root) {
         std::vector<std::string> found;
         cmn::TraverseDirectoryNoThrow(root, [&](const fs::path& path) { found.push_back(path.string()); });
@@ -369,8 +357,7 @@ TEST_F(TraverseTest, TakesTheRootAsItIsWritten) {
 
 // A walk that is told to go on after its first file, when the folder it has not seen yet is another.
 TEST_F(TraverseTest, DoesNotLeaveTheRootThroughALinkThatTookAFoldersPlace) {
-    makeFile("one/a");
-    makeFile("two/a");
+    makeFiles({"one/a", "two/a"});
     fs::create_directories(folder_ / "other");
     cmn::StrToFile("x", folder_ / "other" / "hidden");
     fs::path swapped;
@@ -382,15 +369,14 @@ TEST_F(TraverseTest, DoesNotLeaveTheRootThroughALinkThatTookAFoldersPlace) {
         fs::create_directory_symlink(folder_ / "other", swapped);
     });
     EXPECT_THAT(names, ElementsAre("a"));
-    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Access to [" + swapped.string() +
-                                                              "] failed with: " + std::strerror(ENOTDIR))));
+    EXPECT_THAT(log_.lines(), OnlyFailed(swapped, "with:", ENOTDIR));
 }
 
 TEST_F(TraverseTest, DoesNotComeBackToALinkThatTookAFoldersPlace) {
     const auto deepest = Nested(60) + "/deepest";
-    makeFile(deepest);
+    makeFiles({deepest});
     for (const auto* name : {"a", "z"})
-        makeFile((fs::path(Nested(5)) / name / "file").string());
+        makeFiles({(fs::path(Nested(5)) / name / "file").string()});
     fs::create_directories(folder_ / "other");
     const auto moved = root_ / Nested(3);
     std::vector<std::string> names;
@@ -402,12 +388,11 @@ TEST_F(TraverseTest, DoesNotComeBackToALinkThatTookAFoldersPlace) {
         fs::create_directory_symlink(folder_ / "moved", moved);
     });
     EXPECT_EQ(names.back(), deepest);
-    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Access to [" + (root_ / deepest).string() +
-                                                              "] failed with: " + std::strerror(ENOTDIR))));
+    EXPECT_THAT(log_.lines(), OnlyFailed(root_ / deepest, "with:", ENOTDIR));
 }
 
 TEST_F(TraverseTest, DoesNotLookAtFilesOfOtherExtensions) {
-    makeFile("a.txt");
+    makeFiles({"a.txt"});
     fs::create_symlink(folder_ / "nowhere", root_ / "link.doc");
     EXPECT_THAT(walk({}, {".txt"}), ElementsAre("a.txt"));
     EXPECT_THAT(log_.lines(), IsEmpty());
@@ -415,8 +400,7 @@ TEST_F(TraverseTest, DoesNotLookAtFilesOfOtherExtensions) {
 
 // Folders keep nobody out who is root; the walk then runs as another user.
 TEST_F(TraverseTest, PassesOverFoldersThatItMayNotRead) {
-    makeFile("a");
-    makeFile("closed/b");
+    makeFiles({"a", "closed/b"});
     fs::permissions(folder_.path(), fs::perms::all);
     fs::permissions(root_ / "closed", fs::perms::none);
     const bool root = geteuid() == 0;
