@@ -7,11 +7,11 @@
 #include <future>
 #include <map>
 #include <stdexcept>
-#include <thread>
 
 #include "MockPolkit.h"
 #include "linux_usercommon/PolkitAuthority.h"
 #include "support/Environment.h"
+#include "support/InThreads.h"
 #include "support/LogCapture.h"
 #include "support/MuteSocket.h"
 #include "support/PrivateBus.h"
@@ -61,6 +61,22 @@ class PolkitAuthorityTest : public testing::Test {
     }
 
     void endAuthority() { mock_.reset(); }
+    // A question that has arrived; what comes of it.
+    std::future<std::string> beginToAsk(
+        MockPolkit& polkit,
+        AuthorizationFlags flags = AuthorizationFlags::interactionAllowedAndExtendRights) {
+        auto asking = std::async(std::launch::async, [this, flags] { return refusal(flags); });
+        EXPECT_TRUE(fake::WaitInHandler([&] { return polkit.calls("CheckAuthorization").size() == 1; }));
+        return asking;
+    }
+    // A bus that says no more than that when it is greeted.
+    void expectUnreachable(std::string_view answer) {
+        const fake::TemporaryFolder folder;
+        const fake::MuteSocket socket(folder / "bus", true, answer);
+        options.busAddress = "unix:path=" + (folder / "bus").string();
+        options.busDeadline = 500ms;
+        EXPECT_THAT(refusal(), StartsWith("the message bus cannot be reached: "));
+    }
 
     fake::LogCapture log;
     fake::PrivateBus bus;
@@ -223,8 +239,7 @@ TEST_F(PolkitAuthorityTest, AnAuthorityThatHangsAltogetherIsGivenUp) {
 
 TEST_F(PolkitAuthorityTest, AnAuthorityThatEndsWhileItIsAskedIsAFailure) {
     MockPolkit& polkit = mock(MockPolkit::hanging());
-    auto asking = std::async(std::launch::async, [this] { return refusal(); });
-    EXPECT_TRUE(fake::WaitInHandler([&] { return polkit.calls("CheckAuthorization").size() == 1; }));
+    auto asking = beginToAsk(polkit);
     endAuthority();
     EXPECT_EQ(asking.get(), "the authority left the message bus while it was asked");
     mockThatGrants();
@@ -273,28 +288,18 @@ TEST_F(PolkitAuthorityTest, ABusThatHangsIsGivenUp) {
 }
 
 TEST_F(PolkitAuthorityTest, ABusThatHangsAfterTheGreetingIsGivenUp) {
-    const fake::TemporaryFolder folder;
-    const fake::MuteSocket socket(folder / "bus", true);
-    options.busAddress = "unix:path=" + (folder / "bus").string();
-    options.busDeadline = 200ms;
-    EXPECT_THAT(refusal(), StartsWith("the message bus cannot be reached: "));
+    expectUnreachable(fake::MuteSocket::kOk);
 }
 
 TEST_F(PolkitAuthorityTest, ABusThatLetsNobodyInIsGivenUp) {
-    const fake::TemporaryFolder folder;
-    const fake::MuteSocket socket(folder / "bus", true, "REJECTED KERBEROS_V4\r\n");
-    options.busAddress = "unix:path=" + (folder / "bus").string();
-    options.busDeadline = 500ms;
-    EXPECT_THAT(refusal(), StartsWith("the message bus cannot be reached: "));
+    expectUnreachable("REJECTED KERBEROS_V4\r\n");
 }
 
 TEST_F(PolkitAuthorityTest, ABusThatHangsWhileTheAuthorityIsAskedIsGivenUp) {
     MockPolkit& polkit = mock(MockPolkit::hanging());
     options.silentDeadline = 2s;
     options.busDeadline = 2s;
-    auto asking =
-        std::async(std::launch::async, [this] { return refusal(AuthorizationFlags::extendRights); });
-    EXPECT_TRUE(fake::WaitInHandler([&] { return polkit.calls("CheckAuthorization").size() == 1; }));
+    auto asking = beginToAsk(polkit, AuthorizationFlags::extendRights);
     bus.freeze();
     EXPECT_EQ(asking.get(), "no answer from the authority within 2000 ms");
     EXPECT_EQ(log.count("The question to the authority was not withdrawn"), 1U);
@@ -303,8 +308,7 @@ TEST_F(PolkitAuthorityTest, ABusThatHangsWhileTheAuthorityIsAskedIsGivenUp) {
 
 TEST_F(PolkitAuthorityTest, ABusThatEndsWhileTheAuthorityIsAskedIsAFailure) {
     MockPolkit& polkit = mock(MockPolkit::hanging());
-    auto asking = std::async(std::launch::async, [this] { return refusal(); });
-    EXPECT_TRUE(fake::WaitInHandler([&] { return polkit.calls("CheckAuthorization").size() == 1; }));
+    auto asking = beginToAsk(polkit);
     bus.kill();
     EXPECT_EQ(asking.get(), "the message bus was lost while the authority was asked");
 }
@@ -314,14 +318,9 @@ TEST_F(PolkitAuthorityTest, SeveralThreadsMayAskAtOnce) {
     cmn::PolkitAuthority authority(options);
     constexpr int kThreads = 4;
     std::atomic<int> granted{0};
-    {
-        std::vector<std::jthread> threads;
-        for (int i = 0; i < kThreads; ++i) {
-            threads.emplace_back([&] {
-                granted += authority.obtain(request(AuthorizationFlags::none, "Install it?")) ? 1 : 0;
-            });
-        }
-    }
+    fake::InThreads(kThreads, [&](int) {
+        granted += authority.obtain(request(AuthorizationFlags::none, "Install it?")) ? 1 : 0;
+    });
     EXPECT_EQ(granted, kThreads);
     EXPECT_EQ(polkit.checks().size(), std::size_t{kThreads});
 }
