@@ -100,16 +100,25 @@ class FinderExtensionBusFixture : public fake::BusWorld {
         client->connect();
         return client;
     }
-    std::shared_ptr<cmn::FinderExtensionXPCClient> startPatientClient() {
-        auto client = startClient(kPatience);
+    std::shared_ptr<cmn::FinderExtensionXPCClient> startConnectedClient(double waits = 1) {
+        auto client = startClient(waits);
         EXPECT_TRUE(fake::WaitFor([&] { return client->connected(); }));
         return client;
+    }
+    std::shared_ptr<cmn::FinderExtensionXPCClient> startPatientClient() {
+        return startConnectedClient(kPatience);
     }
     static QDBusMessage message(const char* member, const QVariantList& arguments = {}) {
         return fake::RawPeer::message(kFinderService, kFinderPath, kFinderService, member, arguments);
     }
     static QVariant objectPath(const char* path) {
         return QVariant::fromValue(QDBusObjectPath(QString::fromLatin1(path)));
+    }
+    // A peer in the service's place.
+    std::unique_ptr<fake::RawPeer> startService(fake::RawPeer::Handler handler) const {
+        auto service = std::make_unique<fake::RawPeer>(bus.address(), std::move(handler));
+        EXPECT_TRUE(service->own(kFinderService));
+        return service;
     }
     // A service that answers as the contract says, after a while.
     fake::RawPeer::Handler goodService(std::chrono::milliseconds delay = std::chrono::milliseconds(0)) {

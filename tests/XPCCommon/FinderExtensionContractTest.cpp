@@ -18,8 +18,7 @@ using testing::SizeIs;
 class FinderExtensionContractTest : public FinderExtensionBusFixture {};
 
 TEST_F(FinderExtensionContractTest, TheClientSpeaksTheContract) {
-    RawPeer service(bus.address(), goodService());
-    ASSERT_TRUE(service.own(kFinderService));
+    const auto service = startService(goodService());
     const auto client = startPatientClient();
     EXPECT_THAT(client->getFileFilters("/a \xc3\xa4"),
                 ElementsAre(cmn::ScanRecord{{"Name", "\xc3\xa4"}}, cmn::ScanRecord{}));
@@ -125,8 +124,7 @@ TEST_F(FinderExtensionContractTest, DelegatesThatNeverAnswerHoldUpNobody) {
 }
 
 TEST_F(FinderExtensionContractTest, TheClientsDelegateSpeaksTheContract) {
-    RawPeer service(bus.address(), goodService());
-    ASSERT_TRUE(service.own(kFinderService));
+    const auto service = startService(goodService());
     const auto client = startPatientClient();
     std::promise<bool> answered;
     client->setCompleteblock([&](bool encrypted) { answered.set_value(encrypted); });
@@ -136,7 +134,7 @@ TEST_F(FinderExtensionContractTest, TheClientsDelegateSpeaksTheContract) {
     const std::string path = asked.arguments[1].value<QDBusObjectPath>().path().toStdString();
     EXPECT_NE(path, "/");
     const auto tell = [&](const QVariantList& arguments) {
-        return service.call(
+        return service->call(
             RawPeer::message(asked.sender, path, kFinderDelegate, "DidCheckEncryptionStatus", arguments));
     };
     EXPECT_EQ(tell({QStringLiteral("yes")}).errorName(), "org.freedesktop.DBus.Error.InvalidArgs");
@@ -149,8 +147,7 @@ TEST_F(FinderExtensionContractTest, TheClientsDelegateSpeaksTheContract) {
 }
 
 TEST_F(FinderExtensionContractTest, TheClientsDelegateListensToTheServiceOnly) {
-    RawPeer service(bus.address(), goodService());
-    ASSERT_TRUE(service.own(kFinderService));
+    const auto service = startService(goodService());
     const auto client = startPatientClient();
     std::atomic<int> answers{0};
     client->setCompleteblock([&](bool) { ++answers; });

@@ -25,24 +25,21 @@ TEST_F(FinderExtensionLossTest, WithoutAServiceEveryRequestGetsItsNeutralAnswer)
 }
 
 TEST_F(FinderExtensionLossTest, AServiceThatAnswersTheVersionOnlyGivesNeutralAnswers) {
-    RawPeer service(bus.address(), [&](const QDBusMessage& asked, const QDBusConnection& connection) {
+    const auto service = startService([&](const QDBusMessage& asked, const QDBusConnection& connection) {
         received.add(asked);
         if (asked.member() == QLatin1String("Version")) {
             connection.send(asked.createReply(QStringLiteral("1.0")));
         }
     });
-    ASSERT_TRUE(service.own(kFinderService));
-    const auto client = startClient();
-    ASSERT_TRUE(WaitFor([&] { return client->connected(); }));
+    const auto client = startConnectedClient();
     expectNeutralAnswers(*client);
     EXPECT_TRUE(client->connected()) << "it does answer";
     EXPECT_TRUE(WaitFor([&] { return received.all("GetUIVisibilityStatuses").size() == 1; }));
 }
 
 TEST_F(FinderExtensionLossTest, AServiceThatAnswersNothingIsNeverConnected) {
-    RawPeer service(bus.address(),
-                    [&](const QDBusMessage& asked, const QDBusConnection&) { received.add(asked); });
-    ASSERT_TRUE(service.own(kFinderService));
+    const auto service =
+        startService([&](const QDBusMessage& asked, const QDBusConnection&) { received.add(asked); });
     const auto client = startClient(1.0 / 10);
     ASSERT_TRUE(WaitFor([&] { return received.all("Version").size() == 1; }));
     expectNeutralAnswers(*client);
@@ -52,14 +49,12 @@ TEST_F(FinderExtensionLossTest, AServiceThatAnswersNothingIsNeverConnected) {
 }
 
 TEST_F(FinderExtensionLossTest, AServiceThatAnswersWithOtherTypesGivesNeutralAnswersAndALine) {
-    RawPeer service(bus.address(), [&](const QDBusMessage& asked, const QDBusConnection& connection) {
+    const auto service = startService([&](const QDBusMessage& asked, const QDBusConnection& connection) {
         received.add(asked);
         connection.send(asked.createReply(
             asked.member() == QLatin1String("Version") ? QVariant(QStringLiteral("1.0")) : QVariant(2.5)));
     });
-    ASSERT_TRUE(service.own(kFinderService));
-    const auto client = startClient();
-    ASSERT_TRUE(WaitFor([&] { return client->connected(); }));
+    const auto client = startConnectedClient();
     expectNeutralAnswers(*client);
     ASSERT_TRUE(WaitFor([&] { return systemLog.lines().size() >= 5; }));
     EXPECT_THAT(systemLog.lines(),
@@ -68,10 +63,9 @@ TEST_F(FinderExtensionLossTest, AServiceThatAnswersWithOtherTypesGivesNeutralAns
 }
 
 TEST_F(FinderExtensionLossTest, AServiceWithAnotherVersionTypeIsNeverConnected) {
-    RawPeer service(bus.address(), [](const QDBusMessage& asked, const QDBusConnection& connection) {
+    const auto service = startService([](const QDBusMessage& asked, const QDBusConnection& connection) {
         connection.send(asked.createReply(QVariantList{1.0}));
     });
-    ASSERT_TRUE(service.own(kFinderService));
     const auto client = startClient();
     EXPECT_TRUE(WaitFor([&] {
         return !systemLog.lines().empty() &&
@@ -82,8 +76,7 @@ TEST_F(FinderExtensionLossTest, AServiceWithAnotherVersionTypeIsNeverConnected) 
 }
 
 TEST_F(FinderExtensionLossTest, AServiceThatIsSlowButInTimeIsHeard) {
-    RawPeer service(bus.address(), goodService(99ms));
-    ASSERT_TRUE(service.own(kFinderService));
+    const auto service = startService(goodService(99ms));
     const auto client = startPatientClient();
     EXPECT_EQ(client->decrypt("/d"), 7);
     EXPECT_TRUE(client->checkFullDiskAccess());
@@ -92,7 +85,7 @@ TEST_F(FinderExtensionLossTest, AServiceThatIsSlowButInTimeIsHeard) {
 TEST_F(FinderExtensionLossTest, AServiceThatIsTooSlowIsNotWaitedForAndItsLateAnswerDoesNoHarm) {
     std::atomic<bool> release{false};
     std::atomic<int> answered{0};
-    RawPeer service(bus.address(), [&](const QDBusMessage& asked, const QDBusConnection& connection) {
+    const auto service = startService([&](const QDBusMessage& asked, const QDBusConnection& connection) {
         if (asked.member() == QLatin1String("Decrypt")) {
             EXPECT_TRUE(WaitInHandler([&] { return release.load(); }));  // as if for ten seconds
             ++answered;
@@ -101,9 +94,7 @@ TEST_F(FinderExtensionLossTest, AServiceThatIsTooSlowIsNotWaitedForAndItsLateAns
                                               ? QVariant(QStringLiteral("1.0"))
                                               : answerTo(asked.member())));
     });
-    ASSERT_TRUE(service.own(kFinderService));
-    const auto client = startClient();
-    ASSERT_TRUE(WaitFor([&] { return client->connected(); }));
+    const auto client = startConnectedClient();
     EXPECT_EQ(client->decrypt("/d"), 2);
     EXPECT_FALSE(client->checkFullDiskAccess()) << "it is still busy";
     release = true;
@@ -115,8 +106,7 @@ TEST_F(FinderExtensionLossTest, AServiceThatIsTooSlowIsNotWaitedForAndItsLateAns
 TEST_F(FinderExtensionLossTest, AFrozenBusHoldsUpNobodyForLong) {
     const auto server = startServer();
     const auto client = startPatientClient();
-    const auto impatient = startClient();
-    ASSERT_TRUE(WaitFor([&] { return impatient->connected(); }));
+    const auto impatient = startConnectedClient();
     bus.freeze();
     const auto start = std::chrono::steady_clock::now();
     expectNeutralAnswers(*impatient);
@@ -207,8 +197,7 @@ TEST_F(FinderExtensionLossTest, AClientThatLeavesIsNoticed) {
 }
 
 TEST_F(FinderExtensionLossTest, AClientThatIsLetGoWithAnOpenCheckIsGone) {
-    RawPeer service(bus.address(), goodService());
-    ASSERT_TRUE(service.own(kFinderService));
+    const auto service = startService(goodService());
     auto client = startPatientClient();
     client->checkEncryptionStatus("/e");
     ASSERT_TRUE(WaitFor([&] { return received.all("CheckEncryptionStatus").size() == 1; }));
