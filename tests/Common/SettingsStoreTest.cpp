@@ -11,6 +11,7 @@
 
 #include "Failures.h"
 #include "OtherProcess.h"
+#include "SettingsFiles.h"
 #include "common/SystemUtils.h"
 #include "common/fs.h"
 #include "common/proto_settings.h"
@@ -73,9 +74,7 @@ TEST_F(SettingsStoreTest, LoadsTheFileBesideTheProgram) {
 }
 
 TEST_F(SettingsStoreTest, SavesTheFileBesideTheProgram) {
-    TSettings settings;
-    settings.Platform = "saved";
-    SaveSettings(settings);
+    SaveSettings(Named("saved"));
     EXPECT_THAT(fileText(), StartsWith("{\n    \"Platform\": \"saved\",\n"));
 }
 
@@ -112,8 +111,7 @@ TEST_F(SettingsStoreTest, GetReturnsACopy) {
 
 TEST_F(SettingsStoreTest, SetReplacesTheCopyAndWritesNothing) {
     inNewProcess([] {
-        TSettings settings;
-        settings.Platform = "set";
+        TSettings settings = Named("set");
         settings.ServerUser = "user";
         SetSettings(settings);
         EXPECT_EQ(GetSettings(), settings);
@@ -167,8 +165,7 @@ TEST_F(SettingsStoreTest, ChangeThatThrowsLeavesTheCopyAsItWas) {
 TEST_F(SettingsStoreTest, UpdateReplacesTheCopyAndTheFile) {
     inNewProcess([] {
         writeFile(R"({"Platform": "file"})");
-        TSettings settings;
-        settings.Platform = "updated";
+        TSettings settings = Named("updated");
         settings.ServerUser = "only in memory";
         UpdateSettings(settings);
         EXPECT_EQ(GetSettings(), settings);
@@ -181,8 +178,7 @@ TEST_F(SettingsStoreTest, CopyCanBeReadWhileAnUpdateWaitsForTheFile) {
     inNewProcess([] {
         writeFile(R"({"Platform": "file"})");
         fake::OtherProcess other(SettingsFile());
-        TSettings settings;
-        settings.Platform = "updated";
+        TSettings settings = Named("updated");
         auto update = std::async(std::launch::async, [&] { UpdateSettings(settings); });
         // Emptied before the lock is asked for.
         const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -201,8 +197,7 @@ TEST_F(SettingsStoreTest, CopyCanBeReadWhileAnUpdateWaitsForTheFile) {
 TEST_F(SettingsStoreTest, UpdateKeepsTheCopyWhenTheFileCannotBeWritten) {
     inNewProcess([] {
         fs::create_directory(SettingsFile());
-        TSettings settings;
-        settings.Platform = "updated";
+        TSettings settings = Named("updated");
         EXPECT_NO_THROW(UpdateSettings(settings));
         EXPECT_EQ(GetSettings().Platform, "updated");
     });
