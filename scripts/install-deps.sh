@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages that building, testing and the demo need. Safe to run again: quick when all is there.
 #
-# Usage: scripts/install-deps.sh [GROUP...]     groups: build test demo package filemanagers sessions root lint bench fuzz macos; without any: build test demo lint
+# Usage: scripts/install-deps.sh [GROUP...]     groups: build test demo package filemanagers sessions root lint bench fuzz coverage macos; without any: build test demo lint
 set -euo pipefail
 
 # The one list of packages.
@@ -21,6 +21,7 @@ declare -A packages=(
     [lint]="clang-format clang-tidy shellcheck python3"
     [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev"
     [fuzz]="clang libclang-rt-dev"
+    [coverage]="clang libclang-rt-dev llvm"
     [macos]="nodejs llvm cmake ninja-build python3"
 )
 # Some packages of nodejs bring npm along and do not go together with the one of that name.
