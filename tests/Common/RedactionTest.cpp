@@ -56,6 +56,21 @@ INSTANTIATE_TEST_SUITE_P(
                     "of %5a%6f%c3%ab%20%4d%c3%bc%6c%6c%65%72 here", "of Zoë Mül\nler here",
                     "of Zoë Mül\r\n    ler here", "of Zoë Mül\\nler here", "of Zoë\n Müller here"));
 
+TEST_F(RedactionTest, ASecretOfRareCharactersIsFoundInTheEscapesOfJson) {
+    redaction.addSecret(SecretKind::user, "\u65e5\u672c\U0001f600\U0010ffff");
+    EXPECT_EQ(redaction.text("of \\u65e5\\u672c\\ud83d\\ude00\\uDBFF\\uDFFF here"), "of <user-1> here");
+    EXPECT_EQ(redaction.text("of \\u65E5\u672c\\uD83D\\uDE00\U0010ffff here"), "of <user-1> here");
+}
+
+TEST_F(RedactionTest, EscapesThatAreNoneStay) {
+    redaction.addSecret(SecretKind::user, "\U0001f600");
+    for (const std::string text : {"half a pair \\ud83d", "no second \\ud83d\\u0041", "no first \\ude00",
+                                   "short \\u00e", "cut \\ud83d\\ude0", "two firsts \\ud83d\\ud83d",
+                                   "no digits \\u00g1", "ends \\u", "ends \\", "ends %4", "ends \\x"}) {
+        EXPECT_EQ(redaction.text(text), text);
+    }
+}
+
 TEST_F(RedactionTest, TheSameTextHasTheSamePlaceholderWhereverAndHoweverItStands) {
     redaction.addSecret(SecretKind::user, "jdoe");
     EXPECT_EQ(redaction.text("jdoe and JDOE, %6adoe"), "<user-1> and <user-1>, <user-1>");
