@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Cross-builds the macOS application on Linux: installs what is missing, builds both architectures and joins them into
-# build/macos/TessarinUserAgent.app, whose path is the last line. Safe to run again: quick when nothing changed.
+# build/macos/TessarinUserAgent.app, whose path is the last line, and build/macos/TessarinServiceHost. Safe to run again: quick when nothing changed.
 #
 # Usage: scripts/build-macos.sh [-j N]      -j N: so many jobs at once, default: one per processor
 set -euo pipefail
@@ -26,6 +26,7 @@ scripts/install-deps.sh build macos
 root=$PWD/build/macos
 app=TessarinUserAgent.app
 program=Contents/MacOS/TessarinUserAgent
+host=TessarinServiceHost
 mkdir -p "$root"
 # One run at a time: a test may be at it, too.
 exec 9>"$root/.lock"
@@ -67,10 +68,13 @@ build_architecture() {
             -DTESSARIN_BUILD_TESTS=OFF -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12
     fi
     quiet "build-$architecture" cmake --build "$build" -- -j "$jobs"
-    if [[ ! -f $build/$app/$program ]]; then
-        echo "build-macos.sh: the build of $architecture made no $app/$program" >&2
-        exit 1
-    fi
+    local made
+    for made in "$app/$program" "$host"; do
+        if [[ ! -f $build/$made ]]; then
+            echo "build-macos.sh: the build of $architecture made no $made" >&2
+            exit 1
+        fi
+    done
 }
 
 # Side by side: the compiler builds its C++ library with one thread.
@@ -80,13 +84,16 @@ wait $!
 
 lipo=$(compgen -c llvm-lipo | sort -V | tail -1 || true)
 [[ -n $lipo ]] || { echo "build-macos.sh: llvm-lipo is missing" >&2; exit 1; }
-if [[ -n $(find "$root/arm64/$app" "$root/x86_64/$app/$program" -newer "$root/.joined" 2>&1) || ! -d $root/$app ]]; then
+if [[ -n $(find "$root/arm64/$app" "$root/x86_64/$app/$program" "$root/arm64/$host" "$root/x86_64/$host" \
+    -newer "$root/.joined" 2>&1) || ! -d $root/$app || ! -f $root/$host ]]; then
     # The bundle of one architecture, with the program of both; put in place when it is complete.
     rm -rf "$root/joined"
     mkdir "$root/joined"
     touch "$root/.joining"
     cp -a "$root/arm64/$app" "$root/joined/"
     "$lipo" -create "$root/arm64/$app/$program" "$root/x86_64/$app/$program" -output "$root/joined/$app/$program"
+    "$lipo" -create "$root/arm64/$host" "$root/x86_64/$host" -output "$root/joined/$host"
+    mv "$root/joined/$host" "$root/$host"
     rm -rf "${root:?}/$app"
     mv "$root/joined/$app" "$root/$app"
     rmdir "$root/joined"

@@ -92,8 +92,9 @@ ENDS = {
         "doctor": ("linux/TessarinCtl/src/doctor", ("buses", "linux_usercommon", "windowlist", "statusitem", "filemanagers")),
         "bundle": ("linux/TessarinCtl/src/bundle", ("doctor",)),
         "ctl": ("linux/TessarinCtl", ("bundle",)),
-        "scanner": ("tools/TessarinServiceHost/scanner", ("xpccommon", "impl_posix")),
-        "host": ("tools/TessarinServiceHost", ("linux_usercommon", "scanner")),
+        "scanner": ("tools/TessarinServiceHost/scanner", ("xpccommon",)),
+        "host": ("tools/TessarinServiceHost", ("scanner",)),
+        "linux_host": ("linux/TessarinServiceHost", ("linux_usercommon", "impl_posix")),
     },
     "macos": {
         "impl_mac": ("common/Common/src/impl_mac", ("common", "impl_posix", "common_mac")),
@@ -104,6 +105,9 @@ ENDS = {
         "permissions": (f"macos/{AGENT_END}/permissions", ("common_mac", "useragent")),
         "interface": (f"macos/{AGENT_END}/interface", ("permissions",)),
         "program": (f"macos/{AGENT_END}", ("macos_usercommon", "accessibility", "interface")),
+        "scanner": ("tools/TessarinServiceHost/scanner", ("xpccommon",)),
+        "host": ("tools/TessarinServiceHost", ("scanner",)),
+        "macos_host": ("macos/TessarinServiceHost", ("macos_usercommon", "xpccommon", "impl_posix")),
     },
 }
 _FOREIGN_HEADER = {

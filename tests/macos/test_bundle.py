@@ -73,6 +73,29 @@ class InformationPropertyList(unittest.TestCase):
         self.assertNotIn("@", str(self.information))
 
 
+class LaunchDaemon(unittest.TestCase):
+    def setUp(self) -> None:
+        self.file = MACOS / "TessarinServiceHost/com.tessarin.ServiceHost.plist"
+        self.daemon = plistlib.loads(self.file.read_bytes())
+
+    def test_names_both_services_as_the_program_asks_for_them(self) -> None:
+        headers = (PROJECT / "common/XPCCommon/include/xpccommon").glob("*Protocol.h")
+        names = [name for header in headers for name in re.findall(r'k\w+MachServiceName = "([\w.]+)"', header.read_text())]
+        self.assertEqual(len(names), 2)
+        self.assertEqual(self.daemon["MachServices"], dict.fromkeys(names, True))
+
+    def test_starts_the_host_again_unless_it_ended_by_itself(self) -> None:
+        self.assertEqual(self.daemon["Label"], self.file.stem)
+        program, *options = self.daemon["ProgramArguments"]
+        self.assertEqual(program, "/Applications/Tessarin/TessarinServiceHost")
+        self.assertEqual(self.daemon["KeepAlive"], {"SuccessfulExit": False})
+        self.assertIs(self.daemon["RunAtLoad"], True)
+        self.assertNotIn("UserName", self.daemon, "only root may read files for other users")
+        known = (PROJECT / "tools/TessarinServiceHost/src/HostOptions.cpp").read_text()
+        for option in [one for one in options if one.startswith("--")]:
+            self.assertIn(f'"{option}"', known)
+
+
 class LaunchAgent(unittest.TestCase):
     def setUp(self) -> None:
         self.file = RESOURCES / "com.tessarin.UserAgent.plist"

@@ -1,5 +1,5 @@
-"""The program needs the system's libraries and no others. Runs on both systems: TESSARIN_PROGRAM is the program; without it, the one
-that scripts/build-macos.sh makes."""
+"""The programs need the system's libraries and no others. Runs on both systems: TESSARIN_PROGRAMS are the programs, divided by ":";
+without it, those that scripts/build-macos.sh makes."""
 
 import os
 import struct
@@ -12,7 +12,9 @@ sys.path.insert(0, str(Path(__file__).resolve().parent))
 import macho
 
 PROJECT = Path(__file__).resolve().parents[2]
-PROGRAM = Path(os.environ.get("TESSARIN_PROGRAM", PROJECT / "build/macos/TessarinUserAgent.app/Contents/MacOS/TessarinUserAgent"))
+MADE = PROJECT / "build/macos"
+MADE_HERE = f"{MADE}/TessarinUserAgent.app/Contents/MacOS/TessarinUserAgent:{MADE}/TessarinServiceHost"
+PROGRAMS = [Path(one) for one in os.environ.get("TESSARIN_PROGRAMS", MADE_HERE).split(":")]
 SYSTEM = ("/usr/lib/", "/System/Library/")
 
 
@@ -32,10 +34,10 @@ def with_library(program: macho.Program, install_name: str) -> macho.Program:
 
 class Libraries(unittest.TestCase):
     def setUp(self) -> None:
-        self.programs = macho.slices(PROGRAM.read_bytes())
+        self.programs = [one for path in PROGRAMS for one in macho.slices(path.read_bytes())]
 
     def test_are_all_of_the_system(self) -> None:
-        self.assertGreater(len(self.programs), 0)
+        self.assertGreaterEqual(len(self.programs), 2)
         for program in self.programs:
             self.assertGreater(len(program.libraries), 5, program.architecture)
             self.assertEqual(foreign(program), [], program.architecture)

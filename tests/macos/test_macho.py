@@ -1,4 +1,4 @@
-"""The program of the macOS bundle is what the platform's loader expects. Needs build/macos as scripts/build-macos.sh
+"""The program of the macOS bundle and the service host are what the platform's loader expects. Needs build/macos as scripts/build-macos.sh
 makes it."""
 
 import re
@@ -16,12 +16,14 @@ import used
 from toolchain import GENERATED, NODE_MODULES, SDK, deployment_target
 
 PROGRAM = PROJECT / "build/macos/TessarinUserAgent.app/Contents/MacOS/TessarinUserAgent"
+HOST = PROJECT / "build/macos/TessarinServiceHost"
+HOST_SOURCES = PROJECT / "macos/TessarinServiceHost"
 LIBRARIES = {part.install_name for part in used.read(SDK / "used.txt")} | {"/usr/lib/libSystem.B.dylib"}
 
 
 def sources() -> list[Path]:
     folders = [PROJECT / "macos", PROJECT / "common/Common/src/impl_mac"]
-    return sorted(path for folder in folders for path in folder.rglob("*.mm"))
+    return sorted(path for folder in folders for path in folder.rglob("*.mm") if HOST_SOURCES not in path.parents)
 
 
 def stub_paths() -> list[Path]:
@@ -35,12 +37,14 @@ def unnamed(program: macho.Program) -> list[str]:
             if symbol.name not in known.get(symbol.library or "", set())]
 
 
-class MachO(unittest.TestCase):
+class Loaded:
+    """What holds of each program."""
+    path: Path
     programs: list[macho.Program] = []
 
     @classmethod
     def setUpClass(cls) -> None:
-        cls.programs = macho.slices(PROGRAM.read_bytes())
+        cls.programs = macho.slices(cls.path.read_bytes())
 
     def test_holds_both_architectures(self) -> None:
         self.assertEqual(sorted(program.architecture for program in self.programs), ["arm64", "x86_64"])
@@ -73,6 +77,23 @@ class MachO(unittest.TestCase):
             if program.architecture == "arm64":
                 self.assertIsNotNone(program.signature)
                 self.assertEqual(program.wrong_pages(), 0)
+
+
+class ServiceHost(Loaded, unittest.TestCase):
+    path = HOST
+
+    def test_contains_both_services_as_the_platform_calls_them(self) -> None:
+        for program in self.programs:
+            self.assertLessEqual({"_OBJC_CLASS_$_UserAgentExportedObject", "_OBJC_CLASS_$_FinderExtensionExportedObject",
+                                  "_OBJC_CLASS_$_TessarinListenerDelegate"}, program.defined(), program.architecture)
+
+    def test_needs_no_window_system(self) -> None:
+        for program in self.programs:
+            self.assertEqual([one for one in program.libraries if "AppKit" in one], [], program.architecture)
+
+
+class Agent(Loaded, unittest.TestCase):
+    path = PROGRAM
 
     def test_contain_every_class_that_the_sources_implement(self) -> None:
         names = {name for path in sources()

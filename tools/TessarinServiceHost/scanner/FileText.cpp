@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "CutPosition.h"
+#include "FileAccess.h"
 #include "RegularFile.h"
 #include "SealedFile.h"
 
@@ -12,7 +13,7 @@ namespace host {
 FileText ReadFileText(const std::string& path, const FileUser& user, std::size_t limit, ScanBounds& bounds) {
     RegularFile file(path, user);
     FileText result;
-    result.modified = file.status().st_mtim;
+    result.modified = ModificationTime(file.status());
     result.text = file.read(kSealLine.size());
     if (result.text == kSealLine) {
         result.text.clear();

@@ -10,7 +10,7 @@
 
 namespace host {
 
-// What a user is to the file system.
+// What a user is to the file system. `groups` are empty where the system knows them by the user.
 struct UserIdentity {
     uid_t user = 0;
     gid_t group = 0;
@@ -40,21 +40,18 @@ class FileUser {
         return action();
     }
 
-    // Opens what is at the path, as this user, but neither for reading nor for writing (O_PATH); `flags` are
-    // more of open's. For another user nothing is reached through the host's own descriptors. Returns -1
-    // with errno.
-    int openPlace(const char* path, int flags = 0) const;
-
  private:
     class Rights {
      public:
         explicit Rights(const std::optional<UserIdentity>& user);
-        // Ends the process when the host's own rights do not come back.
         ~Rights();
         Rights(const Rights&) = delete;
         Rights& operator=(const Rights&) = delete;
 
      private:
+        // Ends the process when they do not come back.
+        void giveBack();
+
         std::optional<UserIdentity> before_;  // nothing: they stay the host's
     };
 

@@ -16,6 +16,9 @@ class NoSuchFile : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Throws unless the status is that of a regular file.
+void RequireRegular(const struct stat& status);
+
 // A file opened for reading with a user's rights, through symbolic links. Anything but a regular file is
 // refused without being opened: whoever waits at the other end of a FIFO does not notice. For another user
 // than the host, so are relative paths, which begin in the host's folder, and the files of /proc, which tell
@@ -34,8 +37,7 @@ class RegularFile {
     const struct stat& status() const { return status_; }
     // The next bytes, fewer than `size` only at the file's end, whatever size the file claims to have.
     std::string read(std::size_t size);
-    // A path that leads to the opened file, whatever becomes of its own.
-    std::string handle() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+    int descriptor() const { return descriptor_; }
     // Whether `now` is the status of this file with the content it had when it was opened.
     bool isUnchanged(const struct stat& now) const;
 

@@ -1,13 +1,14 @@
 #include "ReplacementFile.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
+#include "FileAccess.h"
 #include "common/ScopedAction.h"
 #include "common/exceptions.h"
 #include "common/log.h"
@@ -29,21 +30,18 @@ void Check(bool succeeded) {
 }  // namespace
 
 ReplacementFile::ReplacementFile(const std::filesystem::path& target, const FileUser& user)
-    : user_(user),
-      name_(target.filename()),
-      folder_(user.openPlace(target.parent_path().c_str(), O_DIRECTORY)) {
+    : user_(user), name_(target.filename()), folder_(OpenFolder(target.parent_path(), user)) {
     Check(folder_ >= 0);
     cmn::ScopedAction closeFolder([this] { close(folder_); });
     if (!targetStatus()) {
         throw_with_trace(TargetGone(std::generic_category().message(ENOENT)));
     }
-    const std::string folder = "/proc/self/fd/" + std::to_string(folder_) + "/";
-    std::string path = folder + ".tessarin-unseal-XXXXXX";
-    descriptor_ = user_.act([&] { return mkostemp(path.data(), O_CLOEXEC); });
+    std::string name = ".tessarin-unseal-XXXXXX";
+    descriptor_ = MakeTemporaryFile(folder_, name, user_);
     Check(descriptor_ >= 0);
     struct stat status {};
     maker_ = fstat(descriptor_, &status) == 0 ? status.st_uid : geteuid();
-    temporary_ = path.substr(folder.size());
+    temporary_ = std::move(name);
     closeFolder.disarm();
 }
 

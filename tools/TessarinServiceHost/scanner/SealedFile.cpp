@@ -1,6 +1,5 @@
 #include "SealedFile.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include <optional>
 #include <system_error>
 
+#include "FileAccess.h"
 #include "PathForLog.h"
 #include "RegularFile.h"
 #include "ReplacementFile.h"
@@ -25,19 +25,16 @@ bool TakesSealLine(RegularFile& file) {
     return file.read(kSealLine.size()) == kSealLine;
 }
 
-// Where the opened file is now, without symbolic links.
-std::filesystem::path PlaceOf(const RegularFile& file) {
-    std::error_code error;
-    auto place = std::filesystem::read_symlink(file.handle(), error);
-    if (error) {
-        throw_with_trace(RewriteError(error.message()));
+std::filesystem::path TargetOf(const RegularFile& file) {
+    try {
+        return PlaceOf(file.descriptor());
+    } catch (const std::runtime_error& e) {
+        throw_with_trace(RewriteError(e.what()));
     }
-    return place;
 }
 
 void RequireWritable(const RegularFile& file, const FileUser& user) {
-    const int descriptor =
-        user.act([&] { return open(file.handle().c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
+    const int descriptor = OpenForWriting(file.descriptor(), user);
     if (descriptor < 0) {
         throw_with_trace(RewriteError(std::generic_category().message(errno)));
     }
@@ -72,7 +69,7 @@ std::optional<UnsealStatus> TryUnseal(const std::string& path, const FileUser& u
         throw_with_trace(RewriteError("Larger than " + std::to_string(kLargestSealedFile) + " bytes"));
     }
     RequireWritable(file, user);
-    ReplacementFile replacement(PlaceOf(file), user);
+    ReplacementFile replacement(TargetOf(file), user);
     CopyContent(file, replacement, stop);
     replacement.complete(file.status());
     beforeReplacing();

@@ -1,8 +1,7 @@
 #include "TextMatcher.h"
 
-#include <re2/re2.h>
-
-#include <array>
+#include <limits>
+#include <optional>
 #include <unordered_set>
 
 #include "common/exceptions.h"
@@ -10,37 +9,47 @@
 
 namespace host {
 
-struct TextMatcher::Expression {
-    explicit Expression(const std::string& pattern) : re(pattern, RE2::Quiet) {}
+namespace {
 
-    const RE2 re;
-};
-
-TextMatcher::TextMatcher(const std::string& pattern, CheckDigit checkDigit)
-    : expression_(std::make_unique<Expression>(pattern)), checkDigit_(checkDigit) {
-    if (!expression_->re.ok()) {
-        throw_with_trace(cmn::make_error("is refused: ", expression_->re.error()));
+std::unique_ptr<const Expression> MakeExpression(const std::string& pattern) {
+    try {
+        return std::make_unique<Expression>(pattern);
+    } catch (const std::runtime_error& e) {
+        throw_with_trace(cmn::make_error("is refused: ", e.what()));
     }
 }
+
+// Nothing either when the search was given up, which ends it for the whole text.
+std::optional<Expression::Found> Find(const Expression& expression, std::string_view text, std::size_t from,
+                                      ScanBounds& bounds) {
+    try {
+        return expression.find(text, from);
+    } catch (const SearchTooLong&) {
+        bounds.allow(std::numeric_limits<std::uint64_t>::max());
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+TextMatcher::TextMatcher(const std::string& pattern, CheckDigit checkDigit)
+    : expression_(MakeExpression(pattern)), checkDigit_(checkDigit) {}
 
 TextMatcher::~TextMatcher() = default;
 
 MatchCounts TextMatcher::count(std::string_view text, ScanBounds& bounds) const {
-    const RE2& re = expression_->re;
-    const re2::StringPiece subject(text.data(), text.size());
-    std::array<re2::StringPiece, 2> found;  // the whole match and the first group
-    const std::size_t group = re.NumberOfCapturingGroups() > 0 ? 1 : 0;
     std::unordered_set<std::string_view> distinct;
     MatchCounts counts;
     std::uint64_t searchedAgain = 0;
     std::size_t from = 0;
-    while (from <= text.size() && bounds.allow(searchedAgain) &&
-           re.Match(subject, from, text.size(), RE2::UNANCHORED, found.data(), static_cast<int>(group + 1))) {
-        const auto begin = static_cast<std::size_t>(found[0].data() - text.data());
-        const std::size_t end = begin + found[0].size();
-        const std::string_view match(found[group].data(), found[group].size());
+    while (from <= text.size() && bounds.allow(searchedAgain)) {
+        const auto found = Find(*expression_, text, from, bounds);
+        if (!found) {
+            break;
+        }
+        const auto& [begin, end, match] = *found;
         if (match.empty()) {
-            from = found[0].empty() ? end + 1 : end;
+            from = begin == end ? end + 1 : end;
             continue;
         }
         if (checkDigit_ == CheckDigit::none || PassesLuhn(match)) {

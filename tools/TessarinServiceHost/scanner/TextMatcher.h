@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "CheckDigit.h"
+#include "Expression.h"
 #include "ScanBounds.h"
 
 namespace host {
@@ -18,8 +19,9 @@ struct MatchCounts {
 // Finds a regular expression in texts. Immutable: one object serves many threads.
 class TextMatcher {
  public:
-    // A pattern in RE2's syntax. Its first capturing group, if it has one, is the match, so that what stands
-    // around it can be part of the pattern. Throws std::runtime_error when RE2 refuses it.
+    // A pattern in the syntax of the platform's engine. Its first capturing group, if it has one, is the
+    // match, so that what stands around it can be part of the pattern. Throws std::runtime_error when it is
+    // refused.
     TextMatcher(const std::string& pattern, CheckDigit checkDigit);
     ~TextMatcher();
     TextMatcher(const TextMatcher&) = delete;
@@ -27,12 +29,10 @@ class TextMatcher {
 
     // Counts the matches that do not overlap, from the left, as far as `bounds` allow. Empty ones and those
     // with a wrong check digit do not count, and what they cover may still hold another match. The text may
-    // be any bytes; the pattern sees UTF-8 in it where it is well-formed.
+    // be any bytes.
     MatchCounts count(std::string_view text, ScanBounds& bounds) const;
 
  private:
-    struct Expression;
-
     const std::unique_ptr<const Expression> expression_;
     const CheckDigit checkDigit_;
 };

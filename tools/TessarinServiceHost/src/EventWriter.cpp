@@ -1,8 +1,9 @@
 #include "EventWriter.h"
 
-#include <QString>
+#include <algorithm>
 
 #include "common/rapidjson.h"
+#include "common/utf8.h"
 
 namespace host {
 
@@ -10,10 +11,16 @@ namespace {
 
 using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
 
+constexpr const char* kReplacement = "\xEF\xBF\xBD";
+
+// What is no UTF-8 comes out as replacement characters.
 void WriteText(Writer& writer, std::string_view text) {
-    // Through UTF-16 and back: what is no UTF-8 comes out as replacement characters.
-    const std::string valid =
-        QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())).toStdString();
+    std::string valid;
+    while (!text.empty()) {
+        const std::size_t length = cmn::Utf8SequenceLength(text);
+        valid += length > 0 ? text.substr(0, length) : kReplacement;
+        text.remove_prefix(std::max(length, std::size_t{1}));
+    }
     writer.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
 }
 

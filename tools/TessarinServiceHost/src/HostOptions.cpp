@@ -60,7 +60,7 @@ std::variant<HostOptions, HelpWanted, BadArguments> ParseOptions(const std::vect
             if (value != "system" && value != "session") {
                 return BadArguments{"--bus takes \"system\" or \"session\", not \"" + value + "\""};
             }
-            options.bus = value == "system" ? cmn::DBusBus::system : cmn::DBusBus::session;
+            options.bus = value == "system" ? HostBus::system : HostBus::session;
         } else if (TakeValue(arguments, i, "--log-file", value)) {
             options.logFile = value;
         } else if (TakeValue(arguments, i, "--log-level", value)) {
@@ -118,7 +118,8 @@ Not part of the product.
 
 Options:
   --bus system|session   bus to listen on (default: system); its address comes from
-                         DBUS_SYSTEM_BUS_ADDRESS or DBUS_SESSION_BUS_ADDRESS when set
+                         DBUS_SYSTEM_BUS_ADDRESS or DBUS_SESSION_BUS_ADDRESS when set. Linux only: on macOS
+                         the host is a launch daemon, and launchd has the services' names
   --json                 write events as JSON, one object a line
   --log-file STEM        write the log to STEM_0.log, STEM_1.log instead of the standard error stream
   --log-level NAME       Silent, Error, Warn, Info (default), Debug or Trace

@@ -8,12 +8,13 @@
 #include "FileScanner.h"
 #include "SettingsMaker.h"
 #include "common/log.h"
-#include "linux_usercommon/DBusXPCTransport.h"
 
 namespace host {
 
+enum class HostBus { system, session };
+
 struct HostOptions {
-    cmn::DBusBus bus = cmn::DBusBus::system;
+    HostBus bus = HostBus::system;
     bool json = false;
     std::string logFile;  // stem; empty: the standard error stream
     LogLevel logLevel = LogLevel::Info;

@@ -13,12 +13,6 @@ namespace host {
 
 namespace {
 
-// So many questions can wait for the agent at the same time.
-constexpr std::size_t kQuestionThreads = 8;
-
-// So many clients can wait for a scan at the same time without holding up the others.
-constexpr unsigned kRequestThreads = 32;
-
 constexpr std::string_view kGetURL = "getURL";
 
 bool CanListFolder(const std::string& folder) {
@@ -29,20 +23,14 @@ bool CanListFolder(const std::string& folder) {
 
 }  // namespace
 
-ServiceHost::ServiceHost(const HostOptions& options, EventWriter& events, std::function<void(int)> end)
+ServiceHost::ServiceHost(const HostOptions& options, EventWriter& events, HostPlatform& platform)
     : events_(events),
-      busName_(options.bus == cmn::DBusBus::system ? "system" : "session"),
-      end_(std::move(end)),
-      dispatch_(std::make_shared<cmn::LinuxDispatch>(kRequestThreads)),
-      questions_(*dispatch_->loop(), kQuestionThreads),
-      transport_(std::make_shared<cmn::DBusXPCTransport>(
-          dispatch_,
-          cmn::DBusXPCOptions{.listenerBus = options.bus,
-                              .onListenerEvent = [this](const auto& event) { listenerChanged(event); }})),
+      platform_(platform),
       settingsFile_(options.settingsFile),
       scanner_(std::make_shared<FileScanner>(options.scanner)) {
+    platform_.connect(options.bus, [this](const ListenerEvent& event) { listenerChanged(event); });
     UseSettings(settingsFile_);
-    finderExtension_ = cmn::FinderExtensionObjCXPCServer::sharedInstance(transport_);
+    finderExtension_ = cmn::FinderExtensionObjCXPCServer::sharedInstance(platform_.transport());
     finderExtension_->setScannerService(scanner_);
     if (!options.fullDiskAccessFolder.empty()) {
         finderExtension_->setFullDiskAccessProbe(
@@ -53,10 +41,7 @@ ServiceHost::ServiceHost(const HostOptions& options, EventWriter& events, std::f
 ServiceHost::~ServiceHost() {
     scanner_->stop();
     finderExtension_->stop();
-    transport_->stop();  // while the loop still does what that asks of it
-    // Wakes the questions that wait, then lets every task end before what it uses goes.
-    dispatch_->stop();
-    questions_.stop();
+    platform_.stop();
     userAgent_.reset();
 }
 
@@ -65,31 +50,31 @@ void ServiceHost::start() {
         [this](const std::string& url, const std::string& browser, std::int32_t pid, const auto& peer) {
             events_.write("url", ReportFields(url, browser, pid, peer));
         },
-        dispatch_, transport_);
+        platform_.dispatch(), platform_.transport());
     finderExtension_->start();
+    platform_.started();
 }
 
-void ServiceHost::listenerChanged(const cmn::DBusListenerEvent& event) {
-    if (event.state == cmn::DBusListenerState::listening) {
-        events_.write("ready",
-                      {{"service", event.machServiceName}, {"bus", busName_}, {"pid", cmn::GetPID()}});
+void ServiceHost::listenerChanged(const ListenerEvent& event) {
+    const std::string place = platform_.place();
+    if (event.state == ListenerState::listening) {
+        events_.write("ready", {{"service", event.service}, {"bus", place}, {"pid", cmn::GetPID()}});
         return;
     }
-    const bool isLost = event.state == cmn::DBusListenerState::lost;
+    const bool isLost = event.state == ListenerState::lost;
     std::fprintf(stderr, "TessarinServiceHost: %s as %s on the %s bus: %s\n",
-                 isLost ? "can no longer listen" : "cannot listen", event.machServiceName.c_str(), busName_,
+                 isLost ? "can no longer listen" : "cannot listen", event.service.c_str(), place.c_str(),
                  event.reason.c_str());
     if (isLost) {
-        // The listener claims its name again, for as long as it takes.
-        events_.write("lost", {{"service", event.machServiceName}});
+        events_.write("lost", {{"service", event.service}});
     } else {
-        dispatch_->asyncMain([this] { end_(1); });
+        platform_.dispatch()->asyncMain([this] { platform_.end(1); });
     }
 }
 
 void ServiceHost::execute(const std::string& command) {
     if (command == "quit") {
-        end_(0);
+        platform_.end(0);
     } else if (command == "stop") {
         userAgent_->stop();
         finderExtension_->stop();
@@ -115,7 +100,7 @@ void ServiceHost::reload() {
 }
 
 void ServiceHost::getURL(const std::string& browser) {
-    questions_.post([this, server = userAgent_, browser] {
+    platform_.ask([this, server = userAgent_, browser] {
         const std::string url = server->getURL(browser);
         events_.write("getURL", {{"browser", browser}, {"url", url}});
     });

@@ -1,21 +1,16 @@
-#include <malloc.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
-
-#include <QCoreApplication>
-#include <QSocketNotifier>
-#include <array>
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "CommandReader.h"
 #include "EventWriter.h"
 #include "HostOptions.h"
+#include "HostPlatform.h"
 #include "HostSettings.h"
 #include "ServiceHost.h"
 #include "common/causes.h"
@@ -23,25 +18,6 @@
 #include "common/log_place.h"
 
 namespace {
-
-// From here on the signals are read from the returned descriptor. Before any thread starts: threads inherit
-// this.
-int BlockEndSignals() {
-    sigset_t ends;
-    sigemptyset(&ends);
-    sigaddset(&ends, SIGTERM);
-    sigaddset(&ends, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);  // a reader of the events that goes away does not end the host
-    return signalfd(-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK);
-}
-
-// A message of many MiB goes back to the system as soon as it was refused: without this the allocator takes
-// it for the usual size and keeps as much for the next one.
-void KeepNoLargeMessages() {
-    constexpr int kLargestKept = 256 * 1024;
-    ::mallopt(M_MMAP_THRESHOLD, kLargestKept);
-}
 
 // Without a file that can be written the log goes to the error stream.
 void UseLogFile(const std::string& stem) {
@@ -56,28 +32,18 @@ void UseLogFile(const std::string& stem) {
     }
 }
 
-int Run(QCoreApplication& application, const host::HostOptions& options, int signalDescriptor) {
+int Run(host::HostPlatform& platform, const host::HostOptions& options) {
     host::EventWriter events(stdout, options.json);
-    host::ServiceHost services(options, events, [](int status) { QCoreApplication::exit(status); });
-
-    QSocketNotifier signalNotifier(signalDescriptor, QSocketNotifier::Read);
-    QObject::connect(&signalNotifier, &QSocketNotifier::activated, [] { QCoreApplication::exit(0); });
-
+    host::ServiceHost services(options, events, platform);
     host::CommandReader commands([&services](const std::string& line) { services.execute(line); });
-    QSocketNotifier inputNotifier(STDIN_FILENO, QSocketNotifier::Read);
-    QObject::connect(&inputNotifier, &QSocketNotifier::activated, [&] {
-        std::array<char, 4096> buffer{};
-        const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
-        if (count > 0) {
-            commands.feed({buffer.data(), static_cast<std::size_t>(count)});
-        } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
-            inputNotifier.setEnabled(false);
+    services.start();
+    return platform.run([&commands](std::optional<std::string_view> bytes) {
+        if (bytes) {
+            commands.feed(*bytes);
+        } else {
             commands.finish();
         }
     });
-
-    services.start();
-    return application.exec();
 }
 
 }  // namespace
@@ -95,11 +61,9 @@ int main(int argc, char** argv) {
     const auto& options = std::get<host::HostOptions>(parsed);
     InstallLogCrashHandlers();
     SetLogJournal(true);
-    KeepNoLargeMessages();
-    const int signalDescriptor = BlockEndSignals();
+    const auto platform = host::CreateHostPlatform(argc, argv);
     SetLogLevel(options.logLevel);
     UseLogFile(options.logFile);
-    QCoreApplication application(argc, argv);
     try {
         if (options.makeSettings) {
             host::MakeSettings(*options.makeSettings, options.settingsFile.empty()
@@ -107,7 +71,7 @@ int main(int argc, char** argv) {
                                                           : std::filesystem::path(options.settingsFile));
             return 0;
         }
-        return Run(application, options, signalDescriptor);
+        return Run(*platform, options);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "TessarinServiceHost: %s\n", e.what());
         for (const std::string& cause : cmn::CausesOf(e)) {
