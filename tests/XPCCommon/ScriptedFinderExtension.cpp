@@ -49,10 +49,7 @@ class ScriptedFinderExtension::Proxy : public cmn::FinderExtensionCommunicator {
         if (service_.calls.isOver(limit_)) {
             return false;
         }
-        {
-            const std::lock_guard lock(service_.mutex_);
-            service_.messages_.push_back(message);
-        }
+        service_.messages_.add(message);
         if (!service_.present) {
             service_.dispatch_->deliver(std::chrono::nanoseconds(0),
                                         [onError = onError_, error = service_.error] { onError(error); });
@@ -86,9 +83,4 @@ void ScriptedFinderExtension::answer(bool wanted, std::chrono::nanoseconds delay
     if (wanted) {
         dispatch_->deliver(delay, std::move(send));
     }
-}
-
-std::vector<std::string> ScriptedFinderExtension::messages() const {
-    const std::lock_guard lock(mutex_);
-    return messages_;
 }

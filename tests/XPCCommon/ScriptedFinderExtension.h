@@ -3,12 +3,12 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "support/FakeDispatch.h"
 #include "support/FakeXPCTransport.h"
+#include "support/Recorder.h"
 #include "support/UnansweredCalls.h"
 #include "xpccommon/FinderExtensionProtocol.h"
 
@@ -37,7 +37,7 @@ class ScriptedFinderExtension {
     bool encrypted = true;
 
     // The messages in their order, "getScanResult /path".
-    std::vector<std::string> messages() const;
+    std::vector<std::string> messages() const { return messages_.all(); }
     std::vector<std::shared_ptr<cmn::FinderExtensionDelegate>> delegates;
     fake::UnansweredCalls calls;
 
@@ -48,6 +48,5 @@ class ScriptedFinderExtension {
 
     const std::shared_ptr<fake::Dispatch> dispatch_;
     const std::shared_ptr<fake::XPCTransport> transport_;
-    mutable std::mutex mutex_;
-    std::vector<std::string> messages_;
+    const fake::Recorder<std::string> messages_;
 };

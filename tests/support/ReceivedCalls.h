@@ -1,11 +1,10 @@
 #pragma once
 
 #include <QDBusMessage>
-#include <algorithm>
-#include <iterator>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "support/Recorder.h"
 
 namespace fake {
 
@@ -19,22 +18,18 @@ class ReceivedCalls {
     };
 
     void add(const QDBusMessage& message) {
-        const std::lock_guard lock(mutex_);
-        calls_.push_back({message.path().toStdString(), message.interface().toStdString(),
-                          message.member().toStdString(), message.signature().toStdString(),
-                          message.service().toStdString(), message.arguments(), message.isReplyRequired()});
+        calls_.add({message.path().toStdString(), message.interface().toStdString(),
+                    message.member().toStdString(), message.signature().toStdString(),
+                    message.service().toStdString(), message.arguments(), message.isReplyRequired()});
     }
     std::vector<Call> all(const std::string& member) {
-        const std::lock_guard lock(mutex_);
-        std::vector<Call> found;
-        std::copy_if(calls_.begin(), calls_.end(), std::back_inserter(found),
-                     [&](const Call& call) { return call.member == member; });
+        std::vector<Call> found = calls_.all();
+        std::erase_if(found, [&](const Call& call) { return call.member != member; });
         return found;
     }
 
  private:
-    std::mutex mutex_;
-    std::vector<Call> calls_;
+    const Recorder<Call> calls_;
 };
 
 }  // namespace fake

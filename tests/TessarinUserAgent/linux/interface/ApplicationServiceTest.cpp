@@ -7,7 +7,6 @@
 #include <QDBusPendingCall>
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -17,6 +16,7 @@
 #include "support/LogCapture.h"
 #include "support/PrivateBus.h"
 #include "support/RawPeer.h"
+#include "support/Recorder.h"
 #include "support/WaitFor.h"
 
 namespace {
@@ -357,12 +357,7 @@ class FrozenFirst {
  public:
     explicit FrozenFirst(const SessionBusPlace& place) {
         connection_ = bus::Connection::open(place.loop, {.address = place.address},
-                                            {[this] { ready_ = true; },
-                                             {},
-                                             [this](const bus::Question& question) {
-                                                 const std::lock_guard lock(mutex_);
-                                                 questions_.push_back(question);
-                                             }});
+                                            {[this] { ready_ = true; }, {}, questions});
         EXPECT_TRUE(fake::WaitFor([this] { return ready_.load(); }));
         const auto answer = connection_->callAndWait(
             connection_->makeCall(bus::kBusName, bus::kBusPath, bus::kBusName, "RequestName",
@@ -370,15 +365,11 @@ class FrozenFirst {
             bus::Clock::now() + kPatience);
         EXPECT_TRUE(answer && answer->readOne<std::uint32_t>());
     }
-    std::size_t questions() {
-        const std::lock_guard lock(mutex_);
-        return questions_.size();
-    }
+
+    const fake::Recorder<bus::Question> questions;
 
  private:
     std::atomic<bool> ready_ = false;
-    std::mutex mutex_;
-    std::vector<bus::Question> questions_;
     std::shared_ptr<bus::Connection> connection_;
 };
 
@@ -388,7 +379,7 @@ TEST_F(ApplicationServiceTest, AFirstThatIsFrozenIsGivenUpInTimeAndThatIsSaid) {
     EXPECT_EQ(handOver({manyUrls(150), {}}, 200ms), "No answer in time; 50 more URLs were not sent");
     EXPECT_GE(bus::Clock::now() - begin, 200ms);
     EXPECT_LT(bus::Clock::now() - begin, kPatience);
-    EXPECT_EQ(first.questions(), 1U) << "it has heard of it";
+    EXPECT_EQ(first.questions.count(), 1U) << "it has heard of it";
 }
 
 TEST_F(ApplicationServiceTest, TheNameIsClaimedAgainWhenTheBusWasLostAndIsBack) {
