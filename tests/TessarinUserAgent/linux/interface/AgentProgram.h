@@ -14,12 +14,12 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/ChildProcess.h"
 #include "support/LogCapture.h"
 #include "support/PrivateBus.h"
+#include "support/WaitFor.h"
 
 // The agent as a process, in a folder and on a bus of the test's own, without any display.
 class AgentProgramTest : public testing::Test {
@@ -67,14 +67,7 @@ class AgentProgramTest : public testing::Test {
     bool pauses() const { return logHas("CGWindowListCopyWindowInfo -- failed."); }
     template <typename Condition>
     static bool WaitUntil(Condition condition) {
-        const auto limit = std::chrono::steady_clock::now() + kPatience;
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > limit) {
-                return false;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return true;
+        return fake::WaitInHandler(condition, kPatience);
     }
     // How long the end takes, which is to be in order.
     static std::chrono::steady_clock::duration End(fake::ChildProcess& agent) {

@@ -1,4 +1,5 @@
 #include <optional>
+#include <thread>
 
 #include "AgentProgram.h"
 #include "support/MuteSocket.h"
