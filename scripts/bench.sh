@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks with the flags of what ships, ours and peers in the same run with interleaved repetitions; prints
-# the ratios of their medians beside the aims and fails when one is missed by more than a fifth. Results go to build/bench/results/*.json and summary.md. Quote ratios: times are the machine's.
+# the ratios of their medians beside the aims and fails when one is missed by more than a fifth. Results go to build/bench/results:
+# *.json, summary.md, and a picture of each row of benchmarks that differ in a size. Quote ratios: times are the machine's.
 #
 # Usage: scripts/bench.sh [--quick] [--undisturbed] [FILTER]
 #   --quick          few repetitions; the agent's idle costs over 10 seconds
@@ -56,4 +57,5 @@ for script in bench/*/*_bench.py; do
 done
 
 ((ran > 0)) || { echo "bench.sh: no benchmark matches '$filter'" >&2; exit 1; }
+/usr/bin/python3 scripts/lib/bench_plots.py "$results" >&2
 /usr/bin/python3 scripts/lib/bench_table.py "$results" bench/aims.json

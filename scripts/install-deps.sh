@@ -19,7 +19,7 @@ declare -A packages=(
                plasma-desktop"
     [root]="mmdebstrap"
     [lint]="clang-format clang-tidy shellcheck python3"
-    [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev"
+    [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev python3-matplotlib"
     [fuzz]="clang libclang-rt-dev"
     [coverage]="clang libclang-rt-dev llvm"
     [macos]="nodejs llvm cmake ninja-build python3"

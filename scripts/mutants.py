@@ -51,6 +51,7 @@ NO_CALL = re.compile(r"^\s*(return|throw|throw_with_trace|delete|co_return|stati
 STATEMENT = re.compile(r"^\s+[^\s{}#/].*;$")
 NO_STATEMENT = re.compile(r"^\s*(return|throw|break|continue|using|case|default|static|for|else|virtual|friend|public|private|TLOG_)")
 DECLARATION = re.compile(r"^\s+(const )?[\w:<>,*& ]+[ &*]\w+( = .*|[{(].*)?;$")  # in another order they do not compile, or mean the same
+ASSIGNMENT = re.compile(r"^\s+[\w.>\[\]*-]+ = ")
 ARGUMENTS = re.compile(r"(?<=\w\()([a-z_]\w*), ([a-z_]\w*)(?=\))")
 NUMBER = re.compile(r"(?<![\w.'\"\\])(\d+)(?=[UuLl]*\b)(?![.\w'])")
 TRUTH = re.compile(r"\b(true|false)\b")
@@ -95,7 +96,8 @@ def mutants_of(source):
         if CALL.match(code) and not NO_CALL.match(code) and code.count("(") == code.count(")") and begins_statement(lines, index):
             add(index, "dropped call", re.match(r"\s*", line).group() + ";")
         after = lines[index + 1] if index + 1 < len(lines) else ""
-        if "(" in code + code_of(after) and all(STATEMENT.match(code_of(one)) and not NO_STATEMENT.match(one) and not DECLARATION.match(one) for one in (line, after)) and line != after and \
+        # Two assignments in another order mean the same, as a rule.
+        if not (ASSIGNMENT.match(code) and ASSIGNMENT.match(code_of(after))) and all(STATEMENT.match(code_of(one)) and not NO_STATEMENT.match(one) and not DECLARATION.match(one) for one in (line, after)) and line != after and \
                 re.match(r"\s*", line).group() == re.match(r"\s*", after).group() and begins_statement(lines, index):
             add(index, "order", after, line, count=2)
     return found
@@ -140,16 +142,14 @@ class Build:
 
     def compile(self, source, text, to):
         words, folder = self.commands[source]
-        # Beside the source, for what it includes by name alone.
-        copy = PROJECT / source.parent / f".mutant-{os.getpid()}{source.suffix}"
+        # Its name stands in lines of the log. What it includes by name alone is beside the source.
+        copy = WORK / source.name
         words = [word for word in words if not word.startswith(("-fprofile", "-fcoverage", "-W")) and "ccache" not in word]
         words[words.index("-o") + 1] = str(to)
         words[words.index("-c") + 1] = str(copy)
-        try:
-            copy.write_text(text)
-            return subprocess.run([*words, "-w"], cwd=folder, stderr=subprocess.DEVNULL, timeout=COMPILE_LIMIT).returncode == 0
-        finally:
-            copy.unlink(missing_ok=True)
+        copy.write_text(text)
+        return subprocess.run([*words, "-w", "-iquote", str(PROJECT / source.parent)], cwd=folder, stderr=subprocess.DEVNULL,
+                              timeout=COMPILE_LIMIT).returncode == 0
 
     def link(self, program, mutant, to):
         last = subprocess.run(["ninja", "-C", str(BUILD), "-t", "commands", program], check=True, stdout=subprocess.PIPE,

@@ -21,7 +21,7 @@
 // on a private bus. With the argument "memory" it prints what the largest answer costs in memory instead.
 namespace {
 
-constexpr int kClients = 8;
+constexpr std::size_t kClients = 64;
 constexpr int kRequestsPerClient = 100;
 
 // One question of a client; whether the right answer came.
@@ -59,7 +59,8 @@ void Throughput(benchmark::State& state, const std::vector<Ask>& clients) {
             break;
         }
     }
-    state.SetItemsProcessed(state.iterations() * kClients * kRequestsPerClient);
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(clients.size()) *
+                            kRequestsPerClient);
 }
 
 template <typename Client>
@@ -75,14 +76,17 @@ void Register(const std::string& who, const std::vector<std::shared_ptr<Client>>
         roundTrip("scan_result/" + std::to_string(count),
                   [client = clients[0], count] { return client->ask(count); });
     }
-    std::vector<Ask> all;
-    for (const auto& client : clients) {
-        all.emplace_back([client] { return client->ask(1); });
+    for (const std::size_t count : {std::size_t{1}, std::size_t{8}, kClients}) {
+        std::vector<Ask> asks;
+        for (std::size_t i = 0; i < count; ++i) {
+            asks.emplace_back([client = clients[i]] { return client->ask(1); });
+        }
+        const std::string name = "messages/throughput/" + std::to_string(count) + "_clients/" + who;
+        benchmark::RegisterBenchmark(name.c_str(),
+                                     [asks](benchmark::State& state) { Throughput(state, asks); })
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond);
     }
-    benchmark::RegisterBenchmark(("messages/throughput/8_clients/" + who).c_str(),
-                                 [all](benchmark::State& state) { Throughput(state, all); })
-        ->UseRealTime()
-        ->Unit(benchmark::kMillisecond);
 }
 
 int RunBenchmarks(int argc, char** argv) {
@@ -93,7 +97,7 @@ int RunBenchmarks(int argc, char** argv) {
     std::vector<std::shared_ptr<ours::Client>> ofOurs;
     std::vector<std::shared_ptr<bare_qt::Client>> ofQt;
     std::vector<std::shared_ptr<bare_sd_bus::Client>> ofSdBus;
-    for (int i = 0; i < kClients; ++i) {
+    for (std::size_t i = 0; i < kClients; ++i) {
         ofOurs.push_back(std::make_shared<ours::Client>(surroundings));
         ofQt.push_back(std::make_shared<bare_qt::Client>());
         ofSdBus.push_back(std::make_shared<bare_sd_bus::Client>());

@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "support/FakeXPCTransport.h"
 #include "support/LogCapture.h"
 #include "usercommon/XPCServer.h"
@@ -8,6 +12,7 @@
 namespace {
 
 using testing::AllOf;
+using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -33,6 +38,26 @@ class AcceptingServer : public cmn::XPCServer {
 
     std::shared_ptr<cmn::XPCConnection> asked;
     bool accepts = true;
+};
+
+// Serves every peer with the object, and notes what it hears of the connection.
+class ServingServer : public cmn::XPCServer {
+ public:
+    using XPCServer::XPCServer;
+
+    bool shouldAcceptNewConnection(const std::shared_ptr<cmn::XPCConnection>& connection) override {
+        const auto heard = told;
+        accept(
+            connection, interface, object, [heard] { heard->push_back("function: invalid"); },
+            [heard] { heard->push_back("function: interrupted"); });
+        return true;
+    }
+    void connectionDidInvalidate() override { told->push_back("hook: invalid"); }
+    void connectionDidInterrupt() override { told->push_back("hook: interrupted"); }
+
+    const std::shared_ptr<fake::PlainInterface> interface = std::make_shared<fake::PlainInterface>();
+    const std::shared_ptr<PlainObject> object = std::make_shared<PlainObject>();
+    const std::shared_ptr<std::vector<std::string>> told = std::make_shared<std::vector<std::string>>();
 };
 
 class XPCServerTest : public testing::Test {
@@ -102,6 +127,39 @@ TEST_F(XPCServerTest, RejectsEveryClientUntilOverriddenAndWarnsNotOverridden) {
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_THAT(lines[0], AllOf(StartsWith("[ WARN] ["), HasSubstr("] XPCServer.cpp:"),
                                 EndsWith(" shouldAcceptNewConnection -- Not overridden")));
+}
+
+TEST_F(XPCServerTest, ServesAnAcceptedPeerWithTheObject) {
+    const auto server = std::make_shared<ServingServer>(transport, "com.example.Service");
+    server->start();
+    const auto connection = transport->lastListener()->connectPeer();
+    ASSERT_NE(connection, nullptr);
+    EXPECT_TRUE(connection->resumed());
+    EXPECT_EQ(connection->exportedInterface(), server->interface);
+    EXPECT_EQ(connection->exportedObject(), server->object);
+}
+
+TEST_F(XPCServerTest, TellsTheFunctionAndThenTheHookWhatHappensToAConnection) {
+    const auto server = std::make_shared<ServingServer>(transport, "com.example.Service");
+    server->start();
+    const auto connection = transport->lastListener()->connectPeer();
+    ASSERT_NE(connection, nullptr);
+    connection->sendInterruption();
+    EXPECT_THAT(*server->told, ElementsAre("function: interrupted", "hook: interrupted"));
+    server->told->clear();
+    connection->sendInvalidation();
+    EXPECT_THAT(*server->told, ElementsAre("function: invalid", "hook: invalid"));
+}
+
+TEST_F(XPCServerTest, TellsTheFunctionAloneWhenTheServerIsGone) {
+    auto server = std::make_shared<ServingServer>(transport, "com.example.Service");
+    const auto told = server->told;
+    server->start();
+    const auto connection = transport->lastListener()->connectPeer();
+    ASSERT_NE(connection, nullptr);
+    server.reset();
+    connection->sendInvalidation();
+    EXPECT_THAT(*told, ElementsAre("function: invalid"));
 }
 
 TEST_F(XPCServerTest, WarnsForEachEventHookThatIsNotOverridden) {
