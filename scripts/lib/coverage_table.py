@@ -87,7 +87,8 @@ def main():
     data = json.loads(llvm_cov("export", f"-instr-profile={build / 'all.profdata'}", *options))
     lines_of, branches_of = defaultdict(dict), defaultdict(dict)
     for file in data["data"][0]["files"]:
-        if source := source_of(file["filename"], project, build):
+        source = source_of(file["filename"], project, build)
+        if source and (project / source).exists():  # it was not generated
             merge(lines_of[source], line_counts(file["segments"]))
             merge(branches_of[source], branch_counts(file["branches"]))
     rooms = defaultdict(lambda: [0, 0, 0, 0])

@@ -175,6 +175,7 @@ TEST_F(FileFiltersTest, TheLongestTextOfAColumnIsLookedForInEveryRow) {
     EXPECT_EQ(made.longestText("Count"), "30000000");
     EXPECT_EQ(made.longestText("costUsd"), "30000000000.00");
     EXPECT_EQ(made.longestText("SensitiveType"), "");
+    EXPECT_EQ(controller({Counted({{"MatchCount", 5.0}})}).longestText("Count"), "5");
     EXPECT_EQ(controller({}).longestText("Count"), "");
 }
 

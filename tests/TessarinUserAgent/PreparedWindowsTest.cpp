@@ -148,6 +148,25 @@ TEST_F(PreparedWindowsTest, OtherProcessesAreNotAnsweredFor) {
     EXPECT_EQ(answer, std::nullopt);
 }
 
+TEST_F(PreparedWindowsTest, OtherElementsAreNotAnsweredFor) {
+    const auto isAnswered = [&](const AXElementRef& element, const char* attribute) {
+        AXValue value;
+        return windows->read(kPreparedPid, element, attribute, value).has_value();
+    };
+    int asked = 0;
+    windows->announce(kPreparedPid, browser.application, [&] {
+        ++asked;
+        EXPECT_TRUE(isAnswered(browser.window, "AXChildren"));
+        EXPECT_FALSE(isAnswered(browser.application, "AXChildren"));
+        EXPECT_FALSE(isAnswered(browser.field, "AXChildren"));
+        EXPECT_TRUE(isAnswered(browser.field, "AXValue"));
+        EXPECT_FALSE(isAnswered(browser.window, "AXValue"));
+        EXPECT_FALSE(isAnswered(browser.window, "AXRole"));
+    });
+    dispatch->runUntilIdle();
+    EXPECT_EQ(asked, 1);
+}
+
 TEST_F(PreparedWindowsTest, NothingIsToldAfterItsEnd) {
     announce();
     windows.reset();
