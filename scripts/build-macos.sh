@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Cross-builds the macOS application on Linux: installs what is missing, builds both architectures and joins them into
-# build/macos/TessarinUserAgent.app, whose path is the last line, and build/macos/TessarinServiceHost. Safe to run again: quick when nothing changed.
+# build/macos/TessarinUserAgent.app, whose path is the last line, and build/macos/TessarinServiceHost; the test programs of one
+# architecture too, which need a Mac to run. Safe to run again: quick when nothing changed.
 #
 # Usage: scripts/build-macos.sh [-j N]      -j N: so many jobs at once, default: one per processor
 set -euo pipefail
@@ -56,16 +57,18 @@ fi
 # Declarations and link stubs of what macos/sdk/used.txt names.
 quiet sdk env PYTHONDONTWRITEBYTECODE=1 python3 scripts/lib/macos/generate_sdk.py
 
+# build_architecture ARCHITECTURE JOBS TESTS: with TESTS also the test programs, which need a Mac to run.
 build_architecture() {
-    local architecture=$1 jobs=$2 build=$root/$1
+    local architecture=$1 jobs=$2 tests=$3 build=$root/$1
     echo "build-macos.sh: building $architecture" >&2
-    if [[ ! -f $build/build.ninja || cmake/macos-cross.cmake -nt $build/build.ninja ]]; then
+    if [[ ! -f $build/build.ninja || cmake/macos-cross.cmake -nt $build/build.ninja ]] ||
+        ! grep -q "^TESSARIN_BUILD_TESTS:BOOL=$tests$" "$build/CMakeCache.txt"; then
         rm -rf "$build"  # the first configuration keeps what the toolchain file says
         # The first program that is linked has the compiler build its C++ library. Lightly optimised: nobody runs the result.
         quiet "configure-$architecture" cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
             -DCMAKE_CXX_FLAGS_RELEASE="-O1 -DNDEBUG" -DCMAKE_OBJCXX_FLAGS_RELEASE="-O1 -DNDEBUG" \
             -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/macos-cross.cmake" -DTESSARIN_MACOS_ARCHITECTURE="$architecture" \
-            -DTESSARIN_BUILD_TESTS=OFF -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12
+            -DTESSARIN_BUILD_TESTS="$tests" -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12
     fi
     quiet "build-$architecture" cmake --build "$build" -- -j "$jobs"
     local made
@@ -78,8 +81,8 @@ build_architecture() {
 }
 
 # Side by side: the compiler builds its C++ library with one thread.
-build_architecture arm64 $(((jobs + 1) / 2)) &
-build_architecture x86_64 $(((jobs + 1) / 2))
+build_architecture arm64 $(((jobs + 1) / 2)) ON &
+build_architecture x86_64 $(((jobs + 1) / 2)) OFF
 wait $!
 
 lipo=$(compgen -c llvm-lipo | sort -V | tail -1 || true)

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Configures and builds one preset into build/PRESET.
 #
-# Usage: scripts/build.sh [PRESET] [NINJA-OPTION...]     presets: release (default: agent and host) test debug asan tsan bench fuzz
+# Usage: scripts/build.sh [PRESET] [NINJA-OPTION...]     presets: release (default: agent and host) test debug asan tsan bench fuzz;
+#                                                        on a Mac: mac mac-asan
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -13,5 +14,5 @@ if command -v ccache >/dev/null; then
     export CCACHE_BASEDIR=$PWD
     options+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 fi
-cmake --preset "$preset" "${options[@]}" >&2
+cmake --preset "$preset" ${options[@]+"${options[@]}"} >&2
 cmake --build --preset "$preset" -- "$@" >&2

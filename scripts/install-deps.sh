@@ -22,7 +22,7 @@ declare -A packages=(
     [bench]="libbenchmark-dev libspdlog-dev libatspi2.0-dev python3-matplotlib"
     [fuzz]="clang libclang-rt-dev"
     [coverage]="clang libclang-rt-dev llvm"
-    [macos]="nodejs llvm cmake ninja-build python3"
+    [macos]="nodejs llvm cmake ninja-build python3 googletest"
 )
 # Some packages of nodejs bring npm along and do not go together with the one of that name.
 command -v npm >/dev/null || packages[macos]+=" npm"

@@ -4,6 +4,8 @@
 # tests once under the thread sanitizer. At the end stand the failed tests with what they said; the last line sums up all runs.
 # Not zero on any failure, and when there was nothing to run.
 #
+# On a Mac: the presets mac and, unless --quick, mac-asan; what they need is installed by hand, see docs/macos.md.
+#
 # Usage: scripts/test.sh [--quick] [--label REGEX] [-j N]
 #   --quick          only the optimised run, without real browsers, the macOS application and load
 #   --label REGEX    only tests with a matching label (unit, dbus, concurrency, load, desktop, architecture ...)
@@ -13,7 +15,9 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 quick=no
 label=""
-jobs=$(nproc)
+mac=no
+[[ $(uname -s) != Darwin ]] || mac=yes
+jobs=$(getconf _NPROCESSORS_ONLN)
 while (($#)); do
     case $1 in
         --quick) quick=yes ;;
@@ -26,10 +30,10 @@ while (($#)); do
     shift
 done
 
-scripts/install-deps.sh build test
+[[ $mac == yes ]] || scripts/install-deps.sh build test
 
 export ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1
-export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
+[[ $mac == yes ]] || export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 export UBSAN_OPTIONS=print_stacktrace=1
 
 logs=$(mktemp -d)
@@ -50,7 +54,7 @@ run() {
     [[ -z $label ]] || set -- "$@" -L "$label"
     local status=0
     # Most tests wait more than they work.
-    "${without_aslr[@]}" ctest --test-dir "build/$preset" -j $((2 * jobs)) --output-on-failure --no-tests=ignore "$@" \
+    ${without_aslr[@]+"${without_aslr[@]}"} ctest --test-dir "build/$preset" -j $((2 * jobs)) --output-on-failure --no-tests=ignore "$@" \
         </dev/null 2>&1 | tee "$log" || status=$?
     # "98% tests passed, 2 tests failed out of 100"; no such line when nothing matched.
     passed_line=$(grep -E '^[0-9]+% tests passed' "$log" | tail -1 || true)
@@ -70,7 +74,10 @@ run() {
 }
 
 without_aslr=()
-if [[ $quick == yes ]]; then
+if [[ $mac == yes ]]; then
+    run mac
+    [[ $quick == yes ]] || run mac-asan
+elif [[ $quick == yes ]]; then
     run test -LE 'desktop|macos|load'
 else
     # What the tests leave of the processors builds the macOS application, which its test then finds made.
@@ -90,7 +97,7 @@ fi
 echo
 cat "$logs/failures" 2>/dev/null || true
 echo "Tests per run: ${summary#, }"
-for problem in "${broken[@]}"; do
+for problem in ${broken[@]+"${broken[@]}"}; do
     echo "Problem: $problem"
 done
 ((total == 0)) || echo "$(((total - failed) * 100 / total))% tests passed, $failed tests failed out of $total"

@@ -17,6 +17,7 @@
 #include "common/crc64.h"
 #include "common/fs.h"
 #include "support/LogCapture.h"
+#include "support/NeedsProc.h"
 
 namespace {
 
@@ -78,6 +79,7 @@ TEST_F(FilesTest, WritesAStream) {
 }
 
 TEST_F(FilesTest, ReadsFilesThatTellNoSize) {
+    NEEDS_PROC();
     EXPECT_THAT(cmn::FileToStr("/proc/self/status"), HasSubstr("Pid:"));
 }
 
@@ -252,6 +254,7 @@ TEST_F(FilesTest, ReadingALargeFileTakesMemoryForItOnce) {
 }
 
 TEST_F(FilesTest, ReadsFilesThatHoldMoreOrLessThanTheirSize) {
+    NEEDS_PROC();
     // Those of the kernel tell a size of 0 or of a page, whatever they hold.
     EXPECT_EQ(cmn::FileSizeNoThrow("/proc/cpuinfo"), 0U);
     EXPECT_THAT(cmn::FileToBin("/proc/cpuinfo"), testing::Not(IsEmpty()));

@@ -16,6 +16,7 @@
 #include "common/fs.h"
 #include "support/FileSizeLimit.h"
 #include "support/LogCapture.h"
+#include "support/NeedsProc.h"
 
 // The log's output on real files.
 
@@ -113,6 +114,7 @@ TEST_F(LogOutputTest, WaitsForNobodyToReadAFifo) {
 }
 
 TEST_F(LogOutputTest, NoProgramInheritsTheFile) {
+    NEEDS_PROC();
     std::atomic<bool> found = false;
     std::thread writer([&] {
         const std::string text(1 << 20, 'x');

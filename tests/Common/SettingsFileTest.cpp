@@ -14,6 +14,7 @@
 #include "support/FileSizeLimit.h"
 #include "support/InThreads.h"
 #include "support/LogCapture.h"
+#include "support/NeedsProc.h"
 
 // Settings files as one process sees them that has them for itself.
 
@@ -137,6 +138,7 @@ TEST_F(LoadSettingsTest, DoesNotMakeRoomForTheSizeThatAFileClaims) {
 }
 
 TEST_F(LoadSettingsTest, ReadsAFileThatClaimsToBeEmpty) {
+    NEEDS_PROC();
     // Files of the kernel are of size 0, whatever they hold.
     EXPECT_THAT(FailuresOf([&] { LoadSettings("/proc/self/status"); }),
                 ElementsAre("Couldn't open /proc/self/status", "Invalid json -- err: 3 offs: 0"));

@@ -10,6 +10,7 @@
 #include "SealedFile.h"
 #include "common/fs.h"
 #include "support/LogCapture.h"
+#include "support/NeedsProc.h"
 
 namespace host {
 namespace {
@@ -164,6 +165,7 @@ TEST_F(FileScannerTest, AStoppedScannerScansAndUnsealsNothingMore) {
 }
 
 TEST_F(FileScannerTest, AFileThatCannotBeReadHasNoFindingsAndALineInTheLog) {
+    NEEDS_PROC();
     FileScanner scanner(options_);
     const auto path = write("one");
     ASSERT_EQ(mkfifo((folder_ / "fifo").c_str(), 0600), 0);

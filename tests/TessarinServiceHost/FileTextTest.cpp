@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +15,7 @@
 #include "SealedFile.h"
 #include "common/fs.h"
 #include "support/LogCapture.h"
+#include "support/NeedsProc.h"
 
 namespace host {
 namespace {
@@ -102,6 +102,7 @@ TEST_F(FileTextTest, TellsWhenTheFileWasChanged) {
 }
 
 TEST_F(FileTextTest, ReadsFilesThatClaimToBeEmptyToTheirEnd) {
+    NEEDS_PROC();
     struct stat status {};
     ASSERT_EQ(stat("/proc/self/status", &status), 0);
     ASSERT_EQ(status.st_size, 0);
@@ -122,21 +123,6 @@ TEST_F(FileTextTest, RefusesWhatIsNoRegularFileWithoutWaiting) {
     }
 }
 
-TEST_F(FileTextTest, LooksAtWhatIsNoRegularFileWithoutOpeningIt) {
-    const auto fifo = folder_ / "fifo";
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    // Whoever opens a FIFO for reading lets a waiting writer go on.
-    const int opened = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    ASSERT_GE(inotify_add_watch(opened, fifo.c_str(), IN_OPEN), 0);
-    EXPECT_EQ(FailureOf([&] { Read(fifo, 100); }), "Not a regular file");
-    std::array<char, 4096> events{};
-    EXPECT_EQ(::read(opened, events.data(), events.size()), -1);
-    EXPECT_EQ(errno, EAGAIN);
-    close(open(fifo.c_str(), O_RDONLY | O_NONBLOCK));
-    EXPECT_GT(::read(opened, events.data(), events.size()), 0) << "the test would have noticed";
-    close(opened);
-}
-
 TEST_F(FileTextTest, EndsWithWhatItHasReadWhenTheTimeIsOver) {
     cmn::StrToFile(std::string(500'000, 'a'), file_);
     // Each question for the time takes a millisecond; one comes before each piece of 65,536 bytes.
@@ -150,6 +136,7 @@ TEST_F(FileTextTest, EndsWithWhatItHasReadWhenTheTimeIsOver) {
 }
 
 TEST_F(FileTextTest, NamesTheReasonWhenItCannotRead) {
+    NEEDS_PROC();
     const auto failure = [](const std::string& path) { return FailureOf([&] { Read(path, 100); }); };
     cmn::StrToFile("content", file_);
     std::filesystem::create_symlink("loop", folder_ / "loop");

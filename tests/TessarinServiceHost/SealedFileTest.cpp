@@ -89,7 +89,7 @@ TEST_F(SealedFileTest, AFileThatIsNotSealedStaysAsItIs) {
 }
 
 TEST_F(SealedFileTest, UnsealingKeepsThePermissionBits) {
-    for (const mode_t mode : {0600U, 0640U, 0444U, 04711U, 0777U}) {
+    for (const auto mode : {mode_t{0600}, mode_t{0640}, mode_t{0444}, mode_t{04711}, mode_t{0777}}) {
         if ((mode & 0200U) == 0 && geteuid() != 0) {
             continue;  // only root may write it all the same
         }

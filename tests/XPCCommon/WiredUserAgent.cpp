@@ -17,12 +17,16 @@ class ExtractorProxy : public cmn::URLExtractor {
 
     void getURL(const std::string& browser, std::function<void(const std::string&)> reply) override {
         std::function<void(std::string)> kept = std::move(reply);
-        auto [answer, id] = service_->keep(service_->now() + cmn::kGetURLDeadline, std::move(kept), nullptr);
-        const auto fail = [service = service_, id = id] { service->failCall(id, "The client is gone"); };
+        auto call = service_->keep(service_->now() + cmn::kGetURLDeadline, std::move(kept), nullptr);
+        const auto fail = [service = service_, id = call.second] {
+            service->failCall(id, "The client is gone");
+        };
         if (const auto client = client_.lock()) {
             client->deliverTo<cmn::URLExtractor>(
                 object_,
-                [browser, answer = std::move(answer)](auto& extractor) { extractor.getURL(browser, answer); },
+                [browser, answer = std::move(call.first)](auto& extractor) {
+                    extractor.getURL(browser, answer);
+                },
                 fail);
         } else {
             fail();

@@ -257,7 +257,7 @@ def unregistered_tests(tests: Path) -> Iterator[str]:
     for path in test_sources(tests):
         lists = [folder / "CMakeLists.txt" for folder in (path.parent, path.parent.parent)]
         texts = "".join(re.sub(r"#[^\n]*", "", one.read_text()) for one in lists if one.is_file())
-        if not re.search(rf"(?<![\w.-]){re.escape(path.stem)}(\.(cpp|py))?(?![\w.-])", texts):
+        if not re.search(rf"(?<![\w.-]){re.escape(path.stem)}(\.(cpp|mm|py))?(?![\w.-])", texts):
             yield f"{path.relative_to(tests)} is not registered in a CMakeLists.txt"
 
 
@@ -288,7 +288,7 @@ def unexplained_warnings(text: str, manual: str) -> Iterator[str]:
 
 def test_sources(tests: Path) -> list[Path]:
     return sorted(path for path in tests.rglob("*")
-                  if re.fullmatch(r"\w+Test\.cpp|test_\w+\.py", path.name))
+                  if re.fullmatch(r"\w+Test\.(cpp|mm)|test_\w+\.py", path.name))
 
 
 def joined(findings: Iterable[str]) -> str:

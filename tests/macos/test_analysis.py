@@ -26,7 +26,7 @@ def commands() -> dict[Path, list[str]]:
     """The Objective-C++ sources, each with its compiler command up to the output."""
     found = {}
     for entry in json.loads((BUILD / "compile_commands.json").read_text()):
-        if entry["file"].endswith(".mm"):
+        if entry["file"].endswith(".mm") and not entry["file"].startswith(str(PROJECT / "tests")):
             words = shlex.split(entry["command"])
             found[Path(entry["file"])] = words[:words.index("-o")]
     return found

@@ -120,6 +120,25 @@ class Agent(Loaded, unittest.TestCase):
             self.assertEqual(names - program.selectors(), set(), program.architecture)
 
 
+class TestPrograms(unittest.TestCase):
+    """They need a Mac to run; here they are compiled and linked."""
+    folder = PROJECT / "build/macos/arm64/tests"
+
+    def test_of_every_portable_room_and_of_every_end_are_there(self) -> None:
+        for name in ("Common/CommonTest", "Common/LogTest", "Common/SettingsStoreTest", "UserCommon/UserCommonTest",
+                     "XPCCommon/XPCCommonTest", "TessarinUserAgent/UserAgentTest", "TessarinServiceHost/FileScannerTest",
+                     "macos/ends/CommonMacTest", "macos/ends/UserCommonMacTest", "macos/ends/XPCCommonMacTest",
+                     "macos/ends/UserAgentMacTest.app/Contents/MacOS/UserAgentMacTest"):
+            with self.subTest(name):
+                (program,) = macho.slices((self.folder / name).read_bytes())
+                self.assertEqual((program.architecture, program.file_type), ("arm64", macho.EXECUTABLE))
+                self.assertEqual(unnamed(program), [])
+
+    def test_of_the_interface_have_the_storyboard(self) -> None:
+        path = "UserAgentMacTest.app/Contents/Resources/Base.lproj/Main.storyboard"
+        self.assertTrue((self.folder / "macos/ends" / path).is_file())
+
+
 class CheckOfTheProgram(unittest.TestCase):
     """The checks above notice what they are for, on altered copies."""
 

@@ -160,7 +160,7 @@ class List(Case):
             self.generated("# nothing\n")
 
     def test_names_only_what_the_sources_use(self) -> None:
-        sources = [path for folder in ("macos", "common/Common/src/impl_mac") for path in (PROJECT / folder).rglob("*")
+        sources = [path for folder in ("macos", "common/Common/src/impl_mac", "tests/macos/ends") for path in (PROJECT / folder).rglob("*")
                    if path.suffix in (".mm", ".h", ".storyboard") and SDK not in path.parents]
         words = set(re.findall(r"\w+", "".join(path.read_text() for path in sources)))
         seen = 0

@@ -159,11 +159,15 @@ struct XPCRemote {
         if (end->now() >= limit) {
             return;
         }
-        auto [answer, id] = end->keep(limit, std::move(reply), onError);
+        auto kept = end->keep(limit, std::move(reply), onError);
         end->send(
             bytes,
-            [message, answer = std::move(answer)](cmn::XPCVersioning& object) { message(object, answer); },
-            [end = end, id = id](const cmn::RemoteError& error) { end->failCall(id, error.description); });
+            [message, answer = std::move(kept.first)](cmn::XPCVersioning& object) {
+                message(object, answer);
+            },
+            [end = end, id = kept.second](const cmn::RemoteError& error) {
+                end->failCall(id, error.description);
+            });
     }
 };
 

@@ -5,7 +5,6 @@
 #include <memory>
 #include <mutex>
 #include <set>
-#include <string>
 
 #import "MacXPCConnection.h"
 
@@ -16,7 +15,8 @@ namespace cmn {
 // One NSXPCListener. Keeps the connections of its peers until they end.
 class MacXPCListener final : public XPCListener, public std::enable_shared_from_this<MacXPCListener> {
  public:
-    explicit MacXPCListener(const std::string& machServiceName);
+    // Not resumed.
+    explicit MacXPCListener(NSXPCListener* listener);
     ~MacXPCListener() override;
     MacXPCListener(const MacXPCListener&) = delete;
     MacXPCListener& operator=(const MacXPCListener&) = delete;

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "common/log.h"
-#import "common_mac/FoundationBridges.h"
 
 @interface TessarinListenerDelegate : NSObject <NSXPCListenerDelegate>
 - (instancetype)initWithListener:(std::weak_ptr<cmn::MacXPCListener>)listener;
@@ -32,9 +31,7 @@
 
 namespace cmn {
 
-MacXPCListener::MacXPCListener(const std::string& machServiceName)
-    : listener_([[NSXPCListener alloc] initWithMachServiceName:ToNSString(machServiceName)]),
-      listenerDelegate_(nil) {}
+MacXPCListener::MacXPCListener(NSXPCListener* listener) : listener_(listener), listenerDelegate_(nil) {}
 
 MacXPCListener::~MacXPCListener() {
     [listener_ invalidate];

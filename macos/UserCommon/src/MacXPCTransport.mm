@@ -19,8 +19,10 @@ std::shared_ptr<XPCConnection> MacXPCTransport::createConnection(const std::stri
 }
 
 std::shared_ptr<XPCListener> MacXPCTransport::createListener(const std::string& machServiceName) {
-    return WithStandardErrors("NSXPCListener",
-                              [&] { return std::make_shared<MacXPCListener>(machServiceName); });
+    return WithStandardErrors("NSXPCListener", [&] {
+        return std::make_shared<MacXPCListener>(
+            [[NSXPCListener alloc] initWithMachServiceName:ToNSString(machServiceName)]);
+    });
 }
 
 }  // namespace cmn

@@ -9,6 +9,7 @@ import argparse
 import sys
 from pathlib import Path
 
+import comparisons
 import published
 import used
 from headers import Header, Interface
@@ -58,6 +59,16 @@ def write(root: Path, texts: dict[str, str]) -> None:
             path.write_text(text)
 
 
+def compared(texts: dict[str, str]) -> str:
+    """The source that compares the headers among the files to the platform's own."""
+    headers = {}
+    for path, text in texts.items():
+        if path.endswith(".h"):
+            framework, name = path.split("/")[1].removesuffix(".framework"), path.rpartition("/")[2]
+            headers[f"{framework}/{name}"] = text
+    return comparisons.source(headers)
+
+
 def generate(sdk: Path, package: Path) -> dict[str, str]:
     parts = used.read(sdk / "used.txt")
     return files(Interface(parts, *published.read(package, [part.name for part in parts if part.header])), sdk)
@@ -68,9 +79,14 @@ def main() -> int:
     parser.add_argument("--sdk", type=Path, default=SDK)
     parser.add_argument("--package", type=Path, default=PACKAGE)
     parser.add_argument("--output", type=Path, default=GENERATED)
+    parser.add_argument("--comparisons", type=Path, help="write only the source that compares the headers to the platform's own")
     options = parser.parse_args()
     try:
-        write(options.output, generate(options.sdk, options.package))
+        texts = generate(options.sdk, options.package)
+        if options.comparisons:
+            options.comparisons.write_text(compared(texts))
+        else:
+            write(options.output, texts)
     except (OSError, ValueError, ListError) as error:
         print(f"generate_sdk: {error}", file=sys.stderr)
         return 2

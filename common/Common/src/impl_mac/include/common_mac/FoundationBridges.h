@@ -23,7 +23,7 @@ NS_ASSUME_NONNULL_BEGIN
 @end
 
 @interface NSArray (CppVectorUtils)
-// A mutable array; texts that are not UTF-8 are left out.
+// A mutable array. Throws std::runtime_error for a text that is not UTF-8.
 + (NSMutableArray<NSString*>*)arrayWithStringVector:(const std::vector<std::string>&)strings;
 // The array's strings in their order; other elements count with their description.
 - (std::vector<std::string>)stdStringVector;

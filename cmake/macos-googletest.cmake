@@ -1,0 +1,12 @@
+# GoogleTest from the sources of the distribution's package (googletest), for a cross build.
+set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
+set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+set(tessarin_unity ${CMAKE_UNITY_BUILD})
+set(CMAKE_UNITY_BUILD OFF)
+add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+set(CMAKE_UNITY_BUILD ${tessarin_unity})
+foreach(library gtest gmock gtest_main)
+    if(NOT TARGET GTest::${library})
+        add_library(GTest::${library} ALIAS ${library})
+    endif()
+endforeach()
