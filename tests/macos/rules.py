@@ -74,6 +74,8 @@ AGENT_PROXY, AGENT_OBJECT = f"{XPC}/UserAgentProxy.mm", f"{XPC}/UserAgentExporte
 EXTRACTOR = f"{XPC}/URLExtractorImpl.mm"
 FINDER_PROXY, FINDER_OBJECT = f"{XPC}/FinderExtensionProxy.mm", f"{XPC}/FinderExtensionExportedObject.mm"
 CLOSING = f"{AGENT}/interface/PropertiesWindowController.mm"
+HOST = "macos/TessarinServiceHost"
+HOST_PLATFORM, HOST_RIGHTS, HOST_FILES = f"{HOST}/MacHostPlatform.mm", f"{HOST}/FileRights.cpp", f"{HOST}/FileAccess.cpp"
 SYSTEM, REGISTRY, BRIDGES = f"{COMMON}/SystemUtils.mm", f"{COMMON}/IORegistry.mm", f"{COMMON}/FoundationBridges.mm"
 CATALOGUE = (
     # System information and paths
@@ -264,6 +266,26 @@ CATALOGUE = (
          *(f"(self.{name}, texts.{name});" for name in ("fileNameLabel", "fileStateLabel", "serverIDLabel", "totalRiskLabel",
                                                        "totalSensetiveRiskLabel", "encryptionStatusLabel", "encryptionPredictLabel",
                                                        "encryptionInfo")), "[self.tableView reloadData];"),
+    # Service host
+    rule("signals that end programs are told to the main queue", HOST_PLATFORM, "MacHostPlatform()", "{SIGTERM, SIGINT}",
+         "std::signal(signal, SIG_IGN);", "DISPATCH_SOURCE_TYPE_SIGNAL", "dispatch_get_main_queue()", "end(0);", "dispatch_resume(source);",
+         "sources_.push_back(source);"),
+    rule("commands are read until their end", HOST_PLATFORM, "int run(", "DISPATCH_SOURCE_TYPE_READ, STDIN_FILENO",
+         "dispatch_get_main_queue()", "if (count > 0) {", "input(std::string_view(", "dispatch_source_cancel(source); input(std::nullopt);",
+         "dispatch_resume(source);", "while (!ended_) {", "return status_;"),
+    rule("the end wakes the main thread", HOST_PLATFORM, "void end(", "ended_ = true;", "status_ = status;", "CFRunLoopStop(CFRunLoopGetMain());"),
+    rule("questions end before what they use", HOST_PLATFORM, "", "dispatch_group_async(questions_,", "dispatch_group_wait(questions_, DISPATCH_TIME_FOREVER)"),
+    rule("rights are those of the user, or none", HOST_RIGHTS, "FileUser::Rights::Rights(", "if (!user) { return; }",
+         "if (!SetThreadUser(user->user, user->group)) { Refuse(", "before_ = before;",
+         "if (geteuid() != user->user || getegid() != user->group) { giveBack(); Refuse("),
+    rule("the host's rights come back, or it ends", HOST_RIGHTS, "void FileUser::Rights::giveBack()", "const int error = errno;",
+         "!SetThreadUser(KAUTH_UID_NONE, KAUTH_GID_NONE) || geteuid() != before_->user", "std::abort();", "errno = error;"),
+    rule("a file is looked at before it is opened, and reached by the user himself", HOST_FILES, "int OpenRegularFile(",
+         "user.act([&] { return stat(path.c_str(), &status); }) != 0", "RequireRegular(status);",
+         "user.act([&] { return open(path.c_str(), O_RDONLY | O_NONBLOCK", "fstat(descriptor, &status) != 0", "RequireRegular(status);",
+         "if (user.isOther()) {", "return OpenAgain(descriptor, user, O_RDONLY);"),
+    rule("a file is opened once more without links, and only the same", HOST_FILES, "int OpenAgain(", "F_GETPATH", "user.act(",
+         "O_NOFOLLOW_ANY", "IsSameFile(first, second)) { return again; }", "close(again);", "return -1;"),
 )
 
 

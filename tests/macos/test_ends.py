@@ -88,6 +88,14 @@ EDITS = (
     (rules.SYSTEM, "    task.standardError = pipe;\n", "", "a program's output"),
     (rules.REGISTRY, '    CFDictionarySetValue(matching, CFSTR("IOPropertyMatch"), match);\n', "", "the primary interface"),
     (rules.REGISTRY, "[onConsole boolValue]", "![onConsole boolValue]", "the user at the console"),
+    (rules.HOST_PLATFORM, "            sources_.push_back(source);\n", "", "signals that end programs"),
+    (rules.HOST_PLATFORM, "        CFRunLoopStop(CFRunLoopGetMain());\n", "", "the end wakes"),
+    (rules.HOST_PLATFORM, "while (!ended_) {", "while (ended_) {", "commands are read"),
+    (rules.HOST_RIGHTS, "if (!SetThreadUser(user->user, user->group)) {", "if (SetThreadUser(user->user, user->group)) {",
+     "rights are those of the user"),
+    (rules.HOST_RIGHTS, "        std::abort();\n", "", "the host's rights come back"),
+    (rules.HOST_FILES, "        return OpenAgain(descriptor, user, O_RDONLY);\n", "        return descriptor;\n", "a file is looked at"),
+    (rules.HOST_FILES, " | O_NOFOLLOW_ANY | O_NONBLOCK", " | O_NONBLOCK", "a file is opened once more"),
 )
 
 
