@@ -35,7 +35,7 @@ mapfile -t sources < <(find "${folders[@]}" -name '*.h' -o -name '*.cpp' -o -nam
 clang-format "${format[@]}" "${sources[@]}"
 echo "clang-format: ${#sources[@]} files" >&2
 
-mapfile -t shell < <(find scripts .ci/run packaging -name '*.sh' -o -path .ci/run -o -path 'packaging/session/*' -o -path 'packaging/scripts/*/p*' | sort)
+mapfile -t shell < <(find scripts .ci/run packaging -name '*.sh' -o -path .ci/run -o -path 'packaging/session/*' -o -path 'packaging/scripts/*/p*' -o -path 'packaging/macos/scripts/p*' | sort)
 ((${#shell[@]} > 0)) || { echo "lint.sh: found no scripts" >&2; exit 1; }
 shellcheck "${shell[@]}"
 echo "shellcheck: ${#shell[@]} files" >&2
