@@ -77,6 +77,16 @@ TEST(TextMatcherTest, WhatPrecedesTheSearchCountsForWordBoundaries) {
     EXPECT_EQ(Counted("^ab", "abab"), "1/1");
 }
 
+TEST(TextMatcherTest, LinesAreNothingToAPatternUnlessItSaysSo) {
+    EXPECT_EQ(Counted("^ab", "ab\nab"), "1/1");
+    EXPECT_EQ(Counted("(?m)^ab", "ab\nab"), "2/1");
+    EXPECT_EQ(Counted("ab$", "ab\nab"), "1/1");
+    EXPECT_EQ(Counted("ab$", "ab\n"), "0/0");
+    EXPECT_EQ(Counted("(?m)ab$", "ab\nab\n"), "2/1");
+    EXPECT_EQ(Counted("a.b", "a\nb a b"), "1/1");
+    EXPECT_EQ(Counted("(?s)a.b", "a\nb a b"), "2/2");
+}
+
 TEST(TextMatcherTest, AWrongCheckDigitDoesNotCount) {
     EXPECT_EQ(Counted("\\d{4}", "1230 1234 1230 0026", CheckDigit::luhn), "3/2");
     EXPECT_EQ(Counted("[a-z]+", "letters only", CheckDigit::luhn), "0/0");
