@@ -70,7 +70,7 @@ execute_process(COMMAND env LC_ALL=C date --utc --date ${TESSARIN_VERSION_DATE} 
 file(CONFIGURE OUTPUT ${CPACK_RPM_CHANGELOG_FILE}
      CONTENT "* ${rpm_date} ${TESSARIN_MAINTAINER} - ${TESSARIN_VERSION}-1\n- Version ${TESSARIN_VERSION}\n")
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
-    /etc/chromium.d /etc/xdg /etc/xdg/autostart /lib/systemd /lib/systemd/system /opt /usr/lib/debug /usr/lib/debug/.build-id
+    /etc/xdg /etc/xdg/autostart /lib/systemd /lib/systemd/system /opt /usr/lib/debug /usr/lib/debug/.build-id
     /usr/lib/systemd /usr/lib/systemd/user /usr/share/applications /usr/share/dbus-1 /usr/share/dbus-1/system.d /usr/share/icons
     /usr/share/lintian /usr/share/lintian/overrides /usr/share/man /usr/share/man/man1 /usr/share/man/man8 /usr/share/metainfo
     /usr/share/polkit-1 /usr/share/polkit-1/actions /usr/share/icons/hicolor /lib /var /var/log

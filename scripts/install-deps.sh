@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages that building, testing and the demo need. Safe to run again: quick when all is there.
+# Installs the packages of Debian 12 or 13 that building, testing and the demo need. Safe to run again: quick when all is there.
 #
 # Usage: scripts/install-deps.sh [GROUP...]     groups: build test demo package filemanagers sessions root lint bench fuzz coverage macos; without any: build test demo lint
 set -euo pipefail
@@ -24,6 +24,11 @@ declare -A packages=(
     [coverage]="clang libclang-rt-dev llvm"
     [macos]="nodejs llvm cmake ninja-build python3 googletest"
 )
+# Debian 13 has a later one only.
+# shellcheck source=/dev/null
+if (. /etc/os-release && ((${VERSION_ID%%.*} >= 13))) 2>/dev/null; then
+    packages[build]=${packages[build]/libboost1.81-dev/libboost1.83-dev}
+fi
 # Some packages of nodejs bring npm along and do not go together with the one of that name.
 command -v npm >/dev/null || packages[macos]+=" npm"
 # Tests and benchmarks run the same desktop as the demo; tests also look at the packages.

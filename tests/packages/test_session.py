@@ -153,6 +153,26 @@ class Upgrade(Session):
         self.upgrade()
         self.assertEqual(self.called(), [])
 
+    def test_agent_that_begins_while_the_old_one_ends_is_left_alone(self) -> None:
+        # As a request for a window starts one.
+        program = self.root / "Contents/Linux/TessarinUserAgent"
+        shutil.copy("/bin/bash", program)
+        begun, ready = self.root / "begun", self.root / "ready"
+        script = (f"trap '(read -t 100 <>{self.root}/pipe) & echo $! >{begun}; exit 0' TERM; touch {ready}; "
+                  f"while :; do read -t 0.1 <>{self.root}/pipe; done")
+        os.mkfifo(self.root / "pipe")
+        with subprocess.Popen([program, "-c", script], env=self.environment) as agent:
+            self.addCleanup(agent.kill)
+            deadline = time.monotonic() + 30
+            while not ready.exists():
+                self.assertLess(time.monotonic(), deadline, "the agent does not begin")
+                time.sleep(0.02)
+            subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
+            self.assertEqual(agent.wait(20), 0)
+        newcomer = int(begun.read_text())
+        self.assertEqual(os.readlink(f"/proc/{newcomer}/exe"), str(program))
+        os.kill(newcomer, 9)
+
     def test_nothing_is_started_where_no_agent_ran(self) -> None:
         subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
         self.assertEqual(self.called(), [])

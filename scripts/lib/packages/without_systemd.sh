@@ -1,79 +1,12 @@
 #!/bin/bash
-# Installs the packages in the root folder that it runs in, uses them as ordinary users do, upgrades, removes and purges them.
-# Started by scripts/test_packages.sh in a root and a process list of its own; /packages has the packages.
-#
-# Prints one line a check; the exit code is that of the first that failed.
-set -euo pipefail
-export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
-unset XDG_RUNTIME_DIR XDG_STATE_HOME DBUS_SESSION_BUS_ADDRESS DISPLAY WAYLAND_DISPLAY
-
-contents=/opt/tessarin/TessarinUserAgent.app/Contents
-agent_program=$contents/Linux/TessarinUserAgent
-agent_deb=$(ls /packages/tessarin-user-agent_*.deb)
-host_deb=$(ls /packages/tessarin-service-host_*.deb)
-
-ok() { echo "ok: $*"; }
-fail() {
-    echo "FAILED: $*" >&2
-    for file in /tmp/host.log /tmp/agent-*.log /home/*/.local/state/tessarin/*.log; do
-        [[ ! -s $file ]] || { echo "-- $file" >&2; tail -n 15 "$file" >&2; }
-    done
-    exit 1
-}
-# check SENTENCE COMMAND... : the command has to succeed.
-check() {
-    local sentence=$1
-    shift
-    "$@" >/tmp/check 2>&1 || { cat /tmp/check >&2; fail "$sentence"; }
-    ok "$sentence"
-}
-# await SENTENCE COMMAND... : the command has to succeed within a minute.
-await() {
-    local sentence=$1 tries=300
-    shift
-    until "$@" >/tmp/check 2>&1; do
-        ((tries-- > 0)) || { cat /tmp/check >&2; fail "$sentence"; }
-        sleep 0.2
-    done
-    ok "$sentence"
-}
-apt() { apt-get -qq -o Dpkg::Use-Pty=0 -o Dpkg::Options::=--force-confold "$@" </dev/null >/tmp/apt 2>&1 || { cat /tmp/apt >&2; fail "apt-get $*"; }; }
-
-# Everything but what the package manager and the caches of others write, and users' files.
-files() {
-    find / -xdev \( -path /proc -o -path /sys -o -path /dev -o -path /tmp -o -path /run -o -path /home -o -path /packages -o \
-        -path /var/lib/dpkg -o -path /var/lib/apt -o -path /var/cache -o -path /var/log/apt -o -path /var/lib/systemd \) -prune -o -print |
-        grep -vE '/(mimeinfo.cache|icon-theme.cache|dpkg.log|alternatives.log)$' | sort
-}
-as() { # USER COMMAND...
-    local user=$1
-    shift
-    setpriv --reuid="$user" --regid="$user" --init-groups env -i HOME="/home/$user" USER="$user" PATH=/usr/bin:/bin \
-        XDG_RUNTIME_DIR="/run/user/$(id -u "$user")" DBUS_SESSION_BUS_ADDRESS="unix:path=/run/user/$(id -u "$user")/bus" "$@"
-}
-agents() { # [USER]
-    local exe
-    for exe in /proc/[0-9]*/exe; do
-        if [[ $(readlink "$exe") == "$agent_program" && (-z ${1-} || $(stat -c %U "${exe%/exe}") == "$1") ]]; then
-            basename "${exe%/exe}"
-        fi
-    done
-}
-log_of() { echo "/home/$1/.local/state/tessarin/com.tessarin.UserAgent_0.log"; }
-count_is() { [[ $(grep -c -- "$2" "$3") -eq $1 ]]; }
-at_least() { [[ $(grep -c -- "$2" "$3") -ge $1 ]]; }
-agent_runs() { [[ $(agents "$1" | wc -l) -eq 1 ]]; }
-no_agents() { # not of a removed file either
-    ! find /proc -mindepth 2 -maxdepth 2 -path '/proc/[0-9]*/exe' -printf '%l\n' 2>/dev/null | grep -qF "$agent_program"
-}
-version_in_settings() { grep -q "\"Version\": \"$1\"" /opt/tessarin/settings.json; }
+# The packages on a system without systemd: installs them in the root folder that it runs in, uses them as ordinary users do,
+# upgrades, removes and purges them; then the same with the rpms.
+# shellcheck source-path=SCRIPTDIR source=checks.sh
+. "${BASH_SOURCE[0]%/*}/checks.sh"
 
 # --- the system before
-apt update
-apt satisfy --no-install-recommends -y "$(dpkg-deb -f "$agent_deb" Depends)" \
-    "$(dpkg-deb -f "$host_deb" Depends | sed 's/tessarin-user-agent ([^)]*), //')" desktop-file-utils procps
 for user in anna bert; do
-    useradd --create-home --shell /bin/bash "$user"
+    add_user "$user"
     install -d -m 700 -o "$user" -g "$user" "/run/user/$(id -u "$user")"
 done
 mkdir -p /run/dbus
@@ -139,14 +72,6 @@ check "it tells nobody else" test -z "$(findings_of bert | grep "Payment card" |
 # --- upgrade while agents run
 sed -i 's/"ServerURL": ""/"ServerURL": "kept", "KeyOfAnotherVersion": [1]/' /opt/tessarin/settings.json
 before=$(agents | sort | xargs)
-newer() { # PACKAGE-FILE: the same, a release later
-    local folder
-    folder=$(mktemp -d)
-    dpkg-deb -R "$1" "$folder"
-    sed -i 's/^Version: .*/Version: 1.0.99-1/; s/(= [0-9.]*-1)/(= 1.0.99-1)/' "$folder/DEBIAN/control"
-    dpkg-deb -b "$folder" "/tmp/$(dpkg-deb -f "$1" Package).deb" >/dev/null
-    rm -rf "$folder"
-}
 newer "$agent_deb"
 newer "$host_deb"
 apt install -y --no-install-recommends /tmp/tessarin-user-agent.deb /tmp/tessarin-service-host.deb
@@ -162,14 +87,8 @@ check "the settings are kept, with keys of other versions" grep -q '"KeyOfAnothe
 kill %1
 apt remove -y tessarin-user-agent tessarin-service-host
 check "no agent runs after the removal" no_agents
-# They were not written by the packages' programs.
-allowed='^/opt/tessarin(/settings\.json|/\.purge)?$|^/var/log/tessarin|^/etc/(tessarin|chromium\.d|xdg/autostart)'
-files | comm -13 /tmp/before - | grep -vE "$allowed" >/tmp/left || true
-check "the removal leaves nothing but settings and logs" diff /dev/null /tmp/left
-check "the settings are there after the removal" test -s /opt/tessarin/settings.json
+removal_is_clean /tmp/before
 
 apt purge -y tessarin-user-agent tessarin-service-host
-# dpkg removes /opt when nothing else is in it.
-files | diff /tmp/before - | grep '^[<>]' | grep -vx '< /opt' >/tmp/left || true
-check "the purge leaves nothing" diff /dev/null /tmp/left
+nothing_is_left /tmp/before
 check "the purge leaves no logs in homes" test -z "$(find /home -path '*tessarin*')"
