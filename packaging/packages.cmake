@@ -7,7 +7,9 @@ set(TESSARIN_PACKAGE_host_debug tessarin-service-host-dbgsym)
 set(TESSARIN_UNIT_FOLDER lib/systemd/system)
 execute_process(COMMAND date --utc --rfc-email --date ${TESSARIN_VERSION_DATE} OUTPUT_VARIABLE TESSARIN_VERSION_DATE_RFC
                 OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+# The one place that says so: packages, changelogs and copyright have it from here.
 set(TESSARIN_MAINTAINER "Tessarin <packages@tessarin.com>" CACHE STRING "Who answers for the packages")
+string(SUBSTRING ${TESSARIN_VERSION_DATE} 0 4 TESSARIN_COPYRIGHT_YEAR)
 
 # What a program finds by itself comes from its libraries; here is what it starts, loads or talks to.
 set(agent_debs "at-spi2-core, dbus-user-session | dbus-x11, default-dbus-system-bus | dbus-system-bus, qt6-wayland, xdg-utils")

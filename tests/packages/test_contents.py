@@ -1,5 +1,6 @@
 """What the packages hold: made of the programs of this build, as scripts/package.sh makes them."""
 
+import gzip
 import hashlib
 import os
 import platform
@@ -87,6 +88,28 @@ class Contents(unittest.TestCase):
         for name in PACKAGES:
             self.assertEqual(run("dpkg-deb", "-f", self.debs[name], "Version"), f"{VERSION}-1\n")
             self.assertEqual(run("rpm", "-qp", "--qf", "%{VERSION}-%{RELEASE}", self.rpms[name]), f"{VERSION}-1")
+
+    def test_one_maintainer_answers_for_all_of_them(self) -> None:
+        maintainer = run("dpkg-deb", "-f", self.debs[AGENT], "Maintainer").strip()
+        self.assertRegex(maintainer, r"^\w+ <\w+@[\w.]+>$")
+        for name in PACKAGES:
+            self.assertEqual(run("dpkg-deb", "-f", self.debs[name], "Maintainer").strip(), maintainer)
+            self.assertEqual(run("rpm", "-qp", "--qf", "%{PACKAGER}", self.rpms[name]), maintainer)
+            self.assertIn(maintainer, run("rpm", "-qp", "--changelog", self.rpms[name]))
+            documents = self.work / name / "usr/share/doc" / name
+            changelog = gzip.decompress((documents / "changelog.Debian.gz").read_bytes()).decode()
+            self.assertIn(f"\n -- {maintainer}  ", changelog)
+            self.assertIn(f"\nUpstream-Contact: {maintainer}\n", (documents / "copyright").read_text())
+
+    def test_what_is_licensed_how_can_be_read_by_programs(self) -> None:
+        text = (self.work / AGENT / f"usr/share/doc/{AGENT}/copyright").read_text()
+        paragraphs = [dict(re.findall(r"^([A-Z][\w-]*): (.+)$", one, re.MULTILINE)) for one in text.split("\n\n")]
+        self.assertEqual(paragraphs[0]["Format"], "https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/")
+        self.assertEqual([one["Files"] for one in paragraphs[1:]], ["*", "rapidjson/*"])
+        for one in paragraphs[1:]:
+            self.assertRegex(one["Copyright"], r"^\d{4} \w")
+            self.assertIn("License", one)
+        self.assertNotIn("@TESSARIN", text)
 
     def test_a_second_time_gives_the_same_bytes(self) -> None:
         for made_first, again in zip((self.debs, self.rpms), self.make("second")):
