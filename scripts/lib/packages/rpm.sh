@@ -16,6 +16,9 @@ contents_of() { # What is installed, with modes, owners and sums, but for what o
 }
 
 mkdir -p /opt # dpkg has taken it away with the last that was in it
+install -d -m 700 -o anna -g anna "/run/user/$(id -u anna)"
+mkdir -p /run/dbus
+dbus-daemon --system --fork
 files >/tmp/rpm-before
 apt install -y --no-install-recommends "$agent_deb" "$host_deb"
 files >/tmp/deb-files
@@ -29,11 +32,19 @@ check "every file is there as it was packed" test -z "$(rpms -V "${packages[@]}"
 check "the settings are readable for all" test "$(stat -c '%a %U' /opt/tessarin/settings.json)" = "644 root"
 check "the service will run after the next start of the system" systemctl is-enabled tessarin-service-host.service
 
+(cd /home/anna && as anna dbus-daemon --session --fork --address="unix:path=/run/user/$(id -u anna)/bus")
 (cd /home/anna && as anna "$contents/Resources/session/start" </dev/null >/tmp/agent-anna.log 2>&1) &
 await "an agent runs" agent_runs anna
 before=$(agents anna)
 sum=$(md5sum </opt/tessarin/settings.json)
-rpms -U --force "$agent_rpm" "$host_rpm"
+# An upgrade, with the numbers that rpm gives the scripts then: two versions while the files change, one after that.
+rpms -U --force --noscripts "$agent_rpm" "$host_rpm"
+for one in "$agent_rpm" "$host_rpm"; do
+    for script in 'POSTIN 2' 'PREUN 1' 'POSTUN 1'; do
+        command rpm --dbpath /var/lib/rpm -qp --qf "%{${script% *}}" "$one" >/tmp/script
+        sh /tmp/script "${script#* }"
+    done
+done
 await "it is there again after an upgrade" agent_runs anna
 check "it is a new one" test "$(agents anna)" != "$before"
 check "the settings are kept" test "$(md5sum </opt/tessarin/settings.json)" = "$sum"

@@ -39,7 +39,7 @@ _PICTURES = _HOME / "pictures"
 _TITLE = "Tessarin Properties"
 _PATIENCE_SECONDS = 60
 _PAGE_SECONDS = 0.7  # between an address and the next
-# An address that stood for so long while agent and service were there has to be reported.
+# An address has to be reported when agent and service were there for so long after it came.
 _SEEN_SECONDS = 0.5
 
 
@@ -311,16 +311,17 @@ class Session:
         reported = [one for _, one in self.reports()]
         excused, wanted = 0, 0
         shown = [entry for entry in self.pages.shown if entry[0] >= begin and "/page-" in entry[1]]
-        for (since, address), (until, _) in zip(shown, shown[1:-2]):
+        for since, address in shown[:-2]:
             wanted += 1
             assert reported.count(address) <= 2, f"{address} was reported {reported.count(address)} times"
             if address in reported:
                 continue
-            there = until - since - sum(max(0.0, min(until, to) - max(since, start)) for start, to in away)
-            assert there < _SEEN_SECONDS, f"{address} was not reported, and was shown for {there:.2f} s of agent and service"
+            # It is reported once, when it comes: nobody may have been there to tell of it or to hear it.
+            assert any(start < since + _SEEN_SECONDS and since < to for start, to in away), \
+                f"{address} was not reported, and came at {since:.2f} while all were there; away: {away}"
             excused += 1
-        assert wanted > 5
-        ok(f"of {wanted} addresses {wanted - excused} were reported, the other {excused} stood while agent or service was away")
+        assert wanted > 5 and excused <= 3
+        ok(f"of {wanted} addresses {wanted - excused} were reported, the other {excused} came while agent or service was away")
 
     def service_away(self) -> "list[tuple[float, float]]":
         """The times between the end of the service's process and its names on the bus."""
