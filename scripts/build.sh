@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Configures and builds one preset into build/PRESET.
 #
-# Usage: scripts/build.sh [PRESET] [NINJA-OPTION...]     presets: release (default: agent and host) test debug asan tsan bench fuzz;
-#                                                        on a Mac: mac mac-asan
+# Usage: scripts/build.sh [PRESET] [NINJA-OPTION...]     presets: release (default: agent and host) test debug asan tsan bench
+#                                                        coverage fuzz; on a Mac: mac mac-asan
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

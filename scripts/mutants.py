@@ -217,14 +217,11 @@ class Trial:
         self.source, self.build, self.limit = source, build, limit
         self.suites = suites_naming(source, build)
         self.text = (PROJECT / source).read_text()
-        if not self.suites:
-            sys.exit(f"mutants.py: no test names {source}")
         # As it is. Some programs only pass case by case: of those no more than the tests that name the source are run.
         self.whole = True
         if self.run(self.text) == "found by others":
             self.whole = False
-        if (found := self.run(self.text)) != "survived":
-            sys.exit(f"mutants.py: {source} as it is: {found}")
+        self.problem = None if (found := self.run(self.text)) == "survived" else f"{source} cannot be judged: as it is: {found}"
 
     def run(self, text):
         mutant = WORK / "mutant.o"
@@ -282,10 +279,13 @@ def main():
         mutants = random.Random(options.seed).sample(mutants, options.sample)
     mutants.sort(key=lambda mutant: (str(mutant.source), mutant.line, mutant.kind))
     atexit.register(clean)
-    counts, survivors, trial = {}, [], None
+    counts, survivors, problems, trial = {}, [], [], None
     for mutant in mutants:
         if trial is None or trial.source != mutant.source:
             trial = Trial(mutant.source, build, options.limit)
+            problems += [trial.problem] if trial.problem else []
+        if trial.problem:
+            continue
         outcome = trial.run_mutant(mutant)
         counts[outcome] = counts.get(outcome, 0) + 1
         print(f"{outcome:<16} {mutant}", flush=True)
@@ -299,7 +299,8 @@ def main():
           f"that do not name the source; {counts.get('does not compile', 0)} do not compile")
     for mutant in survivors:
         print(f"survived: {mutant}")
-    sys.exit(0 if score >= AIM else 1)
+    print(*problems, sep="\n")
+    sys.exit(0 if score >= AIM and not problems else 1)
 
 
 if __name__ == "__main__":
