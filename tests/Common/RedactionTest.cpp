@@ -153,6 +153,12 @@ TEST(RedactionOfNumbersTest, AddressesOfMachinesAndLongNumbersGo) {
     EXPECT_EQ(Redacted("3f1c9a0b7e6d5c4a"), "<key-1>");
 }
 
+TEST_F(RedactionTest, OtherTextsThanUuidsThatDifferInADashAreNotTheSame) {
+    redaction.addSecret(SecretKind::user, "anna-maria");
+    redaction.addSecret(SecretKind::user, "annamaria");
+    EXPECT_EQ(redaction.text("a anna-maria b annamaria c"), "a <user-1> b <user-2> c");
+}
+
 TEST(RedactionOfUuidsTest, OneIsTheSameInEverySpelling) {
     EXPECT_EQ(Redacted("a 6f9619ff-8b86-d011-b42d-00c04fc964ff b {6F9619FF-8B86-D011-B42D-00C04FC964FF} "
                        "c 6f9619ff8b86d011b42d00c04fc964ff d 6f9619ff-8b86-\nd011-b42d-00c04fc964ff e"),
