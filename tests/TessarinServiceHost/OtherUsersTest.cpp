@@ -310,6 +310,7 @@ TEST_F(OtherUsersTest, DecryptOnlyWhatTheyMayWrite) {
 TEST_F(OtherUsersTest, DecryptOnlyInFoldersThatTheyMayChange) {
     // Nobody may write into the one, and take nothing of another's out of the other.
     for (const mode_t mode : {mode_t{0755}, mode_t{01777}}) {
+        fs::remove_all(folder_ / "place");
         const fs::path place = makeFolder("place", 0, mode);
         const fs::path file = make("place/file", kSealed, daemon_.user, daemon_.group, 0666);
         EXPECT_EQ(decrypt(file, nobody_), UnsealStatus::unwritable) << std::oct << mode;
