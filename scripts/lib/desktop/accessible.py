@@ -111,7 +111,7 @@ class AccessibleDesktop:
                     states = "".join(f", {state}" for state in ("active", "showing") if window.has_state(state))
                     lines.append(f"{window.role} {window.name!r}{states}")
                     lines += [f"    {node.path} {node.name!r}: {node.text!r}"
-                              for node in islice(window.below(_PAGES), _MOST_NODES) if node.role in ("entry", "text")]
+                              for node in islice(window.below(_PAGES), _MOST_NODES) if node.role in ("combo box", "entry", "text")]
         except BusError as error:
             lines.append(f"(it changes: {error})")
         return lines
