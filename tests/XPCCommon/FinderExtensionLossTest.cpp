@@ -8,7 +8,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using fake::RawPeer;
 using fake::WaitFor;
 using fake::WaitInHandler;
 using testing::Contains;
