@@ -411,7 +411,7 @@ TEST_F(UserAgentDBusTest, AnInterruptedClientComesBackAndRegistersANewExtractor)
     ASSERT_TRUE(WaitFor([&] { return client->connected() && log.count("URLExtractor has been set") == 1; }));
     server->stop();
     ASSERT_TRUE(WaitFor([&] { return log.count("Did interrupt -- reconnecting") == 1; }));
-    EXPECT_FALSE(client->connected());
+    EXPECT_TRUE(WaitFor([&] { return !client->connected(); }));
     server = startServer();
     ASSERT_TRUE(WaitFor([&] { return client->connected() && log.count("URLExtractor has been set") == 2; }));
     EXPECT_TRUE(WaitFor([&] { return server->getURL("Safari") == "url of Safari"; }));
