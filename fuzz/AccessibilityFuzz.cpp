@@ -217,7 +217,7 @@ void CheckMainWindow(FuzzedDataProvider& input) {
     }
     const std::string front = input.ConsumeRandomLengthString(4);
     const auto chosen =
-        ChooseMainWindow(windows, input.ConsumeRandomLengthString(4), front, input.ConsumeBool());
+        ChooseMainWindow(windows, {input.ConsumeRandomLengthString(4)}, front, input.ConsumeBool());
     Check(chosen.has_value() == std::any_of(windows.begin(), windows.end(), IsCandidate));
     Check(!chosen || IsCandidate(windows.at(*chosen)));
 }
