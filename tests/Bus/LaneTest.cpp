@@ -1,9 +1,15 @@
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <future>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <system_error>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "linux_bus/Lane.h"
@@ -165,6 +171,111 @@ TEST_F(LaneTest, WhatTheLoopHandsOverRunsBesideIt) {
         });
         ASSERT_EQ(done.get_future().wait_for(30s), std::future_status::ready);
     }
+}
+
+// Nobody is out of patience.
+class PatientLaneTest : public testing::Test {
+ protected:
+    ~PatientLaneTest() override { ::close(signal); }
+
+    // In the loop, each time that somebody calls `tell`.
+    void whenTold(cmn::bus::Loop::Task task) {
+        loop.watch(signal, [this, task = std::move(task)] {
+            eventfd_t count = 0;
+            eventfd_read(signal, &count);
+            task();
+        });
+    }
+    void tell() const { eventfd_write(signal, 1); }
+
+    const int signal = ::eventfd(0, EFD_NONBLOCK);
+    cmn::bus::Loop loop{1h};
+    cmn::bus::Lane lane{loop, 4};
+};
+
+TEST_F(PatientLaneTest, WhatTheLoopHandsOverAndIsOverSoonWakesNoOtherThread) {
+    std::mutex mutex;  // guards what follows
+    std::set<std::thread::id> threads;
+    int ended = 0;
+    std::promise<void> done;
+    whenTold([&] {
+        for (int i = 0; i < 4; ++i) {
+            lane.post([&] {
+                std::this_thread::sleep_for(20ms);  // long enough for another thread, were one woken
+                const std::lock_guard lock(mutex);
+                threads.insert(std::this_thread::get_id());
+                if (++ended == 4) {
+                    done.set_value();
+                }
+            });
+        }
+    });
+    // A thread that is new, or has just ended something, looks around itself.
+    std::size_t busy = 0;
+    for (int round = 0; round < 20 && busy != 1; ++round) {
+        tell();
+        ASSERT_EQ(done.get_future().wait_for(20s), std::future_status::ready);
+        const std::lock_guard lock(mutex);
+        busy = threads.size();
+        threads.clear();
+        ended = 0;
+        done = {};
+    }
+    EXPECT_EQ(busy, 1u);
+}
+
+TEST_F(PatientLaneTest, TheLoopListensAndTasksBeginWhileOneThatHasSaidSoWaits) {
+    for (int round = 0; round < 100 && !HasFailure(); ++round) {
+        std::atomic<int> told{0};
+        std::promise<void> done;
+        const auto watch = loop.watch(signal, [&] {
+            eventfd_t count = 0;
+            eventfd_read(signal, &count);
+            if (++told == 1) {
+                lane.post([&] {
+                    tell();
+                    cmn::bus::Loop::aboutToWait();
+                    EXPECT_TRUE(WaitInHandler([&] { return told == 3; }))
+                        << "for the loop and the other task";
+                    done.set_value();
+                });
+                lane.post([&] { ++told; });
+            }
+        });
+        tell();
+        ASSERT_EQ(done.get_future().wait_for(30s), std::future_status::ready);
+        loop.unwatch(watch, signal);
+    }
+}
+
+TEST_F(PatientLaneTest, TheLoopListensForATaskThatHasAskedItForSomething) {
+    std::promise<void> done;
+    std::atomic<int> told{0};
+    whenTold([&] {
+        if (++told == 1) {
+            lane.post([&] {
+                loop.post([this] { tell(); });
+                EXPECT_TRUE(WaitInHandler([&] { return told == 2; }));
+                done.set_value();
+            });
+        }
+    });
+    tell();
+    ASSERT_EQ(done.get_future().wait_for(30s), std::future_status::ready);
+}
+
+TEST_F(LaneTest, TheLoopListensWhileATaskThatItHandedOverTakesLong) {
+    auto& lane = makeLane(1);
+    std::promise<void> done;
+    loop.after(0ns, [&] {
+        lane.post([&] {
+            ++inside;
+            EXPECT_TRUE(WaitInHandler([&] { return inside == 2; }));
+            done.set_value();
+        });
+        loop.after(10ms, [&] { ++inside; });
+    });
+    ASSERT_EQ(done.get_future().wait_for(30s), std::future_status::ready);
 }
 
 TEST_F(LaneTest, AThreadThatCannotBeHadMakesTheTasksWaitForTheOthers) {

@@ -43,6 +43,11 @@ class AuthorizationUtilsTest : public testing::Test {
         EXPECT_EQ(authority.requests.size(), 1U);
         return authority.requests.empty() ? AuthorizationRequest() : authority.requests.front();
     }
+    void expectAsked(const char* right, unsigned flags, const char* prompt) const {
+        EXPECT_EQ(request().right.name, right);
+        EXPECT_EQ(static_cast<unsigned>(request().flags), flags);
+        EXPECT_EQ(request().prompt.value, prompt);
+    }
     AuthorizationRequest requestWithMessage(const std::string& message) {
         AuthorizationUtils::askAuthorizationForRight(authority, "a.right", message);
         return request();
@@ -54,32 +59,24 @@ class AuthorizationUtilsTest : public testing::Test {
 
 TEST_F(AuthorizationUtilsTest, InteractiveRootActionAsksForTheAdministratorRightAndMayAskTheUser) {
     EXPECT_EQ(AuthorizationUtils::authorizationForRootAction(authority, true), authority.granted);
-    EXPECT_EQ(request().right.name, "system.privilege.admin");
-    EXPECT_EQ(static_cast<unsigned>(request().flags), 3U);
-    EXPECT_EQ(request().prompt.value, "");
+    expectAsked("system.privilege.admin", 3, "");
 }
 
 TEST_F(AuthorizationUtilsTest, RootActionThatIsNotInteractiveNeverAsksTheUser) {
     EXPECT_EQ(AuthorizationUtils::authorizationForRootAction(authority, false), authority.granted);
-    EXPECT_EQ(request().right.name, "system.privilege.admin");
-    EXPECT_EQ(static_cast<unsigned>(request().flags), 2U);
-    EXPECT_EQ(request().prompt.value, "");
+    expectAsked("system.privilege.admin", 2, "");
 }
 
 TEST_F(AuthorizationUtilsTest, RightAloneIsAskedForWithAnEmptyMessageAndMayAskTheUser) {
     EXPECT_EQ(AuthorizationUtils::askAuthorizationForRight(authority, cmn::kInstallationRight),
               authority.granted);
-    EXPECT_EQ(request().right.name, "com.tessarin.installation");
-    EXPECT_EQ(static_cast<unsigned>(request().flags), 3U);
-    EXPECT_EQ(request().prompt.value, "");
+    expectAsked("com.tessarin.installation", 3, "");
 }
 
 TEST_F(AuthorizationUtilsTest, RightWithAMessageMayAskTheUser) {
     EXPECT_EQ(AuthorizationUtils::askAuthorizationForRight(authority, "a.right", "Install it?"),
               authority.granted);
-    EXPECT_EQ(request().right.name, "a.right");
-    EXPECT_EQ(static_cast<unsigned>(request().flags), 3U);
-    EXPECT_EQ(request().prompt.value, "Install it?");
+    expectAsked("a.right", 3, "Install it?");
 }
 
 TEST_F(AuthorizationUtilsTest, FlagsOfTheCallerAreKept) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "BusUsers.h"
+#include "ServiceNames.h"
 
 // The policy file on a system bus, seen by two ordinary users and root. What the bus itself refuses is
 // answered with AccessDenied; the services here answer everything that reaches them.
@@ -10,10 +11,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 
-constexpr const char* kAgent = "com.tessarin.UserAgent";
-constexpr const char* kAgentPath = "/com/tessarin/UserAgent";
-constexpr const char* kFinder = "com.tessarin.FinderExtension";
-constexpr const char* kFinderPath = "/com/tessarin/FinderExtension";
 constexpr const char* kFirst = BusUsers::kFirst;
 constexpr const char* kSecond = BusUsers::kSecond;
 constexpr const char* kNobody = BusUsers::kNobody;

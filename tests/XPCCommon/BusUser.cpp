@@ -17,6 +17,8 @@
 #include <thread>
 #include <vector>
 
+#include "ServiceNames.h"
+
 // A user of the system bus as a process of its own, under another account: reads and writes what the messages
 // of others look like to it, with nothing of the product in between. The bus is the one of
 // DBUS_SYSTEM_BUS_ADDRESS.
@@ -40,11 +42,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
-
-constexpr const char* kFinder = "com.tessarin.FinderExtension";
-constexpr const char* kFinderPath = "/com/tessarin/FinderExtension";
-constexpr const char* kAgent = "com.tessarin.UserAgent";
-constexpr const char* kAgentPath = "/com/tessarin/UserAgent";
 
 // No call waits longer; more than any that is answered at all.
 constexpr std::uint64_t kPatienceMicroseconds = 10'000'000;

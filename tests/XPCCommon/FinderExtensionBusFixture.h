@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "ServiceNames.h"
 #include "common/proto_settings.h"
 #include "support/BusWorld.h"
 #include "support/RawPeer.h"
@@ -20,8 +21,6 @@
 #include "xpccommon/FinderExtensionObjCXPCServer.h"
 #include "xpccommon/FinderExtensionXPCClient.h"
 
-inline constexpr const char* kFinderService = "com.tessarin.FinderExtension";
-inline constexpr const char* kFinderPath = "/com/tessarin/FinderExtension";
 inline constexpr const char* kFinderDelegate = "com.tessarin.FinderExtensionDelegate";
 
 using StringMap = QMap<QString, QString>;
@@ -109,7 +108,7 @@ class FinderExtensionBusFixture : public fake::BusWorld {
         return startConnectedClient(kPatience);
     }
     static QDBusMessage message(const char* member, const QVariantList& arguments = {}) {
-        return fake::RawPeer::message(kFinderService, kFinderPath, kFinderService, member, arguments);
+        return fake::RawPeer::message(kFinder, kFinderPath, kFinder, member, arguments);
     }
     static QVariant objectPath(const char* path) {
         return QVariant::fromValue(QDBusObjectPath(QString::fromLatin1(path)));
@@ -117,7 +116,7 @@ class FinderExtensionBusFixture : public fake::BusWorld {
     // A peer in the service's place.
     std::unique_ptr<fake::RawPeer> startService(fake::RawPeer::Handler handler) const {
         auto service = std::make_unique<fake::RawPeer>(bus.address(), std::move(handler));
-        EXPECT_TRUE(service->own(kFinderService));
+        EXPECT_TRUE(service->own(kFinder));
         return service;
     }
     // A service that answers as the contract says, after a while.

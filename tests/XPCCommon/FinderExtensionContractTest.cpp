@@ -35,7 +35,7 @@ TEST_F(FinderExtensionContractTest, TheClientSpeaksTheContract) {
         const auto calls = received.all(member);
         ASSERT_THAT(calls, SizeIs(testing::Ge(1U))) << member;
         EXPECT_EQ(calls[0].path, kFinderPath);
-        EXPECT_EQ(calls[0].interface, kFinderService);
+        EXPECT_EQ(calls[0].interface, kFinder);
         EXPECT_EQ(calls[0].signature, signature) << member;
         EXPECT_EQ(calls[0].wantsAnswer, wantsAnswer) << member;
         EXPECT_EQ(calls[0].arguments.mid(0, arguments.size()), arguments) << member;
@@ -74,7 +74,7 @@ TEST_F(FinderExtensionContractTest, TheServerSpeaksTheContract) {
                        {QStringLiteral("iconsStatus"), true},
                        {QStringLiteral("agentIconDisable"), false}}));
     const QDBusMessage xml = peer.call(
-        RawPeer::message(kFinderService, kFinderPath, "org.freedesktop.DBus.Introspectable", "Introspect"));
+        RawPeer::message(kFinder, kFinderPath, "org.freedesktop.DBus.Introspectable", "Introspect"));
     EXPECT_THAT(xml.arguments()[0].toString().toStdString(),
                 testing::AllOf(HasSubstr("GetScanResult"), HasSubstr("aa{ss}"), HasSubstr("a{sb}"),
                                HasSubstr("NoReply")));

@@ -107,13 +107,13 @@ TEST_F(FinderExtensionDBusTest, WhateverAScannerThrowsIsAnErrorForItsCaller) {
     const auto server = startServer();
     RawPeer client(bus.address());
     for (const char* method : {"GetScanResult", "Decrypt"}) {
-        const auto answer = client.call(RawPeer::message(kFinderService, kFinderPath, kFinderService, method,
-                                                         {QStringLiteral("/fail/oddly")}));
+        const auto answer = client.call(
+            RawPeer::message(kFinder, kFinderPath, kFinder, method, {QStringLiteral("/fail/oddly")}));
         EXPECT_EQ(answer.errorName().toStdString(), "org.freedesktop.DBus.Error.Failed") << method;
         EXPECT_EQ(answer.errorMessage().toStdString(), "not a standard exception") << method;
     }
-    const auto next = client.call(RawPeer::message(kFinderService, kFinderPath, kFinderService, "Decrypt",
-                                                   {QStringLiteral("1234567")}));
+    const auto next =
+        client.call(RawPeer::message(kFinder, kFinderPath, kFinder, "Decrypt", {QStringLiteral("1234567")}));
     EXPECT_EQ(next.arguments(), QVariantList{7}) << "the service goes on";
 }
 

@@ -9,6 +9,7 @@
 
 #include "BusUsers.h"
 #include "HostProcess.h"
+#include "ServiceNames.h"
 #include "support/ProcessMemory.h"
 #include "support/WaitFor.h"
 
@@ -19,10 +20,6 @@ namespace {
 using namespace std::chrono_literals;
 using fake::WaitInHandler;
 
-constexpr const char* kAgent = "com.tessarin.UserAgent";
-constexpr const char* kAgentPath = "/com/tessarin/UserAgent";
-constexpr const char* kFinder = "com.tessarin.FinderExtension";
-constexpr const char* kFinderPath = "/com/tessarin/FinderExtension";
 constexpr const char* kAttacker = BusUsers::kFirst;
 constexpr const char* kOther = BusUsers::kSecond;
 constexpr const char* kNobody = BusUsers::kNobody;

@@ -10,6 +10,7 @@
 #include <fstream>
 
 #include "HostProcess.h"
+#include "ServiceNames.h"
 #include "support/BusWorld.h"
 #include "support/RawPeer.h"
 #include "xpccommon/UserAgentObjCXPCClient.h"
@@ -23,9 +24,6 @@ using fake::WaitFor;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-constexpr const char* kService = "com.tessarin.UserAgent";
-constexpr const char* kPath = "/com/tessarin/UserAgent";
 
 class ServiceHostTest : public fake::BusWorld {
  protected:
@@ -42,7 +40,7 @@ class ServiceHostTest : public fake::BusWorld {
         return host;
     }
     static QDBusMessage sendURL(const QString& url, const QString& browser, int pid) {
-        return RawPeer::message(kService, kPath, kService, "SendURL", {url, browser, pid});
+        return RawPeer::message(kAgent, kAgentPath, kAgent, "SendURL", {url, browser, pid});
     }
 };
 
@@ -118,12 +116,12 @@ TEST_F(ServiceHostTest, ListensAgainWhenTheBusIsBack) {
         EXPECT_STREQ(event["event"].GetString(), "lost");
         lost.emplace_back(event["service"].GetString());
     }
-    EXPECT_THAT(lost, testing::UnorderedElementsAre(kService, "com.tessarin.FinderExtension"));
+    EXPECT_THAT(lost, testing::UnorderedElementsAre(kAgent, "com.tessarin.FinderExtension"));
     bus.start();
     ASSERT_TRUE(host->isReady());
     EXPECT_THAT(host->process().errors(), HasSubstr("can no longer listen"));
     const QDBusMessage answer =
-        RawPeer(bus.address()).call(RawPeer::message(kService, kPath, kService, "Version"));
+        RawPeer(bus.address()).call(RawPeer::message(kAgent, kAgentPath, kAgent, "Version"));
     EXPECT_EQ(answer.arguments(), QVariantList{QStringLiteral("1.0")});
 }
 
@@ -145,7 +143,7 @@ TEST_F(ServiceHostTest, SaysWhenItIsReady) {
         services.emplace_back(ready["service"].GetString());
         EXPECT_TRUE(RawPeer(bus.address()).hasOwner(services.back()));
     }
-    EXPECT_THAT(services, testing::UnorderedElementsAre(kService, "com.tessarin.FinderExtension"));
+    EXPECT_THAT(services, testing::UnorderedElementsAre(kAgent, "com.tessarin.FinderExtension"));
 }
 
 TEST_F(ServiceHostTest, WritesEachReportAtOnceAsOneLineOfJSON) {
@@ -202,7 +200,7 @@ TEST_F(ServiceHostTest, AsksTheAgentOnCommand) {
 TEST_F(ServiceHostTest, AQuestionThatWaitsHoldsUpNeitherReportsNorCommands) {
     const auto host = startHost();
     RawPeer agent(bus.address(), [](const QDBusMessage&, const QDBusConnection&) {});  // never answers
-    agent.call(RawPeer::message(kService, kPath, kService, "SetURLExtractor",
+    agent.call(RawPeer::message(kAgent, kAgentPath, kAgent, "SetURLExtractor",
                                 {QVariant::fromValue(QDBusObjectPath("/extractor"))}));
     host->process().write("getURL Safari\n");
     agent.send(sendURL(QStringLiteral("u"), QStringLiteral("Safari"), 1));
@@ -240,7 +238,7 @@ TEST_F(ServiceHostTest, EndsWithStatus0AfterQuitAndAfterEitherSignal) {
         number == 0 ? host->process().write("quit\n") : host->process().signal(number);
         EXPECT_EQ(host->process().wait(), 0) << number;
     }
-    EXPECT_FALSE(RawPeer(bus.address()).hasOwner(kService));
+    EXPECT_FALSE(RawPeer(bus.address()).hasOwner(kAgent));
 }
 
 TEST_F(ServiceHostTest, TheEndOfTheInputKeepsItRunning) {
@@ -330,9 +328,9 @@ TEST_F(ServiceHostTest, AHostThatDiesWhileACallWaitsMakesTheCallFail) {
     host->process().signal(SIGSTOP);
     const QDBusConnection agent =
         QDBusConnection::connectToBus(QString::fromStdString(bus.address()), QStringLiteral("agent"));
-    const QDBusPendingCall call = agent.asyncCall(RawPeer::message(kService, kPath, kService, "Version"));
+    const QDBusPendingCall call = agent.asyncCall(RawPeer::message(kAgent, kAgentPath, kAgent, "Version"));
     // Messages of one sender are passed on in their order: the call is with the host before this is answered.
-    ASSERT_TRUE(agent.interface()->isServiceRegistered(kService).value());
+    ASSERT_TRUE(agent.interface()->isServiceRegistered(kAgent).value());
     host->process().signal(SIGKILL);
     ASSERT_TRUE(WaitFor([&] { return call.isFinished(); }));
     EXPECT_EQ(call.error().name(), "org.freedesktop.DBus.Error.NoReply");

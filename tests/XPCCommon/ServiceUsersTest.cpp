@@ -7,14 +7,13 @@
 #include "BusUsers.h"
 #include "HostProcess.h"
 #include "SealedFile.h"
+#include "ServiceNames.h"
 #include "common/fs.h"
 #include "support/WaitFor.h"
 
 // What the users of one machine get of the service host, and of each other through it.
 namespace {
 
-constexpr const char* kAgentService = "com.tessarin.UserAgent";
-constexpr const char* kFinderService = "com.tessarin.FinderExtension";
 constexpr const char* kAlice = BusUsers::kFirst;
 constexpr const char* kBob = BusUsers::kSecond;
 
@@ -48,8 +47,7 @@ class ServiceUsersTest : public testing::Test {
         return home / "file.txt";
     }
     std::string ask(const char* user, const char* member, const std::string& path) const {
-        return users->call(user, kFinderService, "/com/tessarin/FinderExtension", kFinderService, member,
-                           {"s", path});
+        return users->call(user, kFinder, kFinderPath, kFinder, member, {"s", path});
     }
     std::unique_ptr<fake::ChildProcess> startAgent(const char* user, const std::string& url) const {
         auto agent = users->start(user, {"agent", url});
@@ -95,7 +93,7 @@ TEST_F(ServiceUsersTest, DecryptionIsForThoseWhoMayWriteTheFile) {
 
 TEST_F(ServiceUsersTest, AReportComesWithItsUserWhateverItSays) {
     const auto report = [&](const char* user) {
-        users->call(user, kAgentService, "/com/tessarin/UserAgent", kAgentService, "SendURL",
+        users->call(user, kAgent, "/com/tessarin/UserAgent", kAgent, "SendURL",
                     {"ssi", "https://example.org/", "Safari", "1"});
         return host->event("url");
     };

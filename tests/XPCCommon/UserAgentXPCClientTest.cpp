@@ -1,6 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
+#include <stdexcept>
+
 #include "UserAgentClientFixture.h"
 #include "support/LogLine.h"
 #include "xpccommon/UserAgentXPCClient.h"
@@ -248,6 +251,116 @@ TEST_F(UserAgentXPCClientTest, AnInvalidationIsLoggedAndTheClientComesBack) {
     dispatch->advance(3s);
     EXPECT_TRUE(client->connected());
     EXPECT_THAT(daemon.extractors, SizeIs(2));
+}
+
+// A client whose browsers show what is in `addresses`, and a service that goes and comes.
+class UserAgentXPCClientRestartTest : public UserAgentXPCClientTest {
+ protected:
+    std::shared_ptr<cmn::UserAgentObjCXPCClient> makeWatching(
+        cmn::ServiceOwners owners = cmn::ServiceOwners::anybody) {
+        auto made = makeClient([this](const std::string& browser) { return addresses[browser]; }, owners);
+        made->connect();
+        dispatch->runUntilIdle();
+        return made;
+    }
+    // As the watcher does.
+    void show(cmn::UserAgentObjCXPCClient& client, const std::string& browser, const std::string& url) {
+        addresses[browser] = url;
+        client.sendURL(url, browser, 7);
+    }
+    void loseService() {
+        daemon.present = false;
+        daemon.transport()->lastConnection()->sendInterruption();
+    }
+    void bringServiceBack() {
+        daemon.present = true;
+        dispatch->advance(3s);
+    }
+
+    std::map<std::string, std::string> addresses;
+};
+
+TEST_F(UserAgentXPCClientRestartTest, AServiceThatComesBackIsToldTheAddressOfEachBrowserOnce) {
+    const auto client = makeWatching();
+    show(*client, "Firefox", "before");
+    show(*client, "Safari", "page");
+    loseService();
+    show(*client, "Firefox", "between");
+    show(*client, "Firefox", "after");
+    daemon.reports.clear();
+    bringServiceBack();
+    EXPECT_THAT(daemon.reports.all(),
+                ElementsAre(SentURL{"after", "Firefox", 7}, SentURL{"page", "Safari", 7}));
+    EXPECT_EQ(client->lastReport()->url, "page");
+    dispatch->advance(60s);
+    EXPECT_THAT(daemon.reports.all(), SizeIs(2)) << "once";
+}
+
+TEST_F(UserAgentXPCClientRestartTest, AServiceThatComesAfterTheAgentIsToldWhatIsShown) {
+    const auto client = makeClient([](const auto&) { return std::string("page"); });
+    client->sendURL("page", "Firefox", 7);
+    client->connect();
+    dispatch->runUntilIdle();
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"page", "Firefox", 7}));
+}
+
+TEST_F(UserAgentXPCClientRestartTest, WhatIsShownNoMoreIsNotTold) {
+    const auto client = makeWatching();
+    show(*client, "Firefox", "page");
+    loseService();
+    addresses["Firefox"] = "";  // closed, or its field is empty
+    daemon.reports.clear();
+    bringServiceBack();
+    EXPECT_TRUE(client->connected());
+    EXPECT_THAT(daemon.reports.all(), SizeIs(0));
+}
+
+TEST_F(UserAgentXPCClientRestartTest, AnAddressThatComesWhileTheServiceIsToldIsNotFollowedByAnOlderOne) {
+    std::shared_ptr<cmn::UserAgentObjCXPCClient> client;
+    bool changes = false;
+    client = makeClient([&](const std::string&) {
+        if (changes) {
+            client->sendURL("newer", "Firefox", 7);  // on another thread, right after the answer
+        }
+        return std::string("page");
+    });
+    client->connect();
+    dispatch->runUntilIdle();
+    client->sendURL("page", "Firefox", 7);
+    loseService();
+    daemon.reports.clear();
+    changes = true;
+    bringServiceBack();
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"newer", "Firefox", 7}));
+}
+
+TEST_F(UserAgentXPCClientRestartTest, WhatTheNewServiceWasToldAlreadyIsNotToldAgain) {
+    const auto client = makeWatching();
+    show(*client, "Firefox", "page");
+    loseService();
+    daemon.present = true;
+    daemon.answersVersion = false;
+    dispatch->advance(3s);
+    daemon.reports.clear();
+    show(*client, "Firefox", "next");
+    daemon.versionReplies.back()("1.0");
+    dispatch->runUntilIdle();
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"next", "Firefox", 7}));
+}
+
+TEST_F(UserAgentXPCClientRestartTest, ADelegateThatFailsIsLoggedAndTheOthersAreTold) {
+    const auto client = makeClient([](const std::string& browser) {
+        if (browser == "Firefox") {
+            throw std::runtime_error("no memory");
+        }
+        return std::string("page");
+    });
+    client->sendURL("page", "Firefox", 7);
+    client->sendURL("page", "Safari", 8);
+    client->connect();
+    dispatch->runUntilIdle();
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"page", "Safari", 8}));
+    EXPECT_EQ(log.count("The address of Firefox is not known -- no memory"), 1U);
 }
 
 TEST_F(UserAgentXPCClientTest, AStoppedClientComesBack) {

@@ -1,8 +1,10 @@
 #include "xpccommon/UserAgentObjCXPCClient.h"
 
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <utility>
+#include <vector>
 
 #include "common/log.h"
 #include "common/utf8.h"
@@ -34,6 +36,7 @@ void UserAgentObjCXPCClient::willResumeConnection(const std::shared_ptr<XPCConne
 
 void UserAgentObjCXPCClient::didResumeConnection(const std::shared_ptr<XPCConnection>& connection) {
     setConnection(connection);
+    ++connections_;  // not before: until then reports go to the one that has ended
     validateConnection(connection, kUserAgentDeadline, [](const RemoteError& error) {
         TLOG_WARN("Remote object proxy error --  {}", EscapeControls(error.recoverySuggestion));
     });
@@ -46,6 +49,7 @@ void UserAgentObjCXPCClient::didValidateConnection() {
     if (allowedOwners() == ServiceOwners::root) {
         setURLExtractor(std::make_shared<URLExtractorImpl>(delegate_));
     }
+    reportAgain();
 }
 
 void UserAgentObjCXPCClient::setURLExtractor(std::shared_ptr<URLExtractor> extractor) {
@@ -68,18 +72,59 @@ void UserAgentObjCXPCClient::setURLExtractor(std::shared_ptr<URLExtractor> extra
 
 void UserAgentObjCXPCClient::sendURL(const std::string& url, const std::string& browser,
                                      std::int32_t processID) {
+    {
+        const std::lock_guard lock(orderMutex_);
+        Shown& shown = shown_[browser];
+        shown = {url, processID, std::nullopt};
+        report(browser, shown);
+    }
+    dispatch()->createSemaphore(0)->wait(kPastDeadline);
+}
+
+void UserAgentObjCXPCClient::report(const std::string& browser, Shown& shown) {
+    const unsigned present = connections_;
     const auto onError = [](const RemoteError&) {
         // The placeholder is written as it stands: the formatter knows braces only.
         TLOG_ERROR("Failed to get remote object -- %s");
     };
     if (const auto proxy = remoteObject<UserAgentProtocol>(onError)) {
-        proxy->sendURL(url, browser, processID);
+        proxy->sendURL(shown.url, browser, shown.processID);
+        shown.toldOver = present;
         const std::lock_guard lock(reportMutex_);
-        lastReport_ = URLReport{url, browser, std::chrono::steady_clock::now()};
+        lastReport_ = URLReport{shown.url, browser, std::chrono::steady_clock::now()};
     } else {
         onError({});
     }
-    dispatch()->createSemaphore(0)->wait(kPastDeadline);
+}
+
+void UserAgentObjCXPCClient::reportAgain() {
+    std::vector<std::string> browsers;
+    {
+        const std::lock_guard lock(orderMutex_);
+        for (const auto& [browser, shown] : shown_) {
+            if (shown.toldOver != connections_.load()) {
+                browsers.push_back(browser);
+            }
+        }
+    }
+    for (const std::string& browser : browsers) {
+        const std::string now = addressNow(browser);
+        const std::lock_guard lock(orderMutex_);
+        Shown& shown = shown_[browser];
+        // Another address has been reported meanwhile, or none is shown any more.
+        if (!now.empty() && shown.url == now && shown.toldOver != connections_.load()) {
+            report(browser, shown);
+        }
+    }
+}
+
+std::string UserAgentObjCXPCClient::addressNow(const std::string& browser) const {
+    try {
+        return delegate_ ? delegate_(browser) : std::string();
+    } catch (const std::exception& e) {
+        TLOG_WARN("The address of {} is not known -- {}", browser, EscapeControls(e.what()));
+        return {};
+    }
 }
 
 std::optional<URLReport> UserAgentObjCXPCClient::lastReport() const {

@@ -60,6 +60,7 @@ struct Batch::Calls {
     }
 
     bool awaitAtMost(std::size_t count, Deadline deadline) {
+        Loop::aboutToWait();
         std::unique_lock lock(mutex);
         wakeAt = count;
         return landed.wait_until(lock, deadline, [&] { return onTheirWay <= count; });

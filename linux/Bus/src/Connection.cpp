@@ -46,6 +46,7 @@ Result<std::shared_ptr<Connection>> Connection::openAndWait(std::shared_ptr<Loop
                             },
                             nullptr});
     auto future = outcome->get_future();
+    Loop::aboutToWait();
     if (future.wait_for(limit + kSlack) != std::future_status::ready) {
         return Error{error::kTimeout, "nobody is left to open it"};
     }
@@ -77,20 +78,39 @@ Message ConnectionCore::newSignal(const std::string& path, const std::string& in
 }
 
 Connection::Reply Connection::callAndWait(Message message, Deadline deadline) {
-    // Owned by the handler alone: when nobody will call it any more, nobody waits.
-    auto promise = std::make_shared<std::promise<Reply>>();
-    std::future<Reply> answer = promise->get_future();
-    const CallId id = call(std::move(message), deadline,
-                           [promise = std::move(promise)](const Reply& reply) { promise->set_value(reply); });
-    if (answer.wait_until(deadline + kSlack) != std::future_status::ready) {
-        cancel(id);
-        return Error{error::kTimeout, "No answer in time"};
+    std::vector<Message> one;
+    one.push_back(std::move(message));
+    return std::move(callAndWait(std::move(one), deadline).front());
+}
+
+std::vector<Connection::Reply> Connection::callAndWait(std::vector<Message> messages, Deadline deadline) {
+    std::vector<std::pair<CallId, std::future<Reply>>> calls;
+    calls.reserve(messages.size());
+    for (Message& message : messages) {
+        // Owned by the handler alone: when nobody will call it any more, nobody waits.
+        auto promise = std::make_shared<std::promise<Reply>>();
+        std::future<Reply> answer = promise->get_future();
+        const CallId id =
+            call(std::move(message), deadline,
+                 [promise = std::move(promise)](const Reply& reply) { promise->set_value(reply); });
+        calls.emplace_back(id, std::move(answer));
     }
-    try {
-        return answer.get();
-    } catch (const std::future_error&) {
-        return Error{error::kDisconnected, "The connection has ended"};
+    Loop::aboutToWait();
+    std::vector<Reply> replies;
+    replies.reserve(calls.size());
+    for (auto& [id, answer] : calls) {
+        if (answer.wait_until(deadline + kSlack) != std::future_status::ready) {
+            cancel(id);
+            replies.emplace_back(Error{error::kTimeout, "No answer in time"});
+            continue;
+        }
+        try {
+            replies.push_back(answer.get());
+        } catch (const std::future_error&) {
+            replies.emplace_back(Error{error::kDisconnected, "The connection has ended"});
+        }
     }
+    return replies;
 }
 
 void Connection::askOwner(const std::string& name,

@@ -37,8 +37,13 @@ void Loop::Core::hand(Lane::State& lane, Task&& task) {
         return;
     }
     lane.tasks.push_back(std::move(task));
-    // Who is in the loop looks after the first itself when it leaves; and who begins one wakes the next.
-    if (tHere.inLoop == this ? ++handedOver == 2 : lane.mayBegin()) {
+    if (tHere.inLoop != this && !keeps() && lane.mayBegin()) {
+        wakeOne();  // else this thread sees it itself
+    }
+}
+
+void Loop::Core::wakeForTasks() {
+    if (std::any_of(lanes.begin(), lanes.end(), [](const auto& lane) { return lane->mayBegin(); })) {
         wakeOne();
     }
 }
@@ -55,8 +60,10 @@ bool Loop::Core::runTask(Lock& lock) {
     lane->tasks.pop_front();
     ++lane->running;
     ++running;
-    if (std::any_of(lanes.begin(), lanes.end(), [](const auto& other) { return other->mayBegin(); })) {
-        wakeOne();
+    if (keeps()) {
+        limitKeeping();
+    } else {
+        wakeForTasks();
     }
     lock.unlock();
     tHere.inLane = lane.get();

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <exception>
 #include <system_error>
@@ -20,14 +19,14 @@ namespace cmn::bus {
 
 namespace {
 
-// What the sets report; the others in the inner set are watches.
-constexpr std::uint64_t kTimer = 0;
-constexpr std::uint64_t kInner = 1;
-constexpr std::uint64_t kWaker = 2;
-
 int Control(int set, int operation, int descriptor, std::uint32_t events, std::uint64_t id) {
     epoll_event event{events, {.u64 = id}};
     return epoll_ctl(set, operation, descriptor, &event);
+}
+
+timespec ToTimespec(std::chrono::nanoseconds time) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    return {seconds.count(), (time - seconds).count()};
 }
 
 void RunNoThrow(const Loop::Task& task) {
@@ -50,14 +49,19 @@ Descriptor::~Descriptor() {
     ::close(value_);
 }
 
-Loop::Core::Core()
+Loop::Core::Core(std::chrono::nanoseconds patienceWithTasks)
     : outer(epoll_create1(EPOLL_CLOEXEC)),
       inner(epoll_create1(EPOLL_CLOEXEC)),
       waker(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      timer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
+      listenerWaker(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      timer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
+      patienceTimer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
+      patience(patienceWithTasks) {
     if (Control(inner, EPOLL_CTL_ADD, timer, EPOLLIN | EPOLLET, kTimer) < 0 ||
+        Control(inner, EPOLL_CTL_ADD, listenerWaker, EPOLLIN | EPOLLET, kWaker) < 0 ||
         Control(outer, EPOLL_CTL_ADD, inner, EPOLLIN | EPOLLONESHOT, kInner) < 0 ||
-        Control(outer, EPOLL_CTL_ADD, waker, EPOLLIN | EPOLLET, kWaker) < 0) {
+        Control(outer, EPOLL_CTL_ADD, waker, EPOLLIN | EPOLLET, kWaker) < 0 ||
+        Control(outer, EPOLL_CTL_ADD, patienceTimer, EPOLLIN | EPOLLET, kPatienceTimer) < 0) {
         throw std::system_error(errno, std::generic_category(), "descriptors of a loop");
     }
 }
@@ -76,25 +80,92 @@ void Loop::Core::run() {
     while (!stopped) {
         if (!inLoop && (heard || !posted.empty())) {
             turn(lock);
-        } else if (!runTask(lock)) {
+        } else if (runTask(lock)) {
+            continue;
+        } else if (keeps() && !inLoop) {
+            listen(lock);
+        } else {
+            giveBack();
             wait(lock);
         }
     }
     leave(lock);
 }
 
+void Loop::Core::listen(Lock& lock) {
+    listening = true;
+    lock.unlock();
+    const int count = epoll_wait(inner, heardOf.data(), static_cast<int>(heardOf.size()), -1);
+    lock.lock();
+    listening = wakingListener = false;
+    heardOfCount = std::max(count, 0);
+    heard = true;
+    if (inLoop) {
+        keeper = nullptr;  // that one hears it
+    }
+}
+
 void Loop::Core::wait(Lock& lock) {
+    ++idle;
     lock.unlock();
     epoll_event event{};
     const bool told = epoll_wait(outer, &event, 1, -1) == 1;
     lock.lock();
-    heard = heard || (told && event.data.u64 == kInner);
-    waking = waking && (!told || event.data.u64 != kWaker);
+    --idle;
+    if (!told) {
+        return;
+    }
+    heard = heard || event.data.u64 == kInner;
+    waking = waking && event.data.u64 != kWaker;
+    if (event.data.u64 == kPatienceTimer) {
+        keptForLong();
+    }
 }
 
-// A thread that waits: it looks after whatever there is. All of them, once the loop has stopped.
+// --- Who listens
+
+bool Loop::Core::keeps() const {
+    return keeper == &tHere;
+}
+
+void Loop::Core::giveBack() {
+    if (keeps()) {
+        keeper = nullptr;
+        Control(outer, EPOLL_CTL_MOD, inner, EPOLLIN | EPOLLONESHOT, kInner);
+        wakeForTasks();
+    }
+}
+
+// While this thread runs a task. The timer is not stopped when that has ended: mostly another one follows.
+void Loop::Core::limitKeeping() {
+    if (std::exchange(isLimited, true)) {
+        return;
+    }
+    limitedAt = looks;
+    const itimerspec spec{{}, ToTimespec(patience)};
+    timerfd_settime(patienceTimer, 0, &spec, nullptr);
+}
+
+void Loop::Core::keptForLong() {
+    isLimited = false;
+    if (keeper == nullptr || listening) {
+        return;
+    }
+    if (looks != limitedAt || inLoop) {
+        limitKeeping();  // it has looked since
+    } else {
+        keeper = &tHere;
+        giveBack();
+    }
+}
+
+// A thread that waits: it looks after whatever there is. Rather one that does not listen.
 void Loop::Core::wakeOne() {
-    if (!std::exchange(waking, true) || stopped) {
+    if (idle == 0 && listening) {
+        if (!std::exchange(wakingListener, true)) {
+            eventfd_write(listenerWaker, 1);
+        }
+    } else if (!std::exchange(waking, true)) {
         eventfd_write(waker, 1);
     }
 }
@@ -121,29 +192,27 @@ void Loop::Core::leave(Lock& lock) {
 void Loop::Core::turn(Lock& lock) {
     inLoop = true;
     tHere.inLoop = this;
-    bool listens = true;
     while (!stopped && (heard || !posted.empty())) {
         if (std::exchange(heard, false)) {
-            listens = false;
+            keeper = &tHere;
+            ++looks;
             hear(lock);
         }
         runPosted(lock);
     }
-    if (!listens) {
-        Control(outer, EPOLL_CTL_MOD, inner, EPOLLIN | EPOLLONESHOT, kInner);
-    }
     tHere.inLoop = nullptr;
     inLoop = false;
-    handedOver = 0;
 }
 
 void Loop::Core::hear(Lock& lock) {
-    std::array<epoll_event, 16> events{};  // what is left is told again
-    lock.unlock();
-    const int count = epoll_wait(inner, events.data(), static_cast<int>(events.size()), 0);
-    lock.lock();
+    int count = std::exchange(heardOfCount, 0);
+    if (count == 0) {
+        lock.unlock();
+        count = epoll_wait(inner, heardOf.data(), static_cast<int>(heardOf.size()), 0);
+        lock.lock();
+    }
     for (int i = 0; i < count; ++i) {
-        const std::uint64_t id = events.at(static_cast<std::size_t>(i)).data.u64;
+        const std::uint64_t id = heardOf.at(static_cast<std::size_t>(i)).data.u64;
         if (id == kTimer) {
             runTimers(lock);
         } else if (const auto watch = watches.find(id); watch != watches.end()) {
@@ -194,14 +263,13 @@ void Loop::Core::setTimer() {
     }
     const auto time = timerSet = timers.begin()->first.first;
     const auto since = std::max<Clock::duration>(time.time_since_epoch(), std::chrono::nanoseconds(1));
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
-    const itimerspec spec{{}, {seconds.count(), std::chrono::nanoseconds(since - seconds).count()}};
+    const itimerspec spec{{}, ToTimespec(since)};
     timerfd_settime(timer, TFD_TIMER_ABSTIME, &spec, nullptr);
 }
 
 // --- From any thread
 
-Loop::Loop() : core_(std::make_shared<Core>()) {
+Loop::Loop(std::chrono::nanoseconds patience) : core_(std::make_shared<Core>(patience)) {
     core_->addThread();
 }
 
@@ -213,9 +281,19 @@ void Loop::post(Task task) {
     const std::lock_guard lock(core_->mutex);
     if (!core_->stopped) {
         core_->posted.push_back(std::move(task));
+        if (tHere.inLoop != core_.get()) {
+            core_->giveBack();  // who asks for something may wait for it
+        }
         if (!core_->inLoop) {
             core_->wakeOne();
         }
+    }
+}
+
+void Loop::aboutToWait() {
+    if (auto* const core = static_cast<Core*>(tHere.loop)) {
+        const std::lock_guard lock(core->mutex);
+        core->giveBack();
     }
 }
 
@@ -263,8 +341,10 @@ void Loop::stop() {
             return;
         }
         threads.swap(core_->threads);
-        Control(core_->outer, EPOLL_CTL_MOD, core_->waker, EPOLLIN, kWaker);
-        core_->wakeOne();
+        // All of them.
+        Control(core_->outer, EPOLL_CTL_MOD, core_->waker, EPOLLIN, Core::kWaker);
+        eventfd_write(core_->waker, 1);
+        eventfd_write(core_->listenerWaker, 1);
     }
     for (std::thread& thread : threads) {
         if (tHere.loop == core_.get()) {

@@ -68,7 +68,7 @@ class BusChannel : public XPCConnection,
     const std::shared_ptr<SerialQueue>& queue() const { return queue_; }
 
  private:
-    void finish(const ServiceRequest& request, const bus::Connection::Reply& reply) const;
+    void finish(const ServiceRequest& request, bus::Connection::Reply reply) const;
     void logFailure(const bus::Question& question, std::string_view why) const;
     RemoteError toRemoteError(const bus::Error& error) const;
 

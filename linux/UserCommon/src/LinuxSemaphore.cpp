@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "linux_bus/Loop.h"
+
 namespace cmn {
 
 namespace {
@@ -30,6 +32,7 @@ void LinuxSemaphore::signal() {
 }
 
 bool LinuxSemaphore::wait(std::chrono::nanoseconds timeout) {
+    bus::Loop::aboutToWait();
     std::unique_lock lock(room_->mutex_);
     if (count_ <= 0 && timeout.count() > 0) {
         const auto limited = std::min<std::chrono::nanoseconds>(timeout, kLongestWait);

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "linux_bus/Loop.h"
 #include "linux_bus/Message.h"
@@ -113,6 +114,8 @@ class Connection {
     virtual void failAll(const Error& error) = 0;
     // The calling thread waits, which must not be the loop's.
     Reply callAndWait(Message message, Deadline deadline);
+    // All are sent before one is answered; the answers are in their order.
+    std::vector<Reply> callAndWait(std::vector<Message> messages, Deadline deadline);
     // Sends what wants no answer. False when the connection cannot take it.
     virtual bool send(const Message& message) = 0;
 

@@ -54,9 +54,10 @@ struct ServiceRequest {
     std::shared_ptr<const ServiceDescription> interface;
     const ServiceMethod* method = nullptr;
     std::function<bool(bus::Message&)> write;  // the arguments; false when they are too large
-    // Reads the answer; an error when it is not what was asked for. It or `onError` is called once, on the
-    // private queue, unless the caller's deadline passes or the connection object is destroyed before.
-    std::function<std::optional<bus::Error>(const bus::Message&)> onReply;
+    // Reads the answer, which it may let go of; an error when it is not what was asked for. It or `onError`
+    // is called once, on the private queue, unless the caller's deadline passes or the connection object is
+    // destroyed before.
+    std::function<std::optional<bus::Error>(bus::Message&)> onReply;
     RemoteErrorHandler onError;
     bus::Deadline deadline = bus::Deadline::max();  // the caller's
 };

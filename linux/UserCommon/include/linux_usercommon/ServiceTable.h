@@ -230,11 +230,12 @@ class RemoteObject {
         using Out = typename detail::MemberParts<decltype(Member)>::Out;
         const std::size_t mostBytes = TableOf<Service>().template method<Member>().mostAnswerBytes;
         send<Member>(
-            [reply = std::move(reply), mostBytes](const bus::Message& answer) -> std::optional<bus::Error> {
+            [reply = std::move(reply), mostBytes](bus::Message& answer) -> std::optional<bus::Error> {
                 auto value = answer.readOne<Out>(mostBytes);
                 if (!value) {
                     return value.error();
                 }
+                answer = {};  // its memory may be wanted
                 if (reply) {
                     reply(std::move(*value));
                 }
