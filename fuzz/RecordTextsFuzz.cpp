@@ -49,16 +49,17 @@ FilterValue ValueFrom(FuzzedDataProvider& input) {
 }
 
 void CheckReadings(const std::string& text) {
-    const FilterValue value(text);
+    const FilterRecord record(cmn::ScanRecord{{kFilterNameKey, text}});
     const std::int64_t expected = std::strtoll(text.c_str(), nullptr, 10);
-    Check(IntegerValue(value) == expected);
-    Check(IntValue(value) == std::clamp<std::int64_t>(expected, std::numeric_limits<std::int32_t>::min(),
-                                                      std::numeric_limits<std::int32_t>::max()));
+    Check(record.integerValue(kFilterNameKey) == expected);
+    Check(record.intValue(kFilterNameKey) ==
+          std::clamp<std::int64_t>(expected, std::numeric_limits<std::int32_t>::min(),
+                                   std::numeric_limits<std::int32_t>::max()));
     // Not the C library's other forms: hexadecimal, "inf", "nan".
     if (text.find_first_of("xXiInN") == std::string::npos) {
-        Check(DoubleValue(value) == std::strtod(text.c_str(), nullptr));
+        Check(record.doubleValue(kFilterNameKey) == std::strtod(text.c_str(), nullptr));
     }
-    Check(Description(value) == text);
+    Check(record.description(kFilterNameKey) == text);
 }
 
 }  // namespace
@@ -75,16 +76,18 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
                 values[key] = ValueFrom(input);
             }
         }
-        records.emplace_back(std::move(values));
+        records.emplace_back(values);
     }
     for (const FilterRecord& record : records) {
         FilterCost(record);
         FilterCount(record);
         for (const auto& [key, value] : record.values()) {
-            IntValue(value);
-            IntegerValue(value);
-            BoolValue(value);
-            CostText(DoubleValue(value));
+            record.intValue(key);
+            record.integerValue(key);
+            record.boolValue(key);
+            const FilterRecord alone(std::map<std::string, FilterValue>{{key, value}});
+            Check(record.description(key) == alone.description(key));
+            CostText(record.doubleValue(key));
         }
     }
     const FilterTotals totals = TotalsOf(records);

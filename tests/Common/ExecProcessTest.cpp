@@ -1,17 +1,22 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <malloc.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <new>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "Failures.h"
 #include "OwnProcess.h"
@@ -160,6 +165,16 @@ TEST_F(ExecProcessTest, LeavesNoChildBehindWhenItsOutputDoesNotFitIntoMemory) {
     EXPECT_EQ(fake::AnswerInChild([] {
                   const rlimit little{400 << 20, 400 << 20};
                   setrlimit(RLIMIT_AS, &little);
+                  // None is left that large but one, which the start of the program needs. A pool of the
+                  // allocator would not give it back.
+                  constexpr std::size_t kLarge = std::size_t{256} * 1024;
+                  mallopt(M_MMAP_THRESHOLD, kLarge / 2);
+                  void* const one = mmap(nullptr, kLarge, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+                  std::vector<std::unique_ptr<char[]>> taken;  // NOLINT(modernize-avoid-c-arrays)
+                  taken.reserve(10'000);
+                  while (char* const block = new (std::nothrow) char[kLarge])
+                      taken.emplace_back(block);
+                  munmap(one, kLarge);
                   try {
                       // The first line never ends, and the program would go on without an output, too.
                       Shell("trap '' PIPE; tr '\\0' x </dev/zero; exec sleep 1000");
@@ -169,6 +184,67 @@ TEST_F(ExecProcessTest, LeavesNoChildBehindWhenItsOutputDoesNotFitIntoMemory) {
                   return std::string("had memory");
               }),
               "left no child");
+}
+
+// What a command that would never end has written when it is ended.
+std::string OutputOfEndless(const std::string& command, std::chrono::milliseconds deadline) {
+    return ExecProcess("/bin/sh", {"-c", command}, true, deadline);
+}
+
+TEST_F(ExecProcessTest, ProgramThatDoesNotEndIsEndedWithThoseThatItStarted) {
+    const fake::TemporaryFolder folder;
+    const std::filesystem::path gate = folder / "gate";
+    ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
+    // Both hold the gate open.
+    const std::string command = "exec 3<>" + gate.string() + "; echo out; sleep 1000 & sleep 1000";
+    EXPECT_EQ(OutputOfEndless(command, std::chrono::milliseconds(500)), "out\n");
+    EXPECT_FALSE(HasChild());
+    EXPECT_TRUE(log_.contains("ExecProcess -- /bin/sh -c " + command + " -- was ended: it took too long"));
+    EXPECT_EQ(log_.count("[ WARN]"), 1U);
+    EXPECT_TRUE(log_.contains(command + " -- (9) -- out"));
+    // When nobody has it open for reading any more, it cannot be opened for writing.
+    int writable = 0;
+    for (int i = 0; i < 2000 && writable >= 0; ++i) {
+        writable = open(gate.c_str(), O_WRONLY | O_NONBLOCK);
+        if (writable >= 0) {
+            close(writable);
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+    EXPECT_LT(writable, 0) << "somebody still runs";
+}
+
+TEST_F(ExecProcessTest, ProgramThatClosesItsOutputAndStaysIsEnded) {
+    const std::string command = "echo out; exec >&- 2>&-; exec sleep 1000";
+    EXPECT_EQ(OutputOfEndless(command, std::chrono::milliseconds(500)), "out\n");
+    EXPECT_FALSE(HasChild());
+    EXPECT_TRUE(log_.contains(command + " -- was ended: it took too long"));
+}
+
+TEST_F(ExecProcessTest, ProgramWhoseHeirKeepsItsOutputIsNotWaitedForLongerThanTheDeadline) {
+    EXPECT_EQ(OutputOfEndless("echo out; sleep 1000 & exit 3", std::chrono::milliseconds(500)), "out\n");
+    EXPECT_TRUE(log_.contains("-- was ended: it took too long"));
+    EXPECT_TRUE(log_.contains("exit 3 -- (3) -- out")) << "its own status";
+}
+
+TEST_F(ExecProcessTest, ProgramThatFloodsItsOutputIsEnded) {
+    const auto output = OutputOfEndless("exec tr '\\0' x </dev/zero", std::chrono::minutes(10));
+    EXPECT_GT(output.size(), 1U << 20);
+    EXPECT_LT(output.size(), 2U << 20);
+    EXPECT_TRUE(log_.contains("-- was ended: it wrote too much"));
+    EXPECT_FALSE(HasChild());
+}
+
+TEST_F(ExecProcessTest, ProgramThatWritesWithoutEndIsEndedAtTheDeadline) {
+    const auto output =
+        OutputOfEndless("while :; do echo out; sleep 0.01; done", std::chrono::milliseconds(300));
+    EXPECT_THAT(output, StartsWith("out\nout\n"));
+    EXPECT_TRUE(log_.contains("-- was ended: it took too long"));
+}
+
+TEST_F(ExecProcessTest, NothingIsSaidOfAProgramThatEndsInTime) {
+    EXPECT_EQ(OutputOfEndless("echo out", std::chrono::minutes(1)), "out\n");
+    EXPECT_EQ(log_.count("was ended"), 0U);
 }
 
 class IgnoredChildSignal {

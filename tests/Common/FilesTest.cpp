@@ -100,6 +100,9 @@ TEST_F(FilesTest, ReportsFilesThatCannotBeReadOrWritten) {
 TEST_F(FilesTest, ReportsAFullDisk) {
     const std::string full = " (/dev/full) Error: " + std::string(std::strerror(ENOSPC));
     EXPECT_EQ(FailureOf([&] { cmn::StrToFile("x", "/dev/full"); }), "[StrToFile] Can't write" + full);
+    const auto stream = cmn::BinToStream({'x'});
+    EXPECT_EQ(FailureOf([&] { cmn::StreamToFile(*stream, "/dev/full"); }),
+              "[StreamToFile] Can't write" + full);
     const std::string large(1 << 20, 'x');
     EXPECT_EQ(FailureOf([&] { cmn::BinToFile(large.data(), large.size(), "/dev/full"); }),
               "[BinToFile] Can't write" + full);

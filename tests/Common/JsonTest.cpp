@@ -251,7 +251,8 @@ TEST(JsonReaderTest, ConvertsStringsInUnsignedFields) {
     EXPECT_EQ(ReadOne("big", R"("9223372036854775808")").big, 9'223'372'036'854'775'808U);
     EXPECT_EQ(ReadOne("big", R"("18446744073709551615")").big, std::numeric_limits<std::uint64_t>::max());
     EXPECT_EQ(ReadOne("big", R"("12abc")").big, 12U);
-    EXPECT_THROW(ReadOne("big", R"("abc")"), std::invalid_argument);
+    for (const char* const none : {R"("abc")", R"("-a")"})
+        EXPECT_THROW(ReadOne("big", none), std::invalid_argument) << none;
     EXPECT_THROW(ReadOne("big", R"("")"), std::invalid_argument);
     EXPECT_THROW(ReadOne("big", R"("18446744073709551616")"), std::out_of_range);
 }
@@ -343,6 +344,30 @@ TEST(JsonToObjectTest, AnotherShapeIsReportedWithTheTextUntouched) {
         EXPECT_EQ(FailureOf([&] { Read(text); }), kWrongShape) << text;
 }
 
+TEST(JsonToObjectTest, EveryReportHasTheTextAsItCame) {
+    const std::string nul(1, '\0');
+    const std::string open(1'000, '[');
+    const std::string close(1'000, ']');
+    const std::string texts[] = {R"({"list": ["a", "", "b;c"], "text": 1})",
+                                 R"({"list": ["a", "", "b;c"], "text": "d" )",
+                                 R"({"list": ["a", "b"], "text": "d)",
+                                 R"({"list": ["\"", "b"], "text": 1})",
+                                 R"({"list": ["\u0041", "b"], "text)",
+                                 R"({"list": ["a"], "text": 1})" + nul + "\"rest\"",
+                                 R"({"list": ["a"], )" + nul + R"("text": "b"})",
+                                 R"({"list": ["a"], "text": )" + open + close + "}",
+                                 R"({"list": ["a"], "unknown": )" + open + R"("b")" + close + "\"",
+                                 R"({"list": ["\n"], "unknown": )" + open + R"("b")" + close + "\""};
+    for (const auto& text : texts) {
+        try {
+            Read(text);
+            ADD_FAILURE() << text;
+        } catch (const JsonException& e) {
+            EXPECT_EQ(*boost::get_error_info<tag_json_data>(e), text);
+        }
+    }
+}
+
 TEST(JsonToObjectTest, DeepNestingEndsInAnErrorOrARecordButNeverInACrash) {
     const std::string open(1'000'000, '[');
     const std::string close(1'000'000, ']');
@@ -363,6 +388,7 @@ TEST(JsonToObjectTest, KeepsTextsThatLieBeforeDeepNesting) {
     const std::string open(1'000, '[');
     const std::string close(1'000, ']');
     EXPECT_EQ(Read(R"({"text": "a\n\"b", "unknown": )" + open + close + "}").text, "a\n\"b");
+    EXPECT_EQ(Read(R"({"text": "ab", "unknown": )" + open + close + "}").text, "ab");
 }
 
 TEST(JsonToObjectTest, ReadsBytes) {

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "common/LogFile.h"
+#include "common/LogRing.h"
 #include "common/fs.h"
 #include "support/FileSizeLimit.h"
 #include "support/InThreads.h"
@@ -281,6 +282,16 @@ TEST_F(LogRingTest, AFileThatIsStartedAnewBeginsWithoutAnEmptyLine) {
     pass("line");
     EXPECT_EQ(content(0), "line\n");
     EXPECT_EQ(*echoed_, " room\n");
+}
+
+TEST_F(LogRingTest, TheEndThatATornLineGetsIsNothingOfTheNextText) {
+    CapturingOutput output(echoed_, 1);
+    cmn::LogRing ring(output);
+    ring.setStem(stem());
+    EXPECT_EQ(ring.write("\nab\n"), 1U);
+    EXPECT_EQ(ring.write("\nc\n"), 0U);
+    EXPECT_EQ(ring.write("\nc\n"), 1U);
+    EXPECT_EQ(content(0), "a\nc");
 }
 
 TEST_F(LogRingTest, WritesThroughNoLink) {

@@ -165,6 +165,14 @@ TEST(RedactionOfUuidsTest, OneIsTheSameInEverySpelling) {
               "a <uuid-1> b {<uuid-1>} c <uuid-1> d <uuid-1> e");
 }
 
+TEST_F(RedactionTest, AUuidThatIsKnownIsTheSameInEverySpelling) {
+    redaction.addSecret(SecretKind::uuid, "6f9619ff-8b86-d011-b42d-00c04fc964ff");
+    redaction.addSecret(SecretKind::uuid, "{7f9619ff-8b86-d011-b42d-00c04fc964ff}");
+    EXPECT_EQ(redaction.text("a 6f9619ff-8b86-d011-b42d-00c04fc964ff b 6f9619ff8b86d011b42d00c04fc964ff "
+                             "c {7F9619FF-8B86-D011-B42D-00C04FC964FF} d 7f9619ff8b86d011b42d00c04fc964ff"),
+              "a <uuid-1> b <uuid-1> c <uuid-2> d <uuid-2>");
+}
+
 TEST(RedactionKeepsTest, WhatSaysNothingAboutAnybody) {
     for (const char* const text :
          {"The application with process id 4711 does not answer", "Starting TessarinUserAgent 1.0.0",
@@ -282,6 +290,20 @@ TEST_F(RedactionTest, ASecretThatGoesOnInTheNextLineOfAMessageIsFound) {
     redaction.addSecret(SecretKind::password, "correct horse");
     EXPECT_EQ(redaction.log(Line("a.cpp:1 f -- said correct\nhorse and more")),
               Line("a.cpp:1 f -- said <password-1> and more"));
+}
+
+TEST_F(RedactionTest, ASecretIsFoundWhoseBeginningReadsAsTheEndOfAnEscape) {
+    redaction.addSecret(SecretKind::password, "correct horse");
+    EXPECT_EQ(redaction.text("said \\x1correct horse and more"), "said \\x1<password-1> and more");
+    EXPECT_EQ(redaction.text("said %5cx1correct horse and more"), "said %5cx1<password-1> and more");
+    EXPECT_EQ(redaction.text("said %20correct horse, \\u00correct horse"),
+              "said %20<password-1>, \\u00<password-1>");
+}
+
+TEST_F(RedactionTest, WhatIsKeptStaysBesideEscapesThatWereNone) {
+    redaction.addSecret(SecretKind::user, "tessarin");
+    redaction.keep("com.tessarin.agent");
+    EXPECT_EQ(redaction.text("of com.tessarin.agent, \\x1f"), "of com.tessarin.agent, \\x1f");
 }
 
 TEST(RedactionOfLogTest, WhatOnlyLooksLikeAPlaceIsText) {

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -28,6 +29,11 @@ using testing::IsEmpty;
 using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
+testing::Matcher<std::string> Line(const std::string& tag, const std::string& message) {
+    return AllOf(StartsWith(tag + " ["), HasSubstr(" traverse.cpp:"),
+                 EndsWith(" TraverseDirectoryNoThrow -- " + message));
+}
+
 class TraverseTest : public testing::Test {
  protected:
     void makeFiles(const std::vector<std::string>& names) {
@@ -45,17 +51,25 @@ class TraverseTest : public testing::Test {
             keepRunning_, skip, extensions);
         return names;
     }
+    // Though the callback fails for one of two files.
+    void expectWalkPast(const std::function<void()>& fail, const std::string& words) {
+        makeFiles({"a", "b"});
+        int calls = 0;
+        cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path& path) {
+            ++calls;
+            if (path.filename() == "a")
+                fail();
+        });
+        EXPECT_EQ(calls, 2);
+        EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Accessing to [" + (root_ / "a").string() +
+                                                                  "] delegate throws - " + words)));
+    }
 
     const fake::TemporaryFolder folder_;
     const fs::path root_ = folder_ / "root";
     std::atomic<bool> keepRunning_ = true;
     fake::LogCapture log_;
 };
-
-testing::Matcher<std::string> Line(const std::string& tag, const std::string& message) {
-    return AllOf(StartsWith(tag + " ["), HasSubstr(" traverse.cpp:"),
-                 EndsWith(" TraverseDirectoryNoThrow -- " + message));
-}
 
 // The only line: that an entry could not be accessed.
 auto OnlyFailed(const fs::path& entry, const std::string& how, int error) {
@@ -157,12 +171,13 @@ TEST_F(TraverseTest, SkipsWhateverBeginsLikeASkippedFolder) {
 }
 
 TEST_F(TraverseTest, FiltersByTheEndOfThePathWhateverTheCase) {
-    makeFiles({"a.txt", "b.TXT", "c.Doc", "d.txt2", "txt", "e.tar.gz", "f"});
+    makeFiles({"a.txt", "b.TXT", "c.Doc", "d.txt2", "txt", "e.tar.gz", "f", "g.AZ"});
     EXPECT_THAT(walk({}, {".txt", ".DOC"}), UnorderedElementsAre("a.txt", "b.TXT", "c.Doc"));
     EXPECT_THAT(walk({}, {".tar.gz"}), UnorderedElementsAre("e.tar.gz"));
     EXPECT_THAT(walk({}, {"txt"}), UnorderedElementsAre("a.txt", "b.TXT", "txt"));
+    EXPECT_THAT(walk({}, {".az"}), UnorderedElementsAre("g.AZ"));
     EXPECT_THAT(walk({}, {".none"}), IsEmpty());
-    EXPECT_EQ(walk({}, {""}).size(), 7U);
+    EXPECT_EQ(walk({}, {""}).size(), 8U);
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
@@ -211,16 +226,7 @@ TEST_F(TraverseTest, PassesOverWhatIsNoFile) {
 }
 
 TEST_F(TraverseTest, ErrorOfTheCallbackIsLoggedAndTheWalkGoesOn) {
-    makeFiles({"a", "b"});
-    int calls = 0;
-    cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path& path) {
-        ++calls;
-        if (path.filename() == "a")
-            throw std::runtime_error("its {} text");
-    });
-    EXPECT_EQ(calls, 2);
-    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Accessing to [" + (root_ / "a").string() +
-                                                              "] delegate throws - its {} text")));
+    expectWalkPast([] { throw std::runtime_error("its {} text"); }, "its {} text");
 }
 
 TEST_F(TraverseTest, ANameForgesNoLine) {
@@ -231,16 +237,7 @@ TEST_F(TraverseTest, ANameForgesNoLine) {
 }
 
 TEST_F(TraverseTest, UnknownErrorOfTheCallbackIsLoggedAndTheWalkGoesOn) {
-    makeFiles({"a", "b"});
-    int calls = 0;
-    cmn::TraverseDirectoryNoThrow(root_, [&](const fs::path& path) {
-        ++calls;
-        if (path.filename() == "b")
-            throw 1;
-    });
-    EXPECT_EQ(calls, 2);
-    EXPECT_THAT(log_.lines(), ElementsAre(Line("[ERROR]", "Accessing to [" + (root_ / "b").string() +
-                                                              "] delegate throws - unknown exception")));
+    expectWalkPast([] { throw 1; }, "unknown exception");
 }
 
 TEST_F(TraverseTest, SurvivesFilesAndFoldersThatVanishMeanwhile) {

@@ -9,9 +9,6 @@ namespace cmn {
 
 namespace {
 
-// An escape of an escape of an escape is nothing that a program writes.
-constexpr int kMostPasses = 4;
-
 std::optional<unsigned> HexNumber(std::string_view text, std::size_t at, std::size_t digits) {
     unsigned value = 0;
     if (at + digits > text.size())
@@ -49,12 +46,12 @@ std::size_t Utf16Escape(std::string_view text, std::size_t at, std::string& deco
 
 }  // namespace
 
-DecodedText::DecodedText(std::string_view source) : bytes(source) {
+DecodedText::DecodedText(std::string_view source, int mostPasses) : bytes(source) {
     origins.reserve(bytes.size());
     for (std::size_t i = 0; i < bytes.size(); ++i)
         origins.push_back({i, i + 1, false});
-    for (int pass = 0; pass < kMostPasses && decodeOnce(); ++pass) {
-    }
+    while (passes < mostPasses && decodeOnce())
+        ++passes;
 }
 
 // How many bytes the escape at that place has; 0 when there is none.

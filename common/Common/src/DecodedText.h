@@ -8,7 +8,8 @@
 namespace cmn {
 
 // A text as it reads without its escapes (%2f, \x2f, \u002f, \/), also those of escapes, and where each of
-// its bytes comes from. What looks like an escape and was none does no harm: it is only looked at.
+// its bytes comes from. What looks like an escape may be none: then a text with fewer passes tells what it
+// hides.
 struct DecodedText {
     struct Origin {
         std::size_t begin = 0;  // in the source
@@ -16,10 +17,14 @@ struct DecodedText {
         bool escaped = false;
     };
 
-    explicit DecodedText(std::string_view source);
+    // An escape of an escape of an escape is nothing that a program writes.
+    static constexpr int kMostPasses = 4;
+
+    explicit DecodedText(std::string_view source, int mostPasses = kMostPasses);
 
     std::string bytes;
     std::vector<Origin> origins;  // of each byte
+    int passes = 0;               // that changed something
 
  private:
     bool decodeOnce();

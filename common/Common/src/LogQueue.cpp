@@ -12,8 +12,11 @@ constexpr std::size_t kChunkLines = 1'024;
 }  // namespace
 
 LogQueue::Chunk::Chunk(std::size_t lineCount, std::size_t textSize) {
-    lines.reserve(lineCount);
-    texts.reserve(textSize);
+    // Filled once: else every thirtieth call would wait for the system to give it a page.
+    lines.resize(lineCount);
+    texts.resize(textSize);
+    lines.clear();
+    texts.clear();
 }
 
 bool LogQueue::Chunk::isOrdinary() const {

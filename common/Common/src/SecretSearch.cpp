@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <boost/algorithm/string/case_conv.hpp>
+#include <iterator>
 #include <locale>
 #include <system_error>
 #include <utility>
@@ -120,7 +121,8 @@ bool IsKey(std::string_view word) {
 
 }  // namespace
 
-SecretSearch::SecretSearch(std::string_view source, const KnownTexts& known) : text_(source), known_(known) {}
+SecretSearch::SecretSearch(std::string_view source, const KnownTexts& known, int mostPasses)
+    : source_(source), text_(source, mostPasses), known_(known) {}
 
 std::vector<FoundSecret> SecretSearch::find(std::optional<SecretKind> opening) {
     const std::size_t size = text_.bytes.size();
@@ -136,13 +138,42 @@ std::vector<FoundSecret> SecretSearch::find(std::optional<SecretKind> opening) {
             taken_ = at + 1;
         }
     }
+    // What looked like an escape and was none may have taken the beginning of a secret.
+    for (int passes = 0; passes < text_.passes; ++passes)
+        SecretSearch(source_, known_, passes).addKnownTo(found_);
     return std::move(found_);
 }
 
+FoundSecret SecretSearch::foundAt(std::size_t begin, const Match& match) const {
+    return {text_.origins[begin].begin, text_.origins[match.end - 1].end, match.kind, match.text};
+}
+
+// Those that are not within one of `found`.
+void SecretSearch::addKnownTo(std::vector<FoundSecret>& found) const {
+    std::vector<FoundSecret> more;
+    auto next = found.cbegin();
+    for (std::size_t at = 0; at < text_.bytes.size();) {
+        const std::size_t kept = keptAt(at);
+        const auto match = kept > 0 ? std::nullopt : knownAt(at);
+        if (!match) {
+            at += std::max<std::size_t>(kept, 1);
+            continue;
+        }
+        FoundSecret secret = foundAt(at, *match);
+        at = match->end;
+        next = std::find_if(next, found.cend(),
+                            [&](const FoundSecret& other) { return other.end >= secret.end; });
+        if (next == found.cend() || next->begin > secret.begin)
+            more.push_back(std::move(secret));
+    }
+    found.insert(found.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
+    std::stable_sort(found.begin(), found.end(), [](const FoundSecret& left, const FoundSecret& right) {
+        return left.begin < right.begin;
+    });
+}
+
 void SecretSearch::take(std::size_t begin, const Match& match) {
-    const auto& first = text_.origins[begin];
-    const auto& last = text_.origins[match.end - 1];
-    found_.push_back({first.begin, last.end, match.kind, match.text});
+    found_.push_back(foundAt(begin, match));
     matchEnd_ = match.end;
     taken_ = match.end + match.harmless;
     // Whatever follows such an end of a line may still belong to it.

@@ -33,9 +33,9 @@ struct FoundSecret {
 class SecretSearch {
  public:
     // Both must outlive the search.
-    SecretSearch(std::string_view source, const KnownTexts& known);
+    SecretSearch(std::string_view source, const KnownTexts& known, int mostPasses = DecodedText::kMostPasses);
 
-    // `opening`: of what kind the text is from its beginning, if that is known.
+    // By where they begin. `opening`: of what kind the text is from its beginning, if that is known.
     std::vector<FoundSecret> find(std::optional<SecretKind> opening);
 
  private:
@@ -58,12 +58,15 @@ class SecretSearch {
     bool hasPortAndPathAt(std::size_t at) const;
     Match openFrom(std::size_t at, SecretKind kind) const;
     void take(std::size_t begin, const Match& match);
+    FoundSecret foundAt(std::size_t begin, const Match& match) const;
+    void addKnownTo(std::vector<FoundSecret>& found) const;
 
     bool isWordAt(std::size_t at) const;
     bool isLineEnd(std::size_t at) const;
     std::size_t lineEnd(std::size_t at) const;
     std::size_t pastBreak(std::size_t at) const;
 
+    const std::string_view source_;
     const DecodedText text_;
     const KnownTexts& known_;
     std::size_t taken_ = 0;                                // everything before it has been decided about

@@ -10,9 +10,9 @@ namespace cmn {
 
 namespace {
 
-// What is read is still in the processor's nearer memory when it is summed up; small enough for any thread's
-// stack.
-constexpr std::size_t kPiece = std::size_t{32} * 1024;
+// What is read is still in the processor's nearer memory when it is summed up; large enough that the calls do
+// not count, small enough for any thread's stack.
+constexpr std::size_t kPiece = std::size_t{128} * 1024;
 
 }  // namespace
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
@@ -62,15 +63,17 @@ class ShallowDocument : public rapidjson::Document {
 }  // namespace
 
 ParsedText::ParsedText(std::string json)
-    : json_(std::move(json)), scratch_(json_), allocator_(kPoolChunk), document_(&allocator_, kParseStack) {
+    : parsed_(std::move(json)), allocator_(kPoolChunk), document_(&allocator_, kParseStack) {
+    if (parsed_.find('\\') != std::string::npos || parsed_.find('\0') != std::string::npos)
+        original_ = parsed_;
     // The recursive parser is the one whose error codes are known outside, but deep nesting overflows its
     // stack.
     ShallowDocument shallow(allocator_);
-    auto result = shallow.parseInsitu(scratch_.data());
+    auto result = shallow.parseInsitu(parsed_.data());
     if (result.Code() == rapidjson::kParseErrorTermination) {
-        scratch_ = json_;
+        parsed_ = text();
         constexpr unsigned kFlags = rapidjson::kParseInsituFlag | rapidjson::kParseIterativeFlag;
-        document_.ParseInsitu<kFlags>(scratch_.data());
+        document_.ParseInsitu<kFlags>(parsed_.data());
         result = {document_.GetParseError(), document_.GetErrorOffset()};
     } else {
         document_.Swap(shallow);
@@ -78,12 +81,21 @@ ParsedText::ParsedText(std::string json)
     if (result.IsError()) {
         throw_with_trace(JsonException(
             fmt::format("Invalid json -- err: {} offs: {}", static_cast<int>(result.Code()), result.Offset()),
-            json_));
+            text()));
     }
 }
 
+std::string ParsedText::text() const {
+    if (original_)
+        return *original_;
+    // Without escapes the parser writes nothing but a NUL in place of the quote behind each string.
+    auto text = parsed_;
+    std::replace(text.begin(), text.end(), '\0', '"');
+    return text;
+}
+
 void ParsedText::throwMalformed() const {
-    throw_with_trace(JsonException("JsonToObjectImpl", json_));
+    throw_with_trace(JsonException("JsonToObjectImpl", text()));
 }
 
 std::vector<unsigned char> ReadAll(std::ifstream& in) {

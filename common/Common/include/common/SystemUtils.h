@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
@@ -67,11 +68,17 @@ std::string GetCurrentExecutablePath();
 // Path of the module this code runs in: the program itself.
 std::string GetModuleName();
 
+// Long enough for every program that is run.
+inline constexpr std::chrono::milliseconds kExecDeadline{30'000};
+
 // Runs a program to its end and returns what it wrote to its standard output and error streams ("" when that
-// is not UTF-8). Of this process's descriptors it gets the standard ones alone. A status other than 0 is
-// logged as an error when `logFailures` is set; every run is logged at Info. Throws std::runtime_error, or
-// raises the platform's own exception, when the program cannot be started.
-std::string ExecProcess(const std::string& path, const std::vector<std::string>& arguments, bool logFailures);
+// is not UTF-8). Of this process's descriptors it gets the standard ones alone. One that runs on after the
+// deadline, or keeps the streams open, is killed with those that it started, with a warning in the log; so is
+// one that writes more than 1 MiB. What it wrote until then is returned. A status other than 0 is logged as
+// an error when `logFailures` is set; every run is logged at Info. Throws std::runtime_error, or raises the
+// platform's own exception, when the program cannot be started.
+std::string ExecProcess(const std::string& path, const std::vector<std::string>& arguments, bool logFailures,
+                        std::chrono::milliseconds deadline = kExecDeadline);
 
 // 0, or -1 with errno set.
 int FileTruncate(int fd, unsigned long long length);

@@ -27,7 +27,7 @@ std::string JsonEscaped(const std::string& text);
 
 namespace detail {
 
-// The parsed form of a text, which it keeps for error reports. Throws JsonException "Invalid json -- ...".
+// The parsed form of a text, which it can tell for error reports. Throws JsonException "Invalid json -- ...".
 class ParsedText {
  public:
     explicit ParsedText(std::string json);
@@ -35,8 +35,11 @@ class ParsedText {
     [[noreturn]] void throwMalformed() const;
 
  private:
-    std::string json_;
-    std::string scratch_;  // the copy that is parsed in place; strings of the document point into it
+    std::string text() const;
+
+    std::string parsed_;  // in place; strings of the document point into it
+    // A copy where the parsed form does not tell the text: with escapes, or a NUL of its own.
+    std::optional<std::string> original_;
     rapidjson::MemoryPoolAllocator<> allocator_;
     rapidjson::Document document_;
 };

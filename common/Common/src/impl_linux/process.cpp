@@ -5,11 +5,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <mutex>
+#include <optional>
 #include <system_error>
+#include <thread>
 
 #include "common/ScopedAction.h"
 #include "common/SystemUtils.h"
@@ -17,10 +21,13 @@
 #include "common/make_error.h"
 #include "common/utf8.h"
 #include "exec_report.h"
+#include "impl_posix/exec_output.h"
 
 namespace cmn {
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 [[noreturn]] void ThrowLaunchError(const std::string& path, int error) {
     throw_with_trace(make_error("[ExecProcess] Can't launch (", path,
@@ -75,37 +82,61 @@ class StatusesKept {
     static inline struct sigaction previous_ {};
 };
 
-// A child of this process. Nothing of it stays behind: one that nobody waited for is ended.
+// A child of this process that leads a process group. Nothing of it stays behind: one that nobody waited for
+// is ended.
 class Child {
  public:
     explicit Child(pid_t pid) : pid_(pid) {}
     ~Child() {
-        if (!ended_) {
-            kill(pid_, SIGKILL);
-            wait();
-        }
+        if (!status_)
+            kill();
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    // The exit status, or the number of the signal that ended the program.
-    int wait() {
-        ended_ = true;
-        int status = 0;
-        while (waitpid(pid_, &status, 0) < 0) {
-            if (errno != EINTR)
-                return -1;
+    // Ends the whole group. To be called before it is known to have ended: the number may be another's then.
+    void kill() {
+        ::kill(-pid_, SIGKILL);
+        while (!look(0)) {
         }
-        return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
     }
 
+    // False when it still runs then.
+    bool waitUntil(Clock::time_point deadline) {
+        // A program ends soon after its streams.
+        std::chrono::microseconds pause{50};
+        while (!look(WNOHANG)) {
+            const auto now = Clock::now();
+            if (now >= deadline)
+                return false;
+            std::this_thread::sleep_for(std::min<Clock::duration>(pause, deadline - now));
+            pause = std::min(2 * pause, std::chrono::microseconds(20'000));
+        }
+        return true;
+    }
+
+    // The exit status, or the number of the signal that ended the program. Once it has ended.
+    int status() const { return *status_; }
+
  private:
+    // Whether it has ended.
+    bool look(int options) {
+        int status = 0;
+        const pid_t result = waitpid(pid_, &status, options);
+        if (result > 0)
+            status_ = WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
+        else if (result < 0 && errno != EINTR)
+            status_ = -1;
+        return status_.has_value();
+    }
+
     const pid_t pid_;
-    bool ended_ = false;
+    std::optional<int> status_;
 };
 
-// Starts the program with both output streams on `output`, the standard input, no other descriptor, default
-// signal handling and nothing blocked, whatever this process has set up for itself.
+// Starts the program in a process group of its own, with both output streams on `output`, the standard input,
+// no other descriptor, default signal handling and nothing blocked, whatever this process has set up for
+// itself.
 pid_t Spawn(const std::string& path, const std::vector<std::string>& arguments, int output) {
     std::vector<char*> argv{const_cast<char*>(path.c_str())};
     for (const auto& argument : arguments)
@@ -127,7 +158,9 @@ pid_t Spawn(const std::string& path, const std::vector<std::string>& arguments, 
     posix_spawnattr_setsigdefault(&attributes, &signals);
     sigemptyset(&signals);
     posix_spawnattr_setsigmask(&attributes, &signals);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setflags(&attributes,
+                             POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
 
     pid_t pid = 0;
     const int error = posix_spawn(&pid, path.c_str(), &actions, &attributes, argv.data(), environ);
@@ -136,22 +169,11 @@ pid_t Spawn(const std::string& path, const std::vector<std::string>& arguments, 
     return pid;
 }
 
-std::string ReadToEnd(int fd) {
-    std::string text;
-    std::array<char, 16384> piece{};
-    for (;;) {
-        const auto count = read(fd, piece.data(), piece.size());
-        if (count > 0)
-            text.append(piece.data(), static_cast<std::size_t>(count));
-        else if (count == 0 || errno != EINTR)
-            return text;
-    }
-}
-
 }  // namespace
 
-std::string ExecProcess(const std::string& path, const std::vector<std::string>& arguments,
-                        bool logFailures) {
+std::string ExecProcess(const std::string& path, const std::vector<std::string>& arguments, bool logFailures,
+                        std::chrono::milliseconds deadline) {
+    const auto latest = Clock::now() + deadline;
     const StatusesKept statusesKept;
     const auto pipe = OpenPipe(path);
     const ScopedAction closeRead([&] { close(pipe.read); });
@@ -160,11 +182,17 @@ std::string ExecProcess(const std::string& path, const std::vector<std::string>&
         return Spawn(path, arguments, pipe.write);
     }());
     // Reading comes first: a program that fills the pipe does not end before somebody empties it.
-    auto output = ReadToEnd(pipe.read);
-    const int status = child.wait();
+    std::string output;
+    const char* whyEnded = ReadExecOutput(pipe.read, latest, output);
+    if (whyEnded == nullptr && !child.waitUntil(latest))
+        whyEnded = kExecTookTooLong;
+    if (whyEnded != nullptr) {
+        child.kill();
+        ReportExecEnded(path, arguments, whyEnded);
+    }
     if (!IsValidUtf8(output))
         output.clear();
-    ReportExecProcess(path, arguments, status, output, logFailures);
+    ReportExecProcess(path, arguments, child.status(), output, logFailures);
     return output;
 }
 

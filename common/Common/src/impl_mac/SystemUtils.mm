@@ -7,14 +7,19 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <filesystem>
+#include <future>
 #include <system_error>
+#include <thread>
 
 #include "common/bundle.h"
+#include "common/utf8.h"
 #import "common_mac/FoundationBridges.h"
 #import "common_mac/standard_errors.h"
 #include "exec_report.h"
 #import "impl_mac/IORegistry.h"
+#include "impl_posix/exec_output.h"
 #include "impl_posix/user_database.h"
 #include "installed_user.h"
 
@@ -33,6 +38,12 @@ std::filesystem::path ExecutablePathOfDyld() {
     std::array<char, 1024> path{};
     auto size = static_cast<std::uint32_t>(path.size());
     return _NSGetExecutablePath(path.data(), &size) == 0 ? std::string(path.data()) : std::string();
+}
+
+// With those that it started, where it leads a group of its own.
+void EndProgram(pid_t program) {
+    if (killpg(program, SIGKILL) != 0)
+        kill(program, SIGKILL);
 }
 
 }  // namespace
@@ -126,8 +137,9 @@ bool IsFullDiskAccessGranted() {
     }
 }
 
-std::string ExecProcess(const std::string& path, const std::vector<std::string>& arguments,
-                        bool logFailures) {
+std::string ExecProcess(const std::string& path, const std::vector<std::string>& arguments, bool logFailures,
+                        std::chrono::milliseconds deadline) {
+    const auto latest = std::chrono::steady_clock::now() + deadline;
     @autoreleasepool {
         NSTask* const task = [[NSTask alloc] init];
         NSPipe* const pipe = [NSPipe pipe];
@@ -137,11 +149,28 @@ std::string ExecProcess(const std::string& path, const std::vector<std::string>&
         task.standardError = pipe;
         WithStandardErrors(("[ExecProcess] Can't launch (" + path + ")").c_str(), [task] { [task launch]; });
         // Reading comes first: a program that fills the pipe does not end before somebody empties it.
-        NSData* const data = [pipe.fileHandleForReading readDataToEndOfFile];
+        std::string output;
+        const char* whyEnded = ReadExecOutput(pipe.fileHandleForReading.fileDescriptor, latest, output);
+        const pid_t program = task.processIdentifier;
+        if (whyEnded != nullptr)
+            EndProgram(program);
+        // The task says when the program has ended, not when it has not.
+        std::promise<void> ended;
+        std::future<void> end = ended.get_future();
+        std::thread watchdog([&] {
+            if (whyEnded == nullptr && end.wait_until(latest) == std::future_status::timeout) {
+                whyEnded = kExecTookTooLong;
+                EndProgram(program);
+            }
+        });
         [task waitUntilExit];
+        ended.set_value();
+        watchdog.join();
         [pipe.fileHandleForReading closeFile];
-        NSString* const text = [[NSString alloc] initWithData:data encoding:NSUTF8StringEncoding];
-        std::string output = ToStdString(text);
+        if (whyEnded != nullptr)
+            ReportExecEnded(path, arguments, whyEnded);
+        if (!IsValidUtf8(output))
+            output.clear();
         ReportExecProcess(path, arguments, task.terminationStatus, output, logFailures);
         return output;
     }

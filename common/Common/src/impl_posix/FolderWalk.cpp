@@ -189,9 +189,10 @@ const char* FolderWalk::name() const {
 }
 
 const std::filesystem::path& FolderWalk::file() {
-    // To take a path apart costs more than to read the entry: that of the folder is kept.
+    // To take a path apart costs more than to read the entry: that of the folder is kept, and the name is
+    // added as text, which is not made a path of its own first.
     if (fileIsInFolder_)
-        file_.replace_filename(name());
+        file_.remove_filename() += std::string_view(name());
     else
         file_ = path_;
     fileIsInFolder_ = true;

@@ -44,19 +44,16 @@ class Descriptor {
     const struct stat& status() const { return status_; }  // as it was opened
     bool isRegular() const { return S_ISREG(status_.st_mode); }
 
-    // To the file's end, whatever size it claims to have.
-    std::string read(std::size_t limit) const {
+    // To the file's end, whatever size it claimed to have.
+    std::string read(std::size_t limit, const struct stat& status) const {
         constexpr std::size_t kLeast = 4096;
-        struct stat now {};
-        if (fstat(descriptor_, &now) != 0)
-            Fail(errno);
-        const auto claimed = static_cast<std::size_t>(now.st_size);
+        const auto claimed = static_cast<std::size_t>(status.st_size);
         std::string bytes;
         std::size_t used = 0;
         // One byte more than fits, to see that there are no more.
         for (auto room = std::max(claimed + 1, kLeast); used <= limit; room *= 2) {
             bytes.resize(std::min(room, limit + 1));
-            used += readAt(used, bytes.data() + used, bytes.size() - used);
+            used += readAt(used, bytes.data() + used, bytes.size() - used, claimed);
             if (used < bytes.size()) {
                 bytes.resize(used);
                 return bytes;
@@ -66,8 +63,9 @@ class Descriptor {
     }
 
  private:
-    // Less than `size` at the file's end only.
-    std::size_t readAt(std::size_t offset, char* buffer, std::size_t size) const {
+    // Less than `size` at the file's end only. A short read that has all that was claimed is there; a file
+    // may claim to have nothing.
+    std::size_t readAt(std::size_t offset, char* buffer, std::size_t size, std::size_t claimed) const {
         std::size_t used = 0;
         while (used < size) {
             const auto count =
@@ -77,6 +75,8 @@ class Descriptor {
             if (count == 0)
                 break;
             used += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+            if (claimed > 0 && offset + used >= claimed)
+                break;
         }
         return used;
     }
@@ -126,7 +126,12 @@ class PosixLockedFile : public LockedFile {
                there.st_ino == file_.status().st_ino;
     }
 
-    std::string read(std::size_t limit) override { return file_.read(limit); }
+    std::string read(std::size_t limit) override {
+        struct stat now {};
+        if (fstat(file_.get(), &now) != 0)
+            Fail(errno);
+        return file_.read(limit, now);
+    }
 
     void replace(const std::string& text) override {
         // A write beyond this limit is a signal that ends the process, unless it is ignored.
@@ -173,7 +178,7 @@ std::string ReadRegularFile(const std::filesystem::path& path, std::size_t limit
     if (!file.isRegular())
         throw_with_trace(std::runtime_error("not a regular file"));
     try {
-        return file.read(limit);
+        return file.read(limit, file.status());
     } catch (const interprocess_exception& e) {
         throw_with_trace(std::runtime_error(e.what()));
     }
