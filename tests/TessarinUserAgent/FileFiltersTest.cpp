@@ -47,7 +47,7 @@ FilterRecord Decrypted(std::chrono::nanoseconds ahead) {
 FilterRecord Counted(Values values) {
     values.insert(
         {{"costUsd", Text("0.5")}, {"UniqueCount", std::int64_t{3}}, {"MatchCount", std::int64_t{10}}});
-    return FilterRecord(std::move(values));
+    return FilterRecord(values);
 }
 
 class FileFiltersTest : public testing::Test {

@@ -5,18 +5,14 @@
 #include <cstdlib>
 #include <limits>
 #include <random>
+#include <utility>
 
 #include "useragent/FilterRecord.h"
 
 namespace {
 
-using useragent::BoolValue;
-using useragent::Description;
-using useragent::DoubleValue;
 using useragent::FilterRecord;
 using useragent::FilterValue;
-using useragent::IntegerValue;
-using useragent::IntValue;
 
 constexpr auto kLargest32 = std::numeric_limits<std::int32_t>::max();
 constexpr auto kSmallest32 = std::numeric_limits<std::int32_t>::min();
@@ -28,6 +24,26 @@ FilterValue TextValue(const char* text) {
 }
 FilterValue Number(std::int64_t number) {
     return number;
+}
+
+// A record of one value.
+FilterRecord Holding(const FilterValue& value) {
+    return FilterRecord(std::map<std::string, FilterValue>{{"key", value}});
+}
+bool BoolValue(const FilterValue& value) {
+    return Holding(value).boolValue("key");
+}
+std::int32_t IntValue(const FilterValue& value) {
+    return Holding(value).intValue("key");
+}
+std::int64_t IntegerValue(const FilterValue& value) {
+    return Holding(value).integerValue("key");
+}
+double DoubleValue(const FilterValue& value) {
+    return Holding(value).doubleValue("key");
+}
+std::string Description(const FilterValue& value) {
+    return Holding(value).description("key");
 }
 
 TEST(BoolValueTest, TextIsTrueWhenItBeginsWithALetterOfYesOrTrueOrADigitThatIsNotZero) {
@@ -199,6 +215,43 @@ TEST(FilterRecordTest, GivesItsValuesAsTheyCame) {
     EXPECT_THAT(FilterRecord(values).values(), testing::ElementsAreArray(values));
     EXPECT_THAT(FilterRecord(cmn::ScanRecord{{"MatchCount", "3"}}).values(),
                 testing::ElementsAre(testing::Pair("MatchCount", useragent::FilterValue("3"))));
+}
+
+TEST(FilterRecordTest, FindsEachOfManyValuesAmongKeysThatAreAlike) {
+    std::mt19937 random(7);
+    const auto text = [&random](std::size_t longest) {
+        std::string made(random() % (longest + 1), 'a');
+        for (char& c : made) {
+            c = "ab\0\1\2\3"[random() % 6];
+        }
+        return made;
+    };
+    for (int round = 0; round < 200; ++round) {
+        std::map<std::string, FilterValue> values;
+        for (auto count = random() % 20; count > 0; --count) {
+            const FilterValue kinds[] = {text(40), -1 - static_cast<std::int64_t>(random()),
+                                         static_cast<double>(random()) / 7, random() % 2 == 0};
+            values[text(3)] = kinds[random() % 4];
+        }
+        const FilterRecord record(values);
+        EXPECT_THAT(record.values(), testing::ElementsAreArray(values));
+        for (const auto& [key, value] : values) {
+            EXPECT_EQ(record.description(key), Description(value));
+            EXPECT_EQ(record.doubleValue(key), DoubleValue(value));
+        }
+        EXPECT_EQ(record.description("abba"), "");
+    }
+}
+
+TEST(FilterRecordTest, ACopyHasItsOwnValues) {
+    FilterRecord copy;
+    {
+        const FilterRecord record(cmn::ScanRecord{{"Name", std::string(100, 'n')}, {"MatchCount", "3"}});
+        copy = record;
+    }
+    const FilterRecord moved = std::move(copy);
+    EXPECT_EQ(moved.description("Name"), std::string(100, 'n'));
+    EXPECT_EQ(moved.intValue("MatchCount"), 3);
 }
 
 }  // namespace

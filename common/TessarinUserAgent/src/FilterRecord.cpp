@@ -5,13 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <iterator>
+#include <cstring>
 #include <limits>
 #include <locale>
 #include <optional>
 #include <sstream>
+#include <stdexcept>
 #include <string_view>
-#include <utility>
 
 namespace useragent {
 
@@ -161,37 +161,144 @@ struct Reading : Readings... {
 template <typename... Readings>
 Reading(Readings...) -> Reading<Readings...>;
 
-}  // namespace
+// A value in a record's text: which of the types it has, then the text or the bytes of the number.
+constexpr std::size_t kTypeSize = 1;
 
-bool BoolValue(const FilterValue& value) {
-    return std::visit(Reading{[](const std::string& text) { return ReadBool(text); },
-                              [](const auto& number) { return number != 0; }},
+void Append(std::string& text, std::string_view value) {
+    text += value;
+}
+
+template <typename Number>
+void Append(std::string& text, Number value) {
+    text.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+template <typename Number>
+Number ReadBytes(std::string_view bytes) {
+    Number value{};
+    std::memcpy(&value, bytes.data(), sizeof value);
+    return value;
+}
+
+std::size_t SizeOf(const FilterValue& value) {
+    return std::visit(Reading{[](const std::string& text) { return text.size(); },
+                              [](const auto& number) { return sizeof number; }},
                       value);
 }
 
-std::int32_t IntValue(const FilterValue& value) {
-    return std::visit(Reading{[](const std::string& text) { return ReadInteger<std::int32_t>(text); },
+}  // namespace
+
+FilterRecord::FilterRecord(const std::map<std::string, FilterValue>& values) {
+    std::size_t bytes = 0;
+    for (const auto& [key, value] : values) {
+        bytes += key.size() + kTypeSize + SizeOf(value);
+    }
+    reserve(values.size(), bytes);
+    for (const auto& [key, value] : values) {
+        add(key, std::visit([](const auto& one) { return Value(one); }, value));
+    }
+}
+
+FilterRecord::FilterRecord(cmn::ScanRecord record) {
+    std::size_t bytes = 0;
+    for (const auto& [key, value] : record) {
+        bytes += key.size() + kTypeSize + value.size();
+    }
+    reserve(record.size(), bytes);
+    // What was taken is given back at once: records come by the thousand.
+    while (!record.empty()) {
+        const auto one = record.extract(record.begin());
+        add(one.key(), one.mapped());
+    }
+}
+
+void FilterRecord::reserve(std::size_t entries, std::size_t bytes) {
+    if (bytes > std::numeric_limits<std::uint32_t>::max()) {
+        throw std::length_error("a record is too long");
+    }
+    entries_.reserve(entries);
+    text_.reserve(bytes);
+}
+
+void FilterRecord::add(std::string_view key, const Value& value) {
+    const auto begin = static_cast<std::uint32_t>(text_.size());
+    text_ += key;
+    entries_.push_back({begin, static_cast<std::uint32_t>(text_.size())});
+    text_ += static_cast<char>(value.index());
+    std::visit([this](const auto& one) { Append(text_, one); }, value);
+}
+
+std::string_view FilterRecord::keyOf(const Entry& entry) const {
+    return {text_.data() + entry.key, entry.value - entry.key};
+}
+
+FilterRecord::Value FilterRecord::valueOf(const Entry& entry) const {
+    const bool isLast = &entry == &entries_.back();
+    const std::size_t end = isLast ? text_.size() : (&entry + 1)->key;
+    const std::size_t begin = entry.value + kTypeSize;
+    const std::string_view content(text_.data() + begin, end - begin);
+    switch (text_[entry.value]) {
+        case 1:
+            return ReadBytes<std::int64_t>(content);
+        case 2:
+            return ReadBytes<double>(content);
+        case 3:
+            return ReadBytes<bool>(content);
+        default:
+            return content;
+    }
+}
+
+FilterRecord::Value FilterRecord::value(std::string_view key) const {
+    // There are few, and hardly two of one length.
+    const auto found = std::find_if(entries_.begin(), entries_.end(), [this, key](const Entry& entry) {
+        return entry.value - entry.key == key.size() && keyOf(entry) == key;
+    });
+    return found != entries_.end() ? valueOf(*found) : Value();
+}
+
+std::vector<std::pair<std::string, FilterValue>> FilterRecord::values() const {
+    std::vector<std::pair<std::string, FilterValue>> values;
+    values.reserve(entries_.size());
+    for (const Entry& entry : entries_) {
+        values.emplace_back(
+            keyOf(entry),
+            std::visit(Reading{[](std::string_view text) { return FilterValue(std::string(text)); },
+                               [](const auto& number) { return FilterValue(number); }},
+                       valueOf(entry)));
+    }
+    return values;
+}
+
+bool FilterRecord::boolValue(std::string_view key) const {
+    return std::visit(Reading{[](std::string_view text) { return ReadBool(text); },
+                              [](const auto& number) { return number != 0; }},
+                      value(key));
+}
+
+std::int32_t FilterRecord::intValue(std::string_view key) const {
+    return std::visit(Reading{[](std::string_view text) { return ReadInteger<std::int32_t>(text); },
                               [](double number) { return Truncated32(number); },
                               [](std::int64_t number) { return static_cast<std::int32_t>(number); },
                               [](bool truth) { return std::int32_t{truth}; }},
-                      value);
+                      value(key));
 }
 
-std::int64_t IntegerValue(const FilterValue& value) {
-    return std::visit(Reading{[](const std::string& text) { return ReadInteger<std::int64_t>(text); },
+std::int64_t FilterRecord::integerValue(std::string_view key) const {
+    return std::visit(Reading{[](std::string_view text) { return ReadInteger<std::int64_t>(text); },
                               [](double number) { return Truncated(number); },
                               [](const auto& number) { return static_cast<std::int64_t>(number); }},
-                      value);
+                      value(key));
 }
 
-double DoubleValue(const FilterValue& value) {
-    return std::visit(Reading{[](const std::string& text) { return ReadDouble(text); },
+double FilterRecord::doubleValue(std::string_view key) const {
+    return std::visit(Reading{[](std::string_view text) { return ReadDouble(text); },
                               [](const auto& number) { return static_cast<double>(number); }},
-                      value);
+                      value(key));
 }
 
-std::string Description(const FilterValue& value) {
-    return std::visit(Reading{[](const std::string& text) { return text; },
+std::string FilterRecord::description(std::string_view key) const {
+    return std::visit(Reading{[](std::string_view text) { return std::string(text); },
                               [](bool truth) { return std::string(truth ? "1" : "0"); },
                               // Whole numbers have no point.
                               [](double number) {
@@ -200,46 +307,7 @@ std::string Description(const FilterValue& value) {
                                              : fmt::format("{}", number);
                               },
                               [](std::int64_t number) { return fmt::format("{}", number); }},
-                      value);
-}
-
-FilterRecord::FilterRecord(std::map<std::string, FilterValue> values)
-    : values_(std::make_move_iterator(values.begin()), std::make_move_iterator(values.end())) {}
-
-FilterRecord::FilterRecord(cmn::ScanRecord record) {
-    values_.reserve(record.size());
-    while (!record.empty()) {
-        auto one = record.extract(record.begin());
-        values_.emplace_back(std::move(one.key()), std::move(one.mapped()));
-    }
-}
-
-const FilterValue& FilterRecord::value(std::string_view key) const {
-    static const FilterValue missing;
-    const auto found =
-        std::lower_bound(values_.begin(), values_.end(), key,
-                         [](const auto& one, std::string_view sought) { return one.first < sought; });
-    return found != values_.end() && found->first == key ? found->second : missing;
-}
-
-bool FilterRecord::boolValue(std::string_view key) const {
-    return BoolValue(value(key));
-}
-
-std::int32_t FilterRecord::intValue(std::string_view key) const {
-    return IntValue(value(key));
-}
-
-std::int64_t FilterRecord::integerValue(std::string_view key) const {
-    return IntegerValue(value(key));
-}
-
-double FilterRecord::doubleValue(std::string_view key) const {
-    return DoubleValue(value(key));
-}
-
-std::string FilterRecord::description(std::string_view key) const {
-    return Description(value(key));
+                      value(key));
 }
 
 }  // namespace useragent

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -16,35 +17,47 @@ namespace useragent {
 // carry numbers. Text is UTF-8.
 using FilterValue = std::variant<std::string, std::int64_t, double, bool>;
 
-// The lenient readings of a value. Text is read as a decimal number after leading blanks and an optional
-// sign; what follows the number is ignored, text without one is 0. Integers that do not fit are the nearest
-// that fits, except that the 32-bit reading of a number keeps its low 32 bits.
-bool BoolValue(const FilterValue& value);  // of text: whether it begins with Y, y, T, t or, after zeros, 1-9
-std::int32_t IntValue(const FilterValue& value);
-std::int64_t IntegerValue(const FilterValue& value);
-double DoubleValue(const FilterValue& value);  // of text: HUGE_VAL and -HUGE_VAL on overflow
-// Text as it is; numbers in decimal, fractions with as many digits as tell them apart, truth as "1" or "0".
-std::string Description(const FilterValue& value);
-
-// What one classifier found in a file. A key that is missing reads as false, 0 and empty text.
+// What one classifier found in a file. A key that is missing reads as false, 0 and empty text. Keys and
+// values stand in one text: a window holds as many of them as there are records.
 class FilterRecord {
  public:
     FilterRecord() = default;
-    explicit FilterRecord(std::map<std::string, FilterValue> values);
+    // Both throw std::length_error from 4 GiB on.
+    explicit FilterRecord(const std::map<std::string, FilterValue>& values);
     explicit FilterRecord(cmn::ScanRecord record);
 
-    bool boolValue(std::string_view key) const;
+    // The lenient readings of a value. Text is read as a decimal number after leading blanks and an optional
+    // sign; what follows the number is ignored, text without one is 0. Integers that do not fit are the
+    // nearest that fits, except that the 32-bit reading of a number keeps its low 32 bits.
+    bool boolValue(
+        std::string_view key) const;  // of text: whether it begins with Y, y, T, t or, after zeros, 1-9
     std::int32_t intValue(std::string_view key) const;
     std::int64_t integerValue(std::string_view key) const;
-    double doubleValue(std::string_view key) const;
+    double doubleValue(std::string_view key) const;  // of text: HUGE_VAL and -HUGE_VAL on overflow
+    // Text as it is; numbers in decimal, fractions with as many digits as tell them apart, truth as "1" or
+    // "0".
     std::string description(std::string_view key) const;
-    // By ascending keys.
-    const std::vector<std::pair<std::string, FilterValue>>& values() const { return values_; }
+
+    // Copies, by ascending keys.
+    std::vector<std::pair<std::string, FilterValue>> values() const;
 
  private:
-    const FilterValue& value(std::string_view key) const;
+    // As FilterValue, the text of the record.
+    using Value = std::variant<std::string_view, std::int64_t, double, bool>;
+    // Where in the text; a value reaches to the next key.
+    struct Entry {
+        std::uint32_t key;
+        std::uint32_t value;
+    };
 
-    std::vector<std::pair<std::string, FilterValue>> values_;  // by ascending keys
+    void reserve(std::size_t entries, std::size_t bytes);
+    void add(std::string_view key, const Value& value);
+    std::string_view keyOf(const Entry& entry) const;
+    Value valueOf(const Entry& entry) const;
+    Value value(std::string_view key) const;
+
+    std::string text_;
+    std::vector<Entry> entries_;  // by ascending keys
 };
 
 inline constexpr const char* kFilterNameKey = "Name";

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <map>
 #include <string>
-#include <utility>
 #include <variant>
 
 #import "common_mac/FoundationBridges.h"
@@ -55,7 +54,7 @@ FilterRecord ToFilterRecord(NSDictionary* dictionary) {
     for (id key in dictionary) {
         values.emplace(cmn::ToStdString([key description]), ToFilterValue(dictionary[key]));
     }
-    return FilterRecord(std::move(values));
+    return FilterRecord(values);
 }
 
 NSArray<NSDictionary*>* ToNSArray(const FilterRecords& records) {

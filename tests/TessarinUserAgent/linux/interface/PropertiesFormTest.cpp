@@ -8,6 +8,7 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QShortcut>
+#include <QStandardItemModel>
 #include <QTableView>
 
 #include "interface/FilterTableModel.h"
@@ -113,6 +114,22 @@ TEST_F(PropertiesFormTest, TheTableHasARowForEachClassifierWithReadableHeaders) 
     EXPECT_EQ(cell(0, "costUsd").data(), "1.50");
     EXPECT_EQ(model.headerData(cell(0, "costUsd").column(), Qt::Horizontal), "Risk (USD)");
     EXPECT_EQ(model.headerData(cell(0, "SensitiveType").column(), Qt::Horizontal), "Sensitive");
+}
+
+TEST_F(PropertiesFormTest, TheTableHasNothingBesideItsCells) {
+    open({Record("Cards", true)});
+    const QAbstractItemModel& model = *find<QTableView>("tableView").model();
+    const QStandardItemModel larger(2, 5);
+    for (const QModelIndex& other : {QModelIndex(), larger.index(1, 0), larger.index(0, 4)}) {
+        EXPECT_FALSE(model.data(other).isValid());
+    }
+    EXPECT_EQ(model.flags({}), Qt::NoItemFlags);
+    EXPECT_EQ(model.rowCount(model.index(0, 0)), 0);
+    EXPECT_EQ(model.columnCount(model.index(0, 0)), 0);
+    for (const int section : {-1, 4}) {
+        EXPECT_FALSE(model.headerData(section, Qt::Horizontal).isValid());
+    }
+    EXPECT_FALSE(model.headerData(0, Qt::Vertical).isValid());
 }
 
 TEST_F(PropertiesFormTest, TheCheckBoxShowsTheTypeAndCannotBeSwitched) {
