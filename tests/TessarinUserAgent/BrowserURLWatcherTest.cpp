@@ -641,6 +641,25 @@ TEST_F(BrowserURLWatcherTest, AReadingThatWasBegunEarlierDoesNotReplaceALaterOne
     EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"fast", "Firefox", 11}));
 }
 
+TEST_F(BrowserURLWatcherTest, AReadingOfTheWindowBeforeIsNotSentAfterTheOneOfTheNewWindow) {
+    const auto browser = accessibility->addBrowser(11, "before");
+    show({{"Firefox", 11}});
+    startWithClient();
+    const auto other = accessibility->addBrowser(11, "new");
+    accessibility->setApplication(11, browser.application);
+    bool isTold = false;
+    accessibility->onRead = [&](const std::string&) {
+        if (!std::exchange(isTold, true)) {
+            browser.application->set("AXMainWindow", AXValue(AXElementRef(other.window)));
+            EXPECT_EQ(accessibility->notify(browser.application, kWindowChanged), 1);
+        }
+    };
+    EXPECT_EQ(accessibility->notify(browser.field, kChanged), 1);
+    accessibility->onRead = nullptr;
+    EXPECT_EQ(watcher->getURL("Firefox"), "new");
+    EXPECT_THAT(daemon.reports.all(), ElementsAre(SentURL{"new", "Firefox", 11}));
+}
+
 TEST_F(BrowserURLWatcherTest, NotificationsQuestionsAndPollingMayMeet) {
     const auto browser = accessibility->addBrowser(11, "a");
     show({{"Firefox", 11}});

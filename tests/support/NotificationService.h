@@ -25,7 +25,7 @@ class NotificationService {
         return shown_;
     }
 
-    void press(unsigned number, const QString& action) const {
+    void press(const QVariant& number, const QString& action) const {
         QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/org/freedesktop/Notifications"),
                                                          QStringLiteral("org.freedesktop.Notifications"),
                                                          QStringLiteral("ActionInvoked"));

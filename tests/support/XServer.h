@@ -30,8 +30,9 @@ class XServer {
 
  private:
     void start() {
+        // Whose last client leaves would refuse the next one while it begins anew.
         std::vector<std::string> command{"Xvfb",    ":" + number_, "-displayfd", "1",
-                                         "-screen", "0",           "640x480x24"};
+                                         "-screen", "0",           "640x480x24", "-noreset"};
         command.insert(command.end(), options_.begin(), options_.end());
         process_ = std::make_unique<ChildProcess>(command);
         if (process_->readLine() != number_) {

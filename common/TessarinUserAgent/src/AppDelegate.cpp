@@ -23,6 +23,24 @@ FilterRecords ToFilterRecords(std::vector<cmn::ScanRecord> records) {
 
 }  // namespace
 
+// Tells who asked when the last request of it is gone, whatever became of that.
+struct AppDelegate::Asked {
+    explicit Asked(Opened opened) : done(std::move(opened)) {}
+    ~Asked() { tell(dropped + notOpened); }
+    Asked(const Asked&) = delete;
+    Asked& operator=(const Asked&) = delete;
+
+    void tell(std::size_t count) {
+        if (done) {
+            std::exchange(done, nullptr)(count);
+        }
+    }
+
+    Opened done;
+    std::size_t dropped = 0;
+    std::size_t notOpened = 0;  // of the others
+};
+
 AppDelegate::AppDelegate(Environment environment) : environment_(std::move(environment)) {}
 
 AppDelegate::~AppDelegate() = default;
@@ -77,22 +95,33 @@ void AppDelegate::checkAgentIconPermission() {
     statusItem_->setVisible(disabled == statuses.end() || !disabled->second);
 }
 
-std::size_t AppDelegate::openURLs(const std::vector<std::string>& urls, std::string activationToken) {
-    std::size_t dropped = 0;
+void AppDelegate::openURLs(const std::vector<std::string>& urls, std::string activationToken, Opened done) {
+    const auto asked = std::make_shared<Asked>(std::move(done));
     for (const std::string& url : urls) {
         auto request = ParsePropertiesURL(url);
         if (request && waiting_.size() >= kMostWaiting) {
-            ++dropped;
+            ++asked->dropped;
         } else if (request) {
-            waiting_.push_back({std::move(request->path), std::exchange(activationToken, {})});
+            ++asked->notOpened;
+            waiting_.push_back({std::move(request->path), std::exchange(activationToken, {}), asked});
         }
     }
-    if (dropped != 0) {
-        TLOG_ERROR("{} requests to show a file's properties are dropped: {} are waiting", dropped,
+    if (asked->dropped != 0) {
+        TLOG_ERROR("{} requests to show a file's properties are dropped: {} are waiting", asked->dropped,
                    waiting_.size());
     }
     openNextLater();
-    return dropped;
+    onMainAfter(kMostPatience, [weakAsked = std::weak_ptr(asked)] {
+        if (const auto waiting = weakAsked.lock()) {
+            waiting->tell(waiting->dropped);
+        }
+    });
+}
+
+void AppDelegate::onMainAfter(std::chrono::milliseconds delay, std::function<void()> task) const {
+    environment_.dispatch->after(
+        delay, cmn::QueuePriority::high,
+        [queues = environment_.dispatch, task = std::move(task)] { queues->asyncMain(task); });
 }
 
 void AppDelegate::openNextLater() {
@@ -101,20 +130,37 @@ void AppDelegate::openNextLater() {
     }
 }
 
+bool AppDelegate::applicationWillEnd(std::function<void()> seen) {
+    const auto refused = std::exchange(waiting_, {});  // whoever asked is told at the end of this
+    allSeen_ = std::move(seen);
+    return notSeen_.empty();
+}
+
+void AppDelegate::wasSeen(int window) {
+    if (notSeen_.erase(window) != 0 && notSeen_.empty() && allSeen_) {
+        std::exchange(allSeen_, nullptr)();
+    }
+}
+
 // One of them only: each may wait for the service, and the menu is served between two.
 void AppDelegate::openNext() {
+    willOpenNext_ = false;
+    if (waiting_.empty()) {
+        return;
+    }
     const Request request = std::move(waiting_.front());
     waiting_.pop_front();
-    willOpenNext_ = false;
     openNextLater();
     try {
-        showFileFilters(request.path, request.activationToken);
+        if (showFileFilters(request.path, request.activationToken)) {
+            --request.asked->notOpened;
+        }
     } catch (const std::exception& e) {
         TLOG_ERROR("A request to open something failed: {}", e.what());
     }
 }
 
-void AppDelegate::showFileFilters(const std::optional<std::string>& path,
+bool AppDelegate::showFileFilters(const std::optional<std::string>& path,
                                   const std::string& activationToken) {
     const int number = ++lastWindow_;
     auto window = environment_.interface->createPropertiesWindow([weakSelf = weak_from_this(), number] {
@@ -124,7 +170,7 @@ void AppDelegate::showFileFilters(const std::optional<std::string>& path,
     });
     if (!window) {
         cmn::SystemLog("Error: Could not load FileFiltersViewController from storyboard.");
-        return;
+        return false;
     }
     auto controller = std::make_unique<FileFiltersViewController>(environment_.properties);
     const std::string asked = path.value_or(std::string());
@@ -139,6 +185,13 @@ void AppDelegate::showFileFilters(const std::optional<std::string>& path,
     }
     window->show(std::move(controller), activationToken);
     fileFiltersWindows_.emplace(number, std::move(window));
+    notSeen_.insert(number);
+    onMainAfter(kSeen, [weakSelf = weak_from_this(), number] {
+        if (const auto self = weakSelf.lock()) {
+            self->wasSeen(number);
+        }
+    });
+    return true;
 }
 
 bool AppDelegate::checkFileEncryption(const std::string& path) {
@@ -175,7 +228,8 @@ void AppDelegate::gatherStatus(bool withAddresses, std::function<void(const std:
 }
 
 void AppDelegate::windowWillClose(int window) {
-    fileFiltersWindows_.extract(window);  // destroyed once it is no longer among them
+    const auto closed = fileFiltersWindows_.extract(window);  // destroyed once it is no longer among them
+    wasSeen(window);
 }
 
 std::shared_ptr<AppDelegate> MakeAppDelegate(AppDelegateParts parts) {

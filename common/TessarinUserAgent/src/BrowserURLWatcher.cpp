@@ -20,13 +20,6 @@ namespace {
 // Of setting up a context whose main window changes meanwhile; then the next cycle sees to it.
 constexpr int kMostAttempts = 3;
 
-std::shared_ptr<BrowserURLWatcherContext> MakeContext(const std::string& name, std::int32_t pid) {
-    auto context = std::make_shared<BrowserURLWatcherContext>();
-    context->name = name;
-    context->pid = pid;
-    return context;
-}
-
 // The process that the element of a notification belongs to.
 std::optional<std::int32_t> PidOf(Accessibility& accessibility, const AXElementRef& element) {
     std::int32_t pid = 0;
@@ -39,16 +32,6 @@ std::optional<std::int32_t> PidOf(Accessibility& accessibility, const AXElementR
 }
 
 }  // namespace
-
-BrowserURLWatcherContext::~BrowserURLWatcherContext() {
-    pid = 0;
-    for (auto* observer : {&mainWindowChangedObserver, &valueChangedObserver}) {
-        if (*observer) {
-            (*observer)->removeFromMainRunLoop();
-            observer->reset();
-        }
-    }
-}
 
 BrowserURLWatcher::BrowserURLWatcher(std::vector<std::string> browsers, WatcherPorts ports)
     : ports_(std::move(ports)) {
@@ -187,7 +170,7 @@ BrowserURLWatcher::Context BrowserURLWatcher::beginContext(const std::string& na
     if (found != contexts_.end()) {
         before = std::move(found->second);
     }
-    return contexts_[name] = MakeContext(name, pid);
+    return contexts_[name] = std::make_shared<BrowserURLWatcherContext>(name, pid);
 }
 
 bool BrowserURLWatcher::setUp(Context context) {
@@ -208,7 +191,8 @@ bool BrowserURLWatcher::setUp(Context context) {
                 return false;
             }
             if (context->isOutdated && attempt < kMostAttempts) {
-                next = contexts_[context->name] = MakeContext(context->name, context->pid);
+                next = contexts_[context->name] =
+                    std::make_shared<BrowserURLWatcherContext>(context->name, context->pid);
             } else if (isGood) {
                 context->isSetUp = true;
                 context->setUpAt = ports_.now();
@@ -229,6 +213,7 @@ bool BrowserURLWatcher::setUp(Context context) {
     }
     return true;
 }
+
 bool BrowserURLWatcher::initContext(const Context& context) {
     const std::int32_t pid = context->pid;
     Accessibility& accessibility = *ports_.accessibility;
@@ -354,7 +339,7 @@ void BrowserURLWatcher::handleMainWindowChanged(const AXElementRef& element) {
             before->isOutdated = true;
             return;
         }
-        context = contexts_[before->name] = MakeContext(before->name, *pid);
+        context = contexts_[before->name] = std::make_shared<BrowserURLWatcherContext>(before->name, *pid);
     }
     setUp(std::move(context));
 }

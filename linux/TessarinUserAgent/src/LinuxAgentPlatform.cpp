@@ -95,17 +95,19 @@ int LinuxAgentPlatform::runApplication(StatusSource status) {
          std::make_shared<LinuxSettingsPanes>(resources / "help" / "permissions.html"),
          std::make_shared<DesktopNotices>(sessionBus_), queues(), transport(),
          WithSessionType(std::move(status))});
-    const auto open = [delegate](const LaunchRequest& request) {
-        return delegate->openURLs(request.urls, request.activationToken);
-    };
-    open(launch_);
-    service_.setHandler(open);
+    delegate->openURLs(launch_.urls, launch_.activationToken);
+    service_.setHandler([delegate](const LaunchRequest& request, ApplicationService::Done done) {
+        delegate->openURLs(request.urls, request.activationToken, std::move(done));
+    });
     service_.setStatusHandler([delegate](bool withAddresses, std::function<void(const std::string&)> done) {
         delegate->gatherStatus(withAddresses, std::move(done));
     });
     delegate->applicationDidFinishLaunching();
     const int exitCode = QCoreApplication::exec();
-    service_.release();
+    service_.release();  // before requests are refused: who asked claims the name then
+    if (!delegate->applicationWillEnd([] { QCoreApplication::exit(); })) {
+        QCoreApplication::exec();
+    }
     return exitCode;
 }
 

@@ -47,7 +47,7 @@ RunLoopStopper::RunLoopStopper(QCoreApplication& application) {
     QObject::connect(notifier_.get(), &QSocketNotifier::activated, &application, [] {
         std::uint64_t count = 0;
         [[maybe_unused]] const ssize_t got = read(g_stopDescriptor, &count, sizeof count);
-        QCoreApplication::quit();
+        QCoreApplication::exit();  // `quit` would close the windows
     });
 }
 

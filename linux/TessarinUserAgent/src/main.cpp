@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <QAccessible>
 #include <QApplication>
 #include <array>
@@ -28,6 +30,8 @@ using useragent::LaunchRequest;
 
 // Long enough for an agent that is just starting.
 constexpr std::chrono::seconds kHandOverDeadline{20};
+
+constexpr int kMemoryPools = 2;
 
 // Whether the session bus answers. Returns early on SIGTERM. Changes the environment, so it comes before the
 // threads that stay.
@@ -111,6 +115,8 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Each thread's own pool of memory would keep what its busiest moment took; the agent is idle mostly.
+    ::mallopt(M_ARENA_MAX, kMemoryPools);
     InstallLogCrashHandlers();
     SetLogJournal(true);
     try {

@@ -199,6 +199,12 @@ void AtspiApplication::activate(const std::string& path, const std::string& titl
     emitEvent(path, "org.a11y.atspi.Event.Window", "Activate", "", title, 0);
 }
 
+void AtspiApplication::minimise(const std::string& path, const std::string& title) {
+    const std::lock_guard lock(mutex_);
+    nodes_[path].states &= ~kActive;
+    emitEvent(path, "org.a11y.atspi.Event.Window", "Minimize", "", title, 0);
+}
+
 void AtspiApplication::emitEvent(const std::string& path, const char* interface, const char* member,
                                  const std::string& detail, const std::string& data, int offset) {
     QDBusMessage signal =

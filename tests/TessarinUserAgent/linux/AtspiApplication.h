@@ -76,6 +76,8 @@ class AtspiApplication {
     void emitStateChanged(const std::string& path, const std::string& state, bool value);
     // As when the user brings the window to the front: it is active then, and no other one of this program.
     void activate(const std::string& path, const std::string& title);
+    // As some browsers do: the window's states stay as they were, but it is not active.
+    void minimise(const std::string& path, const std::string& title);
 
     static constexpr const char* kRoot = "/org/a11y/atspi/accessible/root";
 

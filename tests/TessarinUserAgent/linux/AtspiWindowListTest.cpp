@@ -30,6 +30,7 @@ class Program {
 
     const std::string& busName() const { return busName_; }
     const std::string& owner() const { return owner_; }
+    std::string pid() const { return std::to_string(process_.pid()); }
 
     void stop() const {
         process_.signal(SIGSTOP);
@@ -277,7 +278,7 @@ TEST_F(AtspiWindowListTest, AStoppedEditorHidesNoHealthyBrowser) {
     stopped.stop();
     ASSERT_TRUE(lists({own("Firefox")}));
     EXPECT_EQ(owners(), std::vector{own("Firefox")});
-    EXPECT_EQ(log.count("does not answer"), 1U);
+    EXPECT_EQ(log.count("process id " + stopped.pid() + " does not answer"), 1U);
 }
 
 TEST_F(AtspiWindowListTest, ABrowserThatStopsHidesNeitherItselfNorAHealthyOne) {

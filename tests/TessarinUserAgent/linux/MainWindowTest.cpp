@@ -49,6 +49,12 @@ TEST(MainWindow, IsTheFrontMostAlsoWhenItsTitleOnScreenIsShorter) {
     EXPECT_EQ(ChooseMainWindow({kFirst, isPrivate}, {"/1"}, "page - Browser"), 1);
 }
 
+TEST(MainWindow, IsRatherTheOneWhoseWholeTitleIsOnScreen) {
+    const TopLevel isPrivate{"/11", 23, kInactive, "first (Private)"};
+    EXPECT_EQ(ChooseMainWindow({isPrivate, kFirst}, {"/11"}, "first"), 1);
+    EXPECT_EQ(ChooseMainWindow({isPrivate, kFirst}, {"/1"}, "first (Private)"), 0);
+}
+
 TEST(MainWindow, OfTwoWithTheSameTitleIsTheLastOne) {
     const TopLevel twin{"/9", 23, kInactive, "first"};
     EXPECT_EQ(ChooseMainWindow({kFirst, twin}, {"/9"}, "first"), 1);

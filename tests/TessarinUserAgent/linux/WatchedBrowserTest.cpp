@@ -195,6 +195,35 @@ TEST_F(OneBrowserTest, OfWindowsWithOneTitleTheOneUsedBeforeIsReadWhenTheLastIsC
     EXPECT_EQ(watcher->getURL(kFirefox), "second");
 }
 
+TEST_F(OneBrowserTest, OfWindowsWithOneTitleThatWhichSaidThatItWasMinimisedIsNotRead) {
+    const auto second = application.addWindow("Page - Browser", "second");
+    begin();
+    application.activate(second.frame, "Page - Browser");
+    ASSERT_TRUE(awaitReport("second"));
+    application.minimise(second.frame, "Page - Browser");
+    show({{"Editor", 1, "text"}, {kFirefox, getpid(), "Page - Browser"}});
+    EXPECT_TRUE(awaitReport("start"));
+    pause->cycle();
+    EXPECT_EQ(watcher->getURL(kFirefox), "start");
+    application.activate(second.frame, "Page - Browser");
+    show({{kFirefox, getpid(), "Page - Browser"}});
+    EXPECT_TRUE(awaitAnswer("second"));
+}
+
+TEST_F(OneBrowserTest, AWindowWhoseTitleOnlyBeginsLikeTheFrontMostOnesIsNotTakenForIt) {
+    const auto second = application.addWindow("Page - Browser Private", "second");
+    begin();
+    application.activate(second.frame, "Page - Browser Private");
+    ASSERT_TRUE(awaitReport("second"));
+    application.change(second.frame, [](AtspiNode& frame) { frame.states &= ~fake::kActive; });
+    show({{"Editor", 1, "text"},
+          {kFirefox, getpid(), "Page - Browser"},
+          {kFirefox, getpid(), "Page - Browser Private"}});
+    EXPECT_TRUE(awaitReport("start"));
+    pause->cycle();
+    EXPECT_EQ(watcher->getURL(kFirefox), "start");
+}
+
 TEST_F(OneBrowserTest, AClosedBrowserIsForgottenWithoutWaitingForTheNextCycle) {
     begin();
     ASSERT_TRUE(awaitAnswer("start"));

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -100,12 +101,26 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     // Takes one request for a window from each of the product's URLs and ignores the others; returns at once.
     // The windows are opened in the order of the requests, each in a turn of the main loop of its own. Those
     // of URLs that come before the launch wait for the first refresh after it: by then the service has
-    // usually been reached. The token is for the first of the windows. Returns how many requests found no
-    // room: these are dropped, with a line in the log.
-    std::size_t openURLs(const std::vector<std::string>& urls, std::string activationToken = {});
+    // usually been reached. The token is for the first of the windows. Requests that find no room are
+    // dropped, with a line in the log. `done` is called once, on the main thread, when none of them waits any
+    // more, at the latest when this object ends; or after `kMostPatience`, when those that still wait count
+    // as opened. It must not throw.
+    using Opened = std::function<void(std::size_t notOpened)>;
+    void openURLs(const std::vector<std::string>& urls, std::string activationToken = {},
+                  Opened done = nullptr);
 
-    // Waits for the service, at most 100 ms for each of its two questions.
-    void showFileFilters(const std::optional<std::string>& path, const std::string& activationToken = {});
+    // So long somebody waits who asked for windows while a service that hangs holds each of them up.
+    static constexpr std::chrono::seconds kMostPatience{5};
+    // How long a window stands before the user has seen it.
+    static constexpr std::chrono::seconds kSeen{1};
+
+    // For the end of the application, when its requests go to the next one already: those that wait are not
+    // opened any more. Returns whether each window has been seen; otherwise `seen` is called, on the main
+    // thread, as soon as that is so.
+    bool applicationWillEnd(std::function<void()> seen);
+
+    // Waits for the service, at most 100 ms for each of its two questions. False when there is no window.
+    bool showFileFilters(const std::optional<std::string>& path, const std::string& activationToken = {});
     bool checkFileEncryption(const std::string& path);
 
     // Gathers how the agent is and calls `done` with it as JSON, on another thread; the asking thread does
@@ -119,16 +134,20 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     const std::shared_ptr<cmn::FinderExtensionXPCClient>& xpcClient() const { return xpcClient_; }
 
  private:
+    struct Asked;
     struct Request {
         std::optional<std::string> path;
         std::string activationToken;
+        std::shared_ptr<Asked> asked;  // by those that came together
     };
 
     cmn::ServiceOwners serviceOwners() const;
     std::function<void()> whileAlive(void (AppDelegate::*action)());
     void windowWillClose(int window);
+    void onMainAfter(std::chrono::milliseconds delay, std::function<void()> task) const;
     void openNextLater();
     void openNext();
+    void wasSeen(int window);
 
     const Environment environment_;
     std::shared_ptr<cmn::FinderExtensionXPCClient> xpcClient_;
@@ -137,6 +156,8 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
     bool willOpenNext_ = false;
     int lastWindow_ = 0;
     std::map<int, std::unique_ptr<PropertiesWindow>> fileFiltersWindows_;
+    std::set<int> notSeen_;  // of them
+    std::function<void()> allSeen_;
 };
 
 // The delegate of the running program: with its settings, its product record and the time of the day.

@@ -12,7 +12,7 @@ namespace useragent {
 // What the watcher keeps for one running browser. While it is being set up, name, process id and observers
 // belong to the thread that does that; everything else is guarded by the watcher's mutex.
 struct BrowserURLWatcherContext {
-    BrowserURLWatcherContext() = default;
+    BrowserURLWatcherContext(std::string browser, std::int32_t process);
     BrowserURLWatcherContext(const BrowserURLWatcherContext&) = delete;
     BrowserURLWatcherContext& operator=(const BrowserURLWatcherContext&) = delete;
 

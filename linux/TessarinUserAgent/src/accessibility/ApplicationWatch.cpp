@@ -21,9 +21,6 @@ constexpr auto kQuietAfterWindowSignal = 30ms;
 constexpr auto kRebuildPause = 100ms;
 constexpr int kMostRetries = 6;  // each after twice the pause of the one before
 
-// Between reads of a field whose changes are not told.
-constexpr auto kPauseOfReads = 1s;
-
 constexpr std::array kEvents{atspi::kTextChangedEvent,     atspi::kEditableChangedEvent,
                              atspi::kReadOnlyChangedEvent, atspi::kWindowActivateEvent,
                              atspi::kWindowRestoreEvent,   atspi::kWindowMinimizeEvent,
@@ -61,9 +58,9 @@ AXError ApplicationWatch::open() {
             return isOpen_ ? AXError::success : AXError::apiDisabled;
         }
         if (!windowEvents_) {
-            windowEvents_ = subscribe(
-                fmt::format("sender='{}',interface='{}'", busName_, atspi::kWindowEventInterface),
-                [](ApplicationWatch& self, const Message& signal) { self.onWindowEvent(signal.member()); });
+            windowEvents_ =
+                subscribe(fmt::format("sender='{}',interface='{}'", busName_, atspi::kWindowEventInterface),
+                          [](ApplicationWatch& self, const Message& signal) { self.onWindowEvent(signal); });
         }
     }
     const AXError error =
@@ -73,10 +70,19 @@ AXError ApplicationWatch::open() {
     return error;
 }
 
-void ApplicationWatch::onWindowEvent(std::string_view event) {
+void ApplicationWatch::onWindowEvent(const Message& signal) {
+    const std::string_view event = signal.member();
     const bool isActivation = event == "Activate";
     const bool isRestoration = event == "Restore";
     if (isActivation || isRestoration || event == "Minimize" || event == "Destroy") {
+        {
+            const std::lock_guard lock(mutex_);
+            if (event == "Minimize") {
+                known_.minimised.insert(std::string(signal.path()));
+            } else {
+                known_.minimised.erase(std::string(signal.path()));
+            }
+        }
         isActivated_ |= isActivation;
         retries_ = 0;
         examineLater(isRestoration ? kRebuildPause : kQuietAfterWindowSignal);
@@ -118,8 +124,7 @@ AXError ApplicationWatch::listenToWindows(const std::shared_ptr<Listener>& liste
         return error;
     }
     const std::lock_guard lock(mutex_);
-    std::erase_if(listeners_, [](const auto& weak) { return weak.expired(); });
-    listeners_.push_back(listener);
+    listeners_.add(listener);
     if (isGone_) {
         listener->tell(application_, kMainWindowChangedNotification);
     }
@@ -164,13 +169,11 @@ void ApplicationWatch::lost() {
 }
 
 void ApplicationWatch::recovered() {
-    std::shared_ptr<FieldWatch> field;
     {
         const std::lock_guard lock(mutex_);
-        field = field_;
-    }
-    if (field) {
-        field->recovered();
+        if (field_) {
+            loop_->post([field = field_] { field->recovered(); });
+        }
     }
     if (std::exchange(retries_, retries_ + 1) < kMostRetries) {
         examineLater(0ms);
@@ -227,20 +230,19 @@ void ApplicationWatch::examineIfOthersOnScreen() {
         const std::lock_guard lock(mutex_);
         before = onScreen_.titles;
     }
-    if (titlesOnScreen() != before) {
+    if (askScreen().titles != before) {
         examine();
     }
 }
 
-std::vector<std::string> ApplicationWatch::titlesOnScreen() {
+OnScreen ApplicationWatch::askScreen() {
     const std::shared_ptr<Session> session = session_.lock();
     if (!session || !session->surroundings.screen.windows) {
         return {};
     }
-    auto windows = session->surroundings.screen.windows(pid_);
+    OnScreen onScreen = session->surroundings.screen.windows(pid_);
     const std::lock_guard lock(mutex_);
-    onScreen_ = std::move(windows);
-    return onScreen_.titles;
+    return onScreen_ = std::move(onScreen);
 }
 
 void ApplicationWatch::examine(const std::string& frontTitle) {
@@ -255,12 +257,10 @@ void ApplicationWatch::examine(const std::string& frontTitle) {
         const std::lock_guard lock(mutex_);
         known = known_;
     }
-    const std::vector<std::string> titles = titlesOnScreen();
-    known.frontTitle = frontTitle.empty() && !titles.empty() ? titles.front() : frontTitle;
-    {
-        const std::lock_guard lock(mutex_);
-        known.isCovered = !titles.empty() && !onScreen_.isInFront;
-    }
+    const OnScreen onScreen = askScreen();
+    const bool isOnScreen = !onScreen.titles.empty();
+    known.frontTitle = frontTitle.empty() && isOnScreen ? onScreen.titles.front() : frontTitle;
+    known.isCovered = isOnScreen && !onScreen.isInFront;
     WindowSearch::Found found;
     const AXError outcome = WindowSearch(session, pid_, busName_).run(known, found);
     if (outcome == AXError::cannotComplete) {
@@ -300,18 +300,27 @@ void ApplicationWatch::retry(bool isComplete, bool isActive) {
     }
 }
 
+FieldWatch::Owner ApplicationWatch::ownerOfField() {
+    return {[weak = weak_from_this()] {
+                if (const auto self = weak.lock()) {
+                    self->retries_ = 0;
+                    self->examineLater(0ms);
+                }
+            },
+            [weak = weak_from_this()] {
+                const auto self = weak.lock();
+                return self && self->isInFront();
+            }};
+}
+
+bool ApplicationWatch::isInFront() const {
+    const std::lock_guard lock(mutex_);
+    return onScreen_.isInFront;
+}
+
 // With the mutex held.
 void ApplicationWatch::follow(const WindowSearch::Found& found) {
-    auto& mainWindows = known_.mainWindows;
-    std::erase_if(mainWindows, [&](const std::string& path) {
-        return path == found.window.path || !found.windows.contains(path);
-    });
-    if (!found.window.path.empty()) {
-        mainWindows.insert(mainWindows.begin(), found.window.path);
-    }
-    for (auto* const ofWindows : {&known_.fields, &known_.pages}) {
-        std::erase_if(*ofWindows, [&](const auto& entry) { return !found.windows.contains(entry.first); });
-    }
+    known_.remember(found);
     if (found_.window.path != found.window.path) {
         // Firefox tells nothing else when its window takes another shape.
         windowSignals_ = subscribe(fmt::format("sender='{}',interface='{}',member='TextChanged',path='{}'",
@@ -325,66 +334,16 @@ void ApplicationWatch::follow(const WindowSearch::Found& found) {
         field_.reset();
         return;
     }
-    if (found.field->isPage) {
-        known_.pages[found.window.path] = *found.field;
-    } else {
-        known_.fields[found.window.path] = *found.field;
-        known_.pages.erase(found.window.path);
-    }
     const std::shared_ptr<Session> session = session_.lock();
-    if (!field_ || field_->field().object.path != found.field->object.path) {
-        field_ = std::make_shared<FieldWatch>(session, pid_, *found.field, [weak = weak_from_this()] {
-            if (const auto self = weak.lock()) {
-                self->retries_ = 0;
-                self->examineLater(0ms);
-            }
-        });
+    if (!field_ || found_.window.path != found.window.path ||
+        field_->field().object.path != found.field->object.path) {
+        field_ = std::make_shared<FieldWatch>(session, pid_, *found.field, found.window, ownerOfField());
         field_->take(found.text);
         field_->open();
     }
-    if (found.field->isMute && !std::exchange(isReadRegularly_, true)) {
-        readRegularly();
-    }
+    field_->setMute(found.field->isMute);
     // Signals may have come before it was listened to.
     loop_->post([field = field_] { field->refresh(); });
-}
-
-void ApplicationWatch::readRegularly() {
-    loop_->after(kPauseOfReads, [weak = weak_from_this()] {
-        const auto self = weak.lock();
-        const auto session = self ? self->session_.lock() : nullptr;
-        if (!session) {
-            return;
-        }
-        std::shared_ptr<FieldWatch> field;
-        atspi::ObjectRef window;
-        bool isInFront = false;
-        {
-            const std::lock_guard lock(self->mutex_);
-            if (self->isGone_ || !self->field_ || !self->found_.field->isMute) {
-                self->isReadRegularly_ = false;
-                return;
-            }
-            field = self->field_;
-            window = self->found_.window;
-            isInFront = self->onScreen_.isInFront;
-        }
-        self->readRegularly();
-        if (isInFront) {
-            field->refresh();  // some browsers say of a restored window that it is not active
-            return;
-        }
-        if (session->silent->isSilent(self->busName_)) {
-            return;
-        }
-        cmn::bus::Ask<atspi::States>(*session->connection, atspi::StatesOf(window), session->deadline(),
-                                     [field = std::weak_ptr(field)](const Result<atspi::States>& states) {
-                                         const auto alive = field.lock();
-                                         if (alive && states && atspi::Has(*states, atspi::State::active)) {
-                                             alive->refresh();
-                                         }
-                                     });
-    });
 }
 
 void ApplicationWatch::look(const std::string& frontTitle, const std::function<void()>& done) {
@@ -446,13 +405,7 @@ void ApplicationWatch::examineIfOutdated(const std::string& frontTitle) {
 
 void ApplicationWatch::tellWindowChanged() {
     const std::lock_guard lock(mutex_);
-    bool isHeard = false;
-    for (const auto& weak : listeners_) {
-        if (const auto listener = weak.lock()) {
-            listener->tell(application_, kMainWindowChangedNotification);
-            isHeard = true;
-        }
-    }
+    const bool isHeard = listeners_.tell(application_, kMainWindowChangedNotification);
     if (const auto session = session_.lock(); session && !isHeard) {
         session->lookEarly();  // whoever could not use what was known before has to ask again
     }

@@ -61,15 +61,16 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     AXError open();
     std::shared_ptr<cmn::bus::Subscription> subscribe(
         const std::string& rule, std::function<void(ApplicationWatch&, const cmn::bus::Message&)> handler);
-    void onWindowEvent(std::string_view event);
+    void onWindowEvent(const cmn::bus::Message& signal);
     void later(std::chrono::milliseconds delay, int ApplicationWatch::*asked,
                void (*work)(ApplicationWatch&));
     void examineLater(std::chrono::milliseconds delay);
     void examineIfOthersOnScreen();
-    std::vector<std::string> titlesOnScreen();
+    OnScreen askScreen();
     void retry(bool isComplete, bool isActive);
     void follow(const WindowSearch::Found& found);
-    void readRegularly();
+    FieldWatch::Owner ownerOfField();
+    bool isInFront() const;
     void tellWindowChanged();
 
     const std::weak_ptr<Session> session_;
@@ -98,8 +99,7 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     std::string frontTitleSeen_;            // the one on screen at that time
     std::shared_ptr<FieldWatch> field_;     // null when there is none
     OnScreen onScreen_;                     // as they were asked for last
-    std::vector<std::weak_ptr<Listener>> listeners_;
-    bool isReadRegularly_ = false;
+    Listeners listeners_;
     bool isOpen_ = false;
     bool isGone_ = false;
 };

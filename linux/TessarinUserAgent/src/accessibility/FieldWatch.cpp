@@ -5,10 +5,22 @@
 #include <utility>
 
 namespace useragent {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Between reads of a field whose changes are not told.
+constexpr auto kPauseOfReads = 1s;
+
+}  // namespace
 
 FieldWatch::FieldWatch(const std::shared_ptr<Session>& session, std::int32_t pid, AddressField field,
-                       std::function<void()> onOutdated)
-    : session_(session), pid_(pid), field_(std::move(field)), onOutdated_(std::move(onOutdated)) {}
+                       atspi::ObjectRef window, Owner owner)
+    : session_(session),
+      pid_(pid),
+      field_(std::move(field)),
+      window_(std::move(window)),
+      owner_(std::move(owner)) {}
 
 void FieldWatch::open() {
     const std::shared_ptr<Session> session = session_.lock();
@@ -77,7 +89,7 @@ void FieldWatch::heard(const cmn::bus::Message& signal) {
     if (signal.member() == "TextChanged") {
         textChanged(signal);
     } else if (signal.member() == "StateChanged" && atspi::IsOfEditing(signal)) {
-        onOutdated_();
+        owner_.onOutdated();
     }
 }
 
@@ -100,6 +112,51 @@ void FieldWatch::verify() {
     if (!isReading_) {
         refresh();
     }
+}
+
+void FieldWatch::setMute(bool isMute) {
+    {
+        const std::lock_guard lock(mutex_);
+        isMute_ = isMute;
+        if (!isMute || std::exchange(isReadRegularly_, true)) {
+            return;
+        }
+    }
+    readRegularly();
+}
+
+void FieldWatch::readRegularly() {
+    const std::shared_ptr<Session> session = session_.lock();
+    if (!session) {
+        return;
+    }
+    session->surroundings.loop->after(kPauseOfReads, [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        const auto alive = self ? self->session_.lock() : nullptr;
+        if (!alive) {
+            return;
+        }
+        {
+            const std::lock_guard lock(self->mutex_);
+            if (!self->isMute_) {
+                self->isReadRegularly_ = false;
+                return;
+            }
+        }
+        self->readRegularly();
+        if (self->owner_.isInFront()) {
+            self->refresh();  // some browsers say of a restored window that it is not active
+        } else if (!alive->silent->isSilent(self->window_.busName)) {
+            cmn::bus::Ask<atspi::States>(
+                *alive->connection, atspi::StatesOf(self->window_), alive->deadline(),
+                [weak](const auto& states) {
+                    const auto watch = weak.lock();
+                    if (watch && states && atspi::Has(*states, atspi::State::active)) {
+                        watch->refresh();
+                    }
+                });
+        }
+    });
 }
 
 void FieldWatch::refresh(const std::function<void()>& done) {
@@ -177,7 +234,7 @@ void FieldWatch::judge(const cmn::bus::Result<std::string>& text,
     }
     // Of a dead one the text, if it gave one, is no address. Told once: it may stay so.
     if (!std::exchange(isUnfit_, !isAlive) && !isAlive) {
-        onOutdated_();
+        owner_.onOutdated();
     }
 }
 

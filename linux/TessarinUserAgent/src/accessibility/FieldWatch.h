@@ -28,10 +28,15 @@ struct AddressField {
 // come in the bus's thread.
 class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
  public:
-    // `onOutdated` is called in the bus's thread when the object is no address field any more, or another
-    // kind of one.
+    // Both in the bus's thread: `onOutdated` is called when the object is no address field any more, or
+    // another kind of one; `isInFront` tells whether no other window on screen is in front of the field's.
+    struct Owner {
+        std::function<void()> onOutdated;
+        std::function<bool()> isInFront;
+    };
+
     FieldWatch(const std::shared_ptr<Session>& session, std::int32_t pid, AddressField field,
-               std::function<void()> onOutdated);
+               atspi::ObjectRef window, Owner owner);
 
     // Any thread.
     void open();
@@ -39,6 +44,8 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
     std::shared_ptr<const AtspiElement> element() const;  // with its text, when that is known
     // Tells changes from `given` on, which is the text that the listener knows.
     void listen(const std::shared_ptr<Listener>& listener, std::optional<std::string> given);
+    // Whether its application leaves its changes untold, which may change; then it is read once a second.
+    void setMute(bool isMute);
     // What was read of it elsewhere.
     void take(const cmn::bus::Result<std::string>& text);
 
@@ -56,6 +63,7 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
     void heard(const cmn::bus::Message& signal);
     void textChanged(const cmn::bus::Message& signal);
     void verify();
+    void readRegularly();
     void finish(const cmn::bus::Result<std::string>& text, const std::function<void()>& done);
     void judge(const cmn::bus::Result<std::string>& text, const cmn::bus::Result<atspi::States>& states);
     // With the mutex held.
@@ -65,7 +73,8 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
     const std::weak_ptr<Session> session_;
     const std::int32_t pid_;
     const AddressField field_;
-    const std::function<void()> onOutdated_;
+    const atspi::ObjectRef window_;
+    const Owner owner_;
     std::shared_ptr<cmn::bus::Subscription> signals_;
 
     bool isReading_ = false;  // the bus's thread only, as the next
@@ -75,6 +84,8 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
     mutable std::mutex mutex_;  // guards what follows
     TextMirror mirror_;
     bool isMissing_ = false;  // a read was not answered
+    bool isMute_ = false;
+    bool isReadRegularly_ = false;
     std::vector<Hearer> hearers_;
 };
 

@@ -43,4 +43,20 @@ void Listener::close() {
     closed_ = true;
 }
 
+void Listeners::add(const std::shared_ptr<Listener>& listener) {
+    std::erase_if(listeners_, [](const auto& weak) { return weak.expired(); });
+    listeners_.push_back(listener);
+}
+
+bool Listeners::tell(const AXElementRef& element, const char* notification) const {
+    bool isHeard = false;
+    for (const auto& weak : listeners_) {
+        if (const auto listener = weak.lock()) {
+            listener->tell(element, notification);
+            isHeard = true;
+        }
+    }
+    return isHeard;
+}
+
 }  // namespace useragent

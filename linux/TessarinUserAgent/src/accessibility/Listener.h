@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "useragent/Accessibility.h"
 #include "usercommon/Dispatch.h"
@@ -33,6 +34,17 @@ class Listener : public std::enable_shared_from_this<Listener> {
     bool delivering_ = false;
     bool closed_ = false;
     Notification missed_;
+};
+
+// Those of one application. Not locked.
+class Listeners {
+ public:
+    void add(const std::shared_ptr<Listener>& listener);
+    // False when nobody is left to hear it.
+    bool tell(const AXElementRef& element, const char* notification) const;
+
+ private:
+    std::vector<std::weak_ptr<Listener>> listeners_;
 };
 
 }  // namespace useragent

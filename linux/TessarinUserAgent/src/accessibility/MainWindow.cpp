@@ -10,8 +10,11 @@ bool IsCandidate(const TopLevel& window) {
            !atspi::Has(window.states, atspi::State::defunct);
 }
 
-bool HasTitle(const std::string& title, const std::string& onScreen) {
-    return !onScreen.empty() && title.starts_with(onScreen);
+TitleMatch MatchTitle(const std::string& title, const std::string& onScreen) {
+    if (onScreen.empty() || !title.starts_with(onScreen)) {
+        return TitleMatch::none;
+    }
+    return title == onScreen ? TitleMatch::whole : TitleMatch::beginning;
 }
 
 std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows,
@@ -19,13 +22,13 @@ std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows
                                             const std::string& frontTitle, bool isInFrontOfAll) {
     const bool isFrontKnown =
         isInFrontOfAll && std::any_of(windows.begin(), windows.end(), [&](const auto& one) {
-            return IsCandidate(one) && HasTitle(one.title, frontTitle);
+            return IsCandidate(one) && MatchTitle(one.title, frontTitle) != TitleMatch::none;
         });
     const auto rank = [&](const TopLevel& window) {
         return std::tuple(!isFrontKnown && atspi::Has(window.states, atspi::State::active),
                           atspi::Has(window.states, atspi::State::showing) &&
                               !atspi::Has(window.states, atspi::State::iconified),
-                          HasTitle(window.title, frontTitle),
+                          MatchTitle(window.title, frontTitle),
                           before.end() - std::find(before.begin(), before.end(), window.path));
     };
     std::optional<std::size_t> best;

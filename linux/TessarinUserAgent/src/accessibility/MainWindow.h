@@ -23,8 +23,10 @@ struct TopLevel {
 // Whether it can be the main one. Frames without a title are menus and bubbles, and dialogs are no frames.
 bool IsCandidate(const TopLevel& window);
 
-// Whether a window of that title may be the one with that title on screen, which some browsers leave shorter.
-bool HasTitle(const std::string& title, const std::string& onScreen);
+// How well a window's title fits that of a window on screen, which some browsers leave shorter; a window that
+// has the very same one is rather meant. The later the better.
+enum class TitleMatch { none, beginning, whole };
+TitleMatch MatchTitle(const std::string& title, const std::string& onScreen);
 
 // Which of the windows is the main one. Of several that claim to be active, and when there is none, the one
 // that is in front on screen by its title `frontTitle`, which may be empty; then the one that was it last, of

@@ -43,6 +43,25 @@ bool HasPath(const std::vector<std::string>& paths, const std::string& path) {
 
 }  // namespace
 
+void WindowSearch::Known::remember(const Found& found) {
+    std::erase_if(mainWindows, [&](const std::string& path) {
+        return path == found.window.path || !found.windows.contains(path);
+    });
+    if (!found.window.path.empty()) {
+        mainWindows.insert(mainWindows.begin(), found.window.path);
+    }
+    std::erase_if(minimised, [&](const std::string& path) { return !found.windows.contains(path); });
+    for (auto* const ofWindows : {&fields, &pages}) {
+        std::erase_if(*ofWindows, [&](const auto& entry) { return !found.windows.contains(entry.first); });
+    }
+    if (found.field && found.field->isPage) {
+        pages[found.window.path] = *found.field;
+    } else if (found.field) {
+        fields[found.window.path] = *found.field;
+        pages.erase(found.window.path);
+    }
+}
+
 WindowSearch::WindowSearch(std::shared_ptr<Session> session, std::int32_t pid, std::string busName)
     : session_(std::move(session)), pid_(pid), root_{std::move(busName), atspi::kRootPath} {}
 
@@ -87,9 +106,12 @@ AXError WindowSearch::chooseWindow(const Known& known, Found& found) {
     }
     std::vector<TopLevel> windows;
     for (std::size_t i = 0; i < answers.size(); ++i) {
-        const TopLevel& window = windows.emplace_back(
+        TopLevel& window = windows.emplace_back(
             TopLevel{(*objects)[i].path, answers[i].role.read().valueOr(0),
                      answers[i].states.read().valueOr(0), answers[i].name.read().valueOr("")});
+        if (known.minimised.contains(window.path)) {
+            window.states = window.states | atspi::State::iconified;
+        }
         found.windows[window.path] = IsCandidate(window);
     }
     const auto chosen = ChooseMainWindow(windows, known.mainWindows, known.frontTitle, known.isCovered);
@@ -259,25 +281,26 @@ bool WindowSearch::stillHolds(const Found& found, const std::string& frontTitle,
     if (onScreen && onScreen->showing && HasPath(*onScreen->showing, mainWindow)) {
         return std::none_of(onScreen->active.begin(), onScreen->active.end(), isOther);
     }
-    bool isInFront = true;
+    TitleMatch match = TitleMatch::whole;
     if (!frontTitle.empty()) {
-        isInFront = title && HasTitle(*title, frontTitle);
-        if (isInFront && found.candidates() == 1) {
+        match = MatchTitle(title.value_or(""), frontTitle);
+        if (match != TitleMatch::none && found.candidates() == 1) {
             return true;
         }
     }
     const atspi::States states =
         AskAndWait(session_->connection, atspi::StatesOf(found.window), session_->deadline())
             .valueOr(atspi::States{} | atspi::State::defunct);
-    if (atspi::Has(states, atspi::State::active) && isInFront) {
+    if (atspi::Has(states, atspi::State::active) && match != TitleMatch::none) {
         return true;
     }
     return !atspi::Has(states, atspi::State::defunct) && !atspi::Has(states, atspi::State::iconified) &&
-           isNoOtherInFront(found, isInFront ? "" : frontTitle);
+           isNoOtherInFront(found, frontTitle, match);
 }
 
-// Another program's window is active, or another one of this application.
-bool WindowSearch::isNoOtherInFront(const Found& found, const std::string& frontTitle) const {
+// None is active, nor has a title that fits better than that of the main window.
+bool WindowSearch::isNoOtherInFront(const Found& found, const std::string& frontTitle,
+                                    TitleMatch match) const {
     const auto windows = AskAndWait(session_->connection, atspi::ChildrenOf(root_), session_->deadline());
     if (!windows || windows->size() != found.windows.size()) {
         return false;
@@ -300,7 +323,7 @@ bool WindowSearch::isNoOtherInFront(const Found& found, const std::string& front
     batch.wait();
     return std::none_of(others.begin(), others.end(), [&](const Window& other) {
         return atspi::Has(other.states.read().valueOr(0), atspi::State::active) ||
-               HasTitle(other.title.read().valueOr(""), frontTitle);
+               MatchTitle(other.title.read().valueOr(""), frontTitle) > match;
     });
 }
 

@@ -5,10 +5,12 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "accessibility/FieldWatch.h"
+#include "accessibility/MainWindow.h"
 #include "accessibility/Session.h"
 #include "useragent/Accessibility.h"
 
@@ -18,11 +20,16 @@ namespace useragent {
 // waits for its answers; any thread but the bus's and the main thread.
 class WindowSearch {
  public:
+    struct Found;
+
     // What was found before, and helps.
     struct Known {
+        void remember(const Found& found);
+
         std::vector<std::string> mainWindows;  // the paths of those that were it, the latest first
         std::string frontTitle;                // of the front-most window on screen; empty when not known
         bool isCovered = false;                // another program's window is in front of that
+        std::set<std::string> minimised;       // the paths of those that said so, which some never do
         std::map<std::string, AddressField> fields;  // by the path of the window
         std::map<std::string, AddressField> pages;   // that fill their window now, in the place of its field
     };
@@ -52,7 +59,7 @@ class WindowSearch {
  private:
     AXError chooseWindow(const Known& known, Found& found);
     void findField(const Known& known, Found& found);
-    bool isNoOtherInFront(const Found& found, const std::string& frontTitle) const;
+    bool isNoOtherInFront(const Found& found, const std::string& frontTitle, TitleMatch match) const;
     bool findCovered(Found& found);
     bool isInPage(atspi::ObjectRef object, const atspi::ObjectRef& window) const;
     bool describe(AddressField field, Found& found);

@@ -4,10 +4,8 @@
 #include <unistd.h>
 
 #include <QByteArray>
-#include <algorithm>
 #include <cstdint>
 #include <exception>
-#include <iterator>
 #include <utility>
 
 #include "common/log.h"
@@ -54,16 +52,17 @@ ApplicationService::~ApplicationService() {
 
 std::shared_ptr<const bus::Objects> ApplicationService::objects() {
     auto objects = std::make_shared<bus::Objects>();
-    objects->add(kApplicationPath,
-                 {bus::Interface(kInterface)
-                      .method("Activate", {"platform_data"}, [](const Data&) {})
-                      .method("Open", {"uris", "platform_data"}, this, &ApplicationService::open)
-                      .method("ActivateAction", {"action_name", "parameter", "platform_data"},
-                              [](const std::string&, const std::vector<std::variant<std::monostate>>&,
-                                 const Data&) {}),
-                  bus::Interface(kStatusInterface)
-                      .methodAnsweredLater<std::string>(kStatusMethod, {"addresses", "status"}, this,
-                                                        &ApplicationService::status)});
+    objects->add(
+        kApplicationPath,
+        {bus::Interface(kInterface)
+             .method("Activate", {"platform_data"}, [](const Data&) {})
+             .methodAnsweredLater<void>("Open", {"uris", "platform_data"}, this, &ApplicationService::open)
+             .method(
+                 "ActivateAction", {"action_name", "parameter", "platform_data"},
+                 [](const std::string&, const std::vector<std::variant<std::monostate>>&, const Data&) {}),
+         bus::Interface(kStatusInterface)
+             .methodAnsweredLater<std::string>(kStatusMethod, {"addresses", "status"}, this,
+                                               &ApplicationService::status)});
     return objects;
 }
 
@@ -176,45 +175,52 @@ ApplicationService::Launch ApplicationService::claimOrHandOver(LaunchRequest& re
     return launch;
 }
 
-// In as many messages as it takes.
+// One URL a message: which of them are open is known whatever becomes of the others.
 std::string ApplicationService::handOver(LaunchRequest& request, bus::Deadline deadline) {
-    do {
-        const auto end = request.urls.begin() + std::min<std::ptrdiff_t>(std::ssize(request.urls), kMostUrls);
-        std::vector<std::string> urls;
-        std::transform(request.urls.begin(), end, std::back_inserter(urls), TextOfURL);
-        Data data;
-        if (!request.activationToken.empty()) {
-            data = {{kTokenKey, request.activationToken}, {kStartupIdKey, request.activationToken}};
+    bus::Connection& connection = bus_.connection();
+    Data data;
+    if (!request.activationToken.empty()) {
+        data = {{kTokenKey, request.activationToken}, {kStartupIdKey, request.activationToken}};
+    }
+    const auto methodCall = [&](const char* method, const auto&... arguments) {
+        return connection.makeCall(kApplicationName, kApplicationPath, kInterface, method, arguments...,
+                                   std::exchange(data, {}));
+    };
+    if (request.urls.empty()) {
+        const auto answer = connection.callAndWait(methodCall("Activate"), deadline);
+        return answer ? std::string() : answer.error().message;
+    }
+    std::vector<bus::Message> calls;
+    for (const std::string& url : request.urls) {
+        calls.push_back(methodCall("Open", std::vector{TextOfURL(url)}));
+    }
+    const auto answers = connection.callAndWait(std::move(calls), deadline);
+    LaunchRequest left;
+    std::string failure;
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+        if (answers[i]) {
+            continue;
         }
-        bus::Connection& connection = bus_.connection();
-        const auto answer = connection.callAndWait(
-            urls.empty()
-                ? connection.makeCall(kApplicationName, kApplicationPath, kInterface, "Activate", data)
-                : connection.makeCall(kApplicationName, kApplicationPath, kInterface, "Open", urls, data),
-            deadline);
-        if (!answer) {
-            const auto notSent = std::distance(end, request.urls.end());
-            return answer.error().message +
-                   (notSent == 0 ? std::string() : fmt::format("; {} more URLs were not sent", notSent));
-        }
-        request.urls.erase(request.urls.begin(), end);
-        request.activationToken.clear();
-    } while (!request.urls.empty());
-    return {};
+        failure = failure.empty() ? answers[i].error().message : failure;
+        left.urls.push_back(std::move(request.urls[i]));
+        left.activationToken = i == 0 ? request.activationToken : left.activationToken;
+    }
+    request = std::move(left);
+    return request.urls.size() > 1 ? fmt::format("{}; {} URLs in all", failure, request.urls.size())
+                                   : failure;
 }
 
-void ApplicationService::setHandler(std::function<std::size_t(const LaunchRequest&)> handler) {
-    handler_ = std::move(handler);
-}
-
-bus::Result<bus::Nothing> ApplicationService::open(const std::vector<std::string>& urls, const Data& data) {
+void ApplicationService::open(const bus::Question& question, const std::vector<std::string>& urls,
+                              const Data& data) {
     const auto handler = handler_;  // it may replace itself
     if (!handler) {
-        return bus::Error{bus::error::kFailed, "the agent is not running"};
+        question.fail({bus::error::kFailed, "the agent is not running"});
+        return;
     }
     if (urls.size() > kMostUrls) {
-        return bus::Error{bus::error::kLimitsExceeded,
-                          fmt::format("more than {} URLs in one request", kMostUrls)};
+        question.fail(
+            {bus::error::kLimitsExceeded, fmt::format("more than {} URLs in one request", kMostUrls)});
+        return;
     }
     LaunchRequest request{urls, {}};
     for (const char* key : {kStartupIdKey, kTokenKey}) {
@@ -225,16 +231,18 @@ bus::Result<bus::Nothing> ApplicationService::open(const std::vector<std::string
         }
     }
     try {
-        if (const std::size_t dropped = handler(request); dropped != 0) {
-            return bus::Error{
-                bus::error::kLimitsExceeded,
-                fmt::format("{} of {} URLs are dropped: too many are waiting", dropped, urls.size())};
-        }
+        handler(request, [question, all = urls.size()](std::size_t notOpened) {
+            if (notOpened == 0) {
+                question.reply();
+            } else {
+                question.fail(
+                    {bus::error::kFailed, fmt::format("{} of {} URLs are not opened", notOpened, all)});
+            }
+        });
     } catch (const std::exception& e) {
         TLOG_ERROR("A request to open something failed: {}", e.what());
-        return bus::Error{bus::error::kFailed, e.what()};
+        question.fail({bus::error::kFailed, e.what()});
     }
-    return bus::Nothing();
 }
 
 // The bus of a session is its user's, but root comes in, and who was let in by a configuration.

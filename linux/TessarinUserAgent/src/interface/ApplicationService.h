@@ -32,7 +32,7 @@ class ApplicationService {
         alone    // there is no bus to tell
     };
 
-    // URLs in one request; who has more sends several.
+    // URLs in one message; who has more sends several.
     static constexpr int kMostUrls = 100;
     // For a bus that is known to answer.
     static constexpr std::chrono::milliseconds kConnectPatience{4000};
@@ -54,7 +54,7 @@ class ApplicationService {
         std::string failure;  // of the second: why the first did not take all; empty when it did
     };
     // Claims the name or, when somebody has it, hands the request over; when that one leaves meanwhile, once
-    // more. Waits for who has the name at most that long. What was handed over is no longer in the request.
+    // more. Waits for who has the name at most that long. What was opened is no longer in the request.
     // `willWait` is called before that; when it returns false the request is given up.
     Launch claimOrHandOver(LaunchRequest& request, std::chrono::milliseconds patience,
                            const std::function<bool()>& willWait);
@@ -62,9 +62,11 @@ class ApplicationService {
     // Why one that is alone did not get the name; empty when there is no bus.
     const std::string& refusal() const { return refusal_; }
 
-    // Called with each request that arrives, on the event loop. Returns how many URLs it could not take; the
-    // sender is told. Without a handler requests are refused.
-    void setHandler(std::function<std::size_t(const LaunchRequest&)> handler);
+    // Called with each request that arrives, on the event loop. `done` answers the sender, on any thread:
+    // what is not opened is the sender's business again. Without a handler requests are refused.
+    using Done = std::function<void(std::size_t notOpened)>;
+    using Handler = std::function<void(const LaunchRequest&, Done done)>;
+    void setHandler(Handler handler) { handler_ = std::move(handler); }
 
     // Called with each question how the agent is that a program of the same user asks, on the event loop.
     // `done` takes the answer, on any thread. Without a handler, and to others, it is refused.
@@ -72,8 +74,8 @@ class ApplicationService {
         std::function<void(bool withAddresses, std::function<void(const std::string& json)> done)>;
     void setStatusHandler(StatusHandler handler) { statusHandler_ = std::move(handler); }
 
-    // The first becomes nobody: gives the name back, then its object. Requests that are not answered yet are
-    // refused, so that their sender claims the name. May be called again.
+    // The first becomes nobody: gives the name back, then its object. Requests that the handler was not given
+    // yet are refused, so that their sender claims the name. May be called again.
     void release();
 
  private:
@@ -85,7 +87,8 @@ class ApplicationService {
     static Name nameAfter(const cmn::bus::Error& error);
 
     std::shared_ptr<const cmn::bus::Objects> objects();
-    cmn::bus::Result<cmn::bus::Nothing> open(const std::vector<std::string>& urls, const Data& platformData);
+    void open(const cmn::bus::Question& question, const std::vector<std::string>& urls,
+              const Data& platformData);
     void status(const cmn::bus::Question& question, bool withAddresses);
     void statusWantedBy(const SessionBus::Reply& user, const cmn::bus::Question& question,
                         bool withAddresses);
@@ -97,7 +100,7 @@ class ApplicationService {
 
     const std::chrono::milliseconds connectPatience_;
     Name name_ = Name::unwanted;
-    std::function<std::size_t(const LaunchRequest&)> handler_;
+    Handler handler_;
     StatusHandler statusHandler_;
     std::string refusal_;
     SessionBus bus_;  // calls the others

@@ -42,7 +42,7 @@ QtApplicationInterface::QtApplicationInterface(SessionBusPlace bus, bool hasDisp
 
 std::shared_ptr<StatusItem> QtApplicationInterface::createStatusItem(std::function<void()> menuNeedsUpdate) {
     return std::make_shared<TrayStatusItem>(
-        bus_, std::make_shared<StatusMenu>([] { QCoreApplication::quit(); }), std::move(menuNeedsUpdate));
+        bus_, std::make_shared<StatusMenu>([] { QCoreApplication::exit(); }), std::move(menuNeedsUpdate));
 }
 
 std::unique_ptr<PropertiesWindow> QtApplicationInterface::createPropertiesWindow(

@@ -43,7 +43,6 @@ XdgFolders XdgFoldersFrom(const EnvironmentLookup& environment) {
     XdgFolders folders;
     folders.dataHome = FolderFrom(environment, "XDG_DATA_HOME", ".local/share");
     folders.configHome = FolderFrom(environment, "XDG_CONFIG_HOME", ".config");
-    folders.stateHome = FolderFrom(environment, "XDG_STATE_HOME", ".local/state");
     folders.dataFolders = FoldersFrom(environment, "XDG_DATA_DIRS", "/usr/local/share:/usr/share");
     folders.configFolders = FoldersFrom(environment, "XDG_CONFIG_DIRS", "/etc/xdg");
     return folders;

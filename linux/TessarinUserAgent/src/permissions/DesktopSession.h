@@ -13,7 +13,6 @@ namespace useragent {
 struct XdgFolders {
     std::filesystem::path dataHome;
     std::filesystem::path configHome;
-    std::filesystem::path stateHome;
     std::vector<std::filesystem::path> dataFolders;    // the system's, most important first
     std::vector<std::filesystem::path> configFolders;  // the system's, most important first
 };

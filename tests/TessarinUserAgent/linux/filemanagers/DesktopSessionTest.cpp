@@ -23,7 +23,6 @@ TEST(DesktopSessionTest, FoldersHaveTheStandardPlacesWithoutVariables) {
     const XdgFolders folders = FoldersOf({{"HOME", "/home/u"}});
     EXPECT_EQ(folders.dataHome, "/home/u/.local/share");
     EXPECT_EQ(folders.configHome, "/home/u/.config");
-    EXPECT_EQ(folders.stateHome, "/home/u/.local/state");
     EXPECT_THAT(folders.dataFolders, ElementsAre(path("/usr/local/share"), path("/usr/share")));
     EXPECT_THAT(folders.configFolders, ElementsAre(path("/etc/xdg")));
 }
@@ -32,12 +31,10 @@ TEST(DesktopSessionTest, FoldersFollowTheVariables) {
     const XdgFolders folders = FoldersOf({{"HOME", "/home/u"},
                                           {"XDG_DATA_HOME", "/d"},
                                           {"XDG_CONFIG_HOME", "/c"},
-                                          {"XDG_STATE_HOME", "/s"},
                                           {"XDG_DATA_DIRS", "/one:/two"},
                                           {"XDG_CONFIG_DIRS", "/three"}});
     EXPECT_EQ(folders.dataHome, "/d");
     EXPECT_EQ(folders.configHome, "/c");
-    EXPECT_EQ(folders.stateHome, "/s");
     EXPECT_THAT(folders.dataFolders, ElementsAre(path("/one"), path("/two")));
     EXPECT_THAT(folders.configFolders, ElementsAre(path("/three")));
 }

@@ -69,6 +69,16 @@ class AgentProgramTest : public testing::Test {
     static bool WaitUntil(Condition condition) {
         return fake::WaitInHandler(condition, kPatience);
     }
+    // Whether the process has a handler of its own for the signal.
+    static bool Handles(pid_t process, int signal) {
+        std::ifstream status("/proc/" + std::to_string(process) + "/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("SigCgt:")) {
+                return (std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1U) != 0;
+            }
+        }
+        return false;
+    }
     // How long the end takes, which is to be in order.
     static std::chrono::steady_clock::duration End(fake::ChildProcess& agent) {
         const auto begin = std::chrono::steady_clock::now();

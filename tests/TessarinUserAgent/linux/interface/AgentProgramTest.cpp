@@ -3,6 +3,7 @@
 
 #include "AgentProgram.h"
 #include "support/MuteSocket.h"
+#include "support/RawPeer.h"
 
 // The agent as a process: how it starts and ends in surroundings that fail it.
 
@@ -11,17 +12,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::Contains;
 namespace fs = std::filesystem;
-
-// Whether the process has a handler of its own for the signal.
-bool Handles(pid_t process, int signal) {
-    std::ifstream status("/proc/" + std::to_string(process) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("SigCgt:")) {
-            return (std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1U) != 0;
-        }
-    }
-    return false;
-}
 
 TEST_F(AgentProgramTest, SigtermInThePollingPauseEndsItAtOnce) {
     const auto end = ShortestEnd([this] {
@@ -98,6 +88,28 @@ TEST_F(AgentProgramTest, ALaunchThatHandsOverIsNotKeptAliveByTheHandler) {
     EXPECT_EQ(second->wait(kPatience), -SIGTERM);
     first->signal(SIGCONT);
     End(*first);
+}
+
+TEST_F(AgentProgramTest, ALaunchSaysWhenTheRunningAgentDidNotTakeItsRequest) {
+    for (const bool takes : {true, false}) {
+        fake::RawPeer running(bus.address(), [takes](const QDBusMessage& call, QDBusConnection connection) {
+            connection.send(takes ? call.createReply() : call.createErrorReply("org.example.Error", "busy"));
+        });
+        ASSERT_TRUE(running.own("com.tessarin.TessarinUserAgent"));
+        fake::ChildProcess launch({program, "tessarin-scheme://showProperties?path=/f"}, environment,
+                                  folder.path());
+        EXPECT_EQ(launch.wait(kPatience), takes ? 0 : 1);
+        EXPECT_EQ(launch.errors(),
+                  takes ? "" : "TessarinUserAgent: the running agent did not take the request: busy\n");
+    }
+}
+
+TEST_F(AgentProgramTest, TheEntriesOfFileManagersNeedNeitherBusNorDisplay) {
+    environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nonexistent";
+    fake::ChildProcess command({program, "--file-manager-action", "status", "none such"}, environment,
+                               folder.path());
+    EXPECT_EQ(command.wait(kPatience), 2);
+    EXPECT_THAT(command.errors(), testing::StartsWith("No file manager is known as \"none such\".\n"));
 }
 
 TEST_F(AgentProgramTest, ABusThatRefusesTheNameIsToldOnlyAfterTheSettingsWereRead) {

@@ -60,6 +60,8 @@ TEST_F(DesktopNoticesTest, ButtonOfAnotherNoteIsNotItsOwn) {
     const QString button = service.shown().at(0).arguments().at(5).toStringList().value(0);
     for (int times = 0; times < 20; ++times) {
         service.press(fake::NotificationService::kNumber + 1, button);
+        service.press(QString::number(fake::NotificationService::kNumber),
+                      button);  // not as the standard has it
     }
     // Signals keep their order: those before the right one were heard.
     EXPECT_TRUE(fake::WaitFor([&] {
@@ -79,6 +81,17 @@ TEST_F(DesktopNoticesTest, WithoutAServiceItSaysSoAndTheNextIsTriedAnew) {
     show(notices);
     ASSERT_TRUE(isDone());
     EXPECT_EQ(*failure, "");
+}
+
+TEST_F(DesktopNoticesTest, AnAnswerThatIsNoNumberIsAFailure) {
+    fake::RawPeer odd(bus.address(), [](const QDBusMessage& call, QDBusConnection connection) {
+        connection.send(call.createReply(QStringLiteral("4711")));
+    });
+    ASSERT_TRUE(odd.own("org.freedesktop.Notifications"));
+    useragent::DesktopNotices notices(place);
+    show(notices);
+    ASSERT_TRUE(isDone());
+    EXPECT_NE(*failure, "");
 }
 
 TEST_F(DesktopNoticesTest, AServiceThatHangsIsGivenUp) {
