@@ -30,6 +30,23 @@ class UnsealFailuresTest : public fake::SealedFileFixture {
         const auto reason = lines.empty() ? std::string::npos : lines[0].rfind(" -- ");
         return reason == std::string::npos ? "no line" : lines[0].substr(reason + 4);
     }
+    // With these rights, as a user who may not write everywhere.
+    void expectRefusal(fs::perms ofFolder) {
+        fs::permissions(folder_.path(), ofFolder);
+        fs::permissions(file_, fs::perms(0444));
+        // Root may write everywhere: this thread is another user as far as files go.
+        const bool isRoot = geteuid() == 0;
+        if (isRoot) {
+            setfsuid(12'345);
+        }
+        EXPECT_EQ(refusal(file_, UnsealStatus::unwritable), "Permission denied");
+        if (isRoot) {
+            setfsuid(0);
+        }
+        EXPECT_EQ(content(), sealed_);
+        EXPECT_THAT(names(), ElementsAre("file.txt"));
+        fs::permissions(folder_.path(), fs::perms(0700));
+    }
 };
 
 TEST_F(UnsealFailuresTest, WhatCannotBeReadIsUnreadable) {
@@ -56,35 +73,11 @@ TEST_F(UnsealFailuresTest, AFileWithoutAPlaceIsUnwritable) {
 }
 
 TEST_F(UnsealFailuresTest, AFolderThatTakesNoFileLeavesTheFileAsItWas) {
-    fs::permissions(folder_.path(), fs::perms(0555));
-    fs::permissions(file_, fs::perms(0444));
-    // Root may write everywhere: this thread is another user as far as files go.
-    const bool isRoot = geteuid() == 0;
-    if (isRoot) {
-        setfsuid(12'345);
-    }
-    EXPECT_EQ(refusal(file_, UnsealStatus::unwritable), "Permission denied");
-    if (isRoot) {
-        setfsuid(0);
-    }
-    EXPECT_EQ(content(), sealed_);
-    EXPECT_THAT(names(), ElementsAre("file.txt"));
-    fs::permissions(folder_.path(), fs::perms(0700));
+    expectRefusal(fs::perms(0555));
 }
 
 TEST_F(UnsealFailuresTest, AFileThatMayNotBeWrittenStaysAsItWas) {
-    fs::permissions(folder_.path(), fs::perms(0777));
-    fs::permissions(file_, fs::perms(0444));
-    const bool isRoot = geteuid() == 0;
-    if (isRoot) {
-        setfsuid(12'345);
-    }
-    EXPECT_EQ(refusal(file_, UnsealStatus::unwritable), "Permission denied");
-    if (isRoot) {
-        setfsuid(0);
-    }
-    EXPECT_EQ(content(), sealed_);
-    EXPECT_THAT(names(), ElementsAre("file.txt"));
+    expectRefusal(fs::perms(0777));
 }
 
 TEST_F(UnsealFailuresTest, RelativePathsAreRefused) {

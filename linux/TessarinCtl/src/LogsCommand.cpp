@@ -7,20 +7,16 @@
 #include "AgentCommands.h"
 #include "LogRingReader.h"
 #include "common/utf8.h"
-#include "useragent/AgentNames.h"
+#include "doctor/Installation.h"
 
 namespace ctl {
 
 namespace {
 
-// Where the agent puts its log: beside its bundle when it can write there, else in the user's folder. Of
-// several logs the one that was written last.
+// Of several logs the one that was written last.
 std::optional<LogRingReader> FindLog(const Surroundings& surroundings) {
-    const auto stem = useragent::LogStem(surroundings.agent);
-    std::vector<LogRingReader> logs{LogRingReader(stem)};
-    if (!surroundings.userLogs.empty()) {
-        logs.emplace_back(surroundings.userLogs / stem.filename());
-    }
+    const auto stems = LogStems(surroundings.agent, surroundings.userLogs);
+    const std::vector<LogRingReader> logs(stems.begin(), stems.end());
     const auto last = std::max_element(logs.begin(), logs.end(), [](const auto& a, const auto& b) {
         return a.lastWritten() < b.lastWritten();
     });

@@ -16,8 +16,9 @@ namespace ctl {
 namespace {
 
 std::shared_ptr<const Machine> MachineOf(const Surroundings& surroundings) {
-    return std::make_shared<const Machine>(
-        ThisMachine(cmn::BundlePathOf(surroundings.agent), surroundings.systemBus, surroundings.sessionBus));
+    return std::make_shared<const Machine>(ThisMachine(cmn::BundlePathOf(surroundings.agent),
+                                                       surroundings.userLogs, surroundings.systemBus,
+                                                       surroundings.sessionBus));
 }
 
 // A thread that hangs keeps the program from ending as usual.

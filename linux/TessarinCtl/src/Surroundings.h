@@ -10,7 +10,7 @@ namespace ctl {
 struct Patience {
     std::chrono::milliseconds status{4000};   // for all that the status asks
     std::chrono::milliseconds bus{2000};      // for a bus, and for its own answers
-    std::chrono::milliseconds open{5000};     // for the agent to take a request
+    std::chrono::milliseconds open{20'000};   // for the agent to open a window
     std::chrono::milliseconds start{15'000};  // for an agent that was started
     std::chrono::milliseconds scan{10'000};   // for the service to look at a file
 };

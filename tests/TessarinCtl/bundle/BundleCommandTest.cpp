@@ -38,14 +38,13 @@ TEST(BundleCommandTest, AnArchiveIsNamedAfterTheTimeAndNobody) {
 }
 
 TEST(BundleCommandTest, OfTheMachineComeVersionsSettingsLogsAndNames) {
-    Machine machine = ThisMachine("/opt/tessarin/TessarinUserAgent.app", "", "");
+    Machine machine = ThisMachine("/opt/tessarin/TessarinUserAgent.app", "/nowhere/state/tessarin", "", "");
     machine.desktop.currentDesktop = "XFCE";
-    machine.desktop.folders.stateHome = "/nowhere/state";
     const BundleSources sources = SourcesOfThisMachine(machine, {{"doctor.json", "[]"}});
     EXPECT_EQ(sources.settings, "/opt/tessarin/settings.json");
     EXPECT_THAT(sources.logFolders,
                 testing::ElementsAre(fs::path("/opt/tessarin"), fs::path("/nowhere/state/tessarin"),
-                                     fs::path("/var/log/tessarin")));
+                                     fs::path(cmn::GetSystemLogFolder())));
     EXPECT_EQ(sources.reports.size(), 2U);
     EXPECT_THAT(sources.reports.at("versions.json"), HasSubstr("\"desktop\": \"XFCE\""));
     EXPECT_THAT(sources.secrets, testing::Contains(std::pair(SecretKind::host, cmn::GetHostName())));

@@ -27,6 +27,7 @@ TEST_F(ChecksTest, OnAMachineWithoutAnythingEachSaysSoInTime) {
     systemAddress = sessionAddress = "";
     programs.clear();
     variables.clear();
+    userLogs.clear();
     space.reset();
     seen.reset();
     Doctor doctor(std::make_shared<const Machine>(machine()), std::chrono::seconds(20));

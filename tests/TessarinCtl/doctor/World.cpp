@@ -79,6 +79,7 @@ Machine World::machine() const {
     made.desktop.hasProgram = [this](const std::string& name) { return programs.contains(name); };
     made.buses = std::make_shared<Buses>(systemAddress, sessionAddress);
     made.bundle = bundle;
+    made.userLogs = userLogs;
     made.qtPlugins = {folder / "nowhere", folder / "qt"};
     made.serviceUser = serviceUser;
     made.now = [this] { return now; };

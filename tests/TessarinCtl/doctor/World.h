@@ -52,6 +52,7 @@ class World : public testing::Test {
     const std::filesystem::path settings = folder / "opt/settings.json";
     const std::filesystem::path home = folder / "home";
     const std::filesystem::path data = folder / "share";
+    std::filesystem::path userLogs = home / ".local/state/tessarin";
     const std::filesystem::path policy = root / "usr/share/dbus-1/system.d/com.tessarin.conf";
     const std::filesystem::path actions = root / "usr/share/polkit-1/actions/com.tessarin.policy";
     const std::filesystem::path handler = data / "applications/com.tessarin.TessarinUserAgent.desktop";

@@ -61,8 +61,10 @@ BundleSources SourcesOfThisMachine(const Machine& machine, std::map<std::string,
     sources.reports = std::move(reports);
     sources.reports["versions.json"] = Versions(machine, kernel);
     sources.settings = SettingsOf(machine);
-    sources.logFolders = {sources.settings.parent_path(), machine.desktop.folders.stateHome / "tessarin",
-                          "/var/log/tessarin"};
+    for (const auto& stem : LogStems(AgentOf(machine), machine.userLogs)) {
+        sources.logFolders.push_back(stem.parent_path());
+    }
+    sources.logFolders.emplace_back(cmn::GetSystemLogFolder());
     sources.secrets = NamesOnThisMachine();
     sources.kept.assign(std::begin(kPublicTexts), std::end(kPublicTexts));
     sources.kept.push_back(kernel);

@@ -16,7 +16,6 @@
 #include "doctor/Checks.h"
 #include "doctor/Installation.h"
 #include "doctor/Machine.h"
-#include "useragent/AgentNames.h"
 
 namespace ctl {
 
@@ -42,41 +41,32 @@ fs::path ExistingFolder(fs::path folder) {
     return folder;
 }
 
-struct Place {
-    fs::path folder;
-    bool isMade;  // by the agent, when it is missing
-};
-
-// Where the agent's log may be, best first; docs/operations.md has the table.
-std::vector<Place> LogPlaces(const Machine& machine) {
-    std::vector<Place> places{{useragent::LogStem(AgentOf(machine)).parent_path(), false}};
-    if (const fs::path& state = machine.desktop.folders.stateHome; state.is_absolute()) {
-        places.push_back({state / "tessarin", true});
+// The first files of the log in its places, best first.
+std::vector<fs::path> LogFiles(const Machine& machine) {
+    auto files = LogStems(AgentOf(machine), machine.userLogs);
+    for (fs::path& file : files) {
+        file += "_0.log";
     }
-    return places;
+    return files;
 }
 
-fs::path LogFileIn(const Machine& machine, const fs::path& folder) {
-    return folder / (useragent::LogStem(AgentOf(machine)).filename().string() + "_0.log");
-}
-
-// As the agent finds out, without making anything.
-bool CanBeWritten(const Machine& machine, const Place& place) {
-    const fs::path file = LogFileIn(machine, place.folder);
+// As the agent finds out, without making anything. It makes the user's folder when that is missing.
+bool CanBeWritten(const Machine& machine, const fs::path& file) {
     std::error_code error;
     const fs::file_status status = fs::symlink_status(file, error);
     if (fs::exists(status)) {
         return fs::is_regular_file(status) && IsAccessible(file, W_OK);
     }
-    const fs::path folder = place.isMade ? ExistingFolder(place.folder) : place.folder;
+    const fs::path wanted = file.parent_path();
+    const fs::path folder = wanted == machine.userLogs ? ExistingFolder(wanted) : wanted;
     return fs::is_directory(folder, error) && IsAccessible(folder, W_OK | X_OK);
 }
 
-std::optional<Place> LogPlaceOf(const Machine& machine) {
-    const auto places = LogPlaces(machine);
-    const auto found = std::find_if(places.begin(), places.end(),
-                                    [&](const Place& place) { return CanBeWritten(machine, place); });
-    return found == places.end() ? std::nullopt : std::optional(*found);
+std::optional<fs::path> LogFileOf(const Machine& machine) {
+    const auto files = LogFiles(machine);
+    const auto found = std::find_if(files.begin(), files.end(),
+                                    [&](const fs::path& file) { return CanBeWritten(machine, file); });
+    return found == files.end() ? std::nullopt : std::optional(*found);
 }
 
 // " at byte 17 (line 3)", as far as the reader's complaint says where.
@@ -95,10 +85,10 @@ std::string WhereItBreaks(const std::string& complaint, const fs::path& file) {
 }  // namespace
 
 Finding CheckLog(const Machine& machine, bus::Deadline /*deadline*/) {
-    if (const auto place = LogPlaceOf(machine)) {
-        return Good(fmt::format("It is {}", Quoted(LogFileIn(machine, place->folder))));
+    if (const auto file = LogFileOf(machine)) {
+        return Good(fmt::format("It is {}", Quoted(*file)));
     }
-    const fs::path wanted = LogPlaces(machine).back().folder;
+    const fs::path wanted = LogFiles(machine).back().parent_path();
     return {Verdict::wrong,
             "No place for it can be written, so its lines go to the standard error stream of the session",
             fmt::format(
@@ -154,20 +144,21 @@ Finding CheckClock(const Machine& machine, bus::Deadline /*deadline*/) {
 }
 
 Finding CheckDisk(const Machine& machine, bus::Deadline /*deadline*/) {
-    const auto place = LogPlaceOf(machine);
-    if (!place) {
+    const auto file = LogFileOf(machine);
+    if (!file) {
         return NotApplicable("The log has no place");
     }
-    const auto space = machine.freeSpace(ExistingFolder(place->folder));
+    const fs::path folder = file->parent_path();
+    const auto space = machine.freeSpace(ExistingFolder(folder));
     if (!space) {
-        return {Verdict::warning, fmt::format("It cannot be told for {}", Quoted(place->folder)), "df -h"};
+        return {Verdict::warning, fmt::format("It cannot be told for {}", Quoted(folder)), "df -h"};
     }
-    const std::string text = fmt::format("{} MiB are left for {}", *space >> 20U, Quoted(place->folder));
+    const std::string text = fmt::format("{} MiB are left for {}", *space >> 20U, Quoted(folder));
     if (*space >= kSpaceOfLog) {
         return Good(text);
     }
     return {*space < kLeastSpace ? Verdict::wrong : Verdict::warning, text,
-            fmt::format("make room in {}", Quoted(ExistingFolder(place->folder)))};
+            fmt::format("make room in {}", Quoted(ExistingFolder(folder)))};
 }
 
 }  // namespace ctl

@@ -4,6 +4,7 @@
 
 #include "common/bundle.h"
 #include "common/proto_settings.h"
+#include "useragent/AgentNames.h"
 
 namespace ctl {
 
@@ -13,6 +14,15 @@ std::filesystem::path AgentOf(const Machine& machine) {
 
 std::filesystem::path SettingsOf(const Machine& machine) {
     return cmn::SharedPathOf(machine.bundle, AgentOf(machine)) / "settings.json";
+}
+
+std::vector<std::filesystem::path> LogStems(const std::filesystem::path& agent,
+                                            const std::filesystem::path& userLogs) {
+    std::vector<std::filesystem::path> stems{useragent::LogStem(agent)};
+    if (!userLogs.empty()) {
+        stems.push_back(userLogs / stems.front().filename());
+    }
+    return stems;
 }
 
 bool RequiresRootServices(const std::filesystem::path& settings) {

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "doctor/Machine.h"
 
@@ -9,6 +10,12 @@ namespace ctl {
 
 std::filesystem::path AgentOf(const Machine& machine);     // its program
 std::filesystem::path SettingsOf(const Machine& machine);  // the file
+
+// The stems of the log's files in the places where an agent may have put them, best first: beside its bundle,
+// then in the user's folder for logs, if there is one. docs/operations.md has the table.
+std::vector<std::filesystem::path> LogStems(const std::filesystem::path& agent,
+                                            const std::filesystem::path& userLogs);
+
 // Whether the settings demand that the services are root's. As for the agent, settings that cannot be read do
 // not.
 bool RequiresRootServices(const std::filesystem::path& settings);

@@ -32,6 +32,7 @@ struct Machine {
     useragent::DesktopSession desktop;
     std::shared_ptr<Buses> buses;
     std::filesystem::path bundle;                  // of the agent
+    std::filesystem::path userLogs;                // folder of this user's logs; empty when there is none
     std::vector<std::filesystem::path> qtPlugins;  // where Qt looks for them
     uid_t serviceUser = 0;                         // who is to own the services
     std::function<std::chrono::system_clock::time_point()> now;
@@ -53,7 +54,9 @@ struct Machine {
     std::string variable(const char* name) const { return environment(name).value_or(""); }
 };
 
-// That of this process, for the agent of that bundle, with the addresses of the two buses.
-Machine ThisMachine(std::filesystem::path bundle, std::string systemBus, std::string sessionBus);
+// That of this process, for the agent of that bundle and with that folder for its logs, with the addresses of
+// the two buses.
+Machine ThisMachine(std::filesystem::path bundle, std::filesystem::path userLogs, std::string systemBus,
+                    std::string sessionBus);
 
 }  // namespace ctl

@@ -30,12 +30,14 @@ std::vector<std::filesystem::path> QtPluginFolders() {
 
 }  // namespace
 
-Machine ThisMachine(std::filesystem::path bundle, std::string systemBus, std::string sessionBus) {
+Machine ThisMachine(std::filesystem::path bundle, std::filesystem::path userLogs, std::string systemBus,
+                    std::string sessionBus) {
     Machine own;
     own.environment = OwnVariable;
     own.desktop = useragent::CurrentDesktopSession();
     own.buses = std::make_shared<Buses>(std::move(systemBus), std::move(sessionBus));
     own.bundle = std::move(bundle);
+    own.userLogs = std::move(userLogs);
     own.qtPlugins = QtPluginFolders();
     own.now = [] { return std::chrono::system_clock::now(); };
     own.freeSpace = [](const std::filesystem::path& folder) -> std::optional<std::uintmax_t> {
