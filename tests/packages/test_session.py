@@ -122,14 +122,27 @@ class Upgrade(Session):
         self.assertIn(contents, text)
         self.agents.write_text(text.replace(contents, f"contents={self.root}/Contents"))
         # A program, not a script: the agents are known by their files.
-        shutil.copy("/bin/sleep", self.root / "Contents/Linux/TessarinUserAgent")
+        self.agent = self.root / "Contents/Linux/TessarinUserAgent"
+        shutil.copy("/bin/sleep", self.agent)
+
+    def replace(self) -> None:
+        """As the unpacking of a package does."""
+        new = self.root / "new"
+        shutil.copy(self.agent, new)
+        new.rename(self.agent)
+
+    def begin(self, *command: "str | Path") -> "subprocess.Popen[bytes]":
+        agent = subprocess.Popen(command, env=self.environment)
+        self.addCleanup(agent.wait)
+        self.addCleanup(agent.kill)
+        return agent
 
     def upgrade(self) -> None:
         """With an agent that runs; returns when all that it started has ended."""
-        with subprocess.Popen([self.root / "Contents/Linux/TessarinUserAgent", "1000"], env=self.environment) as agent:
-            self.addCleanup(agent.kill)
-            subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
-            self.assertEqual(agent.wait(20), -15, "ended in order")
+        agent = self.begin(self.agent, "1000")
+        self.replace()
+        subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
+        self.assertEqual(agent.wait(20), -15, "ended in order")
         deadline = time.monotonic() + 30
         while self.works():
             self.assertLess(time.monotonic(), deadline, "the start does not end")
@@ -155,23 +168,28 @@ class Upgrade(Session):
 
     def test_agent_that_begins_while_the_old_one_ends_is_left_alone(self) -> None:
         # As a request for a window starts one.
-        program = self.root / "Contents/Linux/TessarinUserAgent"
-        shutil.copy("/bin/bash", program)
+        shutil.copy("/bin/bash", self.agent)
         begun, ready = self.root / "begun", self.root / "ready"
         script = (f"trap '(read -t 100 <>{self.root}/pipe) & echo $! >{begun}; exit 0' TERM; touch {ready}; "
                   f"while :; do read -t 0.1 <>{self.root}/pipe; done")
         os.mkfifo(self.root / "pipe")
-        with subprocess.Popen([program, "-c", script], env=self.environment) as agent:
-            self.addCleanup(agent.kill)
-            deadline = time.monotonic() + 30
-            while not ready.exists():
-                self.assertLess(time.monotonic(), deadline, "the agent does not begin")
-                time.sleep(0.02)
-            subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
-            self.assertEqual(agent.wait(20), 0)
+        agent = self.begin(self.agent, "-c", script)
+        deadline = time.monotonic() + 30
+        while not ready.exists():
+            self.assertLess(time.monotonic(), deadline, "the agent does not begin")
+            time.sleep(0.02)
+        self.replace()
+        subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
+        self.assertEqual(agent.wait(20), 0)
         newcomer = int(begun.read_text())
-        self.assertEqual(os.readlink(f"/proc/{newcomer}/exe"), str(program))
         os.kill(newcomer, 9)
+
+    def test_agent_of_the_new_program_is_left_alone(self) -> None:
+        self.replace()
+        agent = self.begin(self.agent, "1000")
+        subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
+        self.assertIsNone(agent.poll(), "it runs")
+        self.assertEqual(self.called(), [])
 
     def test_nothing_is_started_where_no_agent_ran(self) -> None:
         subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
