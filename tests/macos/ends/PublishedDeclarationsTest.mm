@@ -107,7 +107,7 @@ static_assert(Alike<decltype([static_cast<NSDictionary*>(nil) objectForKeyedSubs
 static_assert(Alike<decltype(static_cast<NSError*>(nil).localizedDescription), NSString*>);
 static_assert(Alike<decltype(static_cast<NSError*>(nil).localizedRecoverySuggestion), NSString*>);
 static_assert(Alike<decltype([static_cast<NSFileHandle*>(nil) closeFile]), void>);
-static_assert(Alike<decltype([static_cast<NSFileHandle*>(nil) readDataToEndOfFile]), NSData*>);
+static_assert(Alike<decltype(static_cast<NSFileHandle*>(nil).fileDescriptor), int>);
 static_assert(Alike<decltype(NSFileManager.defaultManager), NSFileManager*>);
 static_assert(Alike<decltype([static_cast<NSFileManager*>(nil) contentsOfDirectoryAtPath:Exactly<NSString*>() error:Exactly<NSError**>()]), NSArray*>);
 static_assert(Alike<decltype([NSHost currentHost]), NSHost*>);
@@ -133,11 +133,11 @@ static_assert(Alike<decltype([static_cast<NSProcessInfo*>(nil) isOperatingSystem
 static_assert(Alike<decltype(static_cast<NSProcessInfo*>(nil).operatingSystemVersion), NSOperatingSystemVersion>);
 static_assert(Alike<decltype([NSString stringWithUTF8String:Exactly<const char*>()]), NSString*>);
 static_assert(Alike<decltype([static_cast<NSString*>(nil) initWithBytes:Exactly<const void*>() length:Exactly<unsigned long>() encoding:Exactly<unsigned long>()]), NSString*>);
-static_assert(Alike<decltype([static_cast<NSString*>(nil) initWithData:Exactly<NSData*>() encoding:Exactly<unsigned long>()]), NSString*>);
 static_assert(Alike<decltype(static_cast<NSString*>(nil).length), unsigned long>);
 static_assert(Alike<decltype(static_cast<NSTask*>(nil).arguments), NSArray*>);
 static_assert(Alike<decltype([static_cast<NSTask*>(nil) launch]), void>);
 static_assert(Alike<decltype(static_cast<NSTask*>(nil).launchPath), NSString*>);
+static_assert(Alike<decltype(static_cast<NSTask*>(nil).processIdentifier), int>);
 static_assert(Alike<decltype(static_cast<NSTask*>(nil).standardError), id>);
 static_assert(Alike<decltype(static_cast<NSTask*>(nil).standardOutput), id>);
 static_assert(Alike<decltype(static_cast<NSTask*>(nil).terminationStatus), int>);

@@ -40,6 +40,14 @@ TEST(SystemTest, AProgramWithMuchOutputIsReadToItsEnd) {
         1'000'000U);
 }
 
+TEST(SystemTest, AProgramThatDoesNotEndIsEnded) {
+    const std::chrono::milliseconds deadline(500);
+    EXPECT_EQ(cmn::ExecProcess("/bin/sh", {"-c", "echo out; exec sleep 1000"}, false, deadline), "out\n");
+    EXPECT_EQ(
+        cmn::ExecProcess("/bin/sh", {"-c", "echo out; exec >&- 2>&-; exec sleep 1000"}, false, deadline),
+        "out\n");
+}
+
 TEST(SystemTest, FullDiskAccessIsWhetherTheProtectedFolderCanBeListed) {
     std::error_code error;
     const std::filesystem::directory_iterator entries("/Library/Application Support/com.apple.TCC", error);
