@@ -2,7 +2,7 @@
 """Changes portable code the way a mistake would, one change at a time, and says which changes no test notices.
 
 Usage: scripts/mutants.py (--change [BASE] | --room ROOM) [--sample N] [--seed N] [--limit SECONDS]
-  --change [BASE]   lines that differ from BASE (default: main)
+  --change [BASE]   lines that differ from where BASE was left (default: main); none of them is no failure
   --room ROOM       a folder below common/, for example TessarinUserAgent, or one file of it
   --sample N        no more than N mutants, drawn with the seed (default: 40, seed 1)
   --limit SECONDS   for one run of the tests (default: 60); a mutant that takes longer counts as found
@@ -52,7 +52,7 @@ NO_CALL = re.compile(r"^\s*(return|throw|throw_with_trace|delete|co_return|stati
 STATEMENT = re.compile(r"^\s+[^\s{}#/].*;$")
 NO_STATEMENT = re.compile(r"^\s*(return|throw|break|continue|using|case|default|static|for|else|virtual|friend|public|private|TLOG_)")
 DECLARATION = re.compile(r"^\s+(const )?[\w:<>,*& ]+[ &*]\w+( = .*|[{(].*)?;$")  # in another order they do not compile, or mean the same
-ASSIGNMENT = re.compile(r"^\s+[\w.>\[\]*-]+ = ")
+ASSIGNMENT = re.compile(r"^\s+[\w.>\[\]*-]+ = |^\s+[\w.>-]+(?:\.|->)set[A-Z]\w*\(")
 ARGUMENTS = re.compile(r"(?<=\w\()([a-z_]\w*), ([a-z_]\w*)(?=\))")
 NUMBER = re.compile(r"(?<![\w.'\"\\])(\d+)(?=[UuLl]*\b)(?![.\w'])")
 TRUTH = re.compile(r"\b(true|false)\b")
@@ -97,7 +97,7 @@ def mutants_of(source):
         if CALL.match(code) and not NO_CALL.match(code) and code.count("(") == code.count(")") and begins_statement(lines, index):
             add(index, "dropped call", re.match(r"\s*", line).group() + ";")
         after = lines[index + 1] if index + 1 < len(lines) else ""
-        # Two assignments in another order mean the same, as a rule.
+        # Two assignments, or calls that set something, mean the same in another order, as a rule.
         if not (ASSIGNMENT.match(code) and ASSIGNMENT.match(code_of(after))) and all(STATEMENT.match(code_of(one)) and not NO_STATEMENT.match(one) and not DECLARATION.match(one) for one in (line, after)) and line != after and \
                 re.match(r"\s*", line).group() == re.match(r"\s*", after).group() and begins_statement(lines, index):
             add(index, "order", after, line, count=2)
@@ -115,9 +115,10 @@ def git(*arguments):
 
 
 def changed_lines(base):
-    """The numbers of the lines that differ from the base, by source."""
+    """The numbers of the lines that differ from where the base was left, by source; also of what is not committed."""
     changed, source = {}, None
-    for line in git("diff", "-U0", f"{base}...", "--", "common/*.cpp").splitlines():
+    left = git("merge-base", base, "HEAD").strip()
+    for line in git("diff", "-U0", left, "--", "common/*.cpp").splitlines():
         if line.startswith("+++ "):
             source = Path(line[6:])
         elif match := re.match(r"@@ -\S+ \+(\d+)(?:,(\d+))? @@", line):
@@ -219,9 +220,9 @@ class Trial:
         self.text = (PROJECT / source).read_text()
         # As it is. Some programs only pass case by case: of those no more than the tests that name the source are run.
         self.whole = True
-        if self.run(self.text) == "found by others":
-            self.whole = False
-        self.problem = None if (found := self.run(self.text)) == "survived" else f"{source} cannot be judged: as it is: {found}"
+        found = self.run(self.text)
+        self.whole = found != "found by others"
+        self.problem = None if found in ("survived", "found by others") else f"{source} cannot be judged: as it is: {found}"
 
     def run(self, text):
         mutant = WORK / "mutant.o"
@@ -229,8 +230,9 @@ class Trial:
             return "does not compile"
         linked = []
         for program, names in self.suites.items():
-            # Beside the program that it stands for: tests start others from there.
-            path = BUILD / Path(program).parent / f"mutant-{os.getpid()}-{Path(program).name}"
+            # Under the name of the program that it stands for, which tests ask for, with a folder of its own for its settings.
+            path = WORK / "programs" / Path(program).name
+            path.parent.mkdir(exist_ok=True)
             self.build.link(program, mutant, path)
             linked.append(path)
             if not passes(path, names, self.limit):
@@ -254,12 +256,6 @@ def select(options):
             if lines.intersection(range(mutant.line, mutant.line + len(mutant.was)))]
 
 
-def clean():
-    shutil.rmtree(WORK, ignore_errors=True)
-    for program in (BUILD / "tests").glob(f"**/mutant-{os.getpid()}-*"):
-        program.unlink()
-
-
 def main():
     parser = argparse.ArgumentParser(usage=__doc__)
     place = parser.add_mutually_exclusive_group(required=True)
@@ -278,7 +274,7 @@ def main():
     if len(mutants) > options.sample:
         mutants = random.Random(options.seed).sample(mutants, options.sample)
     mutants.sort(key=lambda mutant: (str(mutant.source), mutant.line, mutant.kind))
-    atexit.register(clean)
+    atexit.register(shutil.rmtree, WORK, ignore_errors=True)
     counts, survivors, problems, trial = {}, [], [], None
     for mutant in mutants:
         if trial is None or trial.source != mutant.source:
@@ -292,14 +288,15 @@ def main():
         if outcome == "survived":
             survivors.append(mutant)
     judged = sum(counts.values()) - counts.get("does not compile", 0)
+    print(*problems, sep="\n")
     if not judged:
-        sys.exit("mutants.py: no mutant to judge")
+        print("mutants.py: no mutant to judge", file=sys.stderr)
+        sys.exit(1 if options.room or problems else 0)
     score = 100 * (judged - len(survivors)) / judged
     print(f"\n{judged} mutants, {judged - len(survivors)} found ({score:.0f} %), {counts.get('found by others', 0)} of them only by tests "
           f"that do not name the source; {counts.get('does not compile', 0)} do not compile")
     for mutant in survivors:
         print(f"survived: {mutant}")
-    print(*problems, sep="\n")
     sys.exit(0 if score >= AIM and not problems else 1)
 
 

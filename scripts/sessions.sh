@@ -11,21 +11,6 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-/usr/bin/python3 -c 'import jeepney' 2>/dev/null || scripts/install-deps.sh demo
-build=build/release
-install=
-names=()
-while (($# > 0)); do
-    case $1 in
-    --build) build=${2:?--build needs a folder}; shift ;;
-    --install) install=1 ;;
-    gnome | xfce | sway | plasma) names+=("$1") ;;
-    *) sed -n '2,/^set/{/^set/d;s/^# \{0,1\}//;p}' "$0" >&2; exit 2 ;;
-    esac
-    shift
-done
-[[ -z $install ]] || scripts/install-deps.sh sessions
-if [[ $build == build/release ]]; then
-    scripts/build.sh release
-fi
-exec /usr/bin/python3 scripts/lib/sessions.py "$(realpath "$build")" "${names[@]}"
+# shellcheck disable=SC2034  # read there
+kind=sessions known="gnome xfce sway plasma"
+. scripts/lib/try_real.sh

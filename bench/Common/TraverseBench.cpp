@@ -1,5 +1,5 @@
 // The walk through large folders, one of them without links, beside GNU find and beside the iterator of the
-// standard library.
+// standard library, and how it grows with the tree.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -21,12 +21,17 @@ namespace fs = std::filesystem;
 
 const fs::path kSystem = "/usr";
 
-// Folders of files, as many together as sources have, without links.
-fs::path MakeTree(const bench::TemporaryFolder& folder) {
-    constexpr int kOuter = 60, kInner = 50, kFiles = 10;
-    const auto root = folder / "tree";
-    for (int outer = 0; outer < kOuter; ++outer) {
-        for (int inner = 0; inner < kInner; ++inner) {
+constexpr int kOuter = 60, kInner = 50, kFiles = 10;
+// Entries of a folder that holds folders of files.
+constexpr int kEntries = 1 + kInner * (1 + kFiles);
+
+// Folders of files, as many together as sources have, without links. The root holds so many entries, the
+// last folder in it only some.
+fs::path MakeTree(const bench::TemporaryFolder& folder, int entries = kOuter * kEntries) {
+    const auto root = folder / ("tree of " + std::to_string(entries));
+    for (int outer = 0; entries > 0; ++outer) {
+        --entries;
+        for (int inner = 0; inner < kInner && entries > 0; ++inner, entries -= 1 + kFiles) {
             const auto place = root / std::to_string(outer) / ("inner folder " + std::to_string(inner));
             fs::create_directories(place);
             for (int file = 0; file < kFiles; ++file)
@@ -107,6 +112,8 @@ int main(int argc, char** argv) {
     SetLogPath((folder / "log").c_str());
     Register("usr", kSystem);
     Register("no_links", MakeTree(folder));
+    for (const int entries : {100, 1'000, 10'000, 100'000})
+        Register("entries/" + std::to_string(entries), MakeTree(folder, entries));
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

@@ -20,6 +20,7 @@
 #include "linux_usercommon/LinuxDispatch.h"
 #include "permissions/LinuxSettingsPanes.h"
 #include "useragent/AppDelegate.h"
+#include "useragent/PermissionNotices.h"
 
 // How long a user waits: for a window with so many records, for a request over the bus with a service that is
 // a process of its own, for the menu with that service and without any. The window's peer is the toolkit's
@@ -102,17 +103,26 @@ class Interface {
  public:
     Interface(const std::shared_ptr<cmn::LinuxDispatch>& dispatch,
               const useragent::SessionBusPlace& sessionBus, const cmn::DBusXPCOptions& options) {
+        const auto extension = std::make_shared<useragent::LinuxFileManagerExtension>("/nonexistent");
+        const auto panes = std::make_shared<useragent::LinuxSettingsPanes>("/nonexistent");
         const auto appMenu = std::make_shared<useragent::AppMenu>(useragent::AppMenu::Environment{
             std::make_shared<useragent::AtspiAccessibility>(dispatch, useragent::SettingsOfThisSession()),
-            std::make_shared<useragent::LinuxFileManagerExtension>("/nonexistent"),
-            std::make_shared<useragent::LinuxSettingsPanes>("/nonexistent"), [] {
+            extension, panes, [] {
                 cmn::proto::TSettingsProduct product;
                 product.Version = "1.0.0";
                 return product;
             }});
+        const auto notices =
+            std::make_shared<useragent::PermissionNotices>(useragent::PermissionNotices::Environment{
+                std::make_shared<useragent::NoNotices>(), extension, panes, useragent::ToldOnce()});
         delegate_ = std::make_shared<useragent::AppDelegate>(useragent::AppDelegate::Environment{
-            std::make_shared<useragent::QtApplicationInterface>(sessionBus, true), appMenu, dispatch,
-            std::make_shared<cmn::DBusXPCTransport>(dispatch, options), ControllerEnvironment()});
+            std::make_shared<useragent::QtApplicationInterface>(sessionBus, true),
+            appMenu,
+            notices,
+            dispatch,
+            std::make_shared<cmn::DBusXPCTransport>(dispatch, options),
+            ControllerEnvironment(),
+            {}});
         delegate_->applicationDidFinishLaunching();
         while (!delegate_->checkFileEncryption("/") && ++attempts_ < 20) {
             QCoreApplication::processEvents(QEventLoop::AllEvents, 50);

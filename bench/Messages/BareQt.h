@@ -3,7 +3,8 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 
-// The same questions and answers with Qt's bus library alone.
+// The same questions and answers with Qt's bus library alone. Its lists are shared, so its service answers
+// with those that it has.
 namespace bare_qt {
 
 class Client {

@@ -94,10 +94,13 @@ int Answer(sd_bus_message* question, void* service, sd_bus_error* /*error*/) {
     }
     const char* path = nullptr;
     Check(sd_bus_message_read_basic(question, 's', &path), "path");
+    // Made for this question, as those of our scanner are, and let go of when they are sent.
+    const std::vector<cmn::ScanRecord> records =
+        static_cast<const Service*>(service)->records.at(std::atoi(path));
     sd_bus_message* reply = nullptr;
     Check(sd_bus_message_new_method_return(question, &reply), "reply");
     const Message owner(reply);
-    Write(reply, static_cast<const Service*>(service)->records.at(std::atoi(path)));
+    Write(reply, records);
     return Check(sd_bus_send(nullptr, reply, nullptr), "reply");
 }
 

@@ -5,7 +5,7 @@
 struct sd_bus;
 
 // The same questions and answers with sd-bus alone: client and service have one thread each, the client waits
-// in its call. Both ends make and read the records that ours do.
+// in its call. Both ends make and read the records that ours do, for each question anew.
 namespace bare_sd_bus {
 
 class Client {

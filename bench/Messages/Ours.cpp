@@ -22,7 +22,8 @@ namespace {
 constexpr double kPatience = 1000;  // an answer that took longer than 100 ms would not count
 constexpr auto kVersionPatience = std::chrono::seconds(20);
 
-// The path that is asked for is the number of records.
+// The path that is asked for is the number of records. They are made for each question, as a scanner's are:
+// copies of those that it has.
 class CountingScanner : public cmn::IFinderExtensionOperations {
  public:
     bool CheckEncryptionStatus(const std::string& /*path*/,

@@ -17,7 +17,7 @@ PORTABLE_LINES, PORTABLE_BRANCHES, END_LINES = 95, 90, 85
 def programs(build):
     """All that was linked with the counters."""
     found = [path for path in build.rglob("*") if path.is_file() and not path.is_symlink() and os.access(path, os.X_OK)
-             and "CMakeFiles" not in path.parts and path.read_bytes()[:4] == b"\x7fELF"]
+             and not {"CMakeFiles", "mutants"}.intersection(path.parts) and path.read_bytes()[:4] == b"\x7fELF"]
     return sorted(path for path in found if b"__llvm_covmap" in path.read_bytes())
 
 

@@ -85,7 +85,7 @@ class JudgedBrowser(Browser):
 _FIREFOX_VIEW = """
 return Array.from(Services.wm.getEnumerator(null), w => {
   const root = w.document.documentElement
-  const view = { title: w.document.title, active: Services.focus.activeWindow === w, browser: !!w.gBrowser }
+  const view = { window: w.browsingContext.id, title: w.document.title, active: Services.focus.activeWindow === w, browser: !!w.gBrowser }
   if (w.gBrowser) {
     const b = w.gBrowser.selectedBrowser
     Object.assign(view, {
@@ -109,6 +109,7 @@ class JudgedFirefox(JudgedBrowser, Firefox):
         super().__init__(desktop, seat, number)
         self._seen: tuple[str, Optional[Shown]] = ("", None)  # by the last look, in which window
         self._last: dict[str, str] = {}  # by tab: what its field showed last while it could be seen
+        self._numbers: dict[str, int] = {}  # the browser's number of a window, by the session's name for it
 
     def command(self) -> list[str]:
         command = super().command()
@@ -146,12 +147,11 @@ class JudgedFirefox(JudgedBrowser, Firefox):
         return shown
 
     def _shown_in(self, window: Window, views: list[dict]) -> Optional[Shown]:
-        active = [view for view in views if view["active"]]
-        if not (window.active and len(active) == 1):
-            active = [view for view in views if view["title"] == window.title]
-        if not active:
+        found = self._in_window(window, views)
+        # Two windows not yet told apart are as good as one while they show the same.
+        if not found or len({view.get("field") for view in found}) > 1:
             return None
-        view = active[0]
+        view = found[0]
         if not view["browser"] or not view["visible"]:
             return Shown(("",), view.get("page", ""), view.get("tab", ""), view.get("tabs", 1), address_field=False)
         shown = Shown((view["field"],), view["page"], view["tab"], view["tabs"], view["dialog"], view["full"])
@@ -161,6 +161,22 @@ class JudgedFirefox(JudgedBrowser, Firefox):
         # The field is not to be seen: what it showed last and the page's address are both right.
         right = (view["field"], view["page"], self._last.get(shown.tab, view["page"]))
         return replace(shown, accepted=tuple(dict.fromkeys(right)))
+
+    def _in_window(self, window: Window, views: list[dict]) -> list[dict]:
+        """What may be the window: known from when it was active; else its title tells, which others may have as well."""
+        active = [view for view in views if view["active"]]
+        if window.active and len(active) == 1:
+            number = active[0]["window"]
+            self._numbers = {**{name: other for name, other in self._numbers.items() if other != number}, window.id: number}
+            return active
+        if window.id in self._numbers:
+            return [view for view in views if view["window"] == self._numbers[window.id]]
+        taken = set(self._numbers.values())
+        return [view for view in views if view["title"] == window.title and view["window"] not in taken]
+
+    def _forget(self) -> None:
+        super()._forget()
+        self._numbers.clear()
 
     def can_go(self, shown: Shown, forward: bool) -> bool:
         assert self._remote is not None
@@ -207,6 +223,9 @@ class JudgedChromium(JudgedBrowser, Chromium):
         try:
             targets = self._targets()
             pages = [target for target in targets if target["window"] is not None]
+            for other in self._seat.windows():  # told apart while they can be, also behind others
+                if other.pid == window.pid:
+                    self._in_window(other, pages)
             found = self._in_window(window, pages)
             if len(found) > 1:
                 found = [page for page in found if self._evaluate(page["targetId"], "document.visibilityState") == "visible"]
