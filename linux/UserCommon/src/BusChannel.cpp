@@ -136,14 +136,15 @@ void BusChannel::send(bus::Connection& connection, const std::string& to, Servic
     request.deadline = std::min(request.deadline, After(method.deadline));
     const bus::Deadline deadline = std::min(request.deadline, After(answerDeadline));
     const auto asked = std::make_shared<const ServiceRequest>(std::move(request));
-    connection.call(
-        std::move(message), deadline,
-        [self = shared_from_this(), asked](const bus::Connection::Reply& reply) {
-            if (!reply && bus::Clock::now() >= asked->deadline) {
-                return;  // the caller does not wait any more
-            }
-            self->queue_->post([self, asked, reply]() mutable { self->finish(*asked, std::move(reply)); });
-        });
+    connection.call(std::move(message), deadline,
+                    [self = shared_from_this(), asked](const bus::Connection::Reply& reply) {
+                        if (!reply && bus::Clock::now() >= asked->deadline) {
+                            return;  // the caller does not wait any more
+                        }
+                        self->queue_->post([self, asked, reply = reply]() mutable {
+                            self->finish(*asked, std::move(reply));
+                        });
+                    });
 }
 
 void BusChannel::finish(const ServiceRequest& request, bus::Connection::Reply reply) const {
