@@ -82,7 +82,7 @@ class InterfaceTour:
     def _open_menu(self, item: StatusItem, first: str, shot: str) -> None:
         # The first opening makes the agent look, the second shows what it found.
         wait_for(lambda: item.labels()[0].startswith(first), _PATIENCE_SECONDS, f"'{first}' in the menu", pause=0.2)
-        self.panel.click_item()
+        self.panel.open_menu()
         self.panel.move_pointer_away()
         self._shot(shot)
         self.desktop.xdotool("key", "Escape")

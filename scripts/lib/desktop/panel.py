@@ -70,15 +70,30 @@ class Panel:
         return list(self.desktop.session_bus.get_property(_WATCHER, "/StatusNotifierWatcher", _WATCHER,
                                                           "RegisteredStatusNotifierItems"))
 
-    def click_item(self) -> None:
-        """On the first status item; a second click closes what the first opened."""
-        area = wait_for(lambda: self.desktop.xdotool("search", "--onlyvisible", "--class", "wrapper").split(), 20,
-                        "status item in the panel")[0]
-        self.desktop.xdotool("mousemove", "--window", area, "12", "15", "click", "1")
+    def open_menu(self) -> None:
+        """Of the first status item. Clicks again when no menu comes: a panel that still arranges its items takes no clicks."""
+        area = wait_for(self._windows, 20, "status item in the panel")[0]
+
+        def opens() -> bool:
+            self.desktop.xdotool("mousemove", "--window", area, "12", "15", "click", "1")
+            try:
+                wait_for(self._shows_menu, 5, "menu", pause=0.1)
+            except TimedOut:
+                return False
+            return True
+
+        wait_for(opens, 30, "menu of the status item")
 
     def move_pointer_away(self) -> None:
         """So that no tool tip covers anything."""
         self.desktop.xdotool("mousemove", "200", "600")
+
+    def _windows(self) -> list[str]:
+        """That part of the panel which holds status items, and what belongs to it."""
+        return self.desktop.xdotool("search", "--onlyvisible", "--class", "wrapper").split()
+
+    def _shows_menu(self) -> bool:
+        return any(self.desktop.window_type(window).endswith("_MENU") for window in self._windows())
 
     def _owned(self, name: str) -> bool:
         return self.desktop.session_bus.owner(name) is not None

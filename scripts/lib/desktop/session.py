@@ -150,6 +150,10 @@ class Desktop:
     def window_title(self, window: str) -> str:
         return self._property(window, "_NET_WM_NAME").strip('"')
 
+    def window_type(self, window: str) -> str:
+        """Like _NET_WM_WINDOW_TYPE_NORMAL; empty when it is none or the window is gone."""
+        return self._property(window, "_NET_WM_WINDOW_TYPE")
+
     def activate_window(self, window: str) -> None:
         """Asks for it to be brought to the front, also from being minimised."""
         self.xdotool("windowactivate", window)
