@@ -57,7 +57,10 @@ check "the state folder is its user's alone" test "$(stat -c %a /home/anna/.loca
 as anna dbus-send --system --print-reply --reply-timeout=3000 --dest=com.tessarin.UserAgent /com/tessarin/UserAgent \
     com.tessarin.UserAgent.SendURL string:https://example.com/packaged string:Firefox int32:1 >/tmp/sent 2>&1 || true
 await "a report reaches the packaged host with its user" grep -q "packaged.*\"user\":\"\\?$(id -u anna)\|\"user\":\"\\?$(id -u anna).*packaged" /tmp/host.json
-check "a second launch hands over and ends" as anna "$agent_program" 'tessarin-scheme://showProperties?path=/etc/hostname'
+check "a second launch hands over and ends" as anna "$agent_program"
+check "who asks for a window where nothing can be shown is told" \
+    test "$(as anna "$agent_program" 'tessarin-scheme://showProperties?path=/etc/hostname' 2>&1)" = \
+    "TessarinUserAgent: the running agent did not take the request: 1 of 1 URLs are not opened"
 check "one agent of each user runs" bash -c "[[ $(agents anna | wc -l) == 1 && $(agents bert | wc -l) == 1 ]]"
 
 
