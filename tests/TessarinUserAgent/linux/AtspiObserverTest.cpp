@@ -1,10 +1,12 @@
 #include <memory>
 
 #include "AtspiFixture.h"
+#include "useragent/FindURLElement.h"
 
 using useragent::AXElementRef;
 using useragent::AXError;
 using useragent::AXObserver;
+using useragent::AXValue;
 using useragent::kMainWindowChangedNotification;
 using useragent::kValueChangedNotification;
 
@@ -273,6 +275,23 @@ TEST_F(AtspiObserverTest, ALookDoesNotAskTheOnlyWindowForTheTitleThatIsStillOnTh
     accessibility->prepare({browser});
     ASSERT_TRUE(fake::WaitFor([&] { return !seen.entries.empty(); }));
     EXPECT_EQ(text(foundField(), "AXValue"), "second");
+}
+
+TEST_F(AtspiObserverTest, TheFirstLookLeavesABrowserToWhoeverReadsItFirst) {
+    application.addWindow("Second - Browser", "second");
+    application.change(window.frame, [](fake::AtspiNode& frame) { frame.states &= ~fake::kActive; });
+    useragent::WindowInfo browser;
+    browser.ownerPid = getpid();
+    browser.title = "Second - Browser";
+    accessibility->prepare({browser});
+    EXPECT_EQ(application.calls(), 0) << "an address that is read before waited for this browser";
+    AXValue read;
+    ASSERT_EQ(accessibility->copyAttributeValue(accessibility->createApplication(getpid()),
+                                                useragent::kMainWindowAttribute, read),
+              AXError::success);
+    const auto* const mainWindow = std::get_if<AXElementRef>(&read);
+    ASSERT_TRUE(mainWindow != nullptr);
+    EXPECT_EQ(text(useragent::FindURLElement(*accessibility, *mainWindow, 0), "AXValue"), "second");
 }
 
 TEST_F(AtspiObserverTest, ALookTellsThatTheWindowIsGone) {

@@ -99,7 +99,8 @@ TEST_F(AtspiRecoveryTest, WaitsForAStoppedBrowserOnce) {
 TEST_F(AtspiRecoveryTest, FindsStoppedBrowsersBeforeTheyAreRead) {
     Browser stopped(desktop);
     Browser healthy(desktop, "healthy");
-    look({stopped.pid(), healthy.pid()});
+    ASSERT_TRUE(mainWindow(stopped.pid()));
+    ASSERT_TRUE(mainWindow(healthy.pid()));
     stopped.stop();
     EXPECT_LT(timeOf([&] { look({stopped.pid(), healthy.pid()}); }), kOneWait);
     EXPECT_EQ(log.count("does not answer"), 1U);

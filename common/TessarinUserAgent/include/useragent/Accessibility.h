@@ -119,8 +119,8 @@ class Accessibility : public AccessibilityReader {
     // each browser found. The platform end looks at what is observed of them: an address that is another than
     // the one it told last is told as a changed value, a field that is gone or another main window as a
     // changed main window, so that a notification that was lost or never came leaves nothing wrong for
-    // longer than one cycle. It finds out as well who answers at all, so that later reads of the others fail
-    // at once.
+    // longer than one cycle. It finds out as well who of them answers at all, so that later reads of the
+    // others fail at once.
     virtual void prepare(const std::vector<WindowInfo>& browsers) = 0;
 
     // Runs one polling cycle, with whatever the platform needs around it.

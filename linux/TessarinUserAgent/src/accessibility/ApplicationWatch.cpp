@@ -95,12 +95,15 @@ AXError ApplicationWatch::mainWindow(AXValue& window) {
         return AXError::cannotComplete;
     }
     bool isKnown = false;
+    std::string frontTitle;
     {
         const std::lock_guard lock(mutex_);
         isKnown = outcome_.has_value();
+        isAwaited_ = false;
+        frontTitle = frontTitleSeen_;
     }
     if (!isKnown) {
-        examine();
+        examine(frontTitle);
     }
     const std::lock_guard lock(mutex_);
     wasRefused_ = !outcome_;
@@ -394,6 +397,9 @@ void ApplicationWatch::examineIfOutdated(const std::string& frontTitle) {
     bool isComplete = false;
     {
         const std::lock_guard lock(mutex_);
+        if (isAwaited_) {
+            return;
+        }
         isComplete = outcome_ == AXError::success && field_ && !field_->field().isPage;
         found = found_;
         title = titleSeen_;

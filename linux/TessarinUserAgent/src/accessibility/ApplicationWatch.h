@@ -36,8 +36,9 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     // A look once a polling cycle, in two steps. In the bus's thread, without waiting: reads the field's
     // text, and the window's title where another title would say that the window is not in front any more;
     // then calls `done` there. After that: examines when what is known of the windows does not hold any more,
-    // which waits as `examine` does. The title given is that of the application's front-most window on
-    // screen, empty when it is not known.
+    // which waits as `examine` does; what nobody has read yet is left to the first who does, so that one
+    // browser's address does not wait for the others'. The title given is that of the application's
+    // front-most window on screen, empty when it is not known.
     void look(const std::string& frontTitle, const std::function<void()>& done);
     void examineIfOutdated(const std::string& frontTitle);
 
@@ -92,6 +93,7 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     std::shared_ptr<cmn::bus::Subscription> windowEvents_;   // of all its windows
     std::shared_ptr<cmn::bus::Subscription> windowSignals_;  // of the main window itself
     std::optional<AXError> outcome_;                         // of the last examination that was answered
+    bool isAwaited_ = true;                                  // the first who reads the main window
     bool wasRefused_ = false;                                // the main window, for there was none yet
     WindowSearch::Found found_;
     WindowSearch::Known known_;
