@@ -137,12 +137,19 @@ class Upgrade(Session):
         self.addCleanup(agent.kill)
         return agent
 
+    def restart(self) -> None:
+        subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
+
     def upgrade(self) -> None:
         """With an agent that runs; returns when all that it started has ended."""
         agent = self.begin(self.agent, "1000")
         self.replace()
-        subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
+        self.restart()
         self.assertEqual(agent.wait(20), -15, "ended in order")
+        self.wait_for_starts()
+
+    def wait_for_starts(self) -> None:
+        """They are not waited for by the script that makes them, and write into the folder."""
         deadline = time.monotonic() + 30
         while self.works():
             self.assertLess(time.monotonic(), deadline, "the start does not end")
@@ -179,20 +186,21 @@ class Upgrade(Session):
             self.assertLess(time.monotonic(), deadline, "the agent does not begin")
             time.sleep(0.02)
         self.replace()
-        subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
+        self.restart()
         self.assertEqual(agent.wait(20), 0)
         newcomer = int(begun.read_text())
         os.kill(newcomer, 9)
+        self.wait_for_starts()
 
     def test_agent_of_the_new_program_is_left_alone(self) -> None:
         self.replace()
         agent = self.begin(self.agent, "1000")
-        subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
+        self.restart()
         self.assertIsNone(agent.poll(), "it runs")
         self.assertEqual(self.called(), [])
 
     def test_nothing_is_started_where_no_agent_ran(self) -> None:
-        subprocess.run([self.agents, "restart"], stdin=subprocess.DEVNULL, check=True, timeout=60)
+        self.restart()
         self.assertEqual(self.called(), [])
 
 

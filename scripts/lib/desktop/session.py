@@ -231,8 +231,9 @@ class Desktop:
     def _start_xvfb(self) -> None:
         read_end, write_end = os.pipe()
         try:
+            # No key repeats: xdotool lets go of the modifiers first, and a machine under load may hold it up there.
             self.processes.start("xvfb", ["Xvfb", "-displayfd", str(write_end), "-screen", "0", self._screen,
-                                          "-nolisten", "tcp", "-noreset"],
+                                          "-nolisten", "tcp", "-noreset", "-r"],
                                  self.env, infrastructure=True, pass_fds=[write_end])
             os.close(write_end)
             write_end = -1
