@@ -44,35 +44,6 @@ cmn::LogFile& ProcessLog() {
 
 std::atomic<bool> g_journal{false};
 
-// The journal stamps its lines itself.
-void Write(cmn::LogFile& log, LogLevel level, std::string_view text) {
-    if (level == LogLevel::Error && g_journal)
-        cmn::SystemJournal(text);
-    log.log(level, text);
-}
-
-std::string_view BaseName(std::string_view path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
-// "{base name}:{line} {function} -- ". Most of what a caller pays for a line is formatting; this part of it
-// needs neither a format string nor a look at the buffer for every piece.
-void AppendPlace(fmt::memory_buffer& text, std::string_view file, int line, std::string_view function) {
-    constexpr std::string_view kSeparator = " -- ";
-    const auto name = BaseName(file);
-    const fmt::format_int number(line);
-    const auto begin = text.size();
-    text.resize(begin + name.size() + 1 + number.size() + 1 + function.size() + kSeparator.size());
-    auto* to = text.data() + begin;
-    const auto put = [&to](std::string_view piece) { to = std::copy(piece.begin(), piece.end(), to); };
-    put(name);
-    *to++ = ':';
-    put({number.data(), number.size()});
-    *to++ = ' ';
-    put(function);
-    put(kSeparator);
-}
-
 }  // namespace
 
 LogLevel LogLevelFromString(std::string_view name) {
@@ -113,13 +84,11 @@ void LogMessage(std::string_view text) {
 
 void LogFull(LogLevel level, std::string_view file, int line, std::string_view function,
              std::string_view message) {
-    auto& log = ProcessLog();
-    if (!log.enabled(level))
+    if (!LogEnabled(level))
         return;
-    fmt::memory_buffer text;
-    AppendPlace(text, file, line, function);
+    auto text = cmn::detail::LogPlace(cmn::detail::BaseName(file), line, function);
     text.append(message.data(), message.data() + message.size());
-    Write(log, level, {text.data(), text.size()});
+    cmn::detail::LogPlaced(level, text);
 }
 
 void LogStartMessage() {
@@ -132,15 +101,27 @@ void LogStartMessage() {
 
 namespace cmn::detail {
 
-void LogPreformatted(LogLevel level, std::string_view file, int line, std::string_view function,
-                     fmt::string_view format, fmt::format_args args) {
-    auto& log = ProcessLog();
-    if (!log.enabled(level))
-        return;
+fmt::memory_buffer LogPlace(std::string_view file, int line, std::string_view function) {
+    constexpr std::string_view kSeparator = " -- ";
+    const fmt::format_int number(line);
     fmt::memory_buffer text;
-    AppendPlace(text, file, line, function);
-    fmt::vformat_to(fmt::appender(text), format, args);
-    Write(log, level, {text.data(), text.size()});
+    text.resize(file.size() + 1 + number.size() + 1 + function.size() + kSeparator.size());
+    auto* to = text.data();
+    const auto put = [&to](std::string_view piece) { to = std::copy(piece.begin(), piece.end(), to); };
+    put(file);
+    *to++ = ':';
+    put({number.data(), number.size()});
+    *to++ = ' ';
+    put(function);
+    put(kSeparator);
+    return text;
+}
+
+void LogPlaced(LogLevel level, const fmt::memory_buffer& text) {
+    const std::string_view line(text.data(), text.size());
+    if (level == LogLevel::Error && g_journal)
+        SystemJournal(line);  // it stamps its lines itself
+    ProcessLog().log(level, line);
 }
 
 }  // namespace cmn::detail

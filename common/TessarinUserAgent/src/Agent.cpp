@@ -138,7 +138,7 @@ int Run(AgentPlatform& platform, cmn::ServiceOwners serviceOwners, const std::st
 // The message is deliberately used as the format text, so braces in it are interpreted and may make it fail.
 void LogStartFailure(const std::exception& error) {
     try {
-        TLOG_ERROR(fmt::runtime(error.what()));
+        LogFull(LogLevel::Error, __FILE__, __LINE__, __func__, fmt::format(fmt::runtime(error.what())));
     } catch (const fmt::format_error& formatError) {
         TLOG_ERROR("A start-up failure could not be formatted: {} -- {}", formatError.what(), error.what());
     }
