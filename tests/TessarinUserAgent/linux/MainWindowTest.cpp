@@ -5,6 +5,7 @@
 using useragent::ChooseMainWindow;
 using useragent::TopLevel;
 using useragent::atspi::State;
+using useragent::atspi::States;
 
 namespace {
 
@@ -42,6 +43,21 @@ TEST(MainWindow, OfSeveralThatClaimToBeActiveIsTheFrontMostOnScreen) {
 TEST(MainWindow, BehindAnotherProgramIsTheFrontMostWhateverClaimsToBeActive) {
     EXPECT_EQ(ChooseMainWindow({kFirst, kSecond, kActiveFrame}, {"/3"}, "second", true), 1);
     EXPECT_EQ(ChooseMainWindow({kFirst, kSecond, kActiveFrame}, {}, "of none of them", true), 2);
+}
+
+TEST(MainWindow, IsTheFrontMostAlsoWhenAMinimisedOneStillClaimsToBeActive) {
+    const TopLevel minimised{"/10", 23, States{} | State::active, "minimised"};
+    const TopLevel saidSo{"/10", 23, kActive | State::iconified, "minimised"};
+    EXPECT_EQ(ChooseMainWindow({minimised, kFirst}, {"/10"}, "first"), 1);
+    EXPECT_EQ(ChooseMainWindow({saidSo, kFirst}, {"/10"}, "first"), 1);
+}
+
+TEST(MainWindow, IsTheActiveOneAlsoWhenSomethingCoversIt) {
+    const TopLevel covered{"/10", 23, States{} | State::active, "covered"};
+    const TopLevel alsoCovered{"/13", 23, States{}, "also covered"};
+    EXPECT_EQ(ChooseMainWindow({kFirst, covered}, {"/1"}, "covered"), 1);
+    EXPECT_EQ(ChooseMainWindow({kFirst, covered}, {"/1"}, ""), 1);
+    EXPECT_EQ(ChooseMainWindow({alsoCovered, covered}, {"/13"}, "also covered"), 1);
 }
 
 TEST(MainWindow, IsTheFrontMostAlsoWhenItsTitleOnScreenIsShorter) {

@@ -210,6 +210,15 @@ TEST_F(OneBrowserTest, OfWindowsWithOneTitleThatWhichSaidThatItWasMinimisedIsNot
     EXPECT_TRUE(awaitAnswer("second"));
 }
 
+TEST_F(OneBrowserTest, AMinimisedWindowThatStillClaimsToBeActiveIsNotRead) {
+    application.addWindow("Second - Browser", "second");
+    begin();
+    ASSERT_TRUE(awaitReport("start"));
+    application.change(window.frame, [](AtspiNode& frame) { frame.states &= ~fake::kShowing; });
+    show({{kFirefox, getpid(), "Second - Browser"}});
+    EXPECT_TRUE(awaitReport("second"));
+}
+
 TEST_F(OneBrowserTest, AWindowWhoseTitleOnlyBeginsLikeTheFrontMostOnesIsNotTakenForIt) {
     const auto second = application.addWindow("Page - Browser Private", "second");
     begin();

@@ -4,6 +4,14 @@
 #include <tuple>
 
 namespace useragent {
+namespace {
+
+bool IsHidden(const TopLevel& window) {
+    return !atspi::Has(window.states, atspi::State::showing) ||
+           atspi::Has(window.states, atspi::State::iconified);
+}
+
+}  // namespace
 
 bool IsCandidate(const TopLevel& window) {
     return window.role == atspi::kRoleFrame && !window.title.empty() &&
@@ -20,15 +28,19 @@ TitleMatch MatchTitle(const std::string& title, const std::string& onScreen) {
 std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows,
                                             const std::vector<std::string>& before,
                                             const std::string& frontTitle, bool isInFrontOfAll) {
-    const bool isFrontKnown =
-        isInFrontOfAll && std::any_of(windows.begin(), windows.end(), [&](const auto& one) {
-            return IsCandidate(one) && MatchTitle(one.title, frontTitle) != TitleMatch::none;
-        });
+    const auto isFront = [&](const TopLevel& window) {
+        return IsCandidate(window) && MatchTitle(window.title, frontTitle) != TitleMatch::none;
+    };
+    const bool isFrontKnown = std::any_of(windows.begin(), windows.end(), isFront);
+    const bool isFrontShown = std::any_of(windows.begin(), windows.end(), [&](const TopLevel& window) {
+        return isFront(window) && !IsHidden(window);
+    });
+    const auto isClaimOld = [&](const TopLevel& window) {
+        return isInFrontOfAll ? isFrontKnown : isFrontShown && IsHidden(window) && !isFront(window);
+    };
     const auto rank = [&](const TopLevel& window) {
-        return std::tuple(!isFrontKnown && atspi::Has(window.states, atspi::State::active),
-                          atspi::Has(window.states, atspi::State::showing) &&
-                              !atspi::Has(window.states, atspi::State::iconified),
-                          MatchTitle(window.title, frontTitle),
+        return std::tuple(atspi::Has(window.states, atspi::State::active) && !isClaimOld(window),
+                          !IsHidden(window), MatchTitle(window.title, frontTitle),
                           before.end() - std::find(before.begin(), before.end(), window.path));
     };
     std::optional<std::size_t> best;

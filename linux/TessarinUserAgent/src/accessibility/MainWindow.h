@@ -31,8 +31,9 @@ TitleMatch MatchTitle(const std::string& title, const std::string& onScreen);
 // Which of the windows is the main one. Of several that claim to be active, and when there is none, the one
 // that is in front on screen by its title `frontTitle`, which may be empty; then the one that was it last, of
 // the paths in `before`, the latest first; then the first one. One that is minimised only when all are.
-// Nothing when there is no candidate. Where another program's window `isInFrontOfAll`, a claim to be active
-// is an old one, and does not count against the title.
+// Nothing when there is no candidate. A claim to be active is an old one, and does not count against the
+// title, where another program's window `isInFrontOfAll`, and of a window that does not show while the one
+// with the title does.
 std::optional<std::size_t> ChooseMainWindow(const std::vector<TopLevel>& windows,
                                             const std::vector<std::string>& before,
                                             const std::string& frontTitle, bool isInFrontOfAll = false);
