@@ -22,7 +22,7 @@ from desktop.pages import PageServer  # noqa: E402
 from desktop.processes import raise_on_signals, wait_for  # noqa: E402
 from desktop.session import Desktop  # noqa: E402
 
-_CLIENTS = 15
+_CLIENTS = 45
 _SEARCHES = 8
 
 

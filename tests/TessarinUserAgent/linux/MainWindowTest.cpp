@@ -65,6 +65,22 @@ TEST(MainWindow, IsTheFrontMostAlsoWhenItsTitleOnScreenIsShorter) {
     EXPECT_EQ(ChooseMainWindow({kFirst, isPrivate}, {"/1"}, "page - Browser"), 1);
 }
 
+TEST(MainWindow, IsTheFrontMostAlsoWhenItsTitleBeginsWithThatOfItsFindBar) {
+    const TopLevel popUp{"/14", 23, kInactive, "Find in page\n    page"};
+    EXPECT_EQ(ChooseMainWindow({kFirst, popUp}, {"/1"}, "page - Browser"), 1);
+    EXPECT_EQ(ChooseMainWindow({kFirst, popUp}, {"/1"}, "page"), 1);
+    EXPECT_EQ(ChooseMainWindow({kFirst, popUp}, {"/1"}, "pages - Browser"), 0);
+    EXPECT_EQ(ChooseMainWindow({kFirst, popUp}, {"/1"}, ""), 0);
+}
+
+TEST(MainWindow, IsRatherAnotherThanOneWhoseLastLineIsOnScreen) {
+    const TopLevel popUp{"/14", 23, kInactive, "Find in page\n    page"};
+    const TopLevel sameWord{"/15", 23, kInactive, "page - Browser"};
+    const TopLevel withoutWords{"/16", 23, kInactive, "Find in page\n    "};
+    EXPECT_EQ(ChooseMainWindow({popUp, sameWord}, {"/14"}, "page - Browser"), 1);
+    EXPECT_EQ(ChooseMainWindow({kFirst, withoutWords}, {"/1"}, " of nobody"), 0);
+}
+
 TEST(MainWindow, IsRatherTheOneWhoseWholeTitleIsOnScreen) {
     const TopLevel isPrivate{"/11", 23, kInactive, "first (Private)"};
     EXPECT_EQ(ChooseMainWindow({isPrivate, kFirst}, {"/11"}, "first"), 1);

@@ -1,6 +1,7 @@
 #include "accessibility/MainWindow.h"
 
 #include <algorithm>
+#include <string_view>
 #include <tuple>
 
 namespace useragent {
@@ -9,6 +10,17 @@ namespace {
 bool IsHidden(const TopLevel& window) {
     return !atspi::Has(window.states, atspi::State::showing) ||
            atspi::Has(window.states, atspi::State::iconified);
+}
+
+// Chromium's find bar gives a pop-up such a name, and leaves it so: its own, and below it that of the page.
+bool IsLastLineOnScreen(std::string_view title, std::string_view onScreen) {
+    const std::size_t end = title.rfind('\n');
+    const std::size_t begin = end != title.npos ? title.find_first_not_of(" \n", end) : end;
+    if (begin == title.npos) {
+        return false;
+    }
+    const std::string_view page = title.substr(begin);
+    return onScreen.starts_with(page) && (onScreen.size() == page.size() || onScreen[page.size()] == ' ');
 }
 
 }  // namespace
@@ -20,7 +32,7 @@ bool IsCandidate(const TopLevel& window) {
 
 TitleMatch MatchTitle(const std::string& title, const std::string& onScreen) {
     if (onScreen.empty() || !title.starts_with(onScreen)) {
-        return TitleMatch::none;
+        return IsLastLineOnScreen(title, onScreen) ? TitleMatch::lastLine : TitleMatch::none;
     }
     return title == onScreen ? TitleMatch::whole : TitleMatch::beginning;
 }

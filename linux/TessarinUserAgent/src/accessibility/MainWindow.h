@@ -23,9 +23,10 @@ struct TopLevel {
 // Whether it can be the main one. Frames without a title are menus and bubbles, and dialogs are no frames.
 bool IsCandidate(const TopLevel& window);
 
-// How well a window's title fits that of a window on screen, which some browsers leave shorter; a window that
-// has the very same one is rather meant. The later the better.
-enum class TitleMatch { none, beginning, whole };
+// How well a window's title fits that of a window on screen, which some browsers leave shorter, and some give
+// more words after what is the window's last line; a window that has the very same one is rather meant. The
+// later the better.
+enum class TitleMatch { none, lastLine, beginning, whole };
 TitleMatch MatchTitle(const std::string& title, const std::string& onScreen);
 
 // Which of the windows is the main one. Of several that claim to be active, and when there is none, the one
