@@ -4,6 +4,7 @@
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
+#include <algorithm>
 #include <set>
 #include <utility>
 
@@ -303,6 +304,14 @@ QDBusMessage AtspiApplication::property(const QDBusMessage& call, const AtspiNod
     }
     if (name == QLatin1String("ChildCount")) {
         return call.createReply(Boxed(node.childCount.value_or(static_cast<int>(node.children.size()))));
+    }
+    const auto parent = std::find_if(nodes_.begin(), nodes_.end(), [&](const auto& other) {
+        const auto& children = other.second.children;
+        return std::find(children.begin(), children.end(), call.path().toStdString()) != children.end();
+    });
+    if (name == QLatin1String("Parent") && parent != nodes_.end()) {
+        return call.createReply(Boxed(QVariant::fromValue(
+            AtspiReference{Text(peer_->uniqueName()), QDBusObjectPath(Text(parent->first))})));
     }
     return call.createErrorReply(QDBusError::UnknownProperty, QStringLiteral("not known"));
 }

@@ -1,6 +1,9 @@
 #include <memory>
 
 #include "AtspiFixture.h"
+#include "accessibility/AtspiElement.h"
+#include "accessibility/Listener.h"
+#include "support/FakeDispatch.h"
 #include "useragent/FindURLElement.h"
 
 using useragent::AXElementRef;
@@ -59,6 +62,22 @@ class AtspiObserverTest : public AtspiFixture {
     fake::AtspiApplication::Window window;
     Notifications seen;
 };
+
+TEST(Listener, WhatItMissedIsNotToldAfterWhatCameLater) {
+    const auto queues = std::make_shared<fake::Dispatch>();
+    std::vector<AXElementRef> told;
+    const auto listener = std::make_shared<useragent::Listener>(
+        queues, [&](const AXElementRef& element, const std::string&) { told.push_back(element); });
+    const AXElementRef early = std::make_shared<useragent::AtspiElement>(1);
+    const AXElementRef late = std::make_shared<useragent::AtspiElement>(2);
+    listener->tell(early, kValueChangedNotification);
+    queues->runUntilIdle();
+    listener->tell(late, kValueChangedNotification);
+    listener->setDelivering(true);
+    queues->runUntilIdle();
+    EXPECT_EQ(told, std::vector{late});
+    queues->close();
+}
 
 TEST_F(AtspiObserverTest, BringsTheNewTextAlong) {
     const auto observer = observeField();

@@ -352,6 +352,17 @@ TEST_P(AtspiReaderTest, TellsOnceThatAProcessStaysAwayFromTheBus) {
     EXPECT_NE(log.text().find("process id " + std::to_string(stranger) + " is not"), std::string::npos);
 }
 
+TEST_P(AtspiReaderTest, TellsItAgainOfAProcessThatGotTheIdOfOneThatHasEnded) {
+    const std::int32_t stranger = getppid();
+    for (int life = 1; life <= 2; ++life) {
+        for (int cycle = 0; cycle < 10; ++cycle) {
+            look({stranger});
+        }
+        look({});
+        EXPECT_EQ(log.linesWith("is not on the accessibility bus").size(), life);
+    }
+}
+
 TEST_P(AtspiReaderTest, SearchesWithFewRoundTrips) {
     for (int i = 0; i < 20; ++i) {
         application.add(window.frame, named("button"));

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <iostream>
 #include <thread>
 
@@ -124,6 +125,37 @@ class OneBrowserTest : public WatchedBrowserTest {
 class ImpatientTest : public OneBrowserTest {
  protected:
     ImpatientTest() : OneBrowserTest(kDeadline) {}
+
+    // Of everything else the states are told, as those of a field that is dead.
+    void keepStatesOfWindow() {
+        application.overrideMethod("GetState", [this](const QDBusMessage& call) {
+            const bool isOfWindow = call.path().toStdString() == window.frame;
+            askedForStates += isOfWindow ? 1 : 0;
+            return isOfWindow ? nullptr
+                              : std::make_unique<QDBusMessage>(call.createReply(
+                                    QVariant::fromValue(QList<uint>{fake::kShowing | kDefunct, 0})));
+        });
+    }
+
+    std::atomic<int> askedForStates = 0;  // of the window
+};
+
+// Others cover it, and nothing in it is showing: which of its fields are in a page is asked from each
+// upwards.
+class CoveredWindowTest : public ImpatientTest {
+ protected:
+    CoveredWindowTest() {
+        application.change(window.frame, [](AtspiNode& frame) { frame.children.clear(); });
+        AtspiNode covered;
+        covered.states = 0;
+        panel = application.add(window.frame, covered);
+        field.role = 79;
+        field.states = fake::kField;
+        field.name = "Address and search bar";
+    }
+
+    std::string panel;
+    AtspiNode field;
 };
 
 TEST_F(OneBrowserTest, WhatIsTypedAfterAPageFilledTheScreenIsReported) {
@@ -315,6 +347,71 @@ TEST_F(OneBrowserTest, WhatAPageWritesIntoAFieldOfItsOwnIsNeverReported) {
     for (const SentURL& report : daemon.reports.all()) {
         EXPECT_EQ(report.url.find("bank"), std::string::npos);
     }
+}
+
+TEST_F(ImpatientTest, AFieldThatDiedIsSearchedForAlsoWhenTheBrowserAnsweredOnlyInPart) {
+    begin();
+    ASSERT_TRUE(awaitReport("start"));
+    keepStatesOfWindow();
+    killField();
+    pause->cycle();
+    ASSERT_TRUE(fake::WaitFor([&] { return askedForStates > 0; }));
+    application.resetMethod("GetState");
+    AtspiNode fresh;
+    fresh.role = 79;
+    fresh.states = fake::kField;
+    fresh.name = "Address and search bar";
+    fresh.text = "fresh";
+    application.add(window.frame, fresh);
+    pause->cycle();
+    pause->cycle();
+    EXPECT_TRUE(awaitReport("fresh"));
+}
+
+TEST_F(ImpatientTest, ASlowBrowserThatAnnouncesManyWindowsLeavesTheWorkersToOthers) {
+    begin();
+    keepStatesOfWindow();
+    for (int i = 0; i < 50; ++i) {
+        application.activate(window.frame, "Page - Browser");
+        std::this_thread::sleep_for(40ms);
+    }
+    const auto begun = std::make_shared<std::promise<void>>();
+    dispatch->async(cmn::QueuePriority::high, [begun] { begun->set_value(); });
+    EXPECT_EQ(begun->get_future().wait_for(kDeadline), std::future_status::ready);
+    EXPECT_GT(askedForStates, 0);
+}
+
+TEST_F(CoveredWindowTest, ItsFieldIsFoundAndNoneOfThePageInIt) {
+    AtspiNode page;
+    page.role = 95;
+    page.states = 0;
+    field.text = "http://bank.example";
+    application.add(application.add(panel, page), field);
+    EXPECT_FALSE(text(foundField(), "AXValue"));
+    field.text = "its own";
+    application.add(panel, field);
+    look({getpid()});
+    EXPECT_EQ(text(foundField(), "AXValue"), "its own");
+}
+
+TEST_F(CoveredWindowTest, ManyFieldsTakeNoMoreTimeThanOneSearch) {
+    for (int i = 0; i < 8; ++i) {
+        application.add(panel, field);
+    }
+    application.overrideMethod("GetRole", [=, this](const QDBusMessage& call) {
+        const std::string path = call.path().toStdString();
+        const uint role = path == window.frame ? 23 : 79;
+        return path == panel ? nullptr : std::make_unique<QDBusMessage>(call.createReply(role));
+    });
+    EXPECT_LT(timeOf([&] { EXPECT_TRUE(mainWindow()); }), kOneWait);
+}
+
+TEST_F(ImpatientTest, ARegistryThatWasNotAskedForLackOfTimeIsNotBlamed) {
+    desktop.unregisterApplication(application.busName());
+    application.overrideMethod("GetRole", [](const QDBusMessage&) { return nullptr; });
+    look({getpid()});
+    EXPECT_EQ(application.callsOf("GetRole"), 1);
+    EXPECT_EQ(log.count("The accessibility registry does not answer"), 0U);
 }
 
 TEST_F(OneBrowserTest, AThousandWindowSwitchesLeaveAsManyRegistrationsAsThereWere) {

@@ -137,7 +137,8 @@ AXError ApplicationWatch::listenToWindows(const std::shared_ptr<Listener>& liste
 AXError ApplicationWatch::listenToField(const std::shared_ptr<Listener>& listener,
                                         const AtspiElement& field) {
     const AXError error = open();
-    if (error != AXError::success) {
+    const std::shared_ptr<Session> session = session_.lock();
+    if (error != AXError::success || !session) {
         return error;
     }
     std::shared_ptr<FieldWatch> watch;
@@ -146,6 +147,7 @@ AXError ApplicationWatch::listenToField(const std::shared_ptr<Listener>& listene
         watch = field_;
     }
     if (!watch || watch->field().object.path != field.object.path) {
+        session->lookEarly();  // it has changed since it was read
         return AXError::invalidUIElement;
     }
     const auto given = field.known.find(kValueAttribute);
@@ -192,26 +194,52 @@ void ApplicationWatch::refresh() {
 
 // Of several that are asked for within the delay only the last is done.
 void ApplicationWatch::later(std::chrono::milliseconds delay, int ApplicationWatch::*asked,
-                             void (*work)(ApplicationWatch&)) {
-    loop_->after(delay, [weak = weak_from_this(), asked, mine = ++(this->*asked), work] {
+                             void (*due)(ApplicationWatch&)) {
+    loop_->after(delay, [weak = weak_from_this(), asked, mine = ++(this->*asked), due] {
         const auto self = weak.lock();
         if (self && (*self).*asked == mine) {
-            self->dispatch_->async(cmn::QueuePriority::high, [weak, work] {
-                if (const auto worker = weak.lock()) {
-                    work(*worker);
-                }
-            });
+            due(*self);
         }
     });
 }
 
+// One thread at a time, so that a slow application leaves the others' to them; what is asked for meanwhile is
+// done once.
+void ApplicationWatch::work(Task task) {
+    if (isWorking_) {
+        next_ = next_ == &ApplicationWatch::examineAll ? next_ : task;
+        return;
+    }
+    isWorking_ = true;
+    const std::shared_ptr<void> ended(nullptr, [weak = weak_from_this(), loop = loop_](void*) {
+        loop->post([weak] {
+            if (const auto self = weak.lock()) {
+                self->workEnded();
+            }
+        });
+    });
+    dispatch_->async(cmn::QueuePriority::high, [weak = weak_from_this(), task, ended] {
+        if (const auto worker = weak.lock()) {
+            ((*worker).*task)();
+        }
+    });
+}
+
+void ApplicationWatch::workEnded() {
+    isWorking_ = false;
+    if (const Task next = std::exchange(next_, nullptr)) {
+        work(next);
+    }
+}
+
 void ApplicationWatch::examineLater(std::chrono::milliseconds delay) {
-    later(delay, &ApplicationWatch::examinations_, [](ApplicationWatch& self) { self.examine(); });
+    later(delay, &ApplicationWatch::examinations_,
+          [](ApplicationWatch& self) { self.work(&ApplicationWatch::examineAll); });
 }
 
 void ApplicationWatch::screenChanged() {
     later(kQuietAfterWindowSignal, &ApplicationWatch::screenChanges_,
-          [](ApplicationWatch& self) { self.examineIfOthersOnScreen(); });
+          [](ApplicationWatch& self) { self.work(&ApplicationWatch::examineIfOthersOnScreen); });
 }
 
 void ApplicationWatch::screenRetitled() {
@@ -267,7 +295,11 @@ void ApplicationWatch::examine(const std::string& frontTitle) {
     WindowSearch::Found found;
     const AXError outcome = WindowSearch(session, pid_, busName_).run(known, found);
     if (outcome == AXError::cannotComplete) {
-        return;  // what is known stays until it answers again
+        // What is known stays until it answers again; who answered in part is asked again soon.
+        if (!session->silent->isSilent(busName_)) {
+            retryLater(false, false);
+        }
+        return;
     }
     bool isChanged = false;
     bool isComplete = false;
@@ -288,6 +320,10 @@ void ApplicationWatch::examine(const std::string& frontTitle) {
     if (isChanged) {
         tellWindowChanged();
     }
+    retryLater(isComplete, isActive);
+}
+
+void ApplicationWatch::retryLater(bool isComplete, bool isActive) {
     loop_->post([weak = weak_from_this(), isComplete, isActive] {
         if (const auto self = weak.lock()) {
             self->retry(isComplete, isActive);
@@ -400,7 +436,7 @@ void ApplicationWatch::examineIfOutdated(const std::string& frontTitle) {
         if (isAwaited_) {
             return;
         }
-        isComplete = outcome_ == AXError::success && field_ && !field_->field().isPage;
+        isComplete = outcome_ == AXError::success && field_ && !field_->field().isPage && !field_->isUnfit();
         found = found_;
         title = titleSeen_;
     }

@@ -63,11 +63,15 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     std::shared_ptr<cmn::bus::Subscription> subscribe(
         const std::string& rule, std::function<void(ApplicationWatch&, const cmn::bus::Message&)> handler);
     void onWindowEvent(const cmn::bus::Message& signal);
-    void later(std::chrono::milliseconds delay, int ApplicationWatch::*asked,
-               void (*work)(ApplicationWatch&));
+    using Task = void (ApplicationWatch::*)();
+    void later(std::chrono::milliseconds delay, int ApplicationWatch::*asked, void (*due)(ApplicationWatch&));
+    void work(Task task);
+    void workEnded();
     void examineLater(std::chrono::milliseconds delay);
+    void examineAll() { examine(); }
     void examineIfOthersOnScreen();
     OnScreen askScreen();
+    void retryLater(bool isComplete, bool isActive);
     void retry(bool isComplete, bool isActive);
     void follow(const WindowSearch::Found& found);
     FieldWatch::Owner ownerOfField();
@@ -86,6 +90,8 @@ class ApplicationWatch : public std::enable_shared_from_this<ApplicationWatch> {
     int titleChanges_ = 0;
     int retries_ = 0;           // of one that did not find all
     bool isActivated_ = false;  // an activated window was announced, and not seen yet
+    bool isWorking_ = false;    // on a worker thread
+    Task next_ = nullptr;       // when that has ended
 
     std::mutex examination_;  // held by the one that examines
 

@@ -29,6 +29,9 @@ std::string Find(const std::map<std::int32_t, std::string>& texts, std::int32_t 
 }  // namespace
 
 std::optional<std::vector<std::string>> Applications::registered(cmn::bus::Deadline deadline) {
+    if (cmn::bus::Clock::now() >= deadline) {
+        return std::nullopt;  // others took the time: it is not asked
+    }
     const auto applications = cmn::bus::AskAndWait(connection_, atspi::RegisteredApplications(), deadline);
     noteRegistry(applications ? nullptr : &applications.error());
     if (!applications) {
@@ -200,6 +203,13 @@ void Applications::noteWindowContent(std::int32_t pid, bool empty) {
             "Browsers "
             "of the Chromium family have to be started with --force-renderer-accessibility=basic",
             pid);
+    }
+}
+
+void Applications::keepOnly(const std::vector<std::int32_t>& pids) {
+    const std::lock_guard lock(mutex_);
+    for (auto* const counts : {&emptyReads_, &absences_}) {
+        std::erase_if(*counts, [&](const auto& entry) { return !Contains(pids, entry.first); });
     }
 }
 

@@ -37,9 +37,11 @@ class Applications {
     // stays away from the bus. The latter is to be called once in a polling cycle.
     void noteWindowContent(std::int32_t pid, bool empty);
     void notePresence(std::int32_t pid);
+    // Counts anew for all other processes: the id of one that has ended may be that of another one later.
+    void keepOnly(const std::vector<std::int32_t>& pids);
 
     // The unique names of the applications that the registry lists, in its order. Nothing when it does not
-    // answer, which is said in the log once.
+    // answer, which is said in the log once, or when the deadline is over.
     std::optional<std::vector<std::string>> registered(cmn::bus::Deadline deadline);
 
     // The process ids of the owners of those names; 0 for a name without one, nothing where the bus did not

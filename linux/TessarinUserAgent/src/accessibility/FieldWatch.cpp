@@ -233,7 +233,7 @@ void FieldWatch::judge(const cmn::bus::Result<std::string>& text,
         take(text);
     }
     // Of a dead one the text, if it gave one, is no address. Told once: it may stay so.
-    if (!std::exchange(isUnfit_, !isAlive) && !isAlive) {
+    if (!isUnfit_.exchange(!isAlive) && !isAlive) {
         owner_.onOutdated();
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -46,6 +47,8 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
     void listen(const std::shared_ptr<Listener>& listener, std::optional<std::string> given);
     // Whether its application leaves its changes untold, which may change; then it is read once a second.
     void setMute(bool isMute);
+    // When it was read last it was no address field any more.
+    bool isUnfit() const { return isUnfit_; }
     // What was read of it elsewhere.
     void take(const cmn::bus::Result<std::string>& text);
 
@@ -79,7 +82,7 @@ class FieldWatch : public std::enable_shared_from_this<FieldWatch> {
 
     bool isReading_ = false;  // the bus's thread only, as the next
     bool isRetried_ = false;
-    bool isUnfit_ = false;
+    std::atomic<bool> isUnfit_{false};
 
     mutable std::mutex mutex_;  // guards what follows
     TextMirror mirror_;

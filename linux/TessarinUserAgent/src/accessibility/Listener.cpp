@@ -1,5 +1,6 @@
 #include "accessibility/Listener.h"
 
+#include <string_view>
 #include <utility>
 
 namespace useragent {
@@ -19,22 +20,36 @@ void Listener::tell(AXElementRef element, const char* notification) {
                 self->missed_ = {element, notification};
                 return;
             }
+            if (std::string_view(self->missed_.name) == notification) {
+                self->missed_ = {};  // an older one
+            }
         }
         self->callback_(element, notification);
     });
 }
 
 void Listener::setDelivering(bool delivering) {
+    const std::lock_guard lock(mutex_);
+    delivering_ = delivering;
+    if (delivering && missed_.element) {
+        dispatch_->asyncMain([weak = weak_from_this()] {
+            if (const auto self = weak.lock()) {
+                self->tellMissed();
+            }
+        });
+    }
+}
+
+void Listener::tellMissed() {
     Notification missed;
     {
         const std::lock_guard lock(mutex_);
-        delivering_ = delivering;
-        if (delivering) {
+        if (delivering_ && !closed_) {
             missed = std::exchange(missed_, {});
         }
     }
     if (missed.element) {
-        tell(missed.element, missed.name);
+        callback_(missed.element, missed.name);
     }
 }
 

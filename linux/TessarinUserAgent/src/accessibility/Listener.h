@@ -10,7 +10,8 @@
 namespace useragent {
 
 // Where the notifications of one observer go: to its callback, on the main thread, while it is on the main
-// run loop. The last one that came before is told when it gets there. Any thread.
+// run loop. The last one that came before is told when it gets there, unless one like it was told meanwhile.
+// Any thread.
 class Listener : public std::enable_shared_from_this<Listener> {
  public:
     Listener(std::shared_ptr<cmn::Dispatch> dispatch, AXObserverCallback callback);
@@ -24,8 +25,10 @@ class Listener : public std::enable_shared_from_this<Listener> {
  private:
     struct Notification {
         AXElementRef element;
-        const char* name = nullptr;
+        const char* name = "";
     };
+
+    void tellMissed();
 
     const std::shared_ptr<cmn::Dispatch> dispatch_;
     const AXObserverCallback callback_;

@@ -119,6 +119,7 @@ void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline d
     std::transform(browsers.begin(), browsers.end(), pids.begin(),
                    [](const WindowInfo& browser) { return browser.ownerPid; });
     applications.lookUp(pids, deadline);
+    applications.keepOnly(pids);
     {
         const std::lock_guard lock(mutex_);
         std::erase_if(failedReads_, [&](const auto& entry) {
@@ -152,6 +153,8 @@ void Session::look(const std::vector<WindowInfo>& browsers, cmn::bus::Deadline d
     for (const auto& [one, frontTitle] : looks) {
         one->examineIfOutdated(frontTitle);
     }
+    const std::lock_guard lock(mutex_);
+    frames_.clear();  // a later cycle's list may find none
 }
 
 std::shared_ptr<ApplicationWatch> Session::watch(std::int32_t pid, cmn::bus::Deadline deadline) {

@@ -56,24 +56,6 @@ struct Child {
     Batch::Answer<atspi::Objects> children;
 };
 
-// Reads of what may be a text field all that may be asked of it next.
-AXError DescribeFields(const AtspiReader& reader, const std::vector<std::shared_ptr<AtspiElement>>& fields) {
-    Batch batch = reader.newBatch();
-    std::vector<FieldQuestions> questions;
-    questions.reserve(fields.size());
-    for (const auto& field : fields) {
-        questions.emplace_back(batch, field->object);
-    }
-    const bool complete = reader.finish(batch);
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (auto description = questions[i].read()) {
-            fields[i]->known = description->known;
-            fields[i]->field = std::make_shared<const FieldDescription>(std::move(*description));
-        }
-    }
-    return complete ? AXError::success : AXError::cannotComplete;
-}
-
 }  // namespace
 
 AXError ReadShowingChildren(const AtspiReader& reader, AXValue& value) {
@@ -115,6 +97,23 @@ AXError ReadShowingChildren(const AtspiReader& reader, AXValue& value) {
     }
     value = std::move(elements);
     return DescribeFields(reader, fields);
+}
+
+AXError DescribeFields(const AtspiReader& reader, const std::vector<std::shared_ptr<AtspiElement>>& fields) {
+    Batch batch = reader.newBatch();
+    std::vector<FieldQuestions> questions;
+    questions.reserve(fields.size());
+    for (const auto& field : fields) {
+        questions.emplace_back(batch, field->object);
+    }
+    const bool complete = reader.finish(batch);
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        if (auto description = questions[i].read()) {
+            fields[i]->known = description->known;
+            fields[i]->field = std::make_shared<const FieldDescription>(std::move(*description));
+        }
+    }
+    return complete ? AXError::success : AXError::cannotComplete;
 }
 
 }  // namespace useragent

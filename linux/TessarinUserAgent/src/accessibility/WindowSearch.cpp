@@ -9,6 +9,7 @@
 #include "accessibility/AtspiReader.h"
 #include "accessibility/FieldDescription.h"
 #include "accessibility/MainWindow.h"
+#include "accessibility/ShowingChildren.h"
 #include "common/log.h"
 #include "useragent/Deadlines.h"
 #include "useragent/FindURLElement.h"
@@ -158,6 +159,7 @@ void WindowSearch::findField(const Known& known, Found& found) {
     const std::optional<AddressField> hidden = std::exchange(found.field, std::nullopt);
     TreeReader tree(session_);
     SearchReader search(tree, &std::chrono::steady_clock::now, kURLFieldSearchDeadline);
+    const auto deadline = cmn::bus::Clock::now() + kURLFieldSearchDeadline;
     const auto window = std::make_shared<AtspiElement>(pid_, session_, found.window);
     window->children = std::exchange(showing_, std::nullopt);
     const auto field = std::static_pointer_cast<const AtspiElement>(FindURLElement(search, window, 0));
@@ -169,7 +171,7 @@ void WindowSearch::findField(const Known& known, Found& found) {
         adopt(*field->field, {field->object, {}}, found);
         return;
     }
-    if ((field && describe({field->object, {}}, found)) || (!hidden && findCovered(found))) {
+    if ((field && describe({field->object, {}}, found)) || (!hidden && findCovered(found, deadline))) {
         return;
     }
     // A dialog may hide a field that is still there, and a page that fills the screen takes it away.
@@ -181,42 +183,42 @@ void WindowSearch::findField(const Known& known, Found& found) {
 }
 
 // In a window that others cover, some browsers show nothing below the window.
-bool WindowSearch::findCovered(Found& found) {
+bool WindowSearch::findCovered(Found& found, cmn::bus::Deadline deadline) {
     const AtspiElement element(pid_, session_, found.window);
-    const AtspiReader reader(session_, element, session_->deadline());
-    const auto entries = reader.ask(atspi::EntriesOf(found.window)).valueOr({});
-    auto window = std::make_shared<AtspiElement>(pid_, session_, found.window);
-    window->found.emplace();
-    std::map<std::string, Found> described;
-    for (const atspi::ObjectRef& entry : entries) {
-        Found one;
-        if (describe({entry, {}}, one) && !isInPage(entry, found.window)) {
-            auto field = std::make_shared<AtspiElement>(pid_, session_, entry);
-            field->known = one.field->known;
-            field->found.emplace();
-            window->found->push_back(std::move(field));
-            described[entry.path] = std::move(one);
+    const AtspiReader reader(session_, element, std::min(session_->deadline(), deadline));
+    std::vector<std::shared_ptr<AtspiElement>> fields;
+    for (atspi::ObjectRef& entry : reader.ask(atspi::EntriesOf(found.window)).valueOr({})) {
+        fields.push_back(std::make_shared<AtspiElement>(pid_, session_, std::move(entry)));
+        fields.back()->found.emplace();
+    }
+    DescribeFields(reader, fields);
+    std::erase_if(fields, [](const auto& field) { return !field->field; });
+    for (;;) {
+        const auto window = std::make_shared<AtspiElement>(pid_, session_, found.window);
+        window->found.emplace(fields.begin(), fields.end());
+        TreeReader tree(session_);
+        const auto field = std::static_pointer_cast<const AtspiElement>(FindURLElement(tree, window, 0));
+        if (!field) {
+            return false;
         }
+        if (!isInPage(field->object, found.window, deadline)) {
+            adopt(*field->field, {field->object, {}}, found);
+            return true;
+        }
+        std::erase(fields, field);
     }
-    TreeReader tree(session_);
-    const auto field = std::static_pointer_cast<const AtspiElement>(FindURLElement(tree, window, 0));
-    if (!field) {
-        return false;
-    }
-    Found& chosen = described.at(field->object.path);
-    found.field = std::move(chosen.field);
-    found.text = std::move(chosen.text);
-    return true;
 }
 
-bool WindowSearch::isInPage(atspi::ObjectRef object, const atspi::ObjectRef& window) const {
+// Also when it is not known.
+bool WindowSearch::isInPage(atspi::ObjectRef object, const atspi::ObjectRef& window,
+                            cmn::bus::Deadline deadline) const {
     for (int depth = 0; depth < kMostAncestors && object.path != window.path; ++depth) {
         const AtspiElement element(pid_, session_, object);
-        const AtspiReader reader(session_, element, session_->deadline());
+        const AtspiReader reader(session_, element, std::min(session_->deadline(), deadline));
         auto parent = reader.ask(atspi::ParentOf(object));
         const auto role = parent ? reader.ask(atspi::RoleOf(*parent)) : parent.error();
         if (!role || atspi::AXRoleName(*role, 0) == kWebAreaRole) {
-            return true;  // as far as is known
+            return true;
         }
         object = std::move(*parent);
     }

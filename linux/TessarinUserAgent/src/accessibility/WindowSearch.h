@@ -60,8 +60,8 @@ class WindowSearch {
     AXError chooseWindow(const Known& known, Found& found);
     void findField(const Known& known, Found& found);
     bool isNoOtherInFront(const Found& found, const std::string& frontTitle, TitleMatch match) const;
-    bool findCovered(Found& found);
-    bool isInPage(atspi::ObjectRef object, const atspi::ObjectRef& window) const;
+    bool findCovered(Found& found, cmn::bus::Deadline deadline);
+    bool isInPage(atspi::ObjectRef object, const atspi::ObjectRef& window, cmn::bus::Deadline deadline) const;
     bool describe(AddressField field, Found& found);
     static void adopt(const FieldDescription& description, AddressField field, Found& found);
     bool describePage(const Known& known, Found& found);
