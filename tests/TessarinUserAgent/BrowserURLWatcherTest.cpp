@@ -621,6 +621,40 @@ TEST_F(BrowserURLWatcherTest, AWindowThatChangesWhileAContextIsSetUpIsFollowed) 
     EXPECT_EQ(accessibility->observerCount(), 2);
 }
 
+TEST_F(BrowserURLWatcherTest, AWindowThatChangesInEachAttemptIsFollowedInTheNextCycle) {
+    const auto browser = accessibility->addBrowser(11, "first");
+    const auto other = accessibility->addBrowser(11, "last");
+    accessibility->setApplication(11, browser.application);
+    show({{"Firefox", 11}});
+    int told = 0;
+    accessibility->onRead = [&](const std::string& attribute) {
+        if (attribute == "AXValue" && told < 3) {
+            if (++told == 3) {
+                browser.application->set("AXMainWindow", AXValue(AXElementRef(other.window)));
+            }
+            EXPECT_GE(accessibility->notify(browser.application, kWindowChanged), 1);
+        }
+    };
+    start();
+    accessibility->onRead = nullptr;
+    EXPECT_EQ(told, 3);
+    gate->cycle();
+    EXPECT_EQ(watcher->getURL("Firefox"), "last");
+    EXPECT_EQ(accessibility->observerCount(), 2);
+}
+
+TEST_F(BrowserURLWatcherTest, BrowsersAreLookedAtAlsoWhileTheWindowsCannotBeListed) {
+    windows->set(std::nullopt);
+    start();
+    EXPECT_THAT(accessibility->preparedPids(), IsEmpty());
+    accessibility->addBrowser(11, "a");
+    show({{"Firefox", 11}});
+    gate->cycle();
+    windows->set(std::nullopt);
+    gate->cycle();
+    EXPECT_THAT(accessibility->preparedPids(), ElementsAre(ElementsAre(11), ElementsAre(11)));
+}
+
 TEST_F(BrowserURLWatcherTest, AReadingThatWasBegunEarlierDoesNotReplaceALaterOne) {
     const auto browser = accessibility->addBrowser(11, "a");
     show({{"Firefox", 11}});

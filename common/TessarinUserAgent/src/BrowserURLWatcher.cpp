@@ -111,6 +111,9 @@ bool BrowserURLWatcher::pollOnce() {
     const auto windows = ports_.windowList->copyOnScreenWindows();
     if (!windows) {
         TLOG_WARN("CGWindowListCopyWindowInfo -- failed.");
+        if (!observed_.empty()) {
+            ports_.accessibility->prepare(observed_);  // they may still answer
+        }
         return true;
     }
     std::map<std::string, WindowInfo> frontMost;
@@ -119,17 +122,17 @@ bool BrowserURLWatcher::pollOnce() {
     }
     BrowserProcesses running;
     BrowserProcesses closed;
-    std::vector<WindowInfo> observed;
+    observed_.clear();
     for (const auto& [name, pid] : browsers_) {
         const auto found = frontMost.find(name);
         if (found == frontMost.end()) {
             closed.emplace(name, pid);
         } else {
             running.emplace(name, found->second.ownerPid);
-            observed.push_back(std::move(found->second));
+            observed_.push_back(std::move(found->second));
         }
     }
-    ports_.accessibility->prepare(observed);
+    ports_.accessibility->prepare(observed_);
     if (running_) {
         handleBrowserProcesses(running, closed);
     }
@@ -182,6 +185,7 @@ bool BrowserURLWatcher::setUp(Context context) {
         }
     });
     AXElementRef changed;
+    std::uint64_t change = 0;
     for (int attempt = 1;; ++attempt) {
         const bool isGood = initContext(context);
         Context next;
@@ -193,23 +197,22 @@ bool BrowserURLWatcher::setUp(Context context) {
             if (context->isOutdated && attempt < kMostAttempts) {
                 next = contexts_[context->name] =
                     std::make_shared<BrowserURLWatcherContext>(context->name, context->pid);
-            } else if (isGood) {
+            } else if (isGood && !context->isOutdated) {
                 context->isSetUp = true;
                 context->setUpAt = ports_.now();
                 changed = std::move(context->changedField);
+                change = ++context->changes;  // what is told from now on is later
+                break;
             }
         }
-        if (!next && !isGood) {
-            return false;
-        }
         if (!next) {
-            break;
+            return false;
         }
         context = std::move(next);
     }
     drop.disarm();
     if (changed) {
-        updateURL(changed, context);
+        updateURL(changed, context, change);
     }
     return true;
 }
@@ -350,6 +353,10 @@ void BrowserURLWatcher::updateURL(const AXElementRef& field, const Context& cont
         const std::lock_guard lock(mutex_);
         change = ++context->changes;
     }
+    updateURL(field, context, change);
+}
+
+void BrowserURLWatcher::updateURL(const AXElementRef& field, const Context& context, std::uint64_t change) {
     AXValue value;
     AXError error = ports_.accessibility->copyAttributeValue(field, kValueAttribute, value);
     const AXStringRef text = AsString(value);

@@ -89,6 +89,8 @@ class BrowserURLWatcher {
     void handleMainWindowChanged(const AXElementRef& element);
     void handleValueChanged(const AXElementRef& element);
     void updateURL(const AXElementRef& field, const Context& context);
+    // `change` is the context's number of it: one with a later number is not replaced.
+    void updateURL(const AXElementRef& field, const Context& context, std::uint64_t change);
 
     // With the mutex held.
     Context findContext(std::int32_t pid) const;
@@ -103,7 +105,8 @@ class BrowserURLWatcher {
     std::future<void> pollingTask_;
     std::atomic<bool> running_{true};
     BrowserProcesses browsers_;
-    mutable std::mutex mutex_;  // guards what follows
+    std::vector<WindowInfo> observed_;  // by the last list, polling thread only
+    mutable std::mutex mutex_;          // guards what follows
     Contexts contexts_;
 };
 
