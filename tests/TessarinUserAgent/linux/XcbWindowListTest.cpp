@@ -10,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -18,9 +19,11 @@
 #include <utility>
 #include <vector>
 
+#include "support/Gate.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"
 #include "support/XServer.h"
+#include "windowlist/LinuxWindowList.h"
 #include "windowlist/XcbWindowList.h"
 
 using fake::XServer;
@@ -102,8 +105,26 @@ class Windows {
         setProperty(root_, "_NET_CLIENT_LIST_STACKING", XCB_ATOM_WINDOW, backToFront);
         sync();
     }
-    void setOnRoot(const std::string& name, std::uint32_t value) {
-        setProperty(root_, name, XCB_ATOM_WINDOW, {value});
+    void setOnRoot(const std::string& name, std::uint32_t value, xcb_atom_t type = XCB_ATOM_WINDOW) {
+        setProperty(root_, name, type, {value});
+        sync();
+    }
+    // As a window manager does where its user goes to another desktop.
+    void goToDesktop(std::uint32_t desktop) { setOnRoot("_NET_CURRENT_DESKTOP", desktop, XCB_ATOM_CARDINAL); }
+    void setDesktop(xcb_window_t window, std::uint32_t desktop) {
+        setProperty(window, "_NET_WM_DESKTOP", XCB_ATOM_CARDINAL, {desktop});
+        sync();
+    }
+    void map(xcb_window_t window) {
+        xcb_map_window(connection_, window);
+        sync();
+    }
+    void unmap(xcb_window_t window) {
+        xcb_unmap_window(connection_, window);
+        sync();
+    }
+    void putInto(xcb_window_t frame, xcb_window_t window) {
+        xcb_reparent_window(connection_, window, frame, 0, 0);
         sync();
     }
     void destroy(xcb_window_t window) {
@@ -174,6 +195,86 @@ TEST_F(XcbWindowListTest, ListsWindowsFromFrontToBack) {
     windows->list({front.window, back.window, middle.window});
     EXPECT_EQ(owners(),
               (std::vector{middle.owner("Firefox"), back.owner("XTerm"), front.owner("Google Chrome")}));
+}
+
+// Panels and the like are above all others, and listed.
+TEST_F(XcbWindowListTest, TheActiveWindowIsInFrontAlsoBelowAPanel) {
+    const Client back(server.display(), "XTerm");
+    const Client browser(server.display(), "Chromium");
+    const auto panel = windows->add("panel", "Panel");
+    windows->list({back.window, browser.window, panel});
+    windows->setOnRoot("_NET_ACTIVE_WINDOW", browser.window);
+    EXPECT_EQ(owners(), (std::vector{browser.owner("Google Chrome"), own("Panel"), back.owner("XTerm")}));
+    EXPECT_TRUE(useragent::WindowsOf(static_cast<std::int32_t>(browser.process.pid()), list).isInFront);
+    EXPECT_FALSE(useragent::WindowsOf(getpid(), list).isInFront);
+}
+
+TEST_F(XcbWindowListTest, SeesAnotherActiveWindowThatIsNotRaised) {
+    const auto lower = windows->add("Navigator", "firefox");
+    const auto upper = windows->add("Navigator", "XTerm");
+    windows->list({lower, upper});
+    windows->setOnRoot("_NET_ACTIVE_WINDOW", upper);
+    ASSERT_EQ(owners(), (std::vector{own("XTerm"), own("Firefox")}));
+    windows->setOnRoot("_NET_ACTIVE_WINDOW", lower);
+    EXPECT_EQ(owners(), (std::vector{own("Firefox"), own("XTerm")}));
+}
+
+TEST_F(XcbWindowListTest, AnActiveWindowThatIsNotListedChangesNothing) {
+    const auto unlisted = windows->add("menu", "Menu");
+    const auto lower = windows->add("Navigator", "firefox");
+    windows->list({lower, windows->add("Navigator", "XTerm")});
+    const std::vector inOrder{own("XTerm"), own("Firefox")};
+    EXPECT_EQ(owners(), inOrder);
+    for (const xcb_window_t active : {unlisted, xcb_window_t{XCB_WINDOW_NONE}}) {
+        windows->setOnRoot("_NET_ACTIVE_WINDOW", active);
+        EXPECT_EQ(owners(), inOrder);
+    }
+    windows->setOnRoot("_NET_ACTIVE_WINDOW", lower, XCB_ATOM_CARDINAL);
+    EXPECT_EQ(owners(), inOrder);
+}
+
+TEST_F(XcbWindowListTest, LeavesOutWindowsOfOtherDesktopsThatAreNotShown) {
+    constexpr std::uint32_t kAllDesktops = 0xFFFFFFFF;
+    const auto here = windows->add("", "here");
+    windows->setDesktop(here, 1);
+    const auto elsewhere = windows->add("", "elsewhere");
+    windows->setDesktop(elsewhere, 2);
+    const auto framed = windows->add("", "framed");
+    windows->setDesktop(framed, 2);
+    windows->putInto(windows->add("", ""), framed);
+    windows->map(framed);
+    const auto everywhere = windows->add("", "everywhere");
+    windows->setDesktop(everywhere, kAllDesktops);
+    const auto onAnotherMonitor = windows->add("", "on another monitor");
+    windows->setDesktop(onAnotherMonitor, 2);
+    windows->map(onAnotherMonitor);
+    const auto nowhere = windows->add("", "nowhere");
+    windows->list({nowhere, onAnotherMonitor, everywhere, framed, elsewhere, here});
+    EXPECT_EQ(owners(), (std::vector{own("here"), own("elsewhere"), own("framed"), own("everywhere"),
+                                     own("on another monitor"), own("nowhere")}))
+        << "nobody says which desktop is the current one";
+    windows->goToDesktop(1);
+    EXPECT_EQ(owners(),
+              (std::vector{own("here"), own("everywhere"), own("on another monitor"), own("nowhere")}));
+}
+
+TEST_F(XcbWindowListTest, SeesAnotherDesktopAndAWindowThatMovesToOne) {
+    const auto first = windows->add("", "first");
+    windows->setDesktop(first, 0);
+    const auto second = windows->add("", "second");
+    windows->setDesktop(second, 1);
+    windows->list({first, second});
+    windows->goToDesktop(0);
+    EXPECT_EQ(owners(), std::vector{own("first")});
+    windows->goToDesktop(1);
+    EXPECT_EQ(owners(), std::vector{own("second")});
+    windows->setDesktop(first, 1);
+    EXPECT_EQ(owners(), (std::vector{own("second"), own("first")}));
+    windows->setDesktop(second, 0);
+    windows->map(second);
+    EXPECT_EQ(owners(), (std::vector{own("second"), own("first")}));
+    windows->unmap(second);
+    EXPECT_EQ(owners(), std::vector{own("first")});
 }
 
 TEST_F(XcbWindowListTest, LeavesOutHiddenWindows) {
@@ -422,35 +523,45 @@ TEST_F(XcbWindowListTest, ComesBackWithTheServer) {
     EXPECT_TRUE(fake::WaitFor([&] { return owners() == std::vector{own("Firefox")}; }));
 }
 
-TEST_F(XcbWindowListTest, TellsAnotherActiveWindowAnotherOrderAndAHiddenWindowAlsoOfTheNextServer) {
+// With somebody who wants to hear of changes.
+class XcbWindowListChangesTest : public XcbWindowListTest {
+ protected:
+    void SetUp() override {
+        list.tellChanges(loop, {[this] { ++told; }, [this] { ++retitled; }});
+    }
+    void TearDown() override { loop->stop(); }
+
+    // Lists them; true when it listens to root window and windows.
+    bool listen(const std::vector<xcb_window_t>& backToFront) {
+        windows->list(backToFront);
+        const int before = retitled;
+        return fake::WaitFor([&] { return owners().has_value(); }) && fake::WaitFor([&] {
+                   windows->setText(backToFront.back(), "_NET_WM_NAME", "UTF8_STRING", "A page");
+                   return retitled > before;
+               });
+    }
+
+    static bool tells(const std::atomic<int>& count, const std::function<void()>& change) {
+        const int before = count;
+        change();
+        return fake::WaitFor([&] { return count > before; });
+    }
+
+    const std::shared_ptr<cmn::bus::Loop> loop = std::make_shared<cmn::bus::Loop>();
     std::atomic<int> told{0};
-    const auto loop = std::make_shared<cmn::bus::Loop>();
     std::atomic<int> retitled{0};
-    list.tellChanges(loop, {[&] { ++told; }, [&] { ++retitled; }});
+};
+
+TEST_F(XcbWindowListChangesTest, TellsAnotherActiveWindowAnotherOrderAndAHiddenWindowAlsoOfTheNextServer) {
     for (const bool isFirst : {true, false}) {
         const auto one = windows->add("Navigator", "firefox");
         const auto other = windows->add("Navigator", "firefox");
-        windows->list({one, other});
-        ASSERT_TRUE(fake::WaitFor([&] { return owners().has_value(); }));
-        // It listens when it is told of something.
-        int before = told;
-        ASSERT_TRUE(fake::WaitFor([&] {
-            windows->list({one, other});
-            return told > before;
-        }));
-        before = told;
-        windows->setOnRoot("_NET_ACTIVE_WINDOW", other);
-        ASSERT_TRUE(fake::WaitFor([&] { return told > before; }));
-        before = told;
-        windows->list({other, one});
-        EXPECT_TRUE(fake::WaitFor([&] { return told > before; }));
+        ASSERT_TRUE(listen({one, other}));
+        EXPECT_TRUE(tells(told, [&] { windows->setOnRoot("_NET_ACTIVE_WINDOW", other); }));
+        EXPECT_TRUE(tells(told, [&] { windows->list({other, one}); }));
         ASSERT_TRUE(owners());
-        before = told;
-        windows->setState(one, {"_NET_WM_STATE_HIDDEN"});
-        EXPECT_TRUE(fake::WaitFor([&] { return told > before; }));
-        before = retitled;
-        windows->setText(one, "_NET_WM_NAME", "UTF8_STRING", "Next page");
-        EXPECT_TRUE(fake::WaitFor([&] { return retitled > before; }));
+        EXPECT_TRUE(tells(told, [&] { windows->setState(one, {"_NET_WM_STATE_HIDDEN"}); }));
+        EXPECT_TRUE(tells(retitled, [&] { windows->setText(one, "_NET_WM_NAME", "UTF8_STRING", "Next"); }));
         if (isFirst) {
             windows.reset();
             server.kill();
@@ -459,7 +570,34 @@ TEST_F(XcbWindowListTest, TellsAnotherActiveWindowAnotherOrderAndAHiddenWindowAl
             windows = std::make_unique<Windows>(server.display());
         }
     }
-    loop->stop();
+}
+
+TEST_F(XcbWindowListChangesTest, TellsAnotherDesktopAndWindowsThatMoveToOneOrAreShownThere) {
+    const auto window = windows->add("Navigator", "firefox");
+    ASSERT_TRUE(listen({window}));
+    EXPECT_TRUE(tells(told, [&] { windows->goToDesktop(1); }));
+    EXPECT_TRUE(tells(told, [&] { windows->setDesktop(window, 2); }));
+    EXPECT_TRUE(tells(told, [&] { windows->map(window); }));
+    EXPECT_TRUE(tells(told, [&] { windows->unmap(window); }));
+}
+
+// Who asks for a list sends to the server, and takes what has come from there with it.
+TEST_F(XcbWindowListChangesTest, TellsAChangeThatWasReadByAnotherThread) {
+    const auto one = windows->add("Navigator", "firefox");
+    const auto other = windows->add("Navigator", "firefox");
+    ASSERT_TRUE(listen({one, other}));
+    fake::Gate isHeldUp;
+    fake::Gate gate;
+    loop->post([&] {
+        isHeldUp.open();
+        gate.pass();
+    });
+    EXPECT_TRUE(isHeldUp.pass());
+    EXPECT_TRUE(tells(told, [&] {
+        windows->list({other, one});
+        EXPECT_TRUE(owners());
+        gate.open();
+    }));
 }
 
 // No thread can be started while it lives: each would have a stack that no address space can hold.

@@ -4,6 +4,7 @@
 #include <xcb/res.h>
 #include <xcb/xcbext.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
@@ -17,9 +18,13 @@ namespace useragent {
 namespace {
 
 constexpr std::array<std::string_view, static_cast<std::size_t>(XcbConnection::Atom::count)> kAtomNames{
-    "_NET_ACTIVE_WINDOW", "_NET_CLIENT_LIST_STACKING",
-    "_NET_WM_STATE",      "_NET_WM_STATE_HIDDEN",
-    "_NET_WM_NAME",       "UTF8_STRING"};
+    "_NET_ACTIVE_WINDOW", "_NET_CLIENT_LIST_STACKING", "_NET_CURRENT_DESKTOP", "_NET_WM_DESKTOP",
+    "_NET_WM_STATE",      "_NET_WM_STATE_HIDDEN",      "_NET_WM_NAME",         "UTF8_STRING"};
+
+// The properties whose change is one of the order.
+constexpr std::array kOrderAtoms{XcbConnection::Atom::activeWindow, XcbConnection::Atom::clientListStacking,
+                                 XcbConnection::Atom::currentDesktop, XcbConnection::Atom::wmDesktop,
+                                 XcbConnection::Atom::wmState};
 
 // In units of 32 bits; longer properties are cut off.
 constexpr std::uint32_t kLongestProperty = 16384;
@@ -104,19 +109,19 @@ XcbConnection::~XcbConnection() {
 }
 
 bool XcbConnection::internAtoms(Deadline deadline) {
-    std::array<unsigned, kAtomNames.size()> sequences{};
-    for (std::size_t i = 0; i < kAtomNames.size(); ++i) {
-        sequences[i] = xcb_intern_atom(connection_, 0, static_cast<std::uint16_t>(kAtomNames[i].size()),
-                                       kAtomNames[i].data())
-                           .sequence;
+    std::vector<unsigned> sequences;
+    sequences.reserve(kAtomNames.size());
+    for (const std::string_view name : kAtomNames) {
+        sequences.push_back(
+            xcb_intern_atom(connection_, 0, static_cast<std::uint16_t>(name.size()), name.data()).sequence);
     }
-    for (std::size_t i = 0; i < kAtomNames.size(); ++i) {
-        std::shared_ptr<void> reply;
-        if (!waitForReply(sequences[i], deadline, reply) || !reply) {
-            return false;
-        }
-        atoms_[i] = As<xcb_intern_atom_reply_t>(reply)->atom;
+    const auto replies = waitForReplies(sequences, deadline);
+    if (!replies || std::find(replies->begin(), replies->end(), nullptr) != replies->end()) {
+        return false;
     }
+    std::transform(replies->begin(), replies->end(), atoms_.begin(), [](const std::shared_ptr<void>& reply) {
+        return As<xcb_intern_atom_reply_t>(reply)->atom;
+    });
     return true;
 }
 
@@ -153,12 +158,12 @@ std::optional<std::vector<std::int32_t>> XcbConnection::askProcesses(const std::
         const xcb_res_client_id_spec_t wanted{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
         sequences.push_back(xcb_res_query_client_ids(connection_, 1, &wanted).sequence);
     }
+    const auto replies = waitForReplies(sequences, deadline);
+    if (!replies) {
+        return std::nullopt;
+    }
     std::vector<std::int32_t> processes;
-    for (const unsigned sequence : sequences) {
-        std::shared_ptr<void> reply;
-        if (!waitForReply(sequence, deadline, reply)) {
-            return std::nullopt;
-        }
+    for (const std::shared_ptr<void>& reply : *replies) {
         std::int32_t& process = processes.emplace_back(0);
         const auto* const got = As<xcb_res_query_client_ids_reply_t>(reply);
         if (got != nullptr && got->num_ids > 0) {
@@ -171,6 +176,27 @@ std::optional<std::vector<std::int32_t>> XcbConnection::askProcesses(const std::
     return processes;
 }
 
+std::optional<std::set<xcb_window_t>> XcbConnection::askViewable(const std::vector<xcb_window_t>& windows,
+                                                                 Deadline deadline) {
+    std::vector<unsigned> sequences;
+    sequences.reserve(windows.size());
+    for (const xcb_window_t window : windows) {
+        sequences.push_back(xcb_get_window_attributes(connection_, window).sequence);
+    }
+    const auto replies = waitForReplies(sequences, deadline);
+    if (!replies) {
+        return std::nullopt;
+    }
+    std::set<xcb_window_t> viewable;
+    for (std::size_t i = 0; i < windows.size(); ++i) {
+        const auto* const got = As<xcb_get_window_attributes_reply_t>((*replies)[i]);
+        if (got != nullptr && got->map_state == XCB_MAP_STATE_VIEWABLE) {
+            viewable.insert(windows[i]);
+        }
+    }
+    return viewable;
+}
+
 std::optional<std::vector<XcbConnection::Property>> XcbConnection::ask(const std::vector<Question>& questions,
                                                                        Deadline deadline) {
     std::vector<unsigned> sequences;
@@ -180,12 +206,12 @@ std::optional<std::vector<XcbConnection::Property>> XcbConnection::ask(const std
                                              question.type, 0, kLongestProperty)
                                 .sequence);
     }
+    const auto replies = waitForReplies(sequences, deadline);
+    if (!replies) {
+        return std::nullopt;
+    }
     std::vector<Property> properties;
-    for (const unsigned sequence : sequences) {
-        std::shared_ptr<void> reply;
-        if (!waitForReply(sequence, deadline, reply)) {
-            return std::nullopt;
-        }
+    for (const std::shared_ptr<void>& reply : *replies) {
         Property& property = properties.emplace_back();
         property.isGone = reply == nullptr;
         if (reply) {
@@ -215,10 +241,12 @@ std::optional<XcbConnection::Changes> XcbConnection::changes() {
     while (xcb_generic_event_t* const event = xcb_poll_for_event(connection_)) {
         if (event->response_type == XCB_PROPERTY_NOTIFY) {
             const xcb_atom_t changed = reinterpret_cast<const xcb_property_notify_event_t*>(event)->atom;
-            changes.ofOrder |= changed == atom(Atom::activeWindow) ||
-                               changed == atom(Atom::clientListStacking) || changed == atom(Atom::wmState);
+            changes.ofOrder |= std::any_of(kOrderAtoms.begin(), kOrderAtoms.end(),
+                                           [&](Atom order) { return changed == atom(order); });
             changes.ofTitles |= changed == atom(Atom::wmName) || changed == XCB_ATOM_WM_NAME;
         }
+        // Window managers say which desktop is the current one before they take its windows away.
+        changes.ofOrder |= event->response_type == XCB_MAP_NOTIFY || event->response_type == XCB_UNMAP_NOTIFY;
         std::free(event);
     }
     return xcb_connection_has_error(connection_) == 0 ? std::optional(changes) : std::nullopt;
@@ -252,12 +280,28 @@ bool XcbConnection::waitForReply(unsigned sequence, Deadline deadline, std::shar
     }
 }
 
+std::optional<std::vector<std::shared_ptr<void>>> XcbConnection::waitForReplies(
+    const std::vector<unsigned>& sequences, Deadline deadline) {
+    std::vector<std::shared_ptr<void>> replies(sequences.size());
+    for (std::size_t i = 0; i < sequences.size(); ++i) {
+        if (!waitForReply(sequences[i], deadline, replies[i])) {
+            return std::nullopt;
+        }
+    }
+    return replies;
+}
+
 std::vector<std::uint32_t> XcbConnection::Property::items() const {
     std::vector<std::uint32_t> numbers(format == 32 ? bytes.size() / sizeof(std::uint32_t) : 0);
     if (!numbers.empty()) {
         std::memcpy(numbers.data(), bytes.data(), numbers.size() * sizeof(std::uint32_t));
     }
     return numbers;
+}
+
+std::optional<std::uint32_t> XcbConnection::Property::firstItem() const {
+    const std::vector<std::uint32_t> all = items();
+    return all.empty() ? std::nullopt : std::optional(all.front());
 }
 
 }  // namespace useragent

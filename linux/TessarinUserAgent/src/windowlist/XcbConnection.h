@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,17 @@ using Deadline = Clock::time_point;
 // One connection to an X server that never waits longer than a deadline. One thread.
 class XcbConnection {
  public:
-    enum class Atom { activeWindow, clientListStacking, wmState, wmStateHidden, wmName, utf8String, count };
+    enum class Atom {
+        activeWindow,
+        clientListStacking,
+        currentDesktop,
+        wmDesktop,
+        wmState,
+        wmStateHidden,
+        wmName,
+        utf8String,
+        count
+    };
 
     // A property of a window, as asked for.
     struct Question {
@@ -34,6 +45,7 @@ class XcbConnection {
         std::vector<std::uint8_t> bytes;
 
         std::vector<std::uint32_t> items() const;  // of 32 bits
+        std::optional<std::uint32_t> firstItem() const;
     };
 
     class Connector {
@@ -69,6 +81,10 @@ class XcbConnection {
     std::optional<std::vector<std::int32_t>> askProcesses(const std::vector<xcb_window_t>& windows,
                                                           Deadline deadline);
 
+    // Those of the windows that are mapped, as is all that they are in. Nothing as below.
+    std::optional<std::set<xcb_window_t>> askViewable(const std::vector<xcb_window_t>& windows,
+                                                      Deadline deadline);
+
     // The answers in the order of the questions. Nothing when the server does not answer or is gone: the
     // connection is of no more use then.
     std::optional<std::vector<Property>> ask(const std::vector<Question>& questions, Deadline deadline);
@@ -77,7 +93,9 @@ class XcbConnection {
     int descriptor() const;
     // What it was told since this was asked last. Does not wait. Nothing when the server is gone.
     struct Changes {
-        bool ofOrder = false;   // another window is active, the list is another one, or a window's state is
+        // Another window is active, another desktop is the current one, the list is another one, or a
+        // window's state or desktop is, or it was mapped or unmapped.
+        bool ofOrder = false;
         bool ofTitles = false;  // of windows that it listens to
     };
     std::optional<Changes> changes();
@@ -95,6 +113,9 @@ class XcbConnection {
     // The reply to the request, null with an error or when the window is gone. False when nothing came in
     // time.
     bool waitForReply(unsigned sequence, Deadline deadline, std::shared_ptr<void>& reply);
+    // Those to the requests in their order. Nothing when one did not come in time.
+    std::optional<std::vector<std::shared_ptr<void>>> waitForReplies(const std::vector<unsigned>& sequences,
+                                                                     Deadline deadline);
 
     xcb_connection_t* const connection_;
     const xcb_window_t root_;

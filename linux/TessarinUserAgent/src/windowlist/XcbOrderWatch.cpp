@@ -6,7 +6,6 @@ std::shared_ptr<XcbOrderWatch> XcbOrderWatch::begin(std::unique_ptr<XcbConnectio
                                                     std::shared_ptr<cmn::bus::Loop> loop, ScreenEvents told) {
     std::shared_ptr<XcbOrderWatch> self(
         new XcbOrderWatch(std::move(connection), std::move(loop), std::move(told)));
-    self->connection_->listenTo({self->connection_->root()});
     // In the loop, where it is read from then on.
     self->loop_->post([self] {
         self->watch_ = self->loop_->watch(self->connection_->descriptor(), [weak = self->weak_from_this()] {
@@ -15,11 +14,22 @@ std::shared_ptr<XcbOrderWatch> XcbOrderWatch::begin(std::unique_ptr<XcbConnectio
             }
         });
     });
+    self->listenTo({self->connection_->root()});
     return self;
 }
 
 XcbOrderWatch::~XcbOrderWatch() {
     stop();
+}
+
+// Sending may read what was told meanwhile: then the descriptor has nothing left that wakes the loop.
+void XcbOrderWatch::listenTo(const std::vector<xcb_window_t>& windows) {
+    connection_->listenTo(windows);
+    loop_->post([weak = weak_from_this()] {
+        if (const auto alive = weak.lock()) {
+            alive->read();
+        }
+    });
 }
 
 void XcbOrderWatch::read() {

@@ -10,8 +10,9 @@
 
 namespace useragent {
 
-// Listens to an X server's root window for another active window and another order of the windows, and to the
-// windows for another state or title, until it is destroyed or the server is gone. Asks nothing.
+// Listens to an X server's root window for another active window, another desktop and another order of the
+// windows, and to the windows for another state, desktop or title, until it is destroyed or the server is
+// gone. Asks nothing.
 class XcbOrderWatch : public std::enable_shared_from_this<XcbOrderWatch> {
  public:
     // `told` is called in the loop's thread. Nothing else may use the connection.
@@ -20,7 +21,7 @@ class XcbOrderWatch : public std::enable_shared_from_this<XcbOrderWatch> {
     ~XcbOrderWatch();
 
     // Windows that are listed now, in addition. Any thread.
-    void listenTo(const std::vector<xcb_window_t>& windows) { connection_->listenTo(windows); }
+    void listenTo(const std::vector<xcb_window_t>& windows);
 
     XcbOrderWatch(const XcbOrderWatch&) = delete;
     XcbOrderWatch& operator=(const XcbOrderWatch&) = delete;

@@ -21,7 +21,12 @@ using Atom = XcbConnection::Atom;
 using Property = XcbConnection::Property;
 
 // What is asked of each window, in this order.
-enum Question : std::size_t { kState, kClass, kMachine, kTitle, kOldTitle, kQuestions };
+enum Question : std::size_t { kState, kDesktop, kClass, kMachine, kTitle, kOldTitle, kQuestions };
+
+// What is asked of the root window, in this order.
+enum RootQuestion : std::size_t { kStacking, kActive, kCurrentDesktop };
+
+constexpr std::uint32_t kAllDesktops = 0xFFFFFFFF;
 
 // A property of Latin-1 text up to the first NUL after `begin`.
 std::string Latin1Text(const Property& property, std::size_t begin = 0) {
@@ -68,7 +73,20 @@ struct XcbWindowList::Parts {
     Parts(std::string display, std::chrono::milliseconds deadline)
         : connector(std::move(display)), callDeadline(deadline) {}
 
+    struct Layout {
+        // As the root window says. The active window comes first whatever is above it: panels are, and some
+        // window managers never raise it.
+        static Layout of(const std::vector<Property>& root);
+        bool operator==(const Layout&) const = default;
+
+        std::vector<xcb_window_t> frontToBack;
+        std::optional<std::uint32_t> desktop;  // the current one
+    };
+
     std::optional<std::vector<WindowInfo>> read(Deadline deadline);
+    std::optional<std::vector<Property>> askRoot(Deadline deadline);
+    std::optional<std::set<xcb_window_t>> findElsewhere(const std::vector<Property>& answers,
+                                                        Deadline deadline);
     std::optional<WindowInfo> describe(std::int32_t process, const Property* properties) const;
     std::optional<std::vector<WindowInfo>> failed(Outcome reason);
     void report(Outcome outcome);
@@ -79,11 +97,56 @@ struct XcbWindowList::Parts {
     std::shared_ptr<cmn::bus::Loop> loop;  // null while nobody wants to hear of changes
     ScreenEvents told;
     std::shared_ptr<XcbOrderWatch> orderWatch;  // on a connection of its own
-    std::vector<xcb_window_t> listed;           // by the last read that succeeded, back to front
-    std::vector<WindowInfo> windows;            // what it gave
+    Layout layout;                              // as the last read saw it
+    std::vector<WindowInfo> windows;            // what the last one that succeeded gave
     Outcome lastOutcome = Outcome::unknown;
     std::set<std::string> hostNames;  // this machine may get another one while programs run
 };
+
+XcbWindowList::Parts::Layout XcbWindowList::Parts::Layout::of(const std::vector<Property>& root) {
+    Layout layout{root[kStacking].items(), root[kCurrentDesktop].firstItem()};
+    auto& order = layout.frontToBack;
+    std::reverse(order.begin(), order.end());
+    const auto active = std::find(order.begin(), order.end(), root[kActive].firstItem());
+    if (active != order.end()) {
+        std::rotate(order.begin(), active, active + 1);
+    }
+    return layout;
+}
+
+std::optional<std::vector<Property>> XcbWindowList::Parts::askRoot(Deadline deadline) {
+    if (!connection && !(connection = connector.connect(deadline))) {
+        return std::nullopt;
+    }
+    const xcb_window_t root = connection->root();
+    return connection->ask({{root, connection->atom(Atom::clientListStacking), XCB_ATOM_WINDOW},
+                            {root, connection->atom(Atom::activeWindow), XCB_ATOM_WINDOW},
+                            {root, connection->atom(Atom::currentDesktop), XCB_ATOM_CARDINAL}},
+                           deadline);
+}
+
+// The windows that are on another desktop and not shown. Those that are shown stay: on several monitors a
+// window manager may show several desktops, of which one is the current one.
+std::optional<std::set<xcb_window_t>> XcbWindowList::Parts::findElsewhere(
+    const std::vector<Property>& answers, Deadline deadline) {
+    std::vector<xcb_window_t> ofOthers;
+    for (std::size_t i = 0; layout.desktop && i < layout.frontToBack.size(); ++i) {
+        const std::uint32_t desktop =
+            answers[i * kQuestions + kDesktop].firstItem().value_or(*layout.desktop);
+        if (desktop != *layout.desktop && desktop != kAllDesktops) {
+            ofOthers.push_back(layout.frontToBack[i]);
+        }
+    }
+    const auto shown = connection->askViewable(ofOthers, deadline);
+    if (!shown) {
+        return std::nullopt;
+    }
+    std::set<xcb_window_t> elsewhere(ofOthers.begin(), ofOthers.end());
+    for (const xcb_window_t window : *shown) {
+        elsewhere.erase(window);
+    }
+    return elsewhere;
+}
 
 // Nothing for a window that is hidden or gone, or of a process of another machine: it may come from there
 // through a program of this one.
@@ -106,34 +169,27 @@ std::optional<WindowInfo> XcbWindowList::Parts::describe(std::int32_t process,
 }
 
 std::optional<std::vector<WindowInfo>> XcbWindowList::Parts::read(Deadline deadline) {
-    if (!connection) {
-        connection = connector.connect(deadline);
-    }
-    const auto stacking =
-        connection ? connection->ask(
-                         {{connection->root(), connection->atom(Atom::clientListStacking), XCB_ATOM_WINDOW}},
-                         deadline)
-                   : std::nullopt;
-    if (!stacking) {
+    const auto root = askRoot(deadline);
+    if (!root) {
         return failed(Outcome::noServer);
     }
     if (!connection->tellsProcesses()) {
         return failed(Outcome::noProcesses);
     }
-    if (stacking->front().format == 0) {
+    if ((*root)[kStacking].format == 0) {
         return failed(Outcome::noWindowManager);
     }
-    std::vector<xcb_window_t> frontToBack = stacking->front().items();
-    const bool isSame = !connection->hasHeard() && frontToBack == listed;
+    const Layout before = std::exchange(layout, Layout::of(*root));
+    const bool isSame = !connection->hasHeard() && layout == before;
     if (isSame && lastOutcome == Outcome::success) {
         return windows;
     }
-    listed = frontToBack;
-    connection->listenTo(listed);  // again: the number of a window may be that of another one now
-    std::reverse(frontToBack.begin(), frontToBack.end());
+    // Again: the number of a window may be that of another one now.
+    connection->listenTo(layout.frontToBack);
     std::vector<XcbConnection::Question> questions;
-    for (const xcb_window_t window : frontToBack) {
+    for (const xcb_window_t window : layout.frontToBack) {
         questions.push_back({window, connection->atom(Atom::wmState), XCB_ATOM_ATOM});
+        questions.push_back({window, connection->atom(Atom::wmDesktop), XCB_ATOM_CARDINAL});
         questions.push_back({window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING});
         questions.push_back({window, XCB_ATOM_WM_CLIENT_MACHINE, XCB_ATOM_STRING});
         questions.push_back({window, connection->atom(Atom::wmName), connection->atom(Atom::utf8String)});
@@ -141,8 +197,9 @@ std::optional<std::vector<WindowInfo>> XcbWindowList::Parts::read(Deadline deadl
     }
     const auto answers = connection->ask(questions, deadline);
     // The server's word: what a window says of its process is what the process is called in its sandbox.
-    const auto processes = answers ? connection->askProcesses(frontToBack, deadline) : std::nullopt;
-    if (!processes) {
+    const auto processes = answers ? connection->askProcesses(layout.frontToBack, deadline) : std::nullopt;
+    const auto elsewhere = processes ? findElsewhere(*answers, deadline) : std::nullopt;
+    if (!elsewhere) {
         return failed(Outcome::noServer);
     }
     if (loop && !orderWatch) {
@@ -151,12 +208,13 @@ std::optional<std::vector<WindowInfo>> XcbWindowList::Parts::read(Deadline deadl
         }
     }
     if (orderWatch) {
-        orderWatch->listenTo(listed);
+        orderWatch->listenTo(layout.frontToBack);
     }
     hostNames.insert(HostName());
     windows.clear();
     for (std::size_t i = 0; i < processes->size(); ++i) {
-        if (auto window = describe((*processes)[i], &(*answers)[i * kQuestions])) {
+        auto window = describe((*processes)[i], &(*answers)[i * kQuestions]);
+        if (window && !elsewhere->contains(layout.frontToBack[i])) {
             windows.push_back(std::move(*window));
         }
     }

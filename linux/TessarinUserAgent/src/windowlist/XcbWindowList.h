@@ -12,8 +12,9 @@
 
 namespace useragent {
 
-// The windows of an X server, as its window manager lists them: no hidden windows, and none of processes of
-// other machines. Connects when it is asked, again after the server went away. Any thread.
+// The windows of an X server, as its window manager lists them, the active one first: no hidden windows, none
+// of desktops that are not shown, and none of processes of other machines. Connects when it is asked, again
+// after the server went away. Any thread.
 class XcbWindowList final : public WindowList {
  public:
     // `display` as in the environment variable DISPLAY.
@@ -24,8 +25,8 @@ class XcbWindowList final : public WindowList {
     std::optional<std::vector<WindowInfo>> copyOnScreenWindows() override;
 
     // From the next list on calls `told` in the loop's thread when another window is active, one is hidden or
-    // shown, they are in another order, or have other titles; again after the server was away. To be called
-    // once.
+    // shown, another desktop is, they are in another order, or have other titles; again after the server was
+    // away. To be called once.
     void tellChanges(std::shared_ptr<cmn::bus::Loop> loop, ScreenEvents told);
 
  private:
