@@ -17,7 +17,7 @@
 namespace useragent {
 namespace {
 
-// Of setting up a context whose main window changes meanwhile; then the next cycle sees to it.
+// Of setting up a context whose main window changes meanwhile; then it is left to the next cycle.
 constexpr int kMostAttempts = 3;
 
 // The process that the element of a notification belongs to.
@@ -111,8 +111,8 @@ bool BrowserURLWatcher::pollOnce() {
     const auto windows = ports_.windowList->copyOnScreenWindows();
     if (!windows) {
         TLOG_WARN("CGWindowListCopyWindowInfo -- failed.");
-        if (!observed_.empty()) {
-            ports_.accessibility->prepare(observed_);  // they may still answer
+        if (lastFound_) {
+            ports_.accessibility->prepare(*lastFound_);
         }
         return true;
     }
@@ -122,17 +122,21 @@ bool BrowserURLWatcher::pollOnce() {
     }
     BrowserProcesses running;
     BrowserProcesses closed;
-    observed_.clear();
+    std::vector<WindowInfo> observed;
     for (const auto& [name, pid] : browsers_) {
         const auto found = frontMost.find(name);
         if (found == frontMost.end()) {
             closed.emplace(name, pid);
         } else {
             running.emplace(name, found->second.ownerPid);
-            observed_.push_back(std::move(found->second));
+            observed.push_back(std::move(found->second));
         }
     }
-    ports_.accessibility->prepare(observed_);
+    ports_.accessibility->prepare(observed);
+    for (WindowInfo& window : observed) {
+        window.title.reset();  // until then another window may be in front
+    }
+    lastFound_ = std::move(observed);
     if (running_) {
         handleBrowserProcesses(running, closed);
     }
@@ -150,12 +154,13 @@ void BrowserURLWatcher::handleBrowserProcesses(const BrowserProcesses& running,
     }
     ended.clear();
     for (const auto& [name, pid] : running) {
-        const Context context = beginContext(name, pid);
+        Context context = beginContext(name, pid);
         if (!context) {
             continue;
         }
         TLOG_INFO("Init context for -- {}", name);
-        if (setUp(context)) {
+        // Not kept here: one that is replaced meanwhile would go on to observe the window that was left.
+        if (setUp(std::move(context))) {
             TLOG_INFO("Found URL element for -- {}", name);
             TLOG_INFO("Current URL -- {}", cmn::EscapeControls(getURL(name)));
         }
@@ -189,6 +194,7 @@ bool BrowserURLWatcher::setUp(Context context) {
     for (int attempt = 1;; ++attempt) {
         const bool isGood = initContext(context);
         Context next;
+        bool isDone = false;
         {
             const std::lock_guard lock(mutex_);
             if (!isCurrent(context)) {
@@ -198,14 +204,20 @@ bool BrowserURLWatcher::setUp(Context context) {
                 next = contexts_[context->name] =
                     std::make_shared<BrowserURLWatcherContext>(context->name, context->pid);
             } else if (isGood && !context->isOutdated) {
-                context->isSetUp = true;
+                isDone = context->isSetUp = true;
                 context->setUpAt = ports_.now();
                 changed = std::move(context->changedField);
-                change = ++context->changes;  // what is told from now on is later
-                break;
+                change = ++context->changes;  // before any notification that is served from now on
             }
         }
+        if (isDone) {
+            break;
+        }
         if (!next) {
+            if (isGood) {
+                // What was read is not kept: nobody would tell that change again.
+                TLOG_DEBUG("The main window of {} changed in each attempt to set it up", context->name);
+            }
             return false;
         }
         context = std::move(next);
@@ -265,7 +277,12 @@ bool BrowserURLWatcher::initContext(const Context& context) {
         TLOG_ERROR("Subscribe kAXValueChangedNotification -- failed");
         return false;
     }
-    updateURL(field, context);
+    std::uint64_t change = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        change = ++context->changes;
+    }
+    updateURL(field, context, change);
     return true;
 }
 
@@ -311,6 +328,7 @@ void BrowserURLWatcher::handleValueChanged(const AXElementRef& element) {
         return;
     }
     Context context;
+    std::uint64_t change = 0;
     {
         const std::lock_guard lock(mutex_);
         context = findContext(*pid);
@@ -321,8 +339,9 @@ void BrowserURLWatcher::handleValueChanged(const AXElementRef& element) {
             context->changedField = element;
             return;
         }
+        change = ++context->changes;
     }
-    updateURL(element, context);
+    updateURL(element, context, change);
 }
 
 void BrowserURLWatcher::handleMainWindowChanged(const AXElementRef& element) {
@@ -347,15 +366,6 @@ void BrowserURLWatcher::handleMainWindowChanged(const AXElementRef& element) {
     setUp(std::move(context));
 }
 
-void BrowserURLWatcher::updateURL(const AXElementRef& field, const Context& context) {
-    std::uint64_t change = 0;
-    {
-        const std::lock_guard lock(mutex_);
-        change = ++context->changes;
-    }
-    updateURL(field, context, change);
-}
-
 void BrowserURLWatcher::updateURL(const AXElementRef& field, const Context& context, std::uint64_t change) {
     AXValue value;
     AXError error = ports_.accessibility->copyAttributeValue(field, kValueAttribute, value);
@@ -368,7 +378,7 @@ void BrowserURLWatcher::updateURL(const AXElementRef& field, const Context& cont
         return;
     }
     const std::lock_guard lock(mutex_);
-    // A reading that was begun later may have been faster.
+    // What was told later may have been read faster.
     if (isCurrent(context) && context->stored < change) {
         context->stored = change;
         storeURL(*text, *context);

@@ -116,11 +116,12 @@ class Accessibility : public AccessibilityReader {
     virtual bool isProcessTrustedWithPrompt() = 0;
 
     // Called once a polling cycle on the polling thread and without any lock, with the front-most window of
-    // each browser found; of those found last when the windows cannot be listed. The platform end looks at
-    // what is observed of them: an address that is another than the one it told last is told as a changed
-    // value, a field that is gone or another main window as a changed main window, so that a notification
-    // that was lost or never came leaves nothing wrong for longer than one cycle. It finds out as well who of
-    // them answers at all, so that later reads of the others fail at once.
+    // each browser found. While the window list fails with those found last, without their titles; not before
+    // there was a list. The platform end looks at what is observed of them: an address that is another than
+    // the one it told last is told as a changed value, a field that is gone or another main window as a
+    // changed main window, so that a notification that was lost or never came leaves nothing wrong for
+    // longer than one cycle. It finds out as well who of them answers at all, so that later reads of the
+    // others fail at once.
     virtual void prepare(const std::vector<WindowInfo>& browsers) = 0;
 
     // Runs one polling cycle, with whatever the platform needs around it.

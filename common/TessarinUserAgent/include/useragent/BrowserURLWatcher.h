@@ -88,8 +88,8 @@ class BrowserURLWatcher {
     void handleNoThrow(Handler handler, const AXElementRef& element) noexcept;
     void handleMainWindowChanged(const AXElementRef& element);
     void handleValueChanged(const AXElementRef& element);
-    void updateURL(const AXElementRef& field, const Context& context);
-    // `change` is the context's number of it: one with a later number is not replaced.
+    // `change` is the number of the reading, taken under the same lock as the decision to read: an element
+    // may bring along the text it had when it was told.
     void updateURL(const AXElementRef& field, const Context& context, std::uint64_t change);
 
     // With the mutex held.
@@ -105,8 +105,9 @@ class BrowserURLWatcher {
     std::future<void> pollingTask_;
     std::atomic<bool> running_{true};
     BrowserProcesses browsers_;
-    std::vector<WindowInfo> observed_;  // by the last list, polling thread only
-    mutable std::mutex mutex_;          // guards what follows
+    // Looked at while the window list fails; nothing before it could be had. Polling thread.
+    std::optional<std::vector<WindowInfo>> lastFound_;
+    mutable std::mutex mutex_;  // guards what follows
     Contexts contexts_;
 };
 

@@ -30,7 +30,7 @@ struct BrowserURLWatcherContext {
     std::chrono::steady_clock::time_point setUpAt;
     bool isOutdated = false;    // the main window changed meanwhile
     AXElementRef changedField;  // whose value changed last; null when none did
-    std::uint64_t changes = 0;  // readings of the field that were begun
+    std::uint64_t changes = 0;  // readings of the field that were decided on
     std::uint64_t stored = 0;   // the latest of them whose text was taken
 };
 
