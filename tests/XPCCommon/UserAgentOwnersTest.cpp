@@ -58,7 +58,7 @@ TEST_F(UserAgentOwnersTest, AnAgentForRootsServicesAloneKnowsWhoseTheServiceIs) 
     const auto client = startClient([](const auto&) { return "url"; }, cmn::ServiceOwners::root);
     if (geteuid() == 0) {
         EXPECT_TRUE(WaitFor([&] { return server->getURL("Safari") == "url"; }));
-        EXPECT_TRUE(client->connected());
+        EXPECT_TRUE(WaitFor([&] { return client->connected(); }));
         client->sendURL("https://example.com/", "Safari", 1);
         EXPECT_TRUE(WaitFor([&] { return reports.count() == 1; }));
     } else {

@@ -158,9 +158,9 @@ class Browser:
                 wait_for(lambda: title in (now := self.title()) and now != before, seconds,
                          f"{self.name} showing '{title}'")
                 return
-            except TimedOut:
+            except TimedOut as error:
                 if attempt + 1 == attempts or self.title() != before:
-                    raise
+                    raise TimedOut(f"{error}, but '{self.title()}'") from None
 
     def new_window(self) -> str:
         """Window id of the new window, which has the keyboard."""

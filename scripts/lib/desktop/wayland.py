@@ -9,7 +9,8 @@ from .sway import Sway, SwayWindow
 from .wayland_devices import WaylandDevices
 
 # Every window has the whole display, so the one in front is the only one to be seen. A new one is in front, also of one that
-# fills the screen, which then does so no longer.
+# fills the screen, which then does so no longer. No key repeats: on a loaded machine one is let go of too late, and a
+# letter arrives twice.
 _CONFIGURATION = """xwayland disable
 output HEADLESS-1 resolution {}x{}
 default_border none
@@ -18,6 +19,7 @@ focus_on_window_activation focus
 for_window [shell="xdg_shell"] focus
 focus_follows_mouse no
 mouse_warping none
+input * repeat_rate 0
 """
 
 

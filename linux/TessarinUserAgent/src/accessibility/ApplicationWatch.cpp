@@ -137,9 +137,12 @@ AXError ApplicationWatch::listenToWindows(const std::shared_ptr<Listener>& liste
 AXError ApplicationWatch::listenToField(const std::shared_ptr<Listener>& listener,
                                         const AtspiElement& field) {
     const AXError error = open();
-    const std::shared_ptr<Session> session = session_.lock();
-    if (error != AXError::success || !session) {
+    if (error != AXError::success) {
         return error;
+    }
+    const std::shared_ptr<Session> session = session_.lock();
+    if (!session) {
+        return AXError::cannotComplete;
     }
     std::shared_ptr<FieldWatch> watch;
     {
